@@ -1,0 +1,47 @@
+# Installed libraries. On Linux they are Debian's packages; for Windows the header-only ones are the same, seen
+# through a folder of links (Debian's include folder itself would hide mingw's headers), and SQLite is built from a
+# pinned source that ./dev lays into ZORV_DEPS.
+
+find_package(Threads REQUIRED)
+
+set(ZORV_HEADERS ${CMAKE_BINARY_DIR}/headers)
+file(MAKE_DIRECTORY ${ZORV_HEADERS})
+foreach(name nlohmann CLI)
+    if(NOT EXISTS /usr/include/${name})
+        message(FATAL_ERROR "/usr/include/${name} is missing: run ./dev setup")
+    endif()
+    file(CREATE_LINK /usr/include/${name} ${ZORV_HEADERS}/${name} SYMBOLIC)
+endforeach()
+add_library(zorv_headers INTERFACE)
+target_include_directories(zorv_headers SYSTEM INTERFACE ${ZORV_HEADERS})
+
+add_library(zorv_sqlite INTERFACE)
+if(WIN32)
+    set(ZORV_DEPS ${CMAKE_SOURCE_DIR}/build/deps CACHE PATH "Where ./dev keeps sources that no package installs")
+    set(sqlite_source ${ZORV_DEPS}/sqlite3)
+    if(NOT EXISTS ${sqlite_source}/sqlite3.c)
+        message(FATAL_ERROR "${sqlite_source}/sqlite3.c is missing: run ./dev setup windows")
+    endif()
+    add_library(sqlite3_static STATIC ${sqlite_source}/sqlite3.c)
+    target_compile_options(sqlite3_static PRIVATE -w -O2)
+    target_compile_definitions(sqlite3_static PRIVATE SQLITE_OMIT_LOAD_EXTENSION)
+    target_include_directories(zorv_sqlite SYSTEM INTERFACE ${sqlite_source})
+    target_link_libraries(zorv_sqlite INTERFACE sqlite3_static)
+else()
+    # The archive, so that the executable is one file.
+    find_library(SQLITE3_ARCHIVE NAMES libsqlite3.a REQUIRED)
+    target_link_libraries(zorv_sqlite INTERFACE ${SQLITE3_ARCHIVE} m ${CMAKE_DL_LIBS} Threads::Threads)
+endif()
+
+if(ZORV_TESTS)
+    if(WIN32)
+        set(gtest_force_shared_crt ON CACHE BOOL "" FORCE)
+        set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
+        set(BUILD_GMOCK OFF CACHE BOOL "" FORCE)
+        add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
+        add_library(zorv_gtest ALIAS gtest)
+    else()
+        find_package(GTest REQUIRED)
+        add_library(zorv_gtest ALIAS GTest::gtest)
+    endif()
+endif()

@@ -1,0 +1,29 @@
+# What a build may choose, and the warnings and sanitizers that every target of ours takes.
+
+option(ZORV_TESTS "Build the test programs" ON)
+option(ZORV_BENCH "Build the benchmarks" OFF)
+set(ZORV_SANITIZER "" CACHE STRING "Sanitizers for the Linux side: empty, 'address,undefined' or 'thread'")
+
+# Deployment values, each used in one place.
+set(ZORV_DB_KEY 0x5A CACHE STRING "DbKey: the byte that database files at rest are transformed with")
+
+find_program(ZORV_CCACHE ccache)
+if(ZORV_CCACHE)
+    set(CMAKE_C_COMPILER_LAUNCHER ${ZORV_CCACHE})
+    set(CMAKE_CXX_COMPILER_LAUNCHER ${ZORV_CCACHE})
+endif()
+
+add_library(zorv_options INTERFACE)
+# -Wrestrict gives false alarms on joined strings in this compiler's optimised builds.
+target_compile_options(zorv_options INTERFACE -Wall -Wextra -Wshadow -Wconversion -Wno-sign-conversion -Wno-restrict -Werror)
+target_include_directories(zorv_options INTERFACE ${CMAKE_SOURCE_DIR}/src)
+if(WIN32)
+    target_compile_definitions(zorv_options INTERFACE UNICODE _UNICODE _WIN32_WINNT=0x0A00 NOMINMAX WIN32_LEAN_AND_MEAN)
+    target_link_options(zorv_options INTERFACE -static -municode)
+else()
+    target_link_options(zorv_options INTERFACE -static-libstdc++ -static-libgcc)
+endif()
+if(ZORV_SANITIZER)
+    add_compile_options(-fsanitize=${ZORV_SANITIZER} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=${ZORV_SANITIZER})
+endif()

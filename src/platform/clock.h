@@ -1,0 +1,36 @@
+// The machine's clock and its waits.
+//
+// Tests and simulations shift the clock and shorten waits through one switch, `set_clock`; on the stand-in machine
+// its clock.json does the same for every process of the machine. Both add up.
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+
+namespace platform {
+
+struct ClockSwitch {
+    std::int64_t offset_seconds = 0;
+    double wait_factor = 1.0;  // on sleeps, timers and timed waits; a running wait keeps its factor
+};
+
+void set_clock(const ClockSwitch& clock);
+
+// Seconds since 1970, UTC.
+std::int64_t now_seconds();
+
+// Units of 100 nanoseconds since 1601, UTC.
+std::uint64_t now_ticks();
+
+// Microseconds since 1970, for time stamps in logs.
+std::int64_t now_microseconds();
+
+// False when the time has no calendar form; `local` is zeroed then.
+bool local_time(std::int64_t seconds, std::tm& local);
+
+void sleep_milliseconds(std::uint32_t milliseconds);
+
+// The length of a wait of `milliseconds` under the present switch, in microseconds.
+std::int64_t scaled_wait(std::uint32_t milliseconds);
+
+}  // namespace platform

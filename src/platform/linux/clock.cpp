@@ -1,0 +1,101 @@
+#include "platform/clock.h"
+
+#include <time.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cmath>
+
+#include "platform/linux/machine_file.h"
+
+namespace platform {
+namespace {
+
+constexpr std::int64_t kMicroseconds = 1000000;
+constexpr std::uint64_t kTicksFrom1601 = 116444736000000000;
+constexpr double kLargestOffset = 1e11;               // about three thousand years
+constexpr std::int64_t kEndOfCalendar = 32535215999;  // the year 3000, where Windows ends too
+
+std::atomic<std::int64_t> switchOffset{0};
+std::atomic<double> switchFactor{1.0};
+
+struct MachineClock {
+    double offset = 0;  // seconds
+    double factor = 1;
+};
+
+// Read at each use: any program may change the file at any time.
+MachineClock read_machine_clock() {
+    MachineClock clock;
+    const auto json = read_machine_json("clock.json");
+    if (!json) {
+        return clock;
+    }
+    const auto number = [&json](const char* name, double missing) {
+        const auto member = json->find(name);
+        if (member == json->end()) {
+            return missing;
+        }
+        return member->is_number() ? member->get<double>() : std::nan("");
+    };
+    const MachineClock read{number("offset", 0), number("wait", 1)};
+    const bool sound = std::abs(read.offset) <= kLargestOffset && read.factor >= 0 && std::isfinite(read.factor);
+    return sound ? read : clock;
+}
+
+std::int64_t offset_microseconds() {
+    return switchOffset.load() * kMicroseconds + std::llround(read_machine_clock().offset * 1e6);
+}
+
+timespec true_time() {
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    return now;
+}
+
+}  // namespace
+
+void set_clock(const ClockSwitch& clock) {
+    switchOffset = clock.offset_seconds;
+    switchFactor = clock.wait_factor;
+}
+
+std::int64_t now_seconds() {
+    const std::int64_t now = now_microseconds();
+    return now / kMicroseconds - (now % kMicroseconds < 0 ? 1 : 0);
+}
+
+std::uint64_t now_ticks() {
+    const timespec now = true_time();
+    const std::int64_t ticks = now.tv_sec * kMicroseconds * 10 + now.tv_nsec / 100;
+    return kTicksFrom1601 + static_cast<std::uint64_t>(ticks + offset_microseconds() * 10);
+}
+
+std::int64_t now_microseconds() {
+    const timespec now = true_time();
+    return now.tv_sec * kMicroseconds + now.tv_nsec / 1000 + offset_microseconds();
+}
+
+bool local_time(std::int64_t seconds, std::tm& local) {
+    local = std::tm{};
+    const std::time_t time = seconds;
+    if (seconds >= 0 && seconds <= kEndOfCalendar && ::localtime_r(&time, &local) != nullptr) {
+        return true;
+    }
+    local = std::tm{};
+    return false;
+}
+
+void sleep_milliseconds(std::uint32_t milliseconds) {
+    const std::int64_t wait = scaled_wait(milliseconds);
+    timespec rest{wait / kMicroseconds, wait % kMicroseconds * 1000};
+    while (::clock_nanosleep(CLOCK_MONOTONIC, 0, &rest, &rest) == EINTR) {
+    }
+}
+
+std::int64_t scaled_wait(std::uint32_t milliseconds) {
+    const double wait = milliseconds * 1000.0 * switchFactor.load() * read_machine_clock().factor;
+    return wait < 1e15 ? std::llround(wait) : static_cast<std::int64_t>(1e15);
+}
+
+}  // namespace platform

@@ -1,0 +1,125 @@
+#include "platform/files.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <stdio_ext.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <string_view>
+
+#include "platform/linux/machine_file.h"
+#include "platform/machine.h"
+
+namespace platform {
+namespace {
+
+constexpr std::string_view kDrive = "C:\\";
+constexpr std::uint32_t kPathNotFound = 3;
+
+struct FolderCloser {
+    void operator()(DIR* folder) const { ::closedir(folder); }
+};
+
+std::string folder_path(const std::string& path) {
+    std::string folder = native_path(path);
+    if (folder.size() > 1 && folder.back() == '\\') {
+        folder.pop_back();
+    }
+    return folder;
+}
+
+// 0 for what is not there.
+mode_t mode_of(const std::string& path) {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 ? status.st_mode : 0;
+}
+
+}  // namespace
+
+std::string native_path(const std::string& path) {
+    if (path.compare(0, kDrive.size(), kDrive) != 0) {
+        return path;
+    }
+    std::string inside = path.substr(kDrive.size());
+    std::replace(inside.begin(), inside.end(), '\\', '/');
+    return machine_path(inside);
+}
+
+File open_file(const std::string& path, const char* mode) {
+    File file(std::fopen(native_path(path).c_str(), (std::string(mode) + "e").c_str()));
+    struct stat status {};
+    // A folder opens for reading here, which no caller expects.
+    if (file != nullptr && (::fstat(::fileno(file.get()), &status) != 0 || S_ISDIR(status.st_mode))) {
+        return nullptr;
+    }
+    if (file != nullptr) {
+        // One thread's own; a lock for every byte costs more than the byte.
+        ::__fsetlocking(file.get(), FSETLOCKING_BYCALLER);
+    }
+    return file;
+}
+
+std::int64_t seek_to_end(std::FILE* file) {
+    return ::fseeko(file, 0, SEEK_END) == 0 ? ::ftello(file) : -1;
+}
+
+bool file_exists(const std::string& path) {
+    const mode_t mode = mode_of(native_path(path));
+    return mode != 0 && !S_ISDIR(mode);
+}
+
+bool folder_exists(const std::string& path) {
+    return S_ISDIR(mode_of(folder_path(path)));
+}
+
+bool create_folder(const std::string& path) {
+    const std::string folder = folder_path(path);
+    if (::mkdir(folder.c_str(), 0777) == 0) {
+        return true;
+    }
+    // The drive itself is always there.
+    return errno == ENOENT && path.compare(0, kDrive.size(), kDrive) == 0 && !folder_exists(std::string(kDrive)) &&
+           make_folders(machine_folder()) && ::mkdir(folder.c_str(), 0777) == 0;
+}
+
+bool remove_file(const std::string& path) {
+    return ::unlink(native_path(path).c_str()) == 0;
+}
+
+bool rename_file(const std::string& from, const std::string& to) {
+    const std::string source = native_path(from);
+    const std::string target = native_path(to);
+    if (::renameat2(AT_FDCWD, source.c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE) == 0) {
+        return true;
+    }
+    if (errno != EINVAL && errno != ENOSYS) {
+        return false;
+    }
+    // Not every file system knows the flag.
+    struct stat status {};
+    return ::lstat(target.c_str(), &status) != 0 && ::rename(source.c_str(), target.c_str()) == 0;
+}
+
+std::uint32_t list_folder(const std::string& folder, std::vector<FolderEntry>& entries) {
+    entries.clear();
+    const std::unique_ptr<DIR, FolderCloser> list(::opendir(folder_path(folder).c_str()));
+    if (list == nullptr) {
+        return errno == ENOENT ? kPathNotFound : windows_error(errno);
+    }
+    errno = 0;
+    while (const dirent* const entry = ::readdir(list.get())) {
+        const std::string_view name = entry->d_name;
+        if (name != "." && name != "..") {
+            struct stat status {};
+            const bool known = ::fstatat(::dirfd(list.get()), entry->d_name, &status, 0) == 0;
+            entries.push_back({std::string(name), known && S_ISDIR(status.st_mode)});
+        }
+        errno = 0;
+    }
+    return windows_error(errno);
+}
+
+}  // namespace platform

@@ -1,0 +1,74 @@
+#include "platform/library.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <link.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <climits>
+#include <string>
+#include <vector>
+
+#include "platform/linux/machine_file.h"
+#include "platform/module.h"
+
+namespace platform {
+namespace {
+
+template <class Part>
+bool read_part(int file, Part* part, std::size_t count, ElfW(Off) offset) {
+    const std::size_t size = count * sizeof(Part);
+    return retry([=] { return ::pread(file, part, size, static_cast<off_t>(offset)); }) == static_cast<ssize_t>(size);
+}
+
+// The loader maps a file that is cut short all the same, and the process ends at the first page that is not there.
+bool is_whole_library(const std::string& path) {
+    const Descriptor file(retry([&] { return ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC); }));
+    struct stat status {};
+    ElfW(Ehdr) header;
+    if (!file || ::fstat(file.get(), &status) != 0 || !read_part(file.get(), &header, 1, 0)) {
+        return false;
+    }
+    std::vector<ElfW(Phdr)> segments(header.e_phnum);
+    if (!read_part(file.get(), segments.data(), segments.size(), header.e_phoff)) {
+        return false;
+    }
+    for (const auto& segment : segments) {
+        const auto size = static_cast<ElfW(Off)>(status.st_size);
+        if (segment.p_type == PT_LOAD && (segment.p_offset > size || segment.p_filesz > size - segment.p_offset)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+SharedLibrary::SharedLibrary(const wchar_t* name) : handle_(nullptr) {
+    std::array<wchar_t, PATH_MAX> module;
+    const int length = module_file_name(module.data(), static_cast<int>(module.size()));
+    std::string path = to_utf8({module.data(), static_cast<std::size_t>(length)});
+    path.resize(path.find_last_of('/') + 1);
+    path += to_utf8(name);
+    if (path.ends_with(".dll")) {
+        path.replace(path.size() - 4, 4, ".so");
+    }
+    // A path without a slash would be searched for everywhere.
+    if (path.find('/') != std::string::npos && is_whole_library(path)) {
+        handle_ = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    }
+}
+
+SharedLibrary::~SharedLibrary() {
+    if (handle_ != nullptr) {
+        ::dlclose(handle_);
+    }
+}
+
+void* SharedLibrary::symbol(const char* name) const {
+    return handle_ != nullptr ? ::dlsym(handle_, name) : nullptr;
+}
+
+}  // namespace platform

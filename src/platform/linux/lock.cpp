@@ -1,0 +1,103 @@
+#include "platform/lock.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "platform/clock.h"
+
+namespace platform {
+
+struct Lock::State {
+    std::mutex mutex;
+    std::condition_variable released;
+    std::thread::id owner;  // while count > 0
+    std::uint32_t count = 0;
+    bool abandoned = false;
+    std::shared_ptr<State> self;  // until the Lock ends; the owner's list keeps the state too
+
+    void abandon() {
+        const std::lock_guard guard(mutex);
+        count = 0;
+        abandoned = true;
+        released.notify_one();
+    }
+
+    // The locks that the calling thread owns, which it abandons when it ends.
+    struct Owned {
+        std::vector<std::shared_ptr<State>> states;
+
+        ~Owned() {
+            if (::gettid() == ::getpid()) {
+                return;  // the end of the main thread is the end of the process: nobody goes on
+            }
+            for (const auto& state : states) {
+                state->abandon();
+            }
+        }
+    };
+    static thread_local Owned owned;
+};
+
+thread_local Lock::State::Owned Lock::State::owned;
+
+Lock::Lock() : state_(nullptr) {
+    auto state = std::make_shared<State>();
+    state_ = state.get();
+    state_->self = std::move(state);
+}
+
+Lock::~Lock() {
+    const auto last = std::move(state_->self);
+}
+
+bool Lock::wait(std::uint32_t milliseconds) {
+    const std::int64_t limit = milliseconds == 0 ? 0 : scaled_wait(milliseconds);
+    auto& owned = State::owned.states;
+    owned.reserve(owned.size() + 1);
+    const auto caller = std::this_thread::get_id();
+
+    std::unique_lock guard(state_->mutex);
+    if (state_->count > 0 && state_->owner == caller) {
+        ++state_->count;
+        return true;
+    }
+    const auto unowned = [this] { return state_->count == 0; };
+    if (milliseconds == 0) {
+        state_->released.wait(guard, unowned);
+    } else if (!state_->released.wait_for(guard, std::chrono::microseconds(limit), unowned)) {
+        return false;
+    }
+    state_->owner = caller;
+    state_->count = 1;
+    owned.push_back(state_->self);
+    return !std::exchange(state_->abandoned, false);
+}
+
+void Lock::release() {
+    std::shared_ptr<State> last;
+    const std::lock_guard guard(state_->mutex);
+    if (state_->count == 0 || state_->owner != std::this_thread::get_id() || --state_->count > 0) {
+        return;
+    }
+    auto& owned = State::owned.states;
+    const auto entry = std::find(owned.begin(), owned.end(), state_->self);
+    if (entry != owned.end()) {
+        last = std::move(*entry);
+        owned.erase(entry);
+    }
+    state_->released.notify_one();
+}
+
+bool Lock::valid() const {
+    return state_ != nullptr;
+}
+
+}  // namespace platform

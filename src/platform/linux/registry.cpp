@@ -1,0 +1,216 @@
+#include "platform/registry.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+
+#include "platform/linux/registry_key.h"
+
+namespace platform {
+namespace {
+
+// Where a value is written before it takes its name. One name for a folder is enough under the folder's lock, and
+// what a killed process left is used up by the next write.
+constexpr char kTemporary[] = ".new";
+constexpr std::size_t kLongestText = 254;
+constexpr int kAttempts = 1000;  // each lost to somebody who deleted the key at that moment
+
+struct ValueText {
+    std::string type;
+    std::string data;
+};
+
+bool read_value_file(int folder, const std::string& name, ValueText& value) {
+    const Descriptor file(retry([&] { return ::openat(folder, name.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC); }));
+    std::string text;
+    if (!file || !read_whole(file.get(), text)) {
+        return false;
+    }
+    if (text.ends_with('\n')) {
+        text.pop_back();
+    }
+    const std::size_t end = std::min(text.find('\n'), text.size());
+    value.type = text.substr(0, end);
+    value.data = text.substr(std::min(end + 1, text.size()));
+    return true;
+}
+
+bool read_value(RegistryRoot root, const std::wstring& key, const std::wstring& value, ValueText& text) {
+    const auto parts = key_parts(root, key);
+    const std::string name = value_file(value);
+    if (!parts || name.empty()) {
+        return false;
+    }
+    const Descriptor folder = open_key(*parts, false);
+    if (!folder) {
+        return false;
+    }
+    if (read_value_file(folder.get(), name, text)) {
+        return true;
+    }
+    // Only a look for the name in another case needs a folder that holds still.
+    if (!lock_key_shared(folder.get())) {
+        return false;
+    }
+    const std::string found = find_entry(folder.get(), name, KeyEntry::value);
+    return !found.empty() && read_value_file(folder.get(), found, text);
+}
+
+// 0, or the error; ENOENT when the key has been deleted.
+int write_value_file(int folder, const std::string& name, const std::string& text) {
+    if (!lock_key(folder)) {
+        return errno;
+    }
+    const Descriptor file(retry(
+        [&] { return ::openat(folder, kTemporary, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666); }));
+    if (!file) {
+        return errno;
+    }
+    const std::string found = find_entry(folder, name, KeyEntry::value);
+    if (!write_whole(file.get(), text) ||
+        ::renameat(folder, kTemporary, folder, found.empty() ? name.c_str() : found.c_str()) != 0) {
+        ::unlinkat(folder, kTemporary, 0);
+        return EIO;
+    }
+    return 0;
+}
+
+bool write_value(RegistryRoot root, const std::wstring& key, const std::wstring& value, const std::string& text) {
+    const auto parts = key_parts(root, key);
+    const std::string name = value_file(value);
+    if (!parts || name.empty()) {
+        return false;
+    }
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        const Descriptor folder = open_key(*parts, true);
+        const int error = folder ? write_value_file(folder.get(), name, text) : errno;
+        if (error != ENOENT) {
+            return error == 0;
+        }
+    }
+    return false;
+}
+
+std::size_t utf16_length(const std::wstring& text) {
+    const auto pairs = std::count_if(text.begin(), text.end(), [](wchar_t c) { return c > 0xFFFF; });
+    return text.size() + static_cast<std::size_t>(pairs);
+}
+
+std::wstring hexadecimal(const std::string& bytes) {
+    constexpr wchar_t kDigits[] = L"0123456789abcdef";
+    std::wstring text;
+    for (const char c : bytes) {
+        const auto byte = static_cast<unsigned char>(c);
+        text += kDigits[byte >> 4];
+        text += kDigits[byte & 0x0F];
+    }
+    return text;
+}
+
+}  // namespace
+
+bool read_registry_string(RegistryRoot root, const std::wstring& key, const std::wstring& value, std::wstring& data) {
+    ValueText text;
+    if (!read_value(root, key, value, text) || text.type != "REG_SZ") {
+        return false;
+    }
+    auto wide = to_wide(text.data);
+    if (!wide || utf16_length(*wide) > kLongestText) {
+        return false;
+    }
+    data = wide->substr(0, wide->find(L'\0'));
+    return true;
+}
+
+bool read_registry_dword(RegistryRoot root, const std::wstring& key, const std::wstring& value, std::uint32_t& data) {
+    ValueText text;
+    if (!read_value(root, key, value, text) || text.type != "REG_DWORD") {
+        return false;
+    }
+    std::uint32_t number = 0;
+    const char* const end = text.data.data() + text.data.size();
+    const auto [stop, error] = std::from_chars(text.data.data(), end, number);
+    if (error != std::errc() || stop != end) {
+        return false;
+    }
+    data = number;
+    return true;
+}
+
+bool write_registry_string(RegistryRoot root, const std::wstring& key, const std::wstring& value,
+                           const std::wstring& data) {
+    return write_value(root, key, value, "REG_SZ\n" + to_utf8(data) + "\n");
+}
+
+bool write_registry_dword(RegistryRoot root, const std::wstring& key, const std::wstring& value, std::uint32_t data) {
+    return write_value(root, key, value, "REG_DWORD\n" + std::to_string(data) + "\n");
+}
+
+bool delete_registry_value(RegistryRoot root, const std::wstring& key, const std::wstring& value) {
+    const auto parts = key_parts(root, key);
+    const std::string name = value_file(value);
+    if (!parts || name.empty()) {
+        return false;
+    }
+    const Descriptor folder = open_key(*parts, false);
+    if (!folder || !lock_key(folder.get())) {
+        return false;
+    }
+    const std::string found = find_entry(folder.get(), name, KeyEntry::value);
+    return !found.empty() && ::unlinkat(folder.get(), found.c_str(), 0) == 0;
+}
+
+bool delete_registry_key(RegistryRoot root, const std::wstring& key) {
+    auto parts = key_parts(root, key);
+    if (!parts || parts->size() < 2) {
+        return false;
+    }
+    const std::string name = parts->back();
+    parts->pop_back();
+    // From the top down, as subkeys come and go under the lock of their parent only.
+    const Descriptor parent = open_key(*parts, false);
+    if (!parent || !lock_key(parent.get())) {
+        return false;
+    }
+    const std::string found = find_entry(parent.get(), name, KeyEntry::subkey);
+    const Descriptor folder(found.empty() ? -1
+                                          : ::openat(parent.get(), found.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!folder || !lock_key(folder.get()) || !key_entries(folder.get(), KeyEntry::subkey).empty()) {
+        return false;
+    }
+    ::unlinkat(folder.get(), kTemporary, 0);
+    for (const std::string& value : key_entries(folder.get(), KeyEntry::value)) {
+        ::unlinkat(folder.get(), value.c_str(), 0);
+    }
+    return ::unlinkat(parent.get(), found.c_str(), AT_REMOVEDIR) == 0;
+}
+
+bool list_registry_key(RegistryRoot root, const std::wstring& key, std::vector<std::wstring>& subkeys,
+                       std::vector<RegistryValue>& values) {
+    subkeys.clear();
+    values.clear();
+    const auto parts = key_parts(root, key);
+    const Descriptor folder = parts ? open_key(*parts, false) : Descriptor();
+    if (!folder) {
+        return false;
+    }
+    for (const std::string& name : key_entries(folder.get(), KeyEntry::subkey)) {
+        subkeys.push_back(to_wide(name).value_or(L"?"));
+    }
+    for (const std::string& name : key_entries(folder.get(), KeyEntry::value)) {
+        ValueText text;
+        if (read_value_file(folder.get(), name, text)) {
+            const auto data = to_wide(text.data);
+            values.push_back({to_wide(name).value_or(L"?"), to_wide(text.type).value_or(L"?"),
+                              data ? *data : hexadecimal(text.data)});
+        }
+    }
+    std::sort(subkeys.begin(), subkeys.end());
+    std::sort(values.begin(), values.end(), [](const auto& a, const auto& b) { return a.name < b.name; });
+    return true;
+}
+
+}  // namespace platform

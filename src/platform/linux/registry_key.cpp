@@ -1,0 +1,161 @@
+#include "platform/linux/registry_key.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <locale.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <wctype.h>
+
+#include <algorithm>
+#include <memory>
+
+namespace platform {
+namespace {
+
+constexpr char kRegistryFolder[] = "registry";
+
+// A leading dot is kept for temporary files, and for "." and "..".
+bool is_name(std::string_view name) {
+    return !name.empty() && name.front() != '.' && name.find('/') == std::string_view::npos &&
+           name.find('\0') == std::string_view::npos;
+}
+
+std::wstring folded(const std::string& name) {
+    // Never freed. Without that locale only ASCII letters have a case.
+    static const locale_t kLocale = ::newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+    std::wstring text = to_wide(name).value_or(L"");
+    for (wchar_t& c : text) {
+        const wint_t wide = static_cast<char32_t>(c);
+        c = static_cast<wchar_t>(kLocale != nullptr ? ::towupper_l(wide, kLocale) : ::towupper(wide));
+    }
+    return text;
+}
+
+bool is_kind(int folder, const char* name, KeyEntry kind) {
+    struct stat status {};
+    return ::fstatat(folder, name, &status, 0) == 0 &&
+           (kind == KeyEntry::subkey ? S_ISDIR(status.st_mode) : S_ISREG(status.st_mode));
+}
+
+Descriptor open_folder(int base, const char* name) {
+    return Descriptor(retry([=] { return ::openat(base, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+}
+
+Descriptor open_subkey(int folder, const std::string& name) {
+    Descriptor subkey = open_folder(folder, name.c_str());
+    if (subkey || !lock_key_shared(folder)) {
+        return subkey;
+    }
+    const std::string found = find_entry(folder, name, KeyEntry::subkey);
+    if (found.empty()) {
+        errno = ENOENT;
+        return Descriptor();
+    }
+    return open_folder(folder, found.c_str());
+}
+
+Descriptor make_subkey(int folder, const std::string& name) {
+    if (!lock_key(folder)) {
+        return Descriptor();
+    }
+    std::string found = find_entry(folder, name, KeyEntry::subkey);
+    if (found.empty()) {
+        if (::mkdirat(folder, name.c_str(), 0777) != 0) {
+            return Descriptor();
+        }
+        found = name;
+    }
+    return open_folder(folder, found.c_str());
+}
+
+}  // namespace
+
+std::optional<KeyParts> key_parts(RegistryRoot root, const std::wstring& key) {
+    if (root != RegistryRoot::local_machine) {
+        return std::nullopt;
+    }
+    KeyParts parts = {"HKEY_LOCAL_MACHINE"};
+    for (std::size_t start = 0; !key.empty() && start <= key.size();) {
+        const std::size_t end = std::min(key.find(L'\\', start), key.size());
+        parts.push_back(to_utf8(std::wstring_view(key).substr(start, end - start)));
+        if (!is_name(parts.back())) {
+            return std::nullopt;
+        }
+        start = end + 1;
+    }
+    return parts;
+}
+
+std::string value_file(const std::wstring& value) {
+    std::string name = to_utf8(value);
+    return is_name(name) ? name : "";
+}
+
+std::vector<std::string> key_entries(int folder, KeyEntry kind) {
+    struct FolderCloser {
+        void operator()(DIR* list) const { ::closedir(list); }
+    };
+    std::vector<std::string> names;
+    const int again = ::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);  // a position of its own
+    const std::unique_ptr<DIR, FolderCloser> list(again < 0 ? nullptr : ::fdopendir(again));
+    while (list != nullptr) {
+        const dirent* const entry = ::readdir(list.get());
+        if (entry == nullptr) {
+            break;
+        }
+        const unsigned char wanted = kind == KeyEntry::subkey ? DT_DIR : DT_REG;
+        const bool known = entry->d_type == DT_DIR || entry->d_type == DT_REG;  // else a link, or not told
+        if (is_name(entry->d_name) && (known ? entry->d_type == wanted : is_kind(folder, entry->d_name, kind))) {
+            names.emplace_back(entry->d_name);
+        }
+    }
+    return names;
+}
+
+std::string find_entry(int folder, const std::string& name, KeyEntry kind) {
+    if (is_kind(folder, name.c_str(), kind)) {
+        return name;
+    }
+    const std::wstring wanted = folded(name);
+    for (std::string& entry : key_entries(folder, kind)) {
+        if (folded(entry) == wanted) {
+            return std::move(entry);
+        }
+    }
+    return "";
+}
+
+Descriptor open_key(const KeyParts& parts, bool make) {
+    const std::string registry = machine_path(kRegistryFolder);
+    std::string path = registry;
+    for (const std::string& part : parts) {
+        path.append("/").append(part);
+    }
+    Descriptor key = open_folder(AT_FDCWD, path.c_str());  // names mostly come in the case of their first writing
+    if (key || (make && !make_folders(registry))) {
+        return key;
+    }
+    key = open_folder(AT_FDCWD, registry.c_str());
+    for (const std::string& part : parts) {
+        if (!key) {
+            break;
+        }
+        Descriptor subkey = open_subkey(key.get(), part);
+        if (!subkey && make) {
+            subkey = make_subkey(key.get(), part);
+        }
+        key = std::move(subkey);
+    }
+    return key;
+}
+
+bool lock_key(int folder) {
+    return retry([=] { return ::flock(folder, LOCK_EX); }) == 0;
+}
+
+bool lock_key_shared(int folder) {
+    return retry([=] { return ::flock(folder, LOCK_SH); }) == 0;
+}
+
+}  // namespace platform

@@ -1,0 +1,219 @@
+#include "platform/trace.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <system_error>
+#include <thread>
+
+#include "platform/clock.h"
+#include "platform/linux/machine_file.h"
+#include "platform/machine.h"
+
+namespace platform {
+namespace {
+
+constexpr char kSessionFile[] = "trace.json";
+constexpr std::uint32_t kInvalidHandle = 6;
+constexpr std::uint32_t kNoResources = 1450;  // ERROR_NO_SYSTEM_RESOURCES
+
+// A logger is its session: bit 63, the level from bit 32 on, and the flags.
+constexpr std::uint64_t kLogger = 1ULL << 63;
+
+struct Provider {
+    TraceControl control = nullptr;
+    void* context = nullptr;
+    std::uint64_t logger = 0;  // 0 without a session
+    Descriptor changes;        // of the machine's folder
+    Descriptor stop;
+    std::thread watcher;
+};
+
+// Guards the log's descriptor and the list, both shared by all threads. Never destroyed, as threads may still log
+// while the process ends.
+struct Shared {
+    std::mutex mutex;
+    Descriptor log;
+    std::map<std::uint64_t, std::unique_ptr<Provider>> providers;
+    std::uint64_t lastRegistration = 0;
+};
+
+Shared& shared() {
+    static auto* const state = new Shared;
+    return *state;
+}
+
+std::uint64_t read_session() {
+    const auto json = read_machine_json(kSessionFile);
+    if (!json) {
+        return 0;
+    }
+    const auto member = [&json](const char* name, std::uint64_t most) {
+        const auto found = json->find(name);
+        const bool sound = found != json->end() && found->is_number_unsigned();
+        const std::uint64_t number = sound ? found->get<std::uint64_t>() : 0;
+        return number <= most ? number : 0;
+    };
+    return kLogger | member("level", 0xFF) << 32 | member("flags", 0xFFFFFFFF);
+}
+
+void follow_session(Provider& provider) {
+    const std::uint64_t before = provider.logger;
+    provider.logger = read_session();
+    if (provider.logger != 0) {
+        Descriptor log = open_lines("trace.log");
+        {
+            const std::lock_guard guard(shared().mutex);
+            shared().log = std::move(log);
+        }
+        provider.control(kTraceEnable, provider.context, &provider.logger);
+    } else if (before != 0) {
+        provider.control(kTraceDisable, provider.context, &provider.logger);
+    }
+}
+
+// Whether one of the changes that are waiting is the session file's.
+bool session_changed(int changes) {
+    alignas(inotify_event) std::array<char, 4096> buffer;
+    bool changed = false;
+    ssize_t size = 0;
+    while ((size = retry([&] { return ::read(changes, buffer.data(), buffer.size()); })) > 0) {
+        for (ssize_t offset = 0; offset < size;) {
+            const auto* const event = reinterpret_cast<const inotify_event*>(buffer.data() + offset);
+            changed |=
+                (event->mask & IN_Q_OVERFLOW) != 0 || (event->len > 0 && std::strcmp(event->name, kSessionFile) == 0);
+            offset += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
+        }
+    }
+    return changed;
+}
+
+// The kernel takes longer to give a watch back than a short pass runs, so a process watches once it has lived this
+// long; what changed until then is seen there.
+constexpr int kUnwatchedMilliseconds = 100;
+
+void watch(Provider& provider) {
+    pollfd stop = {provider.stop.get(), POLLIN, 0};
+    if (retry([&] { return ::poll(&stop, 1, kUnwatchedMilliseconds); }) != 0) {
+        return;
+    }
+    constexpr std::uint32_t kChanges = IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE;
+    provider.changes = Descriptor(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+    if (!provider.changes || ::inotify_add_watch(provider.changes.get(), machine_folder().c_str(), kChanges) < 0) {
+        return;  // the session stays as it was at the registration
+    }
+    if (read_session() != provider.logger) {
+        follow_session(provider);
+    }
+    std::array<pollfd, 2> sources = {{{provider.stop.get(), POLLIN, 0}, {provider.changes.get(), POLLIN, 0}}};
+    while (retry([&] { return ::poll(sources.data(), sources.size(), -1); }) > 0 && sources[0].revents == 0) {
+        if (session_changed(provider.changes.get())) {
+            follow_session(provider);
+        }
+    }
+}
+
+std::string escaped(std::string_view text) {
+    std::string result;
+    for (const char c : text) {
+        switch (c) {
+            case '\t':
+                result += "\\t";
+                break;
+            case '\r':
+                result += "\\r";
+                break;
+            case '\n':
+                result += "\\n";
+                break;
+            case '\\':
+                result += "\\\\";
+                break;
+            default:
+                result += c;
+        }
+    }
+    return result;
+}
+
+}  // namespace
+
+std::uint32_t register_trace(TraceControl control, void* context, const Guid&, const Guid&,
+                             std::uint64_t& registration) {
+    make_folders(machine_folder());
+    auto provider = std::make_unique<Provider>();
+    provider->control = control;
+    provider->context = context;
+    provider->stop = Descriptor(::eventfd(0, EFD_CLOEXEC));
+    if (!provider->stop) {
+        return kNoResources;
+    }
+    follow_session(*provider);
+    try {
+        provider->watcher = std::thread(watch, std::ref(*provider));
+    } catch (const std::system_error&) {
+        return kNoResources;
+    }
+    const std::lock_guard guard(shared().mutex);
+    registration = ++shared().lastRegistration;
+    shared().providers.emplace(registration, std::move(provider));
+    return 0;
+}
+
+std::uint32_t unregister_trace(std::uint64_t registration) {
+    std::unique_ptr<Provider> provider;
+    {
+        const std::lock_guard guard(shared().mutex);
+        const auto entry = shared().providers.find(registration);
+        if (entry == shared().providers.end()) {
+            return kInvalidHandle;
+        }
+        provider = std::move(entry->second);
+        shared().providers.erase(entry);
+    }
+    ::eventfd_write(provider->stop.get(), 1);
+    provider->watcher.join();
+    const std::lock_guard guard(shared().mutex);
+    if (shared().providers.empty()) {
+        const Descriptor closing = std::move(shared().log);
+    }
+    return 0;
+}
+
+std::uint64_t trace_logger(void* buffer) {
+    return *static_cast<const std::uint64_t*>(buffer);
+}
+
+std::uint8_t trace_level(std::uint64_t logger) {
+    return static_cast<std::uint8_t>(logger >> 32 & 0xFF);
+}
+
+std::uint32_t trace_flags(std::uint64_t logger) {
+    return static_cast<std::uint32_t>(logger & 0xFFFFFFFF);
+}
+
+void send_trace(std::uint64_t logger, std::uint32_t, const Guid&, std::uint16_t number, const char* text,
+                std::size_t length) {
+    if (logger == 0) {
+        return;
+    }
+    const std::int64_t now = now_microseconds();
+    std::array<char, 64> start;
+    std::snprintf(start.data(), start.size(), "%lld.%06lld\t%d\t%u\t", static_cast<long long>(now / 1000000),
+                  static_cast<long long>(now % 1000000), ::getpid(), static_cast<unsigned>(number));
+    const std::string line = start.data() + escaped({text, ::strnlen(text, length)}) + "\n";
+    const std::lock_guard guard(shared().mutex);
+    if (shared().log) {
+        write_whole(shared().log.get(), line);
+    }
+}
+
+}  // namespace platform

@@ -1,0 +1,68 @@
+#include "platform/clock.h"
+
+#include <windows.h>
+
+#include <atomic>
+#include <cmath>
+
+#include "platform/windows/wait.h"
+
+namespace platform {
+namespace {
+
+constexpr std::int64_t kTicksFrom1601 = 116444736000000000;
+constexpr std::int64_t kTicks = 10000000;  // in a second
+
+std::atomic<std::int64_t> switchOffset{0};
+std::atomic<double> switchFactor{1.0};
+
+std::int64_t ticks_since_1970() {
+    FILETIME now;
+    ::GetSystemTimeAsFileTime(&now);
+    const std::uint64_t ticks = std::uint64_t{now.dwHighDateTime} << 32 | now.dwLowDateTime;
+    return static_cast<std::int64_t>(ticks) - kTicksFrom1601 + switchOffset.load() * kTicks;
+}
+
+// Towards the past also before 1970.
+std::int64_t floor_divide(std::int64_t ticks, std::int64_t unit) {
+    return ticks / unit - (ticks % unit < 0 ? 1 : 0);
+}
+
+}  // namespace
+
+void set_clock(const ClockSwitch& clock) {
+    switchOffset = clock.offset_seconds;
+    switchFactor = clock.wait_factor;
+}
+
+std::int64_t now_seconds() {
+    return floor_divide(ticks_since_1970(), kTicks);
+}
+
+std::uint64_t now_ticks() {
+    return static_cast<std::uint64_t>(ticks_since_1970() + kTicksFrom1601);
+}
+
+std::int64_t now_microseconds() {
+    return floor_divide(ticks_since_1970(), 10);
+}
+
+bool local_time(std::int64_t seconds, std::tm& local) {
+    const __time64_t time = seconds;
+    if (::_localtime64_s(&local, &time) == 0) {
+        return true;
+    }
+    local = std::tm{};  // the library leaves -1 in every field
+    return false;
+}
+
+void sleep_milliseconds(std::uint32_t milliseconds) {
+    ::Sleep(wait_milliseconds(milliseconds));
+}
+
+std::int64_t scaled_wait(std::uint32_t milliseconds) {
+    const double wait = milliseconds * 1000.0 * switchFactor.load();
+    return wait < 1e15 ? std::llround(wait) : static_cast<std::int64_t>(1e15);
+}
+
+}  // namespace platform

@@ -1,0 +1,66 @@
+#include "platform/files.h"
+
+#include <windows.h>
+
+#include "platform/windows/wide.h"
+
+namespace platform {
+namespace {
+
+bool has_attributes(const std::string& path, DWORD folder) {
+    const DWORD attributes = ::GetFileAttributesW(to_wide(path).c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == folder;
+}
+
+}  // namespace
+
+File open_file(const std::string& path, const char* mode) {
+    return File(::_wfopen(to_wide(path).c_str(), to_wide(mode).c_str()));
+}
+
+bool file_exists(const std::string& path) {
+    return has_attributes(path, 0);
+}
+
+bool folder_exists(const std::string& path) {
+    return has_attributes(path, FILE_ATTRIBUTE_DIRECTORY);
+}
+
+bool create_folder(const std::string& path) {
+    return ::CreateDirectoryW(to_wide(path).c_str(), nullptr) != FALSE;
+}
+
+bool remove_file(const std::string& path) {
+    return ::DeleteFileW(to_wide(path).c_str()) != FALSE;
+}
+
+bool rename_file(const std::string& from, const std::string& to) {
+    return ::MoveFileW(to_wide(from).c_str(), to_wide(to).c_str()) != FALSE;
+}
+
+std::uint32_t list_folder(const std::string& folder, std::vector<FolderEntry>& entries) {
+    entries.clear();
+    if (folder.empty()) {
+        return ERROR_PATH_NOT_FOUND;  // with the pattern alone the system would list the drive's root
+    }
+    WIN32_FIND_DATAW found;
+    const HANDLE search = ::FindFirstFileW(to_wide(folder + "\\*").c_str(), &found);
+    DWORD error = search == INVALID_HANDLE_VALUE ? ::GetLastError() : ERROR_SUCCESS;
+    while (error == ERROR_SUCCESS) {
+        const std::wstring_view name = found.cFileName;
+        if (name != L"." && name != L"..") {
+            entries.push_back({to_utf8(name), (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0});
+        }
+        if (!::FindNextFileW(search, &found)) {
+            error = ::GetLastError();
+        }
+    }
+    ::FindClose(search);  // of a failed search too, where it does nothing
+    return error == ERROR_NO_MORE_FILES ? ERROR_SUCCESS : error;
+}
+
+std::string native_path(const std::string& path) {
+    return path;
+}
+
+}  // namespace platform

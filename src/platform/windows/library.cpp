@@ -1,0 +1,20 @@
+#include "platform/library.h"
+
+#include <windows.h>
+
+namespace platform {
+
+SharedLibrary::SharedLibrary(const wchar_t* name) : handle_(::LoadLibraryW(name)) {}
+
+SharedLibrary::~SharedLibrary() {
+    ::FreeLibrary(static_cast<HMODULE>(handle_));
+}
+
+void* SharedLibrary::symbol(const char* name) const {
+    if (handle_ == nullptr) {
+        return nullptr;  // the system would look among the executable's own exports
+    }
+    return reinterpret_cast<void*>(::GetProcAddress(static_cast<HMODULE>(handle_), name));
+}
+
+}  // namespace platform

@@ -1,0 +1,31 @@
+#include "platform/lock.h"
+
+#include "platform/windows/handles.h"
+#include "platform/windows/wait.h"
+
+namespace platform {
+
+struct Lock::State {
+    OwnedHandle mutex{::CreateMutexW(nullptr, FALSE, nullptr)};
+};
+
+Lock::Lock() : state_(new State) {}
+
+Lock::~Lock() {
+    delete state_;
+}
+
+bool Lock::wait(std::uint32_t milliseconds) {
+    const DWORD limit = milliseconds == 0 ? INFINITE : wait_milliseconds(milliseconds);
+    return valid() && ::WaitForSingleObject(state_->mutex.get(), limit) == WAIT_OBJECT_0;
+}
+
+void Lock::release() {
+    ::ReleaseMutex(state_->mutex.get());
+}
+
+bool Lock::valid() const {
+    return state_->mutex != nullptr;
+}
+
+}  // namespace platform

@@ -1,0 +1,82 @@
+#include "platform/trace.h"
+
+#include <windows.h>
+
+#include <wmistr.h>
+
+#include <evntrace.h>
+
+#include <mutex>
+
+#include "platform/guid.h"
+
+namespace platform {
+namespace {
+
+std::mutex controlMutex;
+TraceControl providerControl = nullptr;  // a process has one provider at a time
+
+GUID to_system(const Guid& guid) {
+    GUID result = {guid.data1, guid.data2, guid.data3, {}};
+    std::copy(std::begin(guid.data4), std::end(guid.data4), result.Data4);
+    return result;
+}
+
+// Held for the length of a call, so that `unregister_trace` can wait for it.
+ULONG WINAPI forward_control(WMIDPREQUESTCODE request, void* context, ULONG*, void* buffer) {
+    const std::lock_guard guard(controlMutex);
+    return providerControl != nullptr ? providerControl(request, context, buffer) : ERROR_SUCCESS;
+}
+
+void set_control(TraceControl control) {
+    const std::lock_guard guard(controlMutex);
+    providerControl = control;
+}
+
+}  // namespace
+
+std::uint32_t register_trace(TraceControl control, void* context, const Guid& provider, const Guid& messages,
+                             std::uint64_t& registration) {
+    const GUID providerGuid = to_system(provider);
+    const GUID messagesGuid = to_system(messages);
+    TRACE_GUID_REGISTRATION classes = {&messagesGuid, nullptr};
+    TRACEHANDLE handle = 0;
+    set_control(control);
+    const ULONG status =
+        ::RegisterTraceGuidsW(forward_control, context, &providerGuid, 1, &classes, nullptr, nullptr, &handle);
+    if (status == ERROR_SUCCESS) {
+        registration = handle;
+    } else {
+        set_control(nullptr);
+    }
+    return status;
+}
+
+std::uint32_t unregister_trace(std::uint64_t registration) {
+    const ULONG status = ::UnregisterTraceGuids(registration);
+    if (status == ERROR_SUCCESS) {
+        set_control(nullptr);
+    }
+    return status;
+}
+
+std::uint64_t trace_logger(void* buffer) {
+    return ::GetTraceLoggerHandle(buffer);
+}
+
+std::uint8_t trace_level(std::uint64_t logger) {
+    return ::GetTraceEnableLevel(logger);
+}
+
+std::uint32_t trace_flags(std::uint64_t logger) {
+    return ::GetTraceEnableFlags(logger);
+}
+
+void send_trace(std::uint64_t logger, std::uint32_t message_flags, const Guid& messages, std::uint16_t number,
+                const char* text, std::size_t length) {
+    GUID guid = to_system(messages);
+    // Pairs of address and size, ended by a null address.
+    ::TraceMessage(logger, message_flags, &guid, number, text, length, nullptr);
+}
+
+}  // namespace platform
