@@ -1,0 +1,204 @@
+#include "collection/collectors.h"
+
+#include <array>
+#include <string_view>
+
+#include "collection/dispatch.h"
+#include "common/device_identity.h"
+#include "common/log.h"
+#include "common/registry.h"
+#include "common/text.h"
+#include "store/db_file.h"
+#include "store/telemetry_db.h"
+
+namespace zorvalis {
+namespace {
+
+// What tells the four collectors apart.
+struct Collector {
+    CollectionKind kind;
+    std::uint32_t mask;
+    bool atPowerOff;  // runs also for power off (11) and suspend (12)
+    const char* retrieving;
+    const char* triggered;
+};
+
+constexpr Collector kBatteryPower = {CollectionKind::Battery_Power, 2, false,
+                                     "[collectBatteryPowerData] bp data retrieving",
+                                     "[collectBatteryPowerData] bp triggerType= "};
+constexpr Collector kThermal = {CollectionKind::Thermal, 1, false, "[collectThermalData] thermal data retrieving",
+                                "[collectThermalData] thermal triggerType= "};
+constexpr Collector kSystemInfo = {CollectionKind::SysInfo, 4, false, "[collectSystemInfoData] sysinfo data retrieving",
+                                   "[collectSystemInfoData] sysinfo triggerType= "};
+constexpr Collector kUserBehavior = {CollectionKind::UserBehavior, 2032, true,
+                                     "[collectUserBehaviorData] ub data retrieving",
+                                     "[collectUserBehaviorData] ub triggerType= "};
+
+struct RecordLimits {
+    DbClass dbClass;
+    std::string_view tableName;
+    std::int32_t limit;
+};
+
+constexpr std::array<RecordLimits, 12> RecordLimitTable = {{
+    {DbClass::periodic, "Thermal", 96},
+    {DbClass::periodic, "Battery_Power", 288},
+    {DbClass::periodic, "SysInfo", 1},
+    {DbClass::periodic, "UserBehavior", 0},
+    {DbClass::event, "Thermal", 108},
+    {DbClass::event, "Battery_Power", 108},
+    {DbClass::event, "SysInfo", 0},
+    {DbClass::event, "UserBehavior", 108},
+    {DbClass::wmi_event, "Thermal", 24},
+    {DbClass::wmi_event, "Battery_Power", 24},
+    {DbClass::wmi_event, "SysInfo", 0},
+    {DbClass::wmi_event, "UserBehavior", 24},
+}};
+
+constexpr std::int32_t kBatteryHealthMode = 8;  // the column of UserBehavior that only a mode change keeps
+
+void SetEvent(const DataCollector& collector, SampleRow& row, const std::string& timeText) {
+    setEventTimeColumn(row, collector.triggerType, timeText);
+    if (collector.triggerType < 20 || collector.triggerType > 22) {
+        row[kBatteryHealthMode] = "NULL";
+    }
+    LogMessage("[collectUserBehaviorData] columnnnnnn= " + row[EventColumns()[collector.triggerType]]);
+}
+
+void Collect(const Collector& words, const std::string& timeText, std::int32_t triggerType, std::uint32_t funcMask) {
+    const bool goesDown = triggerType == 11 || triggerType == 12;
+    if ((funcMask & words.mask) == 0 || (goesDown && !words.atPowerOff)) {
+        return;
+    }
+    DataCollector collector(words.kind);
+    collector.triggerType = triggerType;
+    collector.dbClass = classOfTrigger(triggerType);
+    collector.dbName = LetterOf(collector.dbClass);
+    if (collector.dbClass == DbClass::wmi_event) {
+        for (MetricRow& row : collector.rows) {
+            row.wmiFlag = 0;
+        }
+    }
+    setDbPath(collector);
+    genDB(collector);  // for every sample, also when nothing will be stored
+    if (!canStoreData(collector, collector.dbName, collector.tableName)) {
+        return;
+    }
+    LogMessage(words.retrieving);
+    SampleRow row = RetrieveData(collector);
+    setFreqColumn(collector, row, triggerType);
+    setLocalTimeColumn(collector, row, timeText);
+    LogMessage(words.triggered + row[1]);  // `freq`, but `local_time` in SysInfo
+    if (words.kind == CollectionKind::SysInfo) {
+        updateSystemInfoRegistry(row);
+    }
+    if (words.kind == CollectionKind::UserBehavior) {
+        SetEvent(collector, row, timeText);
+    }
+    storeData(collector, row);
+}
+
+}  // namespace
+
+void collectBatteryPowerData(std::string timeText, std::int32_t triggerType, std::uint32_t funcMask) {
+    Collect(kBatteryPower, timeText, triggerType, funcMask);
+}
+
+void collectThermalData(std::string timeText, std::int32_t triggerType, std::uint32_t funcMask) {
+    Collect(kThermal, timeText, triggerType, funcMask);
+}
+
+void collectSystemInfoData(std::string timeText, std::int32_t triggerType, std::uint32_t funcMask) {
+    Collect(kSystemInfo, timeText, triggerType, funcMask);
+}
+
+void collectUserBehaviorData(std::string timeText, std::int32_t triggerType, std::uint32_t funcMask) {
+    Collect(kUserBehavior, timeText, triggerType, funcMask);
+}
+
+SampleRow RetrieveData(const DataCollector& collector) {
+    LogMessage("in RetrieveData===============>");
+    SampleRow row(collector.columnCount, "NULL");
+    for (std::int32_t index = 0; index < collector.columnCount; ++index) {
+        const MetricRow& metric = collector.rows[index];
+        std::string& element = row[index];
+        if (metric.sourceKind == kNoSource) {
+            continue;
+        }
+        if (metric.specialFlag == 1) {
+            if (metric.columnName == "serial_number") {
+                element = getSerialNumber();
+            }
+        } else if (metric.dispatchIndex == INDEX_WMI) {
+            LogMessage("~~~>INDEX_WMI : " + metric.functionName);
+            element = DispatchWmi(metric.functionName, metric.wmiFlag);
+        } else {
+            LogMessage("~~~> ELSE : " + metric.functionName);
+            element = DispatchDirect(metric.functionName);
+        }
+        if (element.empty()) {
+            element = "NULL";
+        }
+    }
+    LogMessage("finish RetrieveData");
+    LogMessage("out RetrieveData===============>");
+    return row;
+}
+
+bool canStoreData(const DataCollector& collector, const std::string& dbName, const std::string& tableName) {
+    LogMessage("in canStoreData:============>");
+    const std::int32_t count = totalRecord(dbName, tableName);
+    const std::int32_t limit = getRecordLimit(collector.dbClass, tableName);
+    LogMessage("canStoreData dbname: " + dbName + " tablename: " + tableName +
+               " totalrecords: " + std::to_string(count) + " limit: " + std::to_string(limit));
+    LogMessage("out canStoreData:============>");
+    return count <= limit;  // less or equal on purpose
+}
+
+std::int32_t getRecordLimit(DbClass dbClass, const std::string& tableName) {
+    for (const RecordLimits& one : RecordLimitTable) {
+        if (one.dbClass == dbClass && one.tableName == tableName) {
+            return one.limit;
+        }
+    }
+    return 0;
+}
+
+void storeData(const DataCollector& collector, const SampleRow& row) {
+    LogMessage("in storeData===============>");
+    insert(collector.dbName, buildInsert(collector.tableName, collector.rows, row, collector.columnCount));
+    LogMessage("out storeData===============>");
+}
+
+void genDB(const DataCollector& collector) {
+    initDB(collector.dbName, buildCreateTable(collector.tableName, collector.rows, collector.columnCount));
+}
+
+void createAllTables(const std::string& dbName, DbClass dbClass) {
+    for (const CollectionKind kind : {CollectionKind::SysInfo, CollectionKind::Thermal, CollectionKind::Battery_Power,
+                                      CollectionKind::UserBehavior}) {
+        DataCollector collector(kind);
+        collector.dbName = dbName;
+        collector.dbClass = dbClass;
+        genDB(collector);
+    }
+}
+
+void updateSystemInfoRegistry(SampleRow row) {
+    constexpr std::size_t kFirst = 3;  // model_name, local_time and freq are not kept
+    const MetricCatalogue& catalogue = CatalogueOf(CollectionKind::SysInfo);
+    std::size_t updated = 0;
+    for (std::size_t index = kFirst; index < catalogue.size(); ++index) {
+        const std::wstring name = WidenBytes(catalogue[index].columnName);
+        const std::wstring text = WidenBytes(row[index]);
+        const std::wstring stored = ReadRegString(kLocalMachine, kProductKey, name);
+        if (stored == ERROR_READREG || stored != text) {
+            WriteRegString(kLocalMachine, kProductKey, name, text);
+            updated = 1;
+        }
+    }
+    // The flag is the position at which the words begin: "sUpdated: " tells a change.
+    LogMessage(std::string("isUpdated: ").substr(updated));
+}
+
+}  // namespace zorvalis

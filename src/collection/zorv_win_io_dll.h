@@ -1,0 +1,81 @@
+// The closed hardware library, loaded by name for the life of one object. Every export is looked up at each call; a
+// library or an export that is missing gives the default of its call shape. Objects are private to their user; the
+// library itself counts and locks.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "platform/library.h"
+
+namespace zorvalis {
+
+// Texts are read into buffers of this many characters; the exports take no length and keep within it.
+constexpr std::size_t kTextCapacity = 150;
+using WideBuffer = std::array<wchar_t, kTextCapacity>;
+using NarrowBuffer = std::array<char, kTextCapacity>;
+
+// A buffer's text, up to its first zero.
+std::wstring WideText(const WideBuffer& buffer);
+std::string NarrowText(const NarrowBuffer& buffer);
+
+class ZorvWinIoDll {
+public:
+    // Loads and initialises, shuts down and frees; only a missing lifecycle export is reported, to the event log.
+    ZorvWinIoDll();
+    ~ZorvWinIoDll();
+
+    bool Exports(const char* name) const;
+
+    // One for each call shape. Missing: 0; a text buffer is left alone.
+    std::uint32_t ReadInteger(const char* name);
+    double ReadDouble(const char* name);
+    float ReadFloat(const char* name);
+    void ReadNarrow(const char* name, char* buffer);
+    void ReadWide(const char* name, wchar_t* buffer);
+    std::int32_t ReadFlagged(const char* name, std::uint8_t flag);
+    std::uint8_t ReadFlaggedByte(const char* name, std::uint8_t flag);
+    void ReadWide(const char* name, wchar_t* buffer, std::uint8_t flag);
+
+    // The board's GUID by way of its cached copy. `buffer` is zeroed and holds kTextCapacity characters.
+    void wmiGetBoardUUID(wchar_t* buffer, std::uint8_t flag);
+
+    std::int32_t WMICheckBatteryHealthSupport(std::uint8_t flag);
+    std::int32_t WMISetBatteryHealth(std::int32_t mode, std::uint8_t flag);
+    std::int32_t WMICheckQuietFanSupport(std::uint8_t flag);
+    std::int32_t WMISetQuietFan(std::uint8_t on, std::uint8_t flag);
+    std::int32_t WMISetAppPath(const wchar_t* path, std::uint8_t flag);
+
+    void WMIGetSystemChassisTypes(wchar_t* buffer, std::uint8_t flag);
+    void WMIGetProductName(wchar_t* buffer, std::uint8_t flag);
+    void WMIGetWiFiCardName(wchar_t* buffer, std::uint8_t flag);
+
+    // Records of non-volatile storage: 0 for success, 1 also for a missing export or a null record.
+    std::int32_t GPNV_Get_RandomUUID(void* record);
+    std::int32_t GPNV_Set_RandomUUID(void* record);
+    std::int32_t GPNV_Get_ActivatedTime(void* record);
+    std::int32_t GPNV_Set_ActivatedTime(void* record);
+    std::int32_t GPNV_Get_ManufacturedTime(void* record);
+    std::int32_t GPNV_Set_ManufacturedTime(void* record);
+
+    // No caller reads these yet.
+    std::uint32_t EC_ReadEcChipId();
+    std::uint32_t EC_ReadEcChipName();
+    std::uint32_t EC_ReadEcFwRev();
+    std::uint32_t GetIoDllVersion();
+    std::uint32_t GetDriverVersion();
+    void App_Get_UWPApp(wchar_t* buffer);
+
+private:
+    template <class Result, class... Arguments>
+    Result Call(const char* name, Result missing, Arguments... arguments) const;
+    template <class Char, class... Arguments>
+    void Fill(const char* name, Char* buffer, Arguments... arguments) const;
+    std::int32_t CallRecord(const char* name, void* record) const;
+
+    platform::SharedLibrary library_;
+};
+
+}  // namespace zorvalis

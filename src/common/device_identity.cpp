@@ -1,0 +1,80 @@
+#include "common/device_identity.h"
+
+#include <algorithm>
+#include <cwchar>
+#include <cwctype>
+
+#include "collection/zorv_win_io_dll.h"
+#include "common/log.h"
+#include "common/registry.h"
+#include "common/text.h"
+#include "platform/uuid.h"
+
+namespace zorvalis {
+namespace {
+
+std::string KeepCopy(const platform::Uuid& uuid, const char* words) {
+    const std::wstring text = platform::uuid_to_text(uuid);
+    const std::string result = NarrowBytes(text);
+    LogMessage(words + result);
+    WriteRegString(kLocalMachine, kConfigKey, L"RandomUUID", text);
+    return result;
+}
+
+}  // namespace
+
+std::string getDeviceUUID() {
+    ZorvWinIoDll zorvWinIoDll;
+    platform::Uuid uuid{};
+    if (zorvWinIoDll.GPNV_Get_RandomUUID(uuid.data()) != 0) {
+        WriteRegDword(kLocalMachine, kConfigKey, L"NvramFail", 1);
+        const std::wstring copy = ReadRegString(kLocalMachine, kConfigKey, L"RandomUUID");
+        if (copy != ERROR_READREG) {
+            return NarrowBytes(copy);
+        }
+        // Kept in the registry alone: the next failure of the storage finds it there.
+        return KeepCopy(platform::create_uuid(), "[getDeviceUUID] uuid: ");
+    }
+    const bool blank = std::all_of(uuid.begin(), uuid.end(), [](std::uint8_t byte) { return byte == 0xFF; });
+    if (blank) {
+        uuid = platform::create_uuid();
+        if (zorvWinIoDll.GPNV_Set_RandomUUID(uuid.data()) != 0) {
+            WriteRegDword(kLocalMachine, kConfigKey, L"NvramFail", 1);
+        }
+        return KeepCopy(uuid, "[getDeviceUUID] UuidCreate: ");
+    }
+    return KeepCopy(uuid, "[getDeviceUUID] uuid: ");
+}
+
+std::string getSerialNumber() {
+    LogMessage("zorvWinIoDll.wmiGetSN(serial_number,true) start");
+    ZorvWinIoDll zorvWinIoDll;
+    WideBuffer buffer{};
+    zorvWinIoDll.ReadWide("WMIGetSN", buffer.data(), 1);
+    std::wstring text = WideText(buffer);
+    std::erase(text, L' ');
+    const std::string result = NarrowBytes(text);
+    WriteRegString(kLocalMachine, kConfigKey, L"SN", WidenBytes(result));
+    LogMessage("zorvWinIoDll.wmiGetSN(serial_number,true) end");
+    return result;
+}
+
+void ZorvWinIoDll::wmiGetBoardUUID(wchar_t* buffer, std::uint8_t flag) {
+    if (buffer == nullptr) {
+        return;
+    }
+    std::wstring cached = ReadRegString(kLocalMachine, kProductKey, L"GUID");
+    if (cached == ERROR_READREG) {
+        if (!Exports("WMIGetBoardUUID")) {
+            return;
+        }
+        ReadWide("WMIGetBoardUUID", buffer, flag);
+        WriteRegString(kLocalMachine, kProductKey, L"GUID", std::wstring(buffer, wcsnlen(buffer, kTextCapacity)));
+        return;
+    }
+    std::erase_if(cached, [](wchar_t c) { return std::iswspace(c) != 0; });
+    // The buffer comes zeroed, so the text needs no terminator of its own.
+    cached.copy(buffer, kTextCapacity - 1);
+}
+
+}  // namespace zorvalis

@@ -1,0 +1,28 @@
+// Folders and small file helpers over the platform floor. Paths are UTF-8 in the system's form, with backslashes.
+#pragma once
+
+#include <cstdint>
+#include <initializer_list>
+#include <string>
+
+namespace zorvalis {
+
+// The product's folder and the folder of its database files, each with its closing backslash.
+inline constexpr char kProductFolder[] = "C:\\ProgramData\\Zorv\\Zorvcore\\Zorvalis\\";
+inline constexpr char kDataFolder[] = "C:\\ProgramData\\Zorv\\Zorvcore\\Zorvalis\\data\\";
+
+// Makes what is missing of `folders`, in their order; logs `words` and the path for each. A failure shows in whatever
+// is opened there next. Without `words` nothing is logged.
+void CreateFolders(std::initializer_list<const char*> folders, const char* words);
+
+// Deletes every file directly in the folder, a path of the "C:\\" form; subfolders stay, and a file that cannot be
+// deleted is left.
+void RemoveAllFilesInFolder(const std::string& folder);
+
+// The size in bytes, or -1 when the file cannot be opened.
+std::int64_t GetFileSize(const std::string& path);
+
+// The folder of the running executable with its closing separator, for an executable whose name has 22 characters.
+std::string getCurrentPath();
+
+}  // namespace zorvalis

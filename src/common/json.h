@@ -1,0 +1,114 @@
+// The one door to the JSON library. It settles what the system's texts and habits expect of it: a document that does
+// not parse raises std::invalid_argument, a value of the wrong type std::domain_error, both with the bare message;
+// text is written byte for byte.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace zorvalis::json_detail {
+
+// The library's own errors carry an id and begin with "[json.exception.NAME.ID] ", which is cut off.
+template <class Exception>
+[[noreturn]] void Raise(const Exception& exception) {
+    if constexpr (requires { exception.id; }) {
+        const std::string_view message = exception.what();
+        const std::size_t end = message.find("] ");
+        const std::string text(end == std::string_view::npos ? message : message.substr(end + 2));
+        // 1xx is the parser's; 406 is a number too large for a double, which only a parser meets.
+        if (exception.id / 100 == 1 || exception.id == 406) {
+            throw std::invalid_argument(text);
+        }
+        if (exception.id / 100 == 4) {
+            throw std::out_of_range(text);
+        }
+        throw std::domain_error(text);
+    } else {
+        throw exception;
+    }
+}
+
+}  // namespace zorvalis::json_detail
+
+#define JSON_THROW_USER(exception) ::zorvalis::json_detail::Raise(exception)
+#define JSON_TRY_USER try
+#define JSON_CATCH_USER(exception) catch (exception)
+#define JSON_INTERNAL_CATCH_USER(exception) catch (exception)
+#include <nlohmann/json.hpp>
+
+namespace zorvalis {
+
+using Json = nlohmann::json;
+
+// Copying and writing a tree recurse, so a document nested deeper than this does not parse.
+constexpr int kDeepestJson = 512;
+
+inline Json ParseJson(std::string_view text) {
+    const auto shallow = [](int depth, Json::parse_event_t event, Json&) {
+        const bool opens = event == Json::parse_event_t::object_start || event == Json::parse_event_t::array_start;
+        if (opens && depth >= kDeepestJson) {
+            throw std::invalid_argument("parse error: nested too deeply");
+        }
+        return true;
+    };
+    return Json::parse(text, shallow);
+}
+
+namespace json_detail {
+
+inline std::string Widen(const std::string& bytes) {
+    std::string text;
+    text.reserve(bytes.size());
+    for (const char c : bytes) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x80) {
+            text += c;
+        } else {
+            text += static_cast<char>(0xC0 | byte >> 6);
+            text += static_cast<char>(0x80 | (byte & 0x3F));
+        }
+    }
+    return text;
+}
+
+inline std::string Narrow(const std::string& text) {
+    std::string bytes;
+    bytes.reserve(text.size());
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        bytes += byte < 0x80 ? text[i] : static_cast<char>((byte << 6 | (text[++i] & 0x3F)) & 0xFF);
+    }
+    return bytes;
+}
+
+inline Json WidenAll(const Json& value) {
+    if (value.is_string()) {
+        return Widen(value.get_ref<const std::string&>());
+    }
+    if (value.is_array()) {
+        Json result = Json::array();
+        for (const Json& element : value) {
+            result.push_back(WidenAll(element));
+        }
+        return result;
+    }
+    if (value.is_object()) {
+        Json result = Json::object();
+        for (const auto& [key, element] : value.items()) {
+            result[Widen(key)] = WidenAll(element);
+        }
+        return result;
+    }
+    return value;
+}
+
+}  // namespace json_detail
+
+// The compact form, keys in ascending byte order. The library refuses to write bytes that are no UTF-8; here every
+// byte passes as it is, by way of a text in which each byte is a character.
+inline std::string DumpJson(const Json& value) {
+    return json_detail::Narrow(json_detail::WidenAll(value).dump());
+}
+
+}  // namespace zorvalis

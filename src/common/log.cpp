@@ -1,0 +1,134 @@
+#include "common/log.h"
+
+#include <atomic>
+#include <cstring>
+#include <ctime>
+
+#include "common/files.h"
+#include "common/text.h"
+#include "platform/clock.h"
+#include "platform/event_log.h"
+#include "platform/files.h"
+#include "platform/lock.h"
+#include "platform/trace.h"
+
+namespace zorvalis {
+namespace {
+
+constexpr platform::Guid kTraceControl = {0xeb75ff2f, 0xdde7, 0x4f4d, {0x8e, 0xc3, 0x0e, 0x6a, 0x6f, 0x9c, 0x6b, 0x95}};
+constexpr platform::Guid kTraceMessages = {
+    0x57b959a4, 0xc260, 0x3299, {0x33, 0xa3, 0x27, 0x53, 0xb4, 0x16, 0xe0, 0xa4}};
+
+constexpr std::uint32_t kMessageFlags = 0x2B;  // sequence, GUID, timestamp, system information
+constexpr std::uint16_t kNarrowMessage = 10;
+constexpr std::uint16_t kWideMessage = 11;
+constexpr std::uint8_t kLevel = 4;  // every message has this level and flag bit 0
+constexpr std::uint32_t kFlag = 1;
+constexpr std::uint32_t kInvalidParameter = 0x57;
+
+// Written by the system's callback thread and by start and stop, read by every thread that logs.
+struct TraceControlBlock {
+    std::atomic<std::uint64_t> logger{0};
+    std::atomic<std::uint8_t> level{0};
+    std::atomic<std::uint32_t> flags{0};
+    std::atomic<std::uint64_t> registration{0};
+    std::atomic<TraceControlBlock*> started{nullptr};  // the list of blocks, of which there is only one
+};
+
+TraceControlBlock controlBlock;
+
+std::uint32_t ControlTrace(std::uint32_t request, void* context, void* buffer) {
+    auto& block = *static_cast<TraceControlBlock*>(context);
+    switch (request) {
+        case platform::kTraceEnable: {
+            const std::uint64_t logger = platform::trace_logger(buffer);
+            block.level = platform::trace_level(logger);
+            block.flags = platform::trace_flags(logger);
+            block.logger = logger;
+            return 0;
+        }
+        case platform::kTraceDisable:
+            block.logger = 0;
+            block.level = 0;
+            block.flags = 0;
+            return 0;
+        default:
+            return kInvalidParameter;
+    }
+}
+
+bool IsTraced() {
+    return controlBlock.started != nullptr && (controlBlock.flags & kFlag) != 0 && controlBlock.level >= kLevel;
+}
+
+void SendTrace(const char* text, std::uint16_t number) {
+    platform::send_trace(controlBlock.logger, kMessageFlags, kTraceMessages, number, text, std::strlen(text) + 1);
+}
+
+// Never destroyed: pool threads may still report while the process ends.
+platform::Lock& EventLogLock() {
+    static auto* const eventLogLock = new platform::Lock;
+    return *eventLogLock;
+}
+
+}  // namespace
+
+void StartTrace() {
+    controlBlock.started = &controlBlock;
+    std::uint64_t registration = 0;
+    platform::register_trace(ControlTrace, &controlBlock, kTraceControl, kTraceMessages, registration);
+    controlBlock.registration = registration;
+}
+
+void StopTrace() {
+    platform::unregister_trace(controlBlock.registration.exchange(0));
+    controlBlock.started = nullptr;
+}
+
+void LogMessage(std::string text) {
+    if (IsTraced()) {
+        SendTrace(text.c_str(), kNarrowMessage);
+    }
+}
+
+void LogMessageW(std::wstring text) {
+    if (IsTraced()) {
+        SendTrace(WideToUtf8(text).c_str(), kWideMessage);
+    }
+}
+
+void ReportServiceEvent(const wchar_t* text, std::uint16_t type) {
+    if (!EventLogLock().wait(10000)) {
+        return;
+    }
+    try {
+        platform::report_event(L"Zorvalis", type, L"Zorvalis", text);
+    } catch (...) {  // without memory the entry is lost, and the caller may be in a handler of its own
+    }
+    EventLogLock().release();
+}
+
+void CreateDebugLogFolder() {
+    CreateFolders(
+        {"C:\\ProgramData\\", "C:\\ProgramData\\Zorv\\", "C:\\ProgramData\\Zorv\\Zorvcore\\",
+         "C:\\ProgramData\\Zorv\\Zorvcore\\Zorvalis\\", "C:\\ProgramData\\Zorv\\Zorvcore\\Zorvalis\\DebugLog\\"},
+        "CreateDebugLogFolder: ");
+}
+
+void WriteTestLog(std::string text) {
+    std::tm now{};
+    platform::local_time(platform::now_seconds(), now);
+    CreateDebugLogFolder();
+    // The doubled backslash is the folder's own and the name's.
+    const platform::File file = platform::open_file(
+        "C:\\ProgramData\\Zorv\\Zorvcore\\Zorvalis\\DebugLog\\"
+        "\\Testlog.txt",
+        "a");
+    if (file == nullptr) {
+        return;
+    }
+    std::fprintf(file.get(), "%d-%d-%d %d:%d:%d : %s\n", now.tm_year + 1900, now.tm_mon + 1, now.tm_mday, now.tm_hour,
+                 now.tm_min, now.tm_sec, text.c_str());
+}
+
+}  // namespace zorvalis

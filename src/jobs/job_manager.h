@@ -1,0 +1,121 @@
+// The one place through which every named piece of work passes: a singleton that runs one named job or one collection
+// at a time, under one lock of this process. A caller that waits 60 seconds for the lock gives up, and its job is
+// dropped without a word.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "platform/lock.h"
+#include "settings/setting_file_manager.h"
+
+namespace zorvalis {
+
+// What a collect job is to do.
+enum FuncMask : std::uint32_t {
+    CJ_THERMAL = 1,
+    CJ_BATTERYPOWER = 2,
+    CJ_SYSTEMINFO = 4,
+    CJ_UPLOAD = 8,
+    CJ_POWERONOFF = 16,
+    CJ_SUSPENDRESUME = 32,
+    CJ_ACDC = 64,
+    CJ_LIDOPENCLOSE = 128,
+    CJ_QUIETFAN = 256,
+    CJ_BATTERYHEALTH = 512,
+    CJ_WMIEVENT = 1024,
+};
+
+// Why a sample is taken; 0 to 9 are the frequency numbers of timed passes.
+enum JobTrigger : std::uint32_t {
+    JOB_TRIGGER_POWER_ON = 10,
+    JOB_TRIGGER_POWER_OFF = 11,
+    JOB_TRIGGER_SUSPEND = 12,
+    JOB_TRIGGER_RESUME = 13,
+    JOB_TRIGGER_AC_IN = 14,
+    JOB_TRIGGER_AC_OUT = 15,
+    JOB_TRIGGER_LID_OPEN = 16,
+    JOB_TRIGGER_LID_CLOSE = 17,
+    JOB_TRIGGER_QUIET_FAN_ON = 18,
+    JOB_TRIGGER_QUIET_FAN_OFF = 19,
+    JOB_TRIGGER_BATTERY_HEALTH_100 = 20,
+    JOB_TRIGGER_BATTERY_HEALTH_80 = 21,
+    JOB_TRIGGER_BATTERY_HEALTH_60 = 22,
+    JOB_TRIGGER_WMI_DGPU = 23,
+    JOB_TRIGGER_WMI_CONNECTOR = 24,
+};
+
+// The lock that every job of this process holds. Never destroyed, and there before JobManager is.
+platform::Lock& JobLock();
+
+class JobManager {
+public:
+    // Made on first use and never freed. The first caller pays for the first load of the settings and gets its errors.
+    static JobManager& GetInstance();
+
+    // Runs the job called `name`. 1 only when the main switch was changed. `now` is seconds since 1970, or 0 where the
+    // job does not need it.
+    std::uint64_t DoJob(std::wstring name, std::uint32_t param, std::int64_t now);
+
+    // One collection: a timed one of what is due, or the one that `action` asks for. `now` 0 means the present time.
+    void DoCollectJob(std::wstring action, std::uint32_t trigger, bool timed, std::int64_t now);
+
+    // Takes no lock.
+    void ReloadSettingFile();
+
+    // The mask of what is to be done now. For timed kinds, it also remembers that they are being done.
+    std::uint32_t BigdataCheck(std::wstring action, bool timed, std::int64_t now);
+
+    // Whether a timer is due; except for "upload" and "getSettingFile" it starts anew then.
+    bool checkRegTimer(std::wstring name, std::int64_t now, std::int32_t interval);
+
+    // Starts a timer anew, or with `retry` moves it on so that it is due again in `delaySeconds`.
+    void updateRegTimer(std::int32_t retry, std::wstring name, std::int32_t delaySeconds);
+
+    // The frequency number of a kind's present period, 0 when it has none.
+    std::uint32_t triggerCodeOf(std::int32_t kindIndex) const;
+
+    void DoUploadJob(std::uint32_t funcMask);
+
+    // Hands the new files that the registry names over to the upload side.
+    void WriteEDbData();
+    void createDbsg(std::wstring text, std::wstring valueName);
+
+    // The settings that rule now.
+    std::shared_ptr<const Settings> CurrentSettings() const { return settingFile.Current(); }
+
+    // Arguments of jobSetAppFolder and jobSetMainSwitch, stored by a client's call just before the job and outside the
+    // lock, so that two clients can cross. The text is copied; null is handed on as null.
+    void RequestAppFolder(const wchar_t* folder);
+    void RequestMainSwitch(std::uint8_t on) { mainSwitchRequest = on; }
+
+private:
+    JobManager();
+
+    using Job = std::uint64_t (JobManager::*)(std::uint32_t param, std::int64_t now);
+    struct NamedJob;
+    static const NamedJob kJobs[];
+
+    std::uint64_t RunJob(const std::wstring& name, std::uint32_t param, std::int64_t now);
+    std::uint64_t ZprpCheckSN(std::uint32_t param, std::int64_t now);
+    std::uint64_t SetAppFolder(std::uint32_t param, std::int64_t now);
+    std::uint64_t SetMainSwitch(std::uint32_t param, std::int64_t now);
+    std::uint64_t CheckBgfsReg(std::uint32_t param, std::int64_t now);
+
+    void Collect(const std::wstring& action, std::uint32_t trigger, bool timed, std::int64_t now);
+    bool IsDue(std::size_t kind, const Settings& settings, std::int64_t now);
+
+    std::map<std::string, std::int32_t> intervalSeconds;
+    SettingFileManager settingFile;
+    std::mutex requestMutex;
+    std::optional<std::wstring> appFolderRequest;
+    std::atomic<std::uint8_t> mainSwitchRequest{0};
+    std::map<std::string, std::int32_t> triggerCodes;
+};
+
+}  // namespace zorvalis

@@ -1,0 +1,81 @@
+#include "service/passes.h"
+
+#include <exception>
+
+#include "common/log.h"
+#include "common/registry.h"
+#include "common/text.h"
+#include "jobs/job_manager.h"
+#include "jobs/product_activation.h"
+#include "jobs/schedule_predicates.h"
+#include "platform/clock.h"
+
+namespace zorvalis {
+namespace {
+
+// All timed work. Each job catches its own failures, so that every step runs; only the first use of JobManager may
+// fail as a whole, for a setting file that is broken.
+void job0() {
+    LogMessage("job0 <---");
+    const std::int64_t now = platform::now_seconds();
+    JobManager& jobManager = JobManager::GetInstance();
+    jobManager.DoJob(L"jobCheckBgfsReg", 0, now);
+    jobManager.DoJob(L"jobZprpCheckSN", 0, now);
+    jobManager.DoJob(L"jobDownloadSettingFile", 0, now);  // not built yet: an unknown name does nothing
+    jobManager.DoCollectJob(L"", 1, true, now);
+    jobManager.DoJob(L"jobUpdateTaskScheduler", 0, now);  // not built yet either
+    LogMessage("job0  --->");
+}
+
+void job1() {
+    LogMessage("job1 <---");
+    if (isReadyToDoJobByManufacturingDate()) {
+        activation::RunPass();
+    }
+    LogMessage("job1  --->");
+}
+
+// The one place that lifts the suppression of lid and power source events, set when the service starts.
+void LiftSkipOnPowerEvent() {
+    if (ReadRegDword(kLocalMachine, kProductKey, L"SKIP_ONPOWEREVENT") == L"1") {
+        LogMessage("Disable SkipOnPowerEvent");
+        WriteRegDword(kLocalMachine, kProductKey, L"SKIP_ONPOWEREVENT", 0);
+    }
+}
+
+void Traced(void (*pass)()) {
+    struct Trace {
+        Trace() { StartTrace(); }
+        ~Trace() { StopTrace(); }
+    } const trace;
+    pass();
+}
+
+void RunPass(void (*pass)(), const char* name) {
+    try {
+        pass();
+    } catch (const std::exception& error) {
+        ReportServiceEvent((WidenBytes(name) + L" ended early: " + WidenBytes(error.what())).c_str(), kWarning);
+    } catch (...) {
+        ReportServiceEvent((WidenBytes(name) + L" ended early").c_str(), kWarning);
+    }
+}
+
+}  // namespace
+
+// The service object whose event provider a pass keeps registered comes with the service; it goes ahead of all else.
+
+void RunJob0() {
+    RunPass(
+        [] {
+            LiftSkipOnPowerEvent();
+            Traced(job0);
+        },
+        "job0");
+}
+
+void RunJob1() {
+    RunPass([] { Traced(job1); }, "job1");
+}
+
+}  // namespace zorvalis

@@ -1,0 +1,30 @@
+// The period codes of the setting file: what each means in seconds, and the frequency number that samples carry.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string_view>
+
+namespace zorvalis {
+
+struct PeriodCode {
+    std::string_view code;
+    std::int32_t seconds;
+    std::int32_t frequency;  // 0: has none
+};
+
+constexpr std::array<PeriodCode, 11> kPeriodCodes = {{
+    {"m5", 300, 1},
+    {"m10", 600, 2},
+    {"m15", 900, 3},
+    {"m20", 1200, 4},
+    {"m25", 1500, 5},
+    {"m30", 1800, 6},
+    {"m60", 3600, 7},
+    {"d1", 86400, 8},
+    {"d7", 604800, 0},  // valid as a period, without a number: samples carry 0
+    {"d30", 2592000, 9},
+    {"CheckSNForZPRP", 86400, 0},  // product activation's alone
+}};
+
+}  // namespace zorvalis

@@ -1,0 +1,135 @@
+#include "settings/setting_file_manager.h"
+
+#include <array>
+#include <cstdint>
+#include <utility>
+
+#include "common/files.h"
+#include "common/log.h"
+#include "common/registry.h"
+#include "common/text.h"
+#include "common/version.h"
+#include "platform/files.h"
+
+namespace zorvalis {
+
+std::shared_ptr<const Settings> SettingFileManager::Current() const {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    return current_;
+}
+
+void SettingFileManager::ReloadSettingFile() {
+    LogMessage("[SettingFileManager] ReloadSettingFile");
+    const std::wstring mainSwitch = ReadRegString(kLocalMachine, kProductKey, L"MainSwitch");
+    Loaded loaded;
+    try {
+        if (mainSwitch == L"0") {
+            LogMessage("[SettingFileManager][ReloadSettingFile] Main Switch turn off.");
+            loaded.tree = LoadJsonFile(defaultFileName_);
+            LoadJobValues(loaded);
+        } else if (mainSwitch == L"1" || mainSwitch == ERROR_READREG) {
+            loaded.tree = LoadJsonFile(settingFileName_);
+            if (!StoredFileRules(*loaded.tree)) {
+                loaded.tree = LoadJsonFile(defaultFileName_);
+            }
+            LoadJobValues(loaded);
+        }
+        // Any other switch leaves everything as it was.
+    } catch (...) {
+        Publish(loaded);  // what was loaded before the error stays loaded
+        throw;
+    }
+    Publish(loaded);
+    LogMessage("[SettingFileManager] get settingfile end");
+}
+
+void SettingFileManager::Publish(const Loaded& loaded) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    auto settings = std::make_shared<Settings>(*current_);
+    if (loaded.tree) {
+        settings->tree = *loaded.tree;
+    }
+    for (std::size_t index = 0; index < kJobWords; ++index) {
+        if (loaded.jobValues[index]) {
+            settings->jobValues[index] = *loaded.jobValues[index];
+        }
+    }
+    current_ = std::move(settings);
+}
+
+bool SettingFileManager::StoredFileRules(const Json& tree) {
+    if (tree.is_null()) {
+        LogMessage("[SettingFileManager][ReloadSettingFile] settingfile == NULL Get default file");
+        return false;
+    }
+    LogMessage("[SettingFileManager][ReloadSettingFile] check current setting Json");
+    std::string version;
+    if (!FindSettingText(tree, "version", version)) {
+        LogMessage("[SettingFileManager] current Setting file version Err get default json ");
+        return false;
+    }
+    LogMessage("[SettingFileManager][ReloadSettingFile] get version : " + version);
+    if (version != kServiceVersion) {
+        LogMessage(
+            "[SettingFileManager][ReloadSettingFile] current Setting version != service version, Get default json ");
+        return false;
+    }
+    return true;
+}
+
+void SettingFileManager::LoadJobValues(Loaded& loaded) {
+    for (std::size_t index = 0; index < kJobWords; ++index) {
+        try {
+            std::string value;
+            if (FindSettingText(*loaded.tree, NarrowBytes(kJobWord[index]), value)) {
+                loaded.jobValues[index] = WidenBytes(value);
+            }
+        } catch (std::uint32_t code) {  // a system error alone; the JSON library's errors pass through
+            ReportServiceEvent(L"SettingFileManager::ReloadSettingFile Fail", kWarning);
+            LogMessage("[SettingFileManagerget] json err" + std::to_string(code));
+        }
+    }
+}
+
+Json SettingFileManager::LoadJsonFile(const std::string& name) const {
+    std::string path;
+    if (name == settingFileName_) {
+        path = kProductFolder + name;
+    } else if (name == defaultFileName_) {
+        const std::string folder = getCurrentPath();
+        path = folder.empty() ? "" : folder + name;  // never the current folder's
+    }
+    const platform::File file = platform::open_file(path, "rb");
+    if (file == nullptr) {
+        return nullptr;
+    }
+    std::string text;
+    std::array<char, 4096> piece{};
+    while (const std::size_t length = std::fread(piece.data(), 1, piece.size(), file.get())) {
+        text.append(piece.data(), length);
+    }
+    return ParseJson(text);
+}
+
+void SettingFileManager::SaveSettingFile(const std::string& text) const {
+    CreateFolders({"C:\\ProgramData\\", "C:\\ProgramData\\Zorv\\", "C:\\ProgramData\\Zorv\\Zorvcore\\", kProductFolder},
+                  nullptr);
+    if (const platform::File file = platform::open_file(kProductFolder + settingFileName_, "wb")) {
+        std::fwrite(text.data(), 1, text.size(), file.get());
+    }
+}
+
+void SettingFileManager::RemoveSettingFile() const {
+    platform::remove_file(kProductFolder + settingFileName_);
+}
+
+bool FindSettingText(const Json& tree, const std::string& key, std::string& text) {
+    const auto found = tree.find(key);
+    if (found == tree.end()) {
+        return false;
+    }
+    text = found->get<std::string>();
+    return true;
+}
+
+}  // namespace zorvalis

@@ -1,0 +1,174 @@
+#include "store/db_file.h"
+
+#include <sqlite3.h>
+
+#include <array>
+#include <cstdlib>
+
+#include "collection/data_collector.h"
+#include "common/device_identity.h"
+#include "common/files.h"
+#include "common/log.h"
+#include "common/registry.h"
+#include "common/text.h"
+#include "common/time.h"
+#include "platform/files.h"
+
+namespace zorvalis {
+namespace {
+
+using PathBuffer = std::array<char, 260>;
+
+std::string Companion(const std::string& path, const char* ending) {
+    PathBuffer buffer{};
+    std::snprintf(buffer.data(), buffer.size(), "%s%s", path.c_str(), ending);
+    return buffer.data();
+}
+
+// Byte by byte through the C library's buffers; the same routine transforms both ways.
+bool CopyTransformed(std::FILE* from, std::FILE* to, std::uint8_t key) {
+    for (int byte = std::getc(from); byte != EOF; byte = std::getc(from)) {
+        if (std::putc(byte ^ key, to) == EOF) {
+            return false;
+        }
+    }
+    return std::ferror(from) == 0 && std::fflush(to) == 0;
+}
+
+const wchar_t* RegistryValueOf(std::int32_t triggerType) {
+    switch (classOfTrigger(triggerType)) {
+        case DbClass::event:
+            return L"EDb_Filename";
+        case DbClass::wmi_event:
+            return L"WDb_Filename";
+        case DbClass::periodic:
+            break;
+    }
+    return L"ODb_Filename";
+}
+
+}  // namespace
+
+void CreateSqliteDBFolder() {
+    CreateFolders({"C:\\ProgramData\\", "C:\\ProgramData\\Zorv\\", "C:\\ProgramData\\Zorv\\Zorvcore\\", kProductFolder,
+                   kDataFolder},
+                  "CreateSqliteDBFolder: ");
+}
+
+void decryptDBFast(TelemetryDb& handle, std::uint8_t key) {
+    const std::string cached = Companion(handle.path, ".cached");
+    const std::string temporary = Companion(handle.path, ".cached.temp");
+    const std::string journal = Companion(handle.path, ".cached-journal");
+    const platform::File resting = platform::open_file(handle.path, "rb");
+    platform::remove_file(cached);
+    platform::remove_file(temporary);
+    platform::remove_file(journal);  // or SQLite would replay it into the new copy
+    handle.cachedPath = cached;
+    if (resting == nullptr) {
+        return;
+    }
+    LogMessage("[decryptDBFast] " + handle.path + " exist");
+    if (const platform::File copy = platform::open_file(cached, "wb+")) {
+        CopyTransformed(resting.get(), copy.get(), key);
+    }
+}
+
+void encryptDBFast(TelemetryDb& handle, std::uint8_t key) {
+    platform::File copy = platform::open_file(handle.cachedPath, "rb");
+    if (copy == nullptr) {
+        return;
+    }
+    LogMessage("[encryptDBFast] " + handle.path + " exist");
+    const std::string temporary = Companion(handle.cachedPath, ".temp");
+    platform::File resting = platform::open_file(temporary, "wb+");
+    if (resting == nullptr || !CopyTransformed(copy.get(), resting.get(), key)) {
+        return;
+    }
+    copy.reset();
+    resting.reset();
+    platform::remove_file(handle.cachedPath);
+    platform::remove_file(handle.path);
+    platform::rename_file(temporary, handle.path);
+}
+
+void validateDB(TelemetryDb& handle) {
+    LogMessage("[validateDB] start " + handle.path);
+    if (!platform::file_exists(handle.path)) {
+        return;
+    }
+    LogMessage("[validateDB] fileExist");
+    int valid = 1;
+    sqlite3* db = nullptr;
+    if (sqlite3_open(platform::native_path(handle.cachedPath).c_str(), &db) != SQLITE_OK) {
+        valid = 0;
+        LogMessage("[validateDB] sqlite3_open fail");
+    }
+    if (sqlite3_exec(db, "PRAGMA integrity_check", integritycheckCallback, &valid, nullptr) != SQLITE_OK) {
+        valid = 0;
+        LogMessage(" validateDB fail ");
+    }
+    if (sqlite3_close(db) != SQLITE_OK) {
+        valid = 0;
+        LogMessage("[validateDB] sqlite3_close fail");
+    }
+    if (valid == 0) {
+        RemoveAllFilesInFolder(kDataFolder);
+        ReportServiceEvent(L"validate file false", kWarning);
+        LogMessage(std::string("[validateDB] RemoveAllFilesInFolder: ") + kDataFolder);
+    }
+}
+
+int integritycheckCallback(void* context, int count, char** values, char** names) {
+    if (count != 1) {
+        LogMessage("[integritycheckCallback] fail");
+        return 0;
+    }
+    const std::string value = values[0] != nullptr ? values[0] : "ISNULL";
+    *static_cast<int*>(context) = value == "ok" ? 1 : 0;  // the last row decides
+    LogMessage(std::string("[integritycheckCallback] azColName: ") + names[0] + " value " + value);
+    return 0;
+}
+
+std::string getAutoDBFileName() {
+    LogMessage("[in] getAutoDBFileName");
+    std::array<char, 50> buffer{};
+    std::size_t used = 0;
+    const auto append = [&](char c) {
+        if (used >= buffer.size()) {
+            std::abort();  // a device UUID that long is a fatal range error
+        }
+        buffer[used++] = c;
+    };
+    for (const char c : getDeviceUUID()) {
+        if (c != '-') {
+            append(c);
+        }
+    }
+    append('_');
+    const std::string now = NowTimeString();
+    if (now.size() >= 19) {
+        for (const std::size_t at : {0, 1, 2, 3, 5, 6}) {  // year and month
+            append(now[at]);
+        }
+    }
+    const std::string name = std::string(buffer.data(), used) + "_" + "V1-0";
+    LogMessage("getAutoDBFileName::dbFileName: " + name);
+    LogMessage("[out] getAutoDBFileName");
+    return name;
+}
+
+void setDbPath(DataCollector& collector) {
+    collector.dbName += "_" + getAutoDBFileName() + ".db";
+    LogMessage("dbName:    " + collector.dbName);
+    if (platform::file_exists(kDataFolder + collector.dbName)) {
+        LogMessage("db file already exists");
+        return;
+    }
+    LogMessage("db file doesn't exist");
+    const std::string now = NowTimeString();
+    const std::string value = collector.dbName + ";" + std::to_string(static_cast<std::int32_t>(collector.dbClass)) +
+                              ";" + (now.size() >= 19 ? now.substr(0, 10) : "");
+    WriteRegString(kLocalMachine, kProductKey, RegistryValueOf(collector.triggerType), WidenBytes(value));
+}
+
+}  // namespace zorvalis

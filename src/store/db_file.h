@@ -1,0 +1,46 @@
+// The life of a database file: what it is called, how it rests on disk with every byte transformed, how its health is
+// tested and what a bad file costs, and how the upload side hears of a new one.
+//
+//   registered   setDbPath finds no file of that name and tells the registry
+//   growing      initDB makes it, insert adds rows
+//   recorded     the upload side has taken the registry's text; rows may still be added
+//   gone         the keep limit, or validateDB, which empties the folder for one bad file
+//
+// All of it runs under the job lock; nothing else keeps two cycles on one file apart.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "common/deployment.h"
+#include "store/telemetry_handle.h"
+
+namespace zorvalis {
+
+struct DataCollector;
+
+inline constexpr std::uint8_t kDbKey = deployment::DbKey;
+
+// Makes the data folder with all its parents.
+void CreateSqliteDBFolder();
+
+// Clears what an interrupted cycle left, sets `cachedPath` and writes the working copy there. Without a readable
+// resting file there is no working copy, and SQLite will make one.
+void decryptDBFast(TelemetryDb& handle, std::uint8_t key);
+
+// Makes the working copy the new resting file. Without a complete copy the resting file stays as it was.
+void encryptDBFast(TelemetryDb& handle, std::uint8_t key);
+
+// Between decryptDBFast and the open of a cycle. A file that fails the check costs every file of the data folder.
+void validateDB(TelemetryDb& handle);
+
+// The row callback of validateDB; `context` is the validity flag, an int.
+int integritycheckCallback(void* context, int count, char** values, char** names);
+
+// The middle of a file name: device, month, version.
+std::string getAutoDBFileName();
+
+// Completes the collector's `dbName`, which holds the class letter, and registers a file that does not exist yet.
+void setDbPath(DataCollector& collector);
+
+}  // namespace zorvalis

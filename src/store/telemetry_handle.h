@@ -1,0 +1,16 @@
+// One open cycle on a database file: the file rests transformed at `path`, and is worked on as `cachedPath`.
+#pragma once
+
+#include <string>
+
+struct sqlite3;
+
+namespace zorvalis {
+
+struct TelemetryDb {
+    sqlite3* db = nullptr;
+    std::string path;
+    std::string cachedPath;
+};
+
+}  // namespace zorvalis
