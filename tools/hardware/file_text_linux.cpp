@@ -1,0 +1,164 @@
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+
+#include "file_text.h"
+#include "line.h"
+
+namespace zorvalis {
+namespace {
+
+constexpr std::string_view kName = "/hardware.json";
+
+void MachineFolder(Line& folder) {
+    const auto setting = [](const char* name) -> std::string_view {
+        const char* const value = std::getenv(name);
+        return value != nullptr ? value : "";
+    };
+    if (const std::string_view machine = setting("ZORV_MACHINE"); !machine.empty()) {
+        folder = {machine};
+    } else if (const std::string_view state = setting("XDG_STATE_HOME"); !state.empty()) {
+        folder = {state, "/zorv-machine"};
+    } else {
+        folder = {setting("HOME"), "/.local/state/zorv-machine"};
+    }
+}
+
+// The path that the library was loaded by, up to its last slash.
+void OwnFolder(Line& folder) {
+    Dl_info info{};
+    std::string_view path;
+    if (dladdr(reinterpret_cast<const void*>(&OwnFolder), &info) != 0 && info.dli_fname != nullptr) {
+        path = info.dli_fname;
+    }
+    while (!path.empty() && path.back() != '/') {
+        path.remove_suffix(1);
+    }
+    folder = {path.empty() ? "." : path};
+}
+
+int OpenFor(const char* path) {
+    // Not to be held up by a pipe in the file's place.
+    return open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+}
+
+// Leaves the folder of the file in `folder`.
+int OpenCurrent(Line& folder) {
+    for (void (*const find)(Line&) : {MachineFolder, OwnFolder}) {
+        find(folder);
+        Line path{folder.view(), kName};
+        const int file = path.whole() ? OpenFor(path.c_str()) : -1;
+        if (file >= 0) {
+            return file;
+        }
+    }
+    return -1;
+}
+
+int OpenCurrent() {
+    Line folder;
+    return OpenCurrent(folder);
+}
+
+bool SameFile(int left, int right) {
+    struct stat a {};
+    struct stat b {};
+    return fstat(left, &a) == 0 && fstat(right, &b) == 0 && a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+// Locks the file itself, so that no lock file is left behind: whoever waited may find that another file has taken its
+// place in the meantime.
+int OpenLocked() {
+    int file = OpenCurrent();
+    while (file >= 0) {
+        while (flock(file, LOCK_EX) != 0 && errno == EINTR) {
+        }
+        const int current = OpenCurrent();
+        const bool same = current < 0 || SameFile(file, current);
+        if (same) {
+            if (current >= 0) {
+                close(current);
+            }
+            break;
+        }
+        close(file);
+        file = current;
+    }
+    return file;
+}
+
+bool WriteWhole(int file, std::string_view piece) {
+    while (!piece.empty()) {
+        const ssize_t written = write(file, piece.data(), piece.size());
+        if (written <= 0) {
+            return false;
+        }
+        piece.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+}  // namespace
+
+FileText::FileText(Purpose purpose) {
+    const int file = purpose == Purpose::read ? OpenCurrent() : OpenLocked();
+    struct stat status {};
+    if (file >= 0 && fstat(file, &status) == 0 && S_ISREG(status.st_mode) &&
+        static_cast<std::size_t>(status.st_size) <= kLargest) {
+        const auto size = static_cast<std::size_t>(status.st_size);
+        data_ = static_cast<char*>(std::malloc(size + 1));
+        ssize_t count = 1;
+        while (data_ != nullptr && size_ < size && count > 0) {
+            count = read(file, data_ + size_, size - size_);
+            size_ += count > 0 ? static_cast<std::size_t>(count) : 0;
+        }
+    }
+    if (purpose == Purpose::change) {
+        lock_ = file;
+    } else if (file >= 0) {
+        close(file);
+    }
+}
+
+FileText::~FileText() {
+    if (lock_ >= 0) {
+        close(static_cast<int>(lock_));
+    }
+    std::free(data_);
+}
+
+bool FileText::Replace(std::initializer_list<std::string_view> pieces) {
+    // Under the lock this finds the file that was read.
+    Line folder;
+    const int current = OpenCurrent(folder);
+    if (current >= 0) {
+        close(current);
+    }
+    struct stat status {};
+    Line path{folder.view(), kName};
+    Line fresh{folder.view(), "/.hardware.json.new"};
+    if (lock_ < 0 || fstat(static_cast<int>(lock_), &status) != 0 || !path.whole() || !fresh.whole()) {
+        return false;
+    }
+    const int file = open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, status.st_mode & 0777);
+    if (file < 0) {
+        return false;
+    }
+    bool whole = true;
+    for (const std::string_view piece : pieces) {
+        whole = whole && WriteWhole(file, piece);
+    }
+    whole = close(file) == 0 && whole && std::rename(fresh.c_str(), path.c_str()) == 0;
+    if (!whole) {
+        unlink(fresh.c_str());
+    }
+    return whole;
+}
+
+}  // namespace zorvalis

@@ -1,0 +1,183 @@
+#include "json_cursor.h"
+#include "json_text.h"
+
+namespace zorvalis {
+namespace {
+
+constexpr char32_t kSubstitute = 0xFFFD;
+
+// A text's characters, one by one; what is no UTF-8 or half a pair becomes the substitute.
+class TextReader {
+public:
+    explicit TextReader(std::string_view raw) : cursor_(Over(raw)), quoted_(raw.starts_with('"')) {
+        if (quoted_) {
+            ++cursor_.at;
+            --cursor_.end;
+        }
+    }
+
+    bool Next(char32_t& c) {
+        if (cursor_.at == cursor_.end) {
+            return false;
+        }
+        c = quoted_ && cursor_.Take('\\') ? Escape() : Utf8();
+        return true;
+    }
+
+private:
+    char32_t Escape() {
+        switch (const char c = *cursor_.at++) {
+            case 'b':
+                return U'\b';
+            case 'f':
+                return U'\f';
+            case 'n':
+                return U'\n';
+            case 'r':
+                return U'\r';
+            case 't':
+                return U'\t';
+            case 'u':
+                return Unit();
+            default:
+                return static_cast<unsigned char>(c);
+        }
+    }
+
+    char32_t Hex() {
+        char32_t value = 0;
+        for (int i = 0; i < 4; ++i) {
+            value = value * 16 + static_cast<char32_t>(HexDigit(*cursor_.at++));
+        }
+        return value;
+    }
+
+    char32_t Unit() {
+        const char32_t first = Hex();
+        if (first < 0xD800 || first > 0xDFFF) {
+            return first;
+        }
+        const char* const after = cursor_.at;
+        if (first < 0xDC00 && cursor_.Take('\\') && cursor_.Take('u')) {
+            const char32_t second = Hex();
+            if (second >= 0xDC00 && second <= 0xDFFF) {
+                return 0x10000 + ((first & 0x3FF) << 10 | (second & 0x3FF));
+            }
+        }
+        cursor_.at = after;
+        return kSubstitute;
+    }
+
+    char32_t Utf8() {
+        const auto lead = static_cast<unsigned char>(*cursor_.at++);
+        if (lead < 0x80) {
+            return lead;
+        }
+        const int more = lead >= 0xF0 ? 3 : lead >= 0xE0 ? 2 : 1;
+        if (lead < 0xC2 || lead > 0xF4) {
+            return kSubstitute;
+        }
+        char32_t c = lead & (0x3F >> more);
+        for (int i = 0; i < more; ++i) {
+            if (cursor_.at == cursor_.end || (*cursor_.at & 0xC0) != 0x80) {
+                return kSubstitute;
+            }
+            c = c << 6 | (static_cast<unsigned char>(*cursor_.at++) & 0x3F);
+        }
+        constexpr char32_t kSmallest[] = {0, 0x80, 0x800, 0x10000};
+        const bool valid = c >= kSmallest[more] && c <= 0x10FFFF && (c < 0xD800 || c > 0xDFFF);
+        return valid ? c : kSubstitute;
+    }
+
+    Cursor cursor_;
+    bool quoted_;
+};
+
+// One character in the units of `Char`; the result is their number, at most 4.
+int Encode(char32_t c, char* units) {
+    if (c < 0x80) {
+        units[0] = static_cast<char>(c);
+        return 1;
+    }
+    const int more = c < 0x800 ? 1 : c < 0x10000 ? 2 : 3;
+    for (int i = more; i > 0; --i, c >>= 6) {
+        units[i] = static_cast<char>(0x80 | (c & 0x3F));
+    }
+    units[0] = static_cast<char>((0xF00 >> (more + 1)) | c);
+    return more + 1;
+}
+
+int Encode(char32_t c, wchar_t* units) {
+    if (sizeof(wchar_t) == 4 || c < 0x10000) {
+        units[0] = static_cast<wchar_t>(c);
+        return 1;
+    }
+    units[0] = static_cast<wchar_t>(0xD800 | (c - 0x10000) >> 10);
+    units[1] = static_cast<wchar_t>(0xDC00 | (c & 0x3FF));
+    return 2;
+}
+
+template <class Char>
+void Copy(std::string_view raw, Char* buffer, int capacity) {
+    TextReader reader(raw);
+    char32_t c = 0;
+    Char units[4];
+    int size = 0;
+    while (reader.Next(c)) {
+        const int count = Encode(c, units);
+        if (count > capacity - 1 - size) {
+            break;
+        }
+        for (int i = 0; i < count; ++i) {
+            buffer[size++] = units[i];
+        }
+    }
+    buffer[size] = 0;
+}
+
+void AddCharacter(Line& json, char32_t c) {
+    char units[4];
+    if (c == '"' || c == '\\') {
+        json.Add("\\");
+    }
+    if (c < 0x20) {
+        constexpr std::string_view kHex = "0123456789abcdef";
+        json.Add(c < 0x10 ? "\\u000" : "\\u001").Add(std::string_view(&kHex[c & 0xF], 1));
+    } else {
+        json.Add(std::string_view(units, static_cast<std::size_t>(Encode(c, units))));
+    }
+}
+
+}  // namespace
+
+void CopyText(std::string_view raw, char* buffer, int capacity) {
+    Copy(raw, buffer, capacity);
+}
+
+void CopyText(std::string_view raw, wchar_t* buffer, int capacity) {
+    Copy(raw, buffer, capacity);
+}
+
+void AddQuoted(Line& json, std::string_view text) {
+    json.Add("\"");
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        AddCharacter(json, byte < 0x80 ? byte : U'?');
+    }
+    json.Add("\"");
+}
+
+void AddQuoted(Line& json, const wchar_t* text) {
+    json.Add("\"");
+    for (; *text != 0; ++text) {
+        auto c = static_cast<char32_t>(*text);
+        if (sizeof(wchar_t) == 2 && (c & 0xFC00) == 0xD800 && (text[1] & 0xFC00) == 0xDC00) {
+            c = 0x10000 + ((c & 0x3FF) << 10 | (static_cast<char32_t>(*++text) & 0x3FF));
+        }
+        const bool valid = c <= 0x10FFFF && (c < 0xD800 || c > 0xDFFF);
+        AddCharacter(json, valid ? c : kSubstitute);
+    }
+    json.Add("\"");
+}
+
+}  // namespace zorvalis

@@ -1,0 +1,13 @@
+// Stands in for a hardware library of another generation, in tests: it knows one reading, and can be neither
+// initialised nor shut down.
+#include <cstdint>
+
+#ifdef _WIN32
+#define ZORV_EXPORT extern "C" __declspec(dllexport)
+#else
+#define ZORV_EXPORT extern "C" __attribute__((visibility("default")))
+#endif
+
+ZORV_EXPORT std::uint32_t Thermal_Read_Cpu_Temperature() {
+    return 41;
+}

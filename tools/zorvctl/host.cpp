@@ -1,0 +1,78 @@
+#include "host.h"
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+
+#if defined(_WIN32)
+#include <fcntl.h>
+#include <io.h>
+#include <windows.h>
+#else
+#include <sys/ioctl.h>
+#include <unistd.h>
+#endif
+
+namespace zorvalis {
+
+namespace {
+
+volatile std::sig_atomic_t interrupted = 0;
+
+void Interrupt(int) {
+    interrupted = 1;
+}
+
+}  // namespace
+
+#if defined(_WIN32)
+
+void PrepareOutput() {
+    _setmode(_fileno(stdout), _O_BINARY);
+    const HANDLE console = GetStdHandle(STD_OUTPUT_HANDLE);
+    DWORD mode = 0;
+    if (GetConsoleMode(console, &mode)) {
+        SetConsoleOutputCP(CP_UTF8);
+        SetConsoleMode(console, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING);
+    }
+}
+
+int TerminalWidth() {
+    CONSOLE_SCREEN_BUFFER_INFO info;
+    const bool console = GetConsoleScreenBufferInfo(GetStdHandle(STD_OUTPUT_HANDLE), &info);
+    return console ? info.srWindow.Right - info.srWindow.Left + 1 : 0;
+}
+
+void UseMachine(const char*) {}
+
+#else
+
+void PrepareOutput() {
+    std::signal(SIGPIPE, SIG_IGN);
+}
+
+int TerminalWidth() {
+    winsize size{};
+    const bool known = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    return isatty(STDOUT_FILENO) == 0 ? 0 : known ? size.ws_col : 80;
+}
+
+void UseMachine(const char* folder) {
+    setenv("ZORV_MACHINE", folder, 1);
+}
+
+#endif
+
+void CatchInterruption() {
+    std::signal(SIGINT, Interrupt);
+    std::signal(SIGTERM, Interrupt);
+#if defined(SIGHUP)
+    std::signal(SIGHUP, Interrupt);
+#endif
+}
+
+bool Interrupted() {
+    return interrupted != 0;
+}
+
+}  // namespace zorvalis

@@ -1,0 +1,187 @@
+#include "output.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+#include "platform/clock.h"
+#include "platform/files.h"
+#include "platform/machine.h"
+
+namespace zorvalis {
+
+namespace {
+
+void CheckOutput(bool written) {
+    // For a pipe that was closed, Windows knows no better word than an invalid argument.
+    if (!written && (errno == EPIPE || errno == EINVAL)) {
+        throw ClosedOutput{};
+    }
+    Require(written, std::string("the output cannot be written: ") + std::strerror(errno));
+}
+
+// The length of the character at the start of `bytes`, which are not empty, in UTF-8; 0 when there is no valid one.
+std::size_t DecodeUtf8(std::string_view bytes, char32_t& character) {
+    const auto first = static_cast<unsigned char>(bytes[0]);
+    const std::size_t length = first < 0x80 ? 1 : first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
+    character = length == 1 ? first : first & (0xFFU >> (length + 1));
+    if ((first >= 0x80 && first < 0xC2) || first > 0xF4 || bytes.size() < length) {
+        return 0;
+    }
+    for (const char next : bytes.substr(1, length - 1)) {
+        if ((static_cast<unsigned char>(next) & 0xC0) != 0x80) {
+            return 0;
+        }
+        character = character << 6 | (static_cast<unsigned char>(next) & 0x3FU);
+    }
+    const bool overlong = (length == 3 && character < 0x800) || (length == 4 && character < 0x10000);
+    const bool surrogate = character >= 0xD800 && character <= 0xDFFF;
+    return overlong || surrogate || character > 0x10FFFF ? 0 : length;
+}
+
+struct WidthRange {
+    char32_t first, last;
+    int width;
+};
+constexpr WidthRange kWidths[] = {
+    {0x0300, 0x036F, 0}, {0x1100, 0x115F, 2}, {0x200B, 0x200F, 0},   {0x2E80, 0xA4CF, 2},
+    {0xAC00, 0xD7A3, 2}, {0xF900, 0xFAFF, 2}, {0xFE00, 0xFE0F, 0},   {0xFE30, 0xFE6F, 2},
+    {0xFF00, 0xFF60, 2}, {0xFFE0, 0xFFE6, 2}, {0x1F300, 0x1FAFF, 2}, {0x20000, 0x3FFFD, 2},
+};
+
+int CharacterWidth(char32_t character) {
+    for (const WidthRange& range : kWidths) {
+        if (character >= range.first && character <= range.last) {
+            return range.width;
+        }
+    }
+    return 1;
+}
+
+// The bytes of `text` that fill at most `width` columns, and the columns that they fill.
+std::size_t BytesWithin(std::string_view text, int width, int& used) {
+    used = 0;
+    for (std::size_t end = 0; end < text.size();) {
+        char32_t character = 0;
+        const std::size_t length = std::max<std::size_t>(DecodeUtf8(text.substr(end), character), 1);
+        if (used + CharacterWidth(character) > width) {
+            return end;
+        }
+        used += CharacterWidth(character);
+        end += length;
+    }
+    return text.size();
+}
+
+}  // namespace
+
+void Print(std::string_view text) {
+    errno = 0;
+    CheckOutput(std::fwrite(text.data(), 1, text.size(), stdout) == text.size());
+}
+
+void FlushOutput() {
+    errno = 0;
+    CheckOutput(std::fflush(stdout) == 0);
+}
+
+void Complain(const std::string& text) {
+    std::fflush(stdout);
+    std::fprintf(stderr, "zorvctl: %s\n", text.c_str());
+}
+
+std::string ReadableText(std::string_view bytes, bool controls) {
+    std::string text;
+    while (!bytes.empty()) {
+        char32_t character = 0;
+        const std::size_t length = DecodeUtf8(bytes, character);
+        const std::string_view whole = bytes.substr(0, std::max<std::size_t>(length, 1));
+        const bool control = controls && (character < 0x20 || (character >= 0x7F && character < 0xA0));
+        if (length > 0 && !control) {
+            text += whole;
+        } else if (whole == "\n" || whole == "\r" || whole == "\t") {
+            text += whole == "\n" ? "\\n" : whole == "\r" ? "\\r" : "\\t";
+        } else {
+            for (const char byte : whole) {
+                char escape[8];
+                std::snprintf(escape, sizeof escape, "\\x%02X",
+                              static_cast<unsigned>(static_cast<unsigned char>(byte)));
+                text += escape;
+            }
+        }
+        bytes.remove_prefix(whole.size());
+    }
+    return text;
+}
+
+int DisplayWidth(std::string_view text) {
+    int width = 0;
+    BytesWithin(text, static_cast<int>(text.size()) * 2, width);
+    return width;
+}
+
+std::string FitTo(const std::string& text, int width, bool rightAligned) {
+    int used = 0;
+    std::string fitted = text;
+    if (BytesWithin(text, width, used) < text.size()) {
+        fitted = text.substr(0, BytesWithin(text, width - 1, used)) + "\u2026";
+        ++used;
+    }
+    const std::string padding(static_cast<std::size_t>(width - used), ' ');
+    return rightAligned ? padding + fitted : fitted + padding;
+}
+
+std::string LocalTimeText(double seconds) {
+    const auto milliseconds = static_cast<std::int64_t>(std::floor(seconds * 1000));
+    std::tm local{};
+    platform::local_time(milliseconds / 1000, local);
+    char text[80];
+    std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d.%03d", local.tm_year + 1900, local.tm_mon + 1,
+                  local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec, static_cast<int>(milliseconds % 1000));
+    return text;
+}
+
+std::string ReadWholeFile(const std::string& path) {
+    const platform::File file = platform::folder_exists(path) ? nullptr : platform::open_file(path, "rb");
+    Require(file != nullptr, path + (platform::folder_exists(path) ? " is a folder"
+                                     : platform::file_exists(path) ? " cannot be opened: check who may read it"
+                                                                   : " does not exist"));
+    std::string bytes;
+    char block[65536];
+    while (const std::size_t count = std::fread(block, 1, sizeof block, file.get())) {
+        bytes.append(block, count);
+    }
+    Require(!std::ferror(file.get()), path + " cannot be read");
+    return bytes;
+}
+
+void WriteWholeFile(const std::string& path, std::string_view bytes) {
+    platform::File file = platform::open_file(path, "wb");
+    Require(file != nullptr, path + " cannot be written: check that its folder exists and who may write there");
+    const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file.get()) == bytes.size();
+    if (std::fclose(file.release()) != 0 || !written) {
+        platform::remove_file(path);
+        throw Failure{path + " cannot be written completely: is the disk full?"};
+    }
+}
+
+void CheckMachine() {
+    const std::string folder = platform::machine_folder();
+    Require(
+        folder.empty() || platform::folder_exists(folder),
+        "there is no machine at " + folder + ": make one with `zorvctl machine init`, or name another in ZORV_MACHINE");
+    const std::string problem = platform::machine_problem();
+    Require(problem.empty(), problem);
+}
+
+std::string StandInMachine(const char* instead) {
+    CheckMachine();
+    const std::string folder = platform::machine_folder();
+    Require(!folder.empty(), std::string("there is no stand-in machine on Windows: ") + instead);
+    return folder;
+}
+
+}  // namespace zorvalis
