@@ -1,0 +1,255 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <filesystem>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "collection/metric_catalogue.h"
+#include "common/json.h"
+#include "platform/library.h"
+#include "platform/module.h"
+#include "support/machine.h"
+
+namespace {
+
+constexpr wchar_t kLibrary[] = L"ZorvWinIo64.dll";
+
+template <class Result, class... Arguments>
+Result Call(const char* name, Arguments... arguments) {
+    const platform::SharedLibrary library(kLibrary);
+    auto* const function = library.function<Result(Arguments...)>(name);
+    if (function == nullptr) {
+        throw std::runtime_error(std::string("no export ") + name);
+    }
+    return function(arguments...);
+}
+
+// What lies before the first zero of a buffer that held "?" and is longer than the callers' buffers.
+template <class Char, class... Arguments>
+std::basic_string<Char> Text(const char* name, Arguments... arguments) {
+    std::array<Char, 200> buffer{'?'};
+    Call<void, Char*>(name, buffer.data(), arguments...);
+    return buffer.data();
+}
+
+template <class... Arguments>
+std::string Wide(const char* name, Arguments... arguments) {
+    std::string narrow;
+    for (const wchar_t c : Text<wchar_t>(name, arguments...)) {
+        narrow += static_cast<char>(c);
+    }
+    return narrow;
+}
+
+class HardwareLibrary : public testing::Test {
+protected:
+    void SetUp() override { machine.install_library(); }
+    // The test program's own folder has the folder of the built programs beside it.
+    static std::string BuiltFolder() {
+        std::array<wchar_t, 1024> program{};
+        platform::module_file_name(program.data(), static_cast<int>(program.size()));
+        return (std::filesystem::path(program.data()).parent_path().parent_path() / "bin" / "").string();
+    }
+    std::string File() const { return read_text(machine.bin_folder() + "hardware.json"); }
+
+    const std::string built_folder = BuiltFolder();  // before a machine moves the module path
+    TestMachine machine;
+};
+
+struct Shape {
+    const char* name;
+    const char* json;
+    const char* value;
+    const char* failed;
+    const char* missing;
+    std::string (*read)(const char*, std::uint8_t flag);
+};
+
+const std::vector<Shape> kShapes = {
+    {"Battery_Read_Current", "-874", "4294966422", "4294967295", "0",
+     [](const char* name, std::uint8_t) { return std::to_string(Call<std::uint32_t>(name)); }},
+    {"CPU_ReadCPUUsage", "12.25e-1", "1.225000", "-1.000000", "0.000000",
+     [](const char* name, std::uint8_t) { return std::to_string(Call<double>(name)); }},
+    {"Battery_Read_ASOC", "94.5", "94.500000", "-1.000000", "0.000000",
+     [](const char* name, std::uint8_t) { return std::to_string(Call<float>(name)); }},
+    {"Thermal_Read_Fan", R"("24\u0031\/")", "241/", "?", "?",
+     [](const char* name, std::uint8_t) { return Text<char>(name); }},
+    {"System_GetCountryCode_ISO2", "\"DE\"", "DE", "?", "?", [](const char* name, std::uint8_t) { return Wide(name); }},
+    {"WMIGetMonitorBrightness", "true", "1", "4294967295", "0",
+     [](const char* name, std::uint8_t flag) { return std::to_string(Call<std::uint32_t>(name, flag)); }},
+    {"WMIGetQuietFan", "257", "1", "255", "0",
+     [](const char* name, std::uint8_t flag) { return std::to_string(Call<std::uint8_t>(name, flag)); }},
+    {"WMIGetSN", "\"Z 1\"", "Z 1", "?", "?", [](const char* name, std::uint8_t flag) { return Wide(name, flag); }},
+};
+
+TEST_F(HardwareLibrary, AnswersEveryShapeFromItsFile) {
+    for (const Shape& shape : kShapes) {
+        const std::string member = "\"" + std::string(shape.name) + "\": ";
+        const std::string given = "{\"value\": " + std::string(shape.json);
+        const auto expect = [&](const std::string& document, std::uint8_t flag, const char* answer) {
+            SCOPED_TRACE(document.substr(0, 100));
+            machine.hardware(document);
+            EXPECT_EQ(shape.read(shape.name, flag), answer);
+        };
+        expect("{\"first\": [{}, [-1.5e+3]], " + member + shape.json + "}", 1, shape.value);
+        expect("{" + member + given + ", \"source\": \"host\"}, \"hostRoot\": \"/nowhere\"}", 1, shape.value);
+        expect("{" + member + given + ", \"fail\": true}}", 1, shape.failed);
+        expect("{" + member + given + ", \"missing\": true}}", 1, shape.missing);
+        const bool flagged = std::string(shape.name).starts_with("WMI");
+        expect("{" + member + given + ", \"flag0\": {\"fail\": true}}}", 0, flagged ? shape.failed : shape.value);
+        expect("{" + member + given + ", \"flag0\": {\"fail\": true}}}", 1, shape.value);
+
+        const std::string whole = member + shape.json;
+        for (const std::string& faulty :
+             {std::string(), std::string("{}"), "{" + member + "[]}", "{" + member + "null}", "{" + whole,
+              "{" + whole + ",}", "{\"first\": tru, " + whole + "}", "{" + whole + "} x", "{" + whole + "}" + '\0',
+              "{" + whole + "}" + std::string(1 << 20, ' '), "{" + whole + ", \"deep\": " + std::string(100000, '[')}) {
+            expect(faulty, 1, shape.missing);
+        }
+    }
+}
+
+TEST_F(HardwareLibrary, CutsLongTextsBetweenCharacters) {
+    const std::string text = "\"x" + std::string(146, 'y') + "\\uD83D\\uDE00\xC3\xA9zzz\"";  // 147, then a pair
+    machine.hardware("{\"Thermal_Read_Fan\": " + text + ", \"WMIGetSN\": " + text + "}");
+    EXPECT_EQ(Text<char>("Thermal_Read_Fan"), "x" + std::string(146, 'y'));
+    const std::wstring wide = L"x" + std::wstring(146, L'y') + L"\U0001F600\u00E9zzz";
+    EXPECT_EQ((Text<wchar_t, std::uint8_t>("WMIGetSN", 1)), wide.substr(0, 149));
+}
+
+TEST_F(HardwareLibrary, KeepsRecordsInNonVolatileStorage) {
+    std::array<std::uint8_t, 16> uuid{0x5e, 0x2b, 0x1c, 0x7d, 0x90, 0x4a, 0x3e, 0x4f, 0x9b};
+    std::array<char, 150> time{"2021-03-05 10:20:30"};
+    const auto get = [](const char* name, auto& record) {
+        record.fill('?');
+        return Call<std::int32_t, void*>(name, record.data());
+    };
+    const auto set = [](const char* name, auto record) { return Call<std::int32_t, void*>(name, record.data()); };
+    const std::string before = "{ \"a\": 1.50,\n\t\"GPNV_RandomUUID\" :";
+    const std::string after = ", \"GPNV_ActivatedTime\": {\"value\": \"blank\"}, \"\xC3\xA9\": null}\n";
+    machine.hardware(before + "\"blank\"" + after);
+    const auto written = uuid;
+    EXPECT_EQ(get("GPNV_Get_RandomUUID", uuid), 0);
+    EXPECT_TRUE(std::all_of(uuid.begin(), uuid.end(), [](std::uint8_t byte) { return byte == 0xFF; }));
+    EXPECT_EQ(set("GPNV_Set_RandomUUID", written), 0);
+    EXPECT_EQ(get("GPNV_Get_RandomUUID", uuid), 0);
+    EXPECT_EQ(uuid, written);
+    EXPECT_EQ(File(), before + "\"7d1c2b5e-4a90-4f3e-9b00-000000000000\"" + after);
+
+    const auto moment = time;
+    EXPECT_EQ(get("GPNV_Get_ActivatedTime", time), 0);
+    EXPECT_EQ(static_cast<std::uint8_t>(time[0]), 0xFF);
+    EXPECT_EQ(set("GPNV_Set_ActivatedTime", moment), 0);
+    EXPECT_EQ(get("GPNV_Get_ActivatedTime", time), 0);
+    EXPECT_STREQ(time.data(), moment.data());
+    EXPECT_EQ(set("GPNV_Set_ManufacturedTime", moment), 1);  // a storage that is not there
+
+    for (const char* faulty : {"\"fail\"", "{\"value\": \"blank\", \"fail\": true}", "\"no uuid\""}) {
+        machine.hardware(before + faulty + after);
+        EXPECT_EQ(get("GPNV_Get_RandomUUID", uuid), -1);
+        EXPECT_EQ(uuid[0], '?');
+    }
+    machine.hardware(before + "\"blank\", \"GPNV_Set_RandomUUID\": {\"fail\": true}" + after);
+    EXPECT_EQ(get("GPNV_Get_RandomUUID", uuid), 0);
+    EXPECT_EQ(set("GPNV_Set_RandomUUID", written), -1);
+}
+
+TEST_F(HardwareLibrary, ReadsTheModesThatUsersSetAtOnce) {
+    machine.hardware(R"({"WMIGetBatteryHealth": {"value": 80, "flag0": 7}, "WMIGetQuietFan": 0, "WMISetQuietFan": 5,
+                         "WMISetAppPath": ""})");
+    constexpr std::uint8_t kFlag = 1;
+    // Held meanwhile: the lock by which the system's loader loads and frees is hidden from the thread sanitizer.
+    const platform::SharedLibrary held(kLibrary);
+    std::thread other([] {
+        for (int i = 0; i < 40; ++i) {
+            EXPECT_EQ((Call<std::int32_t, std::uint8_t, std::uint8_t>("WMISetQuietFan", i % 2 == 0, kFlag)), 5);
+            EXPECT_EQ(Call<std::uint8_t>("WMIGetQuietFan", kFlag), i % 2 == 0);
+        }
+    });
+    for (int i = 0; i < 40; ++i) {
+        EXPECT_EQ((Call<std::int32_t, std::int32_t, std::uint8_t>("WMISetBatteryHealth", i, kFlag)), 1);
+        EXPECT_EQ(Call<std::int32_t>("WMIGetBatteryHealth", kFlag), i);
+    }
+    other.join();
+    EXPECT_EQ((Call<std::int32_t, const wchar_t*, std::uint8_t>("WMISetAppPath", L"C:\\\"\x1F\u00E9\u20AC", kFlag)), 1);
+    EXPECT_EQ(zorvalis::ParseJson(File()),
+              zorvalis::ParseJson(R"({"WMIGetBatteryHealth": {"value": 39, "flag0": 7}, "WMIGetQuietFan": 0,
+                                      "WMISetQuietFan": 5, "WMISetAppPath": "C:\\\"\u001F\u00E9\u20AC"})"));
+    machine.hardware("{}");
+    EXPECT_EQ((Call<std::int32_t, std::uint8_t, std::uint8_t>("WMISetQuietFan", 1, kFlag)), 0);
+    EXPECT_EQ(File(), "{}");
+}
+
+TEST_F(HardwareLibrary, CountsItsUsersAndLeavesTheProcess) {
+    {
+        const platform::SharedLibrary library(kLibrary);
+        library.function<std::int32_t()>("InitializeWinIo")();
+        library.function<std::int32_t()>("InitializeWinIo")();
+        library.function<void()>("ShutdownWinIo")();
+        EXPECT_EQ(Call<std::uint32_t>("GetRefCount"), 1U);
+    }
+    EXPECT_EQ(Call<std::uint32_t>("GetRefCount"), 0U);  // a library that stayed would still count one
+}
+
+// On Windows the file answers always.
+TEST_F(HardwareLibrary, PrefersTheHostWhereItIsAsked) {
+#ifdef _WIN32
+    const std::string answers = "5;5;5;5;5;own;5;5;5;";
+#else
+    const std::string answers = "Notebook;2021-03-05;Still 512;?;5;own;-874;46200;5;";
+#endif
+    const std::string root = machine.bin_folder() + "host";
+    std::istringstream files(
+        "class/dmi/id/chassis_type 9\nclass/dmi/id/bios_date 03/05/2021\nblock/sda/device/model Still 512 \n"
+        "block/sda/queue/rotational 0\nblock/sda/removable 0\nblock/sda/size 1000215216\n"
+        "class/power_supply/BAT0/type Battery\nclass/power_supply/BAT0/status Discharging\n"
+        "class/power_supply/BAT0/current_now 874000\nclass/power_supply/BAT0/charge_now 4000000\n"
+        "class/power_supply/BAT0/voltage_min_design 11550000\n");
+    for (std::string path, text; files >> path && std::getline(files.ignore(), text);) {
+        path = root + "/sys/" + path;
+        std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+        write_text(path, text + "\n");
+    }
+    zorvalis::Json document = {{"source", "host"}, {"hostRoot", root}};
+    const auto texts = {"WMIGetSystemChassisTypes", "WMIGetBiosReleaseDate", "WMIGetSSDModel",
+                        "WMIGetHDDModel",           "WMIGetCPUInfo",         "WMIGetHDDInfo"};
+    const auto numbers = {"Battery_Read_Current", "Battery_Read_Capacity", "Battery_Read_CycleCount"};
+    for (const auto& names : {texts, numbers}) {
+        for (const char* name : names) {
+            document[name] = 5;
+        }
+    }
+    document["WMIGetHDDInfo"] = {{"value", "own"}, {"source", "file"}};
+    machine.hardware(document.dump());
+    std::string found;
+    for (const char* name : texts) {
+        found += Wide(name, std::uint8_t{1}) + ";";
+    }
+    for (const char* name : numbers) {
+        found += std::to_string(Call<std::int32_t>(name)) + ";";
+    }
+    EXPECT_EQ(found, answers);
+}
+
+TEST_F(HardwareLibrary, ShipsWithAMachineThatFillsEveryColumn) {
+    const zorvalis::Json shipped = zorvalis::ParseJson(read_text(built_folder + "hardware.json"));
+    const platform::SharedLibrary library(kLibrary);
+    for (const auto& [name, value] : shipped.items()) {
+        EXPECT_TRUE(name.starts_with("GPNV_") || library.function<void()>(name.c_str()) != nullptr) << name;
+    }
+    using zorvalis::CollectionKind;
+    for (const auto kind : {CollectionKind::Battery_Power, CollectionKind::SysInfo, CollectionKind::Thermal}) {
+        for (const auto& row : zorvalis::CatalogueOf(kind)) {
+            const std::string name = row.functionName;
+            EXPECT_TRUE(shipped.contains(name) || row.sourceKind > 1 || name == "GetRandomUUID") << name;
+        }
+    }
+}
+
+}  // namespace

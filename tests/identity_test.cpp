@@ -1,0 +1,113 @@
+#include <gtest/gtest.h>
+
+#include "collection/collectors.h"
+#include "collection/zorv_win_io_dll.h"
+#include "common/device_identity.h"
+#include "common/registry.h"
+#include "common/text.h"
+#include "support/notebook.h"
+
+namespace zorvalis {
+namespace {
+
+std::wstring ConfigText(const wchar_t* name) {
+    return ReadRegString(kLocalMachine, kConfigKey, name);
+}
+
+std::wstring NvramFail() {
+    return ReadRegDword(kLocalMachine, kConfigKey, L"NvramFail");
+}
+
+std::wstring BoardUUID() {
+    ZorvWinIoDll zorvWinIoDll;
+    WideBuffer buffer{};
+    zorvWinIoDll.wmiGetBoardUUID(buffer.data(), 1);
+    return WideText(buffer);
+}
+
+TEST(DeviceUUID, ComesFromStorageAndLeavesACopy) {
+    const Notebook machine;
+    EXPECT_EQ(getDeviceUUID(), "00112233-4455-6677-8899-aabbccddeeff");
+    EXPECT_EQ(ConfigText(L"RandomUUID"), L"00112233-4455-6677-8899-aabbccddeeff");
+    EXPECT_EQ(NvramFail(), ERROR_READREG);
+}
+
+TEST(DeviceUUID, IsMadeForBlankStorageAndKeptThere) {
+    Notebook machine;
+    machine.change_hardware(R"({"GPNV_RandomUUID": "blank"})");
+    const std::string made = getDeviceUUID();
+    EXPECT_EQ(made.size(), 36U);
+    EXPECT_EQ(ConfigText(L"RandomUUID"), WidenBytes(made));
+    ASSERT_TRUE(DeleteRegValue(kLocalMachine, kConfigKey, L"RandomUUID"));
+    EXPECT_EQ(getDeviceUUID(), made) << "read back from storage, not from the copy";
+    EXPECT_EQ(NvramFail(), ERROR_READREG);
+}
+
+TEST(DeviceUUID, IsNewEachTimeWhileBlankStorageTakesNone) {
+    Notebook machine;
+    machine.change_hardware(R"({"GPNV_RandomUUID": "blank", "GPNV_Set_RandomUUID": {"fail": true}})");
+    const std::string made = getDeviceUUID();
+    EXPECT_EQ(ConfigText(L"RandomUUID"), WidenBytes(made));
+    EXPECT_EQ(NvramFail(), L"1");
+    EXPECT_NE(getDeviceUUID(), made);
+}
+
+TEST(DeviceUUID, IsTheCopyWhileStorageFails) {
+    Notebook machine;
+    for (const char* hardware : {R"({"GPNV_RandomUUID": "fail"})", R"({"GPNV_RandomUUID": null})"}) {
+        machine.change_hardware(hardware);
+        DeleteRegKey(kLocalMachine, kConfigKey);
+        const std::string made = getDeviceUUID();
+        EXPECT_EQ(made.size(), 36U);
+        EXPECT_EQ(NvramFail(), L"1");
+        EXPECT_EQ(getDeviceUUID(), made);
+        ASSERT_TRUE(WriteRegString(kLocalMachine, kConfigKey, L"RandomUUID", L"By Hand"));
+        EXPECT_EQ(getDeviceUUID(), "By Hand");
+    }
+    machine.change_hardware("{}");
+    EXPECT_EQ(getDeviceUUID(), "00112233-4455-6677-8899-aabbccddeeff");
+    EXPECT_EQ(NvramFail(), L"1") << "never cleared";
+}
+
+TEST(SerialNumber, LosesItsBlanksAndNothingElse) {
+    Notebook machine;
+    machine.change_hardware(R"({"WMIGetSN": {"value": " ZL 14\t 793 ", "flag0": "wrong"}})");
+    EXPECT_EQ(getSerialNumber(), "ZL14\t793");
+    EXPECT_EQ(ConfigText(L"SN"), L"ZL14\t793");
+    machine.change_hardware("{}");
+    EXPECT_EQ(getSerialNumber(), "");
+    EXPECT_EQ(ConfigText(L"SN"), L"");
+}
+
+TEST(BoardUUID, IsReadOnceAndLosesItsWhiteSpaceInTheCache) {
+    Notebook machine;
+    machine.change_hardware(R"({"WMIGetBoardUUID": " 7d1c\t2b5e \n"})");
+    EXPECT_EQ(BoardUUID(), L" 7d1c\t2b5e \n");
+    EXPECT_EQ(Value(L"GUID"), L" 7d1c\t2b5e \n");
+    machine.change_hardware(R"({"WMIGetBoardUUID": "another"})");
+    EXPECT_EQ(BoardUUID(), L"7d1c2b5e");
+    EXPECT_EQ(Value(L"GUID"), L" 7d1c\t2b5e \n");
+    SetValue(L"GUID", std::wstring(200, L'x'));
+    EXPECT_EQ(BoardUUID(), std::wstring(kTextCapacity - 1, L'x')) << "within the caller's buffer";
+}
+
+TEST(BoardUUID, LeavesNoCacheWithoutItsExport) {
+    Notebook machine;
+    machine.replace_library();
+    EXPECT_EQ(BoardUUID(), L"");
+    ZorvWinIoDll().wmiGetBoardUUID(nullptr, 1);
+    EXPECT_EQ(Value(L"GUID"), ERROR_READREG);
+}
+
+// Names are compared without case, so the mirrored column and the board's cache are one value.
+TEST(BoardUUID, IsTheDevicesOnceSystemInformationWasMirrored) {
+    Notebook machine;
+    machine.change_hardware(R"({"WMIGetBoardUUID": "7d1c2b5e"})");
+    EXPECT_EQ(BoardUUID(), L"7d1c2b5e");
+    collectSystemInfoData("1", 8, 4);
+    EXPECT_EQ(Value(L"GUID"), L"00112233-4455-6677-8899-aabbccddeeff");
+    EXPECT_EQ(BoardUUID(), L"00112233-4455-6677-8899-aabbccddeeff");
+}
+
+}  // namespace
+}  // namespace zorvalis

@@ -1,0 +1,334 @@
+// The platform floor, the same on both sides.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <limits>
+#include <thread>
+
+#include "platform/clock.h"
+#include "platform/error.h"
+#include "platform/files.h"
+#include "platform/library.h"
+#include "platform/lock.h"
+#include "platform/module.h"
+#include "platform/registry.h"
+#include "platform/text.h"
+#include "platform/uuid.h"
+#include "support/machine.h"
+
+namespace platform {
+namespace {
+
+constexpr auto kRoot = RegistryRoot::local_machine;
+constexpr wchar_t kKey[] = L"SOFTWARE\\Zorv\\Test";
+
+std::wstring read_text_value(const std::wstring& value) {
+    std::wstring data = L"(none)";
+    read_registry_string(kRoot, kKey, value, data);
+    return data;
+}
+
+TEST(Registry, BindsAValueToOneType) {
+    const TestMachine machine;
+    std::wstring text = L"kept";
+    std::uint32_t number = 7;
+    EXPECT_FALSE(read_registry_string(kRoot, kKey, L"Text", text));
+    ASSERT_TRUE(write_registry_string(kRoot, kKey, L"Text", L"1"));
+    ASSERT_TRUE(write_registry_dword(kRoot, kKey, L"Number", 4294967295));
+    EXPECT_FALSE(read_registry_string(kRoot, kKey, L"Number", text));
+    EXPECT_FALSE(read_registry_dword(kRoot, kKey, L"Text", number));
+    EXPECT_EQ(text, L"kept");
+    EXPECT_EQ(number, 7U);
+    EXPECT_TRUE(read_registry_dword(kRoot, kKey, L"Number", number));
+    EXPECT_EQ(number, 4294967295U);
+    ASSERT_TRUE(write_registry_string(kRoot, kKey, L"Number", L"now text"));
+    EXPECT_EQ(read_text_value(L"Number"), L"now text");
+}
+
+TEST(Registry, FindsNamesInAnyCaseAndKeepsTheFirstWriting) {
+    const TestMachine machine;
+    ASSERT_TRUE(write_registry_string(kRoot, L"SOFTWARE\\Zorv\\Test\\\u00C4ste", L"GUID", L"first"));
+    ASSERT_TRUE(write_registry_string(kRoot, L"software\\ZORV\\test\\\u00E4STE", L"guid", L"second"));
+    std::vector<std::wstring> subkeys;
+    std::vector<RegistryValue> values;
+    ASSERT_TRUE(list_registry_key(kRoot, kKey, subkeys, values));
+    EXPECT_EQ(subkeys, std::vector<std::wstring>{L"\u00C4ste"});
+    ASSERT_TRUE(list_registry_key(kRoot, L"Software\\Zorv\\Test\\\u00C4STE", subkeys, values));
+    ASSERT_EQ(values.size(), 1U);
+    EXPECT_EQ(values[0].name, L"GUID");
+    EXPECT_EQ(values[0].data, L"second");
+    std::wstring data;
+    EXPECT_TRUE(read_registry_string(kRoot, L"SOFTWARE\\Zorv\\Test\\\u00C4ste", L"gUid", data));
+    EXPECT_TRUE(delete_registry_value(kRoot, L"SOFTWARE\\Zorv\\TEST\\\u00C4ste", L"Guid"));
+    EXPECT_FALSE(read_registry_string(kRoot, L"SOFTWARE\\Zorv\\Test\\\u00C4ste", L"GUID", data));
+}
+
+TEST(Registry, GivesEveryTextBackUpTo254Units) {
+    const TestMachine machine;
+    std::wstring pairs;
+    for (int i = 0; i < 127; ++i) {
+        pairs += L"\U0001F50B";
+    }
+    for (const std::wstring& text : {std::wstring(), std::wstring(L"\n"), std::wstring(L"a\r\n"), std::wstring(L"a\r"),
+                                     std::wstring(L" \t\u20AC "), std::wstring(254, L'x'), pairs}) {
+        ASSERT_TRUE(write_registry_string(kRoot, kKey, L"Text", text));
+        EXPECT_EQ(read_text_value(L"Text"), text);
+    }
+    for (const std::wstring& text : {std::wstring(255, L'x'), pairs + L"x"}) {
+        ASSERT_TRUE(write_registry_string(kRoot, kKey, L"Text", text));
+        EXPECT_EQ(read_text_value(L"Text"), L"(none)");
+    }
+}
+
+TEST(Registry, DeletesOnlyKeysWithoutSubkeys) {
+    const TestMachine machine;
+    ASSERT_TRUE(write_registry_dword(kRoot, L"SOFTWARE\\Zorv\\Test\\Sub", L"One", 1));
+    ASSERT_TRUE(write_registry_dword(kRoot, kKey, L"Two", 2));
+    EXPECT_FALSE(delete_registry_key(kRoot, kKey));
+    std::uint32_t number = 0;
+    EXPECT_TRUE(read_registry_dword(kRoot, kKey, L"Two", number));
+    EXPECT_TRUE(delete_registry_key(kRoot, L"SOFTWARE\\Zorv\\Test\\sub"));
+    EXPECT_TRUE(delete_registry_key(kRoot, kKey));
+    EXPECT_FALSE(delete_registry_key(kRoot, kKey));
+    EXPECT_FALSE(delete_registry_value(kRoot, kKey, L"Two"));
+    std::vector<std::wstring> subkeys;
+    std::vector<RegistryValue> values;
+    EXPECT_FALSE(list_registry_key(kRoot, kKey, subkeys, values));
+}
+
+// A change that is missed shows as a test that does not end.
+TEST(RegistryWatch, WakesForEveryKindOfChangeAtAnyDepth) {
+    const TestMachine machine;
+    const std::wstring deep = L"SOFTWARE\\Zorv\\Test\\A\\B";
+    ASSERT_TRUE(write_registry_dword(kRoot, deep, L"Old", 1));
+    const std::vector<std::function<bool()>> changes = {
+        [] { return write_registry_dword(kRoot, kKey, L"New", 1); },
+        [&] { return write_registry_dword(kRoot, deep, L"Old", 2); },
+        [&] { return delete_registry_value(kRoot, deep, L"Old"); },
+        [&] { return write_registry_dword(kRoot, deep + L"\\C", L"Value", 1); },
+        [&] { return delete_registry_key(kRoot, deep + L"\\C"); },
+    };
+    for (const auto& change : changes) {
+        RegistryWatch watch;
+        ASSERT_TRUE(watch.arm(kRoot, L"software\\zorv\\test"));
+        EXPECT_TRUE(change());
+        watch.wait();
+    }
+    RegistryWatch watch;
+    EXPECT_FALSE(watch.arm(kRoot, L"SOFTWARE\\Zorv\\Missing"));
+    watch.wait();
+    ASSERT_TRUE(watch.arm(kRoot, kKey));
+    std::thread writer([] { write_registry_dword(kRoot, kKey, L"New", 2); });
+    watch.wait();
+    writer.join();
+}
+
+bool had_by_another_thread(Lock& lock) {
+    bool had = false;
+    std::thread([&] {
+        had = lock.wait(20000);
+        if (had) {
+            lock.release();
+        }
+    }).join();
+    return had;
+}
+
+TEST(Lock, BelongsToItsThreadForAsManyReleasesAsWaits) {
+    const TestMachine machine;
+    set_clock({0, 0.001});
+    Lock lock;
+    ASSERT_TRUE(lock.valid());
+    EXPECT_TRUE(lock.wait(0));
+    EXPECT_TRUE(lock.wait(1));
+    EXPECT_FALSE(had_by_another_thread(lock));
+    lock.release();
+    std::thread([&] { lock.release(); }).join();  // not the owner's
+    EXPECT_FALSE(had_by_another_thread(lock));
+    lock.release();
+    EXPECT_TRUE(had_by_another_thread(lock));
+}
+
+TEST(Lock, CountsTheWaitOnAnAbandonedLockAsFailedButGivesOwnership) {
+    const TestMachine machine;
+    set_clock({0, 0.001});
+    Lock lock;
+    std::thread([&] {
+        lock.wait(0);
+        lock.wait(0);
+    }).join();
+    EXPECT_FALSE(lock.wait(60000));
+    EXPECT_FALSE(had_by_another_thread(lock));
+    EXPECT_TRUE(lock.wait(0));
+    lock.release();
+    lock.release();
+    EXPECT_TRUE(had_by_another_thread(lock));
+}
+
+TEST(Lock, LetsOneThreadInAtATime) {
+    Lock lock;
+    int count = 0;
+    std::vector<std::thread> threads(4);
+    for (std::thread& thread : threads) {
+        thread = std::thread([&] {
+            for (int turn = 0; turn < 1000; ++turn) {
+                lock.wait(turn % 2 == 0 ? 0 : 60000);
+                ++count;
+                lock.release();
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(count, 4000);
+}
+
+TEST(Text, RefusesBytesThatAreNoUtf8) {
+    for (const char* bytes : {"\x80", "a\xC3", "\xC3(", "\xC0\xAF", "\xE0\x9F\xBF", "\xED\xA0\x80", "\xF0\x8F\xBF\xBF",
+                              "\xF4\x90\x80\x80", "\xF8\x88\x80\x80\x80"}) {
+        set_last_error(0);
+        EXPECT_EQ(multi_byte_to_wide(kCodePageUtf8, bytes, -1, nullptr, 0), 0) << bytes;
+        EXPECT_EQ(last_error(), kNoUnicodeTranslation) << bytes;
+    }
+    const char good[] = "A\xC3\xBC\xE2\x82\xAC\xF0\x9F\x94\x8B";
+    const std::wstring wide = L"A\u00FC\u20AC\U0001F50B";
+    wchar_t result[16];
+    ASSERT_EQ(multi_byte_to_wide(kCodePageUtf8, good, -1, result, 16), static_cast<int>(wide.size() + 1));
+    EXPECT_EQ(last_error(), 0U);
+    EXPECT_EQ(result, wide);
+    char back[16];
+    ASSERT_EQ(wide_to_multi_byte(kCodePageUtf8, result, -1, back, 16), static_cast<int>(sizeof good));
+    EXPECT_STREQ(back, good);
+}
+
+TEST(Text, ReplacesHalvesOfPairsInUtf8) {
+    const wchar_t half[] = {L'a', static_cast<wchar_t>(0xD800), L'b'};
+    char result[8] = {};
+    ASSERT_EQ(wide_to_multi_byte(kCodePageUtf8, half, 3, result, 8), 5);
+    EXPECT_STREQ(result,
+                 "a\xEF\xBF\xBD"
+                 "b");
+}
+
+TEST(Text, CountsTheTerminatorOnlyWhenAskedToFindIt) {
+    wchar_t wide[3];
+    char bytes[3];
+    EXPECT_EQ(multi_byte_to_wide(kCodePageUtf8, "abc", 2, wide, 3), 2);
+    EXPECT_EQ(multi_byte_to_wide(kCodePageAnsi, "", -1, wide, 3), 1);
+    EXPECT_EQ(wide_to_multi_byte(kCodePageAnsi, L"abc", -1, bytes, 3), 0);
+    EXPECT_EQ(last_error(), 122U);
+    EXPECT_EQ(wide_to_multi_byte(kCodePageAnsi, L"abc", 0, bytes, 3), 0);
+    EXPECT_EQ(last_error(), 87U);
+    EXPECT_EQ(multi_byte_to_wide(kCodePageUtf8, nullptr, -1, wide, 3), 0);
+    EXPECT_EQ(last_error(), 87U);
+}
+
+TEST(Text, TakesAnsiForCodePage1252) {
+    std::string bytes;
+    for (int byte = 1; byte < 256; ++byte) {
+        bytes += static_cast<char>(byte);
+    }
+    wchar_t wide[256];
+    ASSERT_EQ(multi_byte_to_wide(kCodePageAnsi, bytes.c_str(), -1, wide, 256), 256);
+    EXPECT_EQ(wide[0x80 - 1], 0x20AC);
+    EXPECT_EQ(wide[0x81 - 1], 0x81);
+    EXPECT_EQ(wide[0x9F - 1], 0x178);
+    EXPECT_EQ(wide[0xFC - 1], 0xFC);
+    char back[256];
+    ASSERT_EQ(wide_to_multi_byte(kCodePageAnsi, wide, -1, back, 256), 256);
+    EXPECT_EQ(back, bytes);
+    ASSERT_EQ(wide_to_multi_byte(kCodePageAnsi, L"\u4E2D\U0001F50B", -1, back, 256), 4);
+    EXPECT_STREQ(back, "???");
+}
+
+TEST(Files, KeepFilesAndFoldersApart) {
+    const TestMachine machine;
+    const std::string folder = "C:\\ProgramData\\Zorv\\";
+    create_folder("C:\\ProgramData");
+    EXPECT_FALSE(folder_exists(folder));
+    EXPECT_FALSE(create_folder(folder + "a\\b"));
+    EXPECT_TRUE(create_folder(folder));
+    EXPECT_FALSE(create_folder(folder));
+    EXPECT_TRUE(create_folder(folder + "sub"));
+    write_text(folder + "one", "1");
+    write_text(folder + "\\two", "2");
+    EXPECT_TRUE(file_exists(folder + "two"));
+    EXPECT_FALSE(file_exists(folder + "sub"));
+    EXPECT_FALSE(folder_exists(folder + "one"));
+    EXPECT_EQ(open_file(folder + "sub", "rb"), nullptr);
+    EXPECT_FALSE(remove_file(folder + "sub"));
+    EXPECT_FALSE(rename_file(folder + "one", folder + "two"));
+    EXPECT_EQ(read_text(folder + "two"), "2");
+    EXPECT_TRUE(rename_file(folder + "one", folder + "three"));
+    EXPECT_TRUE(remove_file(folder + "two"));
+    EXPECT_FALSE(remove_file(folder + "two"));
+
+    std::vector<FolderEntry> entries;
+    ASSERT_EQ(list_folder(folder, entries), 0U);
+    std::sort(entries.begin(), entries.end(), [](const auto& a, const auto& b) { return a.name < b.name; });
+    ASSERT_EQ(entries.size(), 2U);
+    EXPECT_TRUE(entries[0].name == "sub" && entries[0].folder);
+    EXPECT_TRUE(entries[1].name == "three" && !entries[1].folder);
+    EXPECT_EQ(list_folder("C:\\ProgramData\\Zorv\\missing\\", entries), 3U);
+}
+
+TEST(SharedLibrary, HasNoSymbolsWhenMissingOrDamaged) {
+    const TestMachine machine;
+    EXPECT_FALSE(SharedLibrary(L"ZorvWinIo64.dll").is_open());
+    for (const char* name : {"ZorvWinIo64.dll", "ZorvWinIo64.so"}) {
+        write_text(machine.bin_folder() + name, "no library");
+    }
+    const SharedLibrary damaged(L"ZorvWinIo64.dll");
+    EXPECT_FALSE(damaged.is_open());
+    EXPECT_EQ(damaged.function<void()>("InitializeWinIo"), nullptr);
+}
+
+TEST(Module, GivesAPathWholeOrNotAtAll) {
+    wchar_t buffer[8];
+    set_module_path(L"seven77");
+    EXPECT_EQ(module_file_name(buffer, 8), 7);
+    EXPECT_STREQ(buffer, L"seven77");
+    EXPECT_EQ(module_file_name(buffer, 7), 0);
+    set_module_path(L"");
+    wchar_t path[1024];
+    const int length = module_file_name(path, 1024);
+    EXPECT_NE(std::wstring(path, length).find(L"zorvalis-tests"), std::wstring::npos);
+}
+
+TEST(Uuid, PrintsTheFirstThreeFieldsAsNumbers) {
+    const Uuid uuid = {0x78, 0x56, 0x34, 0x12, 0xBC, 0x9A, 0xF0, 0xDE, 1, 2, 3, 4, 5, 6, 7, 8};
+    EXPECT_EQ(uuid_to_text(uuid), L"12345678-9abc-def0-0102-030405060708");
+    const std::wstring text = uuid_to_text(create_uuid());
+    EXPECT_EQ(text[14], L'4') << "the version";
+    EXPECT_NE(text, uuid_to_text(create_uuid()));
+}
+
+TEST(Clock, IsShiftedAndItsWaitsAreShortenedByTheSwitch) {
+    const TestMachine machine;
+    const std::int64_t before = now_seconds();
+    set_clock({1000000000, 0.5});
+    const std::int64_t shifted = now_seconds();
+    EXPECT_GE(shifted, before + 1000000000);
+    EXPECT_LT(shifted, before + 1000000060);
+    EXPECT_LT(now_microseconds() / 1000000 - shifted, 60);
+    EXPECT_LT(now_ticks() / 10000000 - 11644473600 - static_cast<std::uint64_t>(shifted), 60U);
+    EXPECT_EQ(scaled_wait(3), 1500);
+    EXPECT_EQ(scaled_wait(4000000000), 2000000000000);
+}
+
+TEST(Clock, KnowsWhichTimesHaveACalendarForm) {
+    std::tm local{};
+    EXPECT_TRUE(local_time(1763712000, local));
+    EXPECT_EQ(local.tm_year, 125);
+    for (const std::int64_t seconds : {std::int64_t{-1000000}, std::numeric_limits<std::int64_t>::max()}) {
+        EXPECT_FALSE(local_time(seconds, local));
+        EXPECT_EQ(local.tm_year, 0);
+        EXPECT_EQ(local.tm_mday, 0);
+    }
+}
+
+}  // namespace
+}  // namespace platform

@@ -1,0 +1,337 @@
+// What of the core only the stand-in machine shows: trace lines in their order, the event log's fields, a job that
+// blocks, a registry that cannot be written, two passes at once.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <sstream>
+#include <thread>
+
+#include "collection/collectors.h"
+#include "collection/zorv_win_io_dll.h"
+#include "common/files.h"
+#include "common/json.h"
+#include "common/log.h"
+#include "common/number.h"
+#include "common/registry.h"
+#include "common/time.h"
+#include "jobs/job_manager.h"
+#include "jobs/schedule_predicates.h"
+#include "platform/clock.h"
+#include "platform/files.h"
+#include "platform/machine.h"
+#include "store/telemetry_db.h"
+#include "support/notebook.h"
+
+namespace zorvalis {
+namespace {
+
+namespace fs = std::filesystem;
+
+void SetSession(int level, unsigned flags) {
+    write_text(platform::machine_folder() + "/trace.json",
+               "{\"level\": " + std::to_string(level) + ", \"flags\": " + std::to_string(flags) + "}");
+}
+
+// The texts behind time, process and number; `number` keeps the message number with them.
+std::vector<std::string> TraceLines(bool number = false) {
+    std::vector<std::string> lines;
+    std::istringstream log(read_text(platform::machine_folder() + "/trace.log"));
+    for (std::string line; std::getline(log, line);) {
+        for (int field = number ? 1 : 0; field < 3; ++field) {
+            line.erase(0, line.find('\t') + 1);
+        }
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+template <class Action>
+std::vector<std::string> Traced(Action action) {
+    fs::remove(platform::machine_folder() + "/trace.log");
+    SetSession(4, 1);
+    StartTrace();
+    action();
+    StopTrace();
+    return TraceLines();
+}
+
+TEST(Trace, TakesLevel4AndFlagBit0) {
+    for (const auto& [level, flags, lines] :
+         {std::tuple{3, 1U, 0U}, {4, 1U, 2U}, {4, 0U, 0U}, {4, 0xFFFFFFFEU, 0U}, {5, 3U, 2U}, {255, 1U, 2U}}) {
+        const TestMachine machine;
+        SetSession(level, flags);
+        LogMessage("too early");
+        StartTrace();
+        LogMessage("narrow");
+        LogMessageW(L"wide \u20AC");
+        StopTrace();
+        LogMessage("too late");
+        ASSERT_EQ(TraceLines(true).size(), lines) << level << " " << flags;
+        if (lines != 0) {
+            EXPECT_EQ(TraceLines(true), (std::vector<std::string>{"10\tnarrow", "11\twide \xE2\x82\xAC"}));
+        }
+    }
+}
+
+// A session that is not followed shows as a test that does not end.
+TEST(Trace, FollowsASessionWhileOtherThreadsLog) {
+    const TestMachine machine;
+    StartTrace();
+    std::atomic<bool> done{false};
+    std::thread other([&] {
+        while (!done) {
+            LogMessage("other");
+        }
+    });
+    const auto until_lines = [](bool coming) {
+        for (;;) {
+            const std::size_t before = TraceLines().size();
+            LogMessage("probe");
+            if ((TraceLines().size() > before) == coming) {
+                return;
+            }
+        }
+    };
+    SetSession(4, 1);
+    until_lines(true);
+    SetSession(3, 1);
+    until_lines(false);
+    SetSession(4, 1);
+    until_lines(true);
+    fs::remove(platform::machine_folder() + "/trace.json");
+    until_lines(false);
+    done = true;
+    other.join();
+    StopTrace();
+}
+
+// The words of one event on a machine without any file, N being the file's name and D the data folder. Those of the
+// predicates are left out.
+constexpr char kOneEvent[] = R"(DoCollectJob - action : quiet_fan, parameter : 18
+Enclosure Type = Notebook
+BigdataCheck - CJ_QUIETFAN
+DoCollectJob - BigdataCheck funcMask : 256
+[in] getAutoDBFileName
+[getDeviceUUID] uuid: 00112233-4455-6677-8899-aabbccddeeff
+getAutoDBFileName::dbFileName: M
+[out] getAutoDBFileName
+dbName:    N
+db file doesn't exist
+CreateSqliteDBFolder: D
+[validateDB] start DN
+[initDB] Opened N.db
+[encryptDBFast] DN exist
+Created N.db Success!!
+Close DB success!!
+in canStoreData:============>
+[decryptDBFast] DN exist
+[validateDB] start DN
+[validateDB] fileExist
+[integritycheckCallback] azColName: integrity_check value ok
+totalRecord Opened N.db
+[totalRecordCallback] azColName COUNT(*) value 0
+totalRecord 0 get from N.db Success!!
+[encryptDBFast] DN exist
+totalRecord Close N DB success!!
+canStoreData dbname: N tablename: UserBehavior totalrecords: 0 limit: 108
+out canStoreData:============>
+[collectUserBehaviorData] ub data retrieving
+in RetrieveData===============>
+~~~>INDEX_WMI : GetRandomUUID
+[getDeviceUUID] uuid: 00112233-4455-6677-8899-aabbccddeeff
+~~~>INDEX_WMI : WMIGetBatteryHealth
+finish RetrieveData
+out RetrieveData===============>
+[collectUserBehaviorData] ub triggerType= 18
+[collectUserBehaviorData] columnnnnnn= T
+in storeData===============>
+[decryptDBFast] DN exist
+[validateDB] start DN
+[validateDB] fileExist
+[integritycheckCallback] azColName: integrity_check value ok
+insertBatDB Opened N.db
+Inserting a value into N db ...
+Inserting sql: INSERT INTO UserBehavior ( local_time, freq, guid, power_on, power_off, suspend, resume, )"
+                             R"(battery_health_mode_change, battery_health_mode, quiet_fan_on, quiet_fan_off, ac_in, )"
+                             R"(ac_out, lid_open, lid_close, wmi1, wmi2) VALUES( 'T', 18, )"
+                             R"('00112233-4455-6677-8899-aabbccddeeff', NULL, NULL, NULL, NULL, NULL, NULL, 'T', )"
+                             R"(NULL, NULL, NULL, NULL, NULL, NULL, NULL);
+Insert N.db Success!!
+[encryptDBFast] DN exist
+insert Close N DB success!!
+out storeData===============>
+)";
+
+TEST(Trace, TellsOneEventInItsOrder) {
+    const Notebook machine;
+    const std::int64_t now = SetClock(2026, 11, 20, 12, 34, 56);
+    const std::string name = FileOf("E");
+    const std::vector<std::pair<std::string, std::string>> shortened = {
+        {"C:\\\\ProgramData\\\\Zorv\\\\Zorvcore\\\\Zorvalis\\\\data\\\\", "D"},
+        {name, "N"},
+        {name.substr(2, name.size() - 5), "M"},
+        {"2026-11-20 12:34:56", "T"}};
+    std::string text;
+    for (std::string line :
+         Traced([&] { JobManager::GetInstance().DoCollectJob(L"quiet_fan", JOB_TRIGGER_QUIET_FAN_ON, false, now); })) {
+        for (const auto& [from, to] : shortened) {
+            for (std::size_t at = line.find(from); at != std::string::npos; at = line.find(from)) {
+                line.replace(at, from.size(), to);
+            }
+        }
+        if (!line.starts_with("[Utility]") && !line.starts_with("[isImage") && !line.starts_with("diff time")) {
+            text += line + "\n";
+        }
+    }
+    EXPECT_EQ(text, kOneEvent);
+}
+
+TEST(Trace, TellsThatAFullTableReadsNoHardware) {
+    const Notebook machine;
+    collectUserBehaviorData("1", 5, 16);
+    const auto lines = Traced([] { collectUserBehaviorData("1", 5, 16); });
+    ASSERT_GT(lines.size(), 3U);
+    EXPECT_TRUE(lines[lines.size() - 2].ends_with("tablename: UserBehavior totalrecords: 1 limit: 0"));
+    EXPECT_EQ(lines.back(), "out canStoreData:============>");
+}
+
+TEST(Trace, TellsAChangeOfSystemInformationByTheMissingLetter) {
+    Notebook machine;
+    const auto told = [](const std::string& words) {
+        std::string before;
+        for (const std::string& line : Traced([] { collectSystemInfoData("0", 8, 4); })) {
+            if (line == words) {
+                return before;
+            }
+            before = line;
+        }
+        return std::string("never");
+    };
+    const std::string local = "[collectSystemInfoData] sysinfo triggerType= " + EpochTextToTimeString("0");
+    EXPECT_EQ(told("sUpdated: "), local);
+    EXPECT_EQ(told("isUpdated: "), local);
+}
+
+TEST(Trace, TellsTheFiguresOfThePredicates) {
+    Notebook machine;
+    const std::int64_t midnight = SetClock(2026, 11, 20, 0, 0, 0);
+    SetClock(2026, 11, 20, 12, 34, 56);
+    machine.change_hardware(R"({"GPNV_ActivatedTime": "2026-10-25 10:20:30"})");
+    const auto lines = Traced([] {
+        isOverTotalCollectTime();
+        isSpecificDojobDay();
+        isSpecificDojobDay();
+    });
+    ASSERT_EQ(lines.size(), 14U);
+    EXPECT_EQ(lines[0], "[Utility]  totalCollectTime from setting file : 600months.\\n");
+    EXPECT_EQ(lines[1], "[Utility]  Get activation time from GPNV : 2026-10-25 10:20:30");
+    EXPECT_EQ(lines[2], "[Utility]  regActivatedTimeString : 2026-10-25 10:20:30");
+    unsigned long seconds = 0;
+    unsigned long part[4] = {};
+    ASSERT_EQ(std::sscanf(lines[3].c_str(), "[Utility]  diff : %lu(%ludays %lu:%lu:%lu)", &seconds, &part[0], &part[1],
+                          &part[2], &part[3]),
+              5);
+    EXPECT_EQ(((part[0] * 24 + part[1]) * 60 + part[2]) * 60 + part[3], seconds);
+    EXPECT_LT(part[2], 60U);
+    EXPECT_EQ(lines[4], "[Utility]  isOverTotalCollectTimeStatus = false.\\n");
+    EXPECT_EQ(lines[6], "[Utility] never set lastDojobTime");
+    EXPECT_EQ(lines[12], "[Utility] regLastDoTime + settingDuringTime : " + std::to_string(midnight + 86400));
+}
+
+TEST(EventLog, KeepsTheBlanksAndTheTypeOfAnEntry) {
+    const TestMachine machine;
+    ReportServiceEvent(L" InitWinIo fail ", kInformation);
+    const Json entry = ParseJson(read_text(platform::machine_folder() + "/eventlog.jsonl"));
+    EXPECT_EQ(entry["type"], 4);
+    EXPECT_EQ(entry["strings"], (std::vector<std::string>{"Zorvalis", " InitWinIo fail "}));
+}
+
+TEST(EventLog, TellsOfALibraryThatCannotBeInitialised) {
+    Notebook machine;
+    machine.replace_library();
+    ZorvWinIoDll();
+    machine.remove_library();
+    ZorvWinIoDll();
+    ExpectEventLog({" InitWinIo fail ", " ShutDown WinIop fail ", " InitWinIo fail ", " ShutDown WinIop fail "});
+}
+
+// A reading end that waits for its writer holds up the job that loads the settings.
+TEST(JobLock, IsWaitedForAMinuteAndThenTheJobIsDropped) {
+    const Notebook machine;
+    JobManager& jobs = JobManager::GetInstance();
+    const std::string pipe = platform::native_path(std::string(kProductFolder) + "setting.json");
+    const std::string text = read_text(pipe);
+    ASSERT_TRUE(fs::remove(pipe));
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    jobs.RequestMainSwitch(1);
+    std::uint64_t changed = 0;
+    std::thread slow([&] { changed = jobs.DoJob(L"jobSetMainSwitch", 0, 0); });
+    while (Value(L"MainSwitch") != L"1") {
+        std::this_thread::yield();
+    }
+    jobs.RequestMainSwitch(0);
+    platform::set_clock({0, 0.0005});
+    const std::int64_t before = platform::now_microseconds();
+    EXPECT_EQ(jobs.DoJob(L"jobSetMainSwitch", 0, 0), 0U);
+    EXPECT_GE(platform::now_microseconds() - before, 30000) << "60 seconds by the switch";
+    jobs.DoCollectJob(L"ac_dc", JOB_TRIGGER_AC_IN, false, 0);
+    EXPECT_GE(platform::now_microseconds() - before, 60000);
+    EXPECT_EQ(Value(L"MainSwitch"), L"1");
+    EXPECT_EQ(machine.stored(), "");
+    ExpectEventLog({});
+    write_text(pipe, text);
+    slow.join();
+    EXPECT_EQ(changed, 1U);
+}
+
+TEST(JobManager, DoesNotClaimWhatARegistryRefuses) {
+    const Notebook machine;
+    JobManager& jobs = JobManager::GetInstance();
+    fs::remove_all(platform::machine_folder() + "/registry");
+    write_text(platform::machine_folder() + "/registry", "");
+    EXPECT_EQ(jobs.DoJob(L"jobSetMainSwitch", 0, 0), 0U);
+    EXPECT_FALSE(jobs.checkRegTimer(L"GetThermal", 1, 1));
+    EXPECT_TRUE(jobs.checkRegTimer(L"upload", 1, 1));
+}
+
+// On Windows the connection that stays open keeps the working copy from being deleted for the rest of the process.
+TEST(Store, StartsAgainFromTheRestingFileAfterASchemaThatFails) {
+    const TestMachine machine;
+    initDB("T.db", "CREATE TABLE T (a)");
+    insert("T.db", "INSERT INTO T VALUES (1)");
+    const auto lines = Traced([] { initDB("T.db", "DROP TABLE T; CREATE nothing"); });
+    ASSERT_GT(lines.size(), 2U);
+    EXPECT_EQ(lines[lines.size() - 2], "[initDB] Error executing T.db.db statemant near \"nothing\": syntax error");
+    EXPECT_EQ(lines.back(), "[initDB] Error executing T.db.db sql statemant DROP TABLE T; CREATE nothing");
+    EXPECT_EQ(machine.data_files(), (std::vector<std::string>{"T.db", "T.db.cached"}));
+    ExpectEventLog({" [SQ][init] Error executing "});
+    EXPECT_EQ(totalRecord("T.db", "T"), 1);
+    EXPECT_EQ(machine.data_files(), std::vector<std::string>{"T.db"});
+}
+
+TEST(Passes, AtOnceLeaveASoundRegistryAndTheNextOneStores) {
+    Notebook machine;
+    machine.install_service();
+    const std::string pass = machine.bin_folder() + "zorvalis-agent-service -j0";
+    for (int turn = 0; turn < 5; ++turn) {
+        ASSERT_EQ(std::system((pass + " & " + pass + " & " + pass + "; wait").c_str()), 0);
+        for (const auto& entry : fs::recursive_directory_iterator(platform::machine_folder() + "/registry")) {
+            const std::string text = entry.is_regular_file() ? read_text(entry.path()) : "REG_";
+            EXPECT_TRUE(text.starts_with("REG_")) << entry.path();
+            EXPECT_NE(entry.path().filename().string()[0], '.') << entry.path();
+        }
+        for (const wchar_t* timer : {L"GetThermal", L"GetBatteryPower", L"GetSystemInfo"}) {
+            EXPECT_GT(ParseInt64(Value(timer)), 0);
+            RemoveValue(timer);
+        }
+    }
+    ASSERT_EQ(std::system(pass.c_str()), 0);
+    EXPECT_EQ(machine.data_files(), std::vector<std::string>{FileOf("O")});
+    EXPECT_TRUE(machine.stored().starts_with("O Thermal ")) << machine.stored();
+}
+
+}  // namespace
+}  // namespace zorvalis

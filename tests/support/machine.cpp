@@ -1,0 +1,168 @@
+#include "support/machine.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+
+#include "common/deployment.h"
+#include "common/files.h"
+#include "platform/clock.h"
+#include "platform/files.h"
+#include "platform/module.h"
+#include "platform/registry.h"
+
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
+namespace {
+
+namespace fs = std::filesystem;
+
+#ifdef _WIN32
+constexpr char kExecutable[] = "ZorvalisWinService.exe";
+constexpr char kLibrary[] = "ZorvWinIo64.dll";
+#else
+constexpr char kExecutable[] = "zorvalis-agent-service";
+constexpr char kLibrary[] = "ZorvWinIo64.so";
+#endif
+
+constexpr auto kMachine = platform::RegistryRoot::local_machine;
+constexpr wchar_t kSetupState[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Setup\\State";
+
+std::string new_folder() {
+    const fs::path temporary = fs::temp_directory_path();
+    for (int number = 0;; ++number) {
+        const fs::path folder = temporary / ("zorv" + std::to_string(number));
+        if (fs::create_directory(folder)) {
+            return folder.string();
+        }
+    }
+}
+
+void delete_key(const std::wstring& key) {
+    std::vector<std::wstring> subkeys;
+    std::vector<platform::RegistryValue> values;
+    platform::list_registry_key(kMachine, key, subkeys, values);
+    for (const std::wstring& subkey : subkeys) {
+        delete_key(std::wstring(key).append(L"\\").append(subkey));
+    }
+    platform::delete_registry_key(kMachine, key);
+}
+
+// The test program's own folder has the folder of the built programs beside it.
+fs::path built(const char* name) {
+    platform::set_module_path(L"");
+    wchar_t path[1024];
+    platform::module_file_name(path, 1024);
+    return fs::path(path).parent_path().parent_path() / "bin" / name;
+}
+
+}  // namespace
+
+TestMachine::TestMachine() : folder_(new_folder()) {
+    const fs::path bin = fs::path(folder_) / "bin";
+    fs::create_directory(bin);
+    bin_folder_ = (bin / "").string();
+#ifdef _WIN32
+    ::SetDllDirectoryW(bin.c_str());
+    delete_key(L"SOFTWARE\\Zorv");
+    platform::delete_registry_value(kMachine, kSetupState, L"ImageState");
+    fs::remove_all("C:\\ProgramData\\Zorv");
+#else
+    ::setenv("ZORV_MACHINE", folder_.c_str(), 1);
+#endif
+    platform::set_module_path((bin / kExecutable).wstring());
+}
+
+TestMachine::~TestMachine() {
+    platform::set_clock({});
+    platform::set_module_path(L"");
+    std::error_code ignored;
+#ifdef _WIN32
+    ::SetDllDirectoryW(nullptr);
+    delete_key(L"SOFTWARE\\Zorv");
+    fs::remove_all("C:\\ProgramData\\Zorv", ignored);
+#endif
+    fs::remove_all(folder_, ignored);
+}
+
+void TestMachine::install_library() {
+    const fs::path library = built(kLibrary);
+    platform::set_module_path(fs::path(bin_folder_ + kExecutable).wstring());
+    fs::copy_file(library, bin_folder_ + kLibrary);
+}
+
+void TestMachine::hardware(const std::string& json) {
+    write_text(bin_folder_ + "hardware.json", json);
+}
+
+void TestMachine::setting(const std::string& text) {
+    zorvalis::CreateFolders(
+        {"C:\\ProgramData\\", "C:\\ProgramData\\Zorv\\", "C:\\ProgramData\\Zorv\\Zorvcore\\", zorvalis::kProductFolder},
+        nullptr);
+    write_text(std::string(zorvalis::kProductFolder) + "setting.json", text);
+}
+
+void TestMachine::default_setting(const std::string& text) {
+    write_text(bin_folder_ + "default.json", text);
+}
+
+void TestMachine::ready() {
+    platform::write_registry_string(kMachine, kSetupState, L"ImageState", L"IMAGE_STATE_COMPLETE");
+    platform::write_registry_string(kMachine, L"SOFTWARE\\Zorv\\FactoryConfig", L"ManufacturingDate", L"2020/01/15");
+}
+
+std::vector<std::string> TestMachine::data_files() const {
+    std::vector<platform::FolderEntry> entries;
+    platform::list_folder(zorvalis::kDataFolder, entries);
+    std::vector<std::string> names(entries.size());
+    std::transform(entries.begin(), entries.end(), names.begin(), [](const auto& entry) { return entry.name; });
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+std::vector<std::vector<std::string>> TestMachine::query(const std::string& file, const std::string& sql) const {
+    std::string bytes = read_text(zorvalis::kDataFolder + file);
+    for (char& byte : bytes) {
+        byte = static_cast<char>(byte ^ zorvalis::deployment::DbKey);
+    }
+    std::vector<std::vector<std::string>> rows;
+    sqlite3* db = nullptr;
+    sqlite3_open(":memory:", &db);
+    const auto size = static_cast<sqlite3_int64>(bytes.size());
+    auto* const image = reinterpret_cast<unsigned char*>(bytes.data());
+    sqlite3_deserialize(db, "main", image, size, size, SQLITE_DESERIALIZE_READONLY);
+    const auto add = [](void* context, int count, char** values, char**) {
+        auto& row = static_cast<std::vector<std::vector<std::string>>*>(context)->emplace_back();
+        for (int i = 0; i < count; ++i) {
+            row.emplace_back(values[i] != nullptr ? values[i] : "NULL");
+        }
+        return 0;
+    };
+    if (sqlite3_exec(db, sql.c_str(), add, &rows, nullptr) != SQLITE_OK) {
+        rows = {{sqlite3_errmsg(db)}};
+    }
+    sqlite3_close(db);
+    return rows;
+}
+
+void write_text(const std::string& path, const std::string& text) {
+    const platform::File file = platform::open_file(path, "wb");
+    if (file == nullptr || std::fwrite(text.data(), 1, text.size(), file.get()) != text.size()) {
+        throw std::runtime_error("cannot write " + path);
+    }
+}
+
+std::string read_text(const std::string& path) {
+    std::string text;
+    if (const platform::File file = platform::open_file(path, "rb")) {
+        for (int c = std::fgetc(file.get()); c != EOF; c = std::fgetc(file.get())) {
+            text += static_cast<char>(c);
+        }
+    }
+    return text;
+}

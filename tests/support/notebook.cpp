@@ -1,0 +1,158 @@
+#include "support/notebook.h"
+
+#include <gtest/gtest.h>
+
+#include <ctime>
+#include <filesystem>
+#include <sstream>
+
+#include "common/json.h"
+#include "common/registry.h"
+#include "common/text.h"
+#include "jobs/job_manager.h"
+#include "platform/clock.h"
+#include "platform/machine.h"
+#include "platform/module.h"
+#include "store/db_file.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace zorvalis;
+
+constexpr char kHardware[] = R"({"WMIGetSystemChassisTypes": "Notebook", "Thermal_Read_Cpu_Temperature": 48,
+    "GPNV_RandomUUID": "00112233-4455-6677-8899-aabbccddeeff", "GPNV_ActivatedTime": "blank"})";
+
+constexpr char kSetting[] = R"({"version": "2.0.6.0", "downloadSetting": "d1", "intervalTimer": "1",
+    "totalCollectTime": "600", "thermal": "m30", "battery_power": "m10", "systeminfo": "d1", "upload": "d1",
+    "poweronoff": "poweronoff", "suspend_resume": "suspend_resume", "ac_dc": "ac_dc",
+    "lid_open_close": "lid_open_close", "quiet_fan": "quiet_fan", "battery_health": "battery_health",
+    "wmi_event": "wmi_event"})";
+
+std::string Merged(const char* usual, const std::string& changes) {
+    Json tree = ParseJson(usual);
+    tree.merge_patch(ParseJson(changes));
+    return DumpJson(tree);
+}
+
+struct Paths {
+    fs::path executable;  // of the machine
+    fs::path tests;       // the test program's own folder
+};
+
+Paths GetPaths() {
+    std::wstring given(1024, L'\0');
+    std::wstring own(1024, L'\0');
+    platform::module_file_name(given.data(), 1024);
+    platform::set_module_path(L"");
+    platform::module_file_name(own.data(), 1024);
+    platform::set_module_path(given.c_str());
+    return {given.c_str(), fs::path(own.c_str()).parent_path()};
+}
+
+}  // namespace
+
+Notebook::Notebook() {
+    install_library();
+    ready();
+    change_hardware("{}");
+    change_setting("{}");
+}
+
+void Notebook::change_hardware(const std::string& changes) {
+    fs::remove(platform::machine_folder() + "/hardware.json");  // the machine's own would hide the library's
+    hardware(Merged(kHardware, changes));
+}
+
+void Notebook::change_setting(const std::string& changes) {
+    setting(Merged(kSetting, changes));
+    JobManager::GetInstance().ReloadSettingFile();
+}
+
+void Notebook::install_service() {
+    const Paths paths = GetPaths();
+    fs::copy_file(paths.tests.parent_path() / "bin" / paths.executable.filename(), paths.executable);
+}
+
+void Notebook::replace_library() {
+    for (const auto& entry : fs::directory_iterator(GetPaths().tests / "no_exports")) {
+        fs::copy_file(entry.path(), bin_folder() + entry.path().filename().string(),
+                      fs::copy_options::overwrite_existing);
+    }
+}
+
+void Notebook::remove_library() {
+    for (const char* name : {"ZorvWinIo64.dll", "ZorvWinIo64.so"}) {
+        fs::remove(bin_folder() + name);
+    }
+}
+
+std::string Notebook::stored() const {
+    std::string result;
+    for (const std::string& file : data_files()) {
+        for (const char* table : {"Thermal", "Battery_Power", "SysInfo", "UserBehavior"}) {
+            const std::string count = query(file, std::string("SELECT COUNT(*) FROM ") + table)[0][0];
+            if (count != "0" && !count.starts_with("no such table")) {
+                result += (result.empty() ? "" : ", ") + file.substr(0, 1) + " " + table + " " + count;
+            }
+        }
+    }
+    return result;
+}
+
+std::string Notebook::row(const char* letter, const std::string& sql) const {
+    std::string joined;
+    const auto rows = query(FileOf(letter), sql);
+    for (const std::string& field : rows.empty() ? std::vector<std::string>() : rows[0]) {
+        joined += (joined.empty() ? "" : " ") + field;
+    }
+    return joined;
+}
+
+std::string FileOf(const char* letter) {
+    return std::string(letter) + "_" + getAutoDBFileName() + ".db";
+}
+
+std::wstring Value(const std::wstring& name) {
+    return ReadRegString(kLocalMachine, kProductKey, name);
+}
+
+void SetValue(const std::wstring& name, const std::wstring& text) {
+    ASSERT_TRUE(WriteRegString(kLocalMachine, kProductKey, name, text));
+}
+
+void RemoveValue(const std::wstring& name) {
+    DeleteRegValue(kLocalMachine, kProductKey, name);
+}
+
+std::int64_t SetClock(int year, int month, int day, int hour, int minute, int second) {
+    std::tm local{};
+    local.tm_year = year - 1900;
+    local.tm_mon = month - 1;
+    local.tm_mday = day;
+    local.tm_hour = hour;
+    local.tm_min = minute;
+    local.tm_sec = second;
+    local.tm_isdst = -1;
+    const std::int64_t time = std::mktime(&local);
+    platform::set_clock({});
+    platform::set_clock({time - platform::now_seconds(), 1.0});
+    return time;
+}
+
+void ExpectEventLog(const std::vector<std::string>& texts) {
+    if (platform::machine_folder().empty()) {
+        return;
+    }
+    std::vector<std::string> entries;
+    std::istringstream log(read_text(platform::machine_folder() + "/eventlog.jsonl"));
+    for (std::string line; std::getline(log, line);) {
+        std::string text = ParseJson(line)["strings"][1];
+        const std::string expected = entries.size() < texts.size() ? texts[entries.size()] : "";
+        if (expected.ends_with('*') && text.starts_with(expected.substr(0, expected.size() - 1))) {
+            text = expected;
+        }
+        entries.push_back(text);
+    }
+    EXPECT_EQ(entries, texts);
+}

@@ -1,0 +1,46 @@
+// What the tests of the core share: a notebook on which collecting may begin, and ways to look at what was left there.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "support/machine.h"
+
+// Ready, with the library in place, hardware that answers a little, and a stored setting file that has every key.
+class Notebook : public TestMachine {
+public:
+    Notebook();
+
+    // Merge `changes` into the usual file; a null takes a member away. The settings are loaded at once.
+    void change_hardware(const std::string& changes);
+    void change_setting(const std::string& changes);
+
+    // Copies the built service into the folder of the executable.
+    void install_service();
+
+    // Puts one that lacks almost every export in the place of the hardware library, or none.
+    void replace_library();
+    void remove_library();
+
+    // Which tables of which files hold how many rows: "O Thermal 1, E UserBehavior 2".
+    std::string stored() const;
+
+    // The first row of a query on this month's file of a class, joined with blanks.
+    std::string row(const char* letter, const std::string& sql) const;
+};
+
+// A database file of this month.
+std::string FileOf(const char* letter);
+
+// A text under the product's key; writing none takes it away.
+std::wstring Value(const std::wstring& name);
+void SetValue(const std::wstring& name, const std::wstring& text);
+void RemoveValue(const std::wstring& name);
+
+// From now on it is that local time; the result is its epoch.
+std::int64_t SetClock(int year, int month, int day, int hour = 12, int minute = 0, int second = 0);
+
+// Expects these entries since the machine was made, by their second text; a final "*" stands for any rest. Wine keeps
+// no event log: there it checks nothing.
+void ExpectEventLog(const std::vector<std::string>& texts);

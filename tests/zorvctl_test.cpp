@@ -1,0 +1,221 @@
+// The built zorvctl as a process: what it prints, its exit codes, and the files that it touches or leaves alone.
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+
+#include "common/deployment.h"
+#include "platform/event_log.h"
+#include "platform/machine.h"
+#include "platform/module.h"
+#include "support/machine.h"
+
+namespace zorvalis {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Result {
+    int code;
+    std::string output, errors;
+};
+
+// The tool lies in ../bin from the test program.
+Result run(const TestMachine& machine, const std::string& arguments) {
+    platform::set_module_path(L"");
+    wchar_t path[1024];
+    platform::module_file_name(path, 1024);
+    const fs::path tool = fs::path(path).parent_path().parent_path() / "bin" / "zorvctl";
+    const std::string output = machine.bin_folder() + "output", errors = machine.bin_folder() + "errors";
+    const std::string command = "\"" + tool.string() + "\" >\"" + output + "\" 2>\"" + errors + "\" " + arguments;
+#ifdef _WIN32
+    const int code = std::system(("\"" + command + "\"").c_str());
+#else
+    const int code = WEXITSTATUS(std::system(command.c_str()));
+#endif
+    const Result result = {code, read_text(output), read_text(errors)};
+    fs::remove(output);
+    fs::remove(errors);
+    return result;
+}
+
+std::string transformed(std::string bytes) {
+    for (char& byte : bytes) {
+        byte = static_cast<char>(byte ^ deployment::DbKey);
+    }
+    return bytes;
+}
+
+std::string database(const TestMachine& machine, const std::string& sql) {
+    const std::string path = machine.bin_folder() + "plain";
+    sqlite3* connection = nullptr;
+    EXPECT_EQ(sqlite3_open(path.c_str(), &connection), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(connection, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK)
+        << sqlite3_errmsg(connection);
+    sqlite3_close(connection);
+    const std::string bytes = read_text(path);
+    fs::remove(path);
+    return bytes;
+}
+
+TEST(ZorvctlShow, PrintsEachFormTellsBadFilesAndLeavesAllAsTheyWere) {
+    const TestMachine machine;
+    const std::string plain =
+        database(machine,
+                 "CREATE TABLE Small (a STRING, b INTEGER, c); INSERT INTO Small VALUES ('first', 1, NULL),"
+                 "('say \"hi\", you', NULL, 2.5), (CAST(x'41FF0A42' AS TEXT), -7, x'00FF');");
+    std::string wide = "CREATE TABLE Wide (c0";
+    for (int i = 1; i < 40; ++i) {
+        wide += ", c" + std::to_string(i);
+    }
+    wide +=
+        "); WITH RECURSIVE n(i) AS (VALUES (1) UNION ALL SELECT i + 1 FROM n WHERE i < 60) INSERT INTO Wide (c3) "
+        "SELECT 'n' || i FROM n;";
+    std::string torn = plain;
+    torn.replace(4096, 200, 200, '\x5C');
+    const std::map<std::string, std::string> files = {
+        {"small", transformed(plain)},
+        {"plain", plain},
+        {"wide", transformed(database(machine, wide))},
+        {"empty", ""},
+        {"letter", "Dear"},
+        {"cut", transformed(plain.substr(0, 5000))},
+        {"torn", transformed(torn)},
+    };
+    for (const auto& [name, bytes] : files) {
+        write_text(machine.bin_folder() + name, bytes);
+    }
+    const struct {
+        const char *files, *options;
+        int code;
+        const char *output, *errors;  // pieces of them
+    } cases[] = {
+        {"small", "", 0,
+         "\nSmall: 3 rows\na                 b  c\n-------------  ----  -------\nfirst             1  NULL\n"
+         "say \"hi\", you  NULL  2.5\nA\\xFF\\nB         -7  X'00FF'\n",
+         ""},
+        {"plain", "--last 1 --columns b,a", 0, "\nSmall: 3 rows, the last 1\n b  a\n--  --------\n-7  A\\xFF\\nB\n",
+         ""},
+        {"small", "--csv", 0, "a,b,c\nfirst,1,\n\"say \"\"hi\"\", you\",,2.5\n\"A\\xFF\nB\",-7,X'00FF'\n", ""},
+        {"small", "--json --last 2", 0,
+         "\"Small\": [\n    {\"a\": \"say \\\"hi\\\", you\", \"b\": null, \"c\": 2.5},\n"
+         "    {\"a\": \"A\\\\xFF\\nB\", \"b\": -7, \"c\": \"X'00FF'\"}]}}\n]\n",
+         ""},
+        {"wide", "", 0, "  n59   n60\nc4 ", ""},
+        {"wide", "--last 60", 0, "\nc3   n1    n2 ", ""},
+        {"small wide", "--table Wide --last 1", 0, "Wide: 60 rows, the last 1\n", ""},
+        {"empty small", "", 1, "Small: 3 rows", "empty is empty"},
+        {"letter small", "", 1, "Small: 3 rows", "neither a resting database nor a plain one"},
+        {"cut small", "", 1, "Small: 3 rows", "cut is damaged"},
+        {"torn small", "", 1, "Small: 3 rows", "torn is damaged"},
+        {"absent small", "", 1, "Small: 3 rows", "absent does not exist"},
+        {"small", "--table Absent", 1, "", "Absent; there are: Small"},
+        {"small", "--columns absent,a", 1, "first", "absent; there are: a b c"},
+        {"small wide", "--sqlite out", 2, "", "exactly one"},
+        {"small", "--sqlite plain", 1, "", "not overwritten"},
+    };
+    const fs::path before = fs::current_path();
+    fs::current_path(machine.bin_folder());
+    for (const auto& each : cases) {
+        const std::string arguments = std::string("show ") + each.files + " " + each.options;
+        const Result result = run(machine, arguments);
+        EXPECT_EQ(result.code, each.code) << arguments << ": " << result.errors;
+        EXPECT_NE(result.output.find(each.output), std::string::npos) << arguments << "\n" << result.output;
+        EXPECT_NE(result.errors.find(each.errors), std::string::npos) << arguments << ": " << result.errors;
+    }
+    EXPECT_EQ(run(machine, "show wide").output.find("n1 "), std::string::npos);
+    for (const auto& [name, bytes] : files) {
+        EXPECT_EQ(read_text(machine.bin_folder() + name), bytes) << name;
+    }
+    EXPECT_EQ(std::distance(fs::directory_iterator("."), fs::directory_iterator()), files.size());
+    EXPECT_EQ(run(machine, "show small --sqlite out").code, 0);
+    EXPECT_EQ(read_text(machine.bin_folder() + "out"), plain);
+    fs::current_path(before);
+}
+
+TEST(ZorvctlRegistry, SetsReadsListsAndDeletes) {
+    const TestMachine machine;
+    const struct {
+        const char* arguments;
+        int code;
+        const char* output;
+    } steps[] = {
+        {"get product Text", 1, ""},
+        {"set product Text \"some text\"", 0, ""},
+        {"set product Number 0xFFFFFFFF --dword", 0, ""},
+        {"set product Number 4294967296 --dword", 2, ""},
+        {"get HKEY_LOCAL_MACHINE/software/Zorv/Zorvcore/Zorvalis text", 0, "some text\n"},
+        {"get SOFTWARE/Zorv/Zorvcore/Zorvalis/ Number", 0, "4294967295\n"},
+        {"list SOFTWARE/Zorv", 0, "HKEY_LOCAL_MACHINE\\SOFTWARE\\Zorv\n    Zorvcore\\\n"},
+        {"list product", 0,
+         "HKEY_LOCAL_MACHINE\\SOFTWARE\\Zorv\\Zorvcore\\Zorvalis\n    Number  REG_DWORD  4294967295\n"
+         "    Text    REG_SZ     some text\n"},
+        {"delete SOFTWARE/Zorv/Zorvcore", 1, ""},
+        {"delete product Absent", 1, ""},
+        {"delete product Text", 0, ""},
+        {"delete product", 0, ""},
+        {"list product", 1, ""},
+    };
+    for (const auto& step : steps) {
+        const Result result = run(machine, std::string("registry ") + step.arguments);
+        EXPECT_EQ(result.code, step.code) << step.arguments << ": " << result.errors;
+        EXPECT_EQ(result.output, step.output) << step.arguments;
+        EXPECT_EQ(result.errors.empty(), step.code == 0) << step.arguments;
+    }
+}
+
+#ifndef _WIN32
+TEST(ZorvctlMachine, IsMadeOnceAndReadyToCollect) {
+    const TestMachine outer;
+    const std::string folder = outer.bin_folder() + "m";
+    const Result made = run(outer, "machine init --manufactured 2026/1/2 \"" + folder + "\"");
+    EXPECT_EQ(made.code, 0) << made.errors;
+    EXPECT_EQ(read_text(folder + "/hardware.json").find('{'), 0U);
+    ::setenv("ZORV_MACHINE", folder.c_str(), 1);
+    EXPECT_EQ(run(outer, "registry get SOFTWARE/Zorv/FactoryConfig ManufacturingDate").output, "2026/1/2\n");
+    EXPECT_EQ(run(outer, "machine status").code, 0);
+    EXPECT_EQ(run(outer, "machine init").code, 1);
+    EXPECT_EQ(run(outer, "machine init --manufactured 2026-01-02").code, 2);
+    run(outer, "registry set product MainSwitch 0");
+    const Result off = run(outer, "machine status");
+    EXPECT_EQ(off.code, 1);
+    EXPECT_NE(off.output.find("switched it off"), std::string::npos) << off.output;
+}
+
+TEST(ZorvctlTrace, TurnsTheSessionOnAndOffAndReadsTheLogs) {
+    const TestMachine machine;
+    const std::string folder = platform::machine_folder();
+    EXPECT_EQ(run(machine, "trace --no-follow --level 3").code, 0);
+    EXPECT_EQ(read_text(folder + "/trace.json"), "{\"level\": 3, \"flags\": 1}\n");
+    EXPECT_EQ(run(machine, "trace --off").code, 0);
+    EXPECT_EQ(run(machine, "trace --off").code, 1);
+    write_text(folder + "/trace.log", "86400.500000\t42\t10\ta\\tb\\\\c\\nd\n");
+    const std::string traced = run(machine, "trace --all --seconds 0.001").output;
+    EXPECT_NE(traced.find(":00.500  42  a\\tb\\c\n    d\n"), std::string::npos) << traced;
+    EXPECT_FALSE(fs::exists(folder + "/trace.json"));
+    EXPECT_EQ(run(machine, "log").code, 0);
+    platform::report_event(L"Zorvalis", platform::kEventWarning, L"Zorvalis", L"first");
+    platform::report_event(L"Zorvalis", platform::kEventInformation, L"Zorvalis", L"second");
+    const std::string events = run(machine, "log --last 1").output;
+    EXPECT_NE(events.find("Information  Zorvalis  second\n"), std::string::npos) << events;
+    EXPECT_EQ(events.find("first"), std::string::npos);
+    EXPECT_EQ(run(machine, "--help >/dev/full").code, 1);
+}
+#endif
+
+TEST(Zorvctl, TellsHelpFromWrongUsage) {
+    const TestMachine machine;
+    for (const char* command : {"", "machine", "machine init", "show", "registry", "registry set", "trace", "log"}) {
+        const Result help = run(machine, std::string(command) + " --help");
+        EXPECT_EQ(help.code, 0) << command;
+        EXPECT_NE(help.output.find("Usage: zorvctl"), std::string::npos) << command;
+        const Result wrong = run(machine, std::string(command) + " --nonsense");
+        EXPECT_EQ(wrong.code, 2) << command;
+        EXPECT_NE(wrong.errors.find("--nonsense"), std::string::npos) << command;
+    }
+}
+
+}  // namespace
+}  // namespace zorvalis
