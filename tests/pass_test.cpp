@@ -7,7 +7,6 @@
 #include "common/registry.h"
 #include "common/text.h"
 #include "platform/files.h"
-#include "platform/module.h"
 #include "support/notebook.h"
 
 namespace zorvalis {
@@ -17,35 +16,28 @@ constexpr char kEverything[] = "O Thermal 1, O Battery_Power 1, O SysInfo 1";
 
 class Pass : public testing::Test {
 protected:
-    Pass() { machine.install_service(); }
-
     // Runs the executable to its end; every path of it ends with 0.
-    void Run(const std::string& arguments) {
-        std::wstring path(1024, L'\0');
-        path.resize(platform::module_file_name(path.data(), 1024));
-        EXPECT_EQ(std::system(("\"" + NarrowBytes(path) + "\" " + arguments).c_str()), 0) << arguments;
+    void Run(const std::string& arguments) const {
+        EXPECT_EQ(std::system(("\"" + service + "\" " + arguments).c_str()), 0) << arguments;
     }
 
     Notebook machine;
+    const std::string service = machine.install_service();
 };
 
-std::wstring Skip() {
-    return ReadRegDword(kLocalMachine, kProductKey, L"SKIP_ONPOWEREVENT");
-}
-
 TEST_F(Pass, StoresWhatIsDueAndLeavesRestingFilesAlone) {
-    ASSERT_TRUE(WriteRegDword(kLocalMachine, kProductKey, L"SKIP_ONPOWEREVENT", 1));
     Run("-j0");
     EXPECT_EQ(machine.stored(), kEverything);
     EXPECT_EQ(machine.data_files(), std::vector<std::string>{FileOf("O")});
     EXPECT_EQ(machine.row("O", "SELECT t.freq, b.freq, s.freq, cpu_temp FROM Thermal t, Battery_Power b, SysInfo s"),
               "6 2 8 48");
-    EXPECT_EQ(Skip(), L"0");
-    EXPECT_TRUE(Value(L"ODb_Filename").starts_with(WidenBytes(FileOf("O") + ";1;20")));
+    const std::wstring registered = Value(L"ODb_Filename");
+    EXPECT_TRUE(registered.starts_with(WidenBytes(FileOf("O") + ";1;20")));
     const std::string bytes = read_text(kDataFolder + FileOf("O"));
     ExpectEventLog({});
     Run("-j0");
     EXPECT_EQ(read_text(kDataFolder + FileOf("O")), bytes) << "nothing was due";
+    EXPECT_EQ(Value(L"ODb_Filename"), registered) << "nobody takes it yet";
     RemoveValue(L"GetThermal");
     Run("-j0");
     EXPECT_EQ(machine.stored(), "O Thermal 2, O Battery_Power 1, O SysInfo 1");
@@ -66,27 +58,25 @@ TEST_F(Pass, IsChosenByTheFirstArgumentInAnyCase) {
 }
 
 TEST_F(Pass, LiftsTheSuppressionOfPowerEventsOnlyWhereItIsSet) {
-    Run("-j0");
-    EXPECT_EQ(Skip(), ERROR_READREG);
-    ASSERT_TRUE(WriteRegDword(kLocalMachine, kProductKey, L"SKIP_ONPOWEREVENT", 2));
-    Run("-j0");
-    EXPECT_EQ(Skip(), L"2");
+    for (const auto& [before, after] : {std::pair{1U, L"0"}, {2U, L"2"}, {0U, L"0"}}) {
+        ASSERT_TRUE(WriteRegDword(kLocalMachine, kProductKey, L"SKIP_ONPOWEREVENT", before));
+        Run("-j0");
+        EXPECT_EQ(ReadRegDword(kLocalMachine, kProductKey, L"SKIP_ONPOWEREVENT"), after);
+    }
     SetValue(L"SKIP_ONPOWEREVENT", L"1");
     Run("-j0");
-    EXPECT_EQ(Value(L"SKIP_ONPOWEREVENT"), L"1");
+    EXPECT_EQ(Value(L"SKIP_ONPOWEREVENT"), L"1") << "a text is no number";
 }
 
 TEST_F(Pass, EndsInWordsForASettingFileThatIsBroken) {
-    const std::vector<std::pair<std::string, std::string>> cases = {
-        {"{", "job0 ended early: parse error*"},
-        {R"({"version": 2060})", "job0 ended early: type must be string, but is number"},
-        {R"({"version": "2.0.6.0", "thermal": null})", "job0 ended early: type must be string, but is null"},
-    };
     std::vector<std::string> events;
-    for (const auto& [text, words] : cases) {
+    for (const auto& [text, words] :
+         {std::pair{"{", "job0 ended early: parse error*"},
+          {R"({"version": 2060})", "job0 ended early: type must be string, but is number"},
+          {R"({"version": "2.0.6.0", "thermal": null})", "job0 ended early: type must be string, but is null"}}) {
         machine.setting(text);
         Run("-j0");
-        events.push_back(words);
+        events.emplace_back(words);
         ExpectEventLog(events);
         EXPECT_EQ(Value(L"lastDojobTime"), ERROR_READREG) << "no step ran";
     }
@@ -94,8 +84,8 @@ TEST_F(Pass, EndsInWordsForASettingFileThatIsBroken) {
     Run("-j0");
     events.insert(events.end(), {"DoJob Exception", "DoCJob Exception"});
     ExpectEventLog(events);
+    EXPECT_EQ(Value(L"MainSwitch"), L"1");
     EXPECT_EQ(machine.stored(), "");
-    EXPECT_EQ(Value(L"MainSwitch"), L"1") << "the second predicate is the one that fails";
 }
 
 TEST_F(Pass, GoesOnWithoutWhatAMachineMayLack) {
@@ -105,8 +95,8 @@ TEST_F(Pass, GoesOnWithoutWhatAMachineMayLack) {
     Run("-j0");
     EXPECT_NE(Value(L"GetThermal"), ERROR_READREG);
     ASSERT_TRUE(platform::remove_file(std::string(kProductFolder) + "data"));
-    machine.remove_library();
     RemoveValue(L"GetThermal");
+    machine.remove_library();
     Run("-j0");
     EXPECT_EQ(Value(L"GetThermal"), ERROR_READREG) << "without its chassis no machine is a notebook";
     machine.install_library();

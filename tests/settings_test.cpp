@@ -14,8 +14,12 @@ namespace {
 
 const std::string kStoredFile = std::string(kProductFolder) + "setting.json";
 
-std::string Slot(const SettingFileManager& manager, std::size_t index) {
-    return NarrowBytes(manager.Current()->jobValues[index]);
+std::string Slots(const SettingFileManager& manager, std::initializer_list<std::size_t> indices) {
+    std::string slots;
+    for (const std::size_t index : indices) {
+        slots += (slots.empty() ? "" : " ") + NarrowBytes(manager.Current()->jobValues[index]);
+    }
+    return slots;
 }
 
 TEST(SettingFile, RulesWhenItFitsAndOtherwiseTheDefaultDoes) {
@@ -27,25 +31,19 @@ TEST(SettingFile, RulesWhenItFitsAndOtherwiseTheDefaultDoes) {
         const char* stored;
         const char* fallback;
         const char* rules;
-    } cases[] = {
-        {"a good file", nullptr, kGood, kDefault, "stored"},
-        {"switched on", L"1", kGood, kDefault, "stored"},
-        {"switched off", L"0", kGood, kDefault, "default"},
-        {"switched off without a default", L"0", kGood, nullptr, ""},
-        {"an odd switch", L"2", kGood, kDefault, ""},
-        {"an empty switch", L"", kGood, kDefault, ""},
-        {"an odd switch over a broken file", L"on", "{", "{", ""},
-        {"no file", nullptr, nullptr, kDefault, "default"},
-        {"no file at all", nullptr, nullptr, nullptr, ""},
-        {"another version", nullptr, R"({"version": "2.0.6.1", "thermal": "stored"})", kDefault, "default"},
-        {"a longer version", nullptr, R"({"version": "2.0.6.0 ", "thermal": "stored"})", kDefault, "default"},
-        {"no version", nullptr, R"({"thermal": "stored"})", kDefault, "default"},
-        {"null", nullptr, " null ", kDefault, "default"},
-        {"an array", nullptr, R"(["version"])", kDefault, "default"},
-        {"a text", nullptr, R"("version")", kDefault, "default"},
-        {"no default", nullptr, R"({"version": "1", "thermal": "stored"})", nullptr, ""},
-        {"a default that is no object", nullptr, nullptr, "[1]", ""},
-    };
+    } cases[] = {{"a good file", ERROR_READREG, kGood, kDefault, "stored"},
+                 {"switched on", L"1", kGood, kDefault, "stored"},
+                 {"switched off", L"0", kGood, kDefault, "default"},
+                 {"switched off without a default", L"0", kGood, nullptr, ""},
+                 {"an odd switch", L"2", kGood, kDefault, ""},
+                 {"an odd switch over broken files", L"", "{", "{", ""},
+                 {"no file", ERROR_READREG, nullptr, kDefault, "default"},
+                 {"no file at all", ERROR_READREG, nullptr, nullptr, ""},
+                 {"a longer version", L"1", R"({"version": "2.0.6.0 ", "thermal": "stored"})", kDefault, "default"},
+                 {"no version", L"1", R"({"thermal": "stored"})", kDefault, "default"},
+                 {"null", L"1", " null ", kDefault, "default"},
+                 {"an array", L"1", R"(["version"])", kDefault, "default"},
+                 {"a default that is no object", L"1", nullptr, "[1]", ""}};
     for (const auto& one : cases) {
         TestMachine machine;
         if (one.stored != nullptr) {
@@ -54,23 +52,14 @@ TEST(SettingFile, RulesWhenItFitsAndOtherwiseTheDefaultDoes) {
         if (one.fallback != nullptr) {
             machine.default_setting(one.fallback);
         }
-        if (one.mainSwitch != nullptr) {
-            SetValue(L"MainSwitch", one.mainSwitch);
-        }
+        SetValue(L"MainSwitch", one.mainSwitch);  // the sentinel's own text reads as a missing value
         SettingFileManager manager;
         manager.ReloadSettingFile();
-        EXPECT_EQ(Slot(manager, 0), one.rules) << one.name;
+        EXPECT_EQ(Slots(manager, {0}), one.rules) << one.name;
         std::string text;
         EXPECT_EQ(FindSettingText(manager.Current()->tree, "thermal", text), *one.rules != '\0') << one.name;
         EXPECT_EQ(platform::file_exists(kStoredFile), one.stored != nullptr) << one.name;
     }
-    TestMachine machine;
-    machine.setting(kGood);
-    machine.default_setting(kDefault);
-    ASSERT_TRUE(WriteRegDword(kLocalMachine, kProductKey, L"MainSwitch", 0));  // a number is no switch
-    SettingFileManager manager;
-    manager.ReloadSettingFile();
-    EXPECT_EQ(Slot(manager, 0), "stored");
 }
 
 TEST(SettingFile, LeavesSlotsAloneThatItDoesNotMention) {
@@ -80,10 +69,7 @@ TEST(SettingFile, LeavesSlotsAloneThatItDoesNotMention) {
     manager.ReloadSettingFile();
     machine.setting(R"({"version": "2.0.6.0", "thermal": "", "battery_power": "m10"})");
     manager.ReloadSettingFile();
-    EXPECT_EQ(Slot(manager, 0), "");
-    EXPECT_EQ(Slot(manager, 1), "m10");
-    EXPECT_EQ(Slot(manager, 3), "d1");
-    EXPECT_EQ(Slot(manager, 10), "wmi_event");
+    EXPECT_EQ(Slots(manager, {1, 0, 3, 10}), "m10  d1 wmi_event");
     std::string text;
     EXPECT_FALSE(FindSettingText(manager.Current()->tree, "upload", text)) << "the tree is the new one";
 }
@@ -97,17 +83,15 @@ TEST(SettingFile, RaisesWhatIsBrokenOrOfTheWrongType) {
     for (const char* broken : {"", "{", "{\"version\": \"2.0.6.0\",}", "{\"version\": \"\xFF\"}"}) {
         machine.setting(broken);
         EXPECT_THROW(manager.ReloadSettingFile(), std::invalid_argument) << broken;
-        EXPECT_EQ(Slot(manager, 0), "m5") << "neither loaded nor replaced by the default";
+        EXPECT_EQ(manager.Current()->tree["systeminfo"], "d1") << "neither loaded nor replaced by the default";
     }
     machine.setting(R"({"version": 2, "thermal": "m10"})");
     EXPECT_THROW(manager.ReloadSettingFile(), std::domain_error);
-    EXPECT_EQ(Slot(manager, 0), "m5");
-
+    EXPECT_EQ(Slots(manager, {0}), "m5");
     machine.setting(R"({"version": "2.0.6.0", "thermal": "m10", "battery_power": 5, "systeminfo": "d30"})");
     EXPECT_THROW(manager.ReloadSettingFile(), std::domain_error);
-    EXPECT_EQ(Slot(manager, 0) + Slot(manager, 1) + Slot(manager, 2), "m10m5d1") << "slots are filled in their order";
+    EXPECT_EQ(Slots(manager, {0, 1, 2}), "m10 m5 d1") << "slots are filled in their order";
     EXPECT_EQ(manager.Current()->tree["systeminfo"], "d30");
-
     SetValue(L"MainSwitch", L"0");
     machine.default_setting("no json");
     EXPECT_THROW(manager.ReloadSettingFile(), std::invalid_argument);
@@ -116,18 +100,16 @@ TEST(SettingFile, RaisesWhatIsBrokenOrOfTheWrongType) {
 TEST(SettingFile, IsWrittenAsItIsAndRemoved) {
     TestMachine machine;
     const SettingFileManager manager;
-    manager.RemoveSettingFile();
     manager.SaveSettingFile("{\"a\": \"a longer text\"}\r\n");
     manager.SaveSettingFile("{\"b\":1}");
     EXPECT_EQ(read_text(kStoredFile), "{\"b\":1}");
     EXPECT_EQ(manager.LoadJsonFile("setting.json")["b"], 1);
     EXPECT_TRUE(manager.LoadJsonFile("default.json").is_null());
-    EXPECT_TRUE(manager.LoadJsonFile("other.json").is_null());
+    manager.RemoveSettingFile();
     manager.RemoveSettingFile();
     EXPECT_FALSE(platform::file_exists(kStoredFile));
     ASSERT_TRUE(platform::create_folder(kStoredFile));
     manager.SaveSettingFile("lost");
-    manager.RemoveSettingFile();
     EXPECT_TRUE(manager.LoadJsonFile("setting.json").is_null());
 }
 
@@ -138,10 +120,8 @@ TEST(SettingFile, IsReloadedWhileOthersRead) {
     const auto reload = [&] {
         for (int turn = 0; turn < 100; ++turn) {
             manager.ReloadSettingFile();
-            const std::shared_ptr<const Settings> settings = manager.Current();
-            std::string text;
-            EXPECT_TRUE(FindSettingText(settings->tree, "intervalTimer", text));
-            EXPECT_EQ(settings->jobValues[0], L"m5");
+            EXPECT_EQ(manager.Current()->tree["intervalTimer"], "1");
+            EXPECT_EQ(Slots(manager, {0}), "m5");
         }
     };
     std::thread other(reload);

@@ -217,7 +217,7 @@ TEST(Trace, TellsAChangeOfSystemInformationByTheMissingLetter) {
 
 TEST(Trace, TellsTheFiguresOfThePredicates) {
     Notebook machine;
-    const std::int64_t midnight = SetClock(2026, 11, 20, 0, 0, 0);
+    const std::string midnight = std::to_string(SetClock(2026, 11, 20, 0, 0, 0) + 86400);
     SetClock(2026, 11, 20, 12, 34, 56);
     machine.change_hardware(R"({"GPNV_ActivatedTime": "2026-10-25 10:20:30"})");
     const auto lines = Traced([] {
@@ -226,19 +226,17 @@ TEST(Trace, TellsTheFiguresOfThePredicates) {
         isSpecificDojobDay();
     });
     ASSERT_EQ(lines.size(), 14U);
+    unsigned long part[5] = {};
+    ASSERT_EQ(std::sscanf(lines[3].c_str(), "[Utility]  diff : %lu (%ludays %lu:%lu:%lu)", &part[0], &part[1], &part[2],
+                          &part[3], &part[4]),
+              5);
+    EXPECT_EQ(((part[1] * 24 + part[2]) * 60 + part[3]) * 60 + part[4], part[0]);
     EXPECT_EQ(lines[0], "[Utility]  totalCollectTime from setting file : 600months.\\n");
     EXPECT_EQ(lines[1], "[Utility]  Get activation time from GPNV : 2026-10-25 10:20:30");
     EXPECT_EQ(lines[2], "[Utility]  regActivatedTimeString : 2026-10-25 10:20:30");
-    unsigned long seconds = 0;
-    unsigned long part[4] = {};
-    ASSERT_EQ(std::sscanf(lines[3].c_str(), "[Utility]  diff : %lu(%ludays %lu:%lu:%lu)", &seconds, &part[0], &part[1],
-                          &part[2], &part[3]),
-              5);
-    EXPECT_EQ(((part[0] * 24 + part[1]) * 60 + part[2]) * 60 + part[3], seconds);
-    EXPECT_LT(part[2], 60U);
     EXPECT_EQ(lines[4], "[Utility]  isOverTotalCollectTimeStatus = false.\\n");
     EXPECT_EQ(lines[6], "[Utility] never set lastDojobTime");
-    EXPECT_EQ(lines[12], "[Utility] regLastDoTime + settingDuringTime : " + std::to_string(midnight + 86400));
+    EXPECT_EQ(lines[12], "[Utility] regLastDoTime + settingDuringTime : " + midnight);
 }
 
 TEST(EventLog, KeepsTheBlanksAndTheTypeOfAnEntry) {
@@ -314,8 +312,8 @@ TEST(Store, StartsAgainFromTheRestingFileAfterASchemaThatFails) {
 
 TEST(Passes, AtOnceLeaveASoundRegistryAndTheNextOneStores) {
     Notebook machine;
-    machine.install_service();
-    const std::string pass = machine.bin_folder() + "zorvalis-agent-service -j0";
+    const std::string service = machine.install_service();
+    const std::string pass = service + " -j0";
     for (int turn = 0; turn < 5; ++turn) {
         ASSERT_EQ(std::system((pass + " & " + pass + " & " + pass + "; wait").c_str()), 0);
         for (const auto& entry : fs::recursive_directory_iterator(platform::machine_folder() + "/registry")) {

@@ -3,7 +3,7 @@
 
 #include "collection/data_collector.h"
 #include "common/files.h"
-#include "common/registry.h"
+#include "common/text.h"
 #include "platform/files.h"
 #include "store/db_file.h"
 #include "store/telemetry_db.h"
@@ -14,11 +14,11 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-const MetricCatalogue kColumns = {
-    {"local_time", "DATE", 0, 3, "NA", 1, 0, 0}, {"freq", "INTEGER", 0, 3, "NA", 1, 0, 0},
-    {"fan", "STRING", 0, 3, "NA", 1, 0, 0},      {"cpu_usage", "DOUBLE", 0, 3, "NA", 1, 0, 0},
-    {"other", "BLOB", 0, 3, "NA", 1, 0, 0},
-};
+const MetricCatalogue kColumns = {{"local_time", "DATE", 0, 3, "NA", 1, 0, 0},
+                                  {"freq", "INTEGER", 0, 3, "NA", 1, 0, 0},
+                                  {"fan", "STRING", 0, 3, "NA", 1, 0, 0},
+                                  {"cpu_usage", "DOUBLE", 0, 3, "NA", 1, 0, 0},
+                                  {"other", "BLOB", 0, 3, "NA", 1, 0, 0}};
 constexpr char kFile[] = "T.db";
 
 std::string PathOf(const std::string& name) {
@@ -43,7 +43,7 @@ std::string Rows(const TestMachine& machine) {
     return text;
 }
 
-std::string Transformed(std::string bytes, char key) {
+std::string Transformed(std::string bytes, std::uint8_t key) {
     for (char& byte : bytes) {
         byte = static_cast<char>(byte ^ key);
     }
@@ -55,18 +55,15 @@ TEST(Statements, AreBuiltByteForByte) {
               "CREATE TABLE IF NOT EXISTS T ( local_time DATE, freq INTEGER, fan STRING, cpu_usage DOUBLE, "
               "other BLOB);");
     EXPECT_EQ(buildCreateTable("T", kColumns, 2), "CREATE TABLE IF NOT EXISTS T ( local_time DATE, freq INTEGER);");
-    EXPECT_EQ(buildInsert("T", kColumns, {"2026-11-12 09:08:07", "6", "2410", "12.500000", "x"}, 5),
-              "INSERT INTO T ( local_time, freq, fan, cpu_usage, other) VALUES( '2026-11-12 09:08:07', 6, '2410', "
-              "12.500000, );");
+    EXPECT_EQ(buildInsert("T", kColumns, {"it's", "six", "2410", "12.500000", "x"}, 5),
+              "INSERT INTO T ( local_time, freq, fan, cpu_usage, other) VALUES( 'it's', six, '2410', 12.500000, );");
     EXPECT_EQ(buildInsert("T", kColumns, {"NULL", "NULL", "null", "NULL", "NULL"}, 4),
               "INSERT INTO T ( local_time, freq, fan, cpu_usage) VALUES( NULL, NULL, 'null', NULL);");
-    EXPECT_EQ(buildInsert("T", kColumns, {"it's"}, 1), "INSERT INTO T ( local_time) VALUES( 'it's');");
 }
 
 TEST(DatabaseFile, RestsTransformedAndAloneAfterEachCycle) {
     const TestMachine machine;
     Init();
-    EXPECT_EQ(machine.data_files(), Names{kFile});
     EXPECT_EQ(totalRecord(kFile, "T"), 0);
     Insert({"d", "1", "f", "0.5"});
     Insert({"NULL", "NULL", "NULL", "NULL"});
@@ -74,15 +71,14 @@ TEST(DatabaseFile, RestsTransformedAndAloneAfterEachCycle) {
     EXPECT_EQ(totalRecord(kFile, "T"), 2);
     EXPECT_EQ(machine.data_files(), Names{kFile});
     EXPECT_EQ(Rows(machine), "d|1|f|0.5|NULL|NULL|NULL|NULL|");
-    const std::string resting = read_text(PathOf(kFile));
-    EXPECT_EQ(Transformed(resting.substr(0, 16), kDbKey), std::string("SQLite format 3\0", 16));
 
+    const std::string resting = read_text(PathOf(kFile));
     TelemetryDb handle;
     handle.path = PathOf(kFile);
     decryptDBFast(handle, kDbKey);
     EXPECT_EQ(read_text(handle.cachedPath), Transformed(resting, kDbKey));
+    EXPECT_TRUE(read_text(handle.cachedPath).starts_with("SQLite format 3"));
     encryptDBFast(handle, kDbKey);
-    EXPECT_EQ(read_text(PathOf(kFile)), resting);
     EXPECT_EQ(machine.data_files(), Names{kFile});
     encryptDBFast(handle, kDbKey);  // nothing to put back
     EXPECT_EQ(read_text(PathOf(kFile)), resting);
@@ -99,67 +95,45 @@ TEST(DatabaseFile, StartsFromTheRestingFileWhateverAnInterruptedCycleLeft) {
     EXPECT_EQ(machine.data_files(), Names{kFile});
     ASSERT_TRUE(platform::rename_file(PathOf(kFile), PathOf(kFile) + ".cached.temp"));  // between delete and rename
     EXPECT_EQ(totalRecord(kFile, "T"), 9999);
-    EXPECT_EQ(Rows(machine), "no such table: T|");
-}
-
-TEST(DatabaseFile, ThatIsEmptyIsANewDatabase) {
-    const TestMachine machine;
-    CreateSqliteDBFolder();
-    write_text(PathOf(kFile), "");
-    write_text(PathOf("BGFS.db"), "other");
+    write_text(PathOf(kFile), "");  // a file without bytes is a new database
     Init();
-    Insert({"d", "1", "f", "0.5"});
-    EXPECT_EQ(Rows(machine), "d|1|f|0.5|");
-    EXPECT_EQ(machine.data_files(), (Names{"BGFS.db", kFile}));
+    EXPECT_EQ(totalRecord(kFile, "T"), 0);
+    ASSERT_TRUE(platform::remove_file(PathOf(kFile)) && platform::create_folder(PathOf(kFile)));
+    Init();
+    EXPECT_EQ(totalRecord(kFile, "T"), 9999) << "a folder in the file's place is no file";
+    EXPECT_TRUE(platform::folder_exists(PathOf(kFile)));
 }
 
 TEST(DatabaseFile, ThatIsDamagedCostsEveryFileOfTheFolder) {
-    for (const bool garbage : {true, false}) {
+    for (const std::size_t place : {0, 4096}) {  // no database at all, or one bad page
         const TestMachine machine;
         Init();
         Insert({"d", "1", "f", "0.5"});
         std::string bytes = read_text(PathOf(kFile));
         ASSERT_EQ(bytes.size(), 8192U);
-        bytes.replace(garbage ? 0 : 4096, 50, 50, 'x');  // no database at all, or one bad page
-        write_text(PathOf(kFile), bytes);
-        write_text(PathOf("E_other.db"), "other");
+        write_text(PathOf(kFile), bytes.replace(place, 50, 50, 'x'));
         write_text(PathOf("BGFS.db"), "other");
         ASSERT_TRUE(platform::create_folder(PathOf("sub")));
         Init();
         EXPECT_EQ(machine.data_files(), (Names{kFile, "sub"}));
-        EXPECT_EQ(Rows(machine), "") << "an empty table";
+        EXPECT_EQ(totalRecord(kFile, "T"), 0);
         ExpectEventLog({"validate file false"});
-        Insert({"d", "2", "f", "0.5"});
-        EXPECT_EQ(Rows(machine), "d|2|f|0.5|");
     }
 }
 
 TEST(DatabaseFile, IsJudgedByTheLastRowOfItsCheck) {
-    const TestMachine machine;
-    char name[] = "integrity_check";
-    char ok[] = "ok";
-    char bad[] = "row missing";
-    char* names[] = {name, name};
+    char text[][16] = {"integrity_check", "ok", "row missing"};
+    char* names[] = {text[0], text[0]};
     const auto judged = [&](int before, int count, char* value) {
         char* values[] = {value, value};
         int valid = before;
         EXPECT_EQ(integritycheckCallback(&valid, count, values, names), 0);
         return valid;
     };
-    EXPECT_EQ(judged(0, 1, ok), 1);
-    EXPECT_EQ(judged(1, 1, bad), 0);
+    EXPECT_EQ(judged(0, 1, text[1]), 1);
+    EXPECT_EQ(judged(1, 1, text[2]), 0);
     EXPECT_EQ(judged(1, 1, nullptr), 0);
-    EXPECT_EQ(judged(1, 2, bad), 1);
-}
-
-TEST(DatabaseFile, IsNotMadeWhereAFolderLies) {
-    const TestMachine machine;
-    CreateSqliteDBFolder();
-    ASSERT_TRUE(platform::create_folder(PathOf(kFile)));
-    Init();
-    Insert({"d", "1", "f", "0.5"});
-    EXPECT_EQ(totalRecord(kFile, "T"), 9999);
-    EXPECT_TRUE(platform::folder_exists(PathOf(kFile)));
+    EXPECT_EQ(judged(1, 2, text[2]), 1);
 }
 
 TEST(Store, CountsNothingThatItCannotCount) {
@@ -178,11 +152,13 @@ TEST(Store, CountsNothingThatItCannotCount) {
 TEST(Store, LosesOneRowForAnInsertThatFails) {
     const TestMachine machine;
     Init();
-    Insert({"d", "1", "f", "0.5"});
-    Insert({"d", "2", "O'Neil", "0.5"});
-    Insert({"d", "many", "f", "0.5"});
-    Insert({"d", "4", "f", "nan"});
-    Insert({"d", "5", "f", "1.5"});
+    for (const SampleRow& row : {SampleRow{"d", "1", "f", "0.5"},
+                                 {"d", "2", "O'Neil", "0.5"},
+                                 {"d", "many", "f", "1"},
+                                 {"d", "4", "f", "nan"},
+                                 {"d", "5", "f", "1.5"}}) {
+        Insert(row);
+    }
     EXPECT_EQ(Rows(machine), "d|1|f|0.5|d|5|f|1.5|");
     EXPECT_EQ(machine.data_files(), Names{kFile});
     const std::string words = " [SQ][insert] Error executing statemant on";
@@ -191,52 +167,52 @@ TEST(Store, LosesOneRowForAnInsertThatFails) {
 
 TEST(Store, OpensACycleUnderAnotherKey) {
     const TestMachine machine;
+    TelemetryDb handle;
     for (const std::uint8_t key : {std::uint8_t{0x21}, std::uint8_t{0}}) {
         const std::string name = std::to_string(key) + ".db";
-        TelemetryDb handle;
         ASSERT_EQ(openDB(name, handle, key), 0);
         ASSERT_EQ(sqlite3_exec(handle.db, "CREATE TABLE T (a); INSERT INTO T VALUES (7)", nullptr, nullptr, nullptr),
                   0);
         closeDB(handle, key);
         EXPECT_EQ(handle.db, nullptr);
-        const char used = static_cast<char>(key != 0 ? key : kDbKey);
-        EXPECT_EQ(Transformed(read_text(PathOf(name)), used).substr(0, 15), "SQLite format 3");
+        EXPECT_TRUE(Transformed(read_text(PathOf(name)), key != 0 ? key : kDbKey).starts_with("SQLite format 3"));
         ASSERT_EQ(openDB(name, handle, key), 0);
         EXPECT_EQ(sqlite3_exec(handle.db, "INSERT INTO T SELECT a FROM T", nullptr, nullptr, nullptr), 0);
         EXPECT_EQ(sqlite3_changes(handle.db), 1);
         closeDB(handle, key);
     }
     EXPECT_EQ(machine.data_files(), (Names{"0.db", "33.db"}));
-    ExpectEventLog({});
+    EXPECT_NE(openDB("sub\\x.db", handle, 0), 0);
+    EXPECT_EQ(handle.db, nullptr);
+    ExpectEventLog({" [SQ][open] Error Opening "});
 }
 
 TEST(DatabaseFile, IsNamedByClassDeviceAndMonthAndRegisteredWhenNew) {
     const Notebook machine;
-    const auto name = [](const char* letter, DbClass dbClass, std::int32_t trigger) {
+    const auto name = [](DbClass dbClass, std::int32_t trigger) {
         DataCollector collector(CollectionKind::Thermal);
-        collector.dbName = letter;
+        collector.dbName = LetterOf(dbClass);
         collector.dbClass = dbClass;
         collector.triggerType = trigger;
         setDbPath(collector);
         return collector.dbName;
     };
-    const std::string uuid = "_00112233445566778899aabbccddeeff_";
     SetClock(2026, 11, 12);
-    const std::string november = "O" + uuid + "202611_V1-0.db";
-    EXPECT_EQ(name("O", DbClass::periodic, 9), november);
-    EXPECT_EQ(Value(L"ODb_Filename"), std::wstring(november.begin(), november.end()) + L";1;2026-11-12");
-    name("E", DbClass::event, 22);
-    EXPECT_TRUE(Value(L"EDb_Filename").ends_with(L"_202611_V1-0.db;2;2026-11-12")) << "E";
-    name("W", DbClass::wmi_event, 23);
-    EXPECT_TRUE(Value(L"WDb_Filename").ends_with(L"_202611_V1-0.db;3;2026-11-12")) << "W";
+    const std::string november = "O_00112233445566778899aabbccddeeff_202611_V1-0.db";
+    EXPECT_EQ(name(DbClass::periodic, 9), november);
+    EXPECT_EQ(Value(L"ODb_Filename"), WidenBytes(november + ";1;2026-11-12"));
+    const std::string event = name(DbClass::event, 22);
+    EXPECT_EQ(Value(L"EDb_Filename"), WidenBytes(event + ";2;2026-11-12"));
+    const std::string hardware = name(DbClass::wmi_event, 23);
+    EXPECT_EQ(Value(L"WDb_Filename"), WidenBytes(hardware + ";3;2026-11-12"));
 
     initDB(november, buildCreateTable("T", kColumns, 4));
     SetValue(L"ODb_Filename", L"");
-    EXPECT_EQ(name("O", DbClass::periodic, 9), november);
+    EXPECT_EQ(name(DbClass::periodic, 9), november);
     EXPECT_EQ(Value(L"ODb_Filename"), L"") << "the file is there already";
     SetClock(2026, 12, 1, 0, 0, 0);
-    EXPECT_EQ(name("O", DbClass::periodic, 25), "O" + uuid + "202612_V1-0.db");
-    EXPECT_TRUE(Value(L"ODb_Filename").ends_with(L"_202612_V1-0.db;1;2026-12-01")) << "a new month";
+    EXPECT_EQ(name(DbClass::periodic, 25), "O_00112233445566778899aabbccddeeff_202612_V1-0.db");
+    EXPECT_TRUE(Value(L"ODb_Filename").ends_with(L"_202612_V1-0.db;1;2026-12-01"));
     EXPECT_EQ(machine.data_files(), Names{november});
 }
 

@@ -35,7 +35,7 @@ Result run(const TestMachine& machine, const std::string& arguments) {
 #else
     const int code = WEXITSTATUS(std::system(command.c_str()));
 #endif
-    const Result result = {code, read_text(output), read_text(errors)};
+    Result result = {code, read_text(output), read_text(errors)};
     fs::remove(output);
     fs::remove(errors);
     return result;
@@ -55,7 +55,7 @@ std::string database(const TestMachine& machine, const std::string& sql) {
     EXPECT_EQ(sqlite3_exec(connection, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK)
         << sqlite3_errmsg(connection);
     sqlite3_close(connection);
-    const std::string bytes = read_text(path);
+    std::string bytes = read_text(path);
     fs::remove(path);
     return bytes;
 }

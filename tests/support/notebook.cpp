@@ -5,6 +5,7 @@
 #include <ctime>
 #include <filesystem>
 #include <sstream>
+#include <tuple>
 
 #include "common/json.h"
 #include "common/registry.h"
@@ -69,9 +70,10 @@ void Notebook::change_setting(const std::string& changes) {
     JobManager::GetInstance().ReloadSettingFile();
 }
 
-void Notebook::install_service() {
+std::string Notebook::install_service() {
     const Paths paths = GetPaths();
     fs::copy_file(paths.tests.parent_path() / "bin" / paths.executable.filename(), paths.executable);
+    return paths.executable.string();
 }
 
 void Notebook::replace_library() {
@@ -109,8 +111,8 @@ std::string Notebook::row(const char* letter, const std::string& sql) const {
     return joined;
 }
 
-std::string FileOf(const char* letter) {
-    return std::string(letter) + "_" + getAutoDBFileName() + ".db";
+std::string FileOf(const std::string& letter) {
+    return letter + "_" + getAutoDBFileName() + ".db";
 }
 
 std::wstring Value(const std::wstring& name) {
@@ -127,13 +129,9 @@ void RemoveValue(const std::wstring& name) {
 
 std::int64_t SetClock(int year, int month, int day, int hour, int minute, int second) {
     std::tm local{};
-    local.tm_year = year - 1900;
-    local.tm_mon = month - 1;
-    local.tm_mday = day;
-    local.tm_hour = hour;
-    local.tm_min = minute;
-    local.tm_sec = second;
     local.tm_isdst = -1;
+    std::tie(local.tm_year, local.tm_mon, local.tm_mday) = std::tuple(year - 1900, month - 1, day);
+    std::tie(local.tm_hour, local.tm_min, local.tm_sec) = std::tuple(hour, minute, second);
     const std::int64_t time = std::mktime(&local);
     platform::set_clock({});
     platform::set_clock({time - platform::now_seconds(), 1.0});

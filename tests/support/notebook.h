@@ -16,12 +16,12 @@ public:
     void change_hardware(const std::string& changes);
     void change_setting(const std::string& changes);
 
-    // Copies the built service into the folder of the executable.
-    void install_service();
-
-    // Puts one that lacks almost every export in the place of the hardware library, or none.
+    // Puts a library that lacks almost every export in the place of the hardware library, or none.
     void replace_library();
     void remove_library();
+
+    // Copies the built service into the folder of the executable; the result is its path.
+    std::string install_service();
 
     // Which tables of which files hold how many rows: "O Thermal 1, E UserBehavior 2".
     std::string stored() const;
@@ -30,10 +30,10 @@ public:
     std::string row(const char* letter, const std::string& sql) const;
 };
 
-// A database file of this month.
-std::string FileOf(const char* letter);
+// The name of this month's file of a class.
+std::string FileOf(const std::string& letter);
 
-// A text under the product's key; writing none takes it away.
+// A text under the product's key.
 std::wstring Value(const std::wstring& name);
 void SetValue(const std::wstring& name, const std::wstring& text);
 void RemoveValue(const std::wstring& name);

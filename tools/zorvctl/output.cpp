@@ -179,7 +179,7 @@ void CheckMachine() {
 
 std::string StandInMachine(const char* instead) {
     CheckMachine();
-    const std::string folder = platform::machine_folder();
+    std::string folder = platform::machine_folder();
     Require(!folder.empty(), std::string("there is no stand-in machine on Windows: ") + instead);
     return folder;
 }

@@ -93,7 +93,8 @@ void List(const std::wstring& key, bool recursive) {
     }
     for (const std::wstring& subkey : contents.subkeys) {
         if (recursive) {
-            List(key.empty() ? subkey : key + L"\\" + subkey, true);
+            std::wstring below = key;
+            List(below.append(key.empty() ? L"" : L"\\").append(subkey), true);
         } else {
             Print("    " + Readable(subkey) + "\\\n");
         }

@@ -82,11 +82,11 @@ std::vector<ShownFile> ReadFiles(const ShowOptions& options, Names& failures) {
     const auto missing = [&](const char* what, const Names& wanted, const std::set<std::string>& known) {
         for (const std::string& name : wanted) {
             if (!files.empty() && !known.contains(name)) {
-                std::string list;
+                std::string& failure = failures.emplace_back("no ");
+                failure.append(what).append(" is called ").append(name).append("; there are:");
                 for (const std::string& each : known) {
-                    list += " " + ReadableText(each);
+                    failure += " " + ReadableText(each);
                 }
-                failures.push_back(std::string("no ") + what + " is called " + name + "; there are:" + list);
             }
         }
     };

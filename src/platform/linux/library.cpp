@@ -8,6 +8,7 @@
 
 #include <array>
 #include <climits>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -44,6 +45,12 @@ bool is_whole_library(const std::string& path) {
     return true;
 }
 
+// The loader has a lock of its own, which the thread sanitizer does not see. Never destroyed.
+std::mutex& loader() {
+    static auto* const mutex = new std::mutex;
+    return *mutex;
+}
+
 }  // namespace
 
 SharedLibrary::SharedLibrary(const wchar_t* name) : handle_(nullptr) {
@@ -57,12 +64,14 @@ SharedLibrary::SharedLibrary(const wchar_t* name) : handle_(nullptr) {
     }
     // A path without a slash would be searched for everywhere.
     if (path.find('/') != std::string::npos && is_whole_library(path)) {
+        const std::lock_guard guard(loader());
         handle_ = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     }
 }
 
 SharedLibrary::~SharedLibrary() {
     if (handle_ != nullptr) {
+        const std::lock_guard guard(loader());
         ::dlclose(handle_);
     }
 }
