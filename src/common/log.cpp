@@ -2,13 +2,9 @@
 
 #include <atomic>
 #include <cstring>
-#include <ctime>
 
-#include "common/files.h"
 #include "common/text.h"
-#include "platform/clock.h"
 #include "platform/event_log.h"
-#include "platform/files.h"
 #include "platform/lock.h"
 #include "platform/trace.h"
 
@@ -106,29 +102,6 @@ void ReportServiceEvent(const wchar_t* text, std::uint16_t type) {
     } catch (...) {  // without memory the entry is lost, and the caller may be in a handler of its own
     }
     EventLogLock().release();
-}
-
-void CreateDebugLogFolder() {
-    CreateFolders(
-        {"C:\\ProgramData\\", "C:\\ProgramData\\Zorv\\", "C:\\ProgramData\\Zorv\\Zorvcore\\",
-         "C:\\ProgramData\\Zorv\\Zorvcore\\Zorvalis\\", "C:\\ProgramData\\Zorv\\Zorvcore\\Zorvalis\\DebugLog\\"},
-        "CreateDebugLogFolder: ");
-}
-
-void WriteTestLog(std::string text) {
-    std::tm now{};
-    platform::local_time(platform::now_seconds(), now);
-    CreateDebugLogFolder();
-    // The doubled backslash is the folder's own and the name's.
-    const platform::File file = platform::open_file(
-        "C:\\ProgramData\\Zorv\\Zorvcore\\Zorvalis\\DebugLog\\"
-        "\\Testlog.txt",
-        "a");
-    if (file == nullptr) {
-        return;
-    }
-    std::fprintf(file.get(), "%d-%d-%d %d:%d:%d : %s\n", now.tm_year + 1900, now.tm_mon + 1, now.tm_mday, now.tm_hour,
-                 now.tm_min, now.tm_sec, text.c_str());
 }
 
 }  // namespace zorvalis

@@ -1,5 +1,5 @@
-// What the system says about itself: trace lines, which cost next to nothing while no session listens, entries in the
-// event log, and a file log that nothing in the system calls. Nothing here fails outward; any thread may call.
+// What the system says about itself: trace lines, which cost next to nothing while no session listens, and entries in
+// the event log. Nothing here fails outward; any thread may call.
 #pragma once
 
 #include <cstdint>
@@ -21,10 +21,5 @@ void LogMessageW(std::wstring text);
 // One entry of the source "Zorvalis". Entries are written one at a time; one that waits longer than 10 seconds for its
 // turn is dropped.
 void ReportServiceEvent(const wchar_t* text, std::uint16_t type);
-
-void CreateDebugLogFolder();
-
-// Appends one line with the local time to the file log, without any limit of size.
-void WriteTestLog(std::string text);
 
 }  // namespace zorvalis

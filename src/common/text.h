@@ -1,20 +1,14 @@
-// Conversions between UTF-8, ANSI and wide text. A failed conversion is an empty text and a log line.
+// Plain conversions of text, none of which says anything about itself.
 #pragma once
 
-#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
 
 namespace zorvalis {
 
-std::wstring Utf82Unicode(const std::string& text);
-std::string WideByte2Ansi(const std::wstring& text);
-std::string Utf8ToAnsi(const std::string& text);
+// An empty text for a failed conversion.
 std::string WideToUtf8(const std::wstring& text);
-
-// From the ANSI code page; an empty text for a failed conversion. The caller owns the buffer.
-std::unique_ptr<wchar_t[]> AnsiToWideBuffer(const char* text);
 
 // Character by character, with no code page: right for plain ASCII, and never a failure.
 std::wstring WidenBytes(const std::string& text);

@@ -7,6 +7,7 @@
 #include "common/log.h"
 #include "common/registry.h"
 #include "jobs/product_activation.h"
+#include "jobs/ruling_settings.h"
 #include "jobs/schedule_predicates.h"
 #include "platform/text.h"
 #include "settings/period_codes.h"
@@ -35,6 +36,10 @@ platform::Lock& JobLock() {
 JobManager& JobManager::GetInstance() {
     static JobManager* const instance = new JobManager;
     return *instance;
+}
+
+std::shared_ptr<const Settings> RulingSettings() {
+    return JobManager::GetInstance().CurrentSettings();
 }
 
 JobManager::JobManager() {

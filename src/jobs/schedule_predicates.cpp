@@ -12,7 +12,7 @@
 #include "common/registry.h"
 #include "common/text.h"
 #include "common/time.h"
-#include "jobs/job_manager.h"
+#include "jobs/ruling_settings.h"
 #include "platform/clock.h"
 
 namespace zorvalis {
@@ -32,7 +32,7 @@ std::wstring ReadProductValue(const wchar_t* name) {
 }
 
 bool FindSetting(const char* key, std::string& text) {
-    return FindSettingText(JobManager::GetInstance().CurrentSettings()->tree, key, text);
+    return FindSettingText(RulingSettings()->tree, key, text);
 }
 
 // The start of the collection period as the firmware holds it, in local time of UTC+8, brought to UTC.

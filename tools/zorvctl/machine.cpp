@@ -10,6 +10,7 @@
 #include <optional>
 
 #include "commands.h"
+#include "common/code_page.h"
 #include "common/files.h"
 #include "common/json.h"
 #include "common/registry.h"

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "commands.h"
+#include "common/code_page.h"
 #include "common/registry.h"
 #include "common/text.h"
 #include "output.h"

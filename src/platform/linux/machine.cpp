@@ -1,23 +1,13 @@
 #include "platform/machine.h"
 
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
 #include <climits>
 #include <cstdlib>
-#include <cstring>
-
-#include "platform/linux/machine_file.h"
-#include "platform/module.h"
 
 namespace platform {
 namespace {
-
-constexpr std::string_view kLongestSocket = "/run/ZorvHelpRpcEndpoint";
-// Every other path of the machine fits a 260-byte buffer when this one fits a socket's name.
-constexpr std::size_t kLongestFolder = sizeof(sockaddr_un::sun_path) - 1 - kLongestSocket.size();
-constexpr std::size_t kPathBuffer = 260;
 
 std::string environment(const char* name) {
     const char* const value = std::getenv(name);
@@ -48,28 +38,6 @@ std::string machine_folder() {
     }
     const std::string home = environment("HOME");
     return home.empty() ? "" : home + "/.local/state/zorv-machine";
-}
-
-std::string machine_problem() {
-    const std::string folder = machine_folder();
-    if (folder.empty()) {
-        return "There is no folder for the machine: set ZORV_MACHINE to one.";
-    }
-    if (folder.size() > kLongestFolder) {
-        return "The machine's folder " + folder +
-               " has a path too long for its sockets: set ZORV_MACHINE to one of at most " +
-               std::to_string(kLongestFolder) + " bytes.";
-    }
-    if (!make_folders(folder)) {
-        return "The machine's folder " + folder + " cannot be made: " + std::strerror(errno) + ".";
-    }
-    std::array<wchar_t, PATH_MAX> module;
-    const int length = module_file_name(module.data(), static_cast<int>(module.size()));
-    if (length == 0 || to_utf8({module.data(), static_cast<std::size_t>(length)}).size() >= kPathBuffer) {
-        return "The path of the executable has " + std::to_string(kPathBuffer) +
-               " bytes or more, or is no UTF-8: move it to a shorter one.";
-    }
-    return "";
 }
 
 }  // namespace platform

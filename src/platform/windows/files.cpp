@@ -18,6 +18,10 @@ File open_file(const std::string& path, const char* mode) {
     return File(::_wfopen(to_wide(path).c_str(), to_wide(mode).c_str()));
 }
 
+std::int64_t seek_to_end(std::FILE* file) {
+    return ::_fseeki64(file, 0, SEEK_END) == 0 ? ::_ftelli64(file) : -1;
+}
+
 bool file_exists(const std::string& path) {
     return has_attributes(path, 0);
 }

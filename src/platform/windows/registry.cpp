@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cwchar>
 #include <memory>
+#include <utility>
 
 #include "platform/windows/handles.h"
 

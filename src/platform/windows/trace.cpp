@@ -6,9 +6,9 @@
 
 #include <evntrace.h>
 
+#include <algorithm>
+#include <iterator>
 #include <mutex>
-
-#include "platform/guid.h"
 
 namespace platform {
 namespace {
@@ -74,7 +74,7 @@ std::uint32_t trace_flags(std::uint64_t logger) {
 
 void send_trace(std::uint64_t logger, std::uint32_t message_flags, const Guid& messages, std::uint16_t number,
                 const char* text, std::size_t length) {
-    GUID guid = to_system(messages);
+    const GUID guid = to_system(messages);
     // Pairs of address and size, ended by a null address.
     ::TraceMessage(logger, message_flags, &guid, number, text, length, nullptr);
 }

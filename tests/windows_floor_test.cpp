@@ -1,0 +1,369 @@
+// What only the Windows side shows: which handles stay open, the steps of a registry watch, the trace and event log
+// calls, which Wine takes without a word.
+#include <windows.h>
+
+#include <gtest/gtest.h>
+#include <wmistr.h>
+
+#include <evntrace.h>
+#undef StartTrace  // the product has functions of these names
+#undef StopTrace
+
+#include <cstdarg>
+#include <functional>
+
+#include "common/log.h"
+#include "platform/clock.h"
+#include "platform/event_log.h"
+#include "platform/files.h"
+#include "platform/lock.h"
+#include "platform/registry.h"
+#include "support/import_hook.h"
+#include "support/machine.h"
+
+namespace platform {
+namespace {
+
+using Calls = std::vector<std::string>;
+
+constexpr auto kRoot = RegistryRoot::local_machine;
+constexpr wchar_t kKey[] = L"SOFTWARE\\Zorv\\Test";
+
+Calls calls;  // since the last `calls_of`, by the hooks
+
+template <class Action>
+Calls calls_of(Action action) {
+    calls.clear();
+    action();
+    return std::exchange(calls, {});
+}
+
+std::string hex(std::uint64_t number) {
+    char text[20];
+    std::snprintf(text, sizeof text, "%llx", static_cast<unsigned long long>(number));
+    return text;
+}
+
+// The true functions, as the import table had them at first.
+const auto trueOpenKey = IMPORTED(RegOpenKeyExW);
+const auto trueCreateKey = IMPORTED(RegCreateKeyExW);
+const auto trueCloseKey = IMPORTED(RegCloseKey);
+const auto trueCloseHandle = IMPORTED(CloseHandle);
+const auto trueNotify = IMPORTED(RegNotifyChangeKeyValue);
+const auto trueWait = IMPORTED(WaitForSingleObject);
+const auto trueCreateEvent = IMPORTED(CreateEventW);
+
+LONG WINAPI open_key(HKEY root, const wchar_t* key, DWORD options, REGSAM access, HKEY* opened) {
+    const LONG status = trueOpenKey(root, key, options, access, opened);
+    calls.push_back((status == 0 ? "open " : "no open ") + hex(access));
+    return status;
+}
+
+LONG WINAPI create_key(HKEY root, const wchar_t* key, DWORD reserved, wchar_t* type, DWORD options, REGSAM access,
+                       SECURITY_ATTRIBUTES* security, HKEY* opened, DWORD* disposition) {
+    calls.push_back("create " + hex(options) + " " + hex(access));
+    return trueCreateKey(root, key, reserved, type, options, access, security, opened, disposition);
+}
+
+LONG WINAPI close_key(HKEY key) {
+    calls.push_back("close key");
+    return trueCloseKey(key);
+}
+
+TEST(Registry, ClosesAKeyOnlyAfterAFailure) {
+    const TestMachine machine;
+    write_registry_string(kRoot, kKey, L"Text", L"a");
+    write_registry_dword(kRoot, kKey, L"Number", 1);
+    write_registry_string(kRoot, kKey, L"Long", std::wstring(255, L'x'));
+    std::wstring text;
+    std::uint32_t number = 0;
+    std::vector<std::wstring> subkeys;
+    std::vector<RegistryValue> values;
+    HOOK(RegOpenKeyExW, open_key);
+    HOOK(RegCreateKeyExW, create_key);
+    HOOK(RegCloseKey, close_key);
+    const auto read_text = [&](const wchar_t* value) {
+        return [&text, value] { return read_registry_string(kRoot, kKey, value, text); };
+    };
+    const auto write_number = [](const std::wstring& key) {
+        return [key] { return write_registry_dword(kRoot, key, L"Number", 2); };
+    };
+    const struct {
+        const char* name;
+        std::function<bool()> action;
+        bool result;
+        Calls calls;
+    } cases[] = {
+        {"a text", read_text(L"Text"), true, {"open 20019"}},
+        {"a number", [&] { return read_registry_dword(kRoot, kKey, L"Number", number); }, true, {"open 20019"}},
+        {"no such value", read_text(L"Missing"), false, {"open 20019", "close key"}},
+        {"the other type", read_text(L"Number"), false, {"open 20019", "close key"}},
+        {"too long", read_text(L"Long"), false, {"open 20019", "close key"}},
+        {"an old key", write_number(kKey), true, {"open 20006"}},
+        {"a new path", write_number(L"SOFTWARE\\Zorv\\New\\Path"), true, {"no open 20006", "create 0 f003f"}},
+        {"no such root", write_number(L"\\\\"), false, {"no open 20006", "create 0 f003f"}},
+        {"a listing",
+         [&] { return list_registry_key(kRoot, kKey, subkeys, values); },
+         true,
+         {"open 20019", "close key"}},
+    };
+    for (const auto& one : cases) {
+        bool result = false;
+        EXPECT_EQ(calls_of([&] { result = one.action(); }), one.calls) << one.name;
+        EXPECT_EQ(result, one.result) << one.name;
+    }
+    HOOK(RegSetValueExW, [](HKEY, const wchar_t*, DWORD, DWORD, const BYTE*, DWORD) -> LONG { return 5; });
+    EXPECT_EQ(calls_of(write_number(kKey)), (Calls{"open 20006", "close key"}));
+}
+
+TEST(Registry, ListsWhatOtherProgramsWrote) {
+    const TestMachine machine;
+    write_registry_dword(kRoot, kKey, L"b", 4294967295);
+    const auto set = [](const wchar_t* value, DWORD type, const void* data, DWORD size) {
+        ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, kKey, value, type, data, size);
+    };
+    set(L"a", REG_SZ, L"unended", 6);
+    set(L"c", REG_BINARY, "\x01\xAF", 2);
+    set(L"", REG_DWORD, "\x01", 1);
+    set(L"d", 77, nullptr, 0);
+    std::vector<std::wstring> subkeys;
+    std::vector<RegistryValue> values;
+    ASSERT_TRUE(list_registry_key(kRoot, kKey, subkeys, values));
+    std::wstring lines;
+    for (const RegistryValue& value : values) {
+        lines += value.name + L"," + value.type + L"," + value.data + L";";
+    }
+    EXPECT_EQ(lines, L",REG_DWORD,01;a,REG_SZ,une;b,REG_DWORD,4294967295;c,REG_BINARY,01af;d,77,;");
+}
+
+// The step of a watch that fails.
+const char* failing = "";
+HANDLE event = nullptr;
+
+bool fails(const char* step) {
+    return std::strcmp(failing, step) == 0;
+}
+
+TEST(RegistryWatch, LeavesOpenOnlyWhatAFailedWaitOrCloseLeaves) {
+    const TestMachine machine;
+    write_registry_dword(kRoot, kKey, L"Number", 0);
+    HOOK(RegOpenKeyExW, open_key);
+    HOOK(CreateEventW, [](SECURITY_ATTRIBUTES* security, BOOL manual, BOOL set, const wchar_t* name) -> HANDLE {
+        calls.push_back("event " + hex(manual) + " " + hex(set));
+        return event = fails("event") ? nullptr : trueCreateEvent(security, manual, set, name);
+    });
+    HOOK(RegNotifyChangeKeyValue, [](HKEY key, BOOL subtree, DWORD filter, HANDLE changed, BOOL asynchronous) -> LONG {
+        calls.push_back("notify " + hex(subtree) + " " + hex(filter) + " " + hex(asynchronous));
+        return fails("notify") ? 1450 : trueNotify(key, subtree, filter, changed, asynchronous);
+    });
+    HOOK(WaitForSingleObject, [](HANDLE handle, DWORD limit) -> DWORD {
+        if (handle != event) {
+            return trueWait(handle, limit);
+        }
+        calls.push_back("wait " + hex(limit));
+        return fails("wait") ? WAIT_FAILED : trueWait(handle, limit);
+    });
+    HOOK(RegCloseKey, [](HKEY key) -> LONG {
+        calls.push_back("close key");
+        return fails("close") ? 6 : trueCloseKey(key);
+    });
+    HOOK(CloseHandle, [](HANDLE handle) -> BOOL {
+        if (handle == event) {
+            calls.push_back("close event");
+        }
+        return trueCloseHandle(handle);
+    });
+    const std::string notify = "notify 1 f 1";
+    const std::pair<const char*, Calls> cases[] = {
+        {"nothing", {"open 10", "event 1 0", notify, "wait ffffffff", "close key", "close event"}},
+        {"event", {"open 10", "event 1 0", "close key"}},
+        {"notify", {"open 10", "event 1 0", notify, "close event", "close key"}},
+        {"wait", {"open 10", "event 1 0", notify, "wait ffffffff"}},
+        {"close", {"open 10", "event 1 0", notify, "wait ffffffff", "close key"}},
+    };
+    DWORD number = 0;
+    for (const auto& [step, expected] : cases) {
+        failing = step;
+        EXPECT_EQ(calls_of([&] {
+                      RegistryWatch watch;
+                      if (watch.arm(kRoot, kKey)) {
+                          ++number;
+                          ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, kKey, L"Number", REG_DWORD, &number, sizeof number);
+                          watch.wait();
+                      }
+                  }),
+                  expected)
+            << step;
+    }
+    failing = "";
+    EXPECT_EQ(calls_of([] { RegistryWatch().arm(kRoot, kKey); }),
+              (Calls{"open 10", "event 1 0", notify, "close event", "close key"}));
+}
+
+TEST(Lock, WaitsForTheScaledTimeAndZeroForEver) {
+    const TestMachine machine;
+    Lock lock;
+    bool had = false;
+    // The test library waits for locks of its own when an expectation fails.
+    const Calls limits = calls_of([&] {
+        HOOK(WaitForSingleObject, [](HANDLE, DWORD limit) -> DWORD {
+            calls.push_back(hex(limit));
+            return WAIT_TIMEOUT;
+        });
+        for (const double factor : {1.0, 0.5, 0.0, 1e9, 0.00001}) {
+            set_clock({0, factor});
+            had |= lock.wait(60000);
+        }
+        had |= lock.wait(0);
+    });
+    EXPECT_EQ(limits, (Calls{"ea60", "7530", "0", "fffffffe", "1", "ffffffff"}));
+    EXPECT_FALSE(had);
+    HOOK(CreateMutexW, [](SECURITY_ATTRIBUTES*, BOOL, const wchar_t*) -> HANDLE { return nullptr; });
+    Lock broken;
+    EXPECT_FALSE(broken.valid());
+    EXPECT_FALSE(broken.wait(1));
+    broken.release();
+}
+
+TEST(Files, NameAnyFileInUtf8) {
+    const TestMachine machine;
+    const std::string folder = machine.bin_folder();
+    const std::string name = "\xC3\x84 \xE2\x82\xAC \xF0\x9F\x94\x8B";
+    write_text(folder + name, "here");
+    std::vector<FolderEntry> entries;
+    ASSERT_EQ(list_folder(folder, entries), 0U);
+    ASSERT_EQ(entries.size(), 1U);
+    EXPECT_EQ(entries[0].name, name);
+    EXPECT_EQ(read_text(folder + name), "here");
+    EXPECT_EQ(list_folder("", entries), 3U) << "never the drive's root";
+    EXPECT_NE(list_folder(folder + "\xFF", entries), 0U);
+}
+
+// The system's end of a trace session.
+struct Session {
+    WMIDPREQUEST callback = nullptr;
+    void* context = nullptr;
+    bool on = false;
+    UCHAR level = 4;
+    ULONG flags = 1;
+
+    ULONG request(int code) {
+        ULONG size = 0;
+        return callback(static_cast<WMIDPREQUESTCODE>(code), context, &size, this);
+    }
+};
+Session session;
+
+std::string text_of(const GUID& guid) {
+    return hex(guid.Data1) + "-" + hex(guid.Data2) + "-" + hex(guid.Data3) + "-" + hex(guid.Data4[0]) + ".." +
+           hex(guid.Data4[7]);
+}
+
+ULONG register_guids(WMIDPREQUEST callback, void* context, const GUID* control, ULONG count,
+                     TRACE_GUID_REGISTRATION* classes, const wchar_t* image, const wchar_t* resource,
+                     TRACEHANDLE* registration) {
+    calls.push_back("register " + text_of(*control) + " " + text_of(*classes->Guid) + " " + hex(count));
+    EXPECT_TRUE(image == nullptr && resource == nullptr);
+    session.callback = callback;
+    session.context = context;
+    *registration = 0x77;
+    return session.on ? session.request(4) : 0;
+}
+
+ULONG trace_message(TRACEHANDLE logger, ULONG flags, const GUID* guid, USHORT number, ...) {
+    va_list arguments;
+    va_start(arguments, number);
+    const char* const text = va_arg(arguments, const char*);
+    const std::size_t length = va_arg(arguments, std::size_t);
+    EXPECT_EQ(va_arg(arguments, void*), nullptr) << "the end of the list";
+    va_end(arguments);
+    calls.push_back("message " + hex(logger) + " " + hex(flags) + " " + text_of(*guid) + " " + std::to_string(number) +
+                    " [" + std::string(text, length).c_str() + "] " + std::to_string(length));
+    return 0;
+}
+
+TEST(Trace, SendsWhatTheSessionOfTheMomentTakes) {
+    using zorvalis::LogMessage;
+    session = {};
+    HOOK(RegisterTraceGuidsW, register_guids);
+    HOOK(TraceMessage, trace_message);
+    HOOK(GetTraceLoggerHandle, [](void* buffer) -> TRACEHANDLE { return buffer == &session ? 0xABCDEF123456 : 0; });
+    HOOK(GetTraceEnableLevel, [](TRACEHANDLE logger) -> UCHAR { return logger == 0xABCDEF123456 ? session.level : 0; });
+    HOOK(GetTraceEnableFlags, [](TRACEHANDLE logger) -> ULONG { return logger == 0xABCDEF123456 ? session.flags : 0; });
+    HOOK(UnregisterTraceGuids, [](TRACEHANDLE registration) -> ULONG {
+        calls.push_back("unregister " + hex(registration));
+        return 0;
+    });
+    const std::string message = "message abcdef123456 2b 57b959a4-c260-3299-33..a4 ";
+
+    EXPECT_EQ(calls_of([] { zorvalis::StartTrace(); }),
+              (Calls{"register eb75ff2f-dde7-4f4d-8e..95 57b959a4-c260-3299-33..a4 1"}));
+    EXPECT_EQ(calls_of([] {
+                  LogMessage("no session");
+                  session.level = 3;
+                  EXPECT_EQ(session.request(4), 0U);
+                  LogMessage("level 3");
+                  session.level = 4;
+                  session.flags = 0xFFFFFFFE;
+                  session.request(4);
+                  LogMessage("without the flag");
+                  session.flags = 1;
+                  session.request(4);
+                  LogMessage("it's 100%s");
+                  zorvalis::LogMessageW(L"\u20AC");
+                  EXPECT_EQ(session.request(6), 0x57U);
+                  LogMessage("");
+                  EXPECT_EQ(session.request(5), 0U);
+                  LogMessage("disabled");
+              }),
+              (Calls{message + "10 [it's 100%s] 11", message + "11 [\xE2\x82\xAC] 4", message + "10 [] 1"}));
+    EXPECT_EQ(calls_of([] {
+                  session.request(4);
+                  zorvalis::StopTrace();
+                  LogMessage("stopped");
+                  EXPECT_EQ(session.request(6), 0U) << "a late callback that is not handed on";
+              }),
+              (Calls{"unregister 77"}));
+    session.on = true;
+    EXPECT_EQ(calls_of([] {
+                  zorvalis::StartTrace();
+                  LogMessage("at once");
+                  zorvalis::StopTrace();
+              }).at(1),
+              message + "10 [at once] 8");
+}
+
+TEST(EventLog, WritesOneEntryOfTwoTextsOrLosesItQuietly) {
+    static HANDLE source = nullptr;
+    static BOOL written = TRUE;
+    HOOK(RegisterEventSourceW, [](const wchar_t* server, const wchar_t* name) -> HANDLE {
+        EXPECT_EQ(server, nullptr);
+        EXPECT_STREQ(name, L"Zorvalis");
+        calls.push_back("register");
+        return source;
+    });
+    HOOK(ReportEventW,
+         [](HANDLE log, WORD type, WORD category, DWORD id, void* user, WORD count, DWORD size, const wchar_t** strings,
+            void* data) -> BOOL {
+             EXPECT_TRUE(log == source && user == nullptr && size == 0 && data == nullptr && count == 2);
+             EXPECT_STREQ(strings[0], L"Zorvalis");
+             EXPECT_STREQ(strings[1], L" InitWinIo fail ");
+             calls.push_back("report " + hex(type) + " " + hex(category) + " " + hex(id));
+             return written;
+         });
+    HOOK(DeregisterEventSource, [](HANDLE log) -> BOOL {
+        calls.push_back(log == source ? "deregister" : "deregister another");
+        return TRUE;
+    });
+    const auto report = [](std::uint16_t type) {
+        return [type] { zorvalis::ReportServiceEvent(L" InitWinIo fail ", type); };
+    };
+    EXPECT_EQ(calls_of(report(zorvalis::kWarning)), Calls{"register"});
+    source = reinterpret_cast<HANDLE>(0x1234);
+    EXPECT_EQ(calls_of(report(zorvalis::kWarning)), (Calls{"register", "report 2 0 0", "deregister"}));
+    written = FALSE;
+    EXPECT_EQ(calls_of(report(zorvalis::kInformation)), (Calls{"register", "report 4 0 0", "deregister"}));
+}
+
+}  // namespace
+}  // namespace platform
