@@ -4,10 +4,11 @@ namespace zorvalis {
 namespace {
 
 // columnName, typeWord, resultKind, sourceKind, functionName, dispatchIndex, wmiFlag, specialFlag.
-// Row order is column order. Columns whose function is "NA" and that no collector sets are NULL in every row.
+// Never destroyed, as pool threads may still read them while the process ends. Row order is column order. Columns whose
+// function is "NA" and that no collector sets are NULL in every row.
 
 // clang-format off
-const MetricCatalogue kBatteryPower = {
+const MetricCatalogue& kBatteryPower = *new MetricCatalogue{
     {"local_time", "DATE", 0, 3, "NA", 1, 0, 0},
     {"freq", "INTEGER", 0, 3, "NA", 1, 0, 0},
     {"guid", "STRING", 2, 0, "GetRandomUUID", 0, 1, 0},
@@ -31,7 +32,7 @@ const MetricCatalogue kBatteryPower = {
 // clang-format on
 
 // clang-format off
-const MetricCatalogue kSysInfo = {
+const MetricCatalogue& kSysInfo = *new MetricCatalogue{
     {"model_name", "STRING", 2, 0, "WMIGetModelName", 0, 1, 0},
     {"local_time", "DATE", 0, 3, "NA", 1, 0, 0},
     {"freq", "INTEGER", 0, 3, "NA", 1, 0, 0},
@@ -61,7 +62,7 @@ const MetricCatalogue kSysInfo = {
 
 // clang-format off
 // volume_level is a direct read by its source and takes the WMI flag by its dispatch: the dispatch is what counts.
-const MetricCatalogue kThermal = {
+const MetricCatalogue& kThermal = *new MetricCatalogue{
     {"local_time", "DATE", 0, 3, "NA", 1, 0, 0},
     {"freq", "INTEGER", 0, 3, "NA", 1, 0, 0},
     {"guid", "STRING", 2, 0, "GetRandomUUID", 0, 1, 0},
@@ -85,7 +86,7 @@ const MetricCatalogue kThermal = {
 // clang-format on
 
 // clang-format off
-const MetricCatalogue kUserBehavior = {
+const MetricCatalogue& kUserBehavior = *new MetricCatalogue{
     {"local_time", "DATE", 0, 3, "NA", 1, 0, 0},
     {"freq", "INTEGER", 0, 3, "NA", 1, 0, 0},
     {"guid", "STRING", 2, 0, "GetRandomUUID", 0, 1, 0},
@@ -106,7 +107,7 @@ const MetricCatalogue kUserBehavior = {
 };
 // clang-format on
 
-std::map<std::int32_t, std::int32_t> eventColumns = {
+std::map<std::int32_t, std::int32_t>& eventColumns = *new std::map<std::int32_t, std::int32_t>{
     {10, 3}, {11, 4},  {12, 5}, {13, 6}, {14, 11}, {15, 12}, {16, 13}, {17, 14},
     {18, 9}, {19, 10}, {20, 7}, {21, 7}, {22, 7},  {23, 15}, {24, 16},
 };

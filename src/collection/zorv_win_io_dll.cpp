@@ -85,16 +85,17 @@ void ZorvWinIoDll::ReadWide(const char* name, wchar_t* buffer, std::uint8_t flag
     Fill(name, buffer, flag);
 }
 
-std::int32_t ZorvWinIoDll::WMICheckBatteryHealthSupport(std::uint8_t flag) {
-    return ReadFlagged("WMICheckBatteryHealthSupport", flag);
+// Support is a boolean byte; what lies above it in the register says nothing.
+bool ZorvWinIoDll::WMICheckBatteryHealthSupport(std::uint8_t flag) {
+    return ReadFlaggedByte("WMICheckBatteryHealthSupport", flag) != 0;
 }
 
 std::int32_t ZorvWinIoDll::WMISetBatteryHealth(std::int32_t mode, std::uint8_t flag) {
     return Call<std::int32_t>("WMISetBatteryHealth", 0, mode, flag);
 }
 
-std::int32_t ZorvWinIoDll::WMICheckQuietFanSupport(std::uint8_t flag) {
-    return ReadFlagged("WMICheckQuietFanSupport", flag);
+bool ZorvWinIoDll::WMICheckQuietFanSupport(std::uint8_t flag) {
+    return ReadFlaggedByte("WMICheckQuietFanSupport", flag) != 0;
 }
 
 std::int32_t ZorvWinIoDll::WMISetQuietFan(std::uint8_t on, std::uint8_t flag) {

@@ -42,9 +42,9 @@ public:
     // The board's GUID by way of its cached copy. `buffer` is zeroed and holds kTextCapacity characters.
     void wmiGetBoardUUID(wchar_t* buffer, std::uint8_t flag);
 
-    std::int32_t WMICheckBatteryHealthSupport(std::uint8_t flag);
+    bool WMICheckBatteryHealthSupport(std::uint8_t flag);
     std::int32_t WMISetBatteryHealth(std::int32_t mode, std::uint8_t flag);
-    std::int32_t WMICheckQuietFanSupport(std::uint8_t flag);
+    bool WMICheckQuietFanSupport(std::uint8_t flag);
     std::int32_t WMISetQuietFan(std::uint8_t on, std::uint8_t flag);
     std::int32_t WMISetAppPath(const wchar_t* path, std::uint8_t flag);
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cwchar>
-#include <cwctype>
+#include <string_view>
 
 #include "collection/zorv_win_io_dll.h"
 #include "common/log.h"
@@ -19,6 +19,13 @@ std::string KeepCopy(const platform::Uuid& uuid, const char* words) {
     LogMessage(words + result);
     WriteRegString(kLocalMachine, kConfigKey, L"RandomUUID", text);
     return result;
+}
+
+// Asked here, since the C library's answer differs by system and locale.
+bool IsWhiteSpace(wchar_t c) {
+    constexpr std::wstring_view kOthers = L" \u0085\u00A0\u1680\u2028\u2029\u202F\u205F\u3000";
+    return (c >= L'\t' && c <= L'\r') || (c >= L'\u2000' && c <= L'\u200A') ||
+           kOthers.find(c) != std::wstring_view::npos;
 }
 
 }  // namespace
@@ -72,7 +79,7 @@ void ZorvWinIoDll::wmiGetBoardUUID(wchar_t* buffer, std::uint8_t flag) {
         WriteRegString(kLocalMachine, kProductKey, L"GUID", std::wstring(buffer, wcsnlen(buffer, kTextCapacity)));
         return;
     }
-    std::erase_if(cached, [](wchar_t c) { return std::iswspace(c) != 0; });
+    std::erase_if(cached, IsWhiteSpace);
     // The buffer comes zeroed, so the text needs no terminator of its own.
     cached.copy(buffer, kTextCapacity - 1);
 }

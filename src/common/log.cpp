@@ -94,14 +94,17 @@ void LogMessageW(std::wstring text) {
 }
 
 void ReportServiceEvent(const wchar_t* text, std::uint16_t type) {
-    if (!EventLogLock().wait(10000)) {
-        return;
-    }
+    bool owned = false;
     try {
-        platform::report_event(L"Zorvalis", type, L"Zorvalis", text);
+        owned = EventLogLock().wait(10000);
+        if (owned) {
+            platform::report_event(L"Zorvalis", type, L"Zorvalis", text);
+        }
     } catch (...) {  // without memory the entry is lost, and the caller may be in a handler of its own
     }
-    EventLogLock().release();
+    if (owned) {
+        EventLogLock().release();
+    }
 }
 
 }  // namespace zorvalis

@@ -3,7 +3,8 @@
 #include <sqlite3.h>
 
 #include <array>
-#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
 
 #include "collection/data_collector.h"
 #include "common/device_identity.h"
@@ -55,7 +56,7 @@ void CreateSqliteDBFolder() {
                   "CreateSqliteDBFolder: ");
 }
 
-void decryptDBFast(TelemetryDb& handle, std::uint8_t key) {
+bool decryptDBFast(TelemetryDb& handle, std::uint8_t key) {
     const std::string cached = Companion(handle.path, ".cached");
     const std::string temporary = Companion(handle.path, ".cached.temp");
     const std::string journal = Companion(handle.path, ".cached-journal");
@@ -65,12 +66,11 @@ void decryptDBFast(TelemetryDb& handle, std::uint8_t key) {
     platform::remove_file(journal);  // or SQLite would replay it into the new copy
     handle.cachedPath = cached;
     if (resting == nullptr) {
-        return;
+        return true;
     }
     LogMessage("[decryptDBFast] " + handle.path + " exist");
-    if (const platform::File copy = platform::open_file(cached, "wb+")) {
-        CopyTransformed(resting.get(), copy.get(), key);
-    }
+    const platform::File copy = platform::open_file(cached, "wb+");
+    return copy != nullptr && CopyTransformed(resting.get(), copy.get(), key);
 }
 
 void encryptDBFast(TelemetryDb& handle, std::uint8_t key) {
@@ -118,14 +118,16 @@ void validateDB(TelemetryDb& handle) {
     }
 }
 
-int integritycheckCallback(void* context, int count, char** values, char** names) {
+int integritycheckCallback(void* context, int count, char** values, char** names) try {
     if (count != 1) {
         LogMessage("[integritycheckCallback] fail");
         return 0;
     }
-    const std::string value = values[0] != nullptr ? values[0] : "ISNULL";
-    *static_cast<int*>(context) = value == "ok" ? 1 : 0;  // the last row decides
+    const char* const value = values[0] != nullptr ? values[0] : "ISNULL";
+    *static_cast<int*>(context) = std::strcmp(value, "ok") == 0 ? 1 : 0;  // the last row decides
     LogMessage(std::string("[integritycheckCallback] azColName: ") + names[0] + " value " + value);
+    return 0;
+} catch (...) {  // nothing may pass through SQLite; without memory the line is lost
     return 0;
 }
 
@@ -135,7 +137,7 @@ std::string getAutoDBFileName() {
     std::size_t used = 0;
     const auto append = [&](char c) {
         if (used >= buffer.size()) {
-            std::abort();  // a device UUID that long is a fatal range error
+            throw std::out_of_range("device UUID too long for a file name");  // fatal to the collection
         }
         buffer[used++] = c;
     };

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <exception>
+#include <memory>
 #include <vector>
 
 #include "common/files.h"
@@ -15,12 +16,12 @@
 namespace zorvalis {
 namespace {
 
-constexpr std::int32_t kNoCount = 9999;
-
 // The first half of a cycle. A connection that did not open is released at once.
 int Open(const std::string& dbName, TelemetryDb& handle, std::uint8_t key) {
     handle.path = kDataFolder + dbName;
-    decryptDBFast(handle, key);
+    if (!decryptDBFast(handle, key)) {
+        return SQLITE_IOERR;
+    }
     validateDB(handle);
     const int result = sqlite3_open(platform::native_path(handle.cachedPath).c_str(), &handle.db);
     if (result != SQLITE_OK) {
@@ -40,22 +41,48 @@ int Close(TelemetryDb& handle, std::uint8_t key) {
     return result;
 }
 
+// One cycle with the default key. An error that passes through ends it as its close does.
+class Cycle {
+public:
+    explicit Cycle(const std::string& dbName) : opened_(Open(dbName, handle_, kDbKey) == SQLITE_OK) {}
+    ~Cycle() {
+        if (opened_) {
+            End();
+        }
+    }
+    Cycle(const Cycle&) = delete;
+    Cycle& operator=(const Cycle&) = delete;
+
+    bool IsOpen() const { return opened_; }
+    sqlite3* Connection() const { return handle_.db; }
+
+    int End() {
+        opened_ = false;
+        return Close(handle_, kDbKey);
+    }
+
+    // The connection stays open for the life of the process, and the working copy where it is.
+    void Abandon() {
+        static auto* const connections = new std::vector<sqlite3*>;
+        connections->push_back(handle_.db);
+        opened_ = false;
+    }
+
+private:
+    TelemetryDb handle_;
+    bool opened_;
+};
+
 // Runs a statement; `message` is SQLite's for a failed one.
 int Execute(sqlite3* db, const std::string& sql, int (*callback)(void*, int, char**, char**), void* context,
             std::string& message) {
     char* text = nullptr;
     const int result = sqlite3_exec(db, sql.c_str(), callback, context, &text);
+    const std::unique_ptr<char, void (*)(void*)> owned(text, sqlite3_free);
     if (text != nullptr) {
         message = text;
-        sqlite3_free(text);
     }
     return result;
-}
-
-// A connection whose schema statement failed is left open for the life of the process.
-void LeaveOpen(sqlite3* db) {
-    static auto* const connections = new std::vector<sqlite3*>;
-    connections->push_back(db);
 }
 
 void LogInitFailure(const std::string& dbName, const std::string& message, const std::string& sql) {
@@ -73,27 +100,6 @@ std::string Value(const MetricRow& row, const std::string& value) {
         return value;
     }
     return "'" + value + "'";
-}
-
-// The count, and the error of a value that was no number: it may not pass through SQLite.
-struct RecordCount {
-    std::int32_t count = kNoCount;
-    std::exception_ptr error;
-};
-
-int totalRecordCallback(void* context, int columns, char** values, char** names) {
-    auto& total = *static_cast<RecordCount*>(context);
-    try {
-        for (int column = 0; column < columns; ++column) {
-            const std::string value = values[column] != nullptr ? values[column] : "ISNULL";
-            LogMessage(std::string("[totalRecordCallback] azColName ") + names[column] + " value " + value);
-            total.count = ParseInt32(value);
-        }
-    } catch (...) {
-        total.error = std::current_exception();
-        return 1;
-    }
-    return 0;
 }
 
 }  // namespace
@@ -118,24 +124,39 @@ std::string buildInsert(const std::string& tableName, const MetricCatalogue& row
     return "INSERT INTO " + tableName + " (" + columns + ") VALUES(" + data + ");";
 }
 
+int totalRecordCallback(void* context, int columns, char** values, char** names) {
+    auto& total = *static_cast<RecordCount*>(context);
+    try {
+        for (int column = 0; column < columns; ++column) {
+            const std::string value = values[column] != nullptr ? values[column] : "ISNULL";
+            LogMessage(std::string("[totalRecordCallback] azColName ") + names[column] + " value " + value);
+            total.count = ParseInt32(value);
+        }
+    } catch (...) {
+        total.error = std::current_exception();
+        return 1;
+    }
+    return 0;
+}
+
 void initDB(const std::string& dbName, const std::string& sql) {
     CreateSqliteDBFolder();
-    TelemetryDb handle;
-    if (Open(dbName, handle, kDbKey) != SQLITE_OK) {
+    Cycle cycle(dbName);
+    if (!cycle.IsOpen()) {
         ReportServiceEvent(L" [SQ][init] Error Init ", kWarning);
         LogMessage("[initDB] Error Opening " + dbName + " datbase");
         return;
     }
     LogMessage("[initDB] Opened " + dbName + ".db");
     std::string message;
-    if (Execute(handle.db, sql, nullptr, nullptr, message) != SQLITE_OK) {
+    if (Execute(cycle.Connection(), sql, nullptr, nullptr, message) != SQLITE_OK) {
         ReportServiceEvent(L" [SQ][init] Error executing ", kWarning);
-        LogInitFailure(dbName, sqlite3_errmsg(handle.db), sql);
-        LeaveOpen(handle.db);
+        LogInitFailure(dbName, sqlite3_errmsg(cycle.Connection()), sql);
+        cycle.Abandon();
         return;
     }
-    if (Close(handle, kDbKey) != SQLITE_OK) {
-        LogInitFailure(dbName, sqlite3_errmsg(handle.db), sql);
+    if (cycle.End() != SQLITE_OK) {
+        LogInitFailure(dbName, sqlite3_errmsg(cycle.Connection()), sql);
         return;
     }
     LogMessage("Created " + dbName + ".db Success!!");
@@ -143,8 +164,8 @@ void initDB(const std::string& dbName, const std::string& sql) {
 }
 
 void insert(const std::string& dbName, const std::string& sql) {
-    TelemetryDb handle;
-    if (Open(dbName, handle, kDbKey) != SQLITE_OK) {
+    Cycle cycle(dbName);
+    if (!cycle.IsOpen()) {
         LogMessage("insertBatDB Error Opening " + dbName + ".db datbase");
         return;
     }
@@ -152,28 +173,28 @@ void insert(const std::string& dbName, const std::string& sql) {
     LogMessage("Inserting a value into " + dbName + " db ...");
     LogMessage("Inserting sql: " + sql);
     std::string message;
-    if (Execute(handle.db, sql, nullptr, nullptr, message) != SQLITE_OK) {
+    if (Execute(cycle.Connection(), sql, nullptr, nullptr, message) != SQLITE_OK) {
         ReportServiceEvent(L" [SQ][insert] Error executing statemant on", kWarning);
         LogMessage("Error executing insert statemant on  " + dbName + ".db " + message);
     } else {
         LogMessage("Insert " + dbName + ".db Success!!");
     }
-    Close(handle, kDbKey);
+    cycle.End();
     LogMessage("insert Close " + dbName + " DB success!!");
 }
 
 std::int32_t totalRecord(const std::string& dbName, const std::string& tableName) {
-    TelemetryDb handle;
-    if (Open(dbName, handle, kDbKey) != SQLITE_OK) {
+    RecordCount total;
+    Cycle cycle(dbName);
+    if (!cycle.IsOpen()) {
         LogMessage("totalRecord Error Opening " + dbName + ".db datbase");
-        return kNoCount;
+        return total.count;
     }
     LogMessage("totalRecord Opened " + dbName + ".db");
-    RecordCount total;
     std::string message;
-    const int result = Execute(handle.db, "SELECT COUNT(*) FROM " + tableName, totalRecordCallback, &total, message);
+    const int result =
+        Execute(cycle.Connection(), "SELECT COUNT(*) FROM " + tableName, totalRecordCallback, &total, message);
     if (total.error != nullptr) {
-        Close(handle, kDbKey);
         std::rethrow_exception(total.error);
     }
     if (result != SQLITE_OK) {
@@ -182,7 +203,7 @@ std::int32_t totalRecord(const std::string& dbName, const std::string& tableName
     } else {
         LogMessage("totalRecord " + std::to_string(std::abs(total.count)) + " get from " + dbName + ".db Success!!");
     }
-    Close(handle, kDbKey);
+    cycle.End();
     LogMessage("totalRecord Close " + dbName + " DB success!!");
     return total.count;
 }

@@ -1,6 +1,7 @@
 #include "platform/clock.h"
 
 #include <time.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -26,10 +27,16 @@ struct MachineClock {
 
 // Read at each use: any program may change the file at any time.
 MachineClock read_machine_clock() {
-    MachineClock clock;
+    // What an editor has half written is not yet another time.
+    static std::atomic<double> lastOffset{0};
+    static std::atomic<double> lastFactor{1};
     const auto json = read_machine_json("clock.json");
     if (!json) {
-        return clock;
+        if (::access(machine_path("clock.json").c_str(), F_OK) != 0) {
+            lastOffset = 0;
+            lastFactor = 1;
+        }
+        return {lastOffset, lastFactor};
     }
     const auto number = [&json](const char* name, double missing) {
         const auto member = json->find(name);
@@ -40,7 +47,11 @@ MachineClock read_machine_clock() {
     };
     const MachineClock read{number("offset", 0), number("wait", 1)};
     const bool sound = std::abs(read.offset) <= kLargestOffset && read.factor >= 0 && std::isfinite(read.factor);
-    return sound ? read : clock;
+    if (sound) {
+        lastOffset = read.offset;
+        lastFactor = read.factor;
+    }
+    return {lastOffset, lastFactor};
 }
 
 std::int64_t offset_microseconds() {

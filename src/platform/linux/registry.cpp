@@ -55,8 +55,8 @@ bool read_value(RegistryRoot root, const std::wstring& key, const std::wstring& 
     if (!lock_key_shared(folder.get())) {
         return false;
     }
-    const std::string found = find_entry(folder.get(), name, KeyEntry::value);
-    return !found.empty() && read_value_file(folder.get(), found, text);
+    const auto found = find_entry(folder.get(), name, KeyEntry::value);
+    return found && !found->empty() && read_value_file(folder.get(), *found, text);
 }
 
 // 0, or the error; ENOENT when the key has been deleted.
@@ -69,9 +69,9 @@ int write_value_file(int folder, const std::string& name, const std::string& tex
     if (!file) {
         return errno;
     }
-    const std::string found = find_entry(folder, name, KeyEntry::value);
-    if (!write_whole(file.get(), text) ||
-        ::renameat(folder, kTemporary, folder, found.empty() ? name.c_str() : found.c_str()) != 0) {
+    const auto found = find_entry(folder, name, KeyEntry::value);
+    if (!found || !write_whole(file.get(), text) ||
+        ::renameat(folder, kTemporary, folder, found->empty() ? name.c_str() : found->c_str()) != 0) {
         ::unlinkat(folder, kTemporary, 0);
         return EIO;
     }
@@ -159,8 +159,8 @@ bool delete_registry_value(RegistryRoot root, const std::wstring& key, const std
     if (!folder || !lock_key(folder.get())) {
         return false;
     }
-    const std::string found = find_entry(folder.get(), name, KeyEntry::value);
-    return !found.empty() && ::unlinkat(folder.get(), found.c_str(), 0) == 0;
+    const auto found = find_entry(folder.get(), name, KeyEntry::value);
+    return found && !found->empty() && ::unlinkat(folder.get(), found->c_str(), 0) == 0;
 }
 
 bool delete_registry_key(RegistryRoot root, const std::wstring& key) {
@@ -175,17 +175,24 @@ bool delete_registry_key(RegistryRoot root, const std::wstring& key) {
     if (!parent || !lock_key(parent.get())) {
         return false;
     }
-    const std::string found = find_entry(parent.get(), name, KeyEntry::subkey);
-    const Descriptor folder(found.empty() ? -1
-                                          : ::openat(parent.get(), found.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!folder || !lock_key(folder.get()) || !key_entries(folder.get(), KeyEntry::subkey).empty()) {
+    const auto found = find_entry(parent.get(), name, KeyEntry::subkey);
+    if (!found || found->empty()) {
+        return false;
+    }
+    const Descriptor folder(::openat(parent.get(), found->c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!folder || !lock_key(folder.get())) {
+        return false;
+    }
+    const auto subkeys = key_entries(folder.get(), KeyEntry::subkey);
+    const auto values = key_entries(folder.get(), KeyEntry::value);
+    if (!subkeys || !subkeys->empty() || !values) {
         return false;
     }
     ::unlinkat(folder.get(), kTemporary, 0);
-    for (const std::string& value : key_entries(folder.get(), KeyEntry::value)) {
+    for (const std::string& value : *values) {
         ::unlinkat(folder.get(), value.c_str(), 0);
     }
-    return ::unlinkat(parent.get(), found.c_str(), AT_REMOVEDIR) == 0;
+    return ::unlinkat(parent.get(), found->c_str(), AT_REMOVEDIR) == 0;
 }
 
 bool list_registry_key(RegistryRoot root, const std::wstring& key, std::vector<std::wstring>& subkeys,
@@ -194,13 +201,15 @@ bool list_registry_key(RegistryRoot root, const std::wstring& key, std::vector<s
     values.clear();
     const auto parts = key_parts(root, key);
     const Descriptor folder = parts ? open_key(*parts, false) : Descriptor();
-    if (!folder) {
+    const auto keys = folder ? key_entries(folder.get(), KeyEntry::subkey) : std::nullopt;
+    const auto files = folder ? key_entries(folder.get(), KeyEntry::value) : std::nullopt;
+    if (!keys || !files) {
         return false;
     }
-    for (const std::string& name : key_entries(folder.get(), KeyEntry::subkey)) {
+    for (const std::string& name : *keys) {
         subkeys.push_back(to_wide(name).value_or(L"?"));
     }
-    for (const std::string& name : key_entries(folder.get(), KeyEntry::value)) {
+    for (const std::string& name : *files) {
         ValueText text;
         if (read_value_file(folder.get(), name, text)) {
             const auto data = to_wide(text.data);

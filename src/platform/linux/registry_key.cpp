@@ -47,26 +47,22 @@ Descriptor open_subkey(int folder, const std::string& name) {
     if (subkey || !lock_key_shared(folder)) {
         return subkey;
     }
-    const std::string found = find_entry(folder, name, KeyEntry::subkey);
-    if (found.empty()) {
+    const auto found = find_entry(folder, name, KeyEntry::subkey);
+    if (found && found->empty()) {
         errno = ENOENT;
-        return Descriptor();
     }
-    return open_folder(folder, found.c_str());
+    return found && !found->empty() ? open_folder(folder, found->c_str()) : Descriptor();
 }
 
 Descriptor make_subkey(int folder, const std::string& name) {
     if (!lock_key(folder)) {
         return Descriptor();
     }
-    std::string found = find_entry(folder, name, KeyEntry::subkey);
-    if (found.empty()) {
-        if (::mkdirat(folder, name.c_str(), 0777) != 0) {
-            return Descriptor();
-        }
-        found = name;
+    const auto found = find_entry(folder, name, KeyEntry::subkey);
+    if (!found || (found->empty() && ::mkdirat(folder, name.c_str(), 0777) != 0)) {
+        return Descriptor();
     }
-    return open_folder(folder, found.c_str());
+    return open_folder(folder, found->empty() ? name.c_str() : found->c_str());
 }
 
 }  // namespace
@@ -92,17 +88,22 @@ std::string value_file(const std::wstring& value) {
     return is_name(name) ? name : "";
 }
 
-std::vector<std::string> key_entries(int folder, KeyEntry kind) {
+std::optional<std::vector<std::string>> key_entries(int folder, KeyEntry kind) {
     struct FolderCloser {
         void operator()(DIR* list) const { ::closedir(list); }
     };
-    std::vector<std::string> names;
     const int again = ::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);  // a position of its own
     const std::unique_ptr<DIR, FolderCloser> list(again < 0 ? nullptr : ::fdopendir(again));
-    while (list != nullptr) {
+    if (list == nullptr) {
+        const Descriptor unused(again);
+        return std::nullopt;
+    }
+    std::vector<std::string> names;
+    for (;;) {
+        errno = 0;
         const dirent* const entry = ::readdir(list.get());
         if (entry == nullptr) {
-            break;
+            return errno == 0 ? std::optional(std::move(names)) : std::nullopt;
         }
         const unsigned char wanted = kind == KeyEntry::subkey ? DT_DIR : DT_REG;
         const bool known = entry->d_type == DT_DIR || entry->d_type == DT_REG;  // else a link, or not told
@@ -110,17 +111,20 @@ std::vector<std::string> key_entries(int folder, KeyEntry kind) {
             names.emplace_back(entry->d_name);
         }
     }
-    return names;
 }
 
-std::string find_entry(int folder, const std::string& name, KeyEntry kind) {
+std::optional<std::string> find_entry(int folder, const std::string& name, KeyEntry kind) {
     if (is_kind(folder, name.c_str(), kind)) {
         return name;
     }
+    const auto names = key_entries(folder, kind);
+    if (!names) {
+        return std::nullopt;
+    }
     const std::wstring wanted = folded(name);
-    for (std::string& entry : key_entries(folder, kind)) {
+    for (const std::string& entry : *names) {
         if (folded(entry) == wanted) {
-            return std::move(entry);
+            return entry;
         }
     }
     return "";

@@ -21,11 +21,12 @@ std::string value_file(const std::wstring& value);
 
 enum class KeyEntry { subkey, value };
 
-// The names of all subkeys or all values of an open key.
-std::vector<std::string> key_entries(int folder, KeyEntry kind);
+// The names of all subkeys or all values of an open key; nothing when the folder cannot be listed.
+std::optional<std::vector<std::string>> key_entries(int folder, KeyEntry kind);
 
-// The name under which the folder holds `name`, in whatever case; empty when it does not.
-std::string find_entry(int folder, const std::string& name, KeyEntry kind);
+// The name under which the folder holds `name`, in whatever case; empty when it does not. Nothing when that cannot be
+// told, with errno set.
+std::optional<std::string> find_entry(int folder, const std::string& name, KeyEntry kind);
 
 // An open key, without its lock. With `make`, missing keys are made; ENOENT then says that a key went away at the
 // same time, and the call is to be made again.

@@ -20,9 +20,25 @@ bool watch_tree(int changes, int folder) {
     if (::inotify_add_watch(changes, path.c_str(), kOfValues | kOfSubkeys | IN_DELETE_SELF | IN_MOVE_SELF) < 0) {
         return false;
     }
-    for (const std::string& name : key_entries(folder, KeyEntry::subkey)) {
+    const auto subkeys = key_entries(folder, KeyEntry::subkey);
+    if (!subkeys) {
+        return errno == ENOENT;  // gone meanwhile, which is a change of its parent
+    }
+    for (const std::string& name : *subkeys) {
         const Descriptor subkey(::openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         if (subkey ? !watch_tree(changes, subkey.get()) : errno == EMFILE || errno == ENFILE) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// The folders above a key, up to the registry's own: one that is moved away takes the key along.
+bool watch_above(int changes, int folder, std::size_t levels) {
+    std::string path = "/proc/self/fd/" + std::to_string(folder);
+    for (std::size_t level = 0; level < levels; ++level) {
+        path += "/..";
+        if (::inotify_add_watch(changes, path.c_str(), IN_DELETE_SELF | IN_MOVE_SELF) < 0) {
             return false;
         }
     }
@@ -54,7 +70,8 @@ bool RegistryWatch::arm(RegistryRoot root, const std::wstring& key) {
     const auto parts = key_parts(root, key);
     const Descriptor folder = parts ? open_key(*parts, false) : Descriptor();
     Descriptor changes(::inotify_init1(IN_CLOEXEC));
-    if (!folder || !changes || !watch_tree(changes.get(), folder.get())) {
+    if (!folder || !changes || !watch_tree(changes.get(), folder.get()) ||
+        !watch_above(changes.get(), folder.get(), parts->size())) {
         return false;
     }
     state_ = new State{std::move(changes)};

@@ -22,6 +22,7 @@ namespace platform {
 namespace {
 
 constexpr char kSessionFile[] = "trace.json";
+constexpr char kLogFile[] = "trace.log";
 constexpr std::uint32_t kInvalidHandle = 6;
 constexpr std::uint32_t kNoResources = 1450;  // ERROR_NO_SYSTEM_RESOURCES
 
@@ -69,7 +70,7 @@ void follow_session(Provider& provider) {
     const std::uint64_t before = provider.logger;
     provider.logger = read_session();
     if (provider.logger != 0) {
-        Descriptor log = open_lines("trace.log");
+        Descriptor log = open_lines(kLogFile);
         {
             const std::lock_guard guard(shared().mutex);
             shared().log = std::move(log);
@@ -80,7 +81,7 @@ void follow_session(Provider& provider) {
     }
 }
 
-// Whether one of the changes that are waiting is the session file's.
+// Whether one of the changes that are waiting is the session file's, or takes the log away.
 bool session_changed(int changes) {
     alignas(inotify_event) std::array<char, 4096> buffer;
     bool changed = false;
@@ -88,8 +89,10 @@ bool session_changed(int changes) {
     while ((size = retry([&] { return ::read(changes, buffer.data(), buffer.size()); })) > 0) {
         for (ssize_t offset = 0; offset < size;) {
             const auto* const event = reinterpret_cast<const inotify_event*>(buffer.data() + offset);
-            changed |=
-                (event->mask & IN_Q_OVERFLOW) != 0 || (event->len > 0 && std::strcmp(event->name, kSessionFile) == 0);
+            const bool goesAway = (event->mask & (IN_DELETE | IN_MOVED_FROM)) != 0;
+            changed |= (event->mask & IN_Q_OVERFLOW) != 0 ||
+                       (event->len > 0 && (std::strcmp(event->name, kSessionFile) == 0 ||
+                                           (goesAway && std::strcmp(event->name, kLogFile) == 0)));
             offset += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
         }
     }
@@ -100,7 +103,7 @@ bool session_changed(int changes) {
 // long; what changed until then is seen there.
 constexpr int kUnwatchedMilliseconds = 100;
 
-void watch(Provider& provider) {
+void watch(Provider& provider) try {
     pollfd stop = {provider.stop.get(), POLLIN, 0};
     if (retry([&] { return ::poll(&stop, 1, kUnwatchedMilliseconds); }) != 0) {
         return;
@@ -110,15 +113,14 @@ void watch(Provider& provider) {
     if (!provider.changes || ::inotify_add_watch(provider.changes.get(), machine_folder().c_str(), kChanges) < 0) {
         return;  // the session stays as it was at the registration
     }
-    if (read_session() != provider.logger) {
-        follow_session(provider);
-    }
+    follow_session(provider);
     std::array<pollfd, 2> sources = {{{provider.stop.get(), POLLIN, 0}, {provider.changes.get(), POLLIN, 0}}};
     while (retry([&] { return ::poll(sources.data(), sources.size(), -1); }) > 0 && sources[0].revents == 0) {
         if (session_changed(provider.changes.get())) {
             follow_session(provider);
         }
     }
+} catch (...) {  // without memory the session stays as it is
 }
 
 std::string escaped(std::string_view text) {
@@ -157,14 +159,16 @@ std::uint32_t register_trace(TraceControl control, void* context, const Guid&, c
         return kNoResources;
     }
     follow_session(*provider);
+    const std::lock_guard guard(shared().mutex);
+    const std::uint64_t number = ++shared().lastRegistration;
+    Provider& kept = *shared().providers.emplace(number, std::move(provider)).first->second;
     try {
-        provider->watcher = std::thread(watch, std::ref(*provider));
+        kept.watcher = std::thread(watch, std::ref(kept));
     } catch (const std::system_error&) {
+        shared().providers.erase(number);
         return kNoResources;
     }
-    const std::lock_guard guard(shared().mutex);
-    registration = ++shared().lastRegistration;
-    shared().providers.emplace(registration, std::move(provider));
+    registration = number;
     return 0;
 }
 
