@@ -3,6 +3,7 @@
 
 #include "collection/data_collector.h"
 #include "common/files.h"
+#include "common/registry.h"
 #include "common/text.h"
 #include "platform/files.h"
 #include "store/db_file.h"
@@ -121,6 +122,19 @@ TEST(DatabaseFile, ThatIsDamagedCostsEveryFileOfTheFolder) {
     }
 }
 
+TEST(DatabaseFile, StaysWholeWhenItsWorkingCopyCannotBeWritten) {
+    const TestMachine machine;
+    Init();
+    const std::string resting = read_text(PathOf(kFile));
+    write_text(PathOf("BGFS.db"), "other");
+    ASSERT_TRUE(platform::create_folder(PathOf(kFile) + ".cached"));
+    Insert({"d", "1", "f", "0.5"});
+    EXPECT_EQ(totalRecord(kFile, "T"), 9999);
+    EXPECT_EQ(read_text(PathOf(kFile)), resting);
+    EXPECT_EQ(read_text(PathOf("BGFS.db")), "other") << "a sound file is no bad one";
+    ExpectEventLog({});
+}
+
 TEST(DatabaseFile, IsJudgedByTheLastRowOfItsCheck) {
     char text[][16] = {"integrity_check", "ok", "row missing"};
     char* names[] = {text[0], text[0]};
@@ -188,7 +202,7 @@ TEST(Store, OpensACycleUnderAnotherKey) {
 }
 
 TEST(DatabaseFile, IsNamedByClassDeviceAndMonthAndRegisteredWhenNew) {
-    const Notebook machine;
+    Notebook machine;
     const auto name = [](DbClass dbClass, std::int32_t trigger) {
         DataCollector collector(CollectionKind::Thermal);
         collector.dbName = LetterOf(dbClass);
@@ -214,6 +228,12 @@ TEST(DatabaseFile, IsNamedByClassDeviceAndMonthAndRegisteredWhenNew) {
     EXPECT_EQ(name(DbClass::periodic, 25), "O_00112233445566778899aabbccddeeff_202612_V1-0.db");
     EXPECT_TRUE(Value(L"ODb_Filename").ends_with(L"_202612_V1-0.db;1;2026-12-01"));
     EXPECT_EQ(machine.data_files(), Names{november});
+
+    machine.change_hardware(R"({"GPNV_RandomUUID": "fail"})");
+    WriteRegString(kLocalMachine, kConfigKey, L"RandomUUID", std::wstring(43, L'a') + L"-");
+    EXPECT_EQ(getAutoDBFileName(), std::string(43, 'a') + "_202612_V1-0");
+    WriteRegString(kLocalMachine, kConfigKey, L"RandomUUID", std::wstring(44, L'a'));
+    EXPECT_THROW(getAutoDBFileName(), std::out_of_range) << "50 bytes hold the device, a separator and the month";
 }
 
 }  // namespace
