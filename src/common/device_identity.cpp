@@ -15,7 +15,7 @@ namespace {
 
 std::string KeepCopy(const platform::Uuid& uuid, const char* words) {
     const std::wstring text = platform::uuid_to_text(uuid);
-    const std::string result = NarrowBytes(text);
+    std::string result = NarrowBytes(text);
     LogMessage(words + result);
     WriteRegString(kLocalMachine, kConfigKey, L"RandomUUID", text);
     return result;
@@ -60,7 +60,7 @@ std::string getSerialNumber() {
     zorvWinIoDll.ReadWide("WMIGetSN", buffer.data(), 1);
     std::wstring text = WideText(buffer);
     std::erase(text, L' ');
-    const std::string result = NarrowBytes(text);
+    std::string result = NarrowBytes(text);
     WriteRegString(kLocalMachine, kConfigKey, L"SN", WidenBytes(result));
     LogMessage("zorvWinIoDll.wmiGetSN(serial_number,true) end");
     return result;

@@ -136,11 +136,11 @@ bool isImageStateComplete() {
 }
 
 std::wstring getManufacturingDate() {
-    const std::wstring factory = ReadRegString(kLocalMachine, kFactoryConfigKey, L"ManufacturingDate");
+    std::wstring factory = ReadRegString(kLocalMachine, kFactoryConfigKey, L"ManufacturingDate");
     if (factory != ERROR_READREG && HasThreeFields(factory)) {
         return factory;
     }
-    const std::wstring fake = ReadProductValue(L"FakeManufacturingDate");
+    std::wstring fake = ReadProductValue(L"FakeManufacturingDate");
     if (fake != ERROR_READREG && HasThreeFields(fake)) {
         return fake;
     }

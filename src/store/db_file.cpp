@@ -153,7 +153,7 @@ std::string getAutoDBFileName() {
             append(now[at]);
         }
     }
-    const std::string name = std::string(buffer.data(), used) + "_" + "V1-0";
+    std::string name = std::string(buffer.data(), used) + "_" + "V1-0";
     LogMessage("getAutoDBFileName::dbFileName: " + name);
     LogMessage("[out] getAutoDBFileName");
     return name;
