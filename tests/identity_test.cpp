@@ -60,6 +60,11 @@ TEST(DeviceUUID, IsTheCopyWhileStorageFails) {
     machine.change_hardware("{}");
     EXPECT_EQ(getDeviceUUID(), "00112233-4455-6677-8899-aabbccddeeff");
     EXPECT_EQ(NvramFail(), L"1") << "never cleared";
+    DeleteRegKey(kLocalMachine, kConfigKey);
+    machine.remove_library();
+    const std::string made = getDeviceUUID();
+    EXPECT_EQ(Copy(L"RandomUUID"), made);
+    EXPECT_EQ(NvramFail(), L"1") << "no library is a failing storage";
 }
 
 TEST(SerialNumber, LosesItsBlanksAndNothingElse) {

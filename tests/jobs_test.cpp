@@ -42,7 +42,7 @@ TEST(DoJob, RunsTheJobOfExactlyThatName) {
 
 TEST(DoJob, HandsTheApplicationFolderToTheHardware) {
     Notebook machine;
-    machine.change_hardware(R"({"WMISetAppPath": {"value": "", "flag0": "untouched"}})");
+    machine.change_hardware(R"({"WMISetAppPath": {"value": "", "flag0": {"fail": true}}})");
     Jobs().RequestAppFolder(L"D:\\gr\u00FC\u00DFe");
     EXPECT_EQ(Jobs().DoJob(L"jobSetAppFolder", 0, 0), 0U);
     const std::string own = read_text(platform::machine_folder() + "/hardware.json");

@@ -11,6 +11,7 @@
 
 #include "collection/collectors.h"
 #include "collection/zorv_win_io_dll.h"
+#include "common/code_page.h"
 #include "common/files.h"
 #include "common/json.h"
 #include "common/log.h"
@@ -226,6 +227,9 @@ TEST(Trace, TellsTheFiguresOfThePredicates) {
         isSpecificDojobDay();
     });
     ASSERT_EQ(lines.size(), 14U);
+    machine.change_hardware("{}");
+    EXPECT_EQ(Traced(isOverTotalCollectTime)[1], "[Utility]  Get activation time from GPNV fail.\\n");
+    EXPECT_EQ(Traced([] { Utf82Unicode("\xFF"); })[0], "[Utility] Utf82Unicode ERROR_NO_UNICODE_TRANSLATION");
     unsigned long part[5] = {};
     ASSERT_EQ(std::sscanf(lines[3].c_str(), "[Utility]  diff : %lu (%ludays %lu:%lu:%lu)", &part[0], &part[1], &part[2],
                           &part[3], &part[4]),
@@ -237,6 +241,35 @@ TEST(Trace, TellsTheFiguresOfThePredicates) {
     EXPECT_EQ(lines[4], "[Utility]  isOverTotalCollectTimeStatus = false.\\n");
     EXPECT_EQ(lines[6], "[Utility] never set lastDojobTime");
     EXPECT_EQ(lines[12], "[Utility] regLastDoTime + settingDuringTime : " + midnight);
+}
+
+TEST(Trace, TellsWhichJobRunsAndWhichSettingFileRules) {
+    Notebook machine;
+    machine.default_setting("{}");
+    JobManager& jobs = JobManager::GetInstance();
+    const auto told = [&](const wchar_t* job, std::size_t line) {
+        const auto lines = Traced([&] { jobs.DoJob(job, 0, 0); });
+        return line < lines.size() ? lines[line] : "nothing";
+    };
+    EXPECT_EQ(told(L"jobZprpCheckSN", 0), "DoJob - JOB_ZPRPSN");
+    EXPECT_EQ(told(L"jobSetAppFolder", 0), "DoJob - JOB_SETAPPFOLDER");
+    EXPECT_EQ(told(L"jobCheckBgfsReg", 0), "DoJob - JOB_CHECKBGFSREG");
+    EXPECT_EQ(told(L"jobSetQuietfan", 0), "nothing");
+    jobs.RequestMainSwitch(0);
+    EXPECT_EQ(told(L"jobSetMainSwitch", 3), "[SettingFileManager][ReloadSettingFile] Main Switch turn off.");
+    jobs.RequestMainSwitch(1);
+    EXPECT_EQ(told(L"jobSetMainSwitch", 0), "DoJob - JOB_SETMAINSWITCH");
+    EXPECT_EQ(told(L"jobSetMainSwitch", 3), "[SettingFileManager][ReloadSettingFile] check current setting Json");
+    EXPECT_EQ(told(L"jobSetMainSwitch", 4), "[SettingFileManager][ReloadSettingFile] get version : 2.0.6.0");
+    EXPECT_EQ(told(L"jobSetMainSwitch", 5), "[SettingFileManager] get settingfile end");
+    machine.setting(R"({"version": "1"})");
+    EXPECT_EQ(told(L"jobSetMainSwitch", 5),
+              "[SettingFileManager][ReloadSettingFile] current Setting version != service version, Get default json ");
+    machine.setting("[]");
+    EXPECT_EQ(told(L"jobSetMainSwitch", 4), "[SettingFileManager] current Setting file version Err get default json ");
+    machine.setting("null");
+    EXPECT_EQ(told(L"jobSetMainSwitch", 3),
+              "[SettingFileManager][ReloadSettingFile] settingfile == NULL Get default file");
 }
 
 TEST(EventLog, KeepsTheBlanksAndTheTypeOfAnEntry) {

@@ -76,9 +76,11 @@ TEST(DatabaseFile, RestsTransformedAndAloneAfterEachCycle) {
     const std::string resting = read_text(PathOf(kFile));
     TelemetryDb handle;
     handle.path = PathOf(kFile);
+    write_text(PathOf("T.db.cached.temp"), "of an interrupted cycle");
     decryptDBFast(handle, kDbKey);
     EXPECT_EQ(read_text(handle.cachedPath), Transformed(resting, kDbKey));
     EXPECT_TRUE(read_text(handle.cachedPath).starts_with("SQLite format 3"));
+    EXPECT_EQ(machine.data_files(), (Names{kFile, "T.db.cached"}));
     encryptDBFast(handle, kDbKey);
     EXPECT_EQ(machine.data_files(), Names{kFile});
     encryptDBFast(handle, kDbKey);  // nothing to put back

@@ -1,0 +1,215 @@
+// The built zorvserver as a process, spoken to over HTTPS and HTTP: what it keeps, what it refuses, how it misbehaves.
+#include <gtest/gtest.h>
+#include <httplib.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <optional>
+
+#include "common/json.h"
+#include "platform/module.h"
+#include "support/machine.h"
+
+namespace zorvalis {
+namespace {
+
+namespace fs = std::filesystem;
+
+class ReferenceServer : public testing::Test {
+protected:
+    ReferenceServer() {
+        platform::set_module_path(L"");
+        wchar_t path[1024];
+        platform::module_file_name(path, 1024);
+        tool_ = (fs::path(path).parent_path().parent_path() / "bin" / "zorvserver").string();
+        EXPECT_EQ(std::system((tool_ + " --make-ca " + folder_).c_str()), 0);
+        Begin();
+    }
+    ~ReferenceServer() override { EXPECT_EQ(End(SIGTERM), 0); }
+
+    void Begin() {
+        int ends[2];
+        ASSERT_EQ(::pipe(ends), 0);
+        process_ = ::fork();
+        if (process_ == 0) {
+            ::dup2(ends[1], STDOUT_FILENO);
+            ::execl(tool_.c_str(), "zorvserver", "--data", (folder_ + "data").c_str(), "--settings",
+                    (folder_ + "settings").c_str(), "--script", script_.c_str(), "--cert",
+                    (folder_ + "server.pem").c_str(), "--key", (folder_ + "server.key").c_str(), "--quiet", nullptr);
+            ::_exit(127);
+        }
+        ::close(ends[1]);
+        std::FILE* const output = ::fdopen(ends[0], "r");
+        EXPECT_EQ(std::fscanf(output, "listening https 127.0.0.1:%d listening http 127.0.0.1:%d", &https_, &http_), 2);
+        std::fclose(output);
+    }
+    int End(int signal) {
+        int status = -1;
+        ::kill(process_, signal);
+        ::waitpid(process_, &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    }
+
+    // The body of a 200 answer, else the status in words, or "no answer".
+    std::string Exchange(httplib::Client client, const std::string& call, const std::string& body) const {
+        client.set_read_timeout(60);
+        const std::string path = "/api/FS/" + call;
+        const httplib::Result result = body.empty() ? client.Get(path) : client.Post(path, body, "application/json");
+        return !result ? "no answer" : result->status != 200 ? std::to_string(result->status) : result->body;
+    }
+    std::string Plain(const std::string& call, const std::string& body = "") const {
+        return Exchange(httplib::Client("127.0.0.1", http_), call, body);
+    }
+    // One member of the answer.
+    std::string Get(const char* key, const std::string& call, const Json& request = nullptr) const {
+        const std::string body = Plain(call, request.is_null() ? "" : request.dump());
+        if (body[0] != '{') {
+            return body;
+        }
+        const Json value = ParseJson(body)[key];
+        return value.is_string() ? value.get<std::string>() : value.dump();
+    }
+    // Five bytes, "01234", registered as a file of `size`.
+    std::string Init(const char* key, int size = 5, const char* md5 = "4100c4d44da9177247e44a5fc1546778",
+                     const char* name = "E_1.db") const {
+        return Get(key, "inituploadfile", {{"checksum", md5}, {"filename", name}, {"filesize", size}});
+    }
+    std::string Chunk(const std::string& uuid, const char* base64, const char* md5) const {
+        return Get("status", "uploadfilechunk", {{"checksum", md5}, {"filechunk", base64}, {"fileuuid", uuid}});
+    }
+    std::string First(const std::string& uuid) const {
+        return Chunk(uuid, "MDEy", "d2490f048dc3b77a457e3e450ab4eb38");  // "012"
+    }
+    std::string Second(const std::string& uuid) const {
+        return Chunk(uuid, "MzQ=", "e369853df766fa44e1ed0ff613f563bd");  // "34"
+    }
+
+    const TestMachine machine_;
+    const std::string folder_ = machine_.bin_folder(), script_ = folder_ + "script";
+    std::string tool_;
+    pid_t process_ = -1;
+    int https_ = 0, http_ = 0;
+};
+
+TEST_F(ReferenceServer, TakesAFileAndResumesAfterAKill) {
+    const std::string uuid = Init("fileuuid");
+    EXPECT_EQ(Init("filesize"), "0");
+    EXPECT_EQ(Chunk(uuid, "MDEy", "d2490f048dc3b77a457e3e450ab4eb39"), "CHUNK_CHECKSUM_MISMATCH");
+    for (const char* wrong : {"MDEy\n", "MDE", "MDF=", "M=Ey", "MD-y"}) {
+        EXPECT_EQ(Chunk(uuid, wrong, "d2490f048dc3b77a457e3e450ab4eb38"), "BAD_BASE64") << wrong;
+    }
+    EXPECT_EQ(Chunk(uuid, "", "d41d8cd98f00b204e9800998ecf8427e"), "EMPTY_CHUNK");
+    EXPECT_EQ(First(uuid), "OK");
+    EXPECT_EQ(End(SIGKILL), -SIGKILL);
+    write_text(folder_ + "data/parts/" + uuid, "012 and what was not counted");
+    Begin();
+    EXPECT_EQ(Init("fileuuid") + Init("filesize"), uuid + "3");
+    EXPECT_EQ(First(uuid), "BEYOND_SIZE");
+    EXPECT_EQ(Get("status", "finishupload/" + uuid), "SIZE_MISMATCH");
+    EXPECT_EQ(Second(uuid), "OK");
+    EXPECT_EQ(Get("status", "finishupload/" + uuid), "OK");
+    EXPECT_EQ(read_text(folder_ + "data/files/E_1.db"), "01234");
+    EXPECT_EQ(Second(uuid), "ALREADY_FINISHED");
+    EXPECT_EQ(Init("status"), "UPLOAD_FINISHED");
+    // Another content under the same name, in the wrong order: the old file stays, the next try begins anew.
+    const std::string other = Init("fileuuid", 5, "4100c4d44da9177247e44a5fc1546779");
+    EXPECT_NE(other, uuid);
+    EXPECT_EQ(Get("status", "finishupload/" + uuid), "UNKNOWN_UPLOAD");
+    EXPECT_EQ(Second(other) + First(other), "OKOK");
+    EXPECT_EQ(Get("status", "finishupload/" + other), "CHECKSUM_MISMATCH");
+    EXPECT_EQ(read_text(folder_ + "data/files/E_1.db"), "01234");
+    EXPECT_EQ(Init("filesize", 5, "4100c4d44da9177247e44a5fc1546779"), "0");
+}
+
+TEST_F(ReferenceServer, SpeaksHttpsUnderItsOwnCaAndHandsOutSettings) {
+    fs::create_directories(folder_ + "settings/2.0.6.0");
+    write_text(folder_ + "settings/2.0.6.0/default.json", "{\"a\": 1}\n");
+    write_text(folder_ + "settings/2.0.6.0/Model 7.json", "{\"b\": 2}");
+    const auto query = [](const char* model, const char* version) {
+        return Json{{"clientversion", version}, {"modelname", model}};
+    };
+    EXPECT_EQ(Get("json_string", "query", query("Model 7", "2.0.6.0")), "{\"b\": 2}");
+    EXPECT_EQ(Get("json_string", "query", query("../default", "2.0.6.0")), "{\"a\": 1}\n");
+    EXPECT_EQ(Get("status", "query", query("Model 7", "..")), "NO_SETTING");
+    EXPECT_EQ(Get("status", "query", query("Model 7", "2.0.7.0")), "NO_SETTING");
+
+    const std::string body = query("any", "2.0.6.0").dump();
+    for (const char* host : {"fs.zorvcore.example", "other.example"}) {
+        httplib::Client client("https://" + std::string(host) + ":" + std::to_string(https_));
+        client.set_hostname_addr_map({{host, "127.0.0.1"}});
+        client.set_ca_cert_path((folder_ + "ca.pem").c_str());
+        client.enable_server_certificate_verification(true);
+        const bool right = host[0] == 'f';
+        EXPECT_EQ(Exchange(std::move(client), "query", body).find("\"OK\"") != std::string::npos, right) << host;
+    }
+}
+
+TEST_F(ReferenceServer, RefusesWhatIsNoRequest) {
+    EXPECT_EQ(Plain("query", "{"), "{\"status\":\"BAD_REQUEST\"}");
+    EXPECT_EQ(Plain("query", "{\"clientversion\": 2}"), "{\"status\":\"BAD_REQUEST\"}");
+    EXPECT_EQ(Plain("inituploadfile", std::string((1 << 20) + 1, ' ')), "413");
+    EXPECT_EQ(Plain("uploadfilechunk"), "404");
+    EXPECT_EQ(Init("status", -1), "BAD_REQUEST");
+    for (const char* name : {"", "..", "a/b", "a\\b", "a\nb"}) {
+        EXPECT_EQ(Init("status", 5, "4100c4d44da9177247e44a5fc1546778", name), "BAD_FILENAME") << name;
+    }
+    const std::string again = tool_ + " --cert x --key x --data " + folder_ + "data 2>/dev/null";
+    EXPECT_EQ(WEXITSTATUS(std::system(again.c_str())), 1) << "two servers on one folder";
+    EXPECT_EQ(WEXITSTATUS(std::system((tool_ + " --nonsense 2>/dev/null").c_str())), 2);
+}
+
+TEST_F(ReferenceServer, MisbehavesByItsScript) {
+    const std::string start = Init("fileuuid");
+    const struct {
+        const char *line, *answer;  // its beginning
+        int held;                   // after a chunk of three bytes on an upload that holds none
+    } cases[] = {
+        {"\"do\": \"status\", \"code\": 500", "500", 0},
+        {"\"do\": \"status\", \"code\": 204", "204", 0},
+        {"\"do\": \"garbage\"", "\x01\xFFgarbage", 0},
+        {"\"do\": \"empty\"", "", 0},
+        {"\"do\": \"body\", \"text\": \"err\"", "err", 0},
+        {"\"do\": \"huge\", \"mib\": 2", "{\"status\":\"HUGE\"", 0},
+        {"\"do\": \"drop\"", "no answer", 0},
+        {"\"do\": \"half\"", "no answer", 3},
+        {"\"do\": \"drop-after\"", "no answer", 3},
+        {"\"do\": \"slow\", \"ms\": 1", "{\"status\":\"OK\"}", 3},
+        {"\"do\": \"nonsense\"", "500", 0},
+    };
+    const Json chunk = {{"checksum", "d2490f048dc3b77a457e3e450ab4eb38"}, {"filechunk", "MDEy"}, {"fileuuid", ""}};
+    int number = 10;
+    for (const auto& each : cases) {
+        const std::string md5 = "4100c4d44da9177247e44a5fc15467" + std::to_string(number++);
+        Json request = chunk;
+        request["fileuuid"] = Init("fileuuid", 5, md5.c_str());
+        write_text(script_, std::string("{\"call\": \"uploadfilechunk\", ") + each.line + "}\n");
+        const std::string answer = Plain("uploadfilechunk", request.dump());
+        EXPECT_EQ(answer.substr(0, std::strlen(each.answer)), each.answer) << each.line;
+        EXPECT_EQ(answer.empty(), *each.answer == '\0') << each.line;
+        if (answer.starts_with("{\"status\":\"HUGE")) {
+            EXPECT_EQ(answer.size(), 2U << 20);
+            EXPECT_NO_THROW(ParseJson(answer));
+        }
+        EXPECT_EQ(read_text(script_).empty(), number != 21) << each.line;
+        EXPECT_EQ(Init("filesize", 5, md5.c_str()), std::to_string(each.held)) << each.line;
+    }
+    write_text(script_,
+               "{\"call\": \"inituploadfile\", \"nth\": 2, \"do\": \"offset\", \"offset\": 99}\n{\"do\": \"empty\"}\n");
+    EXPECT_EQ(Plain("query", "{}"), "{\"status\":\"BAD_REQUEST\"}");
+    EXPECT_EQ(Init("filesize") + Init("filesize"), "099");
+    EXPECT_EQ(Plain("query", "{}"), "");
+    // A stop does not wait for a slow answer.
+    write_text(script_, "{\"do\": \"slow\", \"ms\": 3600000}");
+    std::thread client([this] { EXPECT_EQ(Plain("query", "{}"), "no answer"); });
+    while (!read_text(script_).empty()) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(End(SIGINT), 0);
+    client.join();
+    Begin();
+}
+
+}  // namespace
+}  // namespace zorvalis

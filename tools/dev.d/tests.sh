@@ -1,0 +1,150 @@
+# All test programs of all sides, each step with its log, and one count at the end. Sourced by ./dev.
+# shellcheck shell=bash disable=SC2154
+
+passed=0 failed=0 skipped=0
+
+# Runs one step into its log; what failed is shown whole.
+step() {
+    local name=$1 log=$logs/$1.log start=${EPOCHREALTIME/[.,]/} status=0 result=ok time
+    shift
+    mkdir -p "$logs"
+    printf '%-30s ' "$name"
+    "$@" >"$log" 2>&1 </dev/null || status=$?
+    [ $status -eq 0 ] || result=FAILED
+    time=$(((${EPOCHREALTIME/[.,]/} - start) / 100000))
+    printf '%-7s %4d.%d s\n' $result $((time / 10)) $((time % 10))
+    [ $status -eq 0 ] || cat "$log"
+    return $status
+}
+
+# A test program with a time limit. A sanitizer's report is a failure, whichever process it comes from.
+watched() {
+    local status=0 reports
+    timeout --foreground -k 10 900 "$@" || status=$?
+    [ $status -ne 124 ] || say "stopped: it took longer than 900 seconds"
+    reports=("$logs"/sanitizer.*)
+    [ -e "${reports[0]}" ] || return $status
+    cat "${reports[@]}"
+    rm -f "${reports[@]}"
+    return 1
+}
+
+# Adds up what a test program said. One that died, or ran nothing, has failed.
+count() {
+    local log=$logs/$1.log status=$2 ok bad
+    ok=$(grep -c '^\[       OK \]' "$log" || true)
+    bad=$(grep -cE '^\[  FAILED  \] .* \([0-9]+ ms\)' "$log" || true)
+    skipped=$((skipped + $(grep -cE '^\[  SKIPPED \] .* \([0-9]+ ms\)' "$log" || true)))
+    if [ "$bad" -eq 0 ] &&
+        { [ "$status" -ne 0 ] || [ "$ok" -eq 0 ] || ! grep -q '^\[==========\] .* ran\.' "$log"; }; then
+        say "$1: it ended early, ran nothing, or a sanitizer complained ($log)"
+        bad=1
+    fi
+    passed=$((passed + ok)) failed=$((failed + bad))
+}
+
+run_programs() {
+    local side=$1 program name status
+    shift
+    local programs=(build/"$side"/tests/*-tests build/"$side"/tests/*-tests.exe) found=no
+    for program in "${programs[@]}"; do
+        [ -f "$program" ] || continue
+        found=yes
+        name=$side-$(basename "$program" .exe)
+        status=0
+        step "$name" watched "$@" "$program" --gtest_color=no || status=$?
+        count "$name" $status
+    done
+    if [ $found = no ]; then
+        say "$side: there is no test program"
+        failed=$((failed + 1))
+    fi
+}
+
+test_side() {
+    local side=$1
+    shift
+    if step "build-$side" ./dev build "$side"; then
+        run_programs "$side" "$@"
+    else
+        say "$side: not tested, because it cannot be built"
+        failed=$((failed + 1))
+    fi
+}
+
+test_linux() {
+    local report=log_path=$PWD/$logs/sanitizer steady=()
+    # The sanitizers' fixed memory map does not go with every kernel's randomisation.
+    ! setarch -R true 2>/dev/null || steady=(setarch -R)
+    step check ./dev check || failed=$((failed + 1))
+    test_side linux-debug
+    test_side linux-asan "${steady[@]}" env ASAN_OPTIONS="$report" UBSAN_OPTIONS="$report:print_stacktrace=1"
+    test_side linux-tsan "${steady[@]}" env TSAN_OPTIONS="$report"
+}
+
+# A prefix of our own, made once and copied for each run, so that every run starts on the same machine.
+wine_environment() {
+    export WINEPREFIX=$PWD/build/wine-prefix WINEARCH=win64 WINEDEBUG=-all
+    export WINEDLLOVERRIDES='mscoree,mshtml=;winedbg.exe,winemenubuilder.exe=d'
+    unset DISPLAY http_proxy https_proxy HTTP_PROXY HTTPS_PROXY
+}
+
+make_wine_template() {
+    rm -rf "$1.new"
+    mkdir -p "$1.new" &&
+        WINEPREFIX=$1.new timeout --foreground 300 wine wineboot -u &&
+        WINEPREFIX=$1.new timeout --foreground 60 wineserver -w &&
+        mv "$1.new" "$1"
+}
+
+start_wine() {
+    local template
+    template=$cache/wine-prefix-$(dpkg-query -W -f '${Version}' wine64) || return
+    stop_wine
+    [ -d "$template" ] || make_wine_template "$template" || return
+    rm -rf "$WINEPREFIX"
+    # The server stays, so that the prefix lives on between programs.
+    mkdir -p build && cp -a "$template" "$WINEPREFIX" && wineserver -p &&
+        timeout --foreground 120 wine cmd /c exit
+}
+
+stop_wine() {
+    [ -d "$WINEPREFIX" ] || return 0
+    wineserver -k || true
+    wineserver -w || true
+}
+
+test_windows() {
+    wine_environment
+    trap stop_wine EXIT
+    if step setup-windows ./dev setup windows && step start-wine start_wine; then
+        test_side windows wine
+    else
+        say "windows: cannot be run here, for the reason above"
+        failed=$((failed + 1))
+    fi
+    stop_wine
+}
+
+run_tests() {
+    rm -f "$logs"/*
+    unset ZORV_MACHINE "${!GTEST_@}"
+    export LC_ALL=C.UTF-8
+    trap "exit 130" INT TERM  # some programs take the signal and end as if nothing were
+    case ${1:-all} in
+        linux) test_linux ;;
+        windows) test_windows ;;
+        all)
+            test_linux
+            test_windows
+            ;;
+        *) fail "test what? linux or windows" ;;
+    esac
+    [ $((passed + failed)) -gt 0 ] || failed=1
+    if [ $skipped -gt 0 ]; then
+        say "$passed passed, $failed failed, $skipped skipped"
+    else
+        say "$passed passed, $failed failed"
+    fi
+    [ $failed -eq 0 ]
+}
