@@ -72,6 +72,8 @@ TEST(Readiness, ComesAfterMoreThanAWeek) {
         ready = isReadyToDoJobByManufacturingDate();
     } while (platform::now_seconds() != midnight);
     EXPECT_FALSE(ready) << "exactly a week";
+    SetClock(2026, 11, 20, 0, 0, 30);
+    EXPECT_TRUE(isReadyToDoJobByManufacturingDate());
     SetFactoryDate(L"a/b/c");
     EXPECT_THROW(isReadyToDoJobByManufacturingDate(), std::invalid_argument);
 }
@@ -84,10 +86,10 @@ TEST(CollectTime, IsOverAfterItsMonths) {
         const char* activated;  // JSON
         const wchar_t* factory;
         bool over;
-    } cases[] = {{"within a month of manufacture", "\"1 month\"", kBlank, L"2026/10/22", false},
+    } cases[] = {{"within a month of manufacture", "\"1 month\"", kBlank, L"2026/10/23", false},
                  {"thirty days after it", "\"1\"", kBlank, L"2026/10/21", true},
-                 {"no key", "null", kBlank, L"2026/10/22", true},
-                 {"no months", "\"0\"", kBlank, L"2026/10/22", true},
+                 {"no key", "null", kBlank, L"2026/10/23", true},
+                 {"no months", "\"0\"", kBlank, L"2026/10/23", true},
                  {"in the future", "\"1\"", kBlank, L"2026/12/24", true},
                  {"activation wins", "\"1\"", "\"2026-10-25 10:20:30\"", L"2019/1/1", false},
                  {"activated long ago", "\"1\"", "\"2019-10-25 10:20:30\"", L"2026/11/1", true},
@@ -98,7 +100,7 @@ TEST(CollectTime, IsOverAfterItsMonths) {
                  {"and lie within it", "\"1658\"", kBlank, L"2026/10/30", false},
                  {"months beyond 31 bits of seconds", "\"829\"", kBlank, L"1960/1/1", false}};
     Notebook machine;
-    SetClock(2026, 11, 20, 12);
+    SetClock(2026, 11, 20, 20);  // the dates are UTC's: the same day or the next in every zone
     for (const auto& one : cases) {
         SetFactoryDate(one.factory);
         machine.change_hardware(std::string("{\"GPNV_ActivatedTime\": ") + one.activated + "}");

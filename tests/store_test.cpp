@@ -96,6 +96,7 @@ TEST(DatabaseFile, StartsFromTheRestingFileWhateverAnInterruptedCycleLeft) {
     }
     EXPECT_EQ(totalRecord(kFile, "T"), 1);
     EXPECT_EQ(machine.data_files(), Names{kFile});
+    write_text(PathOf(kFile) + ".cached", Transformed(read_text(PathOf(kFile)), kDbKey));
     ASSERT_TRUE(platform::rename_file(PathOf(kFile), PathOf(kFile) + ".cached.temp"));  // between delete and rename
     EXPECT_EQ(totalRecord(kFile, "T"), 9999);
     write_text(PathOf(kFile), "");  // a file without bytes is a new database

@@ -2,7 +2,7 @@
 # shellcheck shell=bash disable=SC2154
 
 linux_packages=(g++ cmake ninja-build ccache libsqlite3-dev nlohmann-json3-dev libcli11-dev googletest libgtest-dev
-                clang-format python3)
+                libcurl4-openssl-dev libssl-dev libcpp-httplib-dev clang-format python3)
 windows_packages=(g++-mingw-w64-x86-64-posix wine wine64)
 
 # SQLite's source for the Windows side, from a registry package that carries it.

@@ -1,0 +1,180 @@
+// What only the Windows side shows of an exchange and of a digest: which calls the system gets, with what, what is
+// closed after a failed step, and that its error is kept.
+#include <windows.h>
+
+#include <gtest/gtest.h>
+#include <wincrypt.h>
+#include <winhttp.h>
+
+#include "platform/digest.h"
+#include "platform/error.h"
+#include "platform/files.h"
+#include "platform/http.h"
+#include "platform/windows/wide.h"
+#include "support/import_hook.h"
+#include "support/machine.h"
+
+// Its own header excludes that of the exchange.
+extern "C" __declspec(dllimport) BOOL WINAPI InternetGetConnectedState(DWORD* flags, DWORD reserved);
+
+namespace platform {
+namespace {
+
+using Calls = std::vector<std::string>;
+
+constexpr DWORD kFailure = 12345;
+
+Calls calls;
+std::size_t failing = 0;  // the number of the call that fails, from 1; 0 for none
+
+// An argument in hexadecimal; the text, or the first number, that a pointer leads to. Of real calls, whose handles are
+// never the same, only what is null.
+template <bool real, class Argument>
+std::string shown(Argument argument) {
+    char text[20];
+    if constexpr (std::is_pointer_v<Argument> || std::is_same_v<Argument, ULONG_PTR>) {
+        const auto address = std::uintptr_t(argument);
+        if (address == 0 || real) {
+            return address == 0 ? "null" : "*";
+        }
+        if constexpr (std::is_same_v<Argument, const wchar_t*>) {
+            return to_utf8(argument);
+        }
+        std::snprintf(text, sizeof text, "%x", address < 99 ? int(address) : *reinterpret_cast<int*>(address));
+    } else {
+        std::snprintf(text, sizeof text, "%x", unsigned(argument));
+    }
+    return text;
+}
+
+// Writes the call down, fails when it is its turn, and else makes the real call or gives the call's number as a handle.
+template <bool real, class Result, class... Arguments, class Name>
+auto recorder(Result (*function)(Arguments...), Name) {
+    static Result (*const truth)(Arguments...) = ImportHook::imported(Name{}(), function);
+    return [](Arguments... arguments) -> Result {
+        calls.push_back(Name{}());
+        ((calls.back() += " " + shown<real>(arguments)), ...);
+        Result result = Result(calls.size());
+        if (calls.size() == failing) {
+            ::SetLastError(kFailure);
+            return Result(std::intptr_t(real && std::is_pointer_v<Result> ? -1 : 0));
+        }
+        if constexpr (real) {
+            result = truth(arguments...);
+            calls.back() += result ? "" : " failed";
+        }
+        return result;
+    };
+}
+#define RECORDED(function, real) ImportHook(#function, ::function, recorder<real>(::function, [] { return #function; }))
+#define FAKE(function) RECORDED(function, false)
+#define REAL(function) RECORDED(function, true)
+
+struct Closing {
+    std::size_t opening;  // the step that opens what this call closes
+    std::string call;
+};
+
+// `action` gives 0 or the error. Each of its steps is made to fail in turn.
+void expect_calls(std::uint32_t (*action)(), const Calls& steps, const std::vector<Closing>& closing) {
+    for (failing = 0; failing <= steps.size(); ++failing) {
+        calls.clear();
+        EXPECT_EQ(action(), failing == 0 ? 0 : kFailure) << failing;
+        const std::size_t made = failing == 0 ? steps.size() : failing;
+        Calls expected(steps.begin(), steps.begin() + static_cast<std::ptrdiff_t>(made));
+        for (const auto& [opening, close] : closing) {
+            if (made > opening || failing == 0) {
+                expected.push_back(close);
+            }
+        }
+        EXPECT_EQ(calls, expected) << failing;
+    }
+}
+
+template <bool secure>
+std::uint32_t exchange() {
+    HttpExchange http;
+    std::wstring status;
+    std::uint32_t number = 0;
+    char buffer[5] = {};
+    const bool done = http.open(L"agent") && http.set_timeouts(1, 2, 3, 4) && http.connect(L"host", 443) &&
+                      http.open_request(secure ? L"POST" : L"GET", L"/path", secure) &&
+                      http.send(secure ? L"Type: a" : nullptr, secure ? "body" : "") &&
+                      http.set_security_flags(0x3300) && http.receive() && http.query_status(status) &&
+                      http.query_available(number) && http.read(buffer, 5, number);
+    return done ? 0 : last_error();
+}
+
+TEST(HttpExchange, MakesOneCallForEachStepAndClosesFromTheInside) {
+    const ImportHook hooks[] = {FAKE(WinHttpOpen),
+                                FAKE(WinHttpSetTimeouts),
+                                FAKE(WinHttpConnect),
+                                FAKE(WinHttpOpenRequest),
+                                FAKE(WinHttpSendRequest),
+                                FAKE(WinHttpSetOption),
+                                FAKE(WinHttpReceiveResponse),
+                                FAKE(WinHttpQueryHeaders),
+                                FAKE(WinHttpQueryDataAvailable),
+                                FAKE(WinHttpReadData),
+                                FAKE(WinHttpCloseHandle),
+                                FAKE(InternetGetConnectedState)};
+    Calls steps = {"WinHttpOpen agent 0 null null 0",
+                   "WinHttpSetTimeouts 1 1 2 3 4",
+                   "WinHttpConnect 1 host 1bb 0",
+                   "WinHttpOpenRequest 3 POST /path null null null 800000",
+                   "WinHttpSendRequest 4 Type: a ffffffff 79646f62 4 4 null",
+                   "WinHttpSetOption 4 1f 3300 4",
+                   "WinHttpReceiveResponse 4 null",
+                   "WinHttpQueryHeaders 4 13 null 0 10 null",
+                   "WinHttpQueryDataAvailable 4 0",
+                   "WinHttpReadData 4 0 5 0"};
+    const std::vector<Closing> closing = {
+        {4, "WinHttpCloseHandle 4"}, {3, "WinHttpCloseHandle 3"}, {1, "WinHttpCloseHandle 1"}};
+    expect_calls(exchange<true>, steps, closing);
+    steps[3] = "WinHttpOpenRequest 3 GET /path null null null 0";
+    steps[4] = "WinHttpSendRequest 4 null 0 null 0 0 null";
+    expect_calls(exchange<false>, steps, closing);
+    expect_calls([] { return is_online() ? 0 : last_error(); }, {"InternetGetConnectedState 0 0"}, {});
+}
+
+std::string path;
+std::string digest_text;
+
+std::uint32_t hash_file() {
+    Md5 md5;
+    InputFile file;
+    char block[1024];
+    std::size_t count = 0;
+    std::array<std::uint8_t, 16> digest = {};
+    const bool done = file.open(path) && md5.acquire_provider() && md5.create_hash() &&
+                      file.read(block, sizeof block, count) && md5.add(block, count) &&
+                      file.read(block, sizeof block, count) && count == 0 && md5.value(digest);
+    const std::uint32_t error = done ? 0 : last_error();
+    digest_text.assign(digest.begin(), digest.end());
+    return error;
+}
+
+TEST(Md5, HashesAFileAndReleasesTheHashBeforeTheProvider) {
+    const TestMachine machine;
+    path = machine.bin_folder() + "\xC3\x84 \xE2\x82\xAC";
+    EXPECT_EQ(hash_file(), DWORD(ERROR_FILE_NOT_FOUND));
+    write_text(path, "abc");
+    const File other = open_file(path, "r+");
+    const ImportHook hooks[] = {REAL(CreateFileW),          REAL(ReadFile),         REAL(CloseHandle),
+                                REAL(CryptAcquireContextW), REAL(CryptCreateHash),  REAL(CryptHashData),
+                                REAL(CryptGetHashParam),    REAL(CryptDestroyHash), REAL(CryptReleaseContext)};
+    const Calls steps = {"CreateFileW * 80000000 3 null 3 80 null",
+                         "CryptAcquireContextW * null null 1 f0000000",
+                         "CryptCreateHash * 8003 null 0 *",
+                         "ReadFile * * 400 * null",
+                         "CryptHashData * * 3 0",
+                         "ReadFile * * 400 * null",
+                         "CryptGetHashParam * 2 * * 0"};
+    expect_calls(hash_file, steps, {{1, "CloseHandle *"}, {3, "CryptDestroyHash *"}, {2, "CryptReleaseContext * 0"}});
+    failing = 0;
+    hash_file();
+    EXPECT_EQ(digest_text, "\x90\x01\x50\x98\x3C\xD2\x4F\xB0\xD6\x96\x3F\x7D\x28\xE1\x7F\x72");
+}
+
+}  // namespace
+}  // namespace platform
