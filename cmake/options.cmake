@@ -6,6 +6,8 @@ set(ZORV_SANITIZER "" CACHE STRING "Sanitizers for the Linux side: empty, 'addre
 
 # Deployment values, each used in one place.
 set(ZORV_DB_KEY 0x5A CACHE STRING "DbKey: the byte that database files at rest are transformed with")
+set(ZORV_DEFAULT_SERVER fs.zorvcore.example CACHE STRING "Host that files go to and settings come from")
+set(ZORV_TEST_SERVER test.zorvcore.example CACHE STRING "Host that is spoken to in plain HTTP")
 
 find_program(ZORV_CCACHE ccache)
 if(ZORV_CCACHE)

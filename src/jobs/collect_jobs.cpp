@@ -161,36 +161,4 @@ void JobManager::updateRegTimer(std::int32_t retry, std::wstring name, std::int3
     WriteRegString(kLocalMachine, kProductKey, name, std::to_wstring(time));
 }
 
-void JobManager::DoUploadJob(std::uint32_t funcMask) {
-    if ((funcMask & CJ_UPLOAD) == 0) {
-        return;
-    }
-    // The upload is not built yet: its timer stays, so that it is still due when it is.
-    LogMessage("JobManager - DoUploadJob");
-}
-
-void JobManager::WriteEDbData() {
-    struct NewFile {
-        const wchar_t* value;
-        const char* words;
-    };
-    constexpr std::array<NewFile, 3> kNewFiles = {{
-        {L"ODb_Filename", "Do WriteEDbData : ODB_FILENAME"},
-        {L"EDb_Filename", "Do WriteEDbData : EDB_FILENAME"},
-        {L"WDb_Filename", "Do WriteEDbData : WDB_FILENAME"},
-    }};
-    LogMessage("[JobManager] WriteEDbData");
-    for (const NewFile& one : kNewFiles) {
-        const std::wstring text = ReadRegString(kLocalMachine, kProductKey, one.value);
-        if (text != ERROR_READREG) {
-            LogMessage(one.words);
-            createDbsg(text, one.value);
-        }
-    }
-}
-
-void JobManager::createDbsg(std::wstring, std::wstring) {
-    // The file status store is not built yet: the value stays, so that nothing is lost.
-}
-
 }  // namespace zorvalis

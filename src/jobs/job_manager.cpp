@@ -23,6 +23,7 @@ struct JobManager::NamedJob {
 // In the order in which a name is compared. A name that is not here does nothing.
 const JobManager::NamedJob JobManager::kJobs[] = {
     {L"jobZprpCheckSN", "DoJob - JOB_ZPRPSN", &JobManager::ZprpCheckSN},
+    {L"jobDownloadSettingFile", "DoJob - JOB_DOWNLOADSETTINGFILE", &JobManager::DownloadSettingFile},
     {L"jobSetAppFolder", "DoJob - JOB_SETAPPFOLDER", &JobManager::SetAppFolder},
     {L"jobSetMainSwitch", "DoJob - JOB_SETMAINSWITCH", &JobManager::SetMainSwitch},
     {L"jobCheckBgfsReg", "DoJob - JOB_CHECKBGFSREG", &JobManager::CheckBgfsReg},

@@ -80,6 +80,10 @@ public:
     // The frequency number of a kind's present period, 0 when it has none.
     std::uint32_t triggerCodeOf(std::int32_t kindIndex) const;
 
+    // Asks the server for a new setting file: 0, -1 for a refusal, -2 without a network.
+    std::int32_t UpdateSettingFile();
+
+    // Thins out the files and sends those that are due.
     void DoUploadJob(std::uint32_t funcMask);
 
     // Hands the new files that the registry names over to the upload side.
@@ -103,6 +107,7 @@ private:
 
     std::uint64_t RunJob(const std::wstring& name, std::uint32_t param, std::int64_t now);
     std::uint64_t ZprpCheckSN(std::uint32_t param, std::int64_t now);
+    std::uint64_t DownloadSettingFile(std::uint32_t param, std::int64_t now);
     std::uint64_t SetAppFolder(std::uint32_t param, std::int64_t now);
     std::uint64_t SetMainSwitch(std::uint32_t param, std::int64_t now);
     std::uint64_t CheckBgfsReg(std::uint32_t param, std::int64_t now);

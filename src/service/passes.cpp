@@ -21,9 +21,9 @@ void job0() {
     JobManager& jobManager = JobManager::GetInstance();
     jobManager.DoJob(L"jobCheckBgfsReg", 0, now);
     jobManager.DoJob(L"jobZprpCheckSN", 0, now);
-    jobManager.DoJob(L"jobDownloadSettingFile", 0, now);  // not built yet: an unknown name does nothing
+    jobManager.DoJob(L"jobDownloadSettingFile", 0, now);
     jobManager.DoCollectJob(L"", 1, true, now);
-    jobManager.DoJob(L"jobUpdateTaskScheduler", 0, now);  // not built yet either
+    jobManager.DoJob(L"jobUpdateTaskScheduler", 0, now);  // not built yet: an unknown name does nothing
     LogMessage("job0  --->");
 }
 

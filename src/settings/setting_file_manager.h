@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -35,6 +36,15 @@ public:
     // Decides which file rules and loads it. Raises the JSON library's errors for a broken or wrongly typed file.
     void ReloadSettingFile();
 
+    // Asks the server for a new setting file, and stores and loads it. 0, or -1 for any refusal, in which the stored
+    // file stays, unless the server drops it. Raises the JSON library's errors for an answer that is no JSON or has
+    // values of a wrong type.
+    std::int32_t UpdateSettingFile();
+
+    // The server's answer; the JSON number 0 stands for none.
+    Json GetSettingFileFromServer() const;
+    std::string GetModelName() const;
+
     // The parsed file, null when it cannot be read. Raises std::invalid_argument for a file that does not parse.
     Json LoadJsonFile(const std::string& name) const;
 
@@ -52,6 +62,7 @@ private:
     static bool StoredFileRules(const Json& tree);
     static void LoadJobValues(Loaded& loaded);
     void Publish(const Loaded& loaded);
+    void AskForReload() const;
 
     mutable std::mutex mutex_;
     std::shared_ptr<const Settings> current_ = std::make_shared<const Settings>();

@@ -11,6 +11,7 @@
 #include "common/log.h"
 #include "common/number.h"
 #include "platform/files.h"
+#include "store/clock_vfs.h"
 #include "store/db_file.h"
 
 namespace zorvalis {
@@ -18,6 +19,7 @@ namespace {
 
 // The first half of a cycle. A connection that did not open is released at once.
 int Open(const std::string& dbName, TelemetryDb& handle, std::uint8_t key) {
+    UseMachineClockInSqlite();
     handle.path = kDataFolder + dbName;
     if (!decryptDBFast(handle, key)) {
         return SQLITE_IOERR;

@@ -1,0 +1,28 @@
+// libcurl, loaded when the first request is made.
+#pragma once
+
+#include <curl/curl.h>
+
+namespace platform {
+
+struct Curl {
+    decltype(::curl_global_init)* global_init;
+    decltype(::curl_slist_append)* list_append;
+    decltype(::curl_slist_free_all)* list_free;
+    CURL* (*easy_init)();
+    CURLcode (*easy_setopt)(CURL*, CURLoption, ...);
+    void (*easy_cleanup)(CURL*);
+    CURLcode (*easy_pause)(CURL*, int);
+    CURLM* (*multi_init)();
+    CURLMcode (*multi_add)(CURLM*, CURL*);
+    CURLMcode (*multi_remove)(CURLM*, CURL*);
+    CURLMcode (*multi_perform)(CURLM*, int*);
+    CURLMcode (*multi_poll)(CURLM*, curl_waitfd*, unsigned int, int, int*);
+    CURLMsg* (*multi_info)(CURLM*, int*);
+    CURLMcode (*multi_cleanup)(CURLM*);
+    bool complete;
+};
+
+const Curl& curl();
+
+}  // namespace platform

@@ -1,0 +1,344 @@
+#include "platform/http.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <new>
+#include <string>
+#include <string_view>
+
+#include "platform/error.h"
+#include "platform/linux/curl_library.h"
+#include "platform/linux/machine_file.h"
+#include "platform/linux/network_file.h"
+
+namespace platform {
+namespace {
+
+constexpr std::uint32_t kInternalError = 12004;
+constexpr std::uint32_t kTimeout = 12002;
+constexpr std::uint32_t kInvalidUrl = 12005;
+constexpr std::uint32_t kNameNotResolved = 12007;
+constexpr std::uint32_t kCannotConnect = 12029;
+constexpr std::uint32_t kConnectionError = 12030;
+constexpr std::uint32_t kInvalidServerResponse = 12152;
+constexpr std::uint32_t kChannelError = 12157;
+
+constexpr std::size_t kBuffered = 64 * 1024;  // the transfer pauses while this much waits to be read
+constexpr std::size_t kPiece = 8 * 1024;
+
+std::uint32_t error_of(CURLcode code) {
+    switch (code) {
+        case CURLE_COULDNT_RESOLVE_HOST:
+            return kNameNotResolved;
+        case CURLE_COULDNT_CONNECT:
+            return kCannotConnect;
+        case CURLE_OPERATION_TIMEDOUT:
+            return kTimeout;
+        case CURLE_PEER_FAILED_VERIFICATION:
+        case CURLE_SSL_CACERT_BADFILE:
+            return kErrorSecureFailure;
+        case CURLE_SSL_CONNECT_ERROR:
+            return kChannelError;
+        case CURLE_URL_MALFORMAT:
+            return kInvalidUrl;
+        case CURLE_WEIRD_SERVER_REPLY:
+        case CURLE_UNSUPPORTED_PROTOCOL:  // an answer without a status line
+            return kInvalidServerResponse;
+        case CURLE_OUT_OF_MEMORY:
+            return 14;
+        default:
+            return kConnectionError;
+    }
+}
+
+}  // namespace
+
+// One transfer of libcurl's, driven by hand from step to step.
+struct HttpExchange::State {
+    std::string agent;
+    std::int64_t connectTimeout = 0;  // milliseconds, name resolution included
+    std::int64_t sendTimeout = 0;
+    std::int64_t receiveTimeout = 0;
+    std::string host;
+    std::uint16_t port = 0;
+    std::string verb;
+    std::string path;
+    bool secure = false;
+
+    CURL* easy = nullptr;
+    CURLM* multi = nullptr;
+    curl_slist* headers = nullptr;
+    curl_slist* route = nullptr;
+
+    std::string body;
+    std::size_t sent = 0;
+    bool connected = false;  // and the certificate accepted
+    long status = 0;
+    bool headDone = false;
+    std::string arrived;
+    std::size_t taken = 0;
+    bool paused = false;
+    bool done = false;
+    bool refused = false;
+    CURLcode result = CURLE_OK;
+    std::chrono::steady_clock::time_point progress;
+
+    State() = default;
+    State(const State&) = delete;
+    State& operator=(const State&) = delete;
+
+    ~State() {
+        if (multi != nullptr && easy != nullptr) {
+            curl().multi_remove(multi, easy);
+        }
+        if (easy != nullptr) {
+            curl().easy_cleanup(easy);
+        }
+        if (multi != nullptr) {
+            curl().multi_cleanup(multi);
+        }
+        if (curl().complete) {
+            curl().list_free(headers);
+            curl().list_free(route);
+        }
+    }
+
+    void moved() { progress = std::chrono::steady_clock::now(); }
+
+    bool fail() const {
+        set_last_error(error_of(result));
+        return false;
+    }
+
+    void add_header(const std::string& line) { headers = curl().list_append(headers, line.c_str()); }
+
+    static int on_connected(void* context, char*, char*, int, int) {
+        auto& state = *static_cast<State*>(context);
+        state.connected = true;
+        state.moved();
+        return CURL_PREREQFUNC_OK;
+    }
+
+    static std::size_t on_send(char* buffer, std::size_t size, std::size_t count, void* context) {
+        auto& state = *static_cast<State*>(context);
+        const std::size_t piece = state.body.copy(buffer, size * count, state.sent);
+        state.sent += piece;
+        state.moved();
+        return piece;
+    }
+
+    // The head ends with an empty line; that of an interim answer does not count.
+    static std::size_t on_header(char* buffer, std::size_t size, std::size_t count, void* context) {
+        auto& state = *static_cast<State*>(context);
+        const std::string_view line(buffer, size * count);
+        state.moved();
+        if (line.starts_with("HTTP/")) {
+            const std::size_t blank = std::min(line.find(' '), line.size());
+            state.status = std::strtol(std::string(line.substr(blank)).c_str(), nullptr, 10);
+        } else if (line == "\r\n" || line == "\n") {
+            state.headDone = state.status >= 200;
+        }
+        return line.size();
+    }
+
+    static std::size_t on_body(char* buffer, std::size_t size, std::size_t count, void* context) {
+        auto& state = *static_cast<State*>(context);
+        state.moved();
+        if (state.arrived.size() - state.taken >= kBuffered) {
+            state.paused = true;
+            return CURL_WRITEFUNC_PAUSE;
+        }
+        try {
+            state.arrived.append(buffer, size * count);
+        } catch (const std::bad_alloc&) {
+            return 0;  // which ends the transfer
+        }
+        return size * count;
+    }
+
+    template <class Value>
+    void set(CURLoption option, Value value) {
+        curl().easy_setopt(easy, option, value);
+    }
+
+    void prepare(const wchar_t* header, const std::string& address) {
+        const std::string url = (secure ? "https://" : "http://") + host + ":" + std::to_string(port) + path;
+        route = curl().list_append(nullptr, (host + ":" + std::to_string(port) + ":" + address).c_str());
+        if (header != nullptr) {
+            add_header(to_utf8(header));
+        }
+        add_header("Accept:");  // neither is the system's habit
+        add_header("Expect:");
+        set(CURLOPT_URL, url.c_str());
+        set(CURLOPT_CONNECT_TO, route);
+        set(CURLOPT_HTTPHEADER, headers);
+        set(CURLOPT_USERAGENT, agent.c_str());
+        set(CURLOPT_PROXY, "");
+        set(CURLOPT_NOSIGNAL, 1L);
+        set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+        set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(connectTimeout));
+        set(CURLOPT_PREREQFUNCTION, &on_connected);
+        set(CURLOPT_PREREQDATA, static_cast<void*>(this));
+        set(CURLOPT_HEADERFUNCTION, &on_header);
+        set(CURLOPT_HEADERDATA, static_cast<void*>(this));
+        set(CURLOPT_WRITEFUNCTION, &on_body);
+        set(CURLOPT_WRITEDATA, static_cast<void*>(this));
+        if (verb == "POST") {
+            set(CURLOPT_POST, 1L);
+            set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
+            set(CURLOPT_READFUNCTION, &on_send);
+            set(CURLOPT_READDATA, static_cast<void*>(this));
+        }
+        const std::string authority = read_network().authority;
+        if (!authority.empty()) {
+            set(CURLOPT_CAINFO, authority.c_str());  // beside the host's folder of certificates
+        }
+    }
+
+    // Lets the transfer run until a step is reached or it is over. False when nothing moves for that long.
+    template <class Condition>
+    bool drive(std::int64_t timeout, Condition reached) {
+        moved();
+        while (!done && !reached()) {
+            int running = 0;
+            curl().multi_perform(multi, &running);
+            int left = 0;
+            while (const CURLMsg* const message = curl().multi_info(multi, &left)) {
+                if (message->msg == CURLMSG_DONE) {
+                    done = true;
+                    result = message->data.result;
+                }
+            }
+            if (done || reached()) {
+                break;
+            }
+            const auto still = std::chrono::steady_clock::now() - progress;
+            const std::int64_t rest = timeout - std::chrono::duration_cast<std::chrono::milliseconds>(still).count();
+            if (rest <= 0) {
+                done = true;
+                result = CURLE_OPERATION_TIMEDOUT;
+                return false;
+            }
+            curl().multi_poll(multi, nullptr, 0, static_cast<int>(std::min<std::int64_t>(rest, 1000)), nullptr);
+        }
+        return true;
+    }
+};
+
+HttpExchange::HttpExchange() : state_(new State) {}
+
+HttpExchange::~HttpExchange() {
+    delete state_;
+}
+
+bool HttpExchange::open(const wchar_t* user_agent) {
+    if (!curl().complete) {
+        set_last_error(kInternalError);
+        return false;
+    }
+    state_->agent = to_utf8(user_agent);
+    return true;
+}
+
+bool HttpExchange::set_timeouts(std::int32_t resolve, std::int32_t connect, std::int32_t send, std::int32_t receive) {
+    state_->connectTimeout = std::int64_t{resolve} + connect;
+    state_->sendTimeout = send;
+    state_->receiveTimeout = receive;
+    return true;
+}
+
+bool HttpExchange::connect(const std::wstring& server, std::uint16_t port) {
+    state_->host = to_utf8(server);
+    state_->port = port;
+    if (server.empty()) {
+        set_last_error(kInvalidUrl);
+        return false;
+    }
+    return true;
+}
+
+bool HttpExchange::open_request(const wchar_t* verb, const std::wstring& path, bool secure) {
+    state_->verb = to_utf8(verb);
+    state_->path = to_utf8(path);
+    state_->secure = secure;
+    state_->easy = curl().easy_init();
+    state_->multi = curl().multi_init();
+    if (state_->easy == nullptr || state_->multi == nullptr) {
+        set_last_error(kInternalError);
+        return false;
+    }
+    return true;
+}
+
+bool HttpExchange::send(const wchar_t* header, const std::string& body) {
+    const std::string address = resolve_host(state_->host, state_->port);
+    if (address.empty()) {
+        set_last_error(kNameNotResolved);
+        return false;
+    }
+    State& state = *state_;
+    state.body = body;
+    state.prepare(header, address);
+    if (curl().multi_add(state.multi, state.easy) != CURLM_OK) {
+        set_last_error(kInternalError);
+        return false;
+    }
+    const auto isSent = [&] { return state.headDone || (state.connected && state.sent == state.body.size()); };
+    // While it connects, libcurl's own limit holds; from then on each piece has the send timeout.
+    state.drive(state.connectTimeout + state.sendTimeout, [&] { return state.connected; });
+    state.drive(state.sendTimeout, isSent);
+    if (isSent()) {
+        return true;  // what went wrong afterwards is the answer's affair
+    }
+    state.refused = error_of(state.result) == kErrorSecureFailure;
+    return state.fail();
+}
+
+bool HttpExchange::set_security_flags(std::uint32_t) {
+    return true;
+}
+
+bool HttpExchange::receive() {
+    State& state = *state_;
+    if (state.refused) {
+        set_last_error(kErrorIncorrectHandleState);
+        return false;
+    }
+    state.drive(state.receiveTimeout, [&] { return state.headDone; });
+    return state.headDone || state.fail();
+}
+
+bool HttpExchange::query_status(std::wstring& status) {
+    status = std::to_wstring(state_->status);
+    return true;
+}
+
+bool HttpExchange::query_available(std::uint32_t& size) {
+    State& state = *state_;
+    const auto waiting = [&] { return state.arrived.size() - state.taken; };
+    if (waiting() == 0 && state.paused) {
+        state.paused = false;
+        curl().easy_pause(state.easy, CURLPAUSE_CONT);
+    }
+    state.drive(state.receiveTimeout, [&] { return waiting() > 0; });
+    size = static_cast<std::uint32_t>(std::min(waiting(), kPiece));
+    return size > 0 || state.result == CURLE_OK || state.fail();
+}
+
+bool HttpExchange::read(char* buffer, std::uint32_t size, std::uint32_t& count) {
+    State& state = *state_;
+    count = static_cast<std::uint32_t>(state.arrived.copy(buffer, size, state.taken));
+    state.taken += count;
+    if (state.taken == state.arrived.size()) {
+        state.arrived.clear();
+        state.taken = 0;
+    }
+    return true;
+}
+
+bool is_online() {
+    return read_network().online;
+}
+
+}  // namespace platform

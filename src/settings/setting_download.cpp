@@ -1,0 +1,99 @@
+// The download of SettingFileManager: what the server may replace the stored setting file with.
+#include <algorithm>
+
+#include "collection/zorv_win_io_dll.h"
+#include "common/log.h"
+#include "common/registry.h"
+#include "common/text.h"
+#include "common/version.h"
+#include "settings/period_codes.h"
+#include "settings/setting_file_manager.h"
+#include "upload/answer.h"
+#include "upload/http_client.h"
+
+namespace zorvalis {
+namespace {
+
+constexpr std::int32_t kRefused = -1;
+
+std::int32_t Refused(const char* words) {
+    LogMessage(words);
+    return kRefused;
+}
+
+bool IsPeriodCode(const std::string& text) {
+    return std::any_of(kPeriodCodes.begin(), kPeriodCodes.end(),
+                       [&](const PeriodCode& one) { return one.code == text; });
+}
+
+}  // namespace
+
+std::string SettingFileManager::GetModelName() const {
+    ZorvWinIoDll zorvWinIoDll;
+    WideBuffer model{};
+    zorvWinIoDll.ReadWide("WMIGetModelName", model.data(), 1);
+    return NarrowBytes(WideText(model));
+}
+
+Json SettingFileManager::GetSettingFileFromServer() const {
+    LogMessage("[SettingFileManager] GetSettingFileFromServer");
+    const std::string model = GetModelName();
+    LogMessage("[SettingFileManager][GetSettingFileFromServer] mode : " + model + ", version : " + kServiceVersion);
+    Json request;
+    request["clientversion"] = kServiceVersion;
+    request["modelname"] = model;
+    const std::string body = HttpSSLPost(getBGServerURL(), "/api/FS/query", DumpJson(request), kJsonContent,
+                                         kConnectTimeout, kTransferTimeout, kTransferTimeout);
+    if (body == kTransportError) {
+        LogMessage("[SettingFileManager] post api return error");
+        return 0;
+    }
+    LogMessage("[SettingFileManager] post return : " + body);
+    Json answer = ParseAnswer(body);
+    LogMessage("[SettingFileManager] parse ok");
+    return answer;
+}
+
+std::int32_t SettingFileManager::UpdateSettingFile() {
+    const Json answer = GetSettingFileFromServer();
+    if (answer == 0) {
+        return Refused("[SettingFileManager] downloadJson == NULL");
+    }
+    const auto status = answer.find("status");
+    if (status == answer.end()) {
+        return Refused("[SettingFileManager] Json file error");
+    }
+    if (*status != "OK") {
+        // The client goes back to its default behaviour, and the download counts as failed all the same.
+        RemoveSettingFile();
+        ReloadSettingFile();
+        AskForReload();
+        return Refused("[SettingFileManager] server return status not equal OK");
+    }
+    std::string version;
+    std::string text;
+    if (!FindSettingText(answer, "service_version", version) || !FindSettingText(answer, "json_string", text)) {
+        return Refused("[SettingFileManager] Json file error");
+    }
+    Json tree = ParseJson(text);
+    std::string period;
+    if (!FindSettingText(tree, "downloadSetting", period)) {
+        return Refused("[SettingFileManager] json do not have downloadSetting token");
+    }
+    if (!IsPeriodCode(period)) {
+        return Refused("[SettingFileManager] json downloadSetting syntax error");
+    }
+    tree["version"] = version;  // never what the document itself says
+    SaveSettingFile(DumpJson(tree));
+    LogMessage("[SettingFileManager] save ok");
+    ReloadSettingFile();
+    AskForReload();
+    return 0;
+}
+
+// The running service loads the file too.
+void SettingFileManager::AskForReload() const {
+    WriteRegDword(kLocalMachine, kProductKey, L"NEEDRELOAD_SETTING_FILE", 1);
+}
+
+}  // namespace zorvalis

@@ -1,0 +1,40 @@
+#include "upload/answer.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace zorvalis {
+namespace {
+
+const Json& Member(const Json& answer, const char* key) {
+    static const Json* const kNull = new Json;
+    const auto found = answer.find(key);
+    return found != answer.end() ? *found : *kNull;
+}
+
+}  // namespace
+
+Json ParseAnswer(std::string body) {
+    std::replace_if(
+        body.begin(), body.end(), [](char c) { return c == '\r' || c == '\n' || c == '\b' || c == '\f' || c == '\t'; },
+        ' ');
+    return ParseJson(body);
+}
+
+std::string AnswerText(const Json& answer, const char* key) {
+    return Member(answer, key).get<std::string>();
+}
+
+std::int64_t AnswerNumber(const Json& answer, const char* key) {
+    const Json& number = Member(answer, key);
+    if (!number.is_number()) {  // a boolean is none
+        throw std::domain_error(std::string("type must be number, but is ") + number.type_name());
+    }
+    if (number.is_number_float()) {
+        constexpr double kLimit = 9.0e18;
+        return static_cast<std::int64_t>(std::clamp(number.get<double>(), -kLimit, kLimit));
+    }
+    return number.get<std::int64_t>();
+}
+
+}  // namespace zorvalis

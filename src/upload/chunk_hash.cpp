@@ -1,0 +1,197 @@
+#include "upload/chunk_hash.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <string_view>
+
+#include "common/log.h"
+#include "platform/digest.h"
+#include "platform/error.h"
+#include "platform/files.h"
+
+namespace zorvalis {
+namespace {
+
+constexpr std::string_view kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+void LogFailure(const char* format) {
+    std::array<char, 64> text{};
+    std::snprintf(text.data(), text.size(), format, static_cast<int>(platform::last_error()));
+    LogMessage(text.data());
+}
+
+std::string Hexadecimal(const std::array<std::uint8_t, 16>& digest) {
+    constexpr char kDigits[] = "0123456789abcdef";
+    std::string text;
+    for (const std::uint8_t byte : digest) {
+        text += kDigits[byte >> 4];
+        text += kDigits[byte & 0x0F];
+    }
+    return text;
+}
+
+bool HashFile(platform::InputFile& file, platform::Md5& md5) {
+    std::array<char, 1024> block;
+    for (;;) {
+        std::size_t count = 0;
+        if (!file.read(block.data(), block.size(), count)) {
+            LogFailure("ReadFile failed: %d\n");
+            return false;
+        }
+        if (count == 0) {
+            return true;
+        }
+        if (!md5.add(block.data(), count)) {
+            LogFailure("CryptHashData failed: %d\n");
+            return false;
+        }
+    }
+}
+
+// What of a file could be read, in a text of the file's size: an unread tail is zeros.
+std::string ReadFile(std::FILE* file, const char* shortWords) {
+    const std::int64_t size = std::max<std::int64_t>(platform::seek_to_end(file), 0);
+    std::rewind(file);
+    std::string bytes(static_cast<std::size_t>(size), '\0');
+    if (std::fread(bytes.data(), 1, bytes.size(), file) < bytes.size()) {
+        LogMessage(shortWords);
+    }
+    return bytes;
+}
+
+std::string Encode(const std::string& bytes) {
+    std::string text;
+    text.reserve((bytes.size() + 2) / 3 * 4);
+    for (std::size_t at = 0; at < bytes.size(); at += 3) {
+        const std::size_t count = std::min<std::size_t>(bytes.size() - at, 3);
+        std::uint32_t group = 0;
+        for (std::size_t i = 0; i < 3; ++i) {
+            group = group << 8 | (i < count ? static_cast<unsigned char>(bytes[at + i]) : 0U);
+        }
+        for (std::size_t i = 0; i < 4; ++i) {
+            text += i <= count ? kAlphabet[group >> (18 - 6 * i) & 0x3F] : '=';
+        }
+    }
+    return text;
+}
+
+std::string Decode(const std::string& text) {
+    std::string bytes;
+    std::uint32_t group = 0;
+    int bits = 0;
+    for (const char c : text) {
+        const std::size_t value = kAlphabet.find(c);
+        if (value == std::string_view::npos) {
+            break;  // the padding, or no Base64
+        }
+        group = group << 6 | static_cast<std::uint32_t>(value);
+        bits += 6;
+        if (bits >= 8) {
+            bits -= 8;
+            bytes += static_cast<char>(group >> bits & 0xFF);
+        }
+    }
+    return bytes;
+}
+
+std::string ChunkPath(const std::string& path, std::int32_t start, std::int32_t block) {
+    std::array<char, 260> buffer{};
+    std::snprintf(buffer.data(), buffer.size(), "%s_MD5_%d_%d", path.c_str(), start, block);
+    return buffer.data();
+}
+
+void CopyBlock(std::FILE* source, std::FILE* chunk, std::int32_t block) {
+    for (std::int32_t copied = 0; copied < block; ++copied) {
+        const int byte = std::getc(source);
+        if (byte == EOF || std::putc(byte, chunk) == EOF) {
+            return;
+        }
+    }
+}
+
+}  // namespace
+
+void createMD5forFile(const std::string& path, std::unique_ptr<std::string>& md5) {
+    LogMessage("createMD5 path: " + path);
+    LogMessage("mbsrtowcs_s: 0");
+    platform::InputFile file;
+    if (!file.open(path)) {
+        return;
+    }
+    platform::Md5 hash;
+    if (!hash.acquire_provider() || !hash.create_hash()) {
+        LogFailure("CryptAcquireContext failed: %d\n");  // the words of both steps
+        return;
+    }
+    if (!HashFile(file, hash)) {
+        return;
+    }
+    std::array<std::uint8_t, 16> digest{};
+    if (!hash.value(digest)) {
+        LogFailure("CryptGetHashParam failed: %d\n");
+        return;
+    }
+    const std::string text = Hexadecimal(digest);
+    LogMessage("MD5 is: " + text);
+    md5 = std::make_unique<std::string>(text);
+    LogMessage("strcpy_s: 0");
+    LogMessage("createMD5forFile md5 is: " + text);
+}
+
+std::string getMD5(const std::string& path, std::int32_t start, std::int32_t blockSize, bool removeTemporary,
+                   std::unique_ptr<std::string>& chunkPath) {
+    platform::File source = platform::open_file(path, "rb");
+    if (source == nullptr) {
+        return "";
+    }
+    const std::int64_t total = platform::seek_to_end(source.get());
+    LogMessage("getMD5 totalsize: " + std::to_string(total) + " start size: " + std::to_string(start));
+    const auto block = static_cast<std::int32_t>(std::min<std::int64_t>(blockSize, total - start));
+    LogMessage("getMD5 blocksize: " + std::to_string(block));
+    std::fseek(source.get(), start, SEEK_SET);
+    const std::string chunk = ChunkPath(path, start, block);  // a last, short piece names its true length
+    platform::remove_file(chunk);
+    if (const platform::File target = platform::open_file(chunk, "wb+")) {
+        CopyBlock(source.get(), target.get(), block);
+    }
+    source.reset();
+    std::unique_ptr<std::string> md5;
+    createMD5forFile(chunk, md5);
+    if (removeTemporary) {
+        platform::remove_file(chunk);
+        LogMessage("getMD5 removetemp");
+    } else {
+        chunkPath = std::make_unique<std::string>(chunk);
+        LogMessage("getMD5 chunkfilepath name: " + chunk);
+    }
+    if (md5 == nullptr) {
+        return "";
+    }
+    LogMessage("MD5 final is " + *md5);
+    return *md5;
+}
+
+std::string base64_FileEncode(const std::string& path) {
+    LogMessage("[base64_FileEncode] Start filename: " + path);
+    std::string result = " ";
+    if (const platform::File file = platform::open_file(path, "rb")) {
+        LogMessage("[base64_FileEncode] File not null ");
+        result = Encode(ReadFile(file.get(), "[base64_FileEncode] result != totalsize "));
+    }
+    LogMessage("[base64_FileEncode] End ");
+    return result;
+}
+
+std::string base64_FileDecode(const std::string& path) {
+    LogMessage("[base64_FileDecode] Start filename: " + path);
+    std::string result;
+    if (const platform::File file = platform::open_file(path, "rb")) {
+        LogMessage("[base64_FileDecode] File not null ");
+        result = Decode(ReadFile(file.get(), "[base64_FileDecode] result != totalsize "));
+    }
+    LogMessage("[base64_FileDecode] End ");
+    return result;
+}
+
+}  // namespace zorvalis

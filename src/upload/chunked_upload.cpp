@@ -1,0 +1,277 @@
+// The upload of BG_FILESTATUS_CONTROLLER: each file goes to the server in small pieces, from where the server says it
+// stopped. Every step is written to the file's row as it is reached, so that the row tells how far a file got even when
+// the process dies.
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <utility>
+
+#include "collection/collectors.h"
+#include "common/files.h"
+#include "common/log.h"
+#include "common/time.h"
+#include "platform/clock.h"
+#include "platform/files.h"
+#include "upload/answer.h"
+#include "upload/chunk_hash.h"
+#include "upload/file_status.h"
+#include "upload/http_client.h"
+#include "upload/server_calls.h"
+#include "upload/status_cycle.h"
+#include "upload/upload_status.h"
+
+namespace zorvalis {
+namespace {
+
+constexpr std::uint32_t kPause = 200;  // milliseconds before each call
+
+constexpr std::array<std::int32_t, 7> kChunkSizes = {8192, 16384, 32768, 65536, 131072, 262144, 524288};
+
+std::int32_t ChunkSizeOf(std::int32_t index) {
+    return index >= 1 && index < static_cast<std::int32_t>(kChunkSizes.size()) ? kChunkSizes[index] : kChunkSizes[0];
+}
+
+std::string Quoted(const std::string& text) {
+    return "'" + text + "'";
+}
+
+bool IsNoAnswer(const Json& answer) {
+    return answer == 0;
+}
+
+// The row of the file that is being sent.
+class Row {
+public:
+    Row(sqlite3* database, const std::string& fileName) : database_(database), fileName_(fileName) {}
+
+    void Set(FileColumn column, const std::string& value) const {
+        updateFileStatus(column, database_, fileName_, value);
+    }
+    void Set(FileColumn column, std::int64_t value) const { Set(column, std::to_string(value)); }
+    void SetStage(const std::string& stage) const { Set(FILE_UPLOAD_STAGE, stage); }
+
+private:
+    sqlite3* database_;
+    const std::string& fileName_;
+};
+
+// A file on its way: what is known of it, and the text that its row will say of the attempt.
+struct Sending {
+    const Row& row;
+    const FileRecord& record;
+    std::string path;
+    std::int64_t size = 0;
+    std::string md5 = {};
+    std::string uuid = {};
+    std::int64_t offset = 0;
+    std::string response = "OK";
+};
+
+std::int32_t Ended(Sending& file, std::int32_t code, std::string response) {
+    file.response = std::move(response);
+    return code;
+}
+
+// Measures the file and makes its checksum when the row has none: a file that changed after its first attempt keeps the
+// old one. 0 to go on.
+std::int32_t Measure(Sending& file) {
+    LogMessage("[BG_FILESTATUS_CONTROLLER][uploading] Step1 get file total size and file checksum");
+    file.size = GetFileSize(file.path);
+    if (file.size < 0) {
+        file.row.SetStage("'filesize < 0'");
+        return BG_UPLOAD_STATUS_ERROR;
+    }
+    if (file.record.size == 0 || file.record.size != file.size) {
+        file.row.Set(FILE_SIZE, file.size);
+    }
+    file.md5 = file.record.md5;
+    if (!file.md5.empty()) {
+        return 0;
+    }
+    file.row.SetStage("'Create MD5 for File'");
+    std::unique_ptr<std::string> md5;
+    createMD5forFile(file.path, md5);
+    if (md5 == nullptr) {
+        return BG_UPLOAD_STATUS_MD5_ERROR;
+    }
+    LogMessage("[BG_FILESTATUS_CONTROLLER][uploading] Create CMD5 : " + *md5);
+    LogMessage("[BG_FILESTATUS_CONTROLLER][uploading] Create md5str : " + *md5 +
+               " filesize : " + std::to_string(file.size));
+    file.row.Set(FILE_MD5, Quoted(*md5));
+    file.md5 = *md5;
+    return 0;
+}
+
+// 0 to go on; success when the server has the whole file already.
+std::int32_t AskWhereToStart(Sending& file) {
+    LogMessage("[BG_FILESTATUS_CONTROLLER][uploading] Step2. Query current file start position");
+    file.row.SetStage("'inituploadfile'");
+    const Json inituploadjson = InitUploadFile(file.record.fileName, file.size, file.md5);
+    if (IsNoAnswer(inituploadjson)) {
+        LogMessage("[BG_FILESTATUS_CONTROLLER][uploading] Step2 inituploadjson == NULL");
+        return Ended(file, BG_UPLOAD_STATUS_INITUPLOADFILE_ERROR, "BG_UPLOAD_STATUS_INITUPLOADFILE_ERROR");
+    }
+    const std::string status = AnswerText(inituploadjson, "status");
+    if (status == "UPLOAD_FINISHED") {
+        LogMessage(
+            "[BG_FILESTATUS_CONTROLLER][uploading] inituploadjson[\"status\"].get<std::string>() == "
+            "\"UPLOAD_FINISHED\"");
+        return Ended(file, BG_UPLOAD_STATUS_SUCCESS, "UPLOAD_FINISHED");
+    }
+    if (status != "OK") {
+        LogMessage("[BG_FILESTATUS_CONTROLLER][uploading] BG_UPLOAD_STATUS_INITUPLOADFILE_ERROR ");
+        return Ended(file, BG_UPLOAD_STATUS_INITUPLOADFILE_ERROR, status);
+    }
+    LogMessage("[BG_FILESTATUS_CONTROLLER][uploading] Step2 inituploadjson[\"status\"].get<std::string>() =  \"OK\" " +
+               DumpJson(inituploadjson));
+    file.uuid = AnswerText(inituploadjson, "fileuuid");
+    if (file.record.uuid.empty()) {
+        file.row.Set(FILE_UUID, Quoted(file.uuid));
+    }
+    file.offset = AnswerNumber(inituploadjson, "filesize");
+    return 0;
+}
+
+// 0 to go on with the next chunk. What was sent is deleted; a chunk that failed stays.
+std::int32_t SendChunk(Sending& file, std::int32_t chunkSize) {
+    LogMessage("[BG_FILESTATUS_CONTROLLER][uploading] Step3 uploadbytes: " + std::to_string(file.offset) + " < " +
+               " filesize: " + std::to_string(file.size));
+    file.row.SetStage("'getMD5'");
+    std::unique_ptr<std::string> chunkPath;
+    const std::string md5 = getMD5(file.path, static_cast<std::int32_t>(file.offset), chunkSize, false, chunkPath);
+    if (md5.empty()) {
+        return Ended(file, BG_UPLOAD_STATUS_MD5_ERROR, "BG_UPLOAD_STATUS_MD5_ERROR");
+    }
+    LogMessage("BG_FILESTATUS_CONTROLLER: uploading : Step3 split the file and get md5:" + md5);
+    if (chunkPath == nullptr) {
+        return 0;  // once more from the same offset
+    }
+    LogMessage("[BG_FILESTATUS_CONTROLLER][uploading] Step3 chunkfilepath != NULL");
+    const std::string chunk = base64_FileEncode(*chunkPath);
+    if (chunk == " ") {
+        LogMessage("[BG_FILESTATUS_CONTROLLER][uploading] Step3 chunkbase64 is empty");
+        return Ended(file, BG_UPLOAD_STATUS_BASE64_ERROR, "BG_UPLOAD_STATUS_BASE64_ERROR");
+    }
+    platform::sleep_milliseconds(kPause);
+    file.row.SetStage("'uploadfilechunk uploadbytes:" + std::to_string(file.offset) + "'");
+    const Json uploadfilechunkjson = UploadFileChunk(file.uuid, chunk, md5);
+    if (IsNoAnswer(uploadfilechunkjson)) {
+        LogMessage("[BG_FILESTATUS_CONTROLLER][uploading] uploadfilechunkjson == NULL");
+        return Ended(file, BG_UPLOAD_STATUS_UPLOADFILECHUNK_ERROR, "BG_UPLOAD_STATUS_UPLOADFILECHUNK_ERROR");
+    }
+    const std::string status = AnswerText(uploadfilechunkjson, "status");
+    if (status != "OK") {
+        LogMessage(
+            "[BG_FILESTATUS_CONTROLLER][uploading] uploadfilechunkjson[\"status\"].get<std::string>() != \"OK\" ");
+        return Ended(file, BG_UPLOAD_STATUS_UPLOADFILECHUNK_ERROR, status);
+    }
+    file.offset += std::min<std::int64_t>(chunkSize, file.size - file.offset);
+    file.response = "BG_UPLOAD_STATUS_UPLOADFILECHUNK: " + std::to_string(file.offset);
+    file.row.Set(FILE_UPLOAD_BYTES, file.offset);
+    platform::remove_file(*chunkPath);
+    return 0;
+}
+
+std::int32_t FinishFile(Sending& file) {
+    LogMessage("[BG_FILESTATUS_CONTROLLER][uploading] Step 4 call finishupload: uploadbytes " +
+               std::to_string(file.offset) + " " + std::to_string(file.size));
+    platform::sleep_milliseconds(kPause);
+    file.row.SetStage("'finishupload uploadbytes:" + std::to_string(file.offset) + "'");
+    const Json finishjson = FinishUpload(file.uuid);
+    if (IsNoAnswer(finishjson)) {
+        return Ended(file, BG_UPLOAD_STATUS_FINISHUPLOAD_ERROR, "BG_UPLOAD_STATUS_FINISHUPLOAD_ERROR");
+    }
+    const std::string status = AnswerText(finishjson, "status");
+    if (status != "OK") {
+        return Ended(file, BG_UPLOAD_STATUS_FINISHUPLOAD_ERROR, "BG_UPLOAD_STATUS_FINISHUPLOAD: " + status);
+    }
+    return Ended(file, BG_UPLOAD_STATUS_SUCCESS, "BG_UPLOAD_STATUS_SUCCESS");
+}
+
+std::int32_t SendToServer(Sending& file, std::int32_t chunkSize) {
+    std::int32_t code = AskWhereToStart(file);
+    while (code == 0 && file.offset < file.size) {
+        code = SendChunk(file, chunkSize);
+    }
+    return code == 0 ? FinishFile(file) : code;
+}
+
+// What a run's result becomes after one file.
+void RecordOutcome(const Row& row, std::int32_t code, std::int32_t& result) {
+    if (code < BG_UPLOAD_STATUS_INITUPLOADFILE_ERROR) {
+        row.Set(FILE_STATUS, std::int64_t{code} - 1);
+    } else if (code != BG_UPLOAD_STATUS_FILE_NOT_EXIST) {
+        row.Set(FILE_STATUS, std::int64_t{3});
+        result = BG_UPLOAD_STATUS_ERROR;
+    }
+}
+
+}  // namespace
+
+std::int32_t BG_FILESTATUS_CONTROLLER::startUpload(std::int32_t fileType, std::int32_t chunkIndex,
+                                                   std::int32_t ageInDays, const std::string& dbName) {
+    LogMessage("[BG_FILESTATUS_CONTROLLER][startUpload] Start ...");
+    if (!checkNewtWork()) {
+        LogMessage("[BG_FILESTATUS_CONTROLLER][startUpload] BG_UPLOAD_STATUS_NETWORK_ERROR");
+        return BG_UPLOAD_STATUS_NETWORK_ERROR;
+    }
+    const std::vector<FileRecord> files = getUploadFileList(fileType, ageInDays, dbName);
+    if (files.empty()) {
+        LogMessage("[BG_FILESTATUS_CONTROLLER][startUpload] BG_UPLOAD_STATUS_FILEEMPTY");
+        return BG_UPLOAD_STATUS_FILEEMPTY;
+    }
+    if (files.size() == 1 && files[0].fileName.empty()) {
+        return BG_UPLOAD_STATUS_LIST_OPEN_ERROR;
+    }
+    std::int32_t result = BG_UPLOAD_STATUS_SUCCESS;
+    {
+        StatusCycle cycle(dbName);
+        if (!cycle.IsOpen()) {
+            LogMessage("[BG_FILESTATUS_CONTROLLER][startUpload] Error Opening SQLite3 datbase");
+            return BG_UPLOAD_STATUS_ERROR;
+        }
+        for (const FileRecord& file : files) {
+            const Row row(cycle.Connection(), file.fileName);
+            row.Set(FILE_UPLOAD_START_TIME, Quoted(NowTimeString()));
+            row.Set(FILE_UPLOAD_STATUS, std::int64_t{BG_UPLOAD_STATUS_IN_PROGRESS});
+            row.SetStage("'initUploadFile start'");
+            createAllTables(file.fileName, static_cast<DbClass>(file.fileType));
+            const std::int32_t code = uploading(cycle.Connection(), file, chunkIndex);
+            row.Set(FILE_UPLOADED_TIME, Quoted(NowTimeString()));
+            LogMessage("[BG_FILESTATUS_CONTROLLER][startUpload] file: " + file.fileName +
+                       " upload status: " + std::to_string(code));
+            row.Set(FILE_UPLOAD_STATUS, std::int64_t{code});
+            row.Set(FILE_TRY_COUNT, std::int64_t{file.tryCount} + 1);
+            RecordOutcome(row, code, result);
+        }
+    }
+    LogMessage("[BG_FILESTATUS_CONTROLLER][startUpload] Return ...");
+    return result;
+}
+
+std::int32_t BG_FILESTATUS_CONTROLLER::uploading(sqlite3* database, const FileRecord& record, std::int32_t chunkIndex) {
+    LogMessage("[BG_FILESTATUS_CONTROLLER][uploading] Start");
+    const Row row(database, record.fileName);
+    row.SetStage("'uploading start'");
+    if (database == nullptr) {
+        row.SetStage("'updb == NULL'");
+        return BG_UPLOAD_STATUS_ERROR;
+    }
+    Sending file{row, record, kDataFolder + record.fileName};
+    if (!platform::file_exists(file.path)) {
+        LogMessage("[BG_FILESTATUS_CONTROLLER][uploading] Step0 " + record.fileName + " not exist ");
+        row.SetStage("'File Not Exist'");
+        row.Set(FILE_STATUS, std::int64_t{2});
+        return BG_UPLOAD_STATUS_FILE_NOT_EXIST;
+    }
+    const std::int32_t unmeasured = Measure(file);
+    if (unmeasured != 0) {
+        return unmeasured;  // these rows keep their older response
+    }
+    const std::int32_t code = SendToServer(file, ChunkSizeOf(chunkIndex));
+    row.Set(FILE_SERVER_RESPONSE, Quoted(file.response));
+    row.SetStage("'uploading complete'");
+    return code;
+}
+
+}  // namespace zorvalis

@@ -1,0 +1,270 @@
+#include "upload/file_status.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <exception>
+#include <utility>
+
+#include "common/files.h"
+#include "common/log.h"
+#include "common/number.h"
+#include "platform/files.h"
+#include "upload/status_cycle.h"
+
+namespace zorvalis {
+namespace {
+
+constexpr char kOpenError[] = "OPEN ERROR";
+constexpr char kGone[] = "2";
+
+using RowCallback = int (*)(void*, int, char**, char**);
+
+bool Run(sqlite3* database, const std::string& sql, RowCallback callback = nullptr, void* context = nullptr) {
+    return sqlite3_exec(database, sql.c_str(), callback, context, nullptr) == SQLITE_OK;
+}
+
+// Rows on their way out of SQLite, and the error that may not pass through it.
+template <class Row>
+struct Selection {
+    std::vector<Row> rows;
+    std::exception_ptr error;
+
+    void Rethrow() const {
+        if (error != nullptr) {
+            std::rethrow_exception(error);
+        }
+    }
+};
+
+std::string ValueOf(char** values, int column) {
+    return values[column] != nullptr ? values[column] : "ISNULL";
+}
+
+int bgSelectDeleteFileCallback(void* context, int columns, char** values, char** names) {
+    auto& selection = *static_cast<Selection<std::string>*>(context);
+    try {
+        for (int column = 0; column < columns; ++column) {
+            LogMessage(std::string("[bgSelectDeleteFileCallback] azColName ") + names[column] + " value " +
+                       ValueOf(values, column));
+        }
+        if (columns > 0) {
+            selection.rows.push_back(ValueOf(values, 0));
+        }
+    } catch (...) {
+        selection.error = std::current_exception();
+        return 1;
+    }
+    return 0;
+}
+
+int bgSelectUploadFileCallback(void* context, int columns, char** values, char** names) {
+    auto& selection = *static_cast<Selection<FileRecord>*>(context);
+    try {
+        FileRecord record;
+        for (int column = 0; column < columns; ++column) {
+            const std::string value = ValueOf(values, column);
+            LogMessage(std::string("[BG_FILESTATUS_CONTROLLER][bgSelectUploadFileCallback] azColName ") +
+                       names[column] + " value " + value);
+            for (const FileColumnRow& row : kFileColumns) {
+                if (row.name != std::string_view(names[column])) {
+                    continue;
+                }
+                if (row.number != nullptr) {
+                    record.*row.number = ParseInt32(value);
+                } else {
+                    record.*row.text = value;
+                }
+            }
+        }
+        selection.rows.push_back(std::move(record));
+    } catch (...) {
+        selection.error = std::current_exception();
+        return 1;
+    }
+    return 0;
+}
+
+std::string CreateStatement() {
+    std::string sql = "CREATE TABLE IF NOT EXISTS FILESTATUS ( ";
+    for (const FileColumnRow& column : kFileColumns) {
+        sql += std::string(&column != &kFileColumns.front() ? " , " : "") + column.name + " " + column.type +
+               (column.primaryKey ? " PRIMARY KEY " : "");
+    }
+    return sql + " );";
+}
+
+std::string CommitStatement(const FileRecord& record) {
+    std::string columns;
+    std::string values;
+    for (const FileColumnRow& column : kFileColumns) {
+        const bool first = &column == &kFileColumns.front();
+        columns += std::string(first ? "" : " , ") + column.name;
+        values += (first ? "" : ",") +
+                  (column.number != nullptr ? std::to_string(record.*column.number) : "'" + record.*column.text + "'");
+    }
+    return "INSERT OR REPLACE INTO FILESTATUS ( " + columns + " )" + "VALUES(" + values + ");";
+}
+
+}  // namespace
+
+BG_FILESTATUS_CONTROLLER::BG_FILESTATUS_CONTROLLER(std::string dbName) {
+    lastResult_ = openDB(dbName, database_);
+    if (lastResult_ != SQLITE_OK) {
+        LogMessage("[BG_FILESTATUS_CONTROLLER] Error Opening SQLite3 datbase");
+        return;
+    }
+    isOpen_ = true;
+    if (!Run(database_.db, CreateStatement())) {
+        LogMessage(std::string("[BG_FILESTATUS_CONTROLLER] BG_FILESTATUS_CONTROLLER(): Error executing SQLite3 "
+                               "statemant ") +
+                   sqlite3_errmsg(database_.db));
+    }
+}
+
+BG_FILESTATUS_CONTROLLER::~BG_FILESTATUS_CONTROLLER() {
+    fcloseDB();
+}
+
+bool BG_FILESTATUS_CONTROLLER::fopenDB(const std::string& dbName) {
+    if (isOpen_) {
+        return true;
+    }
+    lastResult_ = openDB(dbName, database_);
+    isOpen_ = lastResult_ == SQLITE_OK;
+    if (!isOpen_) {
+        LogMessage("[BG_FILESTATUS_CONTROLLER][fopenDB] fail");
+    }
+    return isOpen_;
+}
+
+bool BG_FILESTATUS_CONTROLLER::fcloseDB() {
+    if (!isOpen_) {
+        return true;
+    }
+    isOpen_ = false;
+    closeDB(database_);
+    if (database_.db != nullptr) {
+        LogMessage("[BG_FILESTATUS_CONTROLLER][fcloseDB] fail");
+        return false;
+    }
+    return true;
+}
+
+void BG_FILESTATUS_CONTROLLER::commit() {
+    if (!isOpen_) {
+        return;
+    }
+    if (Run(database_.db, CommitStatement(record_))) {
+        lastResult_ = SQLITE_OK;
+        LogMessage("[BG_FILESTATUS_CONTROLLER][commit] success!!");
+    } else {
+        lastResult_ = sqlite3_errcode(database_.db);
+        LogMessage(std::string("[BG_FILESTATUS_CONTROLLER][commit()] Error executing SQLite3 statemant ") +
+                   sqlite3_errmsg(database_.db));
+    }
+}
+
+std::vector<std::string> BG_FILESTATUS_CONTROLLER::getDeletFileNameList(std::int32_t fileType,
+                                                                        const std::string& dbName) {
+    fcloseDB();
+    const StatusCycle cycle(dbName);
+    if (!cycle.IsOpen()) {
+        LogMessage("[BG_FILESTATUS_CONTROLLER][getDeletFileNameList] Error Opening SQLite3 datbase");
+        return {kOpenError};
+    }
+    Selection<std::string> selection;
+    const bool selected = Run(cycle.Connection(),
+                              "select FILE_NAME from FILESTATUS where FILE_TYPE =" + std::to_string(fileType) +
+                                  " and FILE_STATUS !=2 order by FILE_CREATEDATE asc",
+                              bgSelectDeleteFileCallback, &selection);
+    selection.Rethrow();
+    LogMessage(selected ? "[BG_FILESTATUS_CONTROLLER][getDeletFileNameList] Select Success!!"
+                        : "[BG_FILESTATUS_CONTROLLER][getDeletFileNameList] Error executing SQLite3 statemant");
+    return std::move(selection.rows);
+}
+
+std::vector<FileRecord> BG_FILESTATUS_CONTROLLER::getUploadFileList(std::int32_t fileType, std::int32_t ageInDays,
+                                                                    const std::string& dbName) {
+    fcloseDB();
+    const StatusCycle cycle(dbName);
+    if (!cycle.IsOpen()) {
+        LogMessage("[BG_FILESTATUS_CONTROLLER][getUploadFileList] Error Opening SQLite3 datbase");
+        return {FileRecord()};
+    }
+    Selection<FileRecord> selection;
+    const bool selected = Run(cycle.Connection(),
+                              "select * from FILESTATUS where FILE_TYPE=" + std::to_string(fileType) +
+                                  " and FILE_STATUS NOT IN (1,2) and FILE_TRY_COUNT < 24  and FILE_CREATEDATE <= "
+                                  "date('now','-" +
+                                  std::to_string(ageInDays) + " days')  order by FILE_CREATEDATE asc",
+                              bgSelectUploadFileCallback, &selection);
+    selection.Rethrow();
+    LogMessage(selected ? "[BG_FILESTATUS_CONTROLLER][getUploadFileList] Select Success!!"
+                        : "[BG_FILESTATUS_CONTROLLER][getUploadFileList] Error executing SQLite3 statemant");
+    return std::move(selection.rows);
+}
+
+void BG_FILESTATUS_CONTROLLER::startDelete(std::int32_t fileType, std::int32_t keep, const std::string& dbName) {
+    const std::vector<std::string> names = getDeletFileNameList(fileType, dbName);
+    const auto count = static_cast<std::int32_t>(names.size());
+    if ((count == 1 && names[0] == kOpenError) || count <= keep) {
+        return;
+    }
+    const StatusCycle cycle(dbName);
+    if (!cycle.IsOpen()) {
+        LogMessage("[BG_FILESTATUS_CONTROLLER][startDelete] Error Opening SQLite3 datbase");
+        return;
+    }
+    for (std::int32_t index = 0; index < count - keep; ++index) {
+        const std::string& name = names[index];
+        LogMessage("[BG_FILESTATUS_CONTROLLER][startDelete] " + name);
+        for (const char* ending : {"", ".cached", ".cached.temp"}) {
+            platform::remove_file(kDataFolder + name + ending);
+        }
+        if (Run(cycle.Connection(),
+                std::string("update FILESTATUS set FILE_STATUS = ") + kGone + " where FILE_NAME = '" + name + "'")) {
+            LogMessage("[BG_FILESTATUS_CONTROLLER][startDelete] Delete Success!!");
+        } else {
+            LogMessage(std::string("[BG_FILESTATUS_CONTROLLER][startDelete] Error executing SQLite3 statemant ") +
+                       sqlite3_errmsg(cycle.Connection()));
+        }
+    }
+}
+
+void BG_FILESTATUS_CONTROLLER::startDeleteFileRecord(const std::string& dbName) {
+    fcloseDB();
+    const StatusCycle cycle(dbName);
+    if (!cycle.IsOpen()) {
+        return;
+    }
+    LogMessage(Run(cycle.Connection(), "DELETE FROM FILESTATUS where FILE_STATUS=2")
+                   ? "[BG_FILESTATUS_CONTROLLER][startDeleteFileRecord] Delete File Record Success!!"
+                   : "[BG_FILESTATUS_CONTROLLER][startDeleteFileRecord] Error executing SQLite3 statemant");
+}
+
+bool updateFileStatus(sqlite3* database, const std::vector<std::string>& columns,
+                      const std::vector<std::string>& values, std::int32_t count, const std::string& fileName) {
+    LogMessage("[BG_FILESTATUS_CONTROLLER][updateFileStatus] Start");
+    LogMessage("[BG_FILESTATUS_CONTROLLER][updateFileStatus] numbers: " + std::to_string(count));
+    std::string sql = "update FILESTATUS set ";
+    for (std::int32_t index = 0; index < count; ++index) {
+        LogMessage("[BG_FILESTATUS_CONTROLLER][updateFileStatus] columns[i]: " + columns[index] +
+                   "  values[i]: " + values[index]);
+        sql += (index > 0 ? " , " : "") + columns[index] + " = " + values[index];
+    }
+    sql += " where FILE_NAME = '" + fileName + "'";
+    LogMessage("[BG_FILESTATUS_CONTROLLER][updateFileStatus] SQLite3 statemant: " + sql);
+    if (!Run(database, sql)) {
+        LogMessage("[BG_FILESTATUS_CONTROLLER][updateFileStatus] Error executing SQLite3 statemant");
+        return false;
+    }
+    LogMessage("[BG_FILESTATUS_CONTROLLER][updateFileStatus] Success!!");
+    return true;
+}
+
+void updateFileStatus(FileColumn column, sqlite3* database, const std::string& fileName, const std::string& value) {
+    updateFileStatus(database, {kFileColumns[column].name}, {value}, 1, fileName);
+}
+
+}  // namespace zorvalis

@@ -1,0 +1,68 @@
+// The record of every database file's progress: one row a file in the table FILESTATUS of "BGFS.db". It registers
+// finished files, names those to send and those to throw away, and is written at each step of an upload. Under the job
+// lock, like all that touches a database file.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "store/telemetry_handle.h"
+#include "upload/file_record.h"
+
+namespace zorvalis {
+
+inline constexpr char kStatusDb[] = "BGFS.db";
+
+class BG_FILESTATUS_CONTROLLER {
+public:
+    // Opens the database and makes sure that its table exists. When that fails the object stays usable, and later opens
+    // fail on their own.
+    explicit BG_FILESTATUS_CONTROLLER(std::string dbName = kStatusDb);
+    ~BG_FILESTATUS_CONTROLLER();
+    BG_FILESTATUS_CONTROLLER(const BG_FILESTATUS_CONTROLLER&) = delete;
+    BG_FILESTATUS_CONTROLLER& operator=(const BG_FILESTATUS_CONTROLLER&) = delete;
+
+    // The registering side: open, fill the current record, commit, close. A row of the same name is replaced.
+    bool fopenDB(const std::string& dbName);
+    bool fcloseDB();
+    void setFileName(std::string name) { record_.fileName = std::move(name); }
+    void setFileType(std::int32_t type) { record_.fileType = type; }
+    void setFileCreateDate(std::string date) { record_.createDate = std::move(date); }
+    void setFileUploadStartTime(std::string time) { record_.uploadStartTime = std::move(time); }
+    void setFileUploadedTime(std::string time) { record_.uploadedTime = std::move(time); }
+    void commit();
+
+    // All others run cycles of their own, each ended when it returns; the controller's is ended before.
+
+    // Files that count against the keep limit, oldest first; the single name "OPEN ERROR" when they can't be read.
+    std::vector<std::string> getDeletFileNameList(std::int32_t fileType, const std::string& dbName);
+
+    // Files to send now, oldest first; a single record without a name when they can't be read.
+    std::vector<FileRecord> getUploadFileList(std::int32_t fileType, std::int32_t ageInDays, const std::string& dbName);
+
+    // Removes the oldest files of a type beyond the number to keep, sent or not; their rows wait for
+    // startDeleteFileRecord.
+    void startDelete(std::int32_t fileType, std::int32_t keep, const std::string& dbName);
+    void startDeleteFileRecord(const std::string& dbName);
+
+    // Sends the files that are due. The result code of the run.
+    std::int32_t startUpload(std::int32_t fileType, std::int32_t chunkIndex, std::int32_t ageInDays,
+                             const std::string& dbName);
+
+    // Sends one file and records each step in its row, by the connection that startUpload holds. Its result code.
+    std::int32_t uploading(sqlite3* database, const FileRecord& record, std::int32_t chunkIndex);
+
+private:
+    FileRecord record_;
+    bool isOpen_ = false;
+    std::int32_t lastResult_ = 0;
+    TelemetryDb database_;
+};
+
+// Sets columns of one row; a text brings its own single quotes.
+bool updateFileStatus(sqlite3* database, const std::vector<std::string>& columns,
+                      const std::vector<std::string>& values, std::int32_t count, const std::string& fileName);
+void updateFileStatus(FileColumn column, sqlite3* database, const std::string& fileName, const std::string& value);
+
+}  // namespace zorvalis

@@ -1,0 +1,249 @@
+#include "upload/http_client.h"
+
+#include <cwchar>
+#include <new>
+#include <vector>
+
+#include "common/deployment.h"
+#include "common/log.h"
+#include "common/registry.h"
+#include "common/text.h"
+#include "platform/error.h"
+#include "platform/http.h"
+
+namespace zorvalis {
+namespace {
+
+constexpr wchar_t kUserAgent[] = L"ZORV Zorvalis/1.0";
+constexpr std::int32_t kResolveTimeout = 10000;
+constexpr std::uint16_t kPlainPort = 80;
+constexpr std::uint16_t kSecurePort = 443;
+// Unknown authority, wrong usage, wrong name, wrong date.
+constexpr std::uint32_t kIgnoreCertificateFaults = 0x3300;
+
+// What the four calls say. A line that is null is not written.
+struct Words {
+    const char* name;
+    const char* specify;  // followed by the server
+    const char* create;   // followed by the path when it ends in ": "
+    const char* send;
+    const char* sent;
+    const char* received;
+    const char* code;
+    const char* piece;
+    const char* outOfMemory;
+    const char* noResponse;
+};
+
+constexpr Words kGet = {"[HttpGet]",
+                        "[HttpGet] Specify an HTTP server: ",
+                        "[HttpGet] Create an HTTP request handle.",
+                        "[HttpGet] Send a request",
+                        "[HttpGet] End a request",
+                        "[HttpGet] Get the request",
+                        "[HttpGet] ResponseCode: ",
+                        "[HttpGet] result_s: ",
+                        "[HttpGet] Out of memory",
+                        "[HttpGet] Error has occurred: "};
+constexpr Words kPost = {"[HttpPost]",
+                         "[HttpPost] Specify an HTTP server: ",
+                         "[HttpPost] Create an HTTP request handle. path: ",
+                         "[HttpPost] Send a request...",
+                         "[HttpPost] End the request.",
+                         "[HttpPost] Get the Response.",
+                         "[HttpPost] ResponseCode: ",
+                         "[HttpPost] result_s: ",
+                         "[HttpPost] Out of memory",
+                         "[HttpPost][WinHttpReceiveResponse] Error has occurred: "};
+// The code's line calls every code an error, 200 too.
+constexpr Words kSSLGet = {"[HttpSSLGet]",
+                           nullptr,
+                           nullptr,
+                           nullptr,
+                           nullptr,
+                           nullptr,
+                           "[HttpSSLGet][ResponseCode] Error: ",
+                           nullptr,
+                           nullptr,
+                           "[HttpSSLGet][WinHttpReceiveResponse] Error has occurred: "};
+constexpr Words kSSLPost = {"[HttpSSLPost]",
+                            nullptr,
+                            nullptr,
+                            nullptr,
+                            nullptr,
+                            nullptr,
+                            "[HttpSSLPost][ResponseCode] Error: ",
+                            nullptr,
+                            nullptr,
+                            "[HttpSSLPost][WinHttpReceiveResponse] Error has occurred: "};
+
+struct Request {
+    const Words& words;
+    const wchar_t* verb;
+    bool secure;
+    std::string server;
+    std::string path;
+    const wchar_t* header;
+    std::string body;
+    std::int32_t connectTimeout;
+    std::int32_t sendTimeout;
+    std::int32_t receiveTimeout;
+};
+
+void LogLine(const char* line, const std::string& rest = "") {
+    if (line != nullptr) {
+        LogMessage(line + rest);
+    }
+}
+
+void LogError(const Words& words, const char* step, const char* text) {
+    LogMessage(std::string(words.name) + step + text + std::to_string(platform::last_error()));
+}
+
+// False when the exchange is over. A refused certificate goes on to the answer, which fails in its turn: the request is
+// never sent again with checks relaxed.
+bool Send(platform::HttpExchange& exchange, const Request& request) {
+    LogLine(request.words.send);
+    if (!exchange.send(request.header, request.body)) {
+        LogError(request.words, "[WinHttpSendRequest]", " Error has occurred: ");
+        if (!request.secure || platform::last_error() != platform::kErrorSecureFailure) {
+            return false;
+        }
+        if (!exchange.set_security_flags(kIgnoreCertificateFaults)) {
+            LogError(request.words, "[WinHttpSetOption]", " Error has occurred: ");
+            return false;
+        }
+    }
+    LogLine(request.words.sent);
+    return true;
+}
+
+bool IsAnsweredWith200(platform::HttpExchange& exchange, const Words& words) {
+    if (!exchange.receive()) {
+        LogLine(words.noResponse, std::to_string(platform::last_error()));
+        return false;
+    }
+    LogLine(words.received);
+    std::wstring status;
+    if (!exchange.query_status(status)) {
+        LogError(words, "[WinHttpQueryHeaders]", " Error: ");
+        return false;
+    }
+    const long code = std::wcstol(status.c_str(), nullptr, 10);
+    LogLine(words.code, std::to_string(code));
+    return code == 200;
+}
+
+// What had been read when a read failed is the result.
+std::string ReadBody(platform::HttpExchange& exchange, const Words& words) {
+    std::string result;
+    try {
+        for (;;) {
+            std::uint32_t size = 0;
+            if (!exchange.query_available(size)) {
+                LogError(words, "[WinHttpQueryDataAvailable]", " Error: ");
+                break;
+            }
+            if (size == 0) {
+                break;
+            }
+            std::vector<char> piece(std::size_t{size} + 1);
+            std::uint32_t count = 0;
+            if (!exchange.read(piece.data(), size, count)) {
+                LogError(words, "[WinHttpReadData]", " Error: ");
+                break;
+            }
+            LogLine(words.piece, piece.data());
+            result += piece.data();  // up to its first NUL
+        }
+    } catch (const std::bad_alloc&) {
+        LogLine(words.outOfMemory);
+    }
+    return result;
+}
+
+std::string Exchange(const Request& request) {
+    const Words& words = request.words;
+    std::string result = kTransportError;
+    {
+        platform::HttpExchange exchange;
+        if (!exchange.open(kUserAgent)) {
+            LogError(words, "[WinHttpOpen]", " Error has occurred: ");
+            return result;
+        }
+        exchange.set_timeouts(kResolveTimeout, request.connectTimeout, request.sendTimeout, request.receiveTimeout);
+        LogLine(words.specify, request.server);
+        if (!exchange.connect(WidenBytes(request.server), request.secure ? kSecurePort : kPlainPort)) {
+            LogError(words, "[WinHttpConnect]", " Error has occurred: ");
+        } else {
+            const bool namesPath = words.create != nullptr && std::string_view(words.create).ends_with(": ");
+            LogLine(words.create, namesPath ? request.path : "");
+            if (exchange.open_request(request.verb, WidenBytes(request.path), request.secure) &&
+                Send(exchange, request) && IsAnsweredWith200(exchange, words)) {
+                result = ReadBody(exchange, words);
+            }
+        }
+    }
+    LogMessage(std::string(words.name) + " Return");
+    return result;
+}
+
+const wchar_t* ContentType(std::int32_t contentType) {
+    return contentType == kJsonContent ? L"Content-Type: application/json" : L"Content-Type: text/plain";
+}
+
+}  // namespace
+
+std::string HttpGet(std::string server, std::string path, std::int32_t connectTimeout, std::int32_t sendTimeout,
+                    std::int32_t receiveTimeout) {
+    LogMessage("[HttpGet] Start");
+    return Exchange({kGet, L"GET", false, server, path, nullptr, "", connectTimeout, sendTimeout, receiveTimeout});
+}
+
+std::string HttpPost(std::string server, std::string path, std::string postcontent, std::int32_t contentType,
+                     std::int32_t connectTimeout, std::int32_t sendTimeout, std::int32_t receiveTimeout) {
+    LogMessage("[HttpPost] Start");
+    return Exchange({kPost, L"POST", false, server, path, ContentType(contentType), postcontent.c_str(), connectTimeout,
+                     sendTimeout, receiveTimeout});
+}
+
+std::string HttpSSLGet(std::string server, std::string path, std::int32_t connectTimeout, std::int32_t sendTimeout,
+                       std::int32_t receiveTimeout) {
+    LogMessage("[HttpSSLGet] Start ");
+    if (server == deployment::TestServer) {
+        LogMessage(std::string("[HttpSSLGet] server == ") + deployment::TestServer);
+        return HttpGet(server, path, connectTimeout, sendTimeout, receiveTimeout);
+    }
+    LogMessage("[HttpSSLGet] bypassSSL = false");
+    return Exchange({kSSLGet, L"GET", true, server, path, nullptr, "", connectTimeout, sendTimeout, receiveTimeout});
+}
+
+std::string HttpSSLPost(std::string server, std::string path, std::string postcontent, std::int32_t contentType,
+                        std::int32_t connectTimeout, std::int32_t sendTimeout, std::int32_t receiveTimeout) {
+    LogMessage("[HttpSSLPost] start");
+    LogMessage("[HttpSSLPost] server = " + server);
+    LogMessage("[HttpSSLPost] path = " + path);
+    LogMessage("[HttpSSLPost] postcontent = " + postcontent);
+    if (server == deployment::TestServer) {
+        LogMessage(std::string("[HttpSSLPost] server == ") + deployment::TestServer);
+        return HttpPost(server, path, postcontent, contentType, connectTimeout, sendTimeout, receiveTimeout);
+    }
+    LogMessage("[HttpSSLPost] bypassSSL = false");
+    return Exchange({kSSLPost, L"POST", true, server, path, ContentType(contentType), postcontent.c_str(),
+                     connectTimeout, sendTimeout, receiveTimeout});
+}
+
+bool checkNewtWork() {
+    LogMessage("checkNewtWork");
+    return platform::is_online();
+}
+
+std::string getBGServerURL() {
+    LogMessage("getBGServerURL start");
+    const std::wstring stored = ReadRegString(kLocalMachine, kProductKey, L"BGSERVER_URL");
+    std::string server = stored == ERROR_READREG ? deployment::DefaultServer : NarrowBytes(stored);
+    LogMessage("getBGServerURL :" + server);
+    return server;
+}
+
+}  // namespace zorvalis

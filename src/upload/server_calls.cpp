@@ -1,0 +1,41 @@
+#include "upload/server_calls.h"
+
+#include "upload/answer.h"
+#include "upload/http_client.h"
+
+namespace zorvalis {
+namespace {
+
+Json AnswerOf(const std::string& body) {
+    return body == kTransportError ? Json(0) : ParseAnswer(body);
+}
+
+Json Post(const char* path, const Json& request) {
+    return AnswerOf(HttpSSLPost(getBGServerURL(), path, DumpJson(request), kJsonContent, kConnectTimeout,
+                                kTransferTimeout, kTransferTimeout));
+}
+
+}  // namespace
+
+Json InitUploadFile(const std::string& fileName, std::int64_t size, const std::string& md5) {
+    Json request;
+    request["checksum"] = md5;
+    request["filename"] = fileName;
+    request["filesize"] = size;
+    return Post("/api/FS/inituploadfile", request);
+}
+
+Json UploadFileChunk(const std::string& fileUuid, const std::string& chunk, const std::string& md5) {
+    Json request;
+    request["checksum"] = md5;
+    request["filechunk"] = chunk;
+    request["fileuuid"] = fileUuid;
+    return Post("/api/FS/uploadfilechunk", request);
+}
+
+Json FinishUpload(const std::string& fileUuid) {
+    return AnswerOf(HttpSSLGet(getBGServerURL(), "/api/FS/finishupload/" + fileUuid, kConnectTimeout, kTransferTimeout,
+                               kTransferTimeout));
+}
+
+}  // namespace zorvalis
