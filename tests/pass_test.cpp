@@ -28,16 +28,18 @@ protected:
 TEST_F(Pass, StoresWhatIsDueAndLeavesRestingFilesAlone) {
     Run("-j0");
     EXPECT_EQ(machine.stored(), kEverything);
-    EXPECT_EQ(machine.data_files(), std::vector<std::string>{FileOf("O")});
+    EXPECT_EQ(machine.data_files(), (std::vector<std::string>{"BGFS.db", FileOf("O")}));
     EXPECT_EQ(machine.row("O", "SELECT t.freq, b.freq, s.freq, cpu_temp FROM Thermal t, Battery_Power b, SysInfo s"),
               "6 2 8 48");
     const std::wstring registered = Value(L"ODb_Filename");
     EXPECT_TRUE(registered.starts_with(WidenBytes(FileOf("O") + ";1;20")));
     const std::string bytes = read_text(kDataFolder + FileOf("O"));
-    ExpectEventLog({});
+    ExpectEventLog({"UP SUCCESS"});  // there was nothing to send yet
     Run("-j0");
     EXPECT_EQ(read_text(kDataFolder + FileOf("O")), bytes) << "nothing was due";
-    EXPECT_EQ(Value(L"ODb_Filename"), registered) << "nobody takes it yet";
+    EXPECT_EQ(Value(L"ODb_Filename"), L"") << "the record of files has taken it";
+    EXPECT_EQ(machine.query("BGFS.db", "SELECT FILE_NAME, FILE_TYPE, FILE_STATUS FROM FILESTATUS"),
+              (std::vector<std::vector<std::string>>{{FileOf("O"), "1", "0"}}));
     RemoveValue(L"GetThermal");
     Run("-j0");
     EXPECT_EQ(machine.stored(), "O Thermal 2, O Battery_Power 1, O SysInfo 1");

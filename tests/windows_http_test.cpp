@@ -31,19 +31,18 @@ std::size_t failing = 0;  // the number of the call that fails, from 1; 0 for no
 // never the same, only what is null.
 template <bool real, class Argument>
 std::string shown(Argument argument) {
-    char text[20];
+    std::uintptr_t number = std::uintptr_t(argument);
     if constexpr (std::is_pointer_v<Argument> || std::is_same_v<Argument, ULONG_PTR>) {
-        const auto address = std::uintptr_t(argument);
-        if (address == 0 || real) {
-            return address == 0 ? "null" : "*";
+        if (number == 0 || real) {
+            return number == 0 ? "null" : "*";
         }
         if constexpr (std::is_same_v<Argument, const wchar_t*>) {
             return to_utf8(argument);
         }
-        std::snprintf(text, sizeof text, "%x", address < 99 ? int(address) : *reinterpret_cast<int*>(address));
-    } else {
-        std::snprintf(text, sizeof text, "%x", unsigned(argument));
+        number = number < 99 ? number : *reinterpret_cast<DWORD*>(number);
     }
+    char text[20];
+    std::snprintf(text, sizeof text, "%x", unsigned(number));
     return text;
 }
 
@@ -66,26 +65,20 @@ auto recorder(Result (*function)(Arguments...), Name) {
         return result;
     };
 }
-#define RECORDED(function, real) ImportHook(#function, ::function, recorder<real>(::function, [] { return #function; }))
-#define FAKE(function) RECORDED(function, false)
-#define REAL(function) RECORDED(function, true)
+#define FAKE(function) ImportHook(#function, ::function, recorder<false>(::function, [] { return #function; }))
+#define REAL(function) ImportHook(#function, ::function, recorder<true>(::function, [] { return #function; }))
 
-struct Closing {
-    std::size_t opening;  // the step that opens what this call closes
-    std::string call;
-};
+using Closing = std::vector<std::pair<std::size_t, std::string>>;  // the step that opens, the call that closes
 
 // `action` gives 0 or the error. Each of its steps is made to fail in turn.
-void expect_calls(std::uint32_t (*action)(), const Calls& steps, const std::vector<Closing>& closing) {
+void expect_calls(std::uint32_t (*action)(), const Calls& steps, const Closing& closing) {
     for (failing = 0; failing <= steps.size(); ++failing) {
         calls.clear();
         EXPECT_EQ(action(), failing == 0 ? 0 : kFailure) << failing;
-        const std::size_t made = failing == 0 ? steps.size() : failing;
-        Calls expected(steps.begin(), steps.begin() + static_cast<std::ptrdiff_t>(made));
+        Calls expected = steps;
+        expected.resize(failing == 0 ? steps.size() : failing);
         for (const auto& [opening, close] : closing) {
-            if (made > opening || failing == 0) {
-                expected.push_back(close);
-            }
+            expected.insert(expected.end(), failing == 0 || failing > opening ? 1 : 0, close);
         }
         EXPECT_EQ(calls, expected) << failing;
     }
@@ -106,18 +99,10 @@ std::uint32_t exchange() {
 }
 
 TEST(HttpExchange, MakesOneCallForEachStepAndClosesFromTheInside) {
-    const ImportHook hooks[] = {FAKE(WinHttpOpen),
-                                FAKE(WinHttpSetTimeouts),
-                                FAKE(WinHttpConnect),
-                                FAKE(WinHttpOpenRequest),
-                                FAKE(WinHttpSendRequest),
-                                FAKE(WinHttpSetOption),
-                                FAKE(WinHttpReceiveResponse),
-                                FAKE(WinHttpQueryHeaders),
-                                FAKE(WinHttpQueryDataAvailable),
-                                FAKE(WinHttpReadData),
-                                FAKE(WinHttpCloseHandle),
-                                FAKE(InternetGetConnectedState)};
+    const ImportHook hooks[][3] = {{FAKE(WinHttpOpen), FAKE(WinHttpSetTimeouts), FAKE(WinHttpQueryHeaders)},
+                                   {FAKE(WinHttpConnect), FAKE(WinHttpOpenRequest), FAKE(WinHttpReceiveResponse)},
+                                   {FAKE(WinHttpReadData), FAKE(WinHttpSendRequest), FAKE(WinHttpQueryDataAvailable)},
+                                   {FAKE(WinHttpSetOption), FAKE(WinHttpCloseHandle), FAKE(InternetGetConnectedState)}};
     Calls steps = {"WinHttpOpen agent 0 null null 0",
                    "WinHttpSetTimeouts 1 1 2 3 4",
                    "WinHttpConnect 1 host 1bb 0",
@@ -128,8 +113,7 @@ TEST(HttpExchange, MakesOneCallForEachStepAndClosesFromTheInside) {
                    "WinHttpQueryHeaders 4 13 null 0 10 null",
                    "WinHttpQueryDataAvailable 4 0",
                    "WinHttpReadData 4 0 5 0"};
-    const std::vector<Closing> closing = {
-        {4, "WinHttpCloseHandle 4"}, {3, "WinHttpCloseHandle 3"}, {1, "WinHttpCloseHandle 1"}};
+    const Closing closing = {{4, "WinHttpCloseHandle 4"}, {3, "WinHttpCloseHandle 3"}, {1, "WinHttpCloseHandle 1"}};
     expect_calls(exchange<true>, steps, closing);
     steps[3] = "WinHttpOpenRequest 3 GET /path null null null 0";
     steps[4] = "WinHttpSendRequest 4 null 0 null 0 0 null";

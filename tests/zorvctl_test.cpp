@@ -6,11 +6,18 @@
 #include <filesystem>
 #include <map>
 
+#include "common/code_page.h"
 #include "common/deployment.h"
+#include "common/files.h"
+#include "common/time.h"
+#include "platform/clock.h"
 #include "platform/event_log.h"
 #include "platform/machine.h"
 #include "platform/module.h"
 #include "support/machine.h"
+#include "support/notebook.h"
+#include "upload/file_status.h"
+#include "upload/status_cycle.h"
 
 namespace zorvalis {
 namespace {
@@ -166,6 +173,101 @@ TEST(ZorvctlRegistry, SetsReadsListsAndDeletes) {
     }
 }
 
+TEST(ZorvctlUploads, SayHowFarEachFileIsNewestLastAndChangeNothing) {
+    TestMachine machine;
+    machine.setting(R"({"version": "2.0.6.0", "upload": "m60", "intervalTimer": "0", "totalCollectTime": "999"})");
+    SetValue(L"MainSwitch", L"1");
+    const Result none = run(machine, "uploads");
+    EXPECT_EQ(none.code, 0) << none.errors;
+    EXPECT_EQ(none.output,
+              "no file has been registered for upload yet\nNext upload: at the next pass, for the first time.\n");
+    SetValue(L"upload", std::to_wstring(platform::now_seconds() - 3000));
+    {
+        BG_FILESTATUS_CONTROLLER files;
+        const auto add = [&](const std::string& name, std::int32_t type, const std::string& date) {
+            files.fopenDB(kStatusDb);
+            files.setFileName(name);
+            files.setFileType(type);
+            files.setFileCreateDate(date);
+            files.commit();
+        };
+        add("young", 3, NowTimeString().substr(0, 10));
+        add("halfway", 1, "2020-01-05");
+        for (int i = 0; i < 9; ++i) {
+            add("old" + std::to_string(i), 2, "2020-01-04");
+        }
+        files.fopenDB(kStatusDb);
+        files.fcloseDB();
+    }
+    {
+        StatusCycle cycle(kStatusDb);
+        updateFileStatus(cycle.Connection(),
+                         {"FILE_STATUS", "FILE_SIZE", "FILE_UPLOAD_BYTES", "FILE_TRY_COUNT", "FILE_SERVER_RESPONSE"},
+                         {"3", "8000", "4000", "3", "'BUSY'"}, 5, "halfway");
+        updateFileStatus(FILE_TRY_COUNT, cycle.Connection(), "old8", "24");
+    }
+    const std::string path = std::string(kDataFolder) + kStatusDb, before = read_text(path);
+    const std::string output = run(machine, "uploads").output;
+    const char* const pieces[] = {"old1\n",
+                                  "old8\n",
+                                  "given up",
+                                  "halfway\n    timed samples, ",
+                                  "failed, tried again\n    [##########....",
+                                  "] 50% of 8000 bytes, try 3 of 24\n    last answer: BUSY\n",
+                                  "young\n    hardware events",
+                                  "two days old",
+                                  "The newest 10 of 11 files",
+                                  "Next upload: in 10 minutes, "};
+    std::size_t at = 0;
+    for (const char* piece : pieces) {
+        at = output.find(piece, at);
+        EXPECT_NE(at, std::string::npos) << piece << "\n" << output;
+        at = at == std::string::npos ? 0 : at;
+    }
+    EXPECT_EQ(output.find("old0"), std::string::npos);
+    EXPECT_NE(run(machine, "uploads --all").output.find("old0"), std::string::npos);
+    EXPECT_EQ(machine.data_files(), std::vector<std::string>{kStatusDb});
+    EXPECT_EQ(read_text(path), before);
+}
+
+TEST(ZorvctlSettings, SayWhichFileRulesAndWhatItMeans) {
+    const struct {
+        const char *stored, *mainSwitch;
+        int code;
+        const char* text;  // a piece of what is said, in output or errors
+    } cases[] = {
+        {"", "1", 0, "the default, since none from the server is stored"},
+        {R"({"version": "2.0.6.0"})", "0", 0, "default.json\nrules   the default, since the user has switched it off"},
+        {R"({"version": "2.0.6.0"})", "2", 0, "\"2\" is neither on nor off"},
+        {R"({"version": "2.0.6.9"})", "1", 0, "the server's is for version 2.0.6.9"},
+        {R"({"version": "2.0.6.0"})", "1", 0, "setting.json\nrules   the server's"},
+        {R"({"version": "2.0.6.0"})", "1", 0, "held back: the settings have no intervalTimer"},
+        {R"({"version": "2.0.6.0", "thermal": "m60"})", "1", 0, "fans every hour        in 10 minutes, "},
+        {R"({"version": "2.0.6.0", "thermal": "m7"})", "1", 0, "fans: no period  never\n"},
+        {R"({"version": "2.0.6.0", "ac_dc": "AC_DC"})", "1", 0, "AC_DC           off: mains"},
+        {R"({"version": "2.0.6.0", "intervalTimer": "3"})", "1", 0, "pauses until "},
+        {R"({"version": "2.0.6.0", "totalCollectTime": "12"})", "1", 0, "until 2021/01/0"},
+        {R"({"version": )", "1", 1, "setting.json is no JSON"},
+        {R"({"version": "2.0.6.0", "lid_open_close": 1})", "1", 1, "no text under lid_open_close"},
+        {R"({"version": "2.0.6.0", "intervalTimer": "x"})", "1", 1, "no number under intervalTimer"},
+    };
+    for (const auto& each : cases) {
+        TestMachine machine;
+        machine.ready();
+        if (*each.stored != '\0') {
+            machine.setting(each.stored);
+        }
+        SetValue(L"MainSwitch", Utf82Unicode(each.mainSwitch));
+        SetValue(L"GetThermal", std::to_wstring(platform::now_seconds() - 3000));
+        SetValue(L"lastDojobTime", std::to_wstring(platform::now_seconds() - 2 * 86400));
+        const Result result = run(machine, "settings");
+        EXPECT_EQ(result.code, each.code) << each.stored;
+        EXPECT_NE((result.output + result.errors).find(each.text), std::string::npos) << each.stored << "\n"
+                                                                                      << result.output << result.errors;
+        EXPECT_EQ(run(machine, "settings --json").code, each.code);
+    }
+}
+
 #ifndef _WIN32
 TEST(ZorvctlMachine, IsMadeOnceAndReadyToCollect) {
     const TestMachine outer;
@@ -207,7 +309,8 @@ TEST(ZorvctlTrace, TurnsTheSessionOnAndOffAndReadsTheLogs) {
 
 TEST(Zorvctl, TellsHelpFromWrongUsage) {
     const TestMachine machine;
-    for (const char* command : {"", "machine", "machine init", "show", "registry", "registry set", "trace", "log"}) {
+    for (const char* command :
+         {"", "machine", "machine init", "show", "uploads", "settings", "registry", "registry set", "trace", "log"}) {
         const Result help = run(machine, std::string(command) + " --help");
         EXPECT_EQ(help.code, 0) << command;
         EXPECT_NE(help.output.find("Usage: zorvctl"), std::string::npos) << command;

@@ -58,6 +58,7 @@ Notebook::Notebook() {
     ready();
     change_hardware("{}");
     change_setting("{}");
+    WriteRegString(kLocalMachine, kProductKey, L"BGSERVER_URL", L"localhost");  // where nothing answers
 }
 
 void Notebook::change_hardware(const std::string& changes) {

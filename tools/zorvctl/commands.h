@@ -17,6 +17,8 @@ inline std::string FromOne(const std::string& number) {
 
 void AddMachineCommands(CLI::App& app);
 void AddShowCommand(CLI::App& app);
+void AddUploadsCommand(CLI::App& app);
+void AddSettingsCommand(CLI::App& app);
 void AddRegistryCommands(CLI::App& app);
 void AddTraceCommand(CLI::App& app);
 void AddLogCommand(CLI::App& app);

@@ -1,10 +1,6 @@
 // Makes a stand-in machine, and says whether a pass would collect on it.
 
 #include <CLI/CLI.hpp>
-#include <chrono>
-#include <cstdio>
-#include <cstdlib>
-#include <ctime>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -14,14 +10,12 @@
 #include "common/files.h"
 #include "common/json.h"
 #include "common/registry.h"
-#include "common/text.h"
-#include "common/version.h"
 #include "host.h"
 #include "output.h"
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/machine.h"
-#include "platform/module.h"
+#include "schedule.h"
 
 namespace zorvalis {
 
@@ -35,40 +29,6 @@ struct InitOptions {
     std::string folder, manufactured;
     bool force = false;
 };
-
-// Where the service, the hardware library and default.json lie too.
-std::string OwnFolder() {
-    wchar_t path[4096];
-    platform::module_file_name(path, 4096);
-    return std::filesystem::path(WideToUtf8(path)).parent_path().string();
-}
-
-std::string DateText(std::int64_t seconds) {
-    std::string text = LocalTimeText(static_cast<double>(seconds)).substr(0, 10);
-    text[4] = text[7] = '/';
-    return text;
-}
-
-// Local midnight of a date with slashes, in seconds since 1970; -1 for anything else.
-std::int64_t ParseDate(const std::string& text) {
-    int year = 0, month = 0, day = 0;
-    char rest = 0;
-    if (std::sscanf(text.c_str(), "%4d/%2d/%2d%c", &year, &month, &day, &rest) != 3 ||
-        !(std::chrono::year(year) / month / day).ok()) {
-        return -1;
-    }
-    std::tm date{};
-    date.tm_year = year - 1900;
-    date.tm_mon = month - 1;
-    date.tm_mday = day;
-    date.tm_isdst = -1;
-    return std::mktime(&date);
-}
-
-std::string ReadText(const wchar_t* key, const wchar_t* value) {
-    std::wstring data;
-    return platform::read_registry_string(kLocalMachine, key, value, data) ? WideToUtf8(data) : "";
-}
 
 // What a pass would find, and the reasons why it would not collect.
 class Status {
@@ -99,8 +59,7 @@ private:
     }
 
     void AddAge() {
-        std::string text = ReadText(kFactoryConfigKey, L"ManufacturingDate");
-        text = ParseDate(text) >= 0 ? text : ReadText(kProductKey, L"FakeManufacturingDate");
+        const std::string text = ManufacturingDate();
         manufactured_ = ParseDate(text);
         const std::int64_t age = platform::now_seconds() - manufactured_;
         Add("manufactured", manufactured_ >= 0 ? text + ", " + std::to_string(age / kDay) + " days ago" : "not set");
@@ -114,69 +73,44 @@ private:
         Check(value.empty() || value == "1", "the user has switched it off");
     }
 
-    // Nothing, and a problem, for a file that is missing or no JSON.
-    std::optional<Json> Read(const std::string& path) {
+    void AddHardware(const std::string& machine) {
+        std::string path = machine + "/hardware.json";
+        path = platform::file_exists(path) ? path : OwnFolder() + "/hardware.json";
+        Add("hardware", path);
         try {
-            return ParseJson(ReadWholeFile(path));
+            ParseJson(ReadWholeFile(path));
         } catch (const Failure& failure) {
             Check(false, failure.text);
         } catch (const std::exception& error) {
             Check(false, path + " is no JSON: " + error.what());
         }
-        return std::nullopt;
-    }
-
-    // Empty when the key is absent; a problem when it holds no text, since a pass ends there.
-    std::string Text(const Json& settings, const char* key) {
-        const Json value = settings.is_object() ? settings.value(key, Json("")) : Json("");
-        Check(value.is_string(), std::string("the settings hold no text under ") + key);
-        return value.is_string() ? value.get<std::string>() : "";
-    }
-
-    void AddHardware(const std::string& machine) {
-        std::string path = machine + "/hardware.json";
-        path = platform::file_exists(path) ? path : OwnFolder() + "/hardware.json";
-        Add("hardware", path);
-        Read(path);
     }
 
     void AddSettings() {
-        std::string path = platform::native_path(std::string(kProductFolder) + "setting.json");
-        std::optional<Json> settings;
-        bool rules = platform::file_exists(path);
-        if (rules) {
-            settings = Read(path);
-            rules = !settings || Text(*settings, "version") == kServiceVersion;
-        }
-        if (!rules) {
-            path = OwnFolder() + "/default.json";
-            settings = Read(path);
-        }
-        Add("settings", path);
-        if (settings) {
-            AddPeriod(Text(*settings, "totalCollectTime"));
-            AddDay(Text(*settings, "intervalTimer"));
+        try {
+            const RulingFile file = FindRulingFile();
+            Add("settings", file.path.empty() ? file.why : file.path);
+            AddPeriod(file.Number("totalCollectTime"));
+            AddDay(file.Number("intervalTimer"));
+        } catch (const Failure& failure) {
+            Check(false, failure.text);
         }
     }
 
-    // A time of activation in the firmware would stand in for the date of manufacture; it is not looked at here.
-    void AddPeriod(const std::string& months) {
-        const std::int64_t end = manufactured_ + std::strtol(months.c_str(), nullptr, 10) * kMonth;
-        Check(!months.empty(), "the settings have no totalCollectTime");
-        if (!months.empty() && manufactured_ >= 0) {
+    void AddPeriod(const std::optional<std::int32_t>& months) {
+        Check(months.has_value(), "the settings have no totalCollectTime");
+        if (months && manufactured_ >= 0) {
+            const std::int64_t end = CollectsUntil(manufactured_, *months);
             Add("collects", "until " + DateText(end));
-            Check(end > platform::now_seconds(), "the " + months + " months in which a machine collects are over");
+            Check(end > platform::now_seconds(),
+                  "the " + std::to_string(*months) + " months in which a machine collects are over");
         }
     }
 
-    void AddDay(const std::string& pause) {
-        const std::string stored = ReadText(kProductKey, L"lastDojobTime");
-        const std::int64_t last = std::strtoll(stored.c_str(), nullptr, 10);
-        const std::int64_t next = last + (std::strtol(pause.c_str(), nullptr, 10) + 1) * kDay;
-        const std::int64_t now = platform::now_seconds();
-        Check(!pause.empty(), "the settings have no intervalTimer");
-        Check(last == 0 || now - last < kDay || now >= next,
-              "this is a day of pause: the next pass that collects is on " + DateText(next));
+    void AddDay(const std::optional<std::int32_t>& pause) {
+        Check(pause.has_value(), "the settings have no intervalTimer");
+        const std::int64_t next = pause ? NextCollectDay(*pause) : 0;
+        Check(next == 0, "this is a day of pause: the next pass that collects is on " + DateText(next));
     }
 
     std::string text_, problems_;

@@ -33,6 +33,8 @@ int Run(std::vector<std::string> arguments) {
     app.require_subcommand(1);
     zorvalis::AddMachineCommands(app);
     zorvalis::AddShowCommand(app);
+    zorvalis::AddUploadsCommand(app);
+    zorvalis::AddSettingsCommand(app);
     zorvalis::AddRegistryCommands(app);
     zorvalis::AddTraceCommand(app);
     zorvalis::AddLogCommand(app);

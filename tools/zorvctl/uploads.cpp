@@ -1,0 +1,176 @@
+// Tells how far each file has got on its way to the server. The file status database is only read.
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+#include "commands.h"
+#include "common/files.h"
+#include "database_reader.h"
+#include "output.h"
+#include "platform/clock.h"
+#include "platform/files.h"
+#include "schedule.h"
+#include "upload/file_status.h"
+#include "upload/upload_status.h"
+
+namespace zorvalis {
+
+namespace {
+
+constexpr std::size_t kNewest = 10;
+constexpr std::int32_t kMostTries = 24;
+constexpr int kAgeInDays = 2;
+
+struct UploadsOptions {
+    bool all = false, json = false;
+};
+
+std::vector<FileRecord> ReadRecords() {
+    const std::string path = platform::native_path(std::string(kDataFolder) + kStatusDb);
+    std::vector<FileRecord> records;
+    if (!platform::file_exists(path)) {
+        return records;
+    }
+    const DatabaseReader reader(path);
+    const std::vector<std::string> tables = reader.TableNames();
+    if (std::find(tables.begin(), tables.end(), "FILESTATUS") == tables.end()) {
+        return records;
+    }
+    std::vector<std::string> columns;
+    for (const FileColumnRow& column : kFileColumns) {
+        columns.emplace_back(column.name);
+    }
+    for (const Row& row : reader.Read("FILESTATUS", columns, 0).rows) {
+        FileRecord& record = records.emplace_back();
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            if (const auto number = kFileColumns[i].number) {
+                record.*number = static_cast<std::int32_t>(std::strtol(row[i].text.c_str(), nullptr, 10));
+            } else {
+                record.*kFileColumns[i].text = row[i].text;
+            }
+        }
+    }
+    std::stable_sort(records.begin(), records.end(),
+                     [](const FileRecord& a, const FileRecord& b) { return a.createDate < b.createDate; });
+    return records;
+}
+
+// A record as a person sees it.
+struct View {
+    explicit View(const FileRecord& record);
+    std::string Text() const;
+    Json AsJson() const;
+
+    const FileRecord& record;
+    std::string type, state;
+    int age = -1;           // days; -1 for a file without a date
+    std::int64_t size = 0;  // -1: not on disk and never measured
+    std::int64_t percent = 0;
+};
+
+View::View(const FileRecord& row) : record(row) {
+    constexpr const char* kTypes[] = {"timed samples", "power and mode events", "hardware events"};
+    type = record.fileType >= 1 && record.fileType <= 3 ? kTypes[record.fileType - 1]
+                                                        : "type " + std::to_string(record.fileType);
+    // Days count as the selection of files to send counts them, in UTC.
+    using Days = std::chrono::sys_days;
+    int year = 0;
+    unsigned month = 0, day = 0;
+    if (record.createDate != kNoDate && std::sscanf(record.createDate.c_str(), "%d-%u-%u", &year, &month, &day) == 3) {
+        const Days today(std::chrono::days(platform::now_seconds() / 86400));
+        age = static_cast<int>((today - Days(std::chrono::year(year) / month / day)).count());
+    }
+    const bool young = record.createDate != kNoDate && age < kAgeInDays;
+    state = record.status == 1                                    ? "uploaded"
+            : record.status == 2                                  ? "gone from disk, to be forgotten"
+            : record.tryCount >= kMostTries                       ? "given up"
+            : record.uploadStatus == BG_UPLOAD_STATUS_IN_PROGRESS ? "being sent, unless the pass was cut off"
+            : record.status == 3                                  ? "failed, tried again"
+            : young                                               ? "waits until it is two days old"
+                                                                  : "to be sent";
+    size = record.size > 0 ? record.size : GetFileSize(kDataFolder + record.fileName);
+    const std::int64_t sent = std::clamp<std::int64_t>(record.uploadBytes, 0, std::max<std::int64_t>(size, 0));
+    percent = record.status == 1 ? 100 : size > 0 ? sent * 100 / size : 0;
+}
+
+std::string View::Text() const {
+    const std::string madeOn = age < 0    ? ""
+                               : age == 0 ? ", made today"
+                                          : ", " + std::to_string(age) + (age == 1 ? " day old" : " days old");
+    const auto full = static_cast<std::size_t>(percent / 5);
+    const std::string bar = "[" + std::string(full, '#') + std::string(20 - full, '.') + "]";
+    const std::string answer = ReadableText(record.serverResponse), stage = ReadableText(record.uploadStage);
+    return ReadableText(record.fileName) + "\n    " + type + madeOn + ": " + state + "\n    " + bar + " " +
+           std::to_string(percent) + "% of " + (size < 0 ? "an unknown number of" : std::to_string(size)) +
+           " bytes, try " + std::to_string(record.tryCount) + " of " + std::to_string(kMostTries) + "\n" +
+           (answer.empty() ? "" : "    last answer: " + answer + "\n") +
+           (stage.empty() ? "" : "    stage: " + stage + "\n");
+}
+
+Json View::AsJson() const {
+    const auto text = [](const std::string& bytes) { return ReadableText(bytes, false); };
+    return {{"file", text(record.fileName)},
+            {"type", type},
+            {"ageInDays", age < 0 ? Json(nullptr) : Json(age)},
+            {"state", state},
+            {"size", size < 0 ? Json(nullptr) : Json(size)},
+            {"sentBytes", record.uploadBytes},
+            {"percent", percent},
+            {"tries", record.tryCount},
+            {"answer", text(record.serverResponse)},
+            {"stage", text(record.uploadStage)}};
+}
+
+// Broken settings do not keep the files from being told.
+Due NextUpload() {
+    try {
+        const RulingFile file = FindRulingFile();
+        Due due = NextDue(L"upload", file.Text("upload"));
+        const std::string heldBack = HeldBack(file);
+        due.words += heldBack.empty() ? "" : (due.at ? ", but held back: " : ": ") + heldBack;
+        return due;
+    } catch (const Failure& failure) {
+        return {std::nullopt, failure.text};
+    }
+}
+
+void PrintUploads(const UploadsOptions& options) {
+    CheckMachine();
+    const std::vector<FileRecord> records = ReadRecords();
+    const std::size_t shown = options.all ? records.size() : std::min(records.size(), kNewest);
+    const Due due = NextUpload();
+    Json files = Json::array();
+    std::string text;
+    for (std::size_t i = records.size() - shown; i < records.size(); ++i) {
+        const View view(records[i]);
+        files.push_back(view.AsJson());
+        text += view.Text();
+    }
+    if (options.json) {
+        const Json next = due.at ? Json(*due.at) : Json(nullptr);
+        const Json all = {{"files", files}, {"nextUpload", next}, {"nextUploadInWords", ReadableText(due.words)}};
+        return Print(DumpJson(all) + "\n");
+    }
+    if (shown < records.size()) {
+        text += "The newest " + std::to_string(shown) + " of " + std::to_string(records.size()) +
+                " files; --all shows the others.\n";
+    }
+    Print(records.empty() ? "no file has been registered for upload yet\n" : text);
+    Print("Next upload: " + ReadableText(due.words) + ".\n");
+}
+
+}  // namespace
+
+void AddUploadsCommand(CLI::App& app) {
+    const auto options = std::make_shared<UploadsOptions>();
+    CLI::App* uploads = app.add_subcommand("uploads", "Says how far each file is on its way to the server");
+    uploads->add_flag("--all", options->all, "All files, not the newest ten alone");
+    uploads->add_flag("--json", options->json, "As JSON, times in seconds since 1970");
+    uploads->callback([options] { PrintUploads(*options); });
+}
+
+}  // namespace zorvalis
