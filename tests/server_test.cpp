@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <thread>
 
+#include "common/deployment.h"
 #include "common/json.h"
 #include "platform/module.h"
 #include "support/machine.h"
@@ -138,12 +139,12 @@ TEST_F(ReferenceServer, SpeaksHttpsUnderItsOwnCaAndHandsOutSettings) {
     EXPECT_EQ(Get("status", "query", query("Model 7", "2.0.7.0")), "NO_SETTING");
 
     const std::string body = query("any", "2.0.6.0").dump();
-    for (const char* host : {"fs.zorvcore.example", "other.example"}) {
-        httplib::Client client("https://" + std::string(host) + ":" + std::to_string(https_));
+    for (const std::string host : {deployment::DefaultServer, "other.example"}) {
+        httplib::Client client("https://" + host + ":" + std::to_string(https_));
         client.set_hostname_addr_map({{host, "127.0.0.1"}});
         client.set_ca_cert_path((folder_ + "ca.pem").c_str());
         client.enable_server_certificate_verification(true);
-        const bool right = host[0] == 'f';
+        const bool right = host == deployment::DefaultServer;
         EXPECT_EQ(Exchange(std::move(client), "query", body).find("\"OK\"") != std::string::npos, right) << host;
     }
 }

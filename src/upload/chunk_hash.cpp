@@ -112,7 +112,7 @@ void CopyBlock(std::FILE* source, std::FILE* chunk, std::int32_t block) {
 
 }  // namespace
 
-void createMD5forFile(const std::string& path, std::unique_ptr<std::string>& md5) {
+void createMD5forFile(const std::string& path, std::optional<std::string>& md5) {
     LogMessage("createMD5 path: " + path);
     LogMessage("mbsrtowcs_s: 0");
     platform::InputFile file;
@@ -134,13 +134,13 @@ void createMD5forFile(const std::string& path, std::unique_ptr<std::string>& md5
     }
     const std::string text = Hexadecimal(digest);
     LogMessage("MD5 is: " + text);
-    md5 = std::make_unique<std::string>(text);
+    md5 = text;
     LogMessage("strcpy_s: 0");
     LogMessage("createMD5forFile md5 is: " + text);
 }
 
 std::string getMD5(const std::string& path, std::int32_t start, std::int32_t blockSize, bool removeTemporary,
-                   std::unique_ptr<std::string>& chunkPath) {
+                   std::optional<std::string>& chunkPath) {
     platform::File source = platform::open_file(path, "rb");
     if (source == nullptr) {
         return "";
@@ -156,16 +156,16 @@ std::string getMD5(const std::string& path, std::int32_t start, std::int32_t blo
         CopyBlock(source.get(), target.get(), block);
     }
     source.reset();
-    std::unique_ptr<std::string> md5;
+    std::optional<std::string> md5;
     createMD5forFile(chunk, md5);
     if (removeTemporary) {
         platform::remove_file(chunk);
         LogMessage("getMD5 removetemp");
     } else {
-        chunkPath = std::make_unique<std::string>(chunk);
+        chunkPath = chunk;
         LogMessage("getMD5 chunkfilepath name: " + chunk);
     }
-    if (md5 == nullptr) {
+    if (!md5) {
         return "";
     }
     LogMessage("MD5 final is " + *md5);

@@ -3,18 +3,18 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
+#include <optional>
 #include <string>
 
 namespace zorvalis {
 
-// `md5` becomes 32 lower-case hexadecimal digits, or stays null.
-void createMD5forFile(const std::string& path, std::unique_ptr<std::string>& md5);
+// `md5` becomes 32 lower-case hexadecimal digits, or stays empty.
+void createMD5forFile(const std::string& path, std::optional<std::string>& md5);
 
 // Writes the block from `start` on, `blockSize` bytes or what is left, to a file of its own beside `path` and gives its
 // MD5; empty for a failure. Unless it is removed again, the chunk file is the caller's, at `chunkPath`.
 std::string getMD5(const std::string& path, std::int32_t start, std::int32_t blockSize, bool removeTemporary,
-                   std::unique_ptr<std::string>& chunkPath);
+                   std::optional<std::string>& chunkPath);
 
 // The whole file as Base64 text; one blank when it cannot be opened.
 std::string base64_FileEncode(const std::string& path);

@@ -3,7 +3,7 @@
 // the process dies.
 #include <algorithm>
 #include <array>
-#include <memory>
+#include <optional>
 #include <utility>
 
 #include "collection/collectors.h"
@@ -89,9 +89,9 @@ std::int32_t Measure(Sending& file) {
         return 0;
     }
     file.row.SetStage("'Create MD5 for File'");
-    std::unique_ptr<std::string> md5;
+    std::optional<std::string> md5;
     createMD5forFile(file.path, md5);
-    if (md5 == nullptr) {
+    if (!md5) {
         return BG_UPLOAD_STATUS_MD5_ERROR;
     }
     LogMessage("[BG_FILESTATUS_CONTROLLER][uploading] Create CMD5 : " + *md5);
@@ -137,13 +137,13 @@ std::int32_t SendChunk(Sending& file, std::int32_t chunkSize) {
     LogMessage("[BG_FILESTATUS_CONTROLLER][uploading] Step3 uploadbytes: " + std::to_string(file.offset) + " < " +
                " filesize: " + std::to_string(file.size));
     file.row.SetStage("'getMD5'");
-    std::unique_ptr<std::string> chunkPath;
+    std::optional<std::string> chunkPath;
     const std::string md5 = getMD5(file.path, static_cast<std::int32_t>(file.offset), chunkSize, false, chunkPath);
     if (md5.empty()) {
         return Ended(file, BG_UPLOAD_STATUS_MD5_ERROR, "BG_UPLOAD_STATUS_MD5_ERROR");
     }
     LogMessage("BG_FILESTATUS_CONTROLLER: uploading : Step3 split the file and get md5:" + md5);
-    if (chunkPath == nullptr) {
+    if (!chunkPath) {
         return 0;  // once more from the same offset
     }
     LogMessage("[BG_FILESTATUS_CONTROLLER][uploading] Step3 chunkfilepath != NULL");

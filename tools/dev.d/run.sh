@@ -1,61 +1,82 @@
-# One pass on a machine under build/, and what a person wants to see of it. Sourced by ./dev.
+# The whole road on one machine under build/: settings come down, a pass collects, its file goes up. Sourced by ./dev.
 # shellcheck shell=bash disable=SC2154
 
-# When a kind is due again, by its timer in the registry and its period in the setting file: m30, d1.
-next_time() {
-    local name=$1 timer=$2 setting=$3 settings stamp period
-    settings=$ZORV_MACHINE/ProgramData/Zorv/Zorvcore/Zorvalis/setting.json
-    [ -f "$settings" ] || settings=$(dirname "$(command -v zorvctl)")/default.json
-    stamp=$(zorvctl registry get product "$timer" 2>/dev/null) || return 0
-    period=$(sed -n "s/.*\"$setting\" *: *\"\([md][0-9]*\)\".*/\1/p" "$settings")
-    case $period in
-        m*) stamp=$((stamp + ${period#m} * 60)) ;;
-        d*) stamp=$((stamp + ${period#d} * 86400)) ;;
-        *) return 0 ;;
-    esac
-    date -d "@$stamp" "+          %a %H:%M  $name"
+# The reference server on loopback, with an authority of its own; gone when the script ends.
+start_server() {
+    local folder=$1 line
+    [ -f "$folder/server.pem" ] || zorvserver --make-ca "$folder" >/dev/null
+    mkdir -p "$folder/settings/2.0.6.0"
+    cp packaging/default.json "$folder/settings/2.0.6.0/default.json"
+    zorvserver --data "$folder/data" --cert "$folder/server.pem" --key "$folder/server.key" \
+        --settings "$folder/settings" >"$logs/server.log" 2>&1 &
+    # shellcheck disable=SC2064  # this server's number, now
+    trap "kill $! 2>/dev/null || true" EXIT
+    for _ in {1..50}; do
+        line=$(grep -m1 -o 'https 127.0.0.1:[0-9]*' "$logs/server.log" || true)
+        [ -z "$line" ] || break
+        sleep 0.1
+    done
+    server_address=${line#https }
+    [ -n "$server_address" ] || fail "the reference server does not start: $logs/server.log"
+}
+
+# One traced pass, in a few lines.
+pass() {
+    local trace=$ZORV_MACHINE/trace.log due
+    rm -f "$trace"
+    printf '{"level": 4, "flags": 1}\n' >"$ZORV_MACHINE/trace.json"
+    zorvalis-agent-service -j0
+    rm -f "$ZORV_MACHINE/trace.json"
+    due=$(cut -f4 "$trace" | sed -n -e 's/^BigdataCheck - //; T' -e 's/CJ_THERMAL/temperatures/' \
+        -e 's/CJ_BATTERYPOWER/battery and power/; s/CJ_SYSTEMINFO/system information/' \
+        -e 's/CJ_UPLOAD/upload/; p' | paste -sd, | sed 's/,/, /g')
+    say "pass      zorvalis-agent-service -j0, $(wc -l <"$trace") messages in build/machine/trace.log"
+    say "          due: ${due:-nothing}; new rows: $(cut -f4 "$trace" | grep -c '^Insert .* Success!!$' || true)"
+    cut -f4 "$trace" | sed -n 's/^\[DownloadSettingFile\] /          settings: /p'
 }
 
 run() {
-    local bin=$PWD/build/linux-release/bin known="as the last run left it" trace due stored timer
-    local columns=local_time,cpu_temp,gpu_temp,cpu_usage,rpm_fans,current_capacity,current,cellvoltages
-    columns+=,temperature,ac_dc,lid_status,model_name,cpu_info,memory_size
-    step build-linux-release ./dev build linux-release zorvalis zorv_hardware zorvctl || exit 1
+    local bin=$PWD/build/linux-release/bin folder=$PWD/build/server known="as the last run left it" timer file
+    local data=$PWD/build/machine/ProgramData/Zorv/Zorvcore/Zorvalis/data
+    local columns=local_time,cpu_temp,gpu_temp,cpu_usage,rpm_fans,current_capacity,current,model_name,cpu_info
+    step build-linux-release ./dev build linux-release zorvalis zorv_hardware zorvctl zorvserver || exit 1
     export ZORV_MACHINE=$PWD/build/machine PATH=$bin:$PATH
     if [ ! -f "$ZORV_MACHINE/hardware.json" ]; then
         zorvctl machine init >"$logs/machine.log" || fail "no machine can be made in $ZORV_MACHINE"
         known="made just now"
     fi
+    start_server "$folder"
+    printf '{"online": true, "hosts": {"fs.zorvcore.example:443": "%s"}, "ca": "%s"}\n' \
+        "$server_address" "$folder/ca.pem" >"$ZORV_MACHINE/network.json"
     if [ "${1:-}" = --again ]; then
-        for timer in GetThermal GetBatteryPower GetSystemInfo; do
+        for timer in GetThermal GetBatteryPower GetSystemInfo getSettingFile upload; do
             zorvctl registry delete product "$timer" >/dev/null 2>&1 || true
         done
     fi
-
-    trace=$ZORV_MACHINE/trace.log
-    rm -f "$trace"
-    printf '{"level": 4, "flags": 1}\n' >"$ZORV_MACHINE/trace.json"
-    zorvalis-agent-service -j0
-    rm -f "$ZORV_MACHINE/trace.json"
-
-    due=$(cut -f4 "$trace" | sed -n -e 's/^BigdataCheck - //; T' -e 's/CJ_THERMAL/temperatures/' \
-        -e 's/CJ_BATTERYPOWER/battery and power/; s/CJ_SYSTEMINFO/system information/' \
-        -e 's/CJ_UPLOAD/upload (not built yet)/; p' | paste -sd, | sed 's/,/, /g')
-    stored=$(cut -f4 "$trace" | grep -c '^Insert .* Success!!$' || true)
     say "machine   build/machine, $known"
-    say "pass      zorvalis-agent-service -j0: $(wc -l <"$trace") messages in build/machine/trace.log"
-    say "due       ${due:-nothing} (mask $(sed -n 's/.*BigdataCheck funcMask : //p' "$trace"))"
-    say "stored    $stored new rows"
-    say "next      (./dev run --again makes all of it due at once)"
-    next_time temperatures GetThermal thermal
-    next_time "battery and power" GetBatteryPower battery_power
-    next_time "system information" GetSystemInfo systeminfo
-    [ ! -s "$ZORV_MACHINE/eventlog.jsonl" ] || zorvctl log --last 3
+    say "server    zorvserver on $server_address, its data in build/server"
+    pass
+    file=$(zorvctl registry get product ODb_Filename 2>/dev/null || true)
+    if [ -n "$file" ]; then
+        say "ageing    a file goes up when it is two days old: its recorded date is set back by three, and the"
+        say "          upload made due at once"
+        zorvctl registry set product ODb_Filename "${file%;*};$(date -d '-3 days' +%F)" >/dev/null
+        zorvctl registry delete product upload >/dev/null 2>&1 || true
+        pass
+        file=${file%%;*}
+        cmp "$data/$file" "$folder/data/files/$file" || fail "the server holds another file"
+        say "compared  the server's file is the machine's, byte for byte"
+        sed -n 's/^[0-9:.]* *https */          server: /p' "$logs/server.log"
+    fi
     zorvctl machine status >"$logs/machine.log" || cat "$logs/machine.log"
     say
-    zorvctl show --last 3 --columns "$columns"
+    for file in "$folder"/data/files/*.db; do
+        [ ! -f "$file" ] || zorvctl show "$file" --last 2 --columns "$columns"
+    done
     say
-    say "These are a few columns of the newest rows. To see all of them, and to look around:"
+    zorvctl uploads
+    say
+    say "More to see (./dev run --again makes all of it due at once):"
     say "    export ZORV_MACHINE=$ZORV_MACHINE PATH=$bin:\$PATH"
-    say "    zorvctl show; zorvctl --help"
+    say "    zorvctl show; zorvctl settings; zorvctl --help"
 }

@@ -6,11 +6,14 @@
 #include <cstdio>
 #include <exception>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "certificates.h"
+#include "common/deployment.h"
 #include "common/version.h"
 #include "front.h"
 
@@ -37,7 +40,7 @@ struct Options {
     int port = 0, httpPort = 0;
     bool quiet = false;
     std::string caFolder;
-    std::vector<std::string> hosts{"fs.zorvcore.example"};
+    std::vector<std::string> hosts{zorvalis::deployment::DefaultServer};
     bool expired = false, wrongName = false;
 };
 
@@ -61,7 +64,8 @@ void Define(CLI::App& app, Options& options) {
                        "instead of serving: make ca.pem, unless it is there, and from it server.pem and server.key")
             ->type_name("DIR")
             ->excludes(data);
-    app.add_option("--host", options.hosts, "the host names of the certificate (fs.zorvcore.example)")
+    app.add_option("--host", options.hosts,
+                   std::string("the host names of the certificate (") + zorvalis::deployment::DefaultServer + ")")
         ->type_name("NAME")
         ->needs(make);
     CLI::Option* const expired =
