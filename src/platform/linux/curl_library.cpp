@@ -1,5 +1,7 @@
 #include "platform/linux/curl_library.h"
 
+#include <csignal>
+
 #include "platform/linux/late_library.h"
 
 namespace platform {
@@ -22,6 +24,8 @@ const Curl& curl() {
             library.find(found.multi_info, "curl_multi_info_read") &&
             library.find(found.multi_cleanup, "curl_multi_cleanup") &&
             found.global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
+        // The TLS library writes to sockets whose other end may be gone.
+        std::signal(SIGPIPE, SIG_IGN);
         return found;
     }();
     return kCurl;

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <openssl/evp.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "platform/error.h"
@@ -86,9 +87,14 @@ InputFile::~InputFile() {
 }
 
 bool InputFile::open(const std::string& path) {
-    const std::string file = native_path(path);
-    handle_ = retry([&] { return ::open(file.c_str(), O_RDONLY | O_CLOEXEC); });
-    return succeeded(handle_ >= 0, windows_error(errno));
+    const std::string name = native_path(path);
+    const int file = retry([&] { return ::open(name.c_str(), O_RDONLY | O_CLOEXEC); });
+    handle_ = file;
+    struct stat status {};
+    if (file >= 0 && ::fstat(file, &status) == 0 && S_ISDIR(status.st_mode)) {
+        return succeeded(false, windows_error(EISDIR));  // a folder opens for reading here
+    }
+    return succeeded(file >= 0, windows_error(errno));
 }
 
 bool InputFile::read(void* buffer, std::size_t size, std::size_t& count) {

@@ -1,8 +1,9 @@
 #include "platform/http.h"
 
 #include <algorithm>
+#include <charconv>
 #include <chrono>
-#include <cstdlib>
+#include <climits>
 #include <new>
 #include <string>
 #include <string_view>
@@ -52,18 +53,38 @@ std::uint32_t error_of(CURLcode code) {
     }
 }
 
+// What a request line cannot carry is escaped, as the system does.
+std::string target_of(const std::wstring& path) {
+    constexpr char kDigits[] = "0123456789ABCDEF";
+    std::string target = path.starts_with(L'/') ? "" : "/";
+    for (const char character : to_utf8(path)) {
+        if (character > ' ' && character < 127) {
+            target += character;
+        } else {
+            const auto byte = static_cast<unsigned char>(character);
+            target += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
+        }
+    }
+    return target;
+}
+
+// Zero and less are no limit.
+std::int64_t limit_of(std::int32_t timeout) {
+    return timeout > 0 ? timeout : INT_MAX;
+}
+
 }  // namespace
 
 // One transfer of libcurl's, driven by hand from step to step.
 struct HttpExchange::State {
     std::string agent;
-    std::int64_t connectTimeout = 0;  // milliseconds, name resolution included
-    std::int64_t sendTimeout = 0;
-    std::int64_t receiveTimeout = 0;
+    std::int64_t connectTimeout = INT_MAX;  // milliseconds, the TLS handshake included
+    std::int64_t sendTimeout = INT_MAX;
+    std::int64_t receiveTimeout = INT_MAX;
     std::string host;
     std::uint16_t port = 0;
     std::string verb;
-    std::string path;
+    std::string target;
     bool secure = false;
 
     CURL* easy = nullptr;
@@ -80,7 +101,7 @@ struct HttpExchange::State {
     std::size_t taken = 0;
     bool paused = false;
     bool done = false;
-    bool refused = false;
+    bool usable = false;  // the request went out
     CURLcode result = CURLE_OK;
     std::chrono::steady_clock::time_point progress;
 
@@ -107,7 +128,8 @@ struct HttpExchange::State {
     void moved() { progress = std::chrono::steady_clock::now(); }
 
     bool fail() const {
-        set_last_error(error_of(result));
+        // A head that breaks off is no error to libcurl.
+        set_last_error(result == CURLE_OK ? kInvalidServerResponse : error_of(result));
         return false;
     }
 
@@ -133,9 +155,13 @@ struct HttpExchange::State {
         auto& state = *static_cast<State*>(context);
         const std::string_view line(buffer, size * count);
         state.moved();
+        if (state.headDone) {
+            return line.size();  // after the last chunk
+        }
         if (line.starts_with("HTTP/")) {
-            const std::size_t blank = std::min(line.find(' '), line.size());
-            state.status = std::strtol(std::string(line.substr(blank)).c_str(), nullptr, 10);
+            const std::size_t blank = std::min(line.find(' '), line.size() - 1);
+            state.status = 0;
+            std::from_chars(line.data() + blank + 1, line.data() + line.size(), state.status);
         } else if (line == "\r\n" || line == "\n") {
             state.headDone = state.status >= 200;
         }
@@ -163,14 +189,13 @@ struct HttpExchange::State {
     }
 
     void prepare(const wchar_t* header, const std::string& address) {
-        const std::string url = (secure ? "https://" : "http://") + host + ":" + std::to_string(port) + path;
+        const std::string url = (secure ? "https://" : "http://") + host + ":" + std::to_string(port) + "/";
         route = curl().list_append(nullptr, (host + ":" + std::to_string(port) + ":" + address).c_str());
-        if (header != nullptr) {
-            add_header(to_utf8(header));
-        }
-        add_header("Accept:");  // neither is the system's habit
+        add_header(header != nullptr ? to_utf8(header) : "Content-Type:");
+        add_header("Accept:");  // none of these without a value is the system's habit
         add_header("Expect:");
         set(CURLOPT_URL, url.c_str());
+        set(CURLOPT_REQUEST_TARGET, target.c_str());
         set(CURLOPT_CONNECT_TO, route);
         set(CURLOPT_HTTPHEADER, headers);
         set(CURLOPT_USERAGENT, agent.c_str());
@@ -241,10 +266,10 @@ bool HttpExchange::open(const wchar_t* user_agent) {
     return true;
 }
 
-bool HttpExchange::set_timeouts(std::int32_t resolve, std::int32_t connect, std::int32_t send, std::int32_t receive) {
-    state_->connectTimeout = std::int64_t{resolve} + connect;
-    state_->sendTimeout = send;
-    state_->receiveTimeout = receive;
+bool HttpExchange::set_timeouts(std::int32_t, std::int32_t connect, std::int32_t send, std::int32_t receive) {
+    state_->connectTimeout = limit_of(connect);
+    state_->sendTimeout = limit_of(send);
+    state_->receiveTimeout = limit_of(receive);
     return true;
 }
 
@@ -260,7 +285,7 @@ bool HttpExchange::connect(const std::wstring& server, std::uint16_t port) {
 
 bool HttpExchange::open_request(const wchar_t* verb, const std::wstring& path, bool secure) {
     state_->verb = to_utf8(verb);
-    state_->path = to_utf8(path);
+    state_->target = target_of(path);
     state_->secure = secure;
     state_->easy = curl().easy_init();
     state_->multi = curl().multi_init();
@@ -288,11 +313,8 @@ bool HttpExchange::send(const wchar_t* header, const std::string& body) {
     // While it connects, libcurl's own limit holds; from then on each piece has the send timeout.
     state.drive(state.connectTimeout + state.sendTimeout, [&] { return state.connected; });
     state.drive(state.sendTimeout, isSent);
-    if (isSent()) {
-        return true;  // what went wrong afterwards is the answer's affair
-    }
-    state.refused = error_of(state.result) == kErrorSecureFailure;
-    return state.fail();
+    state.usable = isSent();  // what went wrong afterwards is the answer's affair
+    return state.usable || state.fail();
 }
 
 bool HttpExchange::set_security_flags(std::uint32_t) {
@@ -301,7 +323,7 @@ bool HttpExchange::set_security_flags(std::uint32_t) {
 
 bool HttpExchange::receive() {
     State& state = *state_;
-    if (state.refused) {
+    if (!state.usable) {
         set_last_error(kErrorIncorrectHandleState);
         return false;
     }
@@ -328,6 +350,11 @@ bool HttpExchange::query_available(std::uint32_t& size) {
 
 bool HttpExchange::read(char* buffer, std::uint32_t size, std::uint32_t& count) {
     State& state = *state_;
+    count = 0;
+    std::uint32_t available = 0;
+    if (!query_available(available)) {
+        return false;
+    }
     count = static_cast<std::uint32_t>(state.arrived.copy(buffer, size, state.taken));
     state.taken += count;
     if (state.taken == state.arrived.size()) {

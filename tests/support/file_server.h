@@ -1,0 +1,63 @@
+// The server of files and settings in a test, in plain HTTP on loopback: it checks what it is sent, keeps it, and can
+// answer any call in another way than it should. While one stands, it is the server of the test's machine. Beside it,
+// what tests of the upload share.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "support/loopback_server.h"
+#include "upload/file_record.h"
+
+class FileServer {
+public:
+    struct File {
+        std::string md5;
+        std::string bytes;
+        std::size_t size = 0;
+        bool finished = false;
+    };
+
+    // What a call gets in place of its answer. The server has done its work when `late`.
+    struct Fault {
+        int status = 200;
+        std::string body = {};
+        bool cut = false;  // the connection closes without an answer
+        bool late = false;
+    };
+
+    FileServer();
+    ~FileServer();
+    FileServer(const FileServer&) = delete;
+    FileServer& operator=(const FileServer&) = delete;
+
+    // Forgets files, calls and faults.
+    void reset();
+
+    std::map<std::size_t, Fault> faults;  // by number of the call, from 0
+    std::string offset;                   // JSON in place of the offset to go on from; empty for the truth
+    std::string setting;                  // the answer to a query for settings
+
+    std::map<std::string, File> files;  // by name
+    std::vector<std::string> calls;     // the path of each call
+    std::string body;                   // of the latest call
+
+private:
+    LoopbackAnswer Handle(const LoopbackRequest& request);
+    std::string Answer(const std::string& path, const std::string& text);
+
+    LoopbackServer server_;
+};
+
+// An answer with this status.
+std::string Status(const std::string& word);
+
+// Enters a file into the status database, by default one of long ago.
+void Register(const std::string& name, std::int32_t type = 1, const std::string& date = zorvalis::kNoDate);
+
+// Runs a statement on the status database.
+void ChangeRows(const std::string& sql);
+
+// Puts a folder in the place of the status database's working copy, or takes it away.
+void BlockStatusDb(bool blocked);

@@ -1,0 +1,323 @@
+#include <gtest/gtest.h>
+
+#include "collection/collectors.h"
+#include "common/files.h"
+#include "common/json.h"
+#include "common/registry.h"
+#include "jobs/job_manager.h"
+#include "platform/clock.h"
+#include "platform/files.h"
+#include "platform/machine.h"
+#include "store/telemetry_db.h"
+#include "support/file_server.h"
+#include "support/notebook.h"
+#include "upload/file_status.h"
+#include "upload/status_cycle.h"
+#include "upload/upload_status.h"
+
+namespace zorvalis {
+namespace {
+
+using Names = std::vector<std::string>;
+
+constexpr char kFile[] = "x.db";
+constexpr std::size_t kChunk = 16384;
+const std::string kPath = std::string(kDataFolder) + kFile;
+const FileServer::Fault kCut = {200, {}, true};
+const Names kAtRest = {kStatusDb, kFile};
+
+JobManager& Jobs() {
+    return JobManager::GetInstance();
+}
+
+std::int32_t StartUpload() {
+    return BG_FILESTATUS_CONTROLLER().startUpload(1, 1, 2, kStatusDb);
+}
+
+// Sends a file of any bytes, which need not be a database.
+std::int32_t Send(FileRecord record, std::int32_t chunkIndex = 1) {
+    BG_FILESTATUS_CONTROLLER controller;
+    controller.fcloseDB();
+    const StatusCycle cycle(kStatusDb);
+    record.fileName = kFile;
+    return controller.uploading(cycle.Connection(), record, chunkIndex);
+}
+
+// 2030-01-02 03:04:05, and no wait.
+std::int64_t SetTime() {
+    const std::int64_t time = SetClock(2030, 1, 2, 3, 4, 5);
+    platform::set_clock({});
+    platform::set_clock({time - platform::now_seconds(), 0.0});
+    return time;
+}
+
+// One database of some chunks is due.
+class Upload : public testing::Test {
+protected:
+    Upload() {
+        platform::set_clock({0, 0.0});
+        initDB(kFile, "CREATE TABLE Padding AS SELECT randomblob(40000) AS bytes;");
+        createAllTables(kFile, DbClass::periodic);
+        bytes = read_text(kPath);
+        chunks = (bytes.size() + kChunk - 1) / kChunk;
+        Register(kFile);
+    }
+
+    void StartAnew() {
+        Register(kFile);
+        server.reset();
+    }
+
+    std::string Columns(const std::string& columns, const std::string& name = kFile) const {
+        std::string joined;
+        const auto rows =
+            machine.query(kStatusDb, "SELECT " + columns + " FROM FILESTATUS WHERE FILE_NAME = '" + name + "'");
+        for (const std::string& field : rows.at(0)) {
+            joined += field + "|";
+        }
+        return joined;
+    }
+
+    // How the latest attempt ended.
+    std::string Outcome() const {
+        return Columns(
+            "FILE_UPLOAD_STATUS, FILE_STATUS, FILE_TRY_COUNT, FILE_UPLOAD_BYTES, "
+            "FILE_SERVER_RESPONSE, FILE_UPLOAD_STAGE");
+    }
+
+    Notebook machine;
+    FileServer server;
+    std::string bytes;
+    std::size_t chunks;
+};
+
+TEST_F(Upload, SendsTheRestingFileWithAllItsTables) {
+    initDB("bare.db", "CREATE TABLE Other (a)");
+    Register("bare.db", 3);
+    SetTime();
+    EXPECT_EQ(BG_FILESTATUS_CONTROLLER().startUpload(3, 1, 2, kStatusDb), BG_UPLOAD_STATUS_SUCCESS);
+    const FileServer::File& file = server.files["bare.db"];
+    EXPECT_EQ(file.bytes, read_text(std::string(kDataFolder) + "bare.db"));
+    EXPECT_EQ(machine.query("bare.db", "SELECT COUNT(*) FROM sqlite_master WHERE type = 'table'")[0][0], "5");
+    EXPECT_EQ(Columns("FILE_SIZE, FILE_UPLOAD_BYTES, substr(FILE_UPLOAD_START_TIME, 1, 16), "
+                      "substr(FILE_UPLOADED_TIME, 1, 16), FILE_MD5, FILE_UUID",
+                      "bare.db"),
+              std::to_string(file.size) + "|" + std::to_string(file.size) + "|2030-01-02 03:04|2030-01-02 03:04|" +
+                  file.md5 + "|id-bare.db|");
+    EXPECT_EQ(server.body, "");
+    EXPECT_EQ(server.calls.back(), "/api/FS/finishupload/id-bare.db");
+}
+
+TEST_F(Upload, RecordsEachWayAnAttemptCanEnd) {
+    const std::string unregistered = "3|3|1|0|BG_UPLOAD_STATUS_INITUPLOADFILE_ERROR";
+    const std::string size = std::to_string(bytes.size());
+    const struct {
+        const char* name;
+        std::size_t call;
+        FileServer::Fault fault;
+        std::string outcome;  // result code, state, tries, bytes, response
+        std::int32_t result = BG_UPLOAD_STATUS_ERROR;
+    } cases[] = {
+        {"all well", 99, {}, "2|1|1|" + size + "|BG_UPLOAD_STATUS_SUCCESS", BG_UPLOAD_STATUS_SUCCESS},
+        {"registration without an answer", 0, kCut, unregistered},
+        {"internal error", 0, {500, Status("OK")}, unregistered},
+        {"not found", 0, {404, "x"}, unregistered},
+        {"moved nowhere", 0, {301, "x"}, unregistered},
+        {"no content", 0, {204, ""}, unregistered},
+        {"the word for a failure", 0, {200, "error"}, unregistered},
+        {"the number for no answer", 0, {200, "0"}, unregistered},
+        {"refused", 0, {200, Status("no\t\nway")}, "3|3|1|0|no  way"},
+        {"a word that breaks its statement", 0, {200, Status("can't")}, "3|3|1|0|"},
+        {"known", 0, {200, Status("UPLOAD_FINISHED")}, "2|1|1|0|UPLOAD_FINISHED", BG_UPLOAD_STATUS_SUCCESS},
+        {"a huge answer", 0, {200, std::string(4 << 20, ' ') + Status("HUGE")}, "3|3|1|0|HUGE"},
+        {"no answer to a chunk", 2, kCut, "4|3|1|16384|BG_UPLOAD_STATUS_UPLOADFILECHUNK_ERROR"},
+        {"second chunk refused", 2, {200, Status("FULL")}, "4|3|1|16384|FULL"},
+        {"no answer to the end", chunks + 1, {500}, "5|3|1|" + size + "|BG_UPLOAD_STATUS_FINISHUPLOAD_ERROR"},
+        {"end refused", chunks + 1, {200, Status("NO")}, "5|3|1|" + size + "|BG_UPLOAD_STATUS_FINISHUPLOAD: NO"},
+    };
+    ASSERT_GE(chunks, 3U);
+    for (const auto& one : cases) {
+        StartAnew();
+        server.faults[one.call] = one.fault;
+        EXPECT_EQ(StartUpload(), one.result) << one.name;
+        EXPECT_EQ(Outcome(), one.outcome + "|uploading complete|") << one.name;
+        if (one.call < 99) {
+            EXPECT_EQ(server.calls.size(), one.call + 1) << one.name << ": nothing is tried twice in one run";
+        }
+    }
+}
+
+TEST_F(Upload, GoesOnWhereTheServerStoppedAfterACutAtAnyCall) {
+    for (std::size_t call = 0; call <= chunks + 1; ++call) {
+        for (const FileServer::Fault& fault : {kCut, FileServer::Fault{200, {}, true, true}, {500}}) {
+            StartAnew();
+            server.faults[call] = fault;
+            EXPECT_EQ(StartUpload(), BG_UPLOAD_STATUS_ERROR);
+            EXPECT_FALSE(server.files[kFile].finished && !fault.late);
+            EXPECT_EQ(StartUpload(), BG_UPLOAD_STATUS_SUCCESS) << call;
+            EXPECT_TRUE(server.files[kFile].finished);
+            EXPECT_TRUE(server.files[kFile].bytes == bytes) << call << ": a chunk went twice, or never";
+            EXPECT_EQ(Columns("FILE_STATUS, FILE_TRY_COUNT"), "1|2|");
+            if (!fault.late) {
+                EXPECT_EQ(machine.data_files(), kAtRest) << "the chunk that failed is overwritten and goes";
+            }
+        }
+        for (const std::string& name : machine.data_files()) {
+            ASSERT_TRUE(!name.starts_with("x.db_MD5") || platform::remove_file(kDataFolder + name));
+        }
+    }
+}
+
+TEST_F(Upload, BelievesWhateverOffsetTheServerNames) {
+    const struct {
+        std::string offset;
+        std::size_t sent;  // chunks
+        std::int32_t result = BG_UPLOAD_STATUS_ERROR;
+    } cases[] = {{"16384.9", chunks - 1, BG_UPLOAD_STATUS_SUCCESS},
+                 {"1.6384e4", chunks - 1, BG_UPLOAD_STATUS_SUCCESS},
+                 {"0", chunks},
+                 {"-1", chunks},
+                 {std::to_string(bytes.size()), 0},
+                 {"1e30", 0},
+                 {"18446744073709551615", chunks}};
+    for (const auto& one : cases) {
+        StartAnew();
+        server.faults[2] = kCut;
+        StartUpload();
+        const std::size_t before = server.calls.size();
+        server.offset = one.offset;
+        EXPECT_EQ(StartUpload(), one.result) << one.offset;
+        EXPECT_EQ(server.calls.size() - before, one.sent + 2) << one.offset;
+        EXPECT_EQ(server.files[kFile].bytes == bytes, one.result == BG_UPLOAD_STATUS_SUCCESS) << one.offset;
+    }
+}
+
+TEST_F(Upload, SendsAnyFileInPiecesOfTheChosenSize) {
+    write_text(kPath, std::string(600000, 'x'));
+    for (const auto& [index, size] : {std::pair{0, 8192U}, {2, 32768U}, {6, 524288U}, {7, 8192U}}) {
+        server.reset();
+        server.faults[2] = kCut;
+        EXPECT_EQ(Send({}, index), BG_UPLOAD_STATUS_UPLOADFILECHUNK_ERROR);
+        EXPECT_EQ(server.files[kFile].bytes.size(), size) << index;
+    }
+    StartAnew();
+    write_text(kPath, std::string(kChunk + 100, 'x'));
+    FileRecord record;
+    record.md5 = record.uuid = "given";
+    EXPECT_EQ(Send(record), BG_UPLOAD_STATUS_FINISHUPLOAD_ERROR);
+    EXPECT_EQ(server.files[kFile].md5, "given");
+    EXPECT_EQ(server.calls.back(), "/api/FS/finishupload/id-x.db") << "the server's latest";
+    EXPECT_EQ(Columns("FILE_UPLOAD_BYTES, FILE_UUID"), "16484||");
+    server.reset();
+    write_text(kPath, "");
+    EXPECT_EQ(Send({}), BG_UPLOAD_STATUS_SUCCESS);
+    EXPECT_EQ(server.calls.size(), 2U) << "no byte, no chunk";
+}
+
+TEST_F(Upload, EndsEarlyForAFileThatCannotBeRead) {
+    ASSERT_TRUE(platform::create_folder(kPath + "_MD5_0_16384"));
+    EXPECT_EQ(Send({}), BG_UPLOAD_STATUS_MD5_ERROR);
+    EXPECT_EQ(Outcome(), "0|0|0|0|BG_UPLOAD_STATUS_MD5_ERROR|uploading complete|");
+    ASSERT_TRUE(platform::remove_file(kPath));
+    EXPECT_EQ(Send({}), BG_UPLOAD_STATUS_FILE_NOT_EXIST);
+    EXPECT_EQ(Outcome(), "0|2|0|0|BG_UPLOAD_STATUS_MD5_ERROR|File Not Exist|") << "with the older response";
+    EXPECT_EQ(BG_FILESTATUS_CONTROLLER().uploading(nullptr, {}, 1), BG_UPLOAD_STATUS_ERROR);
+    EXPECT_EQ(server.calls.size(), 1U);
+}
+
+TEST_F(Upload, RunsThroughAllFilesThatAreDue) {
+    initDB("y.db", "CREATE TABLE Other (a)");
+    Register("y.db", 1, "2000-01-01");
+    server.faults[0] = kCut;
+    EXPECT_EQ(StartUpload(), BG_UPLOAD_STATUS_ERROR);
+    EXPECT_EQ(Columns("FILE_STATUS") + Columns("FILE_STATUS", "y.db"), "3|1|");
+    EXPECT_EQ(StartUpload(), BG_UPLOAD_STATUS_SUCCESS);
+    EXPECT_EQ(StartUpload(), BG_UPLOAD_STATUS_FILEEMPTY);
+    if (!platform::machine_folder().empty()) {  // no other machine can be told to be offline
+        write_text(platform::machine_folder() + "/network.json", R"({"online": false})");
+        EXPECT_EQ(StartUpload(), BG_UPLOAD_STATUS_NETWORK_ERROR);
+        platform::remove_file(platform::machine_folder() + "/network.json");
+    }
+    BlockStatusDb(true);
+    EXPECT_EQ(StartUpload(), BG_UPLOAD_STATUS_LIST_OPEN_ERROR);
+}
+
+TEST_F(Upload, BreaksOffForAnAnswerThatIsNone) {
+    Register("y.db", 1, "2000-01-01");
+    SetValue(L"upload", L"60");
+    for (const char* body :
+         {"", "{", "\xFF", "{}", "[1]", R"({"status":200})", R"({"status":null})", R"({"status":"OK"})",
+          R"({"status":"OK","fileuuid":"u","filesize":"0"})", R"({"status":"OK","fileuuid":"u","filesize":true})"}) {
+        StartAnew();
+        server.faults[0] = {200, body};
+        EXPECT_THROW(Jobs().DoUploadJob(CJ_UPLOAD), std::logic_error) << body;
+        EXPECT_EQ(Columns("FILE_STATUS, FILE_UPLOAD_STATUS, FILE_TRY_COUNT, FILE_UPLOAD_STAGE"),
+                  "0|1|0|inituploadfile|")
+            << body;
+        EXPECT_EQ(Columns("FILE_UPLOAD_STATUS", "y.db"), "0|");
+        EXPECT_EQ(machine.data_files(), kAtRest);
+    }
+    EXPECT_EQ(Value(L"upload"), L"60") << "the outcome moves no timer";
+    for (const std::size_t call : {std::size_t{2}, chunks + 1}) {
+        StartAnew();
+        server.faults[call] = {200, ""};
+        EXPECT_THROW(StartUpload(), std::invalid_argument);
+        EXPECT_EQ(Columns("FILE_UPLOAD_STATUS"), "1|");
+    }
+    ExpectEventLog({});
+}
+
+TEST_F(Upload, JobMovesItsTimerByTheOutcome) {
+    const auto upload = [&](bool fails) {
+        StartAnew();
+        const std::int64_t now = SetTime() - 5;
+        server.faults[fails ? 0 : 99] = kCut;
+        Jobs().DoUploadJob(CJ_UPLOAD);
+        return Value(L"upload") == ERROR_READREG ? 0 : std::stoll(Value(L"upload")) - now;
+    };
+    Jobs().DoUploadJob(~std::uint32_t{CJ_UPLOAD});
+    EXPECT_EQ(server.calls.size(), 0U);
+    EXPECT_EQ(upload(true), 3600 - 86400) << "a daily upload is due in an hour";
+    EXPECT_EQ(upload(true), 7200 - 86400);
+    ExpectEventLog({});
+    initDB("w.db", "CREATE TABLE Other (a)");
+    Register("w.db", 3);
+    Register("young.db", 2, "2029-12-31 04:00:00");
+    for (int number = 0; number < 11; ++number) {
+        Register("sent" + std::to_string(number), 2, "20" + std::to_string(20 + number));
+    }
+    ChangeRows("UPDATE FILESTATUS SET FILE_STATUS = 1 WHERE FILE_NAME LIKE 'sent%'");
+    EXPECT_EQ(upload(false), 0);
+    ExpectEventLog({"UP SUCCESS"});
+    EXPECT_TRUE(server.files["w.db"].finished) << "all three kinds go";
+    EXPECT_EQ(server.files.size(), 2U);
+    EXPECT_EQ(machine.query(kStatusDb, "SELECT MIN(FILE_CREATEDATE), COUNT(*) FROM FILESTATUS WHERE FILE_TYPE = 2"),
+              (std::vector<Names>{{"2022", "10"}}))
+        << "ten of a kind stay";
+}
+
+TEST_F(Upload, TakesNewFilesFromTheRegistry) {
+    const std::wstring values[] = {L"ODb_Filename", L"EDb_Filename", L"WDb_Filename"};
+    const auto take = [&](const std::wstring& text) {
+        SetValue(values[1], text);
+        Jobs().WriteEDbData();
+        return Value(values[1]);
+    };
+    for (const wchar_t* text : {L"", L"e.db", L"e.db;2", L"e.db;2;2030-01-01;x"}) {
+        EXPECT_EQ(take(text), L"") << "is discarded";
+    }
+    EXPECT_EQ(take(L"it's;2;2030-01-01"), L"") << "is lost";
+    EXPECT_THROW(take(L"e.db;two;2030-01-01"), std::invalid_argument);
+    BlockStatusDb(true);
+    EXPECT_EQ(take(L"e.db;2;2030-01-01 00:00:00"), L"e.db;2;2030-01-01 00:00:00") << "stays for the next pass";
+    BlockStatusDb(false);
+    SetValue(values[2], L"w.db;3;-");
+    Jobs().WriteEDbData();
+    EXPECT_EQ(Value(values[1]) + Value(values[2]), L"");
+    EXPECT_EQ(Value(values[0]), ERROR_READREG);
+    EXPECT_EQ(machine.query(kStatusDb, "SELECT FILE_NAME, FILE_TYPE, FILE_CREATEDATE FROM FILESTATUS ORDER BY 2"),
+              (std::vector<Names>{{"x.db", "1", kNoDate}, {"e.db", "2", "2030-01-01 00:00:00"}, {"w.db", "3", "-"}}));
+}
+
+}  // namespace
+}  // namespace zorvalis
