@@ -24,14 +24,14 @@ void CreateFolders(std::initializer_list<const char*> folders, const char* words
     }
 }
 
-void RemoveAllFilesInFolder(const std::string& folder) {
+void RemoveAllFilesInFolder(const std::string& folder, const std::set<std::string>& kept) {
     std::vector<platform::FolderEntry> entries;
     const std::uint32_t error = platform::list_folder(folder, entries);
     if (error != 0) {
         LogMessage("[RemoveAllFilesInFolder] FindFirstFile failed: " + std::to_string(error));
     }
     for (const platform::FolderEntry& entry : entries) {
-        if (!entry.folder) {
+        if (!entry.folder && kept.count(entry.name) == 0) {
             platform::remove_file(folder + "\\" + entry.name);
         }
     }

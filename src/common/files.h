@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <initializer_list>
+#include <set>
 #include <string>
 
 namespace zorvalis {
@@ -17,7 +18,8 @@ void CreateFolders(std::initializer_list<const char*> folders, const char* words
 
 // Deletes every file directly in the folder, a path of the "C:\\" form; subfolders stay, and a file that cannot be
 // deleted is left.
-void RemoveAllFilesInFolder(const std::string& folder);
+// Names in `kept` stay too.
+void RemoveAllFilesInFolder(const std::string& folder, const std::set<std::string>& kept = {});
 
 // The size in bytes, or -1 when the file cannot be opened.
 std::int64_t GetFileSize(const std::string& path);

@@ -70,12 +70,12 @@ std::int32_t SettingFileManager::UpdateSettingFile() {
         AskForReload();
         return Refused("[SettingFileManager] server return status not equal OK");
     }
-    std::string version;
-    std::string text;
-    if (!FindSettingText(answer, "service_version", version) || !FindSettingText(answer, "json_string", text)) {
+    const auto version = answer.find("service_version");
+    const auto text = answer.find("json_string");
+    if (version == answer.end() || text == answer.end()) {
         return Refused("[SettingFileManager] Json file error");
     }
-    Json tree = ParseJson(text);
+    Json tree = ParseJson(text->get<std::string>());
     std::string period;
     if (!FindSettingText(tree, "downloadSetting", period)) {
         return Refused("[SettingFileManager] json do not have downloadSetting token");
@@ -83,7 +83,7 @@ std::int32_t SettingFileManager::UpdateSettingFile() {
     if (!IsPeriodCode(period)) {
         return Refused("[SettingFileManager] json downloadSetting syntax error");
     }
-    tree["version"] = version;  // never what the document itself says
+    tree["version"] = version->get<std::string>();  // never what the document itself says
     SaveSettingFile(DumpJson(tree));
     LogMessage("[SettingFileManager] save ok");
     ReloadSettingFile();

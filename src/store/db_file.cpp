@@ -20,9 +20,12 @@ namespace {
 
 using PathBuffer = std::array<char, 260>;
 
+// A path that would be cut could be the file's own.
 std::string Companion(const std::string& path, const char* ending) {
     PathBuffer buffer{};
-    std::snprintf(buffer.data(), buffer.size(), "%s%s", path.c_str(), ending);
+    if (std::snprintf(buffer.data(), buffer.size(), "%s%s", path.c_str(), ending) >= static_cast<int>(buffer.size())) {
+        throw std::out_of_range("path too long for a database file");
+    }
     return buffer.data();
 }
 
@@ -112,10 +115,15 @@ void validateDB(TelemetryDb& handle) {
         LogMessage("[validateDB] sqlite3_close fail");
     }
     if (valid == 0) {
-        RemoveAllFilesInFolder(kDataFolder);
+        RemoveAllFilesInFolder(kDataFolder, OpenWorkingCopies());
         ReportServiceEvent(L"validate file false", kWarning);
         LogMessage(std::string("[validateDB] RemoveAllFilesInFolder: ") + kDataFolder);
     }
+}
+
+std::set<std::string>& OpenWorkingCopies() {
+    static auto* const names = new std::set<std::string>;
+    return *names;
 }
 
 int integritycheckCallback(void* context, int count, char** values, char** names) try {

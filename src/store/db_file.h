@@ -10,6 +10,7 @@
 #pragma once
 
 #include <cstdint>
+#include <set>
 #include <string>
 
 #include "common/deployment.h"
@@ -34,6 +35,10 @@ void encryptDBFast(TelemetryDb& handle, std::uint8_t key);
 
 // Between decryptDBFast and the open of a cycle. A file that fails the check costs every file of the data folder.
 void validateDB(TelemetryDb& handle);
+
+// The working copies that open cycles of this process hold, by name. The system refuses to delete an open file, so a
+// cycle that goes on while another file is condemned writes its rows back; where it would not refuse, these are spared.
+std::set<std::string>& OpenWorkingCopies();
 
 // The row callback of validateDB; `context` is the validity flag, an int.
 int integritycheckCallback(void* context, int count, char** values, char** names);

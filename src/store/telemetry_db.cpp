@@ -17,6 +17,10 @@
 namespace zorvalis {
 namespace {
 
+std::string NameOf(const TelemetryDb& handle) {
+    return handle.cachedPath.substr(handle.cachedPath.find_last_of('\\') + 1);
+}
+
 // The first half of a cycle. A connection that did not open is released at once.
 int Open(const std::string& dbName, TelemetryDb& handle, std::uint8_t key) {
     UseMachineClockInSqlite();
@@ -29,6 +33,8 @@ int Open(const std::string& dbName, TelemetryDb& handle, std::uint8_t key) {
     if (result != SQLITE_OK) {
         sqlite3_close(handle.db);
         handle.db = nullptr;
+    } else {
+        OpenWorkingCopies().insert(NameOf(handle));
     }
     return result;
 }
@@ -39,6 +45,7 @@ int Close(TelemetryDb& handle, std::uint8_t key) {
     if (result == SQLITE_OK) {
         handle.db = nullptr;
     }
+    OpenWorkingCopies().erase(NameOf(handle));
     encryptDBFast(handle, key);
     return result;
 }

@@ -1,7 +1,7 @@
 #include "upload/answer.h"
 
 #include <algorithm>
-#include <cmath>
+#include <limits>
 
 namespace zorvalis {
 namespace {
@@ -25,16 +25,14 @@ std::string AnswerText(const Json& answer, const char* key) {
     return Member(answer, key).get<std::string>();
 }
 
-std::int64_t AnswerNumber(const Json& answer, const char* key) {
+std::int32_t AnswerNumber(const Json& answer, const char* key) {
     const Json& number = Member(answer, key);
     if (!number.is_number()) {  // a boolean is none
         throw std::domain_error(std::string("type must be number, but is ") + number.type_name());
     }
-    if (number.is_number_float()) {
-        constexpr double kLimit = 9.0e18;
-        return static_cast<std::int64_t>(std::clamp(number.get<double>(), -kLimit, kLimit));
-    }
-    return number.get<std::int64_t>();
+    constexpr double kLeast = std::numeric_limits<std::int32_t>::min();
+    constexpr double kMost = std::numeric_limits<std::int32_t>::max();
+    return static_cast<std::int32_t>(std::clamp(number.get<double>(), kLeast, kMost));
 }
 
 }  // namespace zorvalis

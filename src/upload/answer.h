@@ -12,8 +12,9 @@ namespace zorvalis {
 // are blanks, inside texts too. Raises std::invalid_argument for a body that does not parse.
 Json ParseAnswer(std::string body);
 
-// Raise std::domain_error when the member is missing or of another type. A number of any kind is cut to an integer.
+// Raise std::domain_error when the member is missing or of another type. A number of any kind is cut to a
+// 32-bit integer, which is what a row can hold.
 std::string AnswerText(const Json& answer, const char* key);
-std::int64_t AnswerNumber(const Json& answer, const char* key);
+std::int32_t AnswerNumber(const Json& answer, const char* key);
 
 }  // namespace zorvalis

@@ -95,10 +95,11 @@ std::string Decode(const std::string& text) {
     return bytes;
 }
 
+// Empty when it does not fit: a path that is cut could be the source's own.
 std::string ChunkPath(const std::string& path, std::int32_t start, std::int32_t block) {
     std::array<char, 260> buffer{};
-    std::snprintf(buffer.data(), buffer.size(), "%s_MD5_%d_%d", path.c_str(), start, block);
-    return buffer.data();
+    const int length = std::snprintf(buffer.data(), buffer.size(), "%s_MD5_%d_%d", path.c_str(), start, block);
+    return length < static_cast<int>(buffer.size()) ? buffer.data() : "";
 }
 
 void CopyBlock(std::FILE* source, std::FILE* chunk, std::int32_t block) {
@@ -151,6 +152,9 @@ std::string getMD5(const std::string& path, std::int32_t start, std::int32_t blo
     LogMessage("getMD5 blocksize: " + std::to_string(block));
     std::fseek(source.get(), start, SEEK_SET);
     const std::string chunk = ChunkPath(path, start, block);  // a last, short piece names its true length
+    if (chunk.empty()) {
+        return "";
+    }
     platform::remove_file(chunk);
     if (const platform::File target = platform::open_file(chunk, "wb+")) {
         CopyBlock(source.get(), target.get(), block);

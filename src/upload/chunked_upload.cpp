@@ -1,6 +1,5 @@
 // The upload of BG_FILESTATUS_CONTROLLER: each file goes to the server in small pieces, from where the server says it
-// stopped. Every step is written to the file's row as it is reached, so that the row tells how far a file got even when
-// the process dies.
+// stopped. Every step is written to the file's row as it is reached; a process that dies leaves the row as it rested.
 #include <algorithm>
 #include <array>
 #include <optional>
@@ -23,7 +22,7 @@
 namespace zorvalis {
 namespace {
 
-constexpr std::uint32_t kPause = 200;  // milliseconds before each call
+constexpr std::uint32_t kPause = 200;  // milliseconds before a chunk and before the finish
 
 constexpr std::array<std::int32_t, 7> kChunkSizes = {8192, 16384, 32768, 65536, 131072, 262144, 524288};
 
@@ -235,7 +234,9 @@ std::int32_t BG_FILESTATUS_CONTROLLER::startUpload(std::int32_t fileType, std::i
             row.Set(FILE_UPLOAD_START_TIME, Quoted(NowTimeString()));
             row.Set(FILE_UPLOAD_STATUS, std::int64_t{BG_UPLOAD_STATUS_IN_PROGRESS});
             row.SetStage("'initUploadFile start'");
-            createAllTables(file.fileName, static_cast<DbClass>(file.fileType));
+            if (platform::file_exists(kDataFolder + file.fileName)) {  // one that is gone is not made anew
+                createAllTables(file.fileName, static_cast<DbClass>(file.fileType));
+            }
             const std::int32_t code = uploading(cycle.Connection(), file, chunkIndex);
             row.Set(FILE_UPLOADED_TIME, Quoted(NowTimeString()));
             LogMessage("[BG_FILESTATUS_CONTROLLER][startUpload] file: " + file.fileName +

@@ -263,8 +263,8 @@ bool updateFileStatus(sqlite3* database, const std::vector<std::string>& columns
     return true;
 }
 
-void updateFileStatus(FileColumn column, sqlite3* database, const std::string& fileName, const std::string& value) {
-    updateFileStatus(database, {kFileColumns[column].name}, {value}, 1, fileName);
+bool updateFileStatus(FileColumn column, sqlite3* database, const std::string& fileName, const std::string& value) {
+    return updateFileStatus(database, {kFileColumns[column].name}, {value}, 1, fileName);
 }
 
 }  // namespace zorvalis

@@ -63,6 +63,6 @@ private:
 // Sets columns of one row; a text brings its own single quotes.
 bool updateFileStatus(sqlite3* database, const std::vector<std::string>& columns,
                       const std::vector<std::string>& values, std::int32_t count, const std::string& fileName);
-void updateFileStatus(FileColumn column, sqlite3* database, const std::string& fileName, const std::string& value);
+bool updateFileStatus(FileColumn column, sqlite3* database, const std::string& fileName, const std::string& value);
 
 }  // namespace zorvalis

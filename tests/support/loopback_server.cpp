@@ -1,118 +1,173 @@
 #include "support/loopback_server.h"
-#include <atomic>
+
+#include <algorithm>
+#include <cctype>
+#include <mutex>
 #include <thread>
+#include <utility>
+
 #include "platform/machine.h"
 #include "support/machine.h"
+
 #ifdef _WIN32
-#include <windows.h>
 #include <winsock2.h>
 #include <ws2tcpip.h>
-#define close closesocket
-using socklen = int;
-using Handle = SOCKET;
 #else
 #include <arpa/inet.h>
 #include <sys/socket.h>
 #include <unistd.h>
-using socklen = socklen_t;
-using Handle = int;
 #endif
-struct LoopbackServer::State {
-    std::function<LoopbackAnswer(const LoopbackRequest&)> handler;
-    Handle listening{};
-    std::atomic<bool> stop{false};
-    int port = 0;
-    std::thread thread;
-    void Serve(Handle c) {
-        std::string in;
-        char b[65536];
-        std::size_t end = 0, need = 0;
-        for (;;) {
-            const auto n = ::recv(c, b, sizeof b, 0);
-            if (n <= 0)
-                return;
-            in.append(b, static_cast<std::size_t>(n));
-            end = in.find("\r\n\r\n");
-            if (end == std::string::npos)
-                continue;
-            std::string head = in.substr(0, end);
-            for (auto& ch : head)
-                ch = static_cast<char>(tolower(ch));
-            auto at = head.find("content-length: ");
-            need = at == std::string::npos ? 0 : std::stoul(head.substr(at + 16));
-            if (in.size() >= end + 4 + need)
-                break;
-        }
-        LoopbackRequest r;
-        r.head = in.substr(0, end);
-        r.method = in.substr(0, in.find(' '));
-        r.path = in.substr(in.find(' ') + 1);
-        r.path = r.path.substr(0, r.path.find(' '));
-        if (r.path.starts_with("http://"))
-            r.path = r.path.substr(r.path.find('/', 7));
-        r.body = in.substr(end + 4, need);
-        LoopbackAnswer a = handler(r);
-        if (a.cut)
-            return;
-        std::string out = "HTTP/1.1 " + std::to_string(a.status) + " X\r\nConnection: close\r\n";
-        if (a.status != 204)
-            out += "Content-Length: " + std::to_string(a.body.size()) + "\r\n";
-        out += "\r\n" + (a.status != 204 ? a.body : "");
-        for (std::size_t s = 0; s < out.size();) {
-            const auto n = ::send(c, out.data() + s, static_cast<int>(out.size() - s), 0);
-            if (n <= 0)
-                return;
-            s += static_cast<std::size_t>(n);
-        }
-    }
-};
-LoopbackServer::LoopbackServer(std::function<LoopbackAnswer(const LoopbackRequest&)> handler) : state_(new State) {
+
+namespace {
+
 #ifdef _WIN32
-    WSADATA d;
-    WSAStartup(MAKEWORD(2, 2), &d);
+using Socket = SOCKET;
+void Close(Socket connection) {
+    ::closesocket(connection);
+}
+#else
+using Socket = int;
+void Close(Socket connection) {
+    ::close(connection);
+}
 #endif
-    state_->handler = handler;
-    state_->listening = Handle(::socket(AF_INET, SOCK_STREAM, 0));
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen n = sizeof a;
-    ::bind(state_->listening, reinterpret_cast<sockaddr*>(&a), n);
-    ::listen(state_->listening, 10);
-    ::getsockname(state_->listening, reinterpret_cast<sockaddr*>(&a), &n);
-    state_->port = ntohs(a.sin_port);
-    state_->thread = std::thread([s = state_.get()] {
-        for (;;) {
-            auto c = Handle(::accept(s->listening, nullptr, nullptr));
-            if (s->stop) {
-                ::close(c);
-                return;
-            }
-            if (c == Handle(-1))
-                continue;
-            s->Serve(c);
-            ::close(c);
+
+// Reads one whole request; false when the client goes away before its end.
+bool ReadRequest(Socket connection, LoopbackRequest& request) {
+    std::string text;
+    char piece[16384];
+    for (;;) {
+        const auto count = ::recv(connection, piece, sizeof(piece), 0);
+        if (count <= 0) {
+            return false;
         }
-    });
+        text.append(piece, static_cast<std::size_t>(count));
+        const std::size_t end = text.find("\r\n\r\n");
+        if (end == std::string::npos) {
+            continue;
+        }
+        std::string head = text.substr(0, end);
+        std::transform(head.begin(), head.end(), head.begin(),
+                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+        const std::size_t length = head.find("content-length: ");
+        const std::size_t size = length == std::string::npos ? 0 : std::stoul(head.substr(length + 16));
+        if (text.size() < end + 4 + size) {
+            continue;
+        }
+        request.head = text.substr(0, end);
+        request.body = text.substr(end + 4, size);
+        break;
+    }
+    const std::size_t blank = request.head.find(' ');
+    request.method = request.head.substr(0, blank);
+    request.path = request.head.substr(blank + 1, request.head.find(' ', blank + 1) - blank - 1);
+    if (request.path.starts_with("http://")) {  // as a proxy is asked
+        request.path.erase(0, request.path.find('/', 7));
+    }
+    return true;
 }
+
+void Write(const LoopbackConnection& connection, const LoopbackAnswer& answer) {
+    if (answer.by_hand) {
+        answer.by_hand(connection);
+        return;
+    }
+    const std::string body = answer.status == 204 ? "" : answer.body;
+    const std::string text = "HTTP/1.1 " + std::to_string(answer.status) + " Said\r\nConnection: close\r\n" +
+                             (answer.status == 204 ? "" : "Content-Length: " + std::to_string(body.size()) + "\r\n") +
+                             "\r\n" + body;
+    connection.send(text);
+}
+
+// The one listening socket, from its first use to the end of the program.
+class Listener {
+public:
+    static Listener& Get() {
+        static auto* const listener = new Listener;
+        return *listener;
+    }
+
+    void Set(LoopbackServer::Handler handler) {
+        const std::lock_guard guard(mutex_);
+        handler_ = std::move(handler);
+    }
+
+    int Port() const { return port_; }
+
+private:
+    Listener() {
+#ifdef _WIN32
+        WSADATA data;
+        ::WSAStartup(MAKEWORD(2, 2), &data);
+#endif
+        listening_ = ::socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof(address);
+        ::bind(listening_, reinterpret_cast<sockaddr*>(&address), size);
+        ::listen(listening_, 16);
+        ::getsockname(listening_, reinterpret_cast<sockaddr*>(&address), &size);
+        port_ = ntohs(address.sin_port);
+        std::thread([this] {
+            for (;;) {
+                Serve();
+            }
+        }).detach();
+    }
+
+    void Serve() {
+        const Socket connection = ::accept(listening_, nullptr, nullptr);
+        LoopbackRequest request;
+        if (ReadRequest(connection, request)) {
+            const std::lock_guard guard(mutex_);
+            const LoopbackAnswer answer = handler_ ? handler_(request) : LoopbackAnswer{503, "", false};
+            if (!answer.cut) {
+                Write(LoopbackConnection(static_cast<std::intptr_t>(connection)), answer);
+            }
+        }
+        Close(connection);
+    }
+
+    Socket listening_;
+    int port_ = 0;
+    std::mutex mutex_;
+    LoopbackServer::Handler handler_;
+};
+
+}  // namespace
+
+bool LoopbackConnection::send(std::string_view bytes) const {
+    while (!bytes.empty()) {
+        const auto count = ::send(static_cast<Socket>(socket_), bytes.data(), static_cast<int>(bytes.size()), 0);
+        if (count <= 0) {
+            return false;
+        }
+        bytes.remove_prefix(static_cast<std::size_t>(count));
+    }
+    return true;
+}
+
+void LoopbackConnection::wait_for_close() const {
+    char byte = 0;
+    while (::recv(static_cast<Socket>(socket_), &byte, 1, 0) > 0) {
+    }
+}
+
+LoopbackServer::LoopbackServer(Handler handler) {
+    Listener::Get().Set(std::move(handler));
+}
+
 LoopbackServer::~LoopbackServer() {
-    state_->stop = true;
-    auto c = Handle(::socket(AF_INET, SOCK_STREAM, 0));
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    a.sin_port = htons(static_cast<std::uint16_t>(state_->port));
-    ::connect(c, reinterpret_cast<sockaddr*>(&a), sizeof a);
-    ::close(c);
-    state_->thread.join();
-    ::close(state_->listening);
+    Listener::Get().Set(nullptr);
 }
+
 void LoopbackServer::stand_for(const std::string& host) const {
-    const std::string address = "127.0.0.1:" + std::to_string(state_->port);
+    const std::string address = "127.0.0.1:" + std::to_string(Listener::Get().Port());
 #ifdef _WIN32
     ::SetEnvironmentVariableA("http_proxy", address.c_str());
-    (void)host;
 #else
-    write_text(platform::machine_folder() + "/network.json", "{\"hosts\": {\"" + host + ":80\": \"" + address + "\"}}");
+    write_text(platform::machine_folder() + "/network.json", R"({"hosts": {")" + host + ":80\": \"" + address + "\"}}");
 #endif
+    (void)host;
 }

@@ -1,22 +1,46 @@
+// Plain HTTP on loopback for one test: each request goes to a handler, on a thread of the server's own, one at a time.
+// All servers of a test program share one port, since a program's proxy is looked up only once.
 #pragma once
+
+#include <cstdint>
 #include <functional>
-#include <memory>
 #include <string>
+#include <string_view>
+
 struct LoopbackRequest {
-    std::string method, path, head, body;
+    std::string method;
+    std::string path;
+    std::string head;  // all lines before the empty one
+    std::string body;
 };
+
+// The server's side of a connection.
+class LoopbackConnection {
+public:
+    explicit LoopbackConnection(std::intptr_t socket) : socket_(socket) {}
+    bool send(std::string_view bytes) const;  // false when the client is gone
+    void wait_for_close() const;
+
+private:
+    std::intptr_t socket_;
+};
+
 struct LoopbackAnswer {
     int status = 200;
     std::string body;
-    bool cut = false;
+    bool cut = false;                                                  // closes the connection without an answer
+    std::function<void(const LoopbackConnection&)> by_hand = nullptr;  // in place of all that
 };
+
 class LoopbackServer {
 public:
-    explicit LoopbackServer(std::function<LoopbackAnswer(const LoopbackRequest&)> handler);
-    ~LoopbackServer();
-    void stand_for(const std::string& host) const;
+    using Handler = std::function<LoopbackAnswer(const LoopbackRequest&)>;
 
-private:
-    struct State;
-    std::unique_ptr<State> state_;
+    explicit LoopbackServer(Handler handler);
+    ~LoopbackServer();
+    LoopbackServer(const LoopbackServer&) = delete;
+    LoopbackServer& operator=(const LoopbackServer&) = delete;
+
+    // Makes the test's machine find this server under a host name, on port 80.
+    void stand_for(const std::string& host) const;
 };
