@@ -23,7 +23,7 @@ using Names = std::vector<std::string>;
 constexpr char kFile[] = "x.db";
 constexpr std::size_t kChunk = 16384;
 const std::string kPath = std::string(kDataFolder) + kFile;
-const FileServer::Fault kCut = {200, {}, true};
+const FileServer::Fault kCut = {200, "", true};
 const Names kAtRest = {kStatusDb, kFile};
 
 JobManager& Jobs() {
@@ -105,19 +105,21 @@ TEST_F(Upload, SendsTheRestingFileWithAllItsTables) {
               std::to_string(file.size) + "|" + std::to_string(file.size) + "|2030-01-02 03:04|2030-01-02 03:04|" +
                   file.md5 + "|id-bare.db|");
     EXPECT_EQ(server.body, "");
+    ASSERT_FALSE(server.calls.empty());
     EXPECT_EQ(server.calls.back(), "/api/FS/finishupload/id-bare.db");
 }
 
 TEST_F(Upload, RecordsEachWayAnAttemptCanEnd) {
     const std::string unregistered = "3|3|1|0|BG_UPLOAD_STATUS_INITUPLOADFILE_ERROR";
     const std::string size = std::to_string(bytes.size());
-    const struct {
+    struct Case {
         const char* name;
         std::size_t call;
         FileServer::Fault fault;
         std::string outcome;  // result code, state, tries, bytes, response
         std::int32_t result = BG_UPLOAD_STATUS_ERROR;
-    } cases[] = {
+    };
+    const std::vector<Case> cases = {
         {"all well", 99, {}, "2|1|1|" + size + "|BG_UPLOAD_STATUS_SUCCESS", BG_UPLOAD_STATUS_SUCCESS},
         {"registration without an answer", 0, kCut, unregistered},
         {"internal error", 0, {500, Status("OK")}, unregistered},
@@ -136,7 +138,7 @@ TEST_F(Upload, RecordsEachWayAnAttemptCanEnd) {
         {"end refused", chunks + 1, {200, Status("NO")}, "5|3|1|" + size + "|BG_UPLOAD_STATUS_FINISHUPLOAD: NO"},
     };
     ASSERT_GE(chunks, 3U);
-    for (const auto& one : cases) {
+    for (const Case& one : cases) {
         StartAnew();
         server.faults[one.call] = one.fault;
         EXPECT_EQ(StartUpload(), one.result) << one.name;
@@ -149,7 +151,7 @@ TEST_F(Upload, RecordsEachWayAnAttemptCanEnd) {
 
 TEST_F(Upload, GoesOnWhereTheServerStoppedAfterACutAtAnyCall) {
     for (std::size_t call = 0; call <= chunks + 1; ++call) {
-        for (const FileServer::Fault& fault : {kCut, FileServer::Fault{200, {}, true, true}, {500}}) {
+        for (const FileServer::Fault& fault : {kCut, FileServer::Fault(200, "", true, true), {500}}) {
             StartAnew();
             server.faults[call] = fault;
             EXPECT_EQ(StartUpload(), BG_UPLOAD_STATUS_ERROR);
@@ -233,6 +235,10 @@ TEST_F(Upload, RunsThroughAllFilesThatAreDue) {
     EXPECT_EQ(Columns("FILE_STATUS") + Columns("FILE_STATUS", "y.db"), "3|1|");
     EXPECT_EQ(StartUpload(), BG_UPLOAD_STATUS_SUCCESS);
     EXPECT_EQ(StartUpload(), BG_UPLOAD_STATUS_FILEEMPTY);
+    Register("gone.db");
+    EXPECT_EQ(StartUpload(), BG_UPLOAD_STATUS_SUCCESS);
+    EXPECT_EQ(Columns("FILE_UPLOAD_STATUS, FILE_STATUS, FILE_TRY_COUNT", "gone.db"), "11|2|1|");
+    EXPECT_FALSE(platform::file_exists(std::string(kDataFolder) + "gone.db"));
     if (!platform::machine_folder().empty()) {  // no other machine can be told to be offline
         write_text(platform::machine_folder() + "/network.json", R"({"online": false})");
         EXPECT_EQ(StartUpload(), BG_UPLOAD_STATUS_NETWORK_ERROR);

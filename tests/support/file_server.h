@@ -5,6 +5,7 @@
 
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/loopback_server.h"
@@ -21,10 +22,13 @@ public:
 
     // What a call gets in place of its answer. The server has done its work when `late`.
     struct Fault {
-        int status = 200;
-        std::string body = {};
-        bool cut = false;  // the connection closes without an answer
-        bool late = false;
+        Fault(int code = 200, std::string text = "", bool closes = false, bool afterWork = false)
+            : status(code), body(std::move(text)), cut(closes), late(afterWork) {}
+
+        int status;
+        std::string body;
+        bool cut;  // the connection closes without an answer
+        bool late;
     };
 
     FileServer();
