@@ -12,6 +12,8 @@
 #ifdef _WIN32
 #include <winsock2.h>
 #include <ws2tcpip.h>
+
+#include <winhttp.h>
 #else
 #include <arpa/inet.h>
 #include <sys/socket.h>
@@ -92,7 +94,7 @@ public:
         handler_ = std::move(handler);
     }
 
-    int Port() const { return port_; }
+    std::string Address() const { return "127.0.0.1:" + std::to_string(port_); }
 
 private:
     Listener() {
@@ -109,11 +111,21 @@ private:
         ::listen(listening_, 16);
         ::getsockname(listening_, reinterpret_cast<sockaddr*>(&address), &size);
         port_ = ntohs(address.sin_port);
+        LeadAllHostsHere();
         std::thread([this] {
             for (;;) {
                 Serve();
             }
         }).detach();
+    }
+
+    // A program looks up its proxy with its first session, and keeps it. What it starts looks up its own.
+    void LeadAllHostsHere() const {
+#ifdef _WIN32
+        ::SetEnvironmentVariableA("http_proxy", Address().c_str());
+        ::WinHttpCloseHandle(::WinHttpOpen(L"", WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, nullptr, nullptr, 0));
+        ::SetEnvironmentVariableA("http_proxy", nullptr);
+#endif
     }
 
     void Serve() {
@@ -165,12 +177,13 @@ LoopbackServer::~LoopbackServer() {
     Listener::Get().Set(nullptr);
 }
 
+void LoopbackServer::begin() {
+    Listener::Get();
+}
+
 void LoopbackServer::stand_for(const std::string& host) const {
-    const std::string address = "127.0.0.1:" + std::to_string(Listener::Get().Port());
-#ifdef _WIN32
-    ::SetEnvironmentVariableA("http_proxy", address.c_str());
-#else
-    write_text(platform::machine_folder() + "/network.json", R"({"hosts": {")" + host + ":80\": \"" + address + "\"}}");
-#endif
-    (void)host;
+    if (!platform::machine_folder().empty()) {
+        write_text(platform::machine_folder() + "/network.json",
+                   R"({"hosts": {")" + host + ":80\": \"" + Listener::Get().Address() + "\"}}");
+    }
 }

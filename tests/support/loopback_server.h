@@ -1,5 +1,5 @@
 // Plain HTTP on loopback for one test: each request goes to a handler, on a thread of the server's own, one at a time.
-// All servers of a test program share one port, since a program's proxy is looked up only once.
+// All servers of a test program share one port, since on Windows it is the program's proxy.
 #pragma once
 
 #include <cstdint>
@@ -41,6 +41,9 @@ public:
     LoopbackServer(const LoopbackServer&) = delete;
     LoopbackServer& operator=(const LoopbackServer&) = delete;
 
-    // Makes the test's machine find this server under a host name, on port 80.
+    // Before the program's first exchange.
+    static void begin();
+
+    // Makes the test's machine find this server under a host name, on port 80; on Windows it is found under all.
     void stand_for(const std::string& host) const;
 };
