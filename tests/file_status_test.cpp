@@ -66,6 +66,7 @@ protected:
 TEST_F(FileStatus, SpeaksToItsDatabaseInTheseWords) {
     EXPECT_EQ(Told([&] {
                   BG_FILESTATUS_CONTROLLER controller;
+                  controller.fopenDB(kStatusDb);
                   controller.setFileName("x.db");
                   controller.setFileType(2);
                   controller.setFileUploadedTime("later");
@@ -176,6 +177,9 @@ TEST_F(FileStatus, LosesNothingBetweenItsOwnConnectionAndThoseOfItsOperations) {
     BG_FILESTATUS_CONTROLLER controller;
     controller.setFileName("x.db");
     controller.setFileType(1);
+    controller.commit();  // not by the constructor's connection
+    EXPECT_EQ(controller.getUploadFileList(1, 2, kStatusDb).size(), 0U);
+    EXPECT_TRUE(controller.fopenDB(kStatusDb));
     controller.commit();
     EXPECT_EQ(controller.getUploadFileList(1, 2, kStatusDb).size(), 1U) << "what was committed is there at once";
     controller.setFileName("y.db");

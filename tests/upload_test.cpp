@@ -37,7 +37,8 @@ std::int32_t StartUpload() {
 // Sends a file of any bytes, which need not be a database.
 std::int32_t Send(FileRecord record, std::int32_t chunkIndex = 1) {
     BG_FILESTATUS_CONTROLLER controller;
-    controller.fcloseDB();
+    controller.fopenDB(kStatusDb);
+    controller.fcloseDB();  // two cycles on one file would lose data
     const StatusCycle cycle(kStatusDb);
     record.fileName = kFile;
     return controller.uploading(cycle.Connection(), record, chunkIndex);

@@ -56,7 +56,10 @@ public:
     explicit Cycle(const std::string& dbName) : opened_(Open(dbName, handle_, kDbKey) == SQLITE_OK) {}
     ~Cycle() {
         if (opened_) {
-            End();
+            try {
+                End();
+            } catch (...) {  // there is no memory for a log line
+            }
         }
     }
     Cycle(const Cycle&) = delete;

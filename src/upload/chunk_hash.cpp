@@ -102,20 +102,25 @@ std::string ChunkPath(const std::string& path, std::int32_t start, std::int32_t 
     return length < static_cast<int>(buffer.size()) ? buffer.data() : "";
 }
 
-void CopyBlock(std::FILE* source, std::FILE* chunk, std::int32_t block) {
+// False when the chunk is not whole on disk, which would be sent as if it were.
+bool CopyBlock(std::FILE* source, std::FILE* chunk, std::int32_t block) {
     for (std::int32_t copied = 0; copied < block; ++copied) {
         const int byte = std::getc(source);
-        if (byte == EOF || std::putc(byte, chunk) == EOF) {
-            return;
+        if (byte == EOF) {
+            break;
+        }
+        if (std::putc(byte, chunk) == EOF) {
+            return false;
         }
     }
+    return std::fflush(chunk) == 0;
 }
 
 }  // namespace
 
 void createMD5forFile(const std::string& path, std::optional<std::string>& md5) {
     LogMessage("createMD5 path: " + path);
-    LogMessage("mbsrtowcs_s: 0");
+    LogMessage("mbsrtowcs_s: 0");  // byte by byte, in the "C" locale, which can't fail
     platform::InputFile file;
     if (!file.open(path)) {
         return;
@@ -156,9 +161,13 @@ std::string getMD5(const std::string& path, std::int32_t start, std::int32_t blo
         return "";
     }
     platform::remove_file(chunk);
-    if (const platform::File target = platform::open_file(chunk, "wb+")) {
-        CopyBlock(source.get(), target.get(), block);
+    platform::File target = platform::open_file(chunk, "wb+");
+    if (target != nullptr && !CopyBlock(source.get(), target.get(), block)) {
+        target.reset();
+        platform::remove_file(chunk);
+        return "";
     }
+    target.reset();
     source.reset();
     std::optional<std::string> md5;
     createMD5forFile(chunk, md5);

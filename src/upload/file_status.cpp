@@ -109,29 +109,24 @@ std::string CommitStatement(const FileRecord& record) {
 }  // namespace
 
 BG_FILESTATUS_CONTROLLER::BG_FILESTATUS_CONTROLLER(std::string dbName) {
-    lastResult_ = openDB(dbName, database_);
-    if (lastResult_ != SQLITE_OK) {
+    OpenCycle(dbName);
+    if (!cycle_->IsOpen()) {
         LogMessage("[BG_FILESTATUS_CONTROLLER] Error Opening SQLite3 datbase");
-        return;
-    }
-    isOpen_ = true;
-    if (!Run(database_.db, CreateStatement())) {
+    } else if (!Run(cycle_->Connection(), CreateStatement())) {
         LogMessage(std::string("[BG_FILESTATUS_CONTROLLER] BG_FILESTATUS_CONTROLLER(): Error executing SQLite3 "
                                "statemant ") +
-                   sqlite3_errmsg(database_.db));
+                   sqlite3_errmsg(cycle_->Connection()));
     }
 }
 
-BG_FILESTATUS_CONTROLLER::~BG_FILESTATUS_CONTROLLER() {
-    fcloseDB();
-}
+BG_FILESTATUS_CONTROLLER::~BG_FILESTATUS_CONTROLLER() = default;
 
 bool BG_FILESTATUS_CONTROLLER::fopenDB(const std::string& dbName) {
     if (isOpen_) {
         return true;
     }
-    lastResult_ = openDB(dbName, database_);
-    isOpen_ = lastResult_ == SQLITE_OK;
+    OpenCycle(dbName);
+    isOpen_ = cycle_->IsOpen();
     if (!isOpen_) {
         LogMessage("[BG_FILESTATUS_CONTROLLER][fopenDB] fail");
     }
@@ -143,31 +138,42 @@ bool BG_FILESTATUS_CONTROLLER::fcloseDB() {
         return true;
     }
     isOpen_ = false;
-    closeDB(database_);
-    if (database_.db != nullptr) {
+    if (!cycle_->Close()) {
         LogMessage("[BG_FILESTATUS_CONTROLLER][fcloseDB] fail");
         return false;
     }
     return true;
 }
 
+void BG_FILESTATUS_CONTROLLER::OpenCycle(const std::string& dbName) {
+    cycle_.reset();
+    cycle_.emplace(dbName);
+    lastResult_ = cycle_->Result();
+}
+
+void BG_FILESTATUS_CONTROLLER::EndCycle() {
+    fcloseDB();
+    cycle_.reset();
+}
+
 void BG_FILESTATUS_CONTROLLER::commit() {
     if (!isOpen_) {
         return;
     }
-    if (Run(database_.db, CommitStatement(record_))) {
+    sqlite3* const database = cycle_->Connection();
+    if (Run(database, CommitStatement(record_))) {
         lastResult_ = SQLITE_OK;
         LogMessage("[BG_FILESTATUS_CONTROLLER][commit] success!!");
     } else {
-        lastResult_ = sqlite3_errcode(database_.db);
+        lastResult_ = sqlite3_errcode(database);
         LogMessage(std::string("[BG_FILESTATUS_CONTROLLER][commit()] Error executing SQLite3 statemant ") +
-                   sqlite3_errmsg(database_.db));
+                   sqlite3_errmsg(database));
     }
 }
 
 std::vector<std::string> BG_FILESTATUS_CONTROLLER::getDeletFileNameList(std::int32_t fileType,
                                                                         const std::string& dbName) {
-    fcloseDB();
+    EndCycle();
     const StatusCycle cycle(dbName);
     if (!cycle.IsOpen()) {
         LogMessage("[BG_FILESTATUS_CONTROLLER][getDeletFileNameList] Error Opening SQLite3 datbase");
@@ -186,7 +192,7 @@ std::vector<std::string> BG_FILESTATUS_CONTROLLER::getDeletFileNameList(std::int
 
 std::vector<FileRecord> BG_FILESTATUS_CONTROLLER::getUploadFileList(std::int32_t fileType, std::int32_t ageInDays,
                                                                     const std::string& dbName) {
-    fcloseDB();
+    EndCycle();
     const StatusCycle cycle(dbName);
     if (!cycle.IsOpen()) {
         LogMessage("[BG_FILESTATUS_CONTROLLER][getUploadFileList] Error Opening SQLite3 datbase");
@@ -233,7 +239,7 @@ void BG_FILESTATUS_CONTROLLER::startDelete(std::int32_t fileType, std::int32_t k
 }
 
 void BG_FILESTATUS_CONTROLLER::startDeleteFileRecord(const std::string& dbName) {
-    fcloseDB();
+    EndCycle();
     const StatusCycle cycle(dbName);
     if (!cycle.IsOpen()) {
         return;

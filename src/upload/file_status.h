@@ -4,11 +4,12 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include "store/telemetry_handle.h"
 #include "upload/file_record.h"
+#include "upload/status_cycle.h"
 
 namespace zorvalis {
 
@@ -16,8 +17,8 @@ inline constexpr char kStatusDb[] = "BGFS.db";
 
 class BG_FILESTATUS_CONTROLLER {
 public:
-    // Opens the database and makes sure that its table exists. When that fails the object stays usable, and later opens
-    // fail on their own.
+    // Opens the database and makes sure that its table exists; nothing is committed by that connection. When that fails
+    // the object stays usable, and later opens fail on their own.
     explicit BG_FILESTATUS_CONTROLLER(std::string dbName = kStatusDb);
     ~BG_FILESTATUS_CONTROLLER();
     BG_FILESTATUS_CONTROLLER(const BG_FILESTATUS_CONTROLLER&) = delete;
@@ -33,7 +34,8 @@ public:
     void setFileUploadedTime(std::string time) { record_.uploadedTime = std::move(time); }
     void commit();
 
-    // All others run cycles of their own, each ended when it returns; the controller's is ended before.
+    // All others run cycles of their own, each ended when it returns; the controller's is ended before: two on one file
+    // would lose data.
 
     // Files that count against the keep limit, oldest first; the single name "OPEN ERROR" when they can't be read.
     std::vector<std::string> getDeletFileNameList(std::int32_t fileType, const std::string& dbName);
@@ -54,10 +56,13 @@ public:
     std::int32_t uploading(sqlite3* database, const FileRecord& record, std::int32_t chunkIndex);
 
 private:
+    void OpenCycle(const std::string& dbName);
+    void EndCycle();
+
     FileRecord record_;
-    bool isOpen_ = false;
-    std::int32_t lastResult_ = 0;
-    TelemetryDb database_;
+    bool isOpen_ = false;          // through fopenDB
+    std::int32_t lastResult_ = 0;  // of the latest open or commit
+    std::optional<StatusCycle> cycle_;
 };
 
 // Sets columns of one row; a text brings its own single quotes.

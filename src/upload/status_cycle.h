@@ -11,21 +11,30 @@ namespace zorvalis {
 
 class StatusCycle {
 public:
-    explicit StatusCycle(const std::string& dbName) : isOpen_(openDB(dbName, database_) == SQLITE_OK) {}
+    explicit StatusCycle(const std::string& dbName) : result_(openDB(dbName, database_)) {}
     ~StatusCycle() {
-        if (isOpen_) {
-            closeDB(database_);
+        try {
+            Close();
+        } catch (...) {  // there is no memory for a log line
         }
     }
     StatusCycle(const StatusCycle&) = delete;
     StatusCycle& operator=(const StatusCycle&) = delete;
 
-    bool IsOpen() const { return isOpen_; }
+    int Result() const { return result_; }  // SQLite's, of the open
+    bool IsOpen() const { return database_.db != nullptr; }
     sqlite3* Connection() const { return database_.db; }
+
+    bool Close() {
+        if (IsOpen()) {
+            closeDB(database_);
+        }
+        return !IsOpen();
+    }
 
 private:
     TelemetryDb database_;
-    bool isOpen_;
+    int result_;
 };
 
 }  // namespace zorvalis

@@ -104,6 +104,7 @@ std::string Status(const std::string& word) {
 
 void Register(const std::string& name, std::int32_t type, const std::string& date) {
     BG_FILESTATUS_CONTROLLER controller;
+    ASSERT_TRUE(controller.fopenDB(kStatusDb));
     controller.setFileName(name);
     controller.setFileType(type);
     controller.setFileCreateDate(date);
