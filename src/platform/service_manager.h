@@ -1,0 +1,46 @@
+// The service database, one call for each of the system's own: what an administrator's command asks of it. An object
+// holds at most one open database and one open service, closes both, and belongs to one thread. A failed call leaves
+// its cause in `last_error`.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "platform/service.h"
+
+namespace platform {
+
+struct ServiceRegistration {
+    const wchar_t* name;
+    const wchar_t* display_name;
+    std::uint32_t type;
+    std::uint32_t start_type;
+    std::uint32_t error_control;
+    const wchar_t* path;
+    const wchar_t* dependencies;  // names, each with its null, and a null; no name at all is ""
+    const wchar_t* account;       // null for the local system
+    const wchar_t* password;      // null for none
+};
+
+class ServiceManager {
+public:
+    ServiceManager();
+    ~ServiceManager();
+    ServiceManager(const ServiceManager&) = delete;
+    ServiceManager& operator=(const ServiceManager&) = delete;
+
+    bool open(std::uint32_t access);
+    bool create_service(const ServiceRegistration& registration, std::uint32_t access);
+    bool open_service(const wchar_t* name, std::uint32_t access);
+
+    // On the open service.
+    bool control_service(std::uint32_t control, ServiceStatus& status);
+    bool query_service(ServiceStatus& status);
+    bool delete_service();
+
+private:
+    struct State;
+    State* state_;
+};
+
+}  // namespace platform
