@@ -113,14 +113,14 @@ bool CopyBlock(std::FILE* source, std::FILE* chunk, std::int32_t block) {
             return false;
         }
     }
-    return std::fflush(chunk) == 0;
+    return std::ferror(source) == 0 && std::fflush(chunk) == 0;
 }
 
 }  // namespace
 
 void createMD5forFile(const std::string& path, std::optional<std::string>& md5) {
     LogMessage("createMD5 path: " + path);
-    LogMessage("mbsrtowcs_s: 0");  // byte by byte, in the "C" locale, which can't fail
+    LogMessage("mbsrtowcs_s: 0");  // the floor takes the path as it is
     platform::InputFile file;
     if (!file.open(path)) {
         return;
@@ -162,10 +162,10 @@ std::string getMD5(const std::string& path, std::int32_t start, std::int32_t blo
     }
     platform::remove_file(chunk);
     platform::File target = platform::open_file(chunk, "wb+");
-    if (target != nullptr && !CopyBlock(source.get(), target.get(), block)) {
+    if (target == nullptr || !CopyBlock(source.get(), target.get(), block)) {
         target.reset();
         platform::remove_file(chunk);
-        return "";
+        return "";  // neither half a chunk nor an old one that can't be replaced is sent
     }
     target.reset();
     source.reset();
