@@ -2,6 +2,7 @@
 
 option(ZORV_TESTS "Build the test programs" ON)
 option(ZORV_BENCH "Build the benchmarks" OFF)
+option(ZORV_FUZZ "Build the fuzzers, which takes clang" OFF)
 set(ZORV_SANITIZER "" CACHE STRING "Sanitizers for the Linux side: empty, 'address,undefined' or 'thread'")
 
 # Deployment values, each used in one place.
@@ -25,7 +26,14 @@ if(WIN32)
 else()
     target_link_options(zorv_options INTERFACE -static-libstdc++ -static-libgcc)
 endif()
+if(CMAKE_CXX_COMPILER_ID STREQUAL Clang)
+    target_compile_options(zorv_options INTERFACE -Wno-unknown-warning-option)
+endif()
 if(ZORV_SANITIZER)
     add_compile_options(-fsanitize=${ZORV_SANITIZER} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${ZORV_SANITIZER})
+    if(CMAKE_CXX_COMPILER_ID STREQUAL Clang)
+        # A library that is loaded by name may call a buffer void* or char*.
+        add_compile_options(-fno-sanitize=function)
+    endif()
 endif()

@@ -55,7 +55,10 @@ Json SettingFileManager::GetSettingFileFromServer() const {
 }
 
 std::int32_t SettingFileManager::UpdateSettingFile() {
-    const Json answer = GetSettingFileFromServer();
+    return TakeAnswer(GetSettingFileFromServer());
+}
+
+std::int32_t SettingFileManager::TakeAnswer(const Json& answer) {
     if (answer == 0) {
         return Refused("[SettingFileManager] downloadJson == NULL");
     }

@@ -41,6 +41,9 @@ public:
     // values of a wrong type.
     std::int32_t UpdateSettingFile();
 
+    // The same, once the server has answered.
+    std::int32_t TakeAnswer(const Json& answer);
+
     // The server's answer; the JSON number 0 stands for none.
     Json GetSettingFileFromServer() const;
     std::string GetModelName() const;

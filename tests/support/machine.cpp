@@ -43,6 +43,7 @@ std::string new_folder() {
     }
 }
 
+#ifdef _WIN32
 void delete_key(const std::wstring& key) {
     std::vector<std::wstring> subkeys;
     std::vector<platform::RegistryValue> values;
@@ -52,6 +53,7 @@ void delete_key(const std::wstring& key) {
     }
     platform::delete_registry_key(kMachine, key);
 }
+#endif
 
 // The test program's own folder has the folder of the built programs beside it.
 fs::path built(const char* name) {
