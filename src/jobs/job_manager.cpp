@@ -16,7 +16,7 @@ namespace zorvalis {
 
 struct JobManager::NamedJob {
     const wchar_t* name;
-    const char* words;
+    const char* words;  // null for a job that says them itself, once it knows that it runs
     Job job;
 };
 
@@ -25,6 +25,9 @@ const JobManager::NamedJob JobManager::kJobs[] = {
     {L"jobZprpCheckSN", "DoJob - JOB_ZPRPSN", &JobManager::ZprpCheckSN},
     {L"jobDownloadSettingFile", "DoJob - JOB_DOWNLOADSETTINGFILE", &JobManager::DownloadSettingFile},
     {L"jobSetAppFolder", "DoJob - JOB_SETAPPFOLDER", &JobManager::SetAppFolder},
+    {L"jobCreateTaskScheduler", nullptr, &JobManager::CreateTaskScheduler},
+    {L"jobDisableTaskScheduler", "DoJob - JOB_DISABLETASKSCHEDULER", &JobManager::DisableTaskScheduler},
+    {L"jobUpdateTaskScheduler", nullptr, &JobManager::UpdateTaskScheduler},
     {L"jobSetMainSwitch", "DoJob - JOB_SETMAINSWITCH", &JobManager::SetMainSwitch},
     {L"jobCheckBgfsReg", "DoJob - JOB_CHECKBGFSREG", &JobManager::CheckBgfsReg},
 };
@@ -81,7 +84,9 @@ std::uint64_t JobManager::DoJob(std::wstring name, std::uint32_t param, std::int
 std::uint64_t JobManager::RunJob(const std::wstring& name, std::uint32_t param, std::int64_t now) {
     for (const NamedJob& one : kJobs) {
         if (name == one.name) {
-            LogMessage(one.words);
+            if (one.words != nullptr) {
+                LogMessage(one.words);
+            }
             return (this->*one.job)(param, now);
         }
     }

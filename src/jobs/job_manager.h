@@ -109,6 +109,9 @@ private:
     std::uint64_t ZprpCheckSN(std::uint32_t param, std::int64_t now);
     std::uint64_t DownloadSettingFile(std::uint32_t param, std::int64_t now);
     std::uint64_t SetAppFolder(std::uint32_t param, std::int64_t now);
+    std::uint64_t CreateTaskScheduler(std::uint32_t param, std::int64_t now);
+    std::uint64_t DisableTaskScheduler(std::uint32_t param, std::int64_t now);
+    std::uint64_t UpdateTaskScheduler(std::uint32_t param, std::int64_t now);
     std::uint64_t SetMainSwitch(std::uint32_t param, std::int64_t now);
     std::uint64_t CheckBgfsReg(std::uint32_t param, std::int64_t now);
 

@@ -14,6 +14,10 @@ inline bool IsDeviceClassAllowed() {
     return true;
 }
 
+// Its own scheduled task: made when it is missing, and switched off.
+inline void CheckTask() {}
+inline void DisableTask() {}
+
 // The pass that the activation's own scheduled task starts.
 inline void RunPass() {}
 

@@ -4,8 +4,13 @@
 #include <cstdio>
 #include <cwctype>
 
+#include "jobs/task_scheduler_setting.h"
 #include "platform/entry.h"
+#include "platform/error.h"
 #include "service/passes.h"
+#include "service/root.h"
+#include "service/service_install.h"
+#include "service/zorvalis_service.h"
 
 namespace zorvalis {
 namespace {
@@ -17,15 +22,23 @@ bool EqualsIgnoringCase(const wchar_t* a, const wchar_t* b) {
 }
 
 void Install() {
-    std::printf("-install: this build has no service to install yet\n");
+    constexpr std::uint32_t kAutomaticStart = 2;
+    InstallService(kServiceName, kServiceName, kAutomaticStart, L"", nullptr, nullptr);
 }
 
+// The tasks go whatever became of the service.
 void Remove() {
-    std::printf("-remove: this build has no service to remove yet\n");
+    UninstallService(kServiceName);
+    TaskSchedulerSetting bridge;
+    bridge.DeleteTaskSchedulerTriggerTmer(kCollectionTask);
+    bridge.DeleteTaskSchedulerTriggerTmer(kActivationTask);
 }
 
 void RunService() {
-    std::printf("This build has no service yet; -j0 runs one pass.\n");
+    ZorvalisService service(kServiceName, true, true, false);
+    if (!CServiceBase::Run(service)) {
+        std::printf("Service failed to run w/err 0x%08lx\n", static_cast<unsigned long>(platform::last_error()));
+    }
 }
 
 struct Option {
@@ -46,12 +59,12 @@ constexpr std::array<Option, 4> kOptions = {{
 int program_main(int argc, const wchar_t* const* argv) {
     using namespace zorvalis;
     if (argc < 2 || (argv[1][0] != L'-' && argv[1][0] != L'/')) {
-        RunService();
+        AtRoot("RunService", RunService);
         return 0;
     }
     for (const Option& option : kOptions) {
         if (EqualsIgnoringCase(argv[1] + 1, option.word)) {
-            option.run();
+            AtRoot("The command", option.run);
             break;
         }
     }

@@ -1,14 +1,14 @@
 #include "service/passes.h"
 
-#include <exception>
-
 #include "common/log.h"
 #include "common/registry.h"
-#include "common/text.h"
 #include "jobs/job_manager.h"
 #include "jobs/product_activation.h"
 #include "jobs/schedule_predicates.h"
 #include "platform/clock.h"
+#include "service/root.h"
+#include "service/service_install.h"
+#include "service/zorvalis_service.h"
 
 namespace zorvalis {
 namespace {
@@ -23,7 +23,7 @@ void job0() {
     jobManager.DoJob(L"jobZprpCheckSN", 0, now);
     jobManager.DoJob(L"jobDownloadSettingFile", 0, now);
     jobManager.DoCollectJob(L"", 1, true, now);
-    jobManager.DoJob(L"jobUpdateTaskScheduler", 0, now);  // not built yet: an unknown name does nothing
+    jobManager.DoJob(L"jobUpdateTaskScheduler", 0, now);
     LogMessage("job0  --->");
 }
 
@@ -51,31 +51,24 @@ void Traced(void (*pass)()) {
     pass();
 }
 
-void RunPass(void (*pass)(), const char* name) {
-    try {
-        pass();
-    } catch (const std::exception& error) {
-        ReportServiceEvent((WidenBytes(name) + L" ended early: " + WidenBytes(error.what())).c_str(), kWarning);
-    } catch (...) {
-        ReportServiceEvent((WidenBytes(name) + L" ended early").c_str(), kWarning);
-    }
+// The object is never run: it keeps the event provider registered for the length of the pass.
+void RunPass(const char* name, void (*prepare)(), void (*pass)()) {
+    AtRoot(name, [&] {
+        const ZorvalisService service(kServiceName, true, true, false);
+        prepare();
+        Traced(pass);
+    });
 }
 
 }  // namespace
 
-// The service object whose event provider a pass keeps registered comes with the service; it goes ahead of all else.
-
 void RunJob0() {
-    RunPass(
-        [] {
-            LiftSkipOnPowerEvent();
-            Traced(job0);
-        },
-        "job0");
+    RunPass("job0", LiftSkipOnPowerEvent, job0);
 }
 
 void RunJob1() {
-    RunPass([] { Traced(job1); }, "job1");
+    RunPass(
+        "job1", [] {}, job1);
 }
 
 }  // namespace zorvalis

@@ -1,0 +1,33 @@
+#include "events/event_sink.h"
+
+#include "common/log.h"
+#include "common/registry.h"
+#include "common/text.h"
+
+namespace zorvalis {
+
+void EventSink::Indicate(const platform::EventObject& object) {
+    std::vector<std::wstring> names;
+    object.property_names(names);
+    for (const std::wstring& name : names) {
+        std::int32_t number = 0;
+        if (name != L"EventID" || !object.integer(name, number)) {
+            continue;
+        }
+        if (number == first_ || number == second_) {
+            last_ = number;
+            WriteRegDword(kLocalMachine, kProductKey, kPendingEvent, static_cast<std::uint32_t>(number));
+        }
+        LogMessage("[WmiEventManager][EventSink] Indicate : " + NarrowBytes(name) + std::to_string(number));
+    }
+}
+
+void EventSink::SetStatus(std::int32_t flags) {
+    if (flags == 0) {
+        LogMessage("[EventSink] Call complete. hResult");
+    } else if (flags == 2) {
+        LogMessage("[EventSink] Call in progress");
+    }
+}
+
+}  // namespace zorvalis

@@ -1,0 +1,117 @@
+#include "events/wmi_event_manager.h"
+
+#include <string>
+
+#include "common/log.h"
+#include "common/registry.h"
+#include "jobs/job_manager.h"
+#include "jobs/schedule_predicates.h"
+#include "platform/clock.h"
+#include "platform/event_subscription.h"
+
+namespace zorvalis {
+namespace {
+
+struct Event {
+    std::int32_t number;
+    const wchar_t* words;
+    JobTrigger trigger;
+};
+
+constexpr Event kEvents[] = {
+    {154, L" [WmiEventManager] WMI 1 ( DGPU )", JOB_TRIGGER_WMI_DGPU},
+    {155, L" [WmiEventManager] WMI 2 ( connector )", JOB_TRIGGER_WMI_CONNECTOR},
+};
+
+bool Done(platform::EventSubscription::Status status, const char* call, const char* step) {
+    if (status >= 0) {
+        return true;
+    }
+    LogMessage(std::string(" [WmiEventManager] Set WMI Event Receiver fail ") + call +
+               " failed:. Error code = " + std::to_string(status));
+    LogMessage(std::string("[WmiEventManager] Set WMI Event Receiver fail : ") + step);
+    return false;
+}
+
+void CollectFor(const std::wstring& number) {
+    for (const Event& event : kEvents) {
+        if (number == std::to_wstring(event.number)) {
+            ReportServiceEvent(event.words, kInformation);
+            JobManager::GetInstance().DoCollectJob(L"wmi_event", event.trigger, false, 0);
+            return;
+        }
+    }
+}
+
+void CollectIfDue(const std::wstring& number) {
+    if (isOverTotalCollectTime()) {
+        return;
+    }
+    LogMessage("[WmiEventManager][waitForWmiEvent][isOverTotalCollectTime] NO");
+    if (!isSpecificDojobDay()) {
+        return;
+    }
+    LogMessage("[WmiEventManager][waitForWmiEvent][isSpecificDojobDay] YES");
+    CollectFor(number);
+}
+
+void SettleEvent() {
+    WriteRegDword(kLocalMachine, kProductKey, kPendingEvent, 0);
+}
+
+}  // namespace
+
+void WmiEventManager::initWmiEventReceiver(bool initCom) {
+    constexpr std::uint32_t kMinute = 60000;
+    for (std::uint32_t wait = 0;;) {  // a good cycle in between does not reset it
+        while (setWmiEventReceiver(initCom) != 1) {
+        }
+        wait += kMinute;
+        if (wait == 3 * kMinute) {
+            LogMessage("setWmiEventReceiver trycount == 3 break");
+            ReportServiceEvent(L"setWmiEventReceiver trycount == 3", kWarning);
+            return;
+        }
+        LogMessage("setWmiEventReceiver == 1 start sleep");
+        platform::sleep_milliseconds(wait);
+        LogMessage("setWmiEventReceiver == 1 end sleep");
+    }
+}
+
+int WmiEventManager::setWmiEventReceiver(bool initCom) {
+    platform::EventSubscription subscription;
+    if ((initCom && !Done(subscription.enter(), "CoInitializeEx", "Step1")) ||
+        !Done(subscription.create_locator(), "CoCreateInstance", "Step3") ||
+        !Done(subscription.connect(L"ROOT\\WMI"), "ConnectServer", "Step4") ||
+        !Done(subscription.set_blanket(), "CoSetProxyBlanket", "Step5")) {
+        return 1;
+    }
+    const auto sink = std::make_shared<EventSink>(kEvents[0].number, kEvents[1].number);
+    subscription.create_stub(sink);
+    if (!Done(subscription.start(L"WQL", L"SELECT * FROM ZorvQelWmiEvent"), "ExecNotificationQueryAsync", "Step6")) {
+        return 1;
+    }
+    LogMessage("[WmiEventManager] Set WMI Event Receiver OK");
+    waitForWmiEvent(*sink);
+    subscription.cancel();
+    return 0;
+}
+
+void WmiEventManager::waitForWmiEvent(EventSink&) {
+    SettleEvent();
+    WaitRegKeyChange(kLocalMachine, kProductKey);  // of any value under the key
+    const std::wstring mainSwitch = ReadRegString(kLocalMachine, kProductKey, L"MainSwitch");
+    const std::wstring number = ReadRegDword(kLocalMachine, kProductKey, kPendingEvent);
+    if (mainSwitch == ERROR_READREG || mainSwitch == L"0") {
+        LogMessage("[WmiEventManager][waitForWmiEvent] WMI event do not collect!!");
+        return;  // with the number where it is
+    }
+    if (mainSwitch != L"1") {
+        return;
+    }
+    LogMessage("[WmiEventManager][waitForWmiEvent] WMI event need to collect!!");
+    CollectIfDue(number);
+    SettleEvent();
+}
+
+}  // namespace zorvalis

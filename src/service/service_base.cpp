@@ -1,0 +1,227 @@
+#include "service/service_base.h"
+
+#include <array>
+#include <cassert>
+#include <cstdio>
+#include <cwchar>
+
+#include "platform/error.h"
+#include "platform/event_provider.h"
+#include "service/power_settings.h"
+#include "service/root.h"
+
+namespace zorvalis {
+namespace {
+
+constexpr platform::Guid kEventProvider = {
+    0xBE2E880E, 0xF79F, 0x4C30, {0x9C, 0x95, 0x09, 0xF0, 0x03, 0xA0, 0xA7, 0xEA}};
+
+constexpr std::uint32_t kOwnProcess = 0x10;
+constexpr std::uint8_t kErrorLevel = 2;
+
+constexpr std::uint32_t kAcceptStop = 1;
+constexpr std::uint32_t kAcceptPauseContinue = 2;
+constexpr std::uint32_t kAcceptPowerAndSession = 0xC0;
+constexpr std::uint32_t kAcceptPreshutdown = 0x100;  // in the place of plain shutdown
+
+enum Control : std::uint32_t {
+    kControlStop = 1,
+    kControlPause = 2,
+    kControlContinue = 3,
+    kControlPowerEvent = 13,
+    kControlSessionChange = 14,
+    kControlPreshutdown = 15,
+};
+
+}  // namespace
+
+std::atomic<CServiceBase*> CServiceBase::s_service{nullptr};
+std::atomic<std::uint32_t> CServiceBase::checkPoint{1};
+
+CServiceBase::CServiceBase(const wchar_t* serviceName, bool canStop, bool canShutdown, bool canPauseContinue)
+    : name(serviceName != nullptr ? serviceName : L"") {
+    status.acceptedControls = kAcceptPowerAndSession | (canStop ? kAcceptStop : 0) |
+                              (canShutdown ? kAcceptPreshutdown : 0) | (canPauseContinue ? kAcceptPauseContinue : 0);
+    const std::uint32_t error = platform::register_event_provider(kEventProvider, eventProvider);
+    if (error != 0) {
+        std::printf("Provider not registered. EventRegister failed with %d\n", static_cast<int>(error));
+    }
+}
+
+CServiceBase::~CServiceBase() {
+    if (eventProvider != 0) {
+        platform::unregister_event_provider(eventProvider);
+    }
+    const CServiceBase* const service = s_service;
+    if (service != nullptr && service->statusHandle != 0) {
+        // Of every instance, also a pass's or a timer's own; and it is the status handle, which no registration gave.
+        platform::unregister_power_setting(service->statusHandle);
+    }
+    CServiceBase* self = this;
+    s_service.compare_exchange_strong(self, nullptr);
+}
+
+void CServiceBase::OnStart(std::uint32_t, wchar_t**) {}
+void CServiceBase::OnStop() {}
+void CServiceBase::OnPause() {}
+void CServiceBase::OnContinue() {}
+void CServiceBase::OnShutdown() {}
+void CServiceBase::OnPowerEvent(std::uint32_t, void*) {}
+void CServiceBase::OnSessionChange() {}
+
+void CServiceBase::WriteEventLogEntry(const wchar_t* message, std::uint8_t level) {
+    if (eventProvider != 0) {
+        platform::write_event_text(eventProvider, level, 0, message);
+    }
+}
+
+void CServiceBase::WriteErrorLogEntry(const wchar_t* function, std::uint32_t error) {
+    std::array<wchar_t, 260> message{};
+    std::swprintf(message.data(), message.size(), L"%ls failed w/err 0x%08lx", function,
+                  static_cast<unsigned long>(error));
+    WriteEventLogEntry(message.data(), kErrorLevel);
+}
+
+bool CServiceBase::Run(CServiceBase& service) {
+    s_service = &service;
+    return platform::run_service(service.name, [](std::uint32_t argc, wchar_t** argv) {
+        // A service that cannot register its handler is one that the manager never hears of.
+        AtRoot("ServiceMain", [&] { ServiceMain(argc, argv); });
+    });
+}
+
+void CServiceBase::ServiceMain(std::uint32_t argc, wchar_t** argv) {
+    assert(s_service != NULL);
+    CServiceBase& service = *s_service;
+    service.statusHandle = platform::register_service_handler(
+        service.name,
+        [](std::uint32_t control, std::uint32_t eventType, void* eventData, void* context) {
+            std::uint32_t result = 0;
+            AtRoot("HandleControl", [&] { result = HandleControl(control, eventType, eventData, context); });
+            return result;
+        },
+        nullptr);
+    if (service.statusHandle == 0) {
+        throw ServiceError{platform::last_error()};
+    }
+    service.Start(argc, argv);
+    // Also after a failed start. The handles are kept by nobody.
+    for (const platform::Guid& setting : {kLidSwitchStateChange, kAcDcPowerSource, kConsoleDisplayState}) {
+        platform::register_power_setting(service.statusHandle, setting);
+    }
+}
+
+std::uint32_t CServiceBase::HandleControl(std::uint32_t control, std::uint32_t eventType, void* eventData, void*) {
+    CServiceBase& service = *s_service;
+    switch (control) {
+        case kControlStop:
+            service.Stop();
+            break;
+        case kControlPause:
+            service.Pause();
+            break;
+        case kControlContinue:
+            service.Continue();
+            break;
+        case kControlPowerEvent:
+            service.PowerEvent(eventType, eventData);
+            break;
+        case kControlSessionChange:
+            service.OnSessionChange();
+            break;
+        case kControlPreshutdown:
+            service.Shutdown();
+            break;
+        default:
+            break;  // interrogation and plain shutdown included
+    }
+    return 0;
+}
+
+void CServiceBase::SetServiceStatus(std::uint32_t state, std::uint32_t exitCode, std::uint32_t waitHint) {
+    status.currentState = state;
+    status.exitCode = exitCode;
+    status.waitHint = waitHint;
+    status.checkPoint = state == kRunning || state == kStopped ? 0 : checkPoint++;
+    const platform::ServiceStatus report = {kOwnProcess, status.currentState, status.acceptedControls, status.exitCode,
+                                            0,           status.checkPoint,   status.waitHint};
+    platform::set_service_status(statusHandle, report);
+}
+
+// `fallback` gets the error's code, 0 for anything that is none.
+template <class Call, class Fallback>
+void CServiceBase::Guarded(const wchar_t* function, const wchar_t* failure, Call call, Fallback fallback) {
+    try {
+        call();
+    } catch (ServiceError error) {
+        WriteErrorLogEntry(function, error);
+        fallback(error);
+    } catch (...) {
+        WriteEventLogEntry(failure, kErrorLevel);
+        fallback(0);
+    }
+}
+
+void CServiceBase::Start(std::uint32_t argc, wchar_t** argv) {
+    Guarded(
+        L"Service Start", L"Service failed to start.",
+        [&] {
+            WriteEventLogEntry(L"Service trying to start.", kErrorLevel);
+            SetServiceStatus(kStartPending);
+            OnStart(argc, argv);
+            SetServiceStatus(kRunning);
+        },
+        [&](std::uint32_t error) { SetServiceStatus(kStopped, error); });
+}
+
+void CServiceBase::Stop() {
+    const std::uint32_t kept = status.currentState;
+    Guarded(
+        L"Service Stop", L"Service failed to stop.",
+        [&] {
+            SetServiceStatus(kStopPending);
+            OnStop();
+            SetServiceStatus(kStopped);
+        },
+        [&](std::uint32_t) { SetServiceStatus(kept); });
+}
+
+void CServiceBase::Pause() {
+    Guarded(
+        L"Service Pause", L"Service failed to pause.",
+        [&] {
+            SetServiceStatus(kPausePending);
+            OnPause();
+            SetServiceStatus(kPaused);
+        },
+        [&](std::uint32_t) { SetServiceStatus(kRunning); });
+}
+
+void CServiceBase::Continue() {
+    Guarded(
+        L"Service Continue", L"Service failed to resume.",
+        [&] {
+            SetServiceStatus(kContinuePending);
+            OnContinue();
+            SetServiceStatus(kRunning);
+        },
+        [&](std::uint32_t) { SetServiceStatus(kPaused); });
+}
+
+void CServiceBase::Shutdown() {
+    Guarded(
+        L"Service Shutdown", L"Service failed to shut down.",
+        [&] {
+            OnShutdown();
+            SetServiceStatus(kStopped);  // with no pending report before it
+        },
+        [](std::uint32_t) {});
+}
+
+void CServiceBase::PowerEvent(std::uint32_t eventType, void* eventData) {
+    Guarded(
+        L"Service PowerEvent", L"Service failed to get power event.", [&] { OnPowerEvent(eventType, eventData); },
+        [](std::uint32_t) {});
+}
+
+}  // namespace zorvalis

@@ -1,0 +1,176 @@
+#include "service/zorvalis_service.h"
+
+#include <array>
+#include <cstring>
+#include <string>
+
+#include "common/device_identity.h"
+#include "common/log.h"
+#include "common/registry.h"
+#include "common/text.h"
+#include "common/version.h"
+#include "jobs/job_manager.h"
+#include "jobs/schedule_predicates.h"
+#include "service/power_settings.h"
+
+namespace zorvalis {
+namespace {
+
+enum PowerEventType : std::uint32_t {
+    PBT_APMSUSPEND = 4,
+    PBT_APMRESUMESUSPEND = 7,
+    PBT_POWERSETTINGCHANGE = 0x8013,
+};
+
+constexpr std::uint32_t kDelay = 120000;  // milliseconds
+
+platform::PoolTimer* StartTimer(platform::PoolCallback callback) {
+    platform::PoolTimer* const timer = platform::create_pool_timer(callback, nullptr);
+    if (timer != nullptr) {
+        platform::start_pool_timer(timer, kDelay);
+    }
+    return timer;
+}
+
+bool IsSame(const platform::Guid& a, const platform::Guid& b) {
+    return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+void Collect(const wchar_t* action, JobTrigger trigger) {
+    JobManager::GetInstance().DoCollectJob(action, trigger, false, 0);
+}
+
+void OnLid(std::uint32_t data) {
+    if (data == 1) {
+        LogMessage("Lid Open");
+        Collect(L"lid_open_close", JOB_TRIGGER_LID_OPEN);
+    } else if (data == 0) {
+        Collect(L"lid_open_close", JOB_TRIGGER_LID_CLOSE);  // without a line of its own
+    }
+}
+
+void OnPowerSource(std::uint32_t data) {
+    if (data == 0) {
+        LogMessage("AC in ");
+        Collect(L"ac_dc", JOB_TRIGGER_AC_IN);
+    } else if (data == 1) {
+        LogMessage("AC out");
+        Collect(L"ac_dc", JOB_TRIGGER_AC_OUT);
+    }
+}
+
+// The first display that goes on after a shutdown is the machine's power-on.
+void OnDisplay(std::uint32_t data, bool isPowerOnOwed) {
+    constexpr std::array<const char*, 3> kWords = {"Display_Off", "Display_On", "Display_Dimmed"};
+    if (data >= kWords.size()) {
+        return;
+    }
+    LogMessage(kWords[data]);
+    if (data == 1 && isPowerOnOwed) {
+        LogMessage("ISPOWERON = true, job->DoCollectJob(POWERONOFF, JOB_TRIGGER_POWER_ON, false)");
+        Collect(L"poweronoff", JOB_TRIGGER_POWER_ON);
+        WriteRegDword(kLocalMachine, kProductKey, L"ISPOWERON", 0);
+    }
+}
+
+// False when the change is dropped: the states that come with the registration are none, and until the first pass
+// nobody can tell them from real ones.
+bool OnSettingChange(const platform::PowerSettingChange& change, bool skips, bool isPowerOnOwed) {
+    if (IsSame(change.setting, kLidSwitchStateChange)) {
+        if (skips) {
+            LogMessage("Get power on event , skip OnPowerEvent GUID_LIDSWITCH_STATE_CHANGE");
+            return false;
+        }
+        OnLid(change.data);
+    } else if (IsSame(change.setting, kAcDcPowerSource)) {
+        if (skips) {
+            LogMessage("Get power on event , skip OnPowerEvent GUID_ACDC_POWER_SOURCE");
+            return false;
+        }
+        OnPowerSource(change.data);
+    } else if (IsSame(change.setting, kConsoleDisplayState)) {
+        OnDisplay(change.data, isPowerOnOwed);
+    }
+    return true;
+}
+
+}  // namespace
+
+void ZorvalisService::OnStart(std::uint32_t, wchar_t**) {
+    StartTrace();
+    WriteRegString(kLocalMachine, kProductKey, L"SERVICEVERSION", WidenBytes(kServiceVersion));
+    WriteRegString(kLocalMachine, kProductKey, L"ISSERVICERUNNING", L"1");
+    if (isReadyToDoJobByManufacturingDate()) {
+        LogMessage("[ZorvalisService] OnStart------------");
+        LogMessage("[ZorvalisService] RandomUUID: " + getDeviceUUID());
+        if (ReadRegString(kLocalMachine, kProductKey, L"MainSwitch") == ERROR_READREG) {
+            LogMessage("[ZorvalisService] set main switch to enable.");
+            WriteRegString(kLocalMachine, kProductKey, L"MainSwitch", L"1");
+        }
+        WriteRegDword(kLocalMachine, kProductKey, L"SKIP_ONPOWEREVENT", 1);
+    }
+    LogMessage("[ZorvalisService] call RPC service. (Thread) Start");
+    LogMessage("[ZorvalisService] call RPC service. (Thread) End");  // this build has no endpoint yet
+    SetTimerThread(0);
+    SetTimerThread(1);
+    LogMessage("[ZorvalisService] set the reload setting file timer thread (Thread) Start");
+    reloadSettingTimer = StartTimer(ReloadSettingFileTimer);
+    LogMessage("[ZorvalisService] set the reload setting file timer thread (Thread) End");
+    LogMessage("[ZorvalisService] OnStart End----------------------------");
+}
+
+void ZorvalisService::SetTimerThread(int which) {
+    if (which == 0) {
+        LogMessage("[ZorvalisService] Set the task scheduler creator timer thread. (Thread) Start");
+        taskSchedulerTimer = StartTimer(TaskSchedulerCreatorTimer);
+        LogMessage("[ZorvalisService] Set the task scheduler creator timer thread. (Thread) End");
+    } else if (which == 1) {
+        LogMessage("[ZorvalisService] Set the WMI receiver thread. (Thread) Start");
+        LogMessage("[ZorvalisService] SN: " + getSerialNumber());
+        wmiReceiverTimer = StartTimer(WmiReceiverTimer);
+        LogMessage("[ZorvalisService] Set the WMI receiver thread. (Thread) End");
+    }
+}
+
+void ZorvalisService::OnStop() {
+    LogMessage("[ZorvalisService] OnStop +++++++++++++++++++++++");
+    LogMessage("[ZorvalisService] OnStop -----------------------");
+    StopTrace();
+}
+
+void ZorvalisService::OnShutdown() {
+    LogMessage("[ZorvalisService] OnShutdown +++++++++++++++++++++++");
+    JobManager::GetInstance().DoJob(L"jobDisableTaskScheduler", 0, 0);
+    Collect(L"poweronoff", JOB_TRIGGER_POWER_OFF);
+    WriteRegDword(kLocalMachine, kProductKey, L"ISPOWERON", 1);
+    LogMessage("[ZorvalisService] OnShutdown -----------------------");
+}
+
+void ZorvalisService::OnPowerEvent(std::uint32_t eventType, void* eventData) {
+    LogMessage("[ZorvalisService] OnPowerEvent : " + std::to_string(eventType) + "++++++++++++");
+    JobManager& jobManager = JobManager::GetInstance();
+    const bool skips = ReadRegDword(kLocalMachine, kProductKey, L"SKIP_ONPOWEREVENT") == L"1";
+    const bool isPowerOnOwed = ReadRegDword(kLocalMachine, kProductKey, L"ISPOWERON") == L"1";
+    if (eventType == PBT_APMSUSPEND) {
+        LogMessage("PBT_APMSUSPEND");
+        jobManager.DoJob(L"jobDisableTaskScheduler", 0, 0);
+        Collect(L"suspend_resume", JOB_TRIGGER_SUSPEND);
+    } else if (eventType == PBT_APMRESUMESUSPEND) {
+        LogMessage("PBT_APMRESUMESUSPEND");
+        SetTimerThread(0);
+        Collect(L"suspend_resume", JOB_TRIGGER_RESUME);
+    } else if (eventType == PBT_POWERSETTINGCHANGE && eventData != nullptr) {
+        const auto& change = *static_cast<const platform::PowerSettingChange*>(eventData);
+        if (!OnSettingChange(change, skips, isPowerOnOwed)) {
+            return;
+        }
+    }
+    LogMessage("[ZorvalisService] OnPowerEvent : " + std::to_string(eventType) + "---------------");
+}
+
+void ZorvalisService::OnSessionChange() {
+    LogMessage("[ZorvalisService] OnSessionChange +++++++++++++++++++++++");
+    LogMessage("[ZorvalisService] OnSessionChange -----------------------");
+}
+
+}  // namespace zorvalis
