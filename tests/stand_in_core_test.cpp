@@ -6,7 +6,6 @@
 #include <atomic>
 #include <cstdlib>
 #include <filesystem>
-#include <sstream>
 #include <thread>
 
 #include "collection/collectors.h"
@@ -25,39 +24,12 @@
 #include "platform/machine.h"
 #include "store/telemetry_db.h"
 #include "support/notebook.h"
+#include "support/trace.h"
 
 namespace zorvalis {
 namespace {
 
 namespace fs = std::filesystem;
-
-void SetSession(int level, unsigned flags) {
-    write_text(platform::machine_folder() + "/trace.json",
-               "{\"level\": " + std::to_string(level) + ", \"flags\": " + std::to_string(flags) + "}");
-}
-
-// The texts behind time, process and number; `number` keeps the message number with them.
-std::vector<std::string> TraceLines(bool number = false) {
-    std::vector<std::string> lines;
-    std::istringstream log(read_text(platform::machine_folder() + "/trace.log"));
-    for (std::string line; std::getline(log, line);) {
-        for (int field = number ? 1 : 0; field < 3; ++field) {
-            line.erase(0, line.find('\t') + 1);
-        }
-        lines.push_back(line);
-    }
-    return lines;
-}
-
-template <class Action>
-std::vector<std::string> Traced(Action action) {
-    fs::remove(platform::machine_folder() + "/trace.log");
-    SetSession(4, 1);
-    StartTrace();
-    action();
-    StopTrace();
-    return TraceLines();
-}
 
 TEST(Trace, TakesLevel4AndFlagBit0) {
     for (const auto& [level, flags, lines] :

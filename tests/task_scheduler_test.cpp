@@ -1,0 +1,174 @@
+// The scheduled task as the jobs leave it, in the stand-in machine's own form.
+#include "jobs/task_scheduler_setting.h"
+
+#include <gtest/gtest.h>
+
+#include "common/json.h"
+#include "common/registry.h"
+#include "common/text.h"
+#include "jobs/job_manager.h"
+#include "platform/linux/step_failure.h"
+#include "platform/machine.h"
+#include "platform/module.h"
+#include "support/notebook.h"
+
+namespace zorvalis {
+namespace {
+
+class ScheduledTask : public testing::Test {
+protected:
+    ~ScheduledTask() override { platform::fail_step("", 0); }
+
+    static void Do(const wchar_t* job) { JobManager::GetInstance().DoJob(job, 0, 0); }
+
+    static std::string Text(const std::wstring& name = kCollectionTask) {
+        return read_text(platform::machine_folder() + "/tasks/" + WideToUtf8(name) + ".json");
+    }
+
+    static std::string Start() {
+        const std::string text = Text();
+        return text.empty() ? "" : std::string(ParseJson(text)["trigger"]["startBoundary"]);
+    }
+
+    static bool IsEnabled() { return ParseJson(Text())["enabled"]; }
+
+    Notebook machine;
+};
+
+TEST_F(ScheduledTask, StartsThisExecutableEveryFiveMinutesFromFiveMinutesOn) {
+    SetClock(2030, 1, 2, 10, 0, 30);
+    Do(L"jobCreateTaskScheduler");
+    std::wstring path(260, L'\0');
+    path.resize(platform::module_file_name(path.data(), 260));
+    const Json expected = {{"name", WideToUtf8(kCollectionTask)},
+                           {"author", "ZorvTek Computer Inc."},
+                           {"runLevel", 1},
+                           {"startWhenAvailable", false},
+                           {"executionTimeLimit", "PT14M"},
+                           {"disallowStartIfOnBatteries", false},
+                           {"trigger", {{"id", "Zorvalis"}, {"startBoundary", "2030-01-02T10:05:00"}, {"interval", "PT5M"}}},
+                           {"action", {{"path", WideToUtf8(path)}, {"arguments", "-j0"}}},
+                           {"user", "SYSTEM"},
+                           {"logonType", 4},
+                           {"enabled", true}};
+    EXPECT_EQ(ParseJson(Text()), expected);
+    ExpectEventLog({});
+}
+
+TEST_F(ScheduledTask, IsPutOffToTheNextDayOnlyWhenTheDoJobDayIsOver) {
+    Do(L"jobUpdateTaskScheduler");
+    EXPECT_EQ(Text(), "") << "today is a do-job day";
+    SetValue(L"lastDojobTime", std::to_wstring(SetClock(2030, 1, 1, 0)));
+    SetClock(2030, 1, 2, 23, 59, 59);
+    Do(L"jobUpdateTaskScheduler");
+    std::set<std::string> starts;
+    for (int count = 0; count < 40; ++count) {
+        starts.insert(Start());
+        Do(L"jobUpdateTaskScheduler");
+    }
+    EXPECT_GT(starts.size(), 5U) << "in a minute by chance";
+    EXPECT_GE(*starts.begin(), "2030-01-03T00:00:00");
+    EXPECT_LE(*starts.rbegin(), "2030-01-03T00:59:00");
+}
+
+TEST_F(ScheduledTask, StaysDisabledUntilItIsSetAgain) {
+    TaskSchedulerSetting bridge;
+    bridge.SetSpecificTimeTriggerTmer(L"Other", L"PT5M", L"PT14M", L"-j1", 0);
+    const std::string other = Text(L"Other");
+    Do(L"jobDisableTaskScheduler");
+    EXPECT_EQ(Text(), "") << "there was nothing to disable";
+    Do(L"jobCreateTaskScheduler");
+    WriteRegString(kLocalMachine, kSetupStateKey, L"ImageState", L"");
+    Do(L"jobDisableTaskScheduler");
+    EXPECT_FALSE(IsEnabled()) << "also on a machine that is not ready";
+    const std::string before = Text();
+    Do(L"jobCreateTaskScheduler");
+    Do(L"jobUpdateTaskScheduler");
+    EXPECT_EQ(Text(), before) << "such a machine sets none";
+    machine.ready();
+    Do(L"jobCreateTaskScheduler");
+    EXPECT_TRUE(IsEnabled());
+    EXPECT_EQ(Text(L"Other"), other);
+    bridge.DeleteTaskSchedulerTriggerTmer(kCollectionTask);
+    bridge.DeleteTaskSchedulerTriggerTmer(kCollectionTask);
+    EXPECT_EQ(Text(), "");
+    EXPECT_EQ(Text(L"Other"), other);
+    ExpectEventLog({});
+}
+
+TEST_F(ScheduledTask, IsNotRegisteredWhenAStepFails) {
+    const std::pair<const char*, const char*> steps[] = {
+        {"enter", " SetSpecificTimeTriggerTmer CoInitializeEx failed:. Error code = "},
+        {"create_service", " SetSpecificTimeTriggerTmer Failed to create an instance of ITaskService:"},
+        {"connect", " SetSpecificTimeTriggerTmer ITaskService::Connect failed:"},
+        {"get_root_folder", " SetSpecificTimeTriggerTmer Cannot get Root folder pointer:"},
+        {"new_task", " SetSpecificTimeTriggerTmer Failed to CoCreate an instance of the TaskService class:"},
+        {"get_registration_info", " SetSpecificTimeTriggerTmer Cannot get registrationInfo:"},
+        {"put_author", " SetSpecificTimeTriggerTmer Cannot put author :"},
+        {"get_principal", " SetSpecificTimeTriggerTmer Cannot get principal pointer:"},
+        {"put_run_level", " SetSpecificTimeTriggerTmer Cannot put Runlevel:"},
+        {"get_settings", " SetSpecificTimeTriggerTmer Cannot get settings pointer:"},
+        {"put_start_when_available", " SetSpecificTimeTriggerTmer Cannot put start when avaliable:"},
+        {"put_execution_time_limit", " SetSpecificTimeTriggerTmer Cannot put execution time limit:"},
+        {"put_disallow_start_if_on_batteries", " SetSpecificTimeTriggerTmer Cannot put disallowStartIfOnBatteries:"},
+        {"get_triggers", " SetSpecificTimeTriggerTmer Cannot get Triggers:"},
+        {"create_time_trigger", " SetSpecificTimeTriggerTmer Cannot Create pTriggerCollection :"},
+        {"query_time_trigger", " SetSpecificTimeTriggerTmer Cannot QueryInterface call failed for ITimeTrigger:"},
+        {"put_trigger_id", " SetSpecificTimeTriggerTmer Cannot put trigger ID:"},
+        {"put_start_boundary", " SetSpecificTimeTriggerTmer Cannot add start boundary to trigger:"},
+        {"get_repetition", " SetSpecificTimeTriggerTmer Cannot get repetition pattern:"},
+        {"put_repetition_interval", " SetSpecificTimeTriggerTmer Cannot put repetition interval:"},
+        {"get_actions", "SetAction Cannot get Task collection pointer:"},
+        {"create_exec_action", "SetAction Cannot create the action:"},
+        {"query_exec_action", "SetAction call failed for IExecAction:"},
+        {"put_action_path", "SetAction Cannot put action path:"},
+        {"put_action_arguments", "SetAction Cannot set arguments of executable:"},
+        {"register_task", " SetSpecificTimeTriggerTmer Error saving the Task:"},
+    };
+    std::vector<std::string> events;
+    for (const auto& [step, words] : steps) {
+        platform::fail_step(step, -2147024891);
+        Do(L"jobCreateTaskScheduler");
+        EXPECT_EQ(Text(), "") << step;
+        events.push_back(std::string(words) + "-2147024891");
+    }
+    ExpectEventLog(events);
+}
+
+TEST_F(ScheduledTask, IsLeftAloneWhenItCannotBeReached) {
+    Do(L"jobCreateTaskScheduler");
+    const std::string before = Text();
+    std::vector<std::string> events;
+    for (const auto& [step, words] :
+         {std::pair{"enter", "CoInitializeEx failed:. Error code = "},
+          {"create_service", "CoCreateInstance failed:. Error code = "},
+          {"connect", "connect task service failed:. Error code = "},
+          {"get_root_folder", "get root folder failed:. Error code = "},
+          {"get_tasks", "get tasks failed:. Error code = "},
+          {"get_task_count", "get count failed:. Error code = "},
+          {"get_task", nullptr},
+          {"get_task_name", nullptr}}) {
+        platform::fail_step(step, -1);
+        Do(L"jobDisableTaskScheduler");
+        EXPECT_EQ(Text(), before) << step;
+        if (words != nullptr) {
+            events.push_back(std::string("disableTask ") + words + "-1");
+        }
+    }
+    for (const auto& [step, words] : {std::pair{"enter", "CoInitializeEx failed:"},
+                                      {"create_service", "Failed to create an instance of ITaskServic:"},
+                                      {"connect", "ITaskService::Connect failed:"},
+                                      {"get_root_folder", "Cannot get Root Folder pointer:"}}) {
+        platform::fail_step(step, -1);
+        TaskSchedulerSetting().DeleteTaskSchedulerTriggerTmer(kCollectionTask);
+        EXPECT_EQ(Text(), before) << step;
+        events.push_back(std::string("DeleteTaskSchedulerTriggerTmer ") + words + "-1");
+    }
+    ExpectEventLog(events);
+    platform::fail_step("get_task_state", -1);
+    Do(L"jobDisableTaskScheduler");
+    EXPECT_FALSE(IsEnabled()) << "its state decides nothing";
+}
+
+}  // namespace
+}  // namespace zorvalis

@@ -1,0 +1,146 @@
+// The receiver of hardware events on the stand-in machine: its gates, its cycle, its end.
+#include "events/wmi_event_manager.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#include "common/json.h"
+#include "common/registry.h"
+#include "platform/clock.h"
+#include "platform/linux/step_failure.h"
+#include "platform/machine.h"
+#include "support/notebook.h"
+#include "support/trace.h"
+
+namespace zorvalis {
+namespace {
+
+class WmiEvents : public testing::Test {
+protected:
+    ~WmiEvents() override {
+        platform::fail_step("", 0);
+        platform::set_clock({});
+    }
+
+    // Runs `wait` on a thread and `wake` until that has ended: when exactly it begins to listen cannot be seen.
+    template <class Wait, class Wake>
+    static void Meet(Wait wait, Wake wake) {
+        std::atomic<bool> ended{false};
+        std::thread waiting([&] {
+            wait();
+            ended = true;
+        });
+        while (!ended) {
+            wake();
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        waiting.join();
+    }
+
+    static void Wake(std::uint32_t number) {
+        Meet(
+            [] {
+                EventSink sink(154, 155);
+                WmiEventManager().waitForWmiEvent(sink);
+            },
+            [number] { WriteRegDword(kLocalMachine, kProductKey, kPendingEvent, number); });
+    }
+
+    static std::wstring Pending() { return ReadRegDword(kLocalMachine, kProductKey, kPendingEvent); }
+
+    Notebook machine;
+};
+
+TEST_F(WmiEvents, CollectForTwoNumbersAndOnlyThroughTheGates) {
+    struct Case {
+        const char* name;
+        std::uint32_t number;
+        const char* stored;
+        const wchar_t* pending;
+        void (*prepare)(Notebook&) = [](Notebook&) {};
+    };
+    const std::string both = "W Thermal 2, W UserBehavior 2";
+    const std::vector<Case> cases = {
+        {"graphics", 154, "W Thermal 1, W UserBehavior 1", L"0"},
+        {"connector", 155, "W Thermal 1, W UserBehavior 1", L"0"},
+        {"another number", 153, "", L"0"},
+        {"switched off", 154, "", L"154", [](Notebook&) { SetValue(L"MainSwitch", L"0"); }},
+        {"never asked", 154, "", L"154", [](Notebook&) { RemoveValue(L"MainSwitch"); }},
+        {"neither on nor off", 154, "", L"154", [](Notebook&) { SetValue(L"MainSwitch", L"2"); }},
+        {"over", 154, "", L"0", [](Notebook& it) { it.change_setting(R"({"totalCollectTime": "0"})"); }},
+        {"not today", 154, "", L"0",
+         [](Notebook&) { SetValue(L"lastDojobTime", std::to_wstring(platform::now_seconds() - 90000)); }},
+    };
+    for (const Case& one : cases) {
+        Notebook fresh;
+        SetValue(L"MainSwitch", L"1");
+        one.prepare(fresh);
+        Wake(one.number);
+        EXPECT_EQ(fresh.stored(), one.stored) << one.name;
+        EXPECT_EQ(Pending(), one.pending) << one.name;
+        if (*one.stored != '\0') {
+            ExpectEventLog({one.number == 154 ? " [WmiEventManager] WMI 1 ( DGPU )" : " [WmiEventManager] WMI 2 ( connector )"});
+            EXPECT_EQ(fresh.row("W", "SELECT freq FROM UserBehavior"), one.number == 154 ? "23" : "24");
+        } else {
+            ExpectEventLog({});
+        }
+    }
+}
+
+TEST_F(WmiEvents, EndAReceiverForGoodAtTheThirdSetUpThatFails) {
+    const std::tuple<const char*, const char*, const char*> steps[] = {
+        {"enter", "CoInitializeEx", "Step1"},
+        {"create_locator", "CoCreateInstance", "Step3"},
+        {"connect", "ConnectServer", "Step4"},
+        {"set_blanket", "CoSetProxyBlanket", "Step5"},
+        {"start", "ExecNotificationQueryAsync", "Step6"},
+    };
+    platform::set_clock({0, 0.0001});
+    std::vector<std::string> events;
+    for (const auto& [step, call, words] : steps) {
+        platform::fail_step(step, -5);
+        const std::vector<std::string> failure = {
+            std::string(" [WmiEventManager] Set WMI Event Receiver fail ") + call + " failed:. Error code = -5",
+            std::string("[WmiEventManager] Set WMI Event Receiver fail : ") + words};
+        std::vector<std::string> expected;
+        for (const auto& [before, after] : {std::pair{"setWmiEventReceiver == 1 start sleep", "setWmiEventReceiver == 1 end sleep"},
+                                            {"setWmiEventReceiver == 1 start sleep", "setWmiEventReceiver == 1 end sleep"},
+                                            {"setWmiEventReceiver trycount == 3 break", ""}}) {
+            expected.insert(expected.end(), failure.begin(), failure.end());
+            expected.push_back(before);
+            if (*after != '\0') {
+                expected.push_back(after);
+            }
+        }
+        EXPECT_EQ(Traced([] { WmiEventManager().initWmiEventReceiver(true); }), expected);
+        events.push_back("setWmiEventReceiver trycount == 3");
+    }
+    ExpectEventLog(events);
+    platform::set_clock({0, 0.001});
+    const auto begin = std::chrono::steady_clock::now();
+    WmiEventManager().initWmiEventReceiver(true);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(180)) << "60 s, then 120 s";
+}
+
+TEST_F(WmiEvents, GoThroughTheSystemAndTheRegistryToTheRecords) {
+    platform::set_clock({0, 0.0001});
+    SetValue(L"MainSwitch", L"1");
+    Meet([] { WmiEventManager().setWmiEventReceiver(true); },
+         [] { send_to_machine("events", R"({"Active": true, "EventID": 155})"); });
+    EXPECT_EQ(machine.row("W", "SELECT freq FROM UserBehavior"), "24");
+    const auto lines = Traced([] {
+        Meet([] { WmiEventManager().setWmiEventReceiver(true); },
+             [] {
+                 send_to_machine("events", R"({"EventID": 7})");
+                 SetValue(L"Other", std::to_wstring(platform::now_microseconds()));
+             });
+    });
+    EXPECT_EQ(machine.stored(), "W Thermal 1, W UserBehavior 1");
+    EXPECT_EQ(lines.front(), "[WmiEventManager] Set WMI Event Receiver OK");
+}
+
+}  // namespace
+}  // namespace zorvalis
