@@ -40,17 +40,18 @@ TEST_F(ScheduledTask, StartsThisExecutableEveryFiveMinutesFromFiveMinutesOn) {
     Do(L"jobCreateTaskScheduler");
     std::wstring path(260, L'\0');
     path.resize(platform::module_file_name(path.data(), 260));
-    const Json expected = {{"name", WideToUtf8(kCollectionTask)},
-                           {"author", "ZorvTek Computer Inc."},
-                           {"runLevel", 1},
-                           {"startWhenAvailable", false},
-                           {"executionTimeLimit", "PT14M"},
-                           {"disallowStartIfOnBatteries", false},
-                           {"trigger", {{"id", "Zorvalis"}, {"startBoundary", "2030-01-02T10:05:00"}, {"interval", "PT5M"}}},
-                           {"action", {{"path", WideToUtf8(path)}, {"arguments", "-j0"}}},
-                           {"user", "SYSTEM"},
-                           {"logonType", 4},
-                           {"enabled", true}};
+    const Json expected = {
+        {"name", WideToUtf8(kCollectionTask)},
+        {"author", "ZorvTek Computer Inc."},
+        {"runLevel", 1},
+        {"startWhenAvailable", false},
+        {"executionTimeLimit", "PT14M"},
+        {"disallowStartIfOnBatteries", false},
+        {"trigger", {{"id", "Zorvalis"}, {"startBoundary", "2030-01-02T10:05:00"}, {"interval", "PT5M"}}},
+        {"action", {{"path", WideToUtf8(path)}, {"arguments", "-j0"}}},
+        {"user", "SYSTEM"},
+        {"logonType", 4},
+        {"enabled", true}};
     EXPECT_EQ(ParseJson(Text()), expected);
     ExpectEventLog({});
 }
@@ -139,15 +140,14 @@ TEST_F(ScheduledTask, IsLeftAloneWhenItCannotBeReached) {
     Do(L"jobCreateTaskScheduler");
     const std::string before = Text();
     std::vector<std::string> events;
-    for (const auto& [step, words] :
-         {std::pair{"enter", "CoInitializeEx failed:. Error code = "},
-          {"create_service", "CoCreateInstance failed:. Error code = "},
-          {"connect", "connect task service failed:. Error code = "},
-          {"get_root_folder", "get root folder failed:. Error code = "},
-          {"get_tasks", "get tasks failed:. Error code = "},
-          {"get_task_count", "get count failed:. Error code = "},
-          {"get_task", nullptr},
-          {"get_task_name", nullptr}}) {
+    for (const auto& [step, words] : {std::pair{"enter", "CoInitializeEx failed:. Error code = "},
+                                      {"create_service", "CoCreateInstance failed:. Error code = "},
+                                      {"connect", "connect task service failed:. Error code = "},
+                                      {"get_root_folder", "get root folder failed:. Error code = "},
+                                      {"get_tasks", "get tasks failed:. Error code = "},
+                                      {"get_task_count", "get count failed:. Error code = "},
+                                      {"get_task", nullptr},
+                                      {"get_task_name", nullptr}}) {
         platform::fail_step(step, -1);
         Do(L"jobDisableTaskScheduler");
         EXPECT_EQ(Text(), before) << step;

@@ -82,7 +82,8 @@ TEST_F(WmiEvents, CollectForTwoNumbersAndOnlyThroughTheGates) {
         EXPECT_EQ(fresh.stored(), one.stored) << one.name;
         EXPECT_EQ(Pending(), one.pending) << one.name;
         if (*one.stored != '\0') {
-            ExpectEventLog({one.number == 154 ? " [WmiEventManager] WMI 1 ( DGPU )" : " [WmiEventManager] WMI 2 ( connector )"});
+            ExpectEventLog(
+                {one.number == 154 ? " [WmiEventManager] WMI 1 ( DGPU )" : " [WmiEventManager] WMI 2 ( connector )"});
             EXPECT_EQ(fresh.row("W", "SELECT freq FROM UserBehavior"), one.number == 154 ? "23" : "24");
         } else {
             ExpectEventLog({});
@@ -106,9 +107,10 @@ TEST_F(WmiEvents, EndAReceiverForGoodAtTheThirdSetUpThatFails) {
             std::string(" [WmiEventManager] Set WMI Event Receiver fail ") + call + " failed:. Error code = -5",
             std::string("[WmiEventManager] Set WMI Event Receiver fail : ") + words};
         std::vector<std::string> expected;
-        for (const auto& [before, after] : {std::pair{"setWmiEventReceiver == 1 start sleep", "setWmiEventReceiver == 1 end sleep"},
-                                            {"setWmiEventReceiver == 1 start sleep", "setWmiEventReceiver == 1 end sleep"},
-                                            {"setWmiEventReceiver trycount == 3 break", ""}}) {
+        for (const auto& [before, after] :
+             {std::pair{"setWmiEventReceiver == 1 start sleep", "setWmiEventReceiver == 1 end sleep"},
+              {"setWmiEventReceiver == 1 start sleep", "setWmiEventReceiver == 1 end sleep"},
+              {"setWmiEventReceiver trycount == 3 break", ""}}) {
             expected.insert(expected.end(), failure.begin(), failure.end());
             expected.push_back(before);
             if (*after != '\0') {
