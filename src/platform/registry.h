@@ -49,7 +49,8 @@ public:
     // From here on no change is missed.
     bool arm(RegistryRoot root, const std::wstring& key);
 
-    // Returns after the first change since `arm`; without a successful `arm`, at once.
+    // Returns after the first change since `arm`; without a successful `arm`, at once, or on the stand-in machine after
+    // a second by the clock of waits.
     void wait();
 
 private:

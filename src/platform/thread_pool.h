@@ -13,7 +13,7 @@ struct PoolTimer;
 // Nothing may leave it.
 using PoolCallback = void (*)(void* context);
 
-// Null when it cannot be made.
+// Null when it cannot be made. It is submitted once; on the stand-in machine it is gone then.
 PoolWork* create_pool_work(PoolCallback callback, void* context);
 void submit_pool_work(PoolWork* work);
 

@@ -22,5 +22,7 @@ void AddSettingsCommand(CLI::App& app);
 void AddRegistryCommands(CLI::App& app);
 void AddTraceCommand(CLI::App& app);
 void AddLogCommand(CLI::App& app);
+void AddServiceCommands(CLI::App& app);
+void AddEventCommands(CLI::App& app);
 
 }  // namespace zorvalis

@@ -38,6 +38,8 @@ int Run(std::vector<std::string> arguments) {
     zorvalis::AddRegistryCommands(app);
     zorvalis::AddTraceCommand(app);
     zorvalis::AddLogCommand(app);
+    zorvalis::AddServiceCommands(app);
+    zorvalis::AddEventCommands(app);
 
     try {
         try {

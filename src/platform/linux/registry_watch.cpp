@@ -5,6 +5,7 @@
 
 #include <array>
 
+#include "platform/clock.h"
 #include "platform/linux/registry_key.h"
 
 namespace platform {
@@ -13,6 +14,8 @@ namespace {
 constexpr std::uint32_t kKeyItself = IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT | IN_Q_OVERFLOW;
 constexpr std::uint32_t kOfValues = IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE;
 constexpr std::uint32_t kOfSubkeys = IN_CREATE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE;
+
+constexpr std::uint32_t kUnarmedMilliseconds = 1000;  // so that a loop around it burns no processor
 
 // A folder is watched before its subfolders are listed, so that one made meanwhile is a change of the folder.
 bool watch_tree(int changes, int folder) {
@@ -80,6 +83,7 @@ bool RegistryWatch::arm(RegistryRoot root, const std::wstring& key) {
 
 void RegistryWatch::wait() {
     if (state_ == nullptr) {
+        sleep_milliseconds(kUnarmedMilliseconds);
         return;
     }
     alignas(inotify_event) std::array<char, 4096> buffer;

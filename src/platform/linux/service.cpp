@@ -1,0 +1,376 @@
+#include "platform/service.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/eventfd.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <system_error>
+#include <thread>
+
+#include "platform/clock.h"
+#include "platform/error.h"
+#include "platform/linux/line_client.h"
+#include "platform/linux/line_server.h"
+#include "platform/linux/machine_file.h"
+#include "platform/linux/power_settings.h"
+#include "platform/linux/service_control.h"
+
+namespace platform {
+namespace {
+
+constexpr char kLockFile[] = "run/control.lock";
+constexpr ServiceStatusHandle kStatusHandle = 1;
+constexpr std::intptr_t kFirstRegistration = 0x1000;  // never a status handle
+constexpr std::size_t kMostWaiting = 4096;
+constexpr int kPredecessorSeconds = 10;            // for the last of a service that has stopped
+constexpr std::uint32_t kMainMilliseconds = 5000;  // for a ServiceMain that ends late
+
+struct WaitingControl {
+    ServiceControl what;
+    LineServer::Connection sender = 0;  // 0 for the system itself
+};
+
+// One run of the service; all of it but the server is guarded by the mutex of Shared.
+struct Run {
+    LineServer server;
+    ServiceHandler handler = nullptr;
+    void* context = nullptr;
+    ServiceStatus status = {kOwnProcess, kServiceStartPending, 0, 0, 0, 0, 0};
+    std::deque<WaitingControl> waiting;
+    std::map<std::intptr_t, Guid> settings;
+    std::intptr_t lastRegistration = kFirstRegistration;
+    std::shared_ptr<bool> mainEnded = std::make_shared<bool>(false);
+};
+
+// Never destroyed, as threads may still report while the process ends.
+struct Shared {
+    std::mutex mutex;
+    std::condition_variable mainEnded;
+    std::unique_ptr<Run> run;
+    Descriptor wake{::eventfd(0, EFD_CLOEXEC)};  // of the dispatcher
+};
+
+Shared& shared() {
+    static auto* const state = new Shared;
+    return *state;
+}
+
+std::atomic<bool> signalled{false};
+std::atomic<int> signalWake{-1};
+
+void wake_dispatcher() {
+    ::eventfd_write(shared().wake.get(), 1);
+}
+
+// SIGTERM and SIGINT are the stop control. Their former actions come back at the end.
+class StopSignals {
+public:
+    StopSignals() {
+        signalled = false;
+        signalWake = shared().wake.get();
+        struct sigaction action {};
+        action.sa_handler = [](int) {
+            const int error = errno;
+            signalled = true;
+            ::eventfd_write(signalWake, 1);
+            errno = error;
+        };
+        action.sa_flags = SA_RESTART;
+        for (std::size_t i = 0; i < kSignals.size(); ++i) {
+            ::sigaction(kSignals[i], &action, &before_[i]);
+        }
+    }
+    ~StopSignals() {
+        for (std::size_t i = 0; i < kSignals.size(); ++i) {
+            ::sigaction(kSignals[i], &before_[i], nullptr);
+        }
+    }
+    StopSignals(const StopSignals&) = delete;
+    StopSignals& operator=(const StopSignals&) = delete;
+
+private:
+    static constexpr std::array<int, 2> kSignals = {SIGTERM, SIGINT};
+    std::array<struct sigaction, kSignals.size()> before_{};
+};
+
+std::string status_line(const ServiceStatus& status) {
+    return zorvalis::DumpJson({{"state", status.state},
+                               {"accepted", status.accepted},
+                               {"exitCode", status.exit_code},
+                               {"checkpoint", status.checkpoint},
+                               {"waitHint", status.wait_hint}});
+}
+
+std::string result_line(std::uint32_t result) {
+    return zorvalis::DumpJson({{"result", result}});
+}
+
+std::string error_line(const std::string& problem) {
+    return zorvalis::DumpJson({{"error", problem}});
+}
+
+// Whether a service that holds the machine is on its way out, and the next one has but to wait.
+bool predecessor_leaves() {
+    LineClient predecessor;
+    if (!predecessor.open(kControlSocket, 1)) {
+        return true;  // it has not bound its socket yet, or not any more
+    }
+    std::string answer;
+    return predecessor.send("{\"status\":true}") && predecessor.receive(answer) &&
+           answer.find("\"state\":1,") != std::string::npos;
+}
+
+// One service has the machine, for as long as the file is open. 0 or a system error.
+std::uint32_t take_machine(Descriptor& lock) {
+    make_folders(machine_path("run"));
+    const std::string path = machine_path(kLockFile);
+    lock = Descriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
+    if (!lock) {
+        return windows_error(errno);
+    }
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(kPredecessorSeconds);
+    while (::flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
+        if (!predecessor_leaves() || std::chrono::steady_clock::now() > end) {
+            return kServiceAlreadyRunning;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return 0;
+}
+
+// On the server's thread.
+std::optional<std::string> take_line(LineServer::Connection sender, const std::string& line) {
+    std::string problem;
+    auto control = parse_service_control(line, problem);
+    if (!control) {
+        return error_line(problem);
+    }
+    const std::lock_guard guard(shared().mutex);
+    Run& run = *shared().run;
+    if (control->asksForStatus) {
+        return status_line(run.status);
+    }
+    if (run.waiting.size() >= kMostWaiting) {
+        return error_line("too many controls are waiting");
+    }
+    run.waiting.push_back({*std::move(control), sender});
+    wake_dispatcher();
+    return std::nullopt;
+}
+
+// Why the control is not delivered: a line for its sender; empty when it is to be.
+std::string refusal_line(const Run& run, const ServiceControl& control) {
+    const std::uint32_t error =
+        run.handler != nullptr ? refusal(control.control, run.status) : kServiceCannotAcceptControl;
+    if (error != 0) {
+        return result_line(error);
+    }
+    const auto registered = [&](const auto& entry) { return same_guid(entry.second, control.change->setting); };
+    if (control.change && std::none_of(run.settings.begin(), run.settings.end(), registered)) {
+        return error_line("the service is not registered for this power setting");
+    }
+    return "";
+}
+
+// With the mutex held, but for the handler itself.
+void deliver(std::unique_lock<std::mutex>& guard, Run& run, WaitingControl waiting) {
+    std::string answer = refusal_line(run, waiting.what);
+    if (answer.empty()) {
+        const auto [handler, context] = std::pair(run.handler, run.context);
+        ServiceControl& what = waiting.what;
+        guard.unlock();
+        answer = result_line(handler(what.control, what.event_type, what.change ? &*what.change : nullptr, context));
+        guard.lock();
+    }
+    if (waiting.sender != 0) {
+        run.server.answer(waiting.sender, std::move(answer));
+    }
+}
+
+// A service that is still starting gets the stop when it has started.
+bool stop_is_due(const Run& run) {
+    return run.handler != nullptr && run.status.state != kServiceStartPending && signalled.exchange(false);
+}
+
+// Until the service has stopped, or can never report it.
+void dispatch(Run& run) {
+    std::unique_lock guard(shared().mutex);
+    while (run.status.state != kServiceStopped && !(*run.mainEnded && run.handler == nullptr)) {
+        if (stop_is_due(run)) {
+            deliver(guard, run, {{false, kControlStop, 0, std::nullopt}, 0});
+        } else if (!run.waiting.empty()) {
+            WaitingControl next = std::move(run.waiting.front());
+            run.waiting.pop_front();
+            deliver(guard, run, std::move(next));
+        } else {
+            guard.unlock();
+            eventfd_t count = 0;
+            ::eventfd_read(shared().wake.get(), &count);
+            guard.lock();
+        }
+    }
+    for (const WaitingControl& late : run.waiting) {
+        if (late.sender != 0) {
+            run.server.answer(late.sender, result_line(kServiceNotActive));
+        }
+    }
+}
+
+std::thread start_main(std::wstring name, ServiceMain main, const std::shared_ptr<bool>& ended) {
+    return std::thread([name = std::move(name), main, ended]() mutable {
+        wchar_t* arguments[] = {name.data(), nullptr};
+        main(1, arguments);
+        const std::lock_guard guard(shared().mutex);
+        *ended = true;
+        shared().mainEnded.notify_all();
+        wake_dispatcher();
+    });
+}
+
+// One that does not end is left behind.
+void end_main(std::thread& thread, const std::shared_ptr<bool>& ended) {
+    const auto limit = std::chrono::microseconds(scaled_wait(kMainMilliseconds));
+    std::unique_lock guard(shared().mutex);
+    const bool over = shared().mainEnded.wait_for(guard, limit, [&] { return *ended; });
+    guard.unlock();
+    if (over) {
+        thread.join();
+    } else {
+        thread.detach();
+    }
+}
+
+bool fail(std::uint32_t error) {
+    set_last_error(error);
+    return error == 0;
+}
+
+bool started_as_service(const wchar_t* name) {
+    const char* const started = std::getenv(kServiceVariable);
+    const bool result = started != nullptr && started == to_utf8(name);
+    ::unsetenv(kServiceVariable);  // it is not for the processes that this one starts
+    return result;
+}
+
+// The handle's run, when there is one and it has a handler.
+Run* find_run(ServiceStatusHandle handle) {
+    Run* const run = shared().run.get();
+    return handle == kStatusHandle && run != nullptr && run->handler != nullptr ? run : nullptr;
+}
+
+}  // namespace
+
+bool run_service(const wchar_t* name, ServiceMain main) {
+    if (!started_as_service(name)) {
+        return fail(kNotStartedAsService);
+    }
+    Descriptor lock;
+    if (const std::uint32_t error = take_machine(lock); error != 0) {
+        return fail(error);
+    }
+    auto run = std::make_unique<Run>();
+    const auto mainEnded = run->mainEnded;
+    Run& running = *run;
+    if (const std::uint32_t error = running.server.open(kControlSocket); error != 0) {
+        return fail(error);
+    }
+    const StopSignals signals;
+    {
+        const std::lock_guard guard(shared().mutex);
+        shared().run = std::move(run);
+    }
+    const auto forget = [] {
+        const std::lock_guard guard(shared().mutex);
+        return std::exchange(shared().run, nullptr);
+    };
+    std::thread thread;
+    std::uint32_t error = running.server.start(take_line);
+    if (error == 0) {
+        try {
+            thread = start_main(name, main, mainEnded);
+        } catch (const std::system_error&) {
+            error = kNotEnoughMemory;
+        }
+    }
+    if (error == 0) {
+        dispatch(running);
+    }
+    running.server.stop();
+    if (thread.joinable()) {
+        end_main(thread, mainEnded);
+    }
+    const auto last = forget();
+    if (error == 0 && last->handler == nullptr) {
+        error = kServiceRequestTimeout;
+    }
+    return fail(error);
+}
+
+ServiceStatusHandle register_service_handler(const wchar_t*, ServiceHandler handler, void* context) {
+    const std::lock_guard guard(shared().mutex);
+    Run* const run = shared().run.get();
+    if (run == nullptr || handler == nullptr) {
+        set_last_error(run == nullptr ? kServiceNotInProcess : kInvalidParameter);
+        return 0;
+    }
+    run->handler = handler;
+    run->context = context;
+    return kStatusHandle;
+}
+
+bool set_service_status(ServiceStatusHandle handle, const ServiceStatus& status) {
+    const std::lock_guard guard(shared().mutex);  // so that the log has the order of the reports
+    Run* const run = find_run(handle);
+    if (run == nullptr || run->status.state == kServiceStopped) {
+        return fail(kInvalidHandle);  // which the manager has closed when the service said that it is stopped
+    }
+    if (status.state < kServiceStopped || status.state > kServiceLastState) {
+        return fail(kInvalidData);
+    }
+    run->status = status;
+    append_json(kStatusLog, {{"time", static_cast<double>(now_microseconds()) / 1e6},
+                             {"type", status.type},
+                             {"state", status.state},
+                             {"accepted", status.accepted},
+                             {"exitCode", status.exit_code},
+                             {"specificExitCode", status.specific_exit_code},
+                             {"checkpoint", status.checkpoint},
+                             {"waitHint", status.wait_hint}});
+    wake_dispatcher();
+    return true;
+}
+
+std::intptr_t register_power_setting(ServiceStatusHandle handle, const Guid& setting) {
+    const std::lock_guard guard(shared().mutex);
+    Run* const run = find_run(handle);
+    if (run == nullptr) {
+        fail(kInvalidHandle);
+        return 0;
+    }
+    run->settings[++run->lastRegistration] = setting;
+    if (const auto state = present_power_state(setting)) {
+        const PowerSettingChange change = {setting, sizeof *state, *state};
+        run->waiting.push_back({{false, kControlPowerEvent, kPowerSettingChange, change}, 0});
+        wake_dispatcher();
+    }
+    return run->lastRegistration;
+}
+
+bool unregister_power_setting(std::intptr_t registration) {
+    const std::lock_guard guard(shared().mutex);
+    const bool known = shared().run != nullptr && shared().run->settings.erase(registration) != 0;
+    return known || fail(kInvalidHandle);
+}
+
+}  // namespace platform

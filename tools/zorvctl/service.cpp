@@ -1,0 +1,273 @@
+// Starts the service as its manager does, says how it is, and sends it controls.
+
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <cmath>
+#include <filesystem>
+#include <memory>
+#include <thread>
+
+#include "commands.h"
+#include "common/code_page.h"
+#include "common/json.h"
+#include "common/text.h"
+#include "output.h"
+#include "platform/error.h"
+#include "platform/machine.h"
+#include "platform/service_manager.h"
+#include "service_process.h"
+
+namespace zorvalis {
+
+namespace {
+
+using platform::ServiceStatus;
+
+constexpr std::uint32_t kStopped = 1, kStopPending = 3, kRunning = 4;
+constexpr std::uint32_t kStop = 1, kInterrogate = 4;
+constexpr std::uint32_t kMayConnect = 1, kMayQuery = 4, kMayStop = 0x20, kMayInterrogate = 0x80;
+constexpr std::uint32_t kNeverStarted = 1077;
+constexpr auto kPause = std::chrono::milliseconds(20);
+constexpr auto kStartLimit = std::chrono::seconds(30);
+
+constexpr const char* kStates[] = {"unknown", "stopped",    "starting", "stopping",
+                                   "running", "continuing", "pausing",  "paused"};
+
+constexpr struct {
+    std::uint32_t bit;
+    const char* words;
+} kControls[] = {
+    {1, "stop"},
+    {2, "pause and continue"},
+    {4, "shutdown"},
+    {8, "changed parameters"},
+    {0x10, "changed bindings"},
+    {0x20, "changed hardware profile"},
+    {0x40, "power events"},
+    {0x80, "session changes"},
+    {0x100, "pre-shutdown"},
+    {0x200, "changed time"},
+    {0x400, "trigger events"},
+};
+
+std::string StateWord(std::uint32_t state) {
+    return state < std::size(kStates) ? kStates[state] : std::to_string(state);
+}
+
+std::string AcceptedWords(std::uint32_t accepted) {
+    std::string words;
+    for (const auto& [bit, each] : kControls) {
+        words += (accepted & bit) == 0 ? "" : (words.empty() ? "" : ", ") + std::string(each);
+    }
+    return words.empty() ? "nothing" : words;
+}
+
+std::string ErrorWords(std::uint32_t error, const std::string& name) {
+    switch (error) {
+        case 5:
+            return "access is denied: this takes an administrator";
+        case 1052:
+            return name + " does not accept this control";
+        case 1053:
+            return name + " has not answered within 30 seconds; `zorvctl service status` tells how it is";
+        case 1060:
+            return "there is no service " + name + " on this machine: its executable registers it with -install";
+        case 1061:
+            return name + " is starting or stopping and takes no controls now";
+        case 1062:
+            return name + " is not running; `zorvctl service start` starts it";
+        default:
+            return name + " answered with error " + std::to_string(error);
+    }
+}
+
+class Service {
+public:
+    Service(const std::string& name, std::uint32_t access) : name_(name) {
+        CheckMachine();
+        Check(manager_.open(kMayConnect) && manager_.open_service(Utf82Unicode(name).c_str(), access));
+    }
+
+    ServiceStatus Query() {
+        ServiceStatus status{};
+        Check(manager_.query_service(status));
+        return status;
+    }
+
+    void Send(std::uint32_t control) {
+        ServiceStatus status{};
+        Check(manager_.control_service(control, status));
+    }
+
+private:
+    void Check(bool done) const {
+        if (!done) {
+            throw Failure{ErrorWords(platform::last_error(), name_)};
+        }
+    }
+
+    std::string name_;
+    platform::ServiceManager manager_;
+};
+
+std::string StatusLog() {
+    const std::string machine = platform::machine_folder();
+    return machine.empty() || !std::filesystem::exists(machine + "/status.jsonl") ? "" : machine + "/status.jsonl";
+}
+
+std::uintmax_t ReportedBytes() {
+    return StatusLog().empty() ? 0 : std::filesystem::file_size(StatusLog());
+}
+
+// When the service last came into the state; empty where nobody has kept it.
+std::string Since(std::uint32_t state) {
+    double since = 0;
+    for (const std::string& line : SplitString(StatusLog().empty() ? "" : ReadWholeFile(StatusLog()), '\n')) {
+        try {
+            const Json report = ParseJson(line);
+            const bool same = report.at("state").get<std::uint32_t>() == state;
+            since = !same ? 0 : since > 0 ? since : report.at("time").get<double>();
+        } catch (const std::logic_error&) {
+            // no report of a service
+        }
+    }
+    return since > 0 ? " since " + LocalTimeText(since) : "";
+}
+
+std::string ExitWords(std::uint32_t exitCode) {
+    return exitCode == kNeverStarted ? "never started"
+           : exitCode == 1067        ? "none: it ended without a report"
+                                     : std::to_string(exitCode);
+}
+
+void PrintStatus(const std::string& name, const ServiceStatus& status) {
+    const std::string hint = status.wait_hint == 0 ? "" : ", wait " + std::to_string(status.wait_hint) + " ms";
+    Print(FitTo(name, 12) + StateWord(status.state) + Since(status.state) + "\n");
+    if (status.state != kStopped) {
+        Print("accepts     " + AcceptedWords(status.accepted) + "\n");
+        Print("checkpoint  " + std::to_string(status.checkpoint) + hint + "\n");
+    }
+    Print("exit code   " + ExitWords(status.exit_code) + "\n");
+}
+
+void Status(const std::string& name) {
+    const ServiceStatus status = Service(name, kMayQuery).Query();
+    PrintStatus(name, status);
+    Require(status.state != kStopped, "");
+}
+
+// The words for a service that has ended; empty when all went as it should. `reported`: it said anything at all.
+std::string EndWords(const std::string& name, const ServiceStatus& status, const StartedService& started,
+                     bool reported) {
+    if (!reported) {
+        const std::string death = started.Death();
+        return name + " ended without a report" + (death.empty() ? "" : ": " + death);
+    }
+    if (!started.Death().empty()) {
+        return name + " has not stopped as it should: " + started.Death();
+    }
+    return status.exit_code == 0 ? "" : name + " stopped with exit code " + ExitWords(status.exit_code);
+}
+
+std::string ExecutablePath(const std::string& machine, const std::string& name) {
+    try {
+        return ParseJson(ReadWholeFile(machine + "/services/" + name + ".json")).at("path").get<std::string>();
+    } catch (const std::logic_error& error) {
+        throw Failure{machine + "/services/" + name + ".json does not say what to start: " + error.what()};
+    }
+}
+
+void Run(const std::string& name) {
+    const std::string machine =
+        StandInMachine("the service manager alone starts services; `zorvctl service start` asks it to");
+    Service service(name, kMayQuery);
+    Require(service.Query().state == kStopped, name + " is running already");
+    const std::uintmax_t before = ReportedBytes();
+    StartedService started(name, ExecutablePath(machine, name), "");
+    started.WaitForEnd();
+    const std::string problem = EndWords(name, service.Query(), started, ReportedBytes() > before);
+    Require(problem.empty(), problem);
+}
+
+void Start(const std::string& name) {
+    Service service(name, kMayQuery);
+    ServiceStatus status = service.Query();
+    Require(status.state == kStopped, name + " is running already");
+    const std::string machine = platform::machine_folder();
+    const std::string log = machine.empty() ? "" : machine + "/run/" + name + ".log";
+    if (!machine.empty()) {
+        std::filesystem::create_directories(machine + "/run");
+    }
+    const std::string path = machine.empty() ? "" : ExecutablePath(machine, name);
+    const std::uintmax_t before = ReportedBytes();
+    StartedService started(name, path, log);
+    const auto limit = std::chrono::steady_clock::now() + kStartLimit;
+    const std::string output = log.empty() ? "" : "; its output goes to " + log;
+    while (!started.HasEnded(status)) {
+        status = service.Query();
+        if (status.state == kRunning) {
+            return Print(name + " is running" + output + "\n");
+        }
+        Require(std::chrono::steady_clock::now() < limit,
+                name + " has not said within 30 seconds that it is running, and was left alone" + output);
+        std::this_thread::sleep_for(kPause);
+    }
+    const std::string problem = EndWords(name, service.Query(), started, machine.empty() || ReportedBytes() > before);
+    throw Failure{(problem.empty() ? name + " has stopped again" : problem) + output};
+}
+
+void Stop(const std::string& name) {
+    Service service(name, kMayQuery | kMayStop);
+    const RunningService running;
+    service.Send(kStop);
+    ServiceStatus status = service.Query();
+    while (status.state == kStopPending) {
+        std::this_thread::sleep_for(kPause);
+        status = service.Query();
+    }
+    Require(status.state == kStopped, name + " failed to stop: it is " + StateWord(status.state));
+    running.WaitForEnd();
+    Print(name + " has stopped\n");
+}
+
+void Preshutdown(const std::string& name) {
+    StandInMachine("the system alone sends this control, when it shuts down");
+    Service service(name, kMayQuery);
+    const RunningService running;
+    std::string answer;
+    Require(SendToMachine("run/control", R"({"control": 15})", &answer), ErrorWords(1062, name));
+    Require(!answer.empty(), name + " ended without an answer");
+    const std::uint32_t error = ParseJson(answer).value("result", 0U);
+    Require(error == 0, ErrorWords(error, name));
+    const std::uint32_t state = service.Query().state;
+    Require(state == kStopped, name + " took the control, but has not stopped: it is " + StateWord(state));
+    running.WaitForEnd();
+    Print(name + " has stopped for the shutdown\n");
+}
+
+void Interrogate(const std::string& name) {
+    Service service(name, kMayQuery | kMayInterrogate);
+    service.Send(kInterrogate);
+    PrintStatus(name, service.Query());
+}
+
+}  // namespace
+
+void AddServiceCommands(CLI::App& app) {
+    const auto name = std::make_shared<std::string>("Zorvalis");
+    CLI::App* group = app.add_subcommand("service", "Starts the service, says how it is, sends it controls");
+    group->require_subcommand(1);
+    const auto add = [&](const char* command, const char* what, void (*action)(const std::string&)) {
+        CLI::App* added = group->add_subcommand(command, what);
+        added->add_option("NAME", *name, "The service, when it is not Zorvalis");
+        added->callback([name, action] { action(*name); });
+    };
+    add("run", "Runs it in the foreground until it has stopped; Ctrl-C stops it", Run);
+    add("start", "Starts it in the background and waits until it is running", Start);
+    add("status", "Its state, the controls that it accepts, its exit code; fails when it is not running", Status);
+    add("stop", "Stops it and waits for its end", Stop);
+    add("preshutdown", "Tells it that the machine shuts down, and waits for its end", Preshutdown);
+    add("interrogate", "Asks it to report, and prints its state", Interrogate);
+}
+
+}  // namespace zorvalis
