@@ -12,9 +12,6 @@
 namespace platform {
 namespace {
 
-// Where a value is written before it takes its name. One name for a folder is enough under the folder's lock, and
-// what a killed process left is used up by the next write.
-constexpr char kTemporary[] = ".new";
 constexpr std::size_t kLongestText = 254;
 constexpr int kAttempts = 1000;  // each lost to somebody who deleted the key at that moment
 
@@ -59,25 +56,6 @@ bool read_value(RegistryRoot root, const std::wstring& key, const std::wstring& 
     return found && !found->empty() && read_value_file(folder.get(), *found, text);
 }
 
-// 0, or the error; ENOENT when the key has been deleted.
-int write_value_file(int folder, const std::string& name, const std::string& text) {
-    if (!lock_key(folder)) {
-        return errno;
-    }
-    const Descriptor file(retry(
-        [&] { return ::openat(folder, kTemporary, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666); }));
-    if (!file) {
-        return errno;
-    }
-    const auto found = find_entry(folder, name, KeyEntry::value);
-    if (!found || !write_whole(file.get(), text) ||
-        ::renameat(folder, kTemporary, folder, found->empty() ? name.c_str() : found->c_str()) != 0) {
-        ::unlinkat(folder, kTemporary, 0);
-        return EIO;
-    }
-    return 0;
-}
-
 bool write_value(RegistryRoot root, const std::wstring& key, const std::wstring& value, const std::string& text) {
     const auto parts = key_parts(root, key);
     const std::string name = value_file(value);
@@ -86,7 +64,7 @@ bool write_value(RegistryRoot root, const std::wstring& key, const std::wstring&
     }
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         const Descriptor folder = open_key(*parts, true);
-        const int error = folder ? write_value_file(folder.get(), name, text) : errno;
+        const int error = folder ? write_entry(folder.get(), name, text) : errno;
         if (error != ENOENT) {
             return error == 0;
         }

@@ -130,6 +130,25 @@ std::optional<std::string> find_entry(int folder, const std::string& name, KeyEn
     return "";
 }
 
+int write_entry(int folder, const std::string& name, const std::string& text) {
+    if (!lock_key(folder)) {
+        return errno;
+    }
+    const Descriptor file(retry(
+        [&] { return ::openat(folder, kTemporary, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666); }));
+    if (!file) {
+        return errno;
+    }
+    const auto found = find_entry(folder, name, KeyEntry::value);
+    if (!found || !write_whole(file.get(), text) ||
+        ::renameat(folder, kTemporary, folder, found->empty() ? name.c_str() : found->c_str()) != 0) {
+        const int error = errno;
+        ::unlinkat(folder, kTemporary, 0);
+        return error == ENOENT ? EIO : error;
+    }
+    return 0;
+}
+
 Descriptor open_key(const KeyParts& parts, bool make) {
     const std::string registry = machine_path(kRegistryFolder);
     std::string path = registry;
