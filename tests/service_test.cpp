@@ -1,0 +1,427 @@
+// The service's protocol in this process, and the built executable as a service of the stand-in machine.
+#include "service/service_base.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <functional>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+#include "common/files.h"
+#include "common/json.h"
+#include "common/registry.h"
+#include "common/text.h"
+#include "jobs/task_scheduler_setting.h"
+#include "platform/files.h"
+#include "platform/linux/line_client.h"
+#include "platform/machine.h"
+#include "platform/thread_pool.h"
+#include "service/service_install.h"
+#include "service/zorvalis_service.h"
+#include "support/notebook.h"
+#include "support/trace.h"
+
+namespace zorvalis {
+namespace {
+
+using Lines = std::vector<std::string>;
+
+constexpr char kLid[] = "ba3e0f4d-b817-4094-a2d1-d56379e6a0f3";
+constexpr char kSource[] = "5d3e9a59-e9d5-4b00-a6bd-ff34ff516548";
+constexpr char kDisplay[] = "6fe69556-704a-47a0-8f24-c28d936fda47";
+
+// A member of each object in one of the machine's logs.
+Lines Logged(const char* file, std::initializer_list<const char*> members) {
+    Lines lines;
+    std::istringstream log(read_text(platform::machine_folder() + "/" + file));
+    for (std::string line; std::getline(log, line);) {
+        const Json object = ParseJson(line);
+        std::string joined;
+        for (const char* member : members) {
+            const Json& value = object[member];
+            joined += (joined.empty() ? "" : " ") + (value.is_string() ? std::string(value) : DumpJson(value));
+        }
+        lines.push_back(joined);
+    }
+    return lines;
+}
+
+template <class Condition>
+bool Comes(Condition condition) {
+    for (int tries = 0; tries < 4000; ++tries) {
+        if (condition()) {
+            return true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return false;
+}
+
+// Sends one control once the service listens; the answer.
+std::string Control(const Json& control) {
+    platform::LineClient client;
+    std::string answer = "nobody listens";
+    if (Comes([&] { return client.open("run/control", 30); }) && client.send(DumpJson(control))) {
+        client.receive(answer);
+    }
+    return answer;
+}
+
+std::string Control(std::uint32_t number, std::uint32_t event = 0) {
+    return Control({{"control", number}, {"event", event}});
+}
+
+std::string Change(const char* setting, std::uint32_t data) {
+    return Control({{"control", 13}, {"event", 0x8013}, {"setting", setting}, {"data", data}});
+}
+
+constexpr char kDone[] = R"({"result":0})";
+
+// Every operation does as the test says.
+class TestService : public CServiceBase {
+public:
+    TestService() : CServiceBase(kServiceName, true, true, true) {}
+    void OnStart(std::uint32_t, wchar_t**) override { act(); }
+    void OnStop() override { act(); }
+    void OnPause() override { act(); }
+    void OnContinue() override { act(); }
+    void OnShutdown() override { act(); }
+    void OnPowerEvent(std::uint32_t, void*) override { act(); }
+    void OnSessionChange() override { ++sessionChanges; }
+
+    std::function<void()> act = [] {};
+    int sessionChanges = 0;
+};
+
+// A service of this process from its start to its stop.
+class Served {
+public:
+    explicit Served(CServiceBase& service) {
+        ::setenv("ZORV_SERVICE", "Zorvalis", 1);
+        thread_ = std::thread([&service] { EXPECT_TRUE(CServiceBase::Run(service)); });
+    }
+    ~Served() { thread_.join(); }
+
+private:
+    std::thread thread_;
+};
+
+Lines States() {
+    return Logged("status.jsonl", {"state", "exitCode"});
+}
+
+TEST(ServiceBase, ReportsEachControlWithItsStates) {
+    const TestMachine machine;
+    TestService service;
+    {
+        const Served served(service);
+        EXPECT_TRUE(Comes([] { return Control(4) == kDone; }));
+        for (const std::uint32_t control : {4U, 2U, 3U, 14U, 128U}) {
+            EXPECT_EQ(Control(control), kDone) << control;
+        }
+        EXPECT_EQ(Control(5), R"({"result":1052})") << "plain shutdown was not asked for";
+        EXPECT_EQ(Control({{"status", true}}),
+                  R"({"accepted":451,"checkpoint":0,"exitCode":0,"state":4,"waitHint":0})");
+        EXPECT_EQ(Control(1), kDone);
+    }
+    EXPECT_EQ(service.sessionChanges, 1);
+    EXPECT_EQ(States(), (Lines{"2 0", "4 0", "6 0", "7 0", "5 0", "4 0", "3 0", "1 0"}));
+    std::int64_t last = 0;
+    for (const std::string& line : Logged("status.jsonl", {"checkpoint", "state"})) {
+        const std::int64_t checkpoint = std::stoll(line);
+        const bool pending = !line.ends_with("4") && !line.ends_with("1");
+        EXPECT_EQ(checkpoint > last, pending) << line;
+        last = pending ? checkpoint : last;
+    }
+    EXPECT_EQ(Logged("provider.jsonl", {"level", "text"}), Lines{"2 Service trying to start."});
+}
+
+TEST(ServiceBase, LeavesATrailOfEachOperationThatFails) {
+    struct Case {
+        const char* name;
+        std::uint32_t control;  // 0 for the start
+        Lines states;           // behind those of the start
+    };
+    const std::vector<Case> cases = {{"Start", 0, {}},
+                                     {"Stop", 1, {"3 0", "4 0"}},
+                                     {"Pause", 2, {"6 0", "4 0"}},
+                                     {"Continue", 3, {"5 0", "7 0"}},
+                                     {"Shutdown", 15, {}},
+                                     {"PowerEvent", 13, {}}};
+    const char* const words[] = {"Service failed to start.",     "Service failed to stop.",
+                                 "Service failed to pause.",     "Service failed to resume.",
+                                 "Service failed to shut down.", "Service failed to get power event."};
+    for (std::size_t index = 0; index < cases.size(); ++index) {
+        const Case& one = cases[index];
+        for (const bool known : {true, false}) {
+            const TestMachine machine;
+            TestService service;
+            const auto fail = [known] {
+                if (known) {
+                    throw std::uint32_t{0xABC};
+                }
+                throw std::runtime_error("any");
+            };
+            Lines states = {"2 0", one.control == 0 ? (known ? "1 2748" : "1 0") : "4 0"};
+            {
+                service.act = one.control == 0 ? std::function<void()>(fail) : [] {};
+                const Served served(service);
+                if (one.control != 0) {
+                    EXPECT_TRUE(Comes([] { return Control(4) == kDone; }));
+                    service.act = fail;
+                    EXPECT_EQ(Control(one.control), kDone) << one.name;
+                    states.insert(states.end(), one.states.begin(), one.states.end());
+                    service.act = [] {};
+                    EXPECT_EQ(Control(15), kDone);
+                    states.emplace_back("1 0");
+                }
+            }
+            EXPECT_EQ(States(), states) << one.name;
+            EXPECT_EQ(Logged("provider.jsonl", {"level", "text"}),
+                      (Lines{"2 Service trying to start.",
+                             known ? std::string("2 Service ") + one.name + " failed w/err 0x00000abc"
+                                   : std::string("2 ") + words[index]}));
+        }
+    }
+}
+
+TEST(ZorvalisService, StartsAndStopsInOrderAlsoWithoutItsTimers) {
+    Notebook machine;
+    machine.change_hardware(R"({"WMIGetSN": "SN 1"})");
+    write_text(platform::machine_folder() + "/power.json", R"({"lid": 0, "ac": 1, "display": 1})");
+    platform::refuse_pool_items(true);
+    ZorvalisService service(kServiceName, true, true, false);
+    Lines lines = Traced([&] {
+        const Served served(service);
+        EXPECT_TRUE(Comes([] { return Control(4) == kDone; }));
+        EXPECT_TRUE(Comes([] {
+            const Lines trace = TraceLines();
+            return std::count(trace.begin(), trace.end(), "[ZorvalisService] OnPowerEvent : 32787---------------") == 1;
+        }));
+        EXPECT_EQ(Control(14), kDone);
+        EXPECT_EQ(Control(1), kDone);
+    });
+    platform::refuse_pool_items(false);
+    const auto ours = [](const std::string& line) {
+        return !line.starts_with("[ZorvalisService]") && !line.starts_with("Get power") && !line.starts_with("Display");
+    };
+    lines.erase(std::remove_if(lines.begin(), lines.end(), ours), lines.end());
+    EXPECT_EQ(lines, (Lines{"[ZorvalisService] OnStart------------",
+                            "[ZorvalisService] RandomUUID: 00112233-4455-6677-8899-aabbccddeeff",
+                            "[ZorvalisService] set main switch to enable.",
+                            "[ZorvalisService] call RPC service. (Thread) Start",
+                            "[ZorvalisService] call RPC service. (Thread) End",
+                            "[ZorvalisService] Set the task scheduler creator timer thread. (Thread) Start",
+                            "[ZorvalisService] Set the task scheduler creator timer thread. (Thread) End",
+                            "[ZorvalisService] Set the WMI receiver thread. (Thread) Start",
+                            "[ZorvalisService] SN: SN1",
+                            "[ZorvalisService] Set the WMI receiver thread. (Thread) End",
+                            "[ZorvalisService] set the reload setting file timer thread (Thread) Start",
+                            "[ZorvalisService] set the reload setting file timer thread (Thread) End",
+                            "[ZorvalisService] OnStart End----------------------------",
+                            "[ZorvalisService] OnPowerEvent : 32787++++++++++++",
+                            "Get power on event , skip OnPowerEvent GUID_LIDSWITCH_STATE_CHANGE",
+                            "[ZorvalisService] OnPowerEvent : 32787++++++++++++",
+                            "Get power on event , skip OnPowerEvent GUID_ACDC_POWER_SOURCE",
+                            "[ZorvalisService] OnPowerEvent : 32787++++++++++++",
+                            "Display_On",
+                            "[ZorvalisService] OnPowerEvent : 32787---------------",
+                            "[ZorvalisService] OnSessionChange +++++++++++++++++++++++",
+                            "[ZorvalisService] OnSessionChange -----------------------",
+                            "[ZorvalisService] OnStop +++++++++++++++++++++++",
+                            "[ZorvalisService] OnStop -----------------------"}));
+    EXPECT_EQ(machine.stored(), "") << "the present states are no events";
+    EXPECT_EQ(Value(L"SERVICEVERSION") + L" " + Value(L"ISSERVICERUNNING") + L" " + Value(L"MainSwitch"),
+              L"2.0.6.0 1 1");
+    EXPECT_EQ(ReadRegDword(kLocalMachine, kProductKey, L"SKIP_ONPOWEREVENT"), L"1");
+}
+
+TEST(ZorvalisService, LeavesAMachineAloneThatIsNotReady) {
+    Notebook machine;
+    WriteRegString(kLocalMachine, kSetupStateKey, L"ImageState", L"");
+    platform::refuse_pool_items(true);
+    ZorvalisService service(kServiceName, true, true, false);
+    service.OnStart(0, nullptr);
+    service.OnStop();
+    platform::refuse_pool_items(false);
+    EXPECT_EQ(Value(L"SERVICEVERSION"), L"2.0.6.0");
+    EXPECT_EQ(Value(L"MainSwitch"), ERROR_READREG);
+    EXPECT_EQ(ReadRegDword(kLocalMachine, kProductKey, L"SKIP_ONPOWEREVENT"), ERROR_READREG);
+}
+
+// The built executable, served by the machine, with its two minutes shortened.
+class RunningService : public testing::Test {
+protected:
+    RunningService() {
+        write_text(platform::machine_folder() + "/clock.json", R"({"wait": 0.001})");
+        write_text(platform::machine_folder() + "/power.json", R"({"lid": 1, "ac": 0})");
+        SetSession(4, 1);
+        Start();
+    }
+    ~RunningService() override {
+        if (process_.joinable()) {
+            Stop(1);
+        }
+    }
+
+    void Start() {
+        process_ = std::thread([this] { EXPECT_EQ(std::system(("ZORV_SERVICE=Zorvalis " + executable).c_str()), 0); });
+        EXPECT_TRUE(Comes([] { return Control(4) == kDone; }));
+    }
+
+    void Stop(std::uint32_t control) {
+        EXPECT_EQ(Control(control), kDone);
+        process_.join();
+    }
+
+    static void Power(const wchar_t* value, std::uint32_t number) {
+        ASSERT_TRUE(WriteRegDword(kLocalMachine, kProductKey, value, number));
+    }
+
+    static std::wstring Power(const wchar_t* value) { return ReadRegDword(kLocalMachine, kProductKey, value); }
+
+    static std::string Task() {
+        return read_text(platform::machine_folder() + "/tasks/" + WideToUtf8(kCollectionTask) + ".json");
+    }
+
+    static bool Says(const std::string& words) {
+        const Lines lines = TraceLines();
+        return std::find(lines.begin(), lines.end(), words) != lines.end();
+    }
+
+    std::string Triggers() const {
+        std::string joined;
+        for (const auto& row : machine.query(FileOf("E"), "SELECT freq FROM UserBehavior ORDER BY rowid")) {
+            joined += row[0] + " ";
+        }
+        return joined;
+    }
+
+    Notebook machine;
+    const std::string executable = machine.install_service();
+
+private:
+    std::thread process_;
+};
+
+TEST_F(RunningService, TurnsPowerEventsIntoRecordsUnlessTheyAreSuppressed) {
+    EXPECT_EQ(Change(kLid, 0), kDone);
+    EXPECT_EQ(Change(kSource, 1), kDone);
+    EXPECT_EQ(machine.stored(), "");
+    Power(L"SKIP_ONPOWEREVENT", 0);  // as the first pass does
+    for (const auto& [setting, data] : {std::pair{kLid, 0U},
+                                        {kLid, 1U},
+                                        {kLid, 2U},
+                                        {kSource, 0U},
+                                        {kSource, 1U},
+                                        {kSource, 2U},
+                                        {kDisplay, 0U},
+                                        {kDisplay, 1U},
+                                        {kDisplay, 2U},
+                                        {kDisplay, 3U}}) {
+        EXPECT_EQ(Change(setting, data), kDone);
+    }
+    EXPECT_EQ(Control(13, 0x8013), kDone) << "without data";
+    EXPECT_EQ(Triggers(), "17 16 14 15 ");
+    Power(L"ISPOWERON", 1);
+    EXPECT_EQ(Change(kDisplay, 2), kDone);
+    EXPECT_EQ(Power(L"ISPOWERON"), L"1");
+    EXPECT_EQ(Change(kDisplay, 1), kDone);
+    EXPECT_EQ(Change(kDisplay, 1), kDone);
+    EXPECT_EQ(Power(L"ISPOWERON"), L"0");
+    EXPECT_TRUE(Comes([] { return !Task().empty(); }));
+    EXPECT_EQ(Control(13, 4), kDone);
+    EXPECT_FALSE(bool(ParseJson(Task())["enabled"]));
+    EXPECT_EQ(Control(13, 7), kDone);
+    EXPECT_TRUE(Comes([] { return bool(ParseJson(Task())["enabled"]); })) << "two minutes after the resume";
+    EXPECT_EQ(Control(13, 10), kDone);
+    Stop(15);
+    EXPECT_EQ(Triggers(), "17 16 14 15 10 12 13 11 ");
+    EXPECT_EQ(Power(L"ISPOWERON"), L"1");
+    EXPECT_FALSE(bool(ParseJson(Task())["enabled"]));
+    EXPECT_EQ(Logged("status.jsonl", {"state", "checkpoint", "accepted"}), (Lines{"2 1 449", "4 0 449", "1 0 449"}));
+    Start();
+    EXPECT_EQ(Power(L"SKIP_ONPOWEREVENT"), L"1") << "again";
+    Stop(1);
+    EXPECT_EQ(Power(L"ISPOWERON"), L"1") << "a plain stop is no power-off";
+}
+
+TEST_F(RunningService, ReloadsItsSettingsWhenAnotherProcessAsksForIt) {
+    const std::string reload = "[ReloadSettingFIleServiceTimerThread] Need Reload Setting FIle";
+    EXPECT_TRUE(Comes([&] { return Power(L"NEEDRELOAD_SETTING_FILE") == L"0"; })) << "written at first, in every case";
+    Power(L"SKIP_ONPOWEREVENT", 0);
+    machine.setting(R"({"version": "2.0.6.0", "intervalTimer": "1", "totalCollectTime": "600", "ac_dc": "off"})");
+    SetValue(L"Other", L"any");
+    EXPECT_EQ(Change(kSource, 0), kDone);
+    EXPECT_EQ(Triggers(), "14 ") << "a file alone changes nothing";
+    EXPECT_TRUE(Comes([&] {  // the loop may not listen yet
+        Power(L"NEEDRELOAD_SETTING_FILE", 1);
+        return Says(reload);
+    }));
+    EXPECT_TRUE(Comes([&] { return Power(L"NEEDRELOAD_SETTING_FILE") == L"0"; }));
+    EXPECT_EQ(Change(kSource, 0), kDone);
+    EXPECT_EQ(Triggers(), "14 ");
+    machine.setting("{");
+    Power(L"NEEDRELOAD_SETTING_FILE", 1);
+    EXPECT_TRUE(Comes([&] { return Power(L"NEEDRELOAD_SETTING_FILE") == L"0"; })) << "a broken file ends no loop";
+    machine.setting(R"({"version": "2.0.6.0", "intervalTimer": "1", "totalCollectTime": "600", "ac_dc": "ac_dc"})");
+    Power(L"NEEDRELOAD_SETTING_FILE", 1);
+    EXPECT_TRUE(Comes([&] { return Power(L"NEEDRELOAD_SETTING_FILE") == L"0"; }));
+    EXPECT_EQ(Change(kSource, 1), kDone);
+    EXPECT_EQ(Triggers(), "14 15 ");
+}
+
+TEST_F(RunningService, RecordsHardwareEventsBesideAPass) {
+    EXPECT_TRUE(Comes([&] {
+        platform::LineClient client;
+        return client.open("run/events", 1) && client.send(R"({"EventID": 154})") &&
+               machine.stored().find("W ") != std::string::npos;
+    }));
+    EXPECT_EQ(std::system((executable + " -j0").c_str()), 0);
+    EXPECT_EQ(Power(L"SKIP_ONPOWEREVENT"), L"0");
+    EXPECT_EQ(Change(kLid, 0), kDone);
+    EXPECT_EQ(Triggers(), "17 ");
+}
+
+TEST(Administration, InstallsAndRemovesTheServiceAndItsTasks) {
+    Notebook machine;
+    const std::string executable = machine.install_service();
+    const auto run = [&](const std::string& option) {
+        const std::string output = platform::machine_folder() + "/output";
+        EXPECT_EQ(std::system((executable + " " + option + " >" + output).c_str()), 0);
+        return read_text(output);
+    };
+    EXPECT_EQ(run(""), "Service failed to run w/err 0x00000427\n");
+    EXPECT_EQ(run("-remove"), "OpenService failed w/err 0x00000424\n");
+    EXPECT_EQ(run("/INSTALL"), "Zorvalis is installed.\n");
+    const Json entry = ParseJson(read_text(platform::machine_folder() + "/services/Zorvalis.json"));
+    EXPECT_EQ(entry, (Json{{"name", "Zorvalis"},
+                           {"displayName", "Zorvalis"},
+                           {"path", executable},
+                           {"type", 16},
+                           {"startType", 2},
+                           {"errorControl", 1},
+                           {"dependencies", entry["dependencies"]},
+                           {"account", "LocalSystem"}}));
+    EXPECT_TRUE(entry["dependencies"].empty());
+    EXPECT_EQ(run("-install"), "CreateService failed w/err 0x00000431\n");
+    TaskSchedulerSetting().SetSpecificTimeTriggerTmer(kCollectionTask, L"PT5M", L"PT14M", L"-j0", 0);
+    TaskSchedulerSetting().SetSpecificTimeTriggerTmer(kActivationTask, L"PT5M", L"PT14M", L"-j1", 0);
+    std::thread service([&] { std::system(("ZORV_SERVICE=Zorvalis " + executable).c_str()); });
+    EXPECT_TRUE(Comes([] { return Control(4) == kDone; }));
+    write_text(platform::machine_folder() + "/clock.json", R"({"wait": 0.001})");
+    EXPECT_EQ(run("-remove"), "Stopping Zorvalis.\nZorvalis is stopped.\nZorvalis is removed.\n");
+    service.join();
+    EXPECT_EQ(read_text(platform::machine_folder() + "/services/Zorvalis.json"), "");
+    std::vector<platform::FolderEntry> tasks;
+    platform::list_folder(platform::machine_folder() + "/tasks", tasks);
+    EXPECT_EQ(tasks.size(), 0U);
+    EXPECT_EQ(Value(L"SERVICEVERSION"), L"2.0.6.0") << "the registry stays";
+}
+
+}  // namespace
+}  // namespace zorvalis
