@@ -104,7 +104,7 @@ void LineServer::run() try {
     const auto end = std::chrono::steady_clock::now() + kFarewell;
     take_answers();
     for (auto& [connection, peer] : peers_) {
-        send(peer);
+        advance(connection, peer);
         for (auto now = end - kFarewell; !peer.out.empty() && now < end; now = std::chrono::steady_clock::now()) {
             const auto rest = std::chrono::duration_cast<std::chrono::milliseconds>(end - now).count();
             pollfd source = {peer.socket.get(), POLLOUT, 0};

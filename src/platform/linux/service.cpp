@@ -161,6 +161,9 @@ std::optional<std::string> take_line(LineServer::Connection sender, const std::s
     if (control->asksForStatus) {
         return status_line(run.status);
     }
+    if (run.status.state == kServiceStopped) {
+        return result_line(kServiceNotActive);  // the dispatcher may be gone
+    }
     if (run.waiting.size() >= kMostWaiting) {
         return error_line("too many controls are waiting");
     }

@@ -29,10 +29,10 @@ namespace {
 
 using SteadyClock = std::chrono::steady_clock;
 
-// So many threads are made at once. Beyond them there is one more only when none has ended its task for a second, so
+// So many threads are made at once. Beyond them there is one more only when none has ended its task for a while, so
 // that tasks that never end take no place from the others for long.
 constexpr std::size_t kUsualThreads = 64;
-constexpr auto kStarved = std::chrono::seconds(1);
+constexpr auto kStarved = std::chrono::milliseconds(250);  // true ones, since so long do tasks take
 constexpr std::uint32_t kIdleMilliseconds = 20000;
 
 struct Task {
@@ -68,7 +68,8 @@ public:
 
     void submit_at(SteadyClock::time_point time, const Task& task) {
         const std::lock_guard guard(mutex_);
-        if (timers_.emplace(time, task) == timers_.begin()) {
+        const auto timer = timers_.emplace(time, task);
+        if (timer == timers_.begin()) {
             clock_.notify_one();
         }
     }

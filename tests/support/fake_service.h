@@ -1,0 +1,61 @@
+// A small service for the tests of the stand-in machine's service manager, which notes what it is asked for. It runs on
+// a thread of a test, or as a process: the test program itself, started by the manager.
+#pragma once
+
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/linux/line_client.h"
+#include "platform/service.h"
+
+class FakeService {
+public:
+    static constexpr wchar_t kName[] = L"Zorvalis";
+
+    // Controls of its own: one whose handler holds until `let_go`, and one that it answers with 7.
+    static constexpr std::uint32_t kHold = 128, kSeven = 129;
+
+    // As a process. FAKE_SERVICE in the environment may be "fail": stops with exit code 1234, or "silent": ends at
+    // once.
+    static bool is_wanted();
+    static int run_process();
+
+    // On a thread; `holdsStart`: it stays starting until `let_go`.
+    explicit FakeService(bool holdsStart = false);
+    ~FakeService();  // stops it
+
+    void wait_for_state(std::uint32_t state);
+    void wait_for_notes(std::size_t count);
+    void let_go();
+    void join();  // waits for its end by other means
+
+    bool result = false;  // of run_service, and last_error, when it has ended
+    std::uint32_t error = 0;
+    platform::ServiceStatusHandle handle = 0;
+    std::vector<std::string> notes() const;
+    std::vector<std::intptr_t> registrations();  // of the power settings, when all are made
+
+private:
+    static std::uint32_t handle_control(std::uint32_t control, std::uint32_t event, void* data, void* context);
+    void main();
+    void hold();
+    void report(std::uint32_t state, std::uint32_t exitCode = 0);
+
+    bool holdsStart_;
+    mutable std::mutex mutex_;
+    std::condition_variable changed_;
+    bool free_ = false;
+    std::uint32_t checkpoint_ = 0;
+    std::vector<std::string> notes_;
+    std::vector<std::intptr_t> registrations_;
+    std::thread thread_;
+};
+
+// One line to run/control and its answer; empty when nobody answers.
+std::string ask(const std::string& line);
+
+// The states in status.jsonl, in their order.
+std::string reported_states();

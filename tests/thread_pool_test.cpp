@@ -1,0 +1,126 @@
+// The pool of threads and its one-shot timers.
+#include "platform/thread_pool.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <filesystem>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "platform/clock.h"
+#include "support/machine.h"
+
+namespace platform {
+namespace {
+
+std::size_t threads() {
+    const std::filesystem::directory_iterator tasks("/proc/self/task");
+    return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
+}
+
+// What callbacks share with the test. Never destroyed before they have ended.
+struct Scene {
+    std::mutex mutex;
+    std::condition_variable changed;
+    int inside = 0, ended = 0;
+    bool open = false;
+    std::vector<int> order;
+
+    void wait_for(const int& count, int value) {
+        std::unique_lock guard(mutex);
+        changed.wait(guard, [&] { return count >= value; });
+    }
+    void let_go() {
+        const std::lock_guard guard(mutex);
+        open = true;
+        changed.notify_all();
+    }
+    static void stay(void* context) {
+        auto& scene = *static_cast<Scene*>(context);
+        std::unique_lock guard(scene.mutex);
+        ++scene.inside;
+        scene.changed.notify_all();
+        scene.changed.wait(guard, [&] { return scene.open; });
+        ++scene.ended;
+        scene.changed.notify_all();
+    }
+};
+
+struct Numbered {
+    Scene* scene;
+    int number;
+
+    static void note(void* context) {
+        const auto& self = *static_cast<Numbered*>(context);
+        const std::lock_guard guard(self.scene->mutex);
+        self.scene->order.push_back(self.number);
+        ++self.scene->ended;
+        self.scene->changed.notify_all();
+    }
+};
+
+TEST(ThreadPool, GrowsPastTasksThatStayAndShrinksAgain) {
+    const TestMachine machine;
+    set_clock({0, 0.001});  // an idle thread stays for 20 milliseconds
+    const std::size_t before = threads();
+    Scene scene;
+    constexpr int kTasks = 66;  // more than are had at once
+    for (int i = 0; i < kTasks; ++i) {
+        submit_pool_work(create_pool_work(Scene::stay, &scene));
+    }
+    scene.wait_for(scene.inside, kTasks);
+    scene.let_go();
+    scene.wait_for(scene.ended, kTasks);
+    while (threads() > before + 1) {  // the clock's own stays
+        std::this_thread::yield();
+    }
+}
+
+TEST(ThreadPool, FiresTimersInTheOrderOfTheirTimes) {
+    const TestMachine machine;
+    Scene scene;
+    Numbered timers[] = {{&scene, 40}, {&scene, 20}, {&scene, 0}};
+    const auto start = std::chrono::steady_clock::now();
+    for (Numbered& timer : timers) {
+        start_pool_timer(create_pool_timer(Numbered::note, &timer), static_cast<std::uint32_t>(timer.number));
+    }
+    scene.wait_for(scene.ended, 3);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(40));
+    EXPECT_EQ(scene.order, (std::vector<int>{0, 20, 40}));
+}
+
+TEST(ThreadPool, HoldsTenThousandTimersWithoutAThread) {
+    const TestMachine machine;
+    Scene scene;
+    Numbered first = {&scene, 1};
+    start_pool_timer(create_pool_timer(Numbered::note, &first), 0);
+    scene.wait_for(scene.ended, 1);
+    const std::size_t before = threads();
+    static std::atomic<int> fired{0};
+    for (int i = 0; i < 10000; ++i) {
+        start_pool_timer(create_pool_timer([](void*) { ++fired; }, nullptr), 3600000);
+    }
+    EXPECT_LE(threads(), before);
+    set_clock({0, 0});
+    for (int i = 0; i < 10000; ++i) {  // these fire at once
+        start_pool_timer(create_pool_timer([](void*) { ++fired; }, nullptr), 3600000);
+    }
+    EXPECT_LE(threads(), before + 64);
+    while (fired < 10000) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(fired, 10000);
+}
+
+TEST(ThreadPool, RefusesWorkAndTimersByTheSwitch) {
+    refuse_pool_items(true);
+    EXPECT_EQ(create_pool_work(Scene::stay, nullptr), nullptr);
+    EXPECT_EQ(create_pool_timer(Scene::stay, nullptr), nullptr);
+    refuse_pool_items(false);
+}
+
+}  // namespace
+}  // namespace platform
