@@ -22,5 +22,6 @@ void AddSettingsCommand(CLI::App& app);
 void AddRegistryCommands(CLI::App& app);
 void AddTraceCommand(CLI::App& app);
 void AddLogCommand(CLI::App& app);
+void AddTaskCommands(CLI::App& app);
 
 }  // namespace zorvalis

@@ -38,6 +38,7 @@ int Run(std::vector<std::string> arguments) {
     zorvalis::AddRegistryCommands(app);
     zorvalis::AddTraceCommand(app);
     zorvalis::AddLogCommand(app);
+    zorvalis::AddTaskCommands(app);
 
     try {
         try {
