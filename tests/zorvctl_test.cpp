@@ -309,8 +309,9 @@ TEST(ZorvctlTrace, TurnsTheSessionOnAndOffAndReadsTheLogs) {
 
 TEST(Zorvctl, TellsHelpFromWrongUsage) {
     const TestMachine machine;
-    for (const char* command : {"", "machine", "machine init", "show", "uploads", "settings", "registry",
-                                "registry set", "trace", "log", "service", "service run", "event", "event lid"}) {
+    for (const char* command :
+         {"", "machine", "machine init", "show", "uploads", "settings", "registry", "registry set", "trace", "log",
+          "tasks", "service", "service run", "event", "event lid"}) {
         const Result help = run(machine, std::string(command) + " --help");
         EXPECT_EQ(help.code, 0) << command;
         EXPECT_NE(help.output.find("Usage: zorvctl"), std::string::npos) << command;

@@ -11,11 +11,16 @@
 #include "common/files.h"
 #include "platform/clock.h"
 #include "platform/files.h"
+#include "platform/machine.h"
 #include "platform/module.h"
 #include "platform/registry.h"
 
 #ifdef _WIN32
 #include <windows.h>
+#else
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 #endif
 
 namespace {
@@ -168,3 +173,22 @@ std::string read_text(const std::string& path) {
     }
     return text;
 }
+
+#ifndef _WIN32
+bool send_to_machine(const std::string& socket, const std::string& text) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    (platform::machine_folder() + "/run/" + socket).copy(address.sun_path, sizeof address.sun_path - 1);
+    const int client = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const bool connected = ::connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    std::size_t sent = 0;
+    for (ssize_t count = 0; connected && count >= 0 && sent<text.size(); sent += count> 0 ? count : 0) {
+        count = ::send(client, text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
+    }
+    ::shutdown(client, SHUT_WR);
+    for (char ignored[256]; connected && ::read(client, ignored, sizeof ignored) > 0;) {
+    }
+    ::close(client);
+    return connected;
+}
+#endif

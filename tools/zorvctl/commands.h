@@ -24,5 +24,6 @@ void AddTraceCommand(CLI::App& app);
 void AddLogCommand(CLI::App& app);
 void AddServiceCommands(CLI::App& app);
 void AddEventCommands(CLI::App& app);
+void AddTaskCommands(CLI::App& app);
 
 }  // namespace zorvalis

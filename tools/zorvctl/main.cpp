@@ -40,6 +40,7 @@ int Run(std::vector<std::string> arguments) {
     zorvalis::AddLogCommand(app);
     zorvalis::AddServiceCommands(app);
     zorvalis::AddEventCommands(app);
+    zorvalis::AddTaskCommands(app);
 
     try {
         try {

@@ -41,17 +41,6 @@ std::optional<std::int64_t> StoredTime(const wchar_t* value) {
     }
 }
 
-// "23 minutes", "5 hours", "3 days".
-std::string SpanText(std::int64_t seconds) {
-    const std::int64_t minutes = (seconds + 59) / 60;
-    const auto count = [](std::int64_t number, const char* unit) {
-        return std::to_string(number) + unit + (number == 1 ? "" : "s");
-    };
-    return minutes < 120       ? count(minutes, " minute")
-           : minutes < 48 * 60 ? count(minutes / 60, " hour")
-                               : count(minutes / (24 * 60), " day");
-}
-
 Json Load(const SettingFileManager& manager, const char* name, const std::string& path) {
     try {
         return manager.LoadJsonFile(name);
@@ -98,6 +87,16 @@ RulingFile ChooseFile() {
 std::string OwnFolder() {
     const std::wstring path = ModulePath();
     return WideToUtf8(path.substr(0, path.find_last_of(L"/\\")));
+}
+
+std::string SpanText(std::int64_t seconds) {
+    const std::int64_t minutes = (seconds + 59) / 60;
+    const auto count = [](std::int64_t number, const char* unit) {
+        return std::to_string(number) + unit + (number == 1 ? "" : "s");
+    };
+    return minutes < 120       ? count(minutes, " minute")
+           : minutes < 48 * 60 ? count(minutes / 60, " hour")
+                               : count(minutes / (24 * 60), " day");
 }
 
 std::string DateText(std::int64_t seconds) {

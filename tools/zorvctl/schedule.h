@@ -13,6 +13,9 @@ namespace zorvalis {
 // Where the service, the hardware library and default.json lie too.
 std::string OwnFolder();
 
+// "23 minutes", "5 hours", "3 days".
+std::string SpanText(std::int64_t seconds);
+
 // "2026/11/12" in local time.
 std::string DateText(std::int64_t seconds);
 

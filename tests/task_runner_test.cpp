@@ -1,0 +1,165 @@
+// `zorvctl tasks` as a process, with small scripts as the tasks' actions.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+
+#include "common/json.h"
+#include "platform/clock.h"
+#include "platform/machine.h"
+#include "support/machine.h"
+
+namespace zorvalis {
+namespace {
+
+namespace fs = std::filesystem;
+
+class TaskRunner : public testing::Test {
+protected:
+    TaskRunner() : folder_(platform::machine_folder()) { fs::create_directory(folder_ + "/tasks"); }
+
+    // It is the second of January 2030, 10:01:30 local time.
+    void SetClock() {
+        std::tm local{};
+        local.tm_year = 130;
+        local.tm_mday = 2;
+        local.tm_hour = 10;
+        local.tm_min = 1;
+        local.tm_sec = 30;
+        local.tm_isdst = -1;
+        const std::int64_t offset = std::mktime(&local) - std::time(nullptr);
+        write_text(folder_ + "/clock.json", "{\"offset\": " + std::to_string(offset) + ", \"wait\": 0.5}");
+    }
+
+    // The action is a script, with the machine's folder as its current one.
+    void AddTask(const std::string& name, const std::string& script, const std::string& changes = "{}") {
+        const std::string path = machine_.bin_folder() + name;
+        write_text(path, "#!/bin/sh\ncd '" + folder_ + "'\n" + script + "\n");
+        fs::permissions(path, fs::perms::all);
+        Json task = {{"trigger", {{"startBoundary", "2030-01-02T10:00:00"}, {"interval", "PT5M"}}},
+                     {"action", {{"path", path}, {"arguments", "-j0"}}},
+                     {"executionTimeLimit", "PT14M"}};
+        task.merge_patch(ParseJson(changes));
+        write_text(folder_ + "/tasks/" + name + ".json", DumpJson(task));
+    }
+
+    static std::string Tool() {
+        return (fs::read_symlink("/proc/self/exe").parent_path().parent_path() / "bin" / "zorvctl").string();
+    }
+
+    // The output and the errors lie in the file "told".
+    int Run(const std::string& arguments, const std::string& before = "") const {
+        return WEXITSTATUS(
+            std::system((before + Tool() + " tasks " + arguments + " >" + folder_ + "/told 2>&1").c_str()));
+    }
+
+    std::string Told() const { return read_text(folder_ + "/told"); }
+    void ExpectTold(const std::string& words) const { EXPECT_NE(Told().find(words), std::string::npos) << Told(); }
+    std::size_t Lines(const std::string& file) const {
+        const std::string text = read_text(folder_ + "/" + file);
+        return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+    }
+
+    const TestMachine machine_;
+    const std::string folder_;
+};
+
+TEST_F(TaskRunner, StartsWhatIsDueInTwoHoursWithoutWaiting) {
+    SetClock();
+    AddTask("often", "printf '%s|' \"$@\" >>often; echo >>often", R"({"action": {"arguments": "a \"b c\\\"\" \\d"}})");
+    AddTask("later", "echo >>later", R"({"trigger": {"startBoundary": "2030-01-02T11:00:00", "interval": "PT30M"}})");
+    AddTask("single", "echo >>single; exit 3",
+            R"({"trigger": {"startBoundary": "2030-01-02T12:00:00", "interval": ""}})");
+    AddTask("over", "echo >>over", R"({"trigger": {"startBoundary": "2030-01-02T10:01:00", "interval": null}})");
+    AddTask("disabled", "echo >>disabled", R"({"enabled": false})");
+    AddTask("absent", "", R"({"action": {"path": "/nowhere/absent"}, "trigger": {"interval": "PT1H"}})");
+    write_text(folder_ + "/tasks/broken.json", "{");
+    EXPECT_EQ(Run("list"), 1);
+    for (const char* words :
+         {"ready, next start in 4 minutes, 2030-01-02 10:05\n    every 5 minutes from 2030-01-02 10:00, "
+          "killed after 14 minutes\n",
+          "often a \"b c\\\"\" \\d\n", "disabled\n", "ready, but over\n",
+          "broken\n    never starts: ", "Nobody starts them now"}) {
+        ExpectTold(words);
+    }
+    const std::int64_t before = platform::now_seconds();
+    EXPECT_EQ(Run("run --for 2h --skip-waits"), 0);
+    EXPECT_EQ(Lines("often"), 24U);
+    EXPECT_EQ(read_text(folder_ + "/often").substr(0, 12), "a|b c\"|\\d|\na");
+    EXPECT_EQ(Lines("later"), 3U);
+    EXPECT_EQ(Lines("single"), 1U);
+    EXPECT_FALSE(fs::exists(folder_ + "/over") || fs::exists(folder_ + "/disabled"));
+    ExpectTold("30 starts, 3 failed, 0 left out\n");
+    ExpectTold("single: ended with exit code 3");
+    ExpectTold("2030-01-02 11:00:00  absent: cannot start /nowhere/absent: No such file or directory\n");
+    EXPECT_GE(platform::now_seconds(), before + 7200);
+    EXPECT_LT(platform::now_seconds(), before + 7260);
+    EXPECT_EQ(ParseJson(read_text(folder_ + "/clock.json"))["wait"], 0.5);
+}
+
+TEST_F(TaskRunner, GoesByTheDefinitionThatAPassHasWritten) {
+    SetClock();
+    AddTask("pass", R"(echo >>passes
+        sed 's/2030-01-02T10:00:00/2030-01-03T00:17:00/' tasks/pass.json >tasks/.new && mv tasks/.new tasks/pass.json)");
+    EXPECT_EQ(Run("run --until '2030-01-03 00:20' --skip-waits"), 0);
+    ExpectTold("2030-01-02 10:05:00  pass: next start 2030-01-03 00:17:00\n");
+    EXPECT_EQ(Lines("passes"), 2U);
+}
+
+TEST_F(TaskRunner, LeavesOutAStartWhileThePassRunsAndKillsItAtItsLimit) {
+    SetClock();
+    // Moves the clock on by five minutes, and goes on for ever once that has been seen.
+    AddTask("slow", R"(echo $$ >process
+        offset=$(sed 's/.*"offset":\([0-9]*\).*/\1/' clock.json)
+        echo "{\"offset\": $((offset + 300))}" >clock.new && mv clock.new clock.json
+        until grep -q 'left out' told; do sleep 0.01; done
+        exec sleep 1000)",
+            R"({"executionTimeLimit": "PT1S"})");
+    EXPECT_EQ(Run("run --for 9m --skip-waits --quiet"), 0);
+    ExpectTold("slow: still runs, so the start of 2030-01-02 10:10:00 is left out\n");
+    ExpectTold("slow: was killed at its execution time limit");
+    ExpectTold("\n1 start, 1 failed, 1 left out\n");
+    EXPECT_EQ(Told().find("started"), std::string::npos) << "quietly";
+}
+
+TEST_F(TaskRunner, EndsWithItsProcessesWhenItIsInterrupted) {
+    SetClock();
+    AddTask("endless", "sleep 1000 & echo $! >child; echo $$ >.new; mv .new process; wait");
+    AddTask("interrupter", "until [ -s process ]; do sleep 0.01; done; " + Tool() + " tasks list >list; " + Tool() +
+                               " tasks run --once 2>second; kill -INT $PPID; sleep 1000");
+    EXPECT_EQ(Run("run --skip-waits"), 0);
+    ExpectTold("endless: is ended with the runner\n");
+    EXPECT_NE(read_text(folder_ + "/list").find("A runner starts them.\n"), std::string::npos);
+    EXPECT_EQ(read_text(folder_ + "/second"), "zorvctl: the tasks of this machine are run already\n");
+    // A process that were still there would show as a test that does not end.
+    for (const char* file : {"process", "child"}) {
+        const pid_t process = std::atoi(read_text(folder_ + "/" + file).c_str());
+        ASSERT_GT(process, 0);
+        while (::kill(process, 0) == 0 &&
+               read_text("/proc/" + std::to_string(process) + "/stat").find(") Z ") == std::string::npos) {
+            ::usleep(1000);
+        }
+    }
+}
+
+TEST_F(TaskRunner, WaitsForARegistrationAndLetsTheClockFlow) {
+    SetClock();
+    AddTask("pass", "echo >>passes", R"({"enabled": false})");
+    const std::string enable =
+        "(until grep -q disabled told; do sleep 0.01; done; sed -i s/false/true/ tasks/pass.json)";
+    EXPECT_EQ(Run("run --speed 10000 --for 30m", "cd " + folder_ + "; echo >told; " + enable + " & "), 0);
+    ExpectTold("pass: next start 2030-01-02 10:");
+    EXPECT_GE(Lines("passes"), 1U);
+    for (const char* wrong : {"--for 5x", "--for h", "--until noon", "--until 2030-13-01", "--speed 0",
+                              "--once --for 1h --until 2031-01-01"}) {
+        EXPECT_EQ(Run(std::string("run ") + wrong), 2) << wrong;
+    }
+}
+
+}  // namespace
+}  // namespace zorvalis

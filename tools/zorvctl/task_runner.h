@@ -1,0 +1,72 @@
+// Starts the tasks of a stand-in machine when they are due, as the system's task scheduler does.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/linux/machine_file.h"
+#include "task_list.h"
+#include "task_wakeup.h"
+
+namespace zorvalis {
+
+struct RunOptions {
+    std::optional<std::int64_t> until;  // by the machine's clock
+    double speed = 1;                   // of the machine's clock while nothing runs; 0 skips the waits
+    bool once = false, quiet = false;
+};
+
+// Whether a runner is at work on the machine.
+bool TasksAreRun(const std::string& machine);
+
+class TaskRunner {
+public:
+    // Raises a Failure when the machine has a runner already.
+    TaskRunner(const std::string& machine, const RunOptions& options);
+    ~TaskRunner();  // ends what still runs
+    TaskRunner(const TaskRunner&) = delete;
+    TaskRunner& operator=(const TaskRunner&) = delete;
+
+    // Until the wished end; what was started then is waited for, unless the end was wished by a signal.
+    void Run();
+
+private:
+    using Time = std::chrono::steady_clock::time_point;
+
+    struct Seen {
+        std::string text;       // of the definition
+        std::int64_t from = 0;  // starts before it are settled
+    };
+    struct Running {
+        std::string name;
+        pid_t process = 0;
+        Time since, limit;
+        bool killed = false;
+    };
+
+    void ReadDefinitions(std::int64_t now);
+    void StartDue(std::int64_t now);
+    void Start(const Task& task, std::int64_t now);
+    void EndOverdue();
+    void Collect();
+    void Tell(const Running& ended, int status);
+    void Sleep(bool over);
+    void SleepFast(std::int64_t left);
+    void MoveClock(std::int64_t microseconds);
+    void Say(const std::string& name, const std::string& what, bool always = false) const;
+
+    const std::string machine_;
+    const RunOptions options_;
+    platform::Descriptor lock_;
+    Wakeup wakeup_;
+    std::vector<Task> tasks_;
+    std::map<std::string, Seen> seen_;  // by name
+    std::vector<Running> running_;
+    int starts_ = 0, failed_ = 0, leftOut_ = 0;
+};
+
+}  // namespace zorvalis
