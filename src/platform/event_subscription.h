@@ -1,7 +1,7 @@
 // A subscription to the events of a class that the firmware reports, one call for each step that the system's
 // interfaces have. Every call answers with the system's status: negative for a failure, in the numbers of Windows.
-// Whatever exists is released, the last first, and left with the object. It belongs to one thread; the receiver is
-// called on threads of the system, also shortly after `cancel`.
+// Whatever exists is released and left with the object: services, locator, apartment, stub, sink, the stub's sink. It
+// belongs to one thread; the receiver is called on threads of the system, also shortly after `cancel`.
 #pragma once
 
 #include <cstdint>

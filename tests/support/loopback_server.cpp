@@ -96,6 +96,17 @@ public:
 
     std::string Address() const { return "127.0.0.1:" + std::to_string(port_); }
 
+    // The proxy is what the C runtime below WinHTTP remembers: from its first look, until the load of some library
+    // makes it look again. What the program starts looks up its own.
+    void LeadAllHostsHere() const {
+#ifdef _WIN32
+        ::WinHttpCloseHandle(::WinHttpOpen(L"", WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, nullptr, nullptr, 0));
+        void* const put = reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(L"ucrtbase.dll"), "_putenv"));
+        reinterpret_cast<int (*)(const char*)>(put)(("http_proxy=" + Address()).c_str());
+        ::SetEnvironmentVariableA("http_proxy", nullptr);
+#endif
+    }
+
 private:
     Listener() {
 #ifdef _WIN32
@@ -111,21 +122,11 @@ private:
         ::listen(listening_, 16);
         ::getsockname(listening_, reinterpret_cast<sockaddr*>(&address), &size);
         port_ = ntohs(address.sin_port);
-        LeadAllHostsHere();
         std::thread([this] {
             for (;;) {
                 Serve();
             }
         }).detach();
-    }
-
-    // A program looks up its proxy with its first session, and keeps it. What it starts looks up its own.
-    void LeadAllHostsHere() const {
-#ifdef _WIN32
-        ::SetEnvironmentVariableA("http_proxy", Address().c_str());
-        ::WinHttpCloseHandle(::WinHttpOpen(L"", WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, nullptr, nullptr, 0));
-        ::SetEnvironmentVariableA("http_proxy", nullptr);
-#endif
     }
 
     void Serve() {
@@ -170,6 +171,7 @@ void LoopbackConnection::wait_for_close() const {
 }
 
 LoopbackServer::LoopbackServer(Handler handler) {
+    Listener::Get().LeadAllHostsHere();
     Listener::Get().Set(std::move(handler));
 }
 
@@ -178,7 +180,7 @@ LoopbackServer::~LoopbackServer() {
 }
 
 void LoopbackServer::begin() {
-    Listener::Get();
+    Listener::Get().LeadAllHostsHere();
 }
 
 void LoopbackServer::stand_for(const std::string& host) const {

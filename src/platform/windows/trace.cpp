@@ -6,21 +6,15 @@
 
 #include <evntrace.h>
 
-#include <algorithm>
-#include <iterator>
 #include <mutex>
+
+#include "platform/windows/guid.h"
 
 namespace platform {
 namespace {
 
 std::mutex controlMutex;
 TraceControl providerControl = nullptr;  // a process has one provider at a time
-
-GUID to_system(const Guid& guid) {
-    GUID result = {guid.data1, guid.data2, guid.data3, {}};
-    std::copy(std::begin(guid.data4), std::end(guid.data4), result.Data4);
-    return result;
-}
 
 // Held for the length of a call, so that `unregister_trace` can wait for it.
 ULONG WINAPI forward_control(WMIDPREQUESTCODE request, void* context, ULONG*, void* buffer) {

@@ -1,0 +1,82 @@
+// COM as this side uses it: a thread's stay in the multithreaded apartment, pointers, texts and values, each given back
+// at its owner's end. A text that cannot be allocated is std::bad_alloc.
+#pragma once
+
+#include <windows.h>
+
+#include <oleauto.h>
+
+#include <memory>
+#include <new>
+#include <utility>
+
+#include "platform/windows/handles.h"
+
+namespace platform {
+
+// To be the first member of what holds pointers: it is left after they are released.
+class Apartment {
+public:
+    Apartment() = default;
+    ~Apartment() {
+        for (; entered_ > 0; --entered_) {
+            ::CoUninitialize();
+        }
+    }
+    Apartment(const Apartment&) = delete;
+    Apartment& operator=(const Apartment&) = delete;
+
+    HRESULT enter() {
+        const HRESULT status = ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+        entered_ += SUCCEEDED(status) ? 1 : 0;
+        return status;
+    }
+
+private:
+    int entered_ = 0;
+};
+
+struct ComReleaser {
+    void operator()(IUnknown* object) const { object->Release(); }
+};
+
+template <class Interface>
+using ComPointer = std::unique_ptr<Interface, ComReleaser>;
+
+// Where a call puts the object that it hands out: `owner` lets go of what it held and has the new one when the
+// expression ends.
+template <class Interface>
+class Received {
+public:
+    explicit Received(ComPointer<Interface>& owner) : owner_(owner) { owner_.reset(); }
+    ~Received() { owner_.reset(object_); }
+    Received(const Received&) = delete;
+    Received& operator=(const Received&) = delete;
+
+    operator Interface**() { return &object_; }
+    operator void**() { return reinterpret_cast<void**>(&object_); }
+
+private:
+    ComPointer<Interface>& owner_;
+    Interface* object_ = nullptr;
+};
+
+using OwnedText = Owned<::SysFreeString, BSTR>;
+
+inline OwnedText make_text(const wchar_t* text) {
+    OwnedText result(::SysAllocString(text));
+    return result != nullptr ? std::move(result) : throw std::bad_alloc();
+}
+
+struct OwnedVariant : VARIANT {
+    OwnedVariant() { ::VariantInit(this); }
+    explicit OwnedVariant(const wchar_t* text) : OwnedVariant() {
+        bstrVal = make_text(text).release();
+        vt = VT_BSTR;
+    }
+    ~OwnedVariant() { ::VariantClear(this); }
+    OwnedVariant(const OwnedVariant&) = delete;
+    OwnedVariant& operator=(const OwnedVariant&) = delete;
+};
+
+}  // namespace platform

@@ -1,0 +1,20 @@
+// A GUID as the system's calls take it.
+#pragma once
+
+#include <windows.h>
+
+#include <cstring>
+
+#include "platform/guid.h"
+
+namespace platform {
+
+static_assert(sizeof(Guid) == sizeof(GUID));
+
+inline GUID to_system(const Guid& guid) {
+    GUID result;
+    std::memcpy(&result, &guid, sizeof result);
+    return result;
+}
+
+}  // namespace platform
