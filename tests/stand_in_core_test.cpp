@@ -25,6 +25,7 @@
 #include "platform/machine.h"
 #include "store/telemetry_db.h"
 #include "support/notebook.h"
+#include "support/traced.h"
 
 namespace zorvalis {
 namespace {
@@ -47,16 +48,6 @@ std::vector<std::string> TraceLines(bool number = false) {
         lines.push_back(line);
     }
     return lines;
-}
-
-template <class Action>
-std::vector<std::string> Traced(Action action) {
-    fs::remove(platform::machine_folder() + "/trace.log");
-    SetSession(4, 1);
-    StartTrace();
-    action();
-    StopTrace();
-    return TraceLines();
 }
 
 TEST(Trace, TakesLevel4AndFlagBit0) {
