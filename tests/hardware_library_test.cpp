@@ -12,7 +12,6 @@
 #include "collection/metric_catalogue.h"
 #include "common/json.h"
 #include "platform/library.h"
-#include "platform/module.h"
 #include "support/machine.h"
 
 namespace {
@@ -49,15 +48,8 @@ std::string Wide(const char* name, Arguments... arguments) {
 class HardwareLibrary : public testing::Test {
 protected:
     void SetUp() override { machine.install_library(); }
-    // The test program's own folder has the folder of the built programs beside it.
-    static std::string BuiltFolder() {
-        std::array<wchar_t, 1024> program{};
-        platform::module_file_name(program.data(), static_cast<int>(program.size()));
-        return (std::filesystem::path(program.data()).parent_path().parent_path() / "bin" / "").string();
-    }
     std::string File() const { return read_text(machine.bin_folder() + "hardware.json"); }
 
-    const std::string built_folder = BuiltFolder();  // before a machine moves the module path
     TestMachine machine;
 };
 
@@ -230,7 +222,7 @@ TEST_F(HardwareLibrary, PrefersTheHostWhereItIsAsked) {
 }
 
 TEST_F(HardwareLibrary, ShipsWithAMachineThatFillsEveryColumn) {
-    const zorvalis::Json shipped = zorvalis::ParseJson(read_text(built_folder + "hardware.json"));
+    const zorvalis::Json shipped = zorvalis::ParseJson(read_text(built("hardware.json")));
     const platform::SharedLibrary library(kLibrary);
     for (const auto& [name, value] : shipped.items()) {
         EXPECT_TRUE(name.starts_with("GPNV_") || library.function<void()>(name.c_str()) != nullptr) << name;

@@ -2,58 +2,22 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <csignal>
-#include <cstdio>
 #include <filesystem>
 #include <thread>
 
 #include "common/deployment.h"
 #include "common/json.h"
-#include "platform/module.h"
-#include "support/machine.h"
+#include "support/reference_server.h"
 
 namespace zorvalis {
 namespace {
 
 namespace fs = std::filesystem;
 
-class ReferenceServer : public testing::Test {
+class Server : public testing::Test {
 protected:
-    ReferenceServer() {
-        platform::set_module_path(L"");
-        wchar_t path[1024];
-        platform::module_file_name(path, 1024);
-        tool_ = (fs::path(path).parent_path().parent_path() / "bin" / "zorvserver").string();
-        EXPECT_EQ(std::system((tool_ + " --make-ca " + folder_).c_str()), 0);
-        Begin();
-    }
-    ~ReferenceServer() override { EXPECT_EQ(End(SIGTERM), 0); }
-
-    void Begin() {
-        int ends[2];
-        ASSERT_EQ(::pipe(ends), 0);
-        process_ = ::fork();
-        if (process_ == 0) {
-            ::dup2(ends[1], STDOUT_FILENO);
-            ::execl(tool_.c_str(), "zorvserver", "--data", (folder_ + "data").c_str(), "--settings",
-                    (folder_ + "settings").c_str(), "--script", script_.c_str(), "--cert",
-                    (folder_ + "server.pem").c_str(), "--key", (folder_ + "server.key").c_str(), "--quiet", nullptr);
-            ::_exit(127);
-        }
-        ::close(ends[1]);
-        std::FILE* const output = ::fdopen(ends[0], "r");
-        EXPECT_EQ(std::fscanf(output, "listening https 127.0.0.1:%d listening http 127.0.0.1:%d", &https_, &http_), 2);
-        std::fclose(output);
-    }
-    int End(int signal) {
-        int status = -1;
-        ::kill(process_, signal);
-        ::waitpid(process_, &status, 0);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-    }
-
     // The body of a 200 answer, else the status in words, or "no answer".
     std::string Exchange(httplib::Client client, const std::string& call, const std::string& body) const {
         client.set_read_timeout(60);
@@ -62,7 +26,7 @@ protected:
         return !result ? "no answer" : result->status != 200 ? std::to_string(result->status) : result->body;
     }
     std::string Plain(const std::string& call, const std::string& body = "") const {
-        return Exchange(httplib::Client("127.0.0.1", http_), call, body);
+        return Exchange(httplib::Client("127.0.0.1", server_.http), call, body);
     }
     // One member of the answer.
     std::string Get(const char* key, const std::string& call, const Json& request = nullptr) const {
@@ -89,13 +53,11 @@ protected:
     }
 
     const TestMachine machine_;
-    const std::string folder_ = machine_.bin_folder(), script_ = folder_ + "script";
-    std::string tool_;
-    pid_t process_ = -1;
-    int https_ = 0, http_ = 0;
+    ReferenceServer server_{machine_};
+    const std::string folder_ = server_.folder(), script_ = folder_ + "script";
 };
 
-TEST_F(ReferenceServer, TakesAFileAndResumesAfterAKill) {
+TEST_F(Server, TakesAFileAndResumesAfterAKill) {
     const std::string uuid = Init("fileuuid");
     EXPECT_EQ(Init("filesize"), "0");
     EXPECT_EQ(Chunk(uuid, "MDEy", "d2490f048dc3b77a457e3e450ab4eb39"), "CHUNK_CHECKSUM_MISMATCH");
@@ -104,9 +66,9 @@ TEST_F(ReferenceServer, TakesAFileAndResumesAfterAKill) {
     }
     EXPECT_EQ(Chunk(uuid, "", "d41d8cd98f00b204e9800998ecf8427e"), "EMPTY_CHUNK");
     EXPECT_EQ(First(uuid), "OK");
-    EXPECT_EQ(End(SIGKILL), -SIGKILL);
+    EXPECT_EQ(server_.end(SIGKILL), -SIGKILL);
     write_text(folder_ + "data/parts/" + uuid, "012 and what was not counted");
-    Begin();
+    server_.begin();
     EXPECT_EQ(Init("fileuuid") + Init("filesize"), uuid + "3");
     EXPECT_EQ(First(uuid), "BEYOND_SIZE");
     EXPECT_EQ(Get("status", "finishupload/" + uuid), "SIZE_MISMATCH");
@@ -126,7 +88,7 @@ TEST_F(ReferenceServer, TakesAFileAndResumesAfterAKill) {
     EXPECT_EQ(Init("filesize", 5, "4100c4d44da9177247e44a5fc1546779"), "0");
 }
 
-TEST_F(ReferenceServer, SpeaksHttpsUnderItsOwnCaAndHandsOutSettings) {
+TEST_F(Server, SpeaksHttpsUnderItsOwnCaAndHandsOutSettings) {
     fs::create_directories(folder_ + "settings/2.0.6.0");
     write_text(folder_ + "settings/2.0.6.0/default.json", "{\"a\": 1}\n");
     write_text(folder_ + "settings/2.0.6.0/Model 7.json", "{\"b\": 2}");
@@ -140,7 +102,7 @@ TEST_F(ReferenceServer, SpeaksHttpsUnderItsOwnCaAndHandsOutSettings) {
 
     const std::string body = query("any", "2.0.6.0").dump();
     for (const std::string host : {deployment::DefaultServer, "other.example"}) {
-        httplib::Client client("https://" + host + ":" + std::to_string(https_));
+        httplib::Client client("https://" + host + ":" + std::to_string(server_.https));
         client.set_hostname_addr_map({{host, "127.0.0.1"}});
         client.set_ca_cert_path((folder_ + "ca.pem").c_str());
         client.enable_server_certificate_verification(true);
@@ -149,7 +111,7 @@ TEST_F(ReferenceServer, SpeaksHttpsUnderItsOwnCaAndHandsOutSettings) {
     }
 }
 
-TEST_F(ReferenceServer, RefusesWhatIsNoRequest) {
+TEST_F(Server, RefusesWhatIsNoRequest) {
     EXPECT_EQ(Plain("query", "{"), "{\"status\":\"BAD_REQUEST\"}");
     EXPECT_EQ(Plain("query", "{\"clientversion\": 2}"), "{\"status\":\"BAD_REQUEST\"}");
     EXPECT_EQ(Plain("inituploadfile", std::string((1 << 20) + 1, ' ')), "413");
@@ -158,12 +120,12 @@ TEST_F(ReferenceServer, RefusesWhatIsNoRequest) {
     for (const char* name : {"", "..", "a/b", "a\\b", "a\nb"}) {
         EXPECT_EQ(Init("status", 5, "4100c4d44da9177247e44a5fc1546778", name), "BAD_FILENAME") << name;
     }
-    const std::string again = tool_ + " --cert x --key x --data " + folder_ + "data 2>/dev/null";
+    const std::string again = server_.tool + " --cert x --key x --data " + folder_ + "data 2>/dev/null";
     EXPECT_EQ(WEXITSTATUS(std::system(again.c_str())), 1) << "two servers on one folder";
-    EXPECT_EQ(WEXITSTATUS(std::system((tool_ + " --nonsense 2>/dev/null").c_str())), 2);
+    EXPECT_EQ(WEXITSTATUS(std::system((server_.tool + " --nonsense 2>/dev/null").c_str())), 2);
 }
 
-TEST_F(ReferenceServer, MisbehavesByItsScript) {
+TEST_F(Server, MisbehavesByItsScript) {
     const std::string start = Init("fileuuid");
     const struct {
         const char *line, *answer;  // its beginning
@@ -211,9 +173,9 @@ TEST_F(ReferenceServer, MisbehavesByItsScript) {
     while (!read_text(script_).empty()) {
         std::this_thread::yield();
     }
-    EXPECT_EQ(End(SIGINT), 0);
+    EXPECT_EQ(server_.end(SIGINT), 0);
     client.join();
-    Begin();
+    server_.begin();
 }
 
 }  // namespace

@@ -24,7 +24,7 @@
 #include "platform/machine.h"
 #include "store/telemetry_db.h"
 #include "support/notebook.h"
-#include "support/trace.h"
+#include "support/traced.h"
 
 namespace zorvalis {
 namespace {

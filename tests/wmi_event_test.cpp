@@ -15,7 +15,7 @@
 #include "platform/linux/step_failure.h"
 #include "platform/machine.h"
 #include "support/notebook.h"
-#include "support/trace.h"
+#include "support/traced.h"
 
 namespace zorvalis {
 namespace {

@@ -13,7 +13,6 @@
 #include "platform/clock.h"
 #include "platform/event_log.h"
 #include "platform/machine.h"
-#include "platform/module.h"
 #include "support/machine.h"
 #include "support/notebook.h"
 #include "upload/file_status.h"
@@ -29,14 +28,9 @@ struct Result {
     std::string output, errors;
 };
 
-// The tool lies in ../bin from the test program.
 Result run(const TestMachine& machine, const std::string& arguments) {
-    platform::set_module_path(L"");
-    wchar_t path[1024];
-    platform::module_file_name(path, 1024);
-    const fs::path tool = fs::path(path).parent_path().parent_path() / "bin" / "zorvctl";
     const std::string output = machine.bin_folder() + "output", errors = machine.bin_folder() + "errors";
-    const std::string command = "\"" + tool.string() + "\" >\"" + output + "\" 2>\"" + errors + "\" " + arguments;
+    const std::string command = "\"" + built("zorvctl") + "\" >\"" + output + "\" 2>\"" + errors + "\" " + arguments;
 #ifdef _WIN32
     const int code = std::system(("\"" + command + "\"").c_str());
 #else

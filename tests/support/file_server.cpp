@@ -70,6 +70,7 @@ LoopbackAnswer FileServer::Handle(const LoopbackRequest& request) {
     if (fault->second.late) {
         Answer(request.path, request.body);
     }
+    on_fault();
     return {fault->second.status, fault->second.body, fault->second.cut};
 }
 

@@ -24,11 +24,13 @@ namespace {
 
 #ifdef _WIN32
 using Socket = SOCKET;
+constexpr int kQuietly = 0;
 void Close(Socket connection) {
     ::closesocket(connection);
 }
 #else
 using Socket = int;
+constexpr int kQuietly = MSG_NOSIGNAL;  // a client may be killed
 void Close(Socket connection) {
     ::close(connection);
 }
@@ -51,7 +53,8 @@ bool ReadRequest(Socket connection, LoopbackRequest& request) {
         std::string head = text.substr(0, end);
         std::transform(head.begin(), head.end(), head.begin(),
                        [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-        const std::size_t length = head.find("content-length: ");
+        // Wine gives CONNECT the headers of the request that is to follow.
+        const std::size_t length = head.starts_with("connect ") ? head.npos : head.find("content-length: ");
         const std::size_t size = length == std::string::npos ? 0 : std::stoul(head.substr(length + 16));
         if (text.size() < end + 4 + size) {
             continue;
@@ -81,6 +84,31 @@ void Write(const LoopbackConnection& connection, const LoopbackAnswer& answer) {
     connection.send(text);
 }
 
+void Pump(Socket from, Socket to) {
+    char piece[16384];
+    auto count = ::recv(from, piece, sizeof(piece), 0);
+    while (count > 0 &&
+           LoopbackConnection(static_cast<std::intptr_t>(to)).send({piece, static_cast<std::size_t>(count)})) {
+        count = ::recv(from, piece, sizeof(piece), 0);
+    }
+    ::shutdown(to, 2);  // both ways, by its one number on both sides
+}
+
+void Lead(Socket client, int port) {
+    const Socket server = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (::connect(server, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0) {
+        LoopbackConnection(static_cast<std::intptr_t>(client)).send("HTTP/1.1 200 Connected\r\n\r\n");
+        std::thread answers(Pump, server, client);
+        Pump(client, server);
+        answers.join();
+    }
+    Close(server);
+}
+
 // The one listening socket, from its first use to the end of the program.
 class Listener {
 public:
@@ -93,6 +121,8 @@ public:
         const std::lock_guard guard(mutex_);
         handler_ = std::move(handler);
     }
+
+    void Settle() { const std::lock_guard guard(mutex_); }
 
     std::string Address() const { return "127.0.0.1:" + std::to_string(port_); }
 
@@ -135,9 +165,11 @@ private:
         if (ReadRequest(connection, request)) {
             const std::lock_guard guard(mutex_);
             const LoopbackAnswer answer = handler_ ? handler_(request) : LoopbackAnswer{503, "", false};
-            if (answer.cut) {
+            if (answer.lead_to != 0) {
+                Lead(connection, answer.lead_to);
+            } else if (answer.cut) {
                 // Sends nothing. Thread sanitizer takes it for what the close is: all before it is seen by the client.
-                ::send(connection, "", 0, 0);
+                ::send(connection, "", 0, kQuietly);
             } else {
                 Write(LoopbackConnection(static_cast<std::intptr_t>(connection)), answer);
             }
@@ -155,7 +187,7 @@ private:
 
 bool LoopbackConnection::send(std::string_view bytes) const {
     while (!bytes.empty()) {
-        const auto count = ::send(static_cast<Socket>(socket_), bytes.data(), static_cast<int>(bytes.size()), 0);
+        const auto count = ::send(static_cast<Socket>(socket_), bytes.data(), static_cast<int>(bytes.size()), kQuietly);
         if (count <= 0) {
             return false;
         }
@@ -181,6 +213,14 @@ LoopbackServer::~LoopbackServer() {
 
 void LoopbackServer::begin() {
     Listener::Get().LeadAllHostsHere();
+}
+
+void LoopbackServer::settle() {
+    Listener::Get().Settle();
+}
+
+std::string LoopbackServer::address() {
+    return Listener::Get().Address();
 }
 
 void LoopbackServer::stand_for(const std::string& host) const {

@@ -30,6 +30,7 @@ struct LoopbackAnswer {
     std::string body;
     bool cut = false;                                                  // closes the connection without an answer
     std::function<void(const LoopbackConnection&)> by_hand = nullptr;  // in place of all that
+    int lead_to = 0;                                                   // or everything goes to this port, as by a proxy
 };
 
 class LoopbackServer {
@@ -43,6 +44,10 @@ public:
 
     // Before the program's first exchange.
     static void begin();
+    static std::string address();
+
+    // Before and after a client that is a process of its own: the test and the handler see each other's work.
+    static void settle();
 
     // Makes the test's machine find this server under a host name, on port 80; on Windows it is found under all.
     void stand_for(const std::string& host) const;

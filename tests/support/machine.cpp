@@ -60,14 +60,6 @@ void delete_key(const std::wstring& key) {
 }
 #endif
 
-// The test program's own folder has the folder of the built programs beside it.
-fs::path built(const char* name) {
-    platform::set_module_path(L"");
-    wchar_t path[1024];
-    platform::module_file_name(path, 1024);
-    return fs::path(path).parent_path().parent_path() / "bin" / name;
-}
-
 }  // namespace
 
 TestMachine::TestMachine() : folder_(new_folder()) {
@@ -82,7 +74,7 @@ TestMachine::TestMachine() : folder_(new_folder()) {
 #else
     ::setenv("ZORV_MACHINE", folder_.c_str(), 1);
 #endif
-    platform::set_module_path((bin / kExecutable).wstring());
+    platform::set_module_path(fs::path(executable()).wstring());
 }
 
 TestMachine::~TestMachine() {
@@ -97,10 +89,12 @@ TestMachine::~TestMachine() {
     fs::remove_all(folder_, ignored);
 }
 
+std::string TestMachine::executable() const {
+    return bin_folder_ + kExecutable;
+}
+
 void TestMachine::install_library() {
-    const fs::path library = built(kLibrary);
-    platform::set_module_path(fs::path(bin_folder_ + kExecutable).wstring());
-    fs::copy_file(library, bin_folder_ + kLibrary);
+    fs::copy_file(built(kLibrary), bin_folder_ + kLibrary);
 }
 
 void TestMachine::hardware(const std::string& json) {
@@ -155,6 +149,15 @@ std::vector<std::vector<std::string>> TestMachine::query(const std::string& file
     }
     sqlite3_close(db);
     return rows;
+}
+
+std::string built(const std::string& name) {
+    wchar_t given[1024], own[1024];
+    platform::module_file_name(given, 1024);
+    platform::set_module_path(L"");
+    platform::module_file_name(own, 1024);
+    platform::set_module_path(given);
+    return (fs::path(own).parent_path().parent_path() / "bin" / name).string();
 }
 
 void write_text(const std::string& path, const std::string& text) {

@@ -15,6 +15,9 @@ public:
     // The folder of the executable, with its closing separator: the module path lies in it, under the product's name.
     const std::string& bin_folder() const { return bin_folder_; }
 
+    // The path of the product's executable in it, which need not be there.
+    std::string executable() const;
+
     // Copies the built stand-in hardware library into the folder of the executable.
     void install_library();
 
@@ -37,6 +40,9 @@ private:
     std::string folder_;
     std::string bin_folder_;
 };
+
+// The path of a built program or library, which lie in ../bin from the test program.
+std::string built(const std::string& name);
 
 // Whole files by the path that the platform floor takes.
 void write_text(const std::string& path, const std::string& text);

@@ -13,7 +13,6 @@
 #include "jobs/job_manager.h"
 #include "platform/clock.h"
 #include "platform/machine.h"
-#include "platform/module.h"
 #include "store/db_file.h"
 
 namespace {
@@ -34,21 +33,6 @@ std::string Merged(const char* usual, const std::string& changes) {
     Json tree = ParseJson(usual);
     tree.merge_patch(ParseJson(changes));
     return DumpJson(tree);
-}
-
-struct Paths {
-    fs::path executable;  // of the machine
-    fs::path tests;       // the test program's own folder
-};
-
-Paths GetPaths() {
-    std::wstring given(1024, L'\0');
-    std::wstring own(1024, L'\0');
-    platform::module_file_name(given.data(), 1024);
-    platform::set_module_path(L"");
-    platform::module_file_name(own.data(), 1024);
-    platform::set_module_path(given.c_str());
-    return {given.c_str(), fs::path(own.c_str()).parent_path()};
 }
 
 }  // namespace
@@ -72,13 +56,12 @@ void Notebook::change_setting(const std::string& changes) {
 }
 
 std::string Notebook::install_service() {
-    const Paths paths = GetPaths();
-    fs::copy_file(paths.tests.parent_path() / "bin" / paths.executable.filename(), paths.executable);
-    return paths.executable.string();
+    fs::copy_file(built(fs::path(executable()).filename().string()), executable());
+    return executable();
 }
 
 void Notebook::replace_library() {
-    for (const auto& entry : fs::directory_iterator(GetPaths().tests / "no_exports")) {
+    for (const auto& entry : fs::directory_iterator(built("../tests/no_exports"))) {
         fs::copy_file(entry.path(), bin_folder() + entry.path().filename().string(),
                       fs::copy_options::overwrite_existing);
     }

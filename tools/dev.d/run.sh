@@ -1,25 +1,6 @@
 # The whole road on one machine under build/: settings come down, a pass collects, its file goes up. Sourced by ./dev.
 # shellcheck shell=bash disable=SC2154
 
-# The reference server on loopback, with an authority of its own; gone when the script ends.
-start_server() {
-    local folder=$1 line
-    [ -f "$folder/server.pem" ] || zorvserver --make-ca "$folder" >/dev/null
-    mkdir -p "$folder/settings/2.0.6.0"
-    cp packaging/default.json "$folder/settings/2.0.6.0/default.json"
-    zorvserver --data "$folder/data" --cert "$folder/server.pem" --key "$folder/server.key" \
-        --settings "$folder/settings" >"$logs/server.log" 2>&1 &
-    # shellcheck disable=SC2064  # this server's number, now
-    trap "kill $! 2>/dev/null || true" EXIT
-    for _ in {1..50}; do
-        line=$(grep -m1 -o 'https 127.0.0.1:[0-9]*' "$logs/server.log" || true)
-        [ -z "$line" ] || break
-        sleep 0.1
-    done
-    server_address=${line#https }
-    [ -n "$server_address" ] || fail "the reference server does not start: $logs/server.log"
-}
-
 # One traced pass, in a few lines.
 pass() {
     local trace=$ZORV_MACHINE/trace.log due
@@ -45,7 +26,7 @@ run() {
         zorvctl machine init >"$logs/machine.log" || fail "no machine can be made in $ZORV_MACHINE"
         known="made just now"
     fi
-    start_server "$folder"
+    start_server "$folder" || fail "the reference server does not start: $folder/server.log"
     printf '{"online": true, "hosts": {"fs.zorvcore.example:443": "%s"}, "ca": "%s"}\n' \
         "$server_address" "$folder/ca.pem" >"$ZORV_MACHINE/network.json"
     if [ "${1:-}" = --again ]; then
@@ -66,7 +47,7 @@ run() {
         file=${file%%;*}
         cmp "$data/$file" "$folder/data/files/$file" || fail "the server holds another file"
         say "compared  the server's file is the machine's, byte for byte"
-        sed -n 's/^[0-9:.]* *https */          server: /p' "$logs/server.log"
+        sed -n 's/^[0-9:.]* *https */          server: /p' "$folder/server.log"
     fi
     zorvctl machine status >"$logs/machine.log" || cat "$logs/machine.log"
     say

@@ -114,10 +114,18 @@ stop_wine() {
     wineserver -w || true
 }
 
+# The reference server is a Linux program: it runs beside Wine, and the tests are told where it keeps its things.
+start_test_server() {
+    export ZORV_TEST_SERVER=build/test-server
+    rm -rf "$ZORV_TEST_SERVER"
+    ./dev build linux-debug zorvserver &&
+        PATH=$PWD/build/linux-debug/bin:$PATH start_server "$ZORV_TEST_SERVER"
+}
+
 test_windows() {
     wine_environment
-    trap stop_wine EXIT
-    if step setup-windows ./dev setup windows && step start-wine start_wine; then
+    at_exit stop_wine
+    if step setup-windows ./dev setup windows && step start-wine start_wine && step start-server start_test_server; then
         test_side windows wine
     else
         say "windows: cannot be run here, for the reason above"

@@ -21,10 +21,15 @@ constexpr char kFinish[] = "finishupload";
 
 // The call that a request is for, and its input; an empty call when there is none of that name and verb.
 std::pair<std::string, std::string> CallOf(const httplib::Request& request) {
-    if (!request.path.starts_with(kRoot)) {
+    std::string path = request.path;
+    if (path.starts_with("http://") ||
+        path.starts_with("https://")) {  // the whole address, as some ask who know a proxy
+        path.erase(0, path.find('/', path.find("://") + 3));
+    }
+    if (!path.starts_with(kRoot)) {
         return {};
     }
-    const std::string rest = request.path.substr(sizeof kRoot - 1);
+    const std::string rest = path.substr(sizeof kRoot - 1);
     if (request.method == "POST" &&
         std::find(std::begin(kPostCalls), std::end(kPostCalls), rest) != std::end(kPostCalls)) {
         return {rest, request.body};

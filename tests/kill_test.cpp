@@ -1,0 +1,138 @@
+// The built executable, killed at any moment of an upload: what the next pass makes of it.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <cstdlib>
+
+#include "collection/collectors.h"
+#include "common/files.h"
+#include "platform/files.h"
+#include "platform/machine.h"
+#include "store/telemetry_db.h"
+#include "support/file_server.h"
+#include "support/notebook.h"
+#include "upload/file_status.h"
+
+namespace zorvalis {
+namespace {
+
+constexpr char kFile[] = "x.db";
+const std::string kPath = std::string(kDataFolder) + kFile;
+const std::string kStatusPath = std::string(kDataFolder) + kStatusDb;
+using Rows = std::vector<std::vector<std::string>>;
+
+// One database of some chunks is due, and nothing else.
+class Kill : public testing::Test {
+protected:
+    Kill() {
+        write_text(platform::machine_folder() + "/clock.json", R"({"wait": 0})");
+        machine.change_setting(R"({"downloadSetting": null, "thermal": null, "battery_power": null,
+                                   "systeminfo": null})");
+        initDB(kFile, "CREATE TABLE Padding AS SELECT randomblob(20000) AS bytes;");
+        createAllTables(kFile, DbClass::periodic);
+        bytes = read_text(kPath);
+        server.on_fault = [this] {
+            process.wait(0);
+            ::kill(process, SIGKILL);
+        };
+    }
+
+    // The data folder holds the file, which was never tried, and no trace of an earlier pass.
+    void StartAnew() {
+        for (const std::string& name : machine.data_files()) {
+            platform::remove_file(kDataFolder + name);
+        }
+        write_text(kPath, bytes);
+        Register(kFile);
+        RemoveValue(L"upload");
+        server.reset();
+    }
+
+    // A pass; true when it was killed, by the server or after its nth step with a file.
+    bool IsKilled(int step = 0) {
+        process = 0;
+        LoopbackServer::settle();
+        const pid_t child = ::fork();
+        if (child == 0) {
+            ::setenv("ASAN_OPTIONS", asan_options.c_str(), 1);
+            ::setenv("ZORV_KILL_AT", std::to_string(step).c_str(), 1);
+            ::setenv("LD_PRELOAD", kill_point.c_str(), 1);
+            ::execl(service.c_str(), service.c_str(), "-j0", nullptr);
+            ::_exit(127);
+        }
+        process = child;
+        process.notify_all();
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        LoopbackServer::settle();
+        EXPECT_TRUE(status == 0 || status == SIGKILL) << status;
+        return status == SIGKILL;
+    }
+
+    Rows Row() const {
+        return machine.query(kStatusDb, "SELECT FILE_STATUS, FILE_UPLOAD_STATUS, FILE_TRY_COUNT FROM FILESTATUS");
+    }
+    void ExpectSent(const std::string& when) {
+        EXPECT_TRUE(server.files[kFile].finished) << when;
+        EXPECT_TRUE(server.files[kFile].bytes == bytes) << when << ": a chunk went twice, or never";
+        EXPECT_TRUE(read_text(kPath) == bytes) << when;
+        EXPECT_EQ(Row(), (Rows{{"1", "2", "1"}})) << when;
+    }
+
+    Notebook machine;
+    FileServer server;
+    std::string bytes;
+    const std::string service = machine.install_service(), kill_point = built("../tests/kill_point.so");
+    const char* const sanitizer = std::getenv("ASAN_OPTIONS");
+    // Which would rather be loaded first.
+    const std::string asan_options = std::string(sanitizer != nullptr ? sanitizer : "") + ":verify_asan_link_order=0";
+    std::atomic<pid_t> process = 0;
+};
+
+TEST_F(Kill, AtAnyCallLeavesTheRowAtRestAndTheNextPassGoesOn) {
+    for (std::size_t call = 0, calls = 1; call < calls; ++call) {
+        for (const bool late : {false, true}) {
+            const std::string when = "call " + std::to_string(call) + (late ? ", done" : "");
+            StartAnew();
+            server.faults[call] = {200, "", true, late};
+            EXPECT_TRUE(IsKilled()) << when;
+            EXPECT_EQ(Row(), (Rows{{"0", "0", "0"}})) << when;
+            EXPECT_FALSE(IsKilled()) << when;
+            ExpectSent(when);
+        }
+        calls = 2 + (bytes.size() + 16383) / 16384;
+    }
+}
+
+TEST_F(Kill, AtAnyFileLosesWhatLiesBetweenItsDeleteAndItsRenameAndNothingElse) {
+    int lost = 0;
+    for (int step = 1;; ++step) {
+        const std::string when = "step " + std::to_string(step);
+        StartAnew();
+        if (!IsKilled(step)) {
+            ExpectSent("not killed");
+            break;
+        }
+        const bool rowLost = !platform::file_exists(kStatusPath), fileLost = !platform::file_exists(kPath);
+        const std::size_t calls = server.calls.size();
+        if (!rowLost && !fileLost) {
+            EXPECT_FALSE(IsKilled()) << when;
+            ExpectSent(when);
+            continue;
+        }
+        ++lost;
+        const std::string successor = read_text((rowLost ? kStatusPath : kPath) + ".cached.temp");
+        EXPECT_TRUE(fileLost ? successor == bytes : !successor.empty()) << when;
+        EXPECT_FALSE(IsKilled()) << when;
+        EXPECT_EQ(server.calls.size(), calls) << when;
+        EXPECT_EQ(Row(), Rows()) << when << ": a file without its row, or a row without its file";
+        EXPECT_TRUE(fileLost ? !platform::file_exists(kPath) : read_text(kPath) == bytes) << when;
+    }
+    EXPECT_GT(lost, 0);
+}
+
+}  // namespace
+}  // namespace zorvalis

@@ -1,0 +1,139 @@
+// The whole road with the built programs: the executable, over TLS, to the built server and back.
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <thread>
+
+#include "common/files.h"
+#include "common/json.h"
+#include "common/text.h"
+#include "platform/machine.h"
+#include "store/db_file.h"
+#include "store/telemetry_db.h"
+#include "support/file_server.h"
+#include "support/notebook.h"
+#include "support/reference_server.h"
+#include "support/traced.h"
+#include "upload/http_client.h"
+
+namespace zorvalis {
+namespace {
+
+namespace fs = std::filesystem;
+using Lines = std::vector<std::string>;
+
+const std::string kStored = std::string(kProductFolder) + "setting.json";
+
+class Road : public testing::Test {
+protected:
+    Road() {
+        RemoveValue(L"BGSERVER_URL");
+        // Nothing but the download, until the server says more.
+        machine.setting(R"({"version": "2.0.6.0", "downloadSetting": "d1", "totalCollectTime": "600"})");
+        fs::create_directories(server.folder() + "settings/2.0.6.0");
+        write_text(server.folder() + "settings/2.0.6.0/default.json",
+                   R"({"downloadSetting": "d1", "intervalTimer": "1", "totalCollectTime": "600", "thermal": "m5",
+                       "upload": "d1"})");
+    }
+
+    // One pass, in which these timers are due.
+    void Run(const std::vector<std::wstring>& due) const {
+        for (const std::wstring& timer : due) {
+            RemoveValue(timer);
+        }
+        EXPECT_EQ(std::system(("\"" + service + "\" -j0").c_str()), 0);
+    }
+
+    // What the server took under the name.
+    std::string Received(const std::string& file) const { return read_text(server.folder() + "data/files/" + file); }
+
+    Notebook machine;
+    const std::string service = machine.install_service();
+    ReferenceServer server{machine};
+};
+
+// Asks the server as a download does; the result and the lines that name a failed step.
+Lines Ask() {
+    std::string result;
+    Lines lines = Traced([&] {
+        result = HttpSSLPost(getBGServerURL(), "/api/FS/query", R"({"clientversion":"2.0.6.0","modelname":"x"})", 1,
+                             kConnectTimeout, kTransferTimeout, kTransferTimeout);
+    });
+    std::erase_if(lines, [](const std::string& line) { return !line.starts_with("[HttpSSLPost]["); });
+    lines.insert(lines.begin(), result);
+    return lines;
+}
+
+// A refused certificate. Wine has one number for every fault of TLS, and the product goes on only after the other.
+Lines Refused() {
+    const std::string failed = " Error has occurred: ";
+    const std::string send = "[HttpSSLPost][WinHttpSendRequest]" + failed;
+    return platform::machine_folder().empty()
+               ? Lines{"error", send + "12157"}
+               : Lines{"error", send + "12175", "[HttpSSLPost][WinHttpReceiveResponse]" + failed + "12019"};
+}
+
+TEST_F(Road, BringsSettingsDownAndFilesUpOnceTheServerIsTrusted) {
+    const std::string before = read_text(kStored), file = FileOf("O");
+    EXPECT_EQ(Ask(), Refused());
+    Run({});
+    EXPECT_EQ(read_text(kStored), before);
+    EXPECT_EQ(server.count(), 0);
+    server.trust();
+    Run({L"getSettingFile"});
+    EXPECT_EQ(ParseJson(read_text(kStored))["thermal"], "m5");
+    EXPECT_EQ(machine.stored(), "O Thermal 1") << "the settings rule at once";
+    SetValue(L"ODb_Filename", WidenBytes(file + ";1;2000-01-01"));
+    Run({L"upload"});
+    EXPECT_EQ(server.count("query"), 1);
+    EXPECT_FALSE(Received(file).empty());
+    EXPECT_TRUE(Received(file) == read_text(kDataFolder + file));
+    EXPECT_EQ(machine.query("BGFS.db", "SELECT FILE_STATUS, FILE_SERVER_RESPONSE FROM FILESTATUS"),
+              (std::vector<Lines>{{"1", "BG_UPLOAD_STATUS_SUCCESS"}}));
+}
+
+#ifndef _WIN32  // where ./dev starts one server, with a good certificate
+
+TEST_F(Road, RefusesACertificateThatIsOutOfDateOrForAnotherHost) {
+    server.trust();
+    EXPECT_EQ(Ask().at(1), "[HttpSSLPost][ResponseCode] Error: 200");
+    SetValue(L"BGSERVER_URL", L"other.example");
+    EXPECT_EQ(Ask(), Refused());
+    RemoveValue(L"BGSERVER_URL");
+    EXPECT_EQ(std::system((server.tool + " --make-ca " + server.folder() + " --expired").c_str()), 0);
+    EXPECT_EQ(server.end(SIGTERM), 0);
+    server.begin("expired");
+    EXPECT_EQ(Ask(), Refused());
+    EXPECT_EQ(server.end(SIGTERM), 0);
+    EXPECT_EQ(server.count(), 1) << "of all that, the server heard the good request";
+    server.begin();
+}
+
+TEST_F(Road, GoesOnAfterTheServerWasKilledAndStartedAgain) {
+    constexpr char kFile[] = "x.db";
+    machine.change_setting(R"({"thermal": null, "battery_power": null, "systeminfo": null})");
+    server.trust();
+    write_text(platform::machine_folder() + "/clock.json", R"({"wait": 0})");
+    CreateSqliteDBFolder();
+    initDB(kFile, "CREATE TABLE Padding AS SELECT zeroblob(80000) AS bytes");
+    Register(kFile);
+    write_text(server.folder() + "script", R"({"call": "uploadfilechunk", "nth": 3, "do": "slow", "ms": 3600000})");
+    std::thread pass([this] { Run({}); });
+    while (!read_text(server.folder() + "script").empty()) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(server.end(SIGKILL), -SIGKILL);
+    pass.join();
+    EXPECT_EQ(Received(kFile), "");
+    server.begin();
+    Run({L"upload"});
+    EXPECT_TRUE(Received(kFile) == read_text(std::string(kDataFolder) + kFile));
+    EXPECT_EQ(server.count("uploadfilechunk"), 7) << "none went twice";
+}
+
+#endif
+
+}  // namespace
+}  // namespace zorvalis
