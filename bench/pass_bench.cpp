@@ -1,16 +1,9 @@
 // What a whole `-j0` pass costs, as a process, beside the plain program of floor_pass.cpp that does the same file
 // operations; then the same by the number of rows that the file holds already.
-#include <fcntl.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
-#include <cwchar>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -18,8 +11,7 @@
 
 #include "collection/collectors.h"
 #include "collection/dispatch.h"
-#include "common/registry.h"
-#include "platform/module.h"
+#include "measure.h"
 #include "store/db_file.h"
 #include "store/telemetry_db.h"
 
@@ -27,61 +19,6 @@ namespace fs = std::filesystem;
 using namespace zorvalis;
 
 namespace {
-
-struct Cost {
-    double wall = 0;    // milliseconds
-    double cpu = 0;     // milliseconds
-    double memory = 0;  // peak, MiB
-};
-
-Cost RunProcess(const std::vector<std::string>& command, const std::string& input) {
-    std::vector<char*> arguments;
-    for (const std::string& one : command) {
-        arguments.push_back(const_cast<char*>(one.c_str()));
-    }
-    arguments.push_back(nullptr);
-    const auto start = std::chrono::steady_clock::now();
-    const pid_t child = fork();
-    if (child == 0) {
-        const int in = open(input.empty() ? "/dev/null" : input.c_str(), O_RDONLY);
-        dup2(in, STDIN_FILENO);
-        execv(arguments[0], arguments.data());
-        _exit(127);
-    }
-    int status = 0;
-    rusage usage{};
-    wait4(child, &status, 0, &usage);
-    if (child < 0 || status != 0) {
-        std::fprintf(stderr, "%s failed\n", command[0].c_str());
-        std::exit(1);
-    }
-    const std::chrono::duration<double, std::milli> wall = std::chrono::steady_clock::now() - start;
-    const auto milliseconds = [](const timeval& time) {
-        return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_usec) / 1e3;
-    };
-    return {wall.count(), milliseconds(usage.ru_utime) + milliseconds(usage.ru_stime),
-            static_cast<double>(usage.ru_maxrss) / 1024};
-}
-
-Cost Median(std::vector<Cost> costs) {
-    const auto middle = [&](double Cost::*field) {
-        std::sort(costs.begin(), costs.end(), [&](const Cost& a, const Cost& b) { return a.*field < b.*field; });
-        return costs[costs.size() / 2].*field;
-    };
-    return {middle(&Cost::wall), middle(&Cost::cpu), middle(&Cost::memory)};
-}
-
-// One machine in a folder, ready to collect; everything is due in its first pass.
-void MakeMachine(const fs::path& machine, const fs::path& bin) {
-    fs::remove_all(machine);
-    fs::create_directories(machine);
-    fs::copy_file(bin / "hardware.json", machine / "hardware.json");
-    WriteRegString(kLocalMachine, kSetupStateKey, L"ImageState", L"IMAGE_STATE_COMPLETE");
-    const std::time_t twoMonthsAgo = std::time(nullptr) - 60 * 86400;
-    wchar_t date[20];
-    std::wcsftime(date, std::size(date), L"%Y/%m/%d", std::localtime(&twoMonthsAgo));
-    WriteRegString(kLocalMachine, kFactoryConfigKey, L"ManufacturingDate", date);
-}
 
 constexpr CollectionKind kKinds[] = {CollectionKind::Battery_Power, CollectionKind::Thermal, CollectionKind::SysInfo};
 
@@ -134,21 +71,18 @@ double ReadCost() {
 
 int main(int argc, char** argv) {
     const int runs = argc > 1 ? std::atoi(argv[1]) : 15;
-    const fs::path build = fs::canonical("/proc/self/exe").parent_path().parent_path();
+    const fs::path build = BuildFolder();
     const fs::path bin = build / "bin";
     const fs::path machine = build / "bench" / "machine";
     const fs::path statements = build / "bench" / "statements.sql";
-    setenv("ZORV_MACHINE", machine.c_str(), 1);
-    platform::set_module_path((bin / "zorvalis-agent-service").wstring());
-
-    MakeMachine(machine, bin);
+    MakeMachine(machine);
     WriteStatements(statements);
     std::printf("median of %d runs; ms wall, ms processor, MiB peak\n", runs);
     std::printf("%-22s %23s   %23s   %11s\n", "", "-j0 pass", "same file operations", "ratio");
     for (const int rows : {0, 24, 48, 96, 288}) {
         std::vector<Cost> passes, floors;
         for (int run = 0; run < runs; ++run) {
-            MakeMachine(machine, bin);
+            MakeMachine(machine);
             const fs::path data = machine / "ProgramData/Zorv/Zorvcore/Zorvalis/data";
             const fs::path spare = build / "bench" / "floor.db";
             fs::remove(spare);
@@ -156,7 +90,7 @@ int main(int argc, char** argv) {
                 fs::copy_file(data / FillFile(rows), spare);
             }
             floors.push_back(RunProcess({(build / "bench" / "floor-pass").string(), spare.string()}, statements));
-            passes.push_back(RunProcess({(bin / "zorvalis-agent-service").string(), "-j0"}, ""));
+            passes.push_back(RunProcess({(bin / "zorvalis-agent-service").string(), "-j0"}));
         }
         PrintRow(rows == 0 ? "new file" : (std::to_string(rows) + " rows of a kind").c_str(), Median(passes),
                  Median(floors));

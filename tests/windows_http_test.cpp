@@ -4,18 +4,15 @@
 
 #include <gtest/gtest.h>
 #include <wincrypt.h>
-#include <winhttp.h>
 
 #include "platform/digest.h"
 #include "platform/error.h"
 #include "platform/files.h"
 #include "platform/http.h"
+#include "platform/windows/internet_libraries.h"
 #include "platform/windows/wide.h"
 #include "support/import_hook.h"
 #include "support/machine.h"
-
-// Its own header excludes that of the exchange.
-extern "C" __declspec(dllimport) BOOL WINAPI InternetGetConnectedState(DWORD* flags, DWORD reserved);
 
 namespace platform {
 namespace {
@@ -49,7 +46,7 @@ std::string shown(Argument argument) {
 // Writes the call down, fails when it is its turn, and else makes the real call or gives the call's number as a handle.
 template <bool real, class Result, class... Arguments, class Name>
 auto recorder(Result (*function)(Arguments...), Name) {
-    static Result (*const truth)(Arguments...) = ImportHook::imported(Name{}(), function);
+    static Result (*const truth)(Arguments...) = real ? ImportHook::imported(Name{}(), function) : function;
     return [](Arguments... arguments) -> Result {
         calls.push_back(Name{}());
         ((calls.back() += " " + shown<real>(arguments)), ...);
@@ -65,8 +62,28 @@ auto recorder(Result (*function)(Arguments...), Name) {
         return result;
     };
 }
-#define FAKE(function) ImportHook(#function, ::function, recorder<false>(::function, [] { return #function; }))
+#define FAKE(library, slot, function) \
+    LateHook(#library, #function, library().slot, recorder<false>(library().slot, [] { return #function; }))
 #define REAL(function) ImportHook(#function, ::function, recorder<true>(::function, [] { return #function; }))
+
+// Replaces a function of a library that is loaded late, until the end of a scope. It has to be the one of that name.
+class LateHook {
+public:
+    template <class Function>
+    LateHook(const char* library, const char* name, Function*& slot, std::type_identity_t<Function>* replacement)
+        : slot_(reinterpret_cast<void**>(&slot)), truth_(*slot_) {
+        const HMODULE module = ::GetModuleHandleA(library);
+        EXPECT_EQ(truth_, reinterpret_cast<void*>(::GetProcAddress(module, name))) << name;
+        *slot_ = reinterpret_cast<void*>(replacement);
+    }
+    ~LateHook() { *slot_ = truth_; }
+    LateHook(const LateHook&) = delete;
+    LateHook& operator=(const LateHook&) = delete;
+
+private:
+    void** slot_;
+    void* truth_;
+};
 
 using Closing = std::vector<std::pair<std::size_t, std::string>>;  // the step that opens, the call that closes
 
@@ -99,10 +116,18 @@ std::uint32_t exchange() {
 }
 
 TEST(HttpExchange, MakesOneCallForEachStepAndClosesFromTheInside) {
-    const ImportHook hooks[][3] = {{FAKE(WinHttpOpen), FAKE(WinHttpSetTimeouts), FAKE(WinHttpQueryHeaders)},
-                                   {FAKE(WinHttpConnect), FAKE(WinHttpOpenRequest), FAKE(WinHttpReceiveResponse)},
-                                   {FAKE(WinHttpReadData), FAKE(WinHttpSendRequest), FAKE(WinHttpQueryDataAvailable)},
-                                   {FAKE(WinHttpSetOption), FAKE(WinHttpCloseHandle), FAKE(InternetGetConnectedState)}};
+    const LateHook hooks[] = {FAKE(winhttp, open, WinHttpOpen),
+                              FAKE(winhttp, set_timeouts, WinHttpSetTimeouts),
+                              FAKE(winhttp, connect, WinHttpConnect),
+                              FAKE(winhttp, open_request, WinHttpOpenRequest),
+                              FAKE(winhttp, send_request, WinHttpSendRequest),
+                              FAKE(winhttp, set_option, WinHttpSetOption),
+                              FAKE(winhttp, receive_response, WinHttpReceiveResponse),
+                              FAKE(winhttp, query_headers, WinHttpQueryHeaders),
+                              FAKE(winhttp, query_data_available, WinHttpQueryDataAvailable),
+                              FAKE(winhttp, read_data, WinHttpReadData),
+                              FAKE(winhttp, close_handle, WinHttpCloseHandle),
+                              FAKE(wininet, get_connected_state, InternetGetConnectedState)};
     Calls steps = {"WinHttpOpen agent 0 null null 0",
                    "WinHttpSetTimeouts 1 1 2 3 4",
                    "WinHttpConnect 1 host 1bb 0",

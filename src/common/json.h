@@ -106,9 +106,13 @@ inline Json WidenAll(const Json& value) {
 }  // namespace json_detail
 
 // The compact form, keys in ascending byte order. The library refuses to write bytes that are no UTF-8; here every
-// byte passes as it is, by way of a text in which each byte is a character.
+// byte passes as it is, then by way of a text in which each byte is a character.
 inline std::string DumpJson(const Json& value) {
-    return json_detail::Narrow(json_detail::WidenAll(value).dump());
+    try {
+        return value.dump();
+    } catch (const std::domain_error&) {
+        return json_detail::Narrow(json_detail::WidenAll(value).dump());
+    }
 }
 
 }  // namespace zorvalis

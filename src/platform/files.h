@@ -21,6 +21,10 @@ File open_file(const std::string& path, const char* mode);
 // Moves to the end and returns the position there, which is the size; -1 on failure.
 std::int64_t seek_to_end(std::FILE* file);
 
+// Byte by byte through the C library's buffers, each byte exclusive-ored with `key`: up to `most` bytes, or to the end
+// of `from`. False for a byte that cannot be read, or written through to the system.
+bool copy_bytes(std::FILE* from, std::FILE* to, std::int64_t most, std::uint8_t key);
+
 bool file_exists(const std::string& path);                         // a file, no folder
 bool folder_exists(const std::string& path);                       // a closing backslash is allowed
 bool create_folder(const std::string& path);                       // one level

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstring>
+#include <limits>
 #include <stdexcept>
 
 #include "collection/data_collector.h"
@@ -29,14 +30,10 @@ std::string Companion(const std::string& path, const char* ending) {
     return buffer.data();
 }
 
-// Byte by byte through the C library's buffers; the same routine transforms both ways.
+// The same routine transforms both ways.
 bool CopyTransformed(std::FILE* from, std::FILE* to, std::uint8_t key) {
-    for (int byte = std::getc(from); byte != EOF; byte = std::getc(from)) {
-        if (std::putc(byte ^ key, to) == EOF) {
-            return false;
-        }
-    }
-    return std::ferror(from) == 0 && std::fflush(to) == 0;
+    constexpr std::int64_t kWhole = std::numeric_limits<std::int64_t>::max();
+    return platform::copy_bytes(from, to, kWhole, key);
 }
 
 const wchar_t* RegistryValueOf(std::int32_t triggerType) {

@@ -11,8 +11,8 @@
 #include "common/log.h"
 #include "common/number.h"
 #include "platform/files.h"
-#include "store/clock_vfs.h"
 #include "store/db_file.h"
+#include "store/sqlite_vfs.h"
 
 namespace zorvalis {
 namespace {
@@ -23,7 +23,7 @@ std::string NameOf(const TelemetryDb& handle) {
 
 // The first half of a cycle. A connection that did not open is released at once.
 int Open(const std::string& dbName, TelemetryDb& handle, std::uint8_t key) {
-    UseMachineClockInSqlite();
+    PrepareSqlite();
     handle.path = kDataFolder + dbName;
     if (!decryptDBFast(handle, key)) {
         return SQLITE_IOERR;

@@ -61,17 +61,18 @@ std::string ReadFile(std::FILE* file, const char* shortWords) {
 }
 
 std::string Encode(const std::string& bytes) {
-    std::string text;
-    text.reserve((bytes.size() + 2) / 3 * 4);
+    std::string text((bytes.size() + 2) / 3 * 4, '=');
+    char* out = text.data();
     for (std::size_t at = 0; at < bytes.size(); at += 3) {
         const std::size_t count = std::min<std::size_t>(bytes.size() - at, 3);
         std::uint32_t group = 0;
         for (std::size_t i = 0; i < 3; ++i) {
             group = group << 8 | (i < count ? static_cast<unsigned char>(bytes[at + i]) : 0U);
         }
-        for (std::size_t i = 0; i < 4; ++i) {
-            text += i <= count ? kAlphabet[group >> (18 - 6 * i) & 0x3F] : '=';
+        for (std::size_t i = 0; i <= count; ++i) {
+            out[i] = kAlphabet[group >> (18 - 6 * i) & 0x3F];
         }
+        out += 4;
     }
     return text;
 }
@@ -100,20 +101,6 @@ std::string ChunkPath(const std::string& path, std::int32_t start, std::int32_t 
     std::array<char, 260> buffer{};
     const int length = std::snprintf(buffer.data(), buffer.size(), "%s_MD5_%d_%d", path.c_str(), start, block);
     return length < static_cast<int>(buffer.size()) ? buffer.data() : "";
-}
-
-// False when the chunk is not whole on disk, which would be sent as if it were.
-bool CopyBlock(std::FILE* source, std::FILE* chunk, std::int32_t block) {
-    for (std::int32_t copied = 0; copied < block; ++copied) {
-        const int byte = std::getc(source);
-        if (byte == EOF) {
-            break;
-        }
-        if (std::putc(byte, chunk) == EOF) {
-            return false;
-        }
-    }
-    return std::ferror(source) == 0 && std::fflush(chunk) == 0;
 }
 
 }  // namespace
@@ -162,7 +149,7 @@ std::string getMD5(const std::string& path, std::int32_t start, std::int32_t blo
     }
     platform::remove_file(chunk);
     platform::File target = platform::open_file(chunk, "wb+");
-    if (target == nullptr || !CopyBlock(source.get(), target.get(), block)) {
+    if (target == nullptr || !platform::copy_bytes(source.get(), target.get(), block, 0)) {
         target.reset();
         platform::remove_file(chunk);
         return "";  // neither half a chunk nor an old one that can't be replaced is sent

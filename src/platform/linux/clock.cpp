@@ -100,7 +100,8 @@ bool local_time(std::int64_t seconds, std::tm& local) {
 void sleep_milliseconds(std::uint32_t milliseconds) {
     const std::int64_t wait = scaled_wait(milliseconds);
     timespec rest{wait / kMicroseconds, wait % kMicroseconds * 1000};
-    while (::clock_nanosleep(CLOCK_MONOTONIC, 0, &rest, &rest) == EINTR) {
+    // A sleep of nothing would still be one.
+    while (wait > 0 && ::clock_nanosleep(CLOCK_MONOTONIC, 0, &rest, &rest) == EINTR) {
     }
 }
 

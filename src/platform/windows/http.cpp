@@ -1,14 +1,18 @@
 #include "platform/http.h"
 
-#include <windows.h>
-
-#include <winhttp.h>
-
 #include "platform/windows/handles.h"
+#include "platform/windows/internet_libraries.h"
 
 namespace platform {
+namespace {
 
-using OwnedInternet = Owned<::WinHttpCloseHandle, HINTERNET>;
+void close_internet(HINTERNET handle) {
+    winhttp().close_handle(handle);
+}
+
+using OwnedInternet = Owned<close_internet, HINTERNET>;
+
+}  // namespace
 
 // Closed from the last to the first.
 struct HttpExchange::State {
@@ -24,24 +28,28 @@ HttpExchange::~HttpExchange() {
 }
 
 bool HttpExchange::open(const wchar_t* user_agent) {
-    state_->session.reset(::WinHttpOpen(user_agent, WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, WINHTTP_NO_PROXY_NAME,
-                                        WINHTTP_NO_PROXY_BYPASS, 0));
+    if (winhttp().error != ERROR_SUCCESS) {
+        ::SetLastError(winhttp().error);
+        return false;
+    }
+    state_->session.reset(winhttp().open(user_agent, WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, WINHTTP_NO_PROXY_NAME,
+                                         WINHTTP_NO_PROXY_BYPASS, 0));
     return state_->session != nullptr;
 }
 
 bool HttpExchange::set_timeouts(std::int32_t resolve, std::int32_t connect, std::int32_t send, std::int32_t receive) {
-    return ::WinHttpSetTimeouts(state_->session.get(), resolve, connect, send, receive) != FALSE;
+    return winhttp().set_timeouts(state_->session.get(), resolve, connect, send, receive) != FALSE;
 }
 
 bool HttpExchange::connect(const std::wstring& server, std::uint16_t port) {
-    state_->connection.reset(::WinHttpConnect(state_->session.get(), server.c_str(), port, 0));
+    state_->connection.reset(winhttp().connect(state_->session.get(), server.c_str(), port, 0));
     return state_->connection != nullptr;
 }
 
 bool HttpExchange::open_request(const wchar_t* verb, const std::wstring& path, bool secure) {
-    state_->request.reset(::WinHttpOpenRequest(state_->connection.get(), verb, path.c_str(), nullptr,
-                                               WINHTTP_NO_REFERER, WINHTTP_DEFAULT_ACCEPT_TYPES,
-                                               secure ? WINHTTP_FLAG_SECURE : 0));
+    state_->request.reset(winhttp().open_request(state_->connection.get(), verb, path.c_str(), nullptr,
+                                                 WINHTTP_NO_REFERER, WINHTTP_DEFAULT_ACCEPT_TYPES,
+                                                 secure ? WINHTTP_FLAG_SECURE : 0));
     return state_->request != nullptr;
 }
 
@@ -49,23 +57,23 @@ bool HttpExchange::send(const wchar_t* header, const std::string& body) {
     const DWORD header_length = header == nullptr ? 0 : static_cast<DWORD>(-1);  // -1: up to its terminator
     const DWORD length = static_cast<DWORD>(body.size());
     void* const data = body.empty() ? WINHTTP_NO_REQUEST_DATA : const_cast<char*>(body.data());  // only read
-    return ::WinHttpSendRequest(state_->request.get(), header, header_length, data, length, length, 0) != FALSE;
+    return winhttp().send_request(state_->request.get(), header, header_length, data, length, length, 0) != FALSE;
 }
 
 bool HttpExchange::set_security_flags(std::uint32_t flags) {
     DWORD value = flags;
-    return ::WinHttpSetOption(state_->request.get(), WINHTTP_OPTION_SECURITY_FLAGS, &value, sizeof value) != FALSE;
+    return winhttp().set_option(state_->request.get(), WINHTTP_OPTION_SECURITY_FLAGS, &value, sizeof value) != FALSE;
 }
 
 bool HttpExchange::receive() {
-    return ::WinHttpReceiveResponse(state_->request.get(), nullptr) != FALSE;
+    return winhttp().receive_response(state_->request.get(), nullptr) != FALSE;
 }
 
 bool HttpExchange::query_status(std::wstring& status) {
     wchar_t text[8] = {};
     DWORD size = sizeof text;
-    if (!::WinHttpQueryHeaders(state_->request.get(), WINHTTP_QUERY_STATUS_CODE, WINHTTP_HEADER_NAME_BY_INDEX, text,
-                               &size, WINHTTP_NO_HEADER_INDEX)) {
+    if (!winhttp().query_headers(state_->request.get(), WINHTTP_QUERY_STATUS_CODE, WINHTTP_HEADER_NAME_BY_INDEX, text,
+                                 &size, WINHTTP_NO_HEADER_INDEX)) {
         return false;
     }
     status = text;
@@ -74,14 +82,14 @@ bool HttpExchange::query_status(std::wstring& status) {
 
 bool HttpExchange::query_available(std::uint32_t& size) {
     DWORD available = 0;
-    const bool done = ::WinHttpQueryDataAvailable(state_->request.get(), &available) != FALSE;
+    const bool done = winhttp().query_data_available(state_->request.get(), &available) != FALSE;
     size = available;
     return done;
 }
 
 bool HttpExchange::read(char* buffer, std::uint32_t size, std::uint32_t& count) {
     DWORD read = 0;
-    const bool done = ::WinHttpReadData(state_->request.get(), buffer, size, &read) != FALSE;
+    const bool done = winhttp().read_data(state_->request.get(), buffer, size, &read) != FALSE;
     count = read;
     return done;
 }

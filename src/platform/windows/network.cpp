@@ -1,15 +1,16 @@
-// Apart from the exchange itself: the headers of the two libraries exclude each other.
-#include <windows.h>
-
-#include <wininet.h>
-
+// Apart from the exchange: nothing of it is needed to know that there is no network.
 #include "platform/http.h"
+#include "platform/windows/internet_libraries.h"
 
 namespace platform {
 
 bool is_online() {
     DWORD flags = 0;
-    return ::InternetGetConnectedState(&flags, 0) != FALSE;
+    if (wininet().error != ERROR_SUCCESS) {
+        ::SetLastError(wininet().error);
+        return false;
+    }
+    return wininet().get_connected_state(&flags, 0) != FALSE;
 }
 
 }  // namespace platform

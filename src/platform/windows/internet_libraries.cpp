@@ -1,0 +1,61 @@
+#include "platform/windows/internet_libraries.h"
+
+namespace platform {
+namespace {
+
+class LateLibrary {
+public:
+    LateLibrary(const wchar_t* name, DWORD& error)
+        : handle_(::LoadLibraryExW(name, nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32)), error_(error) {
+        error_ = handle_ == nullptr ? ::GetLastError() : ERROR_SUCCESS;
+    }
+
+    template <class Function>
+    void find(Function*& function, const char* name) const {
+        if (error_ != ERROR_SUCCESS) {
+            return;
+        }
+        function = reinterpret_cast<Function*>(reinterpret_cast<void*>(::GetProcAddress(handle_, name)));
+        if (function == nullptr) {
+            error_ = ::GetLastError();
+        }
+    }
+
+private:
+    HMODULE handle_;
+    DWORD& error_;
+};
+
+}  // namespace
+
+WinHttp& winhttp() {
+    static WinHttp functions = [] {
+        WinHttp found{};
+        const LateLibrary library(L"winhttp.dll", found.error);
+        library.find(found.open, "WinHttpOpen");
+        library.find(found.set_timeouts, "WinHttpSetTimeouts");
+        library.find(found.connect, "WinHttpConnect");
+        library.find(found.open_request, "WinHttpOpenRequest");
+        library.find(found.send_request, "WinHttpSendRequest");
+        library.find(found.set_option, "WinHttpSetOption");
+        library.find(found.receive_response, "WinHttpReceiveResponse");
+        library.find(found.query_headers, "WinHttpQueryHeaders");
+        library.find(found.query_data_available, "WinHttpQueryDataAvailable");
+        library.find(found.read_data, "WinHttpReadData");
+        library.find(found.close_handle, "WinHttpCloseHandle");
+        return found;
+    }();
+    return functions;
+}
+
+WinInet& wininet() {
+    static WinInet functions = [] {
+        WinInet found{};
+        const LateLibrary library(L"wininet.dll", found.error);
+        library.find(found.get_connected_state, "InternetGetConnectedState");
+        return found;
+    }();
+    return functions;
+}
+
+}  // namespace platform

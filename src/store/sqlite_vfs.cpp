@@ -1,0 +1,77 @@
+#include "store/sqlite_vfs.h"
+
+#include <sqlite3.h>
+
+#include <array>
+#include <cstdint>
+#include <mutex>
+
+#include "platform/clock.h"
+
+namespace zorvalis {
+namespace {
+
+constexpr std::int64_t kJulianMillisecondsOf1970 = 210866760000000;
+constexpr double kMillisecondsOfDay = 86400000.0;
+
+sqlite3_vfs* system = nullptr;
+
+int CurrentTimeInt64(sqlite3_vfs*, sqlite3_int64* time) {
+    *time = kJulianMillisecondsOf1970 + platform::now_microseconds() / 1000;
+    return SQLITE_OK;
+}
+
+int CurrentTime(sqlite3_vfs* vfs, double* time) {
+    sqlite3_int64 milliseconds = 0;
+    CurrentTimeInt64(vfs, &milliseconds);
+    *time = static_cast<double>(milliseconds) / kMillisecondsOfDay;
+    return SQLITE_OK;
+}
+
+// The same operations without the flush. The system has a few tables of operations, by the kind of file.
+const sqlite3_io_methods* WithoutFlush(const sqlite3_io_methods* methods) {
+    struct Pair {
+        const sqlite3_io_methods* original = nullptr;
+        sqlite3_io_methods copy = {};
+    };
+    static std::mutex mutex;
+    static std::array<Pair, 8> pairs;
+    const std::lock_guard guard(mutex);
+    for (Pair& pair : pairs) {
+        if (pair.original == nullptr) {
+            pair = {methods, *methods};
+            pair.copy.xSync = [](sqlite3_file*, int) { return SQLITE_OK; };
+        }
+        if (pair.original == methods) {
+            return &pair.copy;
+        }
+    }
+    return methods;
+}
+
+int Open(sqlite3_vfs* vfs, const char* name, sqlite3_file* file, int flags, int* opened) {
+    const int result = system->xOpen(vfs, name, file, flags, opened);
+    if (file->pMethods != nullptr) {
+        file->pMethods = WithoutFlush(file->pMethods);
+    }
+    return result;
+}
+
+bool Register() {
+    system = sqlite3_vfs_find(nullptr);
+    static sqlite3_vfs vfs = *system;  // SQLite keeps it
+    vfs.zName = "machine";
+    vfs.pNext = nullptr;
+    vfs.xOpen = Open;
+    vfs.xCurrentTime = CurrentTime;
+    vfs.xCurrentTimeInt64 = CurrentTimeInt64;
+    return sqlite3_vfs_register(&vfs, 1) == SQLITE_OK;
+}
+
+}  // namespace
+
+void PrepareSqlite() {
+    [[maybe_unused]] static const bool registered = sqlite3_initialize() == SQLITE_OK && Register();
+}
+
+}  // namespace zorvalis

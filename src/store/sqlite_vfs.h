@@ -1,0 +1,10 @@
+// How SQLite meets the system: it tells the time by the machine's clock, `date('now')` included, and never waits for
+// the disk. A working copy lives for one cycle and is thrown away after a crash of any kind, whatever reached the disk.
+#pragma once
+
+namespace zorvalis {
+
+// Once for the process; any thread. Holds for later connections.
+void PrepareSqlite();
+
+}  // namespace zorvalis
