@@ -1,0 +1,454 @@
+// The built executable in the hands of the system: the real service manager where it can do it, its stand-in and the
+// other doubles where Wine cannot.
+#include <windows.h>
+
+#include <gtest/gtest.h>
+#include <tlhelp32.h>
+
+#include <algorithm>
+#include <array>
+
+#include "common/registry.h"
+#include "common/text.h"
+#include "platform/windows/handles.h"
+#include "support/notebook.h"
+#include "windows/service_process.h"
+
+namespace zorvalis {
+namespace {
+
+using Lines = std::vector<std::string>;
+
+constexpr GUID kLid = {0xBA3E0F4D, 0xB817, 0x4094, {0xA2, 0xD1, 0xD5, 0x63, 0x79, 0xE6, 0xA0, 0xF3}};
+constexpr GUID kPowerSource = {0x5D3E9A59, 0xE9D5, 0x4B00, {0xA6, 0xBD, 0xFF, 0x34, 0xFF, 0x51, 0x65, 0x48}};
+constexpr GUID kDisplay = {0x6FE69556, 0x704A, 0x47A0, {0x8F, 0x24, 0xC2, 0x8D, 0x93, 0x6F, 0xDA, 0x47}};
+
+enum Timer { kTaskTimer, kEventTimer, kReloadTimer, kTimerOfFirstResume };
+
+constexpr char kTask[] = "Zorvalis_754F3273-0563-4F20-B12F-826510B07474";
+constexpr char kLastOfStart[] = "RegisterPowerSettingNotification service {6FE69556";
+constexpr char kLeave[] = "CoUninitialize";
+
+std::wstring Number(const wchar_t* name) {
+    return ReadRegDword(kLocalMachine, kProductKey, name);
+}
+
+void SetNumber(const wchar_t* name, std::uint32_t number) {
+    ASSERT_TRUE(WriteRegDword(kLocalMachine, kProductKey, name, number));
+}
+
+using OwnedService = platform::Owned<::CloseServiceHandle, SC_HANDLE>;
+
+OwnedService OpenInstalled() {
+    const OwnedService manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
+    return OwnedService(::OpenServiceW(manager.get(), L"Zorvalis", SERVICE_ALL_ACCESS));
+}
+
+// The manager drops a deleted service when it has noticed that the service's process has ended.
+bool IsGone() {
+    int attempts = 3000;
+    for (; OpenInstalled() != nullptr && attempts > 0; --attempts) {
+        ::Sleep(10);
+    }
+    return attempts > 0;
+}
+
+class Executable : public testing::Test {
+protected:
+    Executable() { Run("-install"); }  // Wine hands a handle for statuses only to a service of its manager
+    ~Executable() override {
+        Run("-remove");
+        EXPECT_TRUE(IsGone());
+    }
+
+    // Runs it to its end; the result is what it printed.
+    std::string Run(const std::string& arguments) {
+        EXPECT_EQ(WatchedProcess(path, arguments).wait(), 0U) << arguments;
+        std::string output = read_text(machine.bin_folder() + "output.txt");
+        std::erase(output, '\r');
+        return output;
+    }
+
+    std::string Recorded(const char* letter) const {
+        return machine.row(letter, "SELECT group_concat(freq, ' ') FROM UserBehavior");
+    }
+
+    // The next lines that are no traces, to one that begins with `last`; a start boundary without its time.
+    Lines Until(const std::string& last) {
+        Lines lines = doubles.until(last);
+        for (std::string& line : lines) {
+            if (line.starts_with("ITimeTrigger.put_StartBoundary")) {
+                std::replace_if(
+                    line.begin(), line.end(), [](char c) { return c >= '0' && c <= '9'; }, '0');
+            }
+        }
+        return lines;
+    }
+
+    // Makes each step that `good` shows fail, one after the other. Each `count`th operation of an attempt gets as far
+    // as the step that fails, says so in the event log, and holds nothing afterwards.
+    template <class Attempt>
+    void FailEach(const Lines& good, int count, Attempt attempt) {
+        for (auto step = good.begin(); step != good.end(); ++step) {
+            const std::string name = step->substr(0, step->find(' '));
+            if (name == "CoCreateInstance") {  // written down ahead of the step itself
+                continue;
+            }
+            doubles.fail({{name, 0x80070005}});
+            attempt();
+            for (int operation = 0; operation < count; ++operation) {
+                Lines lines = Until("ReportEventW");
+                EXPECT_TRUE(lines.back().ends_with(std::to_string(E_ACCESSDENIED))) << lines.back();
+                lines.pop_back();
+                EXPECT_EQ(lines, Lines(good.begin(), step + 1));
+                if (name != "CoInitializeEx") {
+                    EXPECT_EQ(Until(kLeave), Lines{"CoUninitialize 0"}) << name;
+                }
+            }
+        }
+        doubles.fail({});
+    }
+
+    Notebook machine;
+    const std::string path = machine.install_service();
+    Doubles doubles{machine.bin_folder()};
+};
+
+Lines Joined(Lines lines, const Lines& more) {
+    lines.insert(lines.end(), more.begin(), more.end());
+    return lines;
+}
+
+const Lines kRootFolder = {"CoInitializeEx 0", "CoCreateInstance {0F87369F-A4E5-4CFC-BD3E-73E6154572DD} 1",
+                           "CoCreateInstance.TaskScheduler", "ITaskService.Connect empty empty empty empty",
+                           "ITaskService.GetFolder \\"};
+
+// A service that has started, and what was written down by then.
+class RunningService : public Executable {
+protected:
+    ServiceProcess service{path};
+    const Lines start_lines = [this] {
+        EXPECT_EQ(service.start(), 0U);
+        return doubles.until(kLastOfStart);
+    }();
+};
+
+void WaitUntilItRuns(SC_HANDLE service) {
+    SERVICE_NOTIFYW notify{};
+    notify.dwVersion = SERVICE_NOTIFY_STATUS_CHANGE;
+    notify.pfnNotifyCallback = [](void*) {};
+    ASSERT_EQ(::NotifyServiceStatusChangeW(service, SERVICE_NOTIFY_RUNNING, &notify), 0U);
+    ASSERT_EQ(::SleepEx(30000, TRUE), DWORD{WAIT_IO_COMPLETION});
+}
+
+// Wine's dispatcher lets a program end while the handler of its stop still runs, and the manager then has no answer.
+// Windows waits for the handler; so does a program whose first thread is held.
+platform::OwnedHandle HoldFirstThread(DWORD process) {
+    const platform::OwnedHandle snapshot(::CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
+    THREADENTRY32 entry{};
+    entry.dwSize = sizeof entry;
+    for (BOOL more = ::Thread32First(snapshot.get(), &entry); more; more = ::Thread32Next(snapshot.get(), &entry)) {
+        if (entry.th32OwnerProcessID == process) {
+            platform::OwnedHandle thread(::OpenThread(THREAD_SUSPEND_RESUME, FALSE, entry.th32ThreadID));
+            ::SuspendThread(thread.get());
+            return thread;
+        }
+    }
+    return nullptr;
+}
+
+TEST_F(Executable, LivesInTheServiceManager) {
+    EXPECT_EQ(Run("-install"), "CreateService failed w/err 0x00000431\n") << "it is installed already";
+    const OwnedService service = OpenInstalled();
+    ASSERT_NE(service, nullptr);
+    DWORD size = 0;
+    alignas(QUERY_SERVICE_CONFIGW) BYTE buffer[2048];
+    auto& config = *reinterpret_cast<QUERY_SERVICE_CONFIGW*>(buffer);
+    ASSERT_TRUE(::QueryServiceConfigW(service.get(), &config, sizeof buffer, &size));
+    EXPECT_EQ((std::array{config.dwServiceType, config.dwStartType, config.dwErrorControl}),
+              (std::array<DWORD, 3>{0x10, 2, 1}));
+    EXPECT_EQ(NarrowBytes(config.lpBinaryPathName), path) << "without quotes";
+    EXPECT_STREQ(config.lpDisplayName, L"Zorvalis");
+    EXPECT_STREQ(config.lpServiceStartName, L"LocalSystem");
+
+    ASSERT_TRUE(::StartServiceW(service.get(), 0, nullptr));
+    WaitUntilItRuns(service.get());
+    SERVICE_STATUS_PROCESS status{};
+    ::QueryServiceStatusEx(service.get(), SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status), sizeof status,
+                           &size);
+    EXPECT_EQ(status.dwControlsAccepted, 0x1C1U);
+    const platform::OwnedHandle process(
+        ::OpenProcess(SYNCHRONIZE | PROCESS_QUERY_INFORMATION, FALSE, status.dwProcessId));
+    EXPECT_EQ(Value(L"SERVICEVERSION"), L"2.0.6.0");
+    EXPECT_EQ(Number(L"SKIP_ONPOWEREVENT"), L"1");
+    Run("-j0");
+    EXPECT_EQ(machine.stored(), "O Thermal 1, O Battery_Power 1, O SysInfo 1");
+    EXPECT_EQ(Number(L"SKIP_ONPOWEREVENT"), L"0");
+
+    const platform::OwnedHandle thread = HoldFirstThread(status.dwProcessId);
+    const std::string output = Run("-remove");
+    ::ResumeThread(thread.get());
+    EXPECT_TRUE(output.starts_with("Stopping Zorvalis.")) << output;
+    EXPECT_TRUE(output.ends_with(".\nZorvalis is stopped.\nZorvalis is removed.\n")) << output;
+    EXPECT_EQ(::WaitForSingleObject(process.get(), 30000), DWORD{WAIT_OBJECT_0});
+    DWORD code = STILL_ACTIVE;
+    ::GetExitCodeProcess(process.get(), &code);
+    EXPECT_EQ(code, 0U);
+    EXPECT_FALSE(::DeleteService(service.get()));
+    EXPECT_EQ(::GetLastError(), DWORD{ERROR_SERVICE_MARKED_FOR_DELETE});
+    EXPECT_EQ(Value(L"SERVICEVERSION"), L"2.0.6.0") << "values stay";
+}
+
+TEST_F(Executable, GoesOnWithoutItsEventProvider) {
+    doubles.fail({{"EventRegister", 5}});
+    EXPECT_EQ(Run("-j1"), "Provider not registered. EventRegister failed with 5\n");
+    doubles.fail({});
+    EXPECT_EQ(Run("-j1"), "");
+    const std::string provider = "EventRegister {BE2E880E-F79F-4C30-9C95-09F003A0A7EA}";
+    EXPECT_EQ(doubles.until("EventUnregister"), (Lines{provider, provider, "EventUnregister"}));
+}
+
+TEST_F(RunningService, ReportsItsStatesAndTakesControlsItDoesNotKnow) {
+    const std::string timer = "SetThreadpoolTimer -1200000000 0 0";
+    const std::string power = "RegisterPowerSettingNotification service ";
+    EXPECT_EQ(start_lines,
+              (Lines{"EventRegister {BE2E880E-F79F-4C30-9C95-09F003A0A7EA}", "RegisterServiceCtrlHandlerExW Zorvalis",
+                     "EventWriteString 2 0 Service trying to start.", "SetServiceStatus 10 2 1c1 0 0 1 0", timer, timer,
+                     timer, "SetServiceStatus 10 4 1c1 0 0 0 0", power + "{BA3E0F4D-B817-4094-A2D1-D56379E6A0F3} 1",
+                     power + "{5D3E9A59-E9D5-4B00-A6BD-FF34FF516548} 1",
+                     power + "{6FE69556-704A-47A0-8F24-C28D936FDA47} 1"}));
+    for (const std::uint32_t control : {4, 5, 6, 12, 14, 16, 128, 2, 3, 1}) {
+        EXPECT_EQ(service.control(control, 5), 0U) << control;
+    }
+    EXPECT_EQ(service.end(), 0U);
+    EXPECT_EQ(doubles.until("UnregisterPower"),
+              (Lines{"SetServiceStatus 10 6 1c1 0 0 2 0", "SetServiceStatus 10 7 1c1 0 0 3 0",
+                     "SetServiceStatus 10 5 1c1 0 0 4 0", "SetServiceStatus 10 4 1c1 0 0 0 0",
+                     "SetServiceStatus 10 3 1c1 0 0 5 0", "SetServiceStatus 10 1 1c1 0 0 0 0", "EventUnregister",
+                     "UnregisterPowerSettingNotification service"}));
+}
+
+TEST_F(RunningService, RecordsPowerEventsAndDropsSomeUntilTheFirstPass) {
+    const std::string task = kTask;
+    service.fire_timer(kTaskTimer);
+    doubles.until(kLeave);
+    service.change(kLid, 1);
+    service.change(kPowerSource, 1);
+    service.change(kDisplay, 1);
+    EXPECT_EQ(machine.stored(), "");
+    EXPECT_EQ(doubles.tasks(), task + " 1\n");
+
+    Run("-j0");
+    EXPECT_EQ(Number(L"SKIP_ONPOWEREVENT"), L"0");
+    for (const auto& [setting, data] : {std::pair{kLid, 1},
+                                        {kLid, 0},
+                                        {kLid, 2},
+                                        {kPowerSource, 0},
+                                        {kPowerSource, 1},
+                                        {kPowerSource, 2},
+                                        {kDisplay, 0},
+                                        {kDisplay, 1},
+                                        {kDisplay, 2}}) {
+        EXPECT_EQ(service.change(setting, data), 0U);
+    }
+    service.control(SERVICE_CONTROL_POWEREVENT, PBT_POWERSETTINGCHANGE);  // of nothing
+    EXPECT_EQ(Recorded("E"), "16 17 14 15");
+
+    service.control(SERVICE_CONTROL_POWEREVENT, PBT_APMSUSPEND);
+    EXPECT_EQ(doubles.tasks(), task + " 0\n");
+    service.control(SERVICE_CONTROL_POWEREVENT, PBT_APMRESUMESUSPEND);
+    doubles.until("SetThreadpoolTimer");
+    service.fire_timer(kTimerOfFirstResume);
+    doubles.until(kLeave);
+    EXPECT_EQ(doubles.tasks(), task + " 1\n");
+
+    SetNumber(L"ISPOWERON", 1);
+    service.change(kDisplay, 1);
+    service.change(kDisplay, 1);
+    EXPECT_EQ(Number(L"ISPOWERON"), L"0");
+    service.control(SERVICE_CONTROL_PRESHUTDOWN);
+    EXPECT_EQ(doubles.until("SetServiceStatus 10 1", {"SetServiceStatus"}), Lines{"SetServiceStatus 10 1 1c1 0 0 0 0"});
+    EXPECT_EQ(service.end(), 0U);
+    EXPECT_EQ(Recorded("E"), "16 17 14 15 12 13 10 11");
+    EXPECT_EQ(Number(L"ISPOWERON"), L"1");
+    EXPECT_EQ(doubles.tasks(), task + " 0\n");
+}
+
+TEST_F(RunningService, LoadsTheSettingFileWhenAnotherProcessSaysSo) {
+    service.fire_timer(kReloadTimer);
+    doubles.until("RegNotifyChangeKeyValue");
+    service.control(SERVICE_CONTROL_POWEREVENT, PBT_APMSUSPEND);
+    machine.change_setting(R"({"suspend_resume": "off"})");
+    service.control(SERVICE_CONTROL_POWEREVENT, PBT_APMSUSPEND);
+    EXPECT_EQ(Recorded("E"), "12 12");
+    SetNumber(L"NEEDRELOAD_SETTING_FILE", 1);
+    doubles.until("trace [ReloadSettingFIleServiceTimerThread] Need Reload");
+    doubles.until("RegNotifyChangeKeyValue");
+    EXPECT_EQ(Number(L"NEEDRELOAD_SETTING_FILE"), L"0");
+    service.control(SERVICE_CONTROL_POWEREVENT, PBT_APMSUSPEND);
+    EXPECT_EQ(Recorded("E"), "12 12");
+}
+
+// Each resume sets the task anew, each suspension disables it.
+TEST_F(RunningService, SetsTheTaskWhenEveryStepSucceeds) {
+    machine.change_setting(R"({"suspend_resume": "off"})");
+    int timer = kTimerOfFirstResume;
+    const auto create = [&] {
+        service.control(SERVICE_CONTROL_POWEREVENT, PBT_APMRESUMESUSPEND);
+        doubles.until("SetThreadpoolTimer");
+        service.fire_timer(timer++);
+    };
+    const Lines definition = Joined(
+        kRootFolder, {"ITaskService.NewTask 0",
+                      "ITaskDefinition.get_RegistrationInfo",
+                      "IRegistrationInfo.put_Author ZorvTek Computer Inc.",
+                      "ITaskDefinition.get_Principal",
+                      "IPrincipal.put_RunLevel 1",
+                      "ITaskDefinition.get_Settings",
+                      "ITaskSettings.put_StartWhenAvailable 0",
+                      "ITaskSettings.put_ExecutionTimeLimit PT14M",
+                      "ITaskSettings.put_DisallowStartIfOnBatteries 0",
+                      "ITaskDefinition.get_Triggers",
+                      "ITriggerCollection.Create 1",
+                      "ITrigger.QueryInterface",
+                      "ITimeTrigger.put_Id Zorvalis",
+                      "ITimeTrigger.put_StartBoundary 0000-00-00T00:00:00",
+                      "ITimeTrigger.get_Repetition",
+                      "IRepetitionPattern.put_Interval PT5M",
+                      "ITaskDefinition.get_Actions",
+                      "IActionCollection.Create 0",
+                      "IAction.QueryInterface",
+                      "IExecAction.put_Path " + path,
+                      "IExecAction.put_Arguments -j0",
+                      std::string("ITaskFolder.RegisterTaskDefinition ") + kTask + " 6 \"SYSTEM\" empty 4 \"\""});
+    FailEach(definition, 1, create);
+    EXPECT_EQ(doubles.tasks(), "");
+    create();
+    EXPECT_EQ(Until(kLeave), Joined(definition, {"CoUninitialize 0"}));
+    EXPECT_EQ(doubles.tasks(), std::string(kTask) + " 1\n");
+}
+
+TEST_F(RunningService, DisablesTheTaskOfExactlyItsName) {
+    const std::string task = kTask;
+    const std::string tasks = task + "2 1\n" + task.substr(1) + " 1\n" + task + " 1\n";
+    doubles.set_tasks(tasks);
+    const auto disable = [this] { service.control(SERVICE_CONTROL_POWEREVENT, PBT_APMSUSPEND); };
+    const Lines listing = Joined(kRootFolder, {"ITaskFolder.GetTasks 0", "IRegisteredTaskCollection.get_Count"});
+    FailEach(listing, 1, disable);
+    EXPECT_EQ(doubles.tasks(), tasks);
+    Lines expected = listing;
+    for (const char* number : {"1", "2", "3"}) {
+        expected.insert(expected.end(), {std::string("IRegisteredTaskCollection.get_Item ") + number,
+                                         "IRegisteredTask.get_Name", "IRegisteredTask.get_State"});
+    }
+    disable();
+    EXPECT_EQ(Until(kLeave), Joined(expected, {"IRegisteredTask.put_Enabled " + task + " 0", "CoUninitialize 0"}));
+    EXPECT_EQ(doubles.tasks(), tasks.substr(0, tasks.size() - 2) + "0\n");
+    for (const char* step : {"IRegisteredTaskCollection.get_Item", "IRegisteredTask.get_Name"}) {
+        doubles.fail({{step, 0x80070005}});
+        disable();
+        EXPECT_EQ(doubles.until(kLeave, {step, "IRegisteredTask.put", kLeave}).size(), 4U)
+            << "each of three, then none";
+    }
+}
+
+TEST_F(Executable, DeletesBothTasksOrSaysWhyNot) {
+    FailEach(kRootFolder, 2, [this] { Run("-remove"); });
+    doubles.fail({{"ITaskFolder.DeleteTask", 0x80070002}});
+    EXPECT_EQ(Run("-remove"), "OpenService failed w/err 0x00000424\n") << "it was removed by the first attempt";
+    for (const char* task : {kTask, "Zorvalis_6DB16103-CD29-4A19-8B1B-B97E1944BE12"}) {
+        EXPECT_EQ(Until(kLeave),
+                  Joined(kRootFolder, {std::string("ITaskFolder.DeleteTask ") + task + " 0", "CoUninitialize 0"}));
+    }
+}
+
+TEST_F(RunningService, TurnsTwoHardwareEventsIntoRecords) {
+    service.fire_timer(kEventTimer);
+    EXPECT_EQ(doubles.until("RegNotify"),
+              (Lines{"EventRegister {BE2E880E-F79F-4C30-9C95-09F003A0A7EA}", "CoInitializeEx 0",
+                     "CoCreateInstance {4590F811-1D3A-11D0-891F-00AA004B2E24} 1", "CoCreateInstance.WbemLocator",
+                     "IWbemLocator.ConnectServer ROOT\\WMI null null null 0 null", "IWbemServices.QueryInterface",
+                     "IClientSecurity.SetBlanket 10 0 null 3 3 null 0",
+                     "CoCreateInstance {49BD2028-1523-11D1-AD79-00C04FD8FDFF} 4", "CoCreateInstance.UnsecuredApartment",
+                     "IUnsecuredApartment.CreateObjectStub", "stub.QueryInterface",
+                     "IWbemServices.ExecNotificationQueryAsync WQL \"SELECT * FROM ZorvQelWmiEvent\" 128",
+                     "RegNotifyChangeKeyValue"}));
+    const struct {
+        const char *objects, *records;
+    } cases[] = {
+        {"EventID=154", "23"},
+        {"Active=bstr:yes EventID=155", "23 24"},
+        {"EventID=153", nullptr},
+        {"EventID=null", nullptr},
+        {"EventID=none", nullptr},
+        {"EventID=bstr:many", nullptr},
+        {"EventI=154 EventIDs=155", nullptr},
+        {"", nullptr},
+        {"EventID=153\nEventID=155", "23 24 24"},
+    };
+    for (const auto& [objects, records] : cases) {
+        EXPECT_EQ(service.indicate(objects), 0U) << objects;
+        if (records == nullptr) {
+            EXPECT_EQ(Number(L"WMIEVENTID"), L"0") << objects;
+            continue;
+        }
+        const Lines ended = doubles.until(kLeave, {"IWbemServices.CancelAsyncCall", kLeave});
+        EXPECT_EQ(ended, (Lines{"IWbemServices.CancelAsyncCall", "CoUninitialize 0"})) << objects;
+        EXPECT_EQ(Recorded("W"), records) << objects;
+        doubles.until("RegNotify");
+    }
+    for (const int flags : {0, 1, 2}) {
+        EXPECT_EQ(service.set_status(flags), 0U);
+    }
+    EXPECT_EQ(doubles.until("trace [EventSink] Call in progress", {"trace [EventSink]"}),
+              (Lines{"trace [EventSink] Call complete. hResult", "trace [EventSink] Call in progress"}));
+}
+
+TEST_F(Executable, GivesUpHardwareEventsAtTheThirdFailureOfItsLife) {
+    constexpr long kRefused = static_cast<long>(0x80070005);
+    constexpr long kNoSink = static_cast<long>(0x80041008);
+    const struct {
+        const char *step, *words;
+        long status;
+    } steps[] = {
+        {"CoInitializeEx", "CoInitializeEx", kRefused},
+        {"CoCreateInstance.WbemLocator", "CoCreateInstance", kRefused},
+        {"IWbemLocator.ConnectServer", "ConnectServer", kRefused},
+        {"IWbemServices.QueryInterface", "CoSetProxyBlanket", kRefused},
+        {"IClientSecurity.SetBlanket", "CoSetProxyBlanket", kRefused},
+        {"CoCreateInstance.UnsecuredApartment", "ExecNotificationQueryAsync", kNoSink},
+        {"IUnsecuredApartment.CreateObjectStub", "ExecNotificationQueryAsync", kNoSink},
+        {"stub.QueryInterface", "ExecNotificationQueryAsync", kNoSink},
+        {"IWbemServices.ExecNotificationQueryAsync", "ExecNotificationQueryAsync", kRefused},
+    };
+    std::uint32_t change = 0;
+    for (const auto* step = std::begin(steps); step != std::end(steps);) {
+        doubles.fail({{step->step, kRefused}});
+        ServiceProcess service(path);
+        service.start();
+        doubles.until(kLastOfStart);
+        service.fire_timer(kEventTimer);
+        for (const char* last : {"Sleep 60000", "Sleep 120000", "ReportEventW 2 setWmiEventReceiver trycount == 3"}) {
+            const std::string failure = "trace  [WmiEventManager] Set WMI Event Receiver fail ";
+            Lines expected = {failure + step->words + " failed:. Error code = " + std::to_string(step->status)};
+            if (step != std::begin(steps)) {
+                expected.push_back("CoUninitialize 0");
+            }
+            EXPECT_EQ(doubles.until(last, {failure, kLeave, last}), Joined(expected, {last})) << step->step;
+            if (++step != std::end(steps) && *last == 'S') {
+                doubles.fail({});
+                service.wake();
+                doubles.until("RegNotify");  // a good cycle
+                doubles.fail({{step->step, kRefused}});
+                SetNumber(L"Other", ++change);
+                doubles.until(kLeave);
+            }
+        }
+        doubles.until("UnregisterPowerSettingNotification service");
+        service.control(SERVICE_CONTROL_STOP);
+        EXPECT_EQ(service.end(), 0U);
+    }
+}
+
+}  // namespace
+}  // namespace zorvalis
