@@ -2,6 +2,7 @@
 # shellcheck shell=bash disable=SC2154
 
 fuzz_packages=(clang libclang-rt-14-dev)
+fuzz_options=(ASAN_OPTIONS=allow_addr2line=1 UBSAN_OPTIONS=print_stacktrace=1)
 fuzzers=(setting_document server_answers)
 
 # What a fuzzer said at its end, in a line: runs, speed, coverage, new inputs. With a finding, its report.
@@ -17,12 +18,12 @@ fuzz_outcome() {
     grep -v -e '^#[0-9]*[[:space:]]' -e '^[[:space:]]*NEW_FUNC' "$log" | tail -60
     input=$(grep -o 'Test unit written to .*' "$log" | tail -1 | cut -d' ' -f5)
     say "$name: a finding ($log), its input is ${input:-not known}; run it again:"
-    say "    ASAN_OPTIONS=$fuzz_options build/linux-fuzz/fuzz/fuzz_$name ${input:-INPUT}"
+    say "    ${fuzz_options[*]} build/linux-fuzz/fuzz/fuzz_$name ${input:-INPUT}"
     return 1
 }
 
 fuzz() {
-    local seconds=${1:-60} name failed=no memory=/dev/shm steady=() running=() fuzz_options=allow_addr2line=1 i status
+    local seconds=${1:-60} name failed=no memory=/dev/shm steady=() running=() i status
     [[ $seconds =~ ^[1-9][0-9]*$ ]] || fail "fuzz for how many seconds?"
     step build-linux-fuzz ./dev build linux-fuzz "${fuzzers[@]/#/fuzz_}" || exit 1
     ! setarch -R true 2>/dev/null || steady=(setarch -R)
@@ -33,7 +34,7 @@ fuzz() {
     trap "exit 130" INT TERM
     for name in "${fuzzers[@]}"; do
         mkdir -p "build/fuzz/$name/corpus"
-        TMPDIR=$memory ASAN_OPTIONS=$fuzz_options "${steady[@]}" "build/linux-fuzz/fuzz/fuzz_$name" \
+        env TMPDIR="$memory" "${fuzz_options[@]}" "${steady[@]}" "build/linux-fuzz/fuzz/fuzz_$name" \
             -max_total_time="$seconds" -timeout=10 -max_len=8192 -dict=fuzz/json.dict -print_final_stats=1 \
             -artifact_prefix="build/fuzz/$name/" "build/fuzz/$name/corpus" "fuzz/corpus/$name" \
             >"$logs/fuzz-$name.log" 2>&1 </dev/null &
