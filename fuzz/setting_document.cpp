@@ -1,54 +1,99 @@
-#include <stdexcept>
+#include <cstdio>
 
+#include "common/files.h"
+#include "common/json.h"
 #include "common/registry.h"
+#include "common/version.h"
 #include "jobs/job_manager.h"
-#include "jobs/schedule_predicates.h"
 #include "platform/clock.h"
 #include "platform/files.h"
-#include "targets.h"
-#include "upload/answer.h"
+#include "platform/machine.h"
+#include "surroundings.h"
 
-namespace zorvalis {
+using namespace zorvalis;
+
 namespace {
 
-// The errors of the JSON library and of the number parsers end the job that met them, and only that.
-template <class Call>
-void Try(Call call) {
-    try {
-        call();
-    } catch (const std::logic_error&) {
+// With every key, so that no value of an earlier input lives on.
+constexpr char kUsual[] = R"({"version": "2.0.6.0", "downloadSetting": "d1", "intervalTimer": "1",
+    "totalCollectTime": "600", "thermal": "m30", "battery_power": "m10", "systeminfo": "d1", "upload": "d1",
+    "poweronoff": "poweronoff", "suspend_resume": "suspend_resume", "ac_dc": "ac_dc",
+    "lid_open_close": "lid_open_close", "quiet_fan": "quiet_fan", "battery_health": "battery_health",
+    "wmi_event": "wmi_event"})";
+
+const std::string kStored = std::string(kProductFolder) + "setting.json";
+
+JobManager& Jobs() {
+    return JobManager::GetInstance();
+}
+
+void Store(const std::string& text) {
+    platform::remove_file(kStored);  // a file that is written anew waits for a disk
+    FuzzMachine().setting(text);
+}
+
+// The machine as it was before the first input.
+void StartAnew() {
+    FuzzMachine();
+    std::remove((platform::machine_folder() + "/eventlog.jsonl").c_str());
+    for (const wchar_t* name : {L"GetThermal", L"GetBatteryPower", L"GetSystemInfo", L"getSettingFile",
+                                L"lastDojobTime", L"NEEDRELOAD_SETTING_FILE"}) {
+        DeleteRegValue(kLocalMachine, kProductKey, name);
+    }
+    WriteRegString(kLocalMachine, kProductKey, L"lastDojobTime", L"86400");
+    Store(kUsual);
+    Jobs().ReloadSettingFile();
+}
+
+// What a pass and an event do by the settings that rule now.
+void Obey() {
+    const std::int64_t now = platform::now_seconds();
+    for (const bool timed : {true, false}) {
+        Attempt([&] { return static_cast<std::int32_t>(Jobs().BigdataCheck(L"ac_dc", timed, now)); });
+    }
+    for (const std::int32_t kind : {0, 1, 2}) {
+        Jobs().triggerCodeOf(kind);
     }
 }
 
-void ForgetTimers() {
-    for (const wchar_t* value : {L"GetThermal", L"GetBatteryPower", L"GetSystemInfo", L"lastDojobTime"}) {
-        DeleteRegValue(kLocalMachine, kProductKey, value);
+std::int32_t Download(std::string answer) {
+    SetAnswers({{L"200", std::move(answer)}});
+    const std::int32_t result = Attempt([] { return Jobs().UpdateSettingFile(); });
+    if (result == 0) {
+        Obey();
     }
+    return result;
 }
 
-void ReadSettings(JobManager& jobs) {
-    for (std::int32_t kind = 0; kind < 4; ++kind) {
-        Try([&] { jobs.triggerCodeOf(kind); });
+// The document in an answer that is right otherwise; a character for each byte.
+std::string Wrapped(std::string_view document) {
+    std::string text;
+    for (const char c : document) {
+        char escape[8];
+        std::snprintf(escape, sizeof(escape), "\\u%04x", static_cast<unsigned char>(c));
+        text += c == '"' || c == '\\' || static_cast<unsigned char>(c) < ' ' ? escape : std::string(1, c);
     }
-    for (const wchar_t* action : {L"", L"ac_dc", L"wmi_event"}) {
-        Try([&] { jobs.BigdataCheck(action, *action == L'\0', platform::now_seconds()); });
-    }
-    Try([] { isOverTotalCollectTime(); });
-    Try([] { isSpecificDojobDay(); });
-    ForgetTimers();
+    return R"({"status":"OK","service_version":")" + std::string(kServiceVersion) + R"(","json_string":")" + text +
+           "\"}";
 }
 
 }  // namespace
 
-void FuzzSettingDocument(const std::string& bytes) {
-    JobManager& jobs = JobManager::GetInstance();  // made while the machine's setting file is still sound
-    SettingFileManager manager;
-    manager.SaveSettingFile(bytes);
-    Try([&] { jobs.ReloadSettingFile(); });
-    ReadSettings(jobs);
-    Try([&] { manager.TakeAnswer(ParseAnswer(bytes)); });
-    Try([&] { jobs.ReloadSettingFile(); });
-    ReadSettings(jobs);
+std::int32_t FuzzSettingDocument(std::string_view bytes) {
+    StartAnew();
+    Store(std::string(bytes));
+    Attempt([] {
+        Jobs().ReloadSettingFile();
+        return 0;
+    });
+    Obey();
+    SetAnswers({});
+    Jobs().DoJob(L"jobDownloadSettingFile", 0, platform::now_seconds());
+    Download(std::string(bytes));
+    const std::int32_t result = Download(Wrapped(bytes));
+    const std::string stored = read_text(kStored);
+    if (result == 0 && DumpJson(ParseJson(stored)) != stored) {
+        Finding("what was stored reads as something else");
+    }
+    return result;
 }
-
-}  // namespace zorvalis

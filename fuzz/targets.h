@@ -1,15 +1,17 @@
-// What is fuzzed: each target takes any bytes on a machine of its own, and nothing may come of them but what the
-// system does with bad input. The tests run the same targets over the corpus.
+// The inputs from outside that are fuzzed, one function for each; a fuzzer calls one of them, a test both with the kept
+// inputs. An input's result tells how it ended. What must not happen ends the process or passes as an exception.
 #pragma once
 
-#include <string>
+#include <cstdint>
+#include <string_view>
 
-namespace zorvalis {
+// An error was raised that the system raises for such an input.
+constexpr std::int32_t kRaised = -9;
 
-// The stored setting file, and the server's answer to a query for one, with all that reads the settings.
-void FuzzSettingDocument(const std::string& bytes);
+// `bytes` as the stored setting file, as the answer to a query for settings, and as the document within such an answer.
+// The result is that of the last.
+std::int32_t FuzzSettingDocument(std::string_view bytes);
 
-// The answer to each call of an upload, with what is written of it to the file's row.
-void FuzzServerAnswer(const std::string& bytes);
-
-}  // namespace zorvalis
+// `bytes` as what the server answers to one file's calls, in order, with a line "--" between them. An answer whose
+// first line is "!" and a status has that status, all others 200; after the last the connection is lost.
+std::int32_t FuzzServerAnswers(std::string_view bytes);
