@@ -98,7 +98,7 @@ private:
             ::eventfd_read(shared().wake.get(), &ignored);
             ended.swap(shared().ended);
             if (shared().listener) {  // of another machine, or the socket's file was taken away
-                listener_ = std::move(shared().listener);
+                listener_ = std::exchange(shared().listener, Descriptor());
                 clients_.clear();
                 polled_[1].revents = POLLIN;
             }
