@@ -26,7 +26,7 @@ using platform::ServiceStatus;
 constexpr std::uint32_t kStopped = 1, kStopPending = 3, kRunning = 4;
 constexpr std::uint32_t kStop = 1, kInterrogate = 4;
 constexpr std::uint32_t kMayConnect = 1, kMayQuery = 4, kMayStop = 0x20, kMayInterrogate = 0x80;
-constexpr std::uint32_t kNeverStarted = 1077;
+constexpr std::uint32_t kNotActive = 1062, kNeverStarted = 1077;
 constexpr auto kPause = std::chrono::milliseconds(20);
 constexpr auto kStartLimit = std::chrono::seconds(30);
 
@@ -74,7 +74,7 @@ std::string ErrorWords(std::uint32_t error, const std::string& name) {
             return "there is no service " + name + " on this machine: its executable registers it with -install";
         case 1061:
             return name + " is starting or stopping and takes no controls now";
-        case 1062:
+        case kNotActive:
             return name + " is not running; `zorvctl service start` starts it";
         default:
             return name + " answered with error " + std::to_string(error);
@@ -97,6 +97,15 @@ public:
     void Send(std::uint32_t control) {
         ServiceStatus status{};
         Check(manager_.control_service(control, status));
+    }
+
+    // The service may end before its answer is through.
+    void SendStop() {
+        ServiceStatus status{};
+        const bool sent = manager_.control_service(kStop, status);
+        const std::uint32_t error = platform::last_error();
+        const bool ended = error != kNotActive && Query().state == kStopped;
+        Require(sent || ended, ErrorWords(error, name_));
     }
 
 private:
@@ -203,15 +212,15 @@ void Start(const std::string& name) {
     StartedService started(name, path, log);
     const auto limit = std::chrono::steady_clock::now() + kStartLimit;
     const std::string output = log.empty() ? "" : "; its output goes to " + log;
-    while (!started.HasEnded(status)) {
+    do {
+        Require(std::chrono::steady_clock::now() < limit,
+                name + " has not said within 30 seconds that it is running, and was left alone" + output);
+        std::this_thread::sleep_for(kPause);
         status = service.Query();
         if (status.state == kRunning) {
             return Print(name + " is running" + output + "\n");
         }
-        Require(std::chrono::steady_clock::now() < limit,
-                name + " has not said within 30 seconds that it is running, and was left alone" + output);
-        std::this_thread::sleep_for(kPause);
-    }
+    } while (!started.HasEnded(status));
     const std::string problem = EndWords(name, service.Query(), started, machine.empty() || ReportedBytes() > before);
     throw Failure{(problem.empty() ? name + " has stopped again" : problem) + output};
 }
@@ -219,7 +228,7 @@ void Start(const std::string& name) {
 void Stop(const std::string& name) {
     Service service(name, kMayQuery | kMayStop);
     const RunningService running;
-    service.Send(kStop);
+    service.SendStop();
     ServiceStatus status = service.Query();
     while (status.state == kStopPending) {
         std::this_thread::sleep_for(kPause);
