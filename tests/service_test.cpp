@@ -195,7 +195,8 @@ TEST(ZorvalisService, StartsAndStopsInOrderAlsoWithoutItsTimers) {
     write_text(platform::machine_folder() + "/power.json", R"({"lid": 0, "ac": 1, "display": 1})");
     platform::refuse_pool_items(true);
     ZorvalisService service(kServiceName, true, true, false);
-    Lines lines = Traced([&] {
+    SetSession(4, 1);
+    {
         const Served served(service);
         EXPECT_TRUE(Comes([] { return Control(4) == kDone; }));
         EXPECT_TRUE(Comes([] {
@@ -204,8 +205,9 @@ TEST(ZorvalisService, StartsAndStopsInOrderAlsoWithoutItsTimers) {
         }));
         EXPECT_EQ(Control(14), kDone);
         EXPECT_EQ(Control(1), kDone);
-    });
+    }
     platform::refuse_pool_items(false);
+    Lines lines = TraceLines();
     const auto ours = [](const std::string& line) {
         return !line.starts_with("[ZorvalisService]") && !line.starts_with("Get power") && !line.starts_with("Display");
     };
