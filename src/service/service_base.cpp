@@ -25,12 +25,14 @@ constexpr std::uint32_t kAcceptPowerAndSession = 0xC0;
 constexpr std::uint32_t kAcceptPreshutdown = 0x100;  // in the place of plain shutdown
 
 enum Control : std::uint32_t {
-    kControlStop = 1,
-    kControlPause = 2,
-    kControlContinue = 3,
-    kControlPowerEvent = 13,
-    kControlSessionChange = 14,
-    kControlPreshutdown = 15,
+    SERVICE_CONTROL_STOP = 1,
+    SERVICE_CONTROL_PAUSE = 2,
+    SERVICE_CONTROL_CONTINUE = 3,
+    SERVICE_CONTROL_INTERROGATE = 4,
+    SERVICE_CONTROL_SHUTDOWN = 5,
+    SERVICE_CONTROL_POWEREVENT = 13,
+    SERVICE_CONTROL_SESSIONCHANGE = 14,
+    SERVICE_CONTROL_PRESHUTDOWN = 15,
 };
 
 }  // namespace
@@ -106,7 +108,8 @@ void CServiceBase::ServiceMain(std::uint32_t argc, wchar_t** argv) {
     }
     service.Start(argc, argv);
     // Also after a failed start. The handles are kept by nobody.
-    for (const platform::Guid& setting : {kLidSwitchStateChange, kAcDcPowerSource, kConsoleDisplayState}) {
+    for (const platform::Guid& setting :
+         {GUID_LIDSWITCH_STATE_CHANGE, GUID_ACDC_POWER_SOURCE, GUID_CONSOLE_DISPLAY_STATE}) {
         platform::register_power_setting(service.statusHandle, setting);
     }
 }
@@ -114,22 +117,22 @@ void CServiceBase::ServiceMain(std::uint32_t argc, wchar_t** argv) {
 std::uint32_t CServiceBase::HandleControl(std::uint32_t control, std::uint32_t eventType, void* eventData, void*) {
     CServiceBase& service = *s_service;
     switch (control) {
-        case kControlStop:
+        case SERVICE_CONTROL_STOP:
             service.Stop();
             break;
-        case kControlPause:
+        case SERVICE_CONTROL_PAUSE:
             service.Pause();
             break;
-        case kControlContinue:
+        case SERVICE_CONTROL_CONTINUE:
             service.Continue();
             break;
-        case kControlPowerEvent:
+        case SERVICE_CONTROL_POWEREVENT:
             service.PowerEvent(eventType, eventData);
             break;
-        case kControlSessionChange:
+        case SERVICE_CONTROL_SESSIONCHANGE:
             service.OnSessionChange();
             break;
-        case kControlPreshutdown:
+        case SERVICE_CONTROL_PRESHUTDOWN:
             service.Shutdown();
             break;
         default:

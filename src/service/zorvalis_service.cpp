@@ -76,19 +76,19 @@ void OnDisplay(std::uint32_t data, bool isPowerOnOwed) {
 // False when the change is dropped: the states that come with the registration are none, and until the first pass
 // nobody can tell them from real ones.
 bool OnSettingChange(const platform::PowerSettingChange& change, bool skips, bool isPowerOnOwed) {
-    if (IsSame(change.setting, kLidSwitchStateChange)) {
+    if (IsSame(change.setting, GUID_LIDSWITCH_STATE_CHANGE)) {
         if (skips) {
             LogMessage("Get power on event , skip OnPowerEvent GUID_LIDSWITCH_STATE_CHANGE");
             return false;
         }
         OnLid(change.data);
-    } else if (IsSame(change.setting, kAcDcPowerSource)) {
+    } else if (IsSame(change.setting, GUID_ACDC_POWER_SOURCE)) {
         if (skips) {
             LogMessage("Get power on event , skip OnPowerEvent GUID_ACDC_POWER_SOURCE");
             return false;
         }
         OnPowerSource(change.data);
-    } else if (IsSame(change.setting, kConsoleDisplayState)) {
+    } else if (IsSame(change.setting, GUID_CONSOLE_DISPLAY_STATE)) {
         OnDisplay(change.data, isPowerOnOwed);
     }
     return true;

@@ -1,0 +1,99 @@
+#!/usr/bin/env python3
+"""Lets a machine with a running service live through days, and compares its rows with what the rules give.
+
+    soak.py DAYS       the machine is the one of ZORV_MACHINE
+
+Each day: the passes of the scheduled task, and between them lid, mains, suspend and firmware events. A pass is asked for
+in the machine's own time, by moving its clock to the next start. Collecting goes on every second day from the first
+one on (intervalTimer "1"); thermal and battery every 30 minutes, system information daily.
+"""
+import collections
+import json
+import os
+import subprocess
+import sys
+import time
+
+MACHINE = os.environ["ZORV_MACHINE"]
+LIMITS = {"O": {"Thermal": 97, "Battery_Power": 289, "SysInfo": 2, "UserBehavior": 0},
+          "E": {"Thermal": 109, "Battery_Power": 109, "SysInfo": 0, "UserBehavior": 109},
+          "W": {"Thermal": 25, "Battery_Power": 25, "SysInfo": 0, "UserBehavior": 25}}
+
+
+def zorvctl(*words, check=True):
+    return subprocess.run(["zorvctl", *words], check=check, capture_output=True, text=True).stdout
+
+
+def machine_time():
+    with open(f"{MACHINE}/clock.json", encoding="utf-8") as file:
+        return time.time() + json.load(file).get("offset", 0)
+
+
+def set_time(when):
+    with open(f"{MACHINE}/clock.json.new", "w", encoding="utf-8") as file:
+        json.dump({"offset": when - time.time(), "wait": 0.0001}, file)
+    os.rename(f"{MACHINE}/clock.json.new", f"{MACHINE}/clock.json")
+
+
+def status():
+    pid = subprocess.run(["pgrep", "-f", "zorvalis-agent-service$"], capture_output=True, text=True).stdout.split()
+    for one in pid:
+        with open(f"/proc/{one}/environ", "rb") as file:
+            if f"ZORV_MACHINE={MACHINE}".encode() in file.read().split(b"\0"):
+                with open(f"/proc/{one}/status", encoding="utf-8") as text:
+                    fields = dict(line.split(":", 1) for line in text)
+                return (int(fields["VmRSS"].split()[0]), int(fields["Threads"]), len(os.listdir(f"/proc/{one}/fd")))
+    return None
+
+
+def stored():
+    counts = collections.Counter()
+    for database in json.loads(zorvctl("show", "--json")):
+        name = os.path.basename(database["file"])
+        for table, rows in database["tables"].items():
+            if table in LIMITS["O"]:
+                counts[name[0], name.split("_")[2], table] += len(rows)
+    return counts
+
+
+def main(days):
+    midnight = time.mktime(time.strptime(time.strftime("%Y-%m-%d", time.localtime(machine_time())), "%Y-%m-%d"))
+    start = midnight + 86400 + 60  # the do-job days begin with a whole one
+    expected = collections.Counter()
+
+    def expect(letter, month, tables):
+        for table in tables:
+            if expected[letter, month, table] < LIMITS[letter][table]:
+                expected[letter, month, table] += 1
+
+    first = None
+    for day in range(days):
+        due = {"Thermal": None, "Battery_Power": None, "SysInfo": None}
+        for minute in range(0, 1440, 5):
+            now = start + day * 86400 + minute * 60
+            set_time(now)
+            month = time.strftime("%Y%m", time.localtime(now))
+            subprocess.run(["zorvalis-agent-service", "-j0"], check=True)
+            if day % 2 == 0:
+                for table, period in (("Thermal", 1800), ("Battery_Power", 1800), ("SysInfo", 86400)):
+                    if due[table] is None or now - due[table] >= period:
+                        due[table] = now
+                        expect("O", month, [table])
+            if minute % 240 == 120:
+                for words in (("lid", "close"), ("lid", "open"), ("ac", "out"), ("ac", "in"), ("suspend",), ("resume",)):
+                    zorvctl("event", *words)
+                    if day % 2 == 0:
+                        expect("E", month, ["Thermal", "Battery_Power", "UserBehavior"])
+        if first is None:
+            first = status()
+    last = status()
+    found = stored()
+    wrong = {key: (found[key], expected[key]) for key in set(found) | set(expected) if found[key] != expected[key]}
+    print(f"{days} days, {sum(found.values())} rows; the service after the first and the last day: "
+          f"{first[0]} and {last[0]} KiB, {first[1]} and {last[1]} threads, {first[2]} and {last[2]} descriptors")
+    for key, (is_there, should_be) in sorted(wrong.items()):
+        print(f"  {key[0]} {key[1]} {key[2]}: {is_there} rows, {should_be} by the rules")
+    sys.exit(1 if wrong else 0)
+
+
+main(int(sys.argv[1]))
