@@ -4,8 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <sstream>
 #include <stdexcept>
@@ -27,6 +30,8 @@
 
 namespace zorvalis {
 namespace {
+
+namespace fs = std::filesystem;
 
 using Lines = std::vector<std::string>;
 
@@ -387,6 +392,53 @@ TEST_F(RunningService, RecordsHardwareEventsBesideAPass) {
     EXPECT_EQ(Power(L"SKIP_ONPOWEREVENT"), L"0");
     EXPECT_EQ(Change(kLid, 0), kDone);
     EXPECT_EQ(Triggers(), "17 ");
+}
+
+// Memory in KiB, threads, descriptors.
+std::array<std::size_t, 3> Held(pid_t process) {
+    const std::string folder = "/proc/" + std::to_string(process);
+    std::size_t memory = 0;
+    std::ifstream status(folder + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with("VmRSS:")) {
+            memory = std::stoul(line.substr(6));
+        }
+    }
+    const auto count = [](const std::string& path) {
+        return static_cast<std::size_t>(std::distance(fs::directory_iterator(path), fs::directory_iterator()));
+    };
+    return {memory, count(folder + "/task"), count(folder + "/fd")};
+}
+
+TEST_F(RunningService, GrowsThroughNoStormAndStoresWhatTheLimitsAllow) {
+    platform::LineClient client;
+    ASSERT_TRUE(client.open("run/control", 60));
+    const auto storm = [&](std::initializer_list<Json> controls, int rounds) {
+        std::string answer;
+        for (int round = 0; round < rounds; ++round) {
+            for (const Json& control : controls) {
+                ASSERT_TRUE(client.send(DumpJson(control)) && client.receive(answer));
+                ASSERT_EQ(answer, kDone);
+            }
+            Power(L"Storm", static_cast<std::uint32_t>(round));  // wakes the reload loop and the receiver
+        }
+    };
+    const auto change = [](const char* setting, int data) {
+        return Json{{"control", 13}, {"event", 0x8013}, {"setting", setting}, {"data", data}};
+    };
+    fs::remove(platform::machine_folder() + "/trace.json");
+    storm({change(kDisplay, 2), change(kLid, 0), change(kSource, 1), Json{{"control", 4}}}, 100);
+    const auto before = Held(client.process());
+    storm({change(kDisplay, 2), change(kLid, 0), change(kSource, 1), Json{{"control", 4}}}, 2500);
+    const auto after = Held(client.process());
+    EXPECT_LT(after[0], before[0] + 1024) << "KiB";
+    EXPECT_LE(after[1], before[1] + 1) << "threads";
+    EXPECT_LE(after[2], before[2] + 2) << "descriptors";
+    EXPECT_EQ(machine.stored(), "");
+    Power(L"SKIP_ONPOWEREVENT", 0);
+    storm({change(kLid, 0)}, 115);
+    EXPECT_EQ(machine.stored(), "E Thermal 109, E Battery_Power 109, E UserBehavior 109");
+    EXPECT_LE(Held(client.process())[2], before[2] + 2);
 }
 
 TEST(Administration, InstallsAndRemovesTheServiceAndItsTasks) {

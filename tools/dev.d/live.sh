@@ -66,5 +66,29 @@ soak() {
     case $days in "" | *[!0-9]*) fail "soak for how many days? $days is no number" ;; esac
     start_service "$PWD/build/soak" 0.0001
     rm -f "$ZORV_MACHINE/trace.json"
-    python3 tools/dev.d/soak.py "$days"
+    python3 tools/dev.d/soak.py "$days" "$(service_process)"
+}
+
+# The number of the service's process on this machine.
+service_process() {
+    local folder
+    for folder in /proc/[0-9]*; do
+        [ "$(readlink "$folder/exe")" = "$PWD/build/linux-release/bin/zorvalis-agent-service" ] || continue
+        ! grep -qz "^ZORV_MACHINE=$ZORV_MACHINE\$" "$folder/environ" || printf '%s\n' "${folder#/proc/}"
+    done 2>/dev/null
+}
+
+# What a running service takes while nothing happens, over a minute.
+idle() {
+    local process before after memory
+    start_service "$PWD/build/idle" 0.001
+    rm -f "$ZORV_MACHINE/trace.json"
+    sleep 5  # its two minutes are over
+    process=$(service_process)
+    before=$(awk '{print $14 + $15}' "/proc/$process/stat")
+    sleep 60
+    after=$(awk '{print $14 + $15}' "/proc/$process/stat")
+    memory=$(awk '/^VmRSS/ {print $2}' "/proc/$process/status")
+    say "idle: $(((after - before) * 10)) ms of processor time in a minute, $memory KiB"
+    [ "$after" -eq "$before" ] && [ "$memory" -lt 8192 ]
 }

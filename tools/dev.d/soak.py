@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Lets a machine with a running service live through days, and compares its rows with what the rules give.
 
-    soak.py DAYS       the machine is the one of ZORV_MACHINE
+    soak.py DAYS PROCESS       of the service; the machine is the one of ZORV_MACHINE
 
 Each day: the passes of the scheduled task, and between them lid, mains, suspend and firmware events. A pass is asked for
 in the machine's own time, by moving its clock to the next start. Collecting goes on every second day from the first
@@ -35,15 +35,11 @@ def set_time(when):
     os.rename(f"{MACHINE}/clock.json.new", f"{MACHINE}/clock.json")
 
 
-def status():
-    pid = subprocess.run(["pgrep", "-f", "zorvalis-agent-service$"], capture_output=True, text=True).stdout.split()
-    for one in pid:
-        with open(f"/proc/{one}/environ", "rb") as file:
-            if f"ZORV_MACHINE={MACHINE}".encode() in file.read().split(b"\0"):
-                with open(f"/proc/{one}/status", encoding="utf-8") as text:
-                    fields = dict(line.split(":", 1) for line in text)
-                return (int(fields["VmRSS"].split()[0]), int(fields["Threads"]), len(os.listdir(f"/proc/{one}/fd")))
-    return None
+def held(process):
+    """KiB of memory, threads, descriptors."""
+    with open(f"/proc/{process}/status", encoding="utf-8") as text:
+        fields = dict(line.split(":", 1) for line in text)
+    return int(fields["VmRSS"].split()[0]), int(fields["Threads"]), len(os.listdir(f"/proc/{process}/fd"))
 
 
 def stored():
@@ -56,7 +52,7 @@ def stored():
     return counts
 
 
-def main(days):
+def main(days, process):
     midnight = time.mktime(time.strptime(time.strftime("%Y-%m-%d", time.localtime(machine_time())), "%Y-%m-%d"))
     start = midnight + 86400 + 60  # the do-job days begin with a whole one
     expected = collections.Counter()
@@ -85,8 +81,8 @@ def main(days):
                     if day % 2 == 0:
                         expect("E", month, ["Thermal", "Battery_Power", "UserBehavior"])
         if first is None:
-            first = status()
-    last = status()
+            first = held(process)
+    last = held(process)
     found = stored()
     wrong = {key: (found[key], expected[key]) for key in set(found) | set(expected) if found[key] != expected[key]}
     print(f"{days} days, {sum(found.values())} rows; the service after the first and the last day: "
@@ -96,4 +92,4 @@ def main(days):
     sys.exit(1 if wrong else 0)
 
 
-main(int(sys.argv[1]))
+main(int(sys.argv[1]), sys.argv[2])
