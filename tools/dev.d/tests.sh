@@ -79,7 +79,7 @@ test_linux() {
     step check ./dev check || failed=$((failed + 1))
     test_side linux-debug
     test_side linux-asan "${steady[@]}" env ASAN_OPTIONS="$report" UBSAN_OPTIONS="$report:print_stacktrace=1"
-    test_side linux-tsan "${steady[@]}" env TSAN_OPTIONS="$report"
+    test_side linux-tsan "${steady[@]}" env TSAN_OPTIONS="$report:suppressions=$PWD/tools/dev.d/tsan.supp"
 }
 
 # A prefix of our own, made once and copied for each run, so that every run starts on the same machine.
