@@ -32,11 +32,10 @@ bool DeleteRegKey(RegistryRoot root, std::wstring key) {
 
 void WaitRegKeyChange(RegistryRoot root, std::wstring key) {
     platform::RegistryWatch watch;
-    if (!watch.arm(root, key)) {
-        return;
+    if (watch.arm(root, key)) {
+        std::printf("Waiting for a change in the specified key...\n");
+        std::fflush(stdout);
     }
-    std::printf("Waiting for a change in the specified key...\n");
-    std::fflush(stdout);
     watch.wait();
 }
 

@@ -30,8 +30,8 @@ bool WriteRegDword(RegistryRoot root, std::wstring key, std::wstring value, std:
 bool DeleteRegValue(RegistryRoot root, std::wstring key, std::wstring value);
 bool DeleteRegKey(RegistryRoot root, std::wstring key);
 
-// Returns after a change of the key or of anything below it; at once when the key cannot be opened, so that a caller
-// in a loop spins for as long as that lasts.
+// Returns after a change of the key or of anything below it. When the key cannot be opened it returns at once, so that
+// a caller in a loop spins for as long as that lasts; on the stand-in machine it takes a second then.
 void WaitRegKeyChange(RegistryRoot root, std::wstring key);
 
 }  // namespace zorvalis

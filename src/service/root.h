@@ -2,6 +2,9 @@
 // log in words, and the process goes on.
 #pragma once
 
+#include <array>
+#include <cstdint>
+#include <cstdio>
 #include <exception>
 
 #include "common/log.h"
@@ -9,7 +12,7 @@
 
 namespace zorvalis {
 
-inline void ReportEarlyEnd(const char* name, const std::string& why) noexcept {
+inline void ReportEarlyEnd(const char* name, const char* why) noexcept {
     try {
         ReportServiceEvent((WidenBytes(name) + L" ended early" + WidenBytes(why)).c_str(), kWarning);
     } catch (...) {  // there is no memory for the words
@@ -21,7 +24,13 @@ void AtRoot(const char* name, Call call) noexcept {
     try {
         call();
     } catch (const std::exception& error) {
-        ReportEarlyEnd(name, std::string(": ") + error.what());
+        std::array<char, 200> why{};
+        std::snprintf(why.data(), why.size(), ": %s", error.what());
+        ReportEarlyEnd(name, why.data());
+    } catch (std::uint32_t error) {  // one of the system's
+        std::array<char, 20> why{};
+        std::snprintf(why.data(), why.size(), ": 0x%08lx", static_cast<unsigned long>(error));
+        ReportEarlyEnd(name, why.data());
     } catch (...) {
         ReportEarlyEnd(name, "");
     }

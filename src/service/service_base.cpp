@@ -39,6 +39,7 @@ enum Control : std::uint32_t {
 
 std::atomic<CServiceBase*> CServiceBase::s_service{nullptr};
 std::atomic<std::uint32_t> CServiceBase::checkPoint{1};
+std::atomic<platform::ServiceStatusHandle> CServiceBase::s_statusHandle{0};
 
 CServiceBase::CServiceBase(const wchar_t* serviceName, bool canStop, bool canShutdown, bool canPauseContinue)
     : name(serviceName != nullptr ? serviceName : L"") {
@@ -54,10 +55,10 @@ CServiceBase::~CServiceBase() {
     if (eventProvider != 0) {
         platform::unregister_event_provider(eventProvider);
     }
-    const CServiceBase* const service = s_service;
-    if (service != nullptr && service->statusHandle != 0) {
+    const platform::ServiceStatusHandle handle = s_statusHandle;
+    if (s_service != nullptr && handle != 0) {
         // Of every instance, also a pass's or a timer's own; and it is the status handle, which no registration gave.
-        platform::unregister_power_setting(service->statusHandle);
+        platform::unregister_power_setting(handle);
     }
     CServiceBase* self = this;
     s_service.compare_exchange_strong(self, nullptr);
@@ -95,7 +96,7 @@ bool CServiceBase::Run(CServiceBase& service) {
 void CServiceBase::ServiceMain(std::uint32_t argc, wchar_t** argv) {
     assert(s_service != NULL);
     CServiceBase& service = *s_service;
-    service.statusHandle = platform::register_service_handler(
+    const platform::ServiceStatusHandle handle = platform::register_service_handler(
         service.name,
         [](std::uint32_t control, std::uint32_t eventType, void* eventData, void* context) {
             std::uint32_t result = 0;
@@ -103,14 +104,15 @@ void CServiceBase::ServiceMain(std::uint32_t argc, wchar_t** argv) {
             return result;
         },
         nullptr);
-    if (service.statusHandle == 0) {
+    service.statusHandle = s_statusHandle = handle;
+    if (handle == 0) {
         throw ServiceError{platform::last_error()};
     }
     service.Start(argc, argv);
-    // Also after a failed start. The handles are kept by nobody.
+    // Also after a failed start, when the service itself may be gone. The handles are kept by nobody.
     for (const platform::Guid& setting :
          {GUID_LIDSWITCH_STATE_CHANGE, GUID_ACDC_POWER_SOURCE, GUID_CONSOLE_DISPLAY_STATE}) {
-        platform::register_power_setting(service.statusHandle, setting);
+        platform::register_power_setting(handle, setting);
     }
 }
 

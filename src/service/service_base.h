@@ -61,6 +61,7 @@ private:
 
     static std::atomic<CServiceBase*> s_service;
     static std::atomic<std::uint32_t> checkPoint;
+    static std::atomic<platform::ServiceStatusHandle> s_statusHandle;  // of s_service, which may be gone
 
     const wchar_t* name;
     struct {

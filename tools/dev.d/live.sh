@@ -13,7 +13,7 @@ start_service() {
     printf '{"lid": 1, "ac": 0, "display": 1}\n' >"$ZORV_MACHINE/power.json"
     zorvalis-agent-service -install
     zorvctl service start || fail "the service does not start"
-    at_exit "zorvctl service stop >/dev/null || true"
+    at_exit "zorvctl service stop >/dev/null 2>&1 || true"
 }
 
 new_rows() {

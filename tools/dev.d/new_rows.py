@@ -20,7 +20,7 @@ def main(state):
         with open(state, encoding="utf-8") as file:
             seen = json.load(file)
     fresh = []
-    for database in json.load(sys.stdin):
+    for database in json.loads(sys.stdin.read() or "[]"):  # nothing, before the first file
         name = os.path.basename(database["file"])
         for table, rows in database["tables"].items():
             if table not in SHOWN:
