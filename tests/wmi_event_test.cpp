@@ -91,6 +91,7 @@ TEST_F(WmiEvents, CollectForTwoNumbersAndOnlyThroughTheGates) {
         {"never asked", 154, "", L"154", [](Notebook&) { RemoveValue(L"MainSwitch"); }},
         {"neither on nor off", 154, "", L"154", [](Notebook&) { SetValue(L"MainSwitch", L"2"); }},
         {"over", 154, "", L"0", [](Notebook& it) { it.change_setting(R"({"totalCollectTime": "0"})"); }},
+        {"no number", 154, "", L"0", [](Notebook& it) { it.change_setting(R"({"totalCollectTime": "ever"})"); }},
         {"not today", 154, "", L"0",
          [](Notebook&) { SetValue(L"lastDojobTime", std::to_wstring(platform::now_seconds() - 90000)); }},
     };
@@ -105,6 +106,8 @@ TEST_F(WmiEvents, CollectForTwoNumbersAndOnlyThroughTheGates) {
             ExpectEventLog(
                 {one.number == 154 ? " [WmiEventManager] WMI 1 ( DGPU )" : " [WmiEventManager] WMI 2 ( connector )"});
             EXPECT_EQ(fresh.row("W", "SELECT freq FROM UserBehavior"), one.number == 154 ? "23" : "24");
+        } else if (std::string(one.name) == "no number") {
+            ExpectEventLog({"waitForWmiEvent ended early: invalid stoi argument"});
         } else {
             ExpectEventLog({});
         }

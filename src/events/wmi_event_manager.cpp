@@ -4,6 +4,7 @@
 
 #include "common/log.h"
 #include "common/registry.h"
+#include "common/root.h"
 #include "jobs/job_manager.h"
 #include "jobs/schedule_predicates.h"
 #include "platform/clock.h"
@@ -110,7 +111,8 @@ void WmiEventManager::waitForWmiEvent(EventSink&) {
         return;
     }
     LogMessage("[WmiEventManager][waitForWmiEvent] WMI event need to collect!!");
-    CollectIfDue(number);
+    // A setting or a registry text that holds no number does not end the receiver: the next one may be sound.
+    AtRoot("waitForWmiEvent", [&] { CollectIfDue(number); });
     SettleEvent();
 }
 

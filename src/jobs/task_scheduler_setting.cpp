@@ -64,9 +64,8 @@ void DisableIfNamed(TaskScheduler& task, std::int32_t index, const std::wstring&
         return;
     }
     std::wstring name;
-    const TaskScheduler::Status status = task.get_task_name(name);
-    if (status < 0) {
-        LogMessage("[TaskSchedulerSetting] Cannot get the registered task name:" + std::to_string(status));
+    if (task.get_task_name(name) < 0) {
+        LogMessage("[TaskSchedulerSetting] Cannot get the registered task name:");
         return;
     }
     std::int32_t state = 0;
@@ -99,27 +98,29 @@ std::wstring StartBoundary(int startTomorrow) {
 void TaskSchedulerSetting::SetSpecificTimeTriggerTmer(std::wstring taskName, std::wstring repetitionInterval,
                                                       std::wstring executionTimeLimit, std::wstring arguments,
                                                       int startTomorrow) {
-    TaskScheduler task;
-    Steps steps(L" SetSpecificTimeTriggerTmer ");
-    const TaskScheduler::Status entered = task.enter();
-    if (!steps.Done(entered, L"CoInitializeEx failed:. Error code = ")) {
-        std::printf("SetSpecificTimeTriggerTmer CoInitializeEx failed:. Error code = 0x%x\n",
-                    static_cast<unsigned>(entered));
-        return;
+    const auto visit = [&] {
+        TaskScheduler task;
+        Steps steps(L" SetSpecificTimeTriggerTmer ");
+        const TaskScheduler::Status entered = task.enter();
+        if (!steps.Done(entered, L"CoInitializeEx failed:. Error code = ")) {
+            std::printf("SetSpecificTimeTriggerTmer CoInitializeEx failed:. Error code = 0x%x",
+                        static_cast<unsigned>(entered));
+            return false;
+        }
+        std::array<wchar_t, 260> path{};
+        platform::module_file_name(path.data(), static_cast<int>(path.size()));
+        return steps.Done(task.create_service(), L"Failed to create an instance of ITaskService:") &&
+               steps.Done(task.connect(), L"ITaskService::Connect failed:") &&
+               steps.Done(task.get_root_folder(), L"Cannot get Root folder pointer:") &&
+               steps.Done(task.new_task(), L"Failed to CoCreate an instance of the TaskService class:") &&
+               FillDefinition(task, steps, repetitionInterval, executionTimeLimit, startTomorrow) &&
+               SetAction(task, path.data(), arguments) == 0 &&
+               steps.Done(task.register_task(taskName.c_str(), kCreateOrUpdate, L"SYSTEM", kGroupLogon, L""),
+                          L"Error saving the Task:");
+    };
+    if (visit()) {  // everything is released by now
+        LogMessage("SetSpecificTimeTriggerTmer OK >>>>>>>>>>>>>>>>>>>>>>>>>>>>>>>>>");
     }
-    std::array<wchar_t, 260> path{};
-    platform::module_file_name(path.data(), static_cast<int>(path.size()));
-    if (!steps.Done(task.create_service(), L"Failed to create an instance of ITaskService:") ||
-        !steps.Done(task.connect(), L"ITaskService::Connect failed:") ||
-        !steps.Done(task.get_root_folder(), L"Cannot get Root folder pointer:") ||
-        !steps.Done(task.new_task(), L"Failed to CoCreate an instance of the TaskService class:") ||
-        !FillDefinition(task, steps, repetitionInterval, executionTimeLimit, startTomorrow) ||
-        SetAction(task, path.data(), arguments) != 0 ||
-        !steps.Done(task.register_task(taskName.c_str(), kCreateOrUpdate, L"SYSTEM", kGroupLogon, L""),
-                    L"Error saving the Task:")) {
-        return;
-    }
-    LogMessage("SetSpecificTimeTriggerTmer OK >>>>>>>>>>>>>>>>>>>>>>>>>>>>>>>>>");
 }
 
 int TaskSchedulerSetting::SetAction(platform::TaskScheduler& definition, std::wstring path, std::wstring arguments) {

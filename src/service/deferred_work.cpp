@@ -3,9 +3,9 @@
 
 #include "common/log.h"
 #include "common/registry.h"
+#include "common/root.h"
 #include "events/wmi_event_manager.h"
 #include "jobs/job_manager.h"
-#include "service/root.h"
 #include "service/service_install.h"
 
 namespace zorvalis {

@@ -4,11 +4,11 @@
 #include <cstdio>
 #include <cwctype>
 
+#include "common/root.h"
 #include "jobs/task_scheduler_setting.h"
 #include "platform/entry.h"
 #include "platform/error.h"
 #include "service/passes.h"
-#include "service/root.h"
 #include "service/service_install.h"
 #include "service/zorvalis_service.h"
 

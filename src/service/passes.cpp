@@ -2,11 +2,11 @@
 
 #include "common/log.h"
 #include "common/registry.h"
+#include "common/root.h"
 #include "jobs/job_manager.h"
 #include "jobs/product_activation.h"
 #include "jobs/schedule_predicates.h"
 #include "platform/clock.h"
-#include "service/root.h"
 #include "service/service_install.h"
 #include "service/zorvalis_service.h"
 

@@ -5,10 +5,10 @@
 #include <cstdio>
 #include <cwchar>
 
+#include "common/root.h"
 #include "platform/error.h"
 #include "platform/event_provider.h"
 #include "service/power_settings.h"
-#include "service/root.h"
 
 namespace zorvalis {
 namespace {

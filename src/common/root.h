@@ -1,5 +1,5 @@
-// Where a thread of the system enters the service: nothing leaves. An error that nobody has caught goes to the event
-// log in words, and the process goes on.
+// Where nothing may leave: at the root of a thread that the system runs, and in loops that outlive what fails in them.
+// An error that nobody has caught goes to the event log in words, and the process goes on.
 #pragma once
 
 #include <array>
