@@ -119,7 +119,7 @@ TEST_F(TaskRunner, LeavesOutAStartWhileThePassRunsAndKillsItAtItsLimit) {
         echo "{\"offset\": $((offset + 300))}" >clock.new && mv clock.new clock.json
         until grep -q 'left out' told; do sleep 0.01; done
         exec sleep 1000)",
-            R"({"executionTimeLimit": "PT1S"})");
+            R"({"executionTimeLimit": "PT2S"})");
     EXPECT_EQ(Run("run --for 9m --skip-waits --quiet"), 0);
     ExpectTold("slow: still runs, so the start of 2030-01-02 10:10:00 is left out\n");
     ExpectTold("slow: was killed at its execution time limit");
@@ -152,9 +152,9 @@ TEST_F(TaskRunner, WaitsForARegistrationAndLetsTheClockFlow) {
     AddTask("pass", "echo >>passes", R"({"enabled": false})");
     const std::string enable =
         "(until grep -q disabled told; do sleep 0.01; done; sed -i s/false/true/ tasks/pass.json)";
-    EXPECT_EQ(Run("run --speed 10000 --for 30m", "cd " + folder_ + "; echo >told; " + enable + " & "), 0);
-    ExpectTold("pass: next start 2030-01-02 10:");
-    EXPECT_GE(Lines("passes"), 1U);
+    EXPECT_EQ(Run("run --speed 10000 --once", "cd " + folder_ + "; echo >told; " + enable + " & "), 0);
+    ExpectTold("pass: next start 2030-01-");
+    EXPECT_EQ(Lines("passes"), 1U);
     for (const char* wrong : {"--for 5x", "--for h", "--until noon", "--until 2030-13-01", "--speed 0",
                               "--once --for 1h --until 2031-01-01"}) {
         EXPECT_EQ(Run(std::string("run ") + wrong), 2) << wrong;
