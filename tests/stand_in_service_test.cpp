@@ -168,7 +168,6 @@ TEST(StandInService, IsHeldUpByNoClientThatHangs) {
     for (const int client : crowd) {
         ::close(client);
     }
-    // The last line needs no line end.
     ::close(half);
     ::close(deaf);
 }
