@@ -435,7 +435,9 @@ TEST_F(RunningService, GrowsThroughNoStormAndStoresWhatTheLimitsAllow) {
     const auto before = Held(client.process());
     storm({change(kDisplay, 2), change(kLid, 0), change(kSource, 1), Json{{"control", 4}}}, 2500);
     const auto after = Held(client.process());
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // which keep what is freed
     EXPECT_LT(after[0], before[0] + 1024) << "KiB";
+#endif
     EXPECT_LE(after[1], before[1] + 1) << "threads";
     EXPECT_LE(after[2], before[2] + 4) << "descriptors, of which a wait for the registry takes some";
     EXPECT_EQ(machine.stored(), "");
