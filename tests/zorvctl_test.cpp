@@ -30,7 +30,12 @@ struct Result {
 
 Result run(const TestMachine& machine, const std::string& arguments) {
     const std::string output = machine.bin_folder() + "output", errors = machine.bin_folder() + "errors";
-    const std::string command = "\"" + built("zorvctl") + "\" >\"" + output + "\" 2>\"" + errors + "\" " + arguments;
+#ifdef _WIN32
+    const std::string tool = built("zorvctl.exe");  // a shell that tries endings does not always find it
+#else
+    const std::string tool = built("zorvctl");
+#endif
+    const std::string command = "\"" + tool + "\" >\"" + output + "\" 2>\"" + errors + "\" " + arguments;
 #ifdef _WIN32
     const int code = std::system(("\"" + command + "\"").c_str());
 #else
