@@ -129,7 +129,12 @@ TEST_F(ScheduledTask, IsNotRegisteredWhenAStepFails) {
     std::vector<std::string> events;
     for (const auto& [step, words] : steps) {
         platform::fail_step(step, -2147024891);
+        testing::internal::CaptureStdout();
         Do(L"jobCreateTaskScheduler");
+        EXPECT_EQ(testing::internal::GetCapturedStdout(),
+                  std::string(step) == "enter"
+                      ? "SetSpecificTimeTriggerTmer CoInitializeEx failed:. Error code = 0x80070005"
+                      : "");
         EXPECT_EQ(Text(), "") << step;
         events.push_back(std::string(words) + "-2147024891");
     }

@@ -10,6 +10,8 @@ struct Guid {
     std::uint16_t data2;
     std::uint16_t data3;
     std::uint8_t data4[8];
+
+    bool operator==(const Guid&) const = default;
 };
 
 }  // namespace platform

@@ -16,24 +16,12 @@ namespace {
 constexpr platform::Guid kEventProvider = {
     0xBE2E880E, 0xF79F, 0x4C30, {0x9C, 0x95, 0x09, 0xF0, 0x03, 0xA0, 0xA7, 0xEA}};
 
-constexpr std::uint32_t kOwnProcess = 0x10;
 constexpr std::uint8_t kErrorLevel = 2;
 
 constexpr std::uint32_t kAcceptStop = 1;
 constexpr std::uint32_t kAcceptPauseContinue = 2;
 constexpr std::uint32_t kAcceptPowerAndSession = 0xC0;
 constexpr std::uint32_t kAcceptPreshutdown = 0x100;  // in the place of plain shutdown
-
-enum Control : std::uint32_t {
-    SERVICE_CONTROL_STOP = 1,
-    SERVICE_CONTROL_PAUSE = 2,
-    SERVICE_CONTROL_CONTINUE = 3,
-    SERVICE_CONTROL_INTERROGATE = 4,
-    SERVICE_CONTROL_SHUTDOWN = 5,
-    SERVICE_CONTROL_POWEREVENT = 13,
-    SERVICE_CONTROL_SESSIONCHANGE = 14,
-    SERVICE_CONTROL_PRESHUTDOWN = 15,
-};
 
 }  // namespace
 

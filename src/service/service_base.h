@@ -13,6 +13,8 @@ namespace zorvalis {
 // What a virtual operation throws for a system's error; anything else that leaves one counts as unknown.
 using ServiceError = std::uint32_t;
 
+constexpr std::uint32_t kOwnProcess = 0x10;  // the type of service
+
 enum ServiceState : std::uint32_t {
     kStopped = 1,
     kStartPending = 2,
@@ -21,6 +23,17 @@ enum ServiceState : std::uint32_t {
     kContinuePending = 5,
     kPausePending = 6,
     kPaused = 7,
+};
+
+enum ServiceControl : std::uint32_t {
+    SERVICE_CONTROL_STOP = 1,
+    SERVICE_CONTROL_PAUSE = 2,
+    SERVICE_CONTROL_CONTINUE = 3,
+    SERVICE_CONTROL_INTERROGATE = 4,
+    SERVICE_CONTROL_SHUTDOWN = 5,
+    SERVICE_CONTROL_POWEREVENT = 13,
+    SERVICE_CONTROL_SESSIONCHANGE = 14,
+    SERVICE_CONTROL_PRESHUTDOWN = 15,
 };
 
 class CServiceBase {

@@ -8,6 +8,7 @@
 #include "platform/error.h"
 #include "platform/module.h"
 #include "platform/service_manager.h"
+#include "service/service_base.h"
 
 namespace zorvalis {
 namespace {
@@ -16,11 +17,7 @@ constexpr std::uint32_t kConnect = 1;
 constexpr std::uint32_t kConnectAndCreate = 3;
 constexpr std::uint32_t kQueryStatus = 4;
 constexpr std::uint32_t kStopQueryDelete = 0x10024;
-constexpr std::uint32_t kOwnProcess = 0x10;
 constexpr std::uint32_t kNormalErrorControl = 1;
-constexpr std::uint32_t kControlStop = 1;
-constexpr std::uint32_t kStoppedState = 1;
-constexpr std::uint32_t kStopPendingState = 3;
 
 void PrintFailure(const char* call) {
     std::printf("%s failed w/err 0x%08lx\n", call, static_cast<unsigned long>(platform::last_error()));
@@ -33,17 +30,17 @@ void PrintNow(const char* text) {
 
 void StopAndWait(platform::ServiceManager& manager, const char* name) {
     platform::ServiceStatus status{};
-    if (!manager.control_service(kControlStop, status)) {
+    if (!manager.control_service(SERVICE_CONTROL_STOP, status)) {
         return;
     }
     std::printf("Stopping %s.", name);
     std::fflush(stdout);
     platform::sleep_milliseconds(1000);
-    while (manager.query_service(status) && status.state == kStopPendingState) {  // with no upper limit
+    while (manager.query_service(status) && status.state == kStopPending) {  // with no upper limit
         PrintNow(".");
         platform::sleep_milliseconds(1000);
     }
-    std::printf(status.state == kStoppedState ? "\n%s is stopped.\n" : "\n%s failed to stop.\n", name);
+    std::printf(status.state == kStopped ? "\n%s is stopped.\n" : "\n%s failed to stop.\n", name);
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 #include "service/zorvalis_service.h"
 
 #include <array>
-#include <cstring>
 #include <string>
 
 #include "common/device_identity.h"
@@ -30,10 +29,6 @@ platform::PoolTimer* StartTimer(platform::PoolCallback callback) {
         platform::start_pool_timer(timer, kDelay);
     }
     return timer;
-}
-
-bool IsSame(const platform::Guid& a, const platform::Guid& b) {
-    return std::memcmp(&a, &b, sizeof a) == 0;
 }
 
 void Collect(const wchar_t* action, JobTrigger trigger) {
@@ -76,19 +71,19 @@ void OnDisplay(std::uint32_t data, bool isPowerOnOwed) {
 // False when the change is dropped: the states that come with the registration are none, and until the first pass
 // nobody can tell them from real ones.
 bool OnSettingChange(const platform::PowerSettingChange& change, bool skips, bool isPowerOnOwed) {
-    if (IsSame(change.setting, GUID_LIDSWITCH_STATE_CHANGE)) {
+    if (change.setting == GUID_LIDSWITCH_STATE_CHANGE) {
         if (skips) {
             LogMessage("Get power on event , skip OnPowerEvent GUID_LIDSWITCH_STATE_CHANGE");
             return false;
         }
         OnLid(change.data);
-    } else if (IsSame(change.setting, GUID_ACDC_POWER_SOURCE)) {
+    } else if (change.setting == GUID_ACDC_POWER_SOURCE) {
         if (skips) {
             LogMessage("Get power on event , skip OnPowerEvent GUID_ACDC_POWER_SOURCE");
             return false;
         }
         OnPowerSource(change.data);
-    } else if (IsSame(change.setting, GUID_CONSOLE_DISPLAY_STATE)) {
+    } else if (change.setting == GUID_CONSOLE_DISPLAY_STATE) {
         OnDisplay(change.data, isPowerOnOwed);
     }
     return true;

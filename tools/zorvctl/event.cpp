@@ -11,6 +11,7 @@
 #include "output.h"
 #include "platform/files.h"
 #include "platform/linux/power_settings.h"
+#include "platform/linux/service_control.h"
 #include "service_process.h"
 
 namespace zorvalis {
@@ -18,14 +19,12 @@ namespace zorvalis {
 namespace {
 
 constexpr char kOnWindows[] = "the machine is the real one, and what happens to it happens";
-constexpr char kControlSocket[] = "run/control";
-constexpr int kPowerEvent = 13;  // the control
-constexpr int kSuspend = 4, kResume = 7, kSettingChange = 0x8013;
+constexpr int kSuspend = 4, kResume = 7;
 
 // Why the service has not taken the event; empty when it has.
 std::string Deliver(const Json& control) {
     std::string text;
-    if (!SendToMachine(kControlSocket, DumpJson(control), &text)) {
+    if (!SendToMachine(platform::kControlSocket, DumpJson(control), &text)) {
         return "no service is running";
     }
     const Json answer = text.empty() ? Json() : ParseJson(text);
@@ -41,7 +40,7 @@ std::string Deliver(const Json& control) {
 
 void Sleep(int event) {
     StandInMachine(kOnWindows);
-    const std::string problem = Deliver({{"control", kPowerEvent}, {"event", event}});
+    const std::string problem = Deliver({{"control", platform::kControlPowerEvent}, {"event", event}});
     Require(problem.empty(), problem);
 }
 
@@ -61,8 +60,10 @@ void KeepState(const std::string& path, const std::string& setting, std::uint32_
 // The state is the machine's, whether or not the service hears of it.
 void Change(const platform::PowerSettingName& setting, std::uint32_t state) {
     KeepState(StandInMachine(kOnWindows) + "/" + platform::kPowerFile, setting.name, state);
-    const std::string problem =
-        Deliver({{"control", kPowerEvent}, {"event", kSettingChange}, {"setting", setting.guid}, {"data", state}});
+    const std::string problem = Deliver({{"control", platform::kControlPowerEvent},
+                                         {"event", platform::kPowerSettingChange},
+                                         {"setting", setting.guid},
+                                         {"data", state}});
     if (!problem.empty()) {
         Complain("the machine keeps the new state, but " + problem);
     }

@@ -13,8 +13,10 @@
 #include "common/text.h"
 #include "output.h"
 #include "platform/error.h"
+#include "platform/linux/service_control.h"
 #include "platform/machine.h"
 #include "platform/service_manager.h"
+#include "service/service_base.h"
 #include "service_process.h"
 
 namespace zorvalis {
@@ -23,10 +25,7 @@ namespace {
 
 using platform::ServiceStatus;
 
-constexpr std::uint32_t kStopped = 1, kStopPending = 3, kRunning = 4;
-constexpr std::uint32_t kStop = 1, kInterrogate = 4;
 constexpr std::uint32_t kMayConnect = 1, kMayQuery = 4, kMayStop = 0x20, kMayInterrogate = 0x80;
-constexpr std::uint32_t kNotActive = 1062, kNeverStarted = 1077;
 constexpr auto kPause = std::chrono::milliseconds(20);
 constexpr auto kStartLimit = std::chrono::seconds(30);
 
@@ -64,17 +63,17 @@ std::string AcceptedWords(std::uint32_t accepted) {
 
 std::string ErrorWords(std::uint32_t error, const std::string& name) {
     switch (error) {
-        case 5:
+        case platform::kAccessDenied:
             return "access is denied: this takes an administrator";
-        case 1052:
+        case platform::kInvalidServiceControl:
             return name + " does not accept this control";
-        case 1053:
+        case platform::kServiceRequestTimeout:
             return name + " has not answered within 30 seconds; `zorvctl service status` tells how it is";
-        case 1060:
+        case platform::kServiceDoesNotExist:
             return "there is no service " + name + " on this machine: its executable registers it with -install";
-        case 1061:
+        case platform::kServiceCannotAcceptControl:
             return name + " is starting or stopping and takes no controls now";
-        case kNotActive:
+        case platform::kServiceNotActive:
             return name + " is not running; `zorvctl service start` starts it";
         default:
             return name + " answered with error " + std::to_string(error);
@@ -102,9 +101,9 @@ public:
     // The service may end before its answer is through.
     void SendStop() {
         ServiceStatus status{};
-        const bool sent = manager_.control_service(kStop, status);
+        const bool sent = manager_.control_service(SERVICE_CONTROL_STOP, status);
         const std::uint32_t error = platform::last_error();
-        const bool ended = error != kNotActive && Query().state == kStopped;
+        const bool ended = error != platform::kServiceNotActive && Query().state == kStopped;
         Require(sent || ended, ErrorWords(error, name_));
     }
 
@@ -121,7 +120,8 @@ private:
 
 std::string StatusLog() {
     const std::string machine = platform::machine_folder();
-    return machine.empty() || !std::filesystem::exists(machine + "/status.jsonl") ? "" : machine + "/status.jsonl";
+    const std::string log = machine + "/" + platform::kStatusLog;
+    return machine.empty() || !std::filesystem::exists(log) ? "" : log;
 }
 
 std::uintmax_t ReportedBytes() {
@@ -144,9 +144,9 @@ std::string Since(std::uint32_t state) {
 }
 
 std::string ExitWords(std::uint32_t exitCode) {
-    return exitCode == kNeverStarted ? "never started"
-           : exitCode == 1067        ? "none: it ended without a report"
-                                     : std::to_string(exitCode);
+    return exitCode == platform::kServiceNeverStarted ? "never started"
+           : exitCode == platform::kProcessAborted    ? "none: it ended without a report"
+                                                      : std::to_string(exitCode);
 }
 
 void PrintStatus(const std::string& name, const ServiceStatus& status) {
@@ -244,7 +244,8 @@ void Preshutdown(const std::string& name) {
     Service service(name, kMayQuery);
     const RunningService running;
     std::string answer;
-    Require(SendToMachine("run/control", R"({"control": 15})", &answer), ErrorWords(1062, name));
+    Require(SendToMachine(platform::kControlSocket, R"({"control": 15})", &answer),
+            ErrorWords(platform::kServiceNotActive, name));
     Require(!answer.empty(), name + " ended without an answer");
     const std::uint32_t error = ParseJson(answer).value("result", 0U);
     Require(error == 0, ErrorWords(error, name));
@@ -256,7 +257,7 @@ void Preshutdown(const std::string& name) {
 
 void Interrogate(const std::string& name) {
     Service service(name, kMayQuery | kMayInterrogate);
-    service.Send(kInterrogate);
+    service.Send(SERVICE_CONTROL_INTERROGATE);
     PrintStatus(name, service.Query());
 }
 

@@ -1,7 +1,6 @@
 #include "platform/linux/power_settings.h"
 
 #include <charconv>
-#include <cstring>
 
 #include "platform/linux/machine_file.h"
 
@@ -31,14 +30,10 @@ std::optional<Guid> parse_guid(std::string_view text) {
     return sound ? std::optional(guid) : std::nullopt;
 }
 
-bool same_guid(const Guid& a, const Guid& b) {
-    return std::memcmp(&a, &b, sizeof a) == 0;
-}
-
 std::optional<std::uint32_t> present_power_state(const Guid& setting) {
     const auto json = read_machine_json(kPowerFile);
     for (const PowerSettingName& known : kPowerSettings) {
-        if (json && same_guid(*parse_guid(known.guid), setting)) {
+        if (json && *parse_guid(known.guid) == setting) {
             const auto state = json->find(known.name);
             return state != json->end() && state->is_number_unsigned() && state->get<std::uint64_t>() <= UINT32_MAX
                        ? std::optional(state->get<std::uint32_t>())

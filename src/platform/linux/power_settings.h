@@ -25,7 +25,6 @@ inline constexpr char kPowerFile[] = "power.json";
 
 // 36 characters in any case, without braces.
 std::optional<Guid> parse_guid(std::string_view text);
-bool same_guid(const Guid& a, const Guid& b);
 
 // Nothing for a setting that the file does not name.
 std::optional<std::uint32_t> present_power_state(const Guid& setting);

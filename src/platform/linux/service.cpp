@@ -179,7 +179,7 @@ std::string refusal_line(const Run& run, const ServiceControl& control) {
     if (error != 0) {
         return result_line(error);
     }
-    const auto registered = [&](const auto& entry) { return same_guid(entry.second, control.change->setting); };
+    const auto registered = [&](const auto& entry) { return entry.second == control.change->setting; };
     if (control.change && std::none_of(run.settings.begin(), run.settings.end(), registered)) {
         return error_line("the service is not registered for this power setting");
     }

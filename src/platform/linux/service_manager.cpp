@@ -1,7 +1,6 @@
 #include "platform/service_manager.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,6 +11,7 @@
 #include "platform/files.h"
 #include "platform/linux/line_client.h"
 #include "platform/linux/machine_file.h"
+#include "platform/linux/registry_key.h"
 #include "platform/linux/service_control.h"
 
 namespace platform {
@@ -53,20 +53,19 @@ Json names_in(const wchar_t* list) {
     return names;
 }
 
-// A file that is there is there as a whole. 0 or a system error.
-std::uint32_t write_new_file(const std::string& path, const std::string& text) {
-    std::string temporary = path.substr(0, path.find_last_of('/')) + "/.XXXXXX";
-    const Descriptor file(::mkostemp(temporary.data(), O_CLOEXEC));
-    if (!file) {
+// 0 or a system error.
+std::uint32_t write_new_service(const std::wstring& name, const std::string& text) {
+    const std::string path = machine_path("services");
+    make_folders(path);
+    const Descriptor folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!folder || !lock_key(folder.get())) {
         return windows_error(errno);
     }
-    ::fchmod(file.get(), 0644);
-    if (write_whole(file.get(), text) && rename_file(temporary, path)) {
-        return 0;
+    if (file_exists(service_file(name))) {
+        return kServiceExists;
     }
-    const int error = errno;
-    ::unlink(temporary.c_str());
-    return file_exists(path) ? kServiceExists : windows_error(error);
+    const int error = write_entry(folder.get(), to_utf8(name) + ".json", text);
+    return error == 0 ? 0 : windows_error(error);
 }
 
 std::uint32_t right_for(std::uint32_t control) {
@@ -173,7 +172,6 @@ bool ServiceManager::create_service(const ServiceRegistration& registration, std
     if (!is_service_name(registration.name)) {
         return finish(kInvalidName);
     }
-    make_folders(machine_path("services"));
     const Json json = {{"name", to_utf8(registration.name)},
                        {"displayName", text_or(registration.display_name, "")},
                        {"path", text_or(registration.path, "")},
@@ -182,7 +180,7 @@ bool ServiceManager::create_service(const ServiceRegistration& registration, std
                        {"errorControl", registration.error_control},
                        {"dependencies", names_in(registration.dependencies)},
                        {"account", text_or(registration.account, "LocalSystem")}};
-    const std::uint32_t error = write_new_file(service_file(registration.name), json.dump(4) + "\n");
+    const std::uint32_t error = write_new_service(registration.name, json.dump(4) + "\n");
     if (error == 0) {
         state_->service = registration.name;
         state_->serviceAccess = access;
