@@ -1,28 +1,17 @@
 #include "platform/linux/line_client.h"
 
 #include <sys/socket.h>
-#include <sys/time.h>
-#include <sys/un.h>
 
 #include <array>
+
+#include "platform/linux/machine_socket.h"
 
 namespace platform {
 
 bool LineClient::open(const std::string& name, int seconds) {
-    const std::string path = machine_path(name);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path) {
-        return false;
-    }
-    path.copy(address.sun_path, path.size());
-    socket_ = Descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    socket_ = connect_to(name, seconds);
     in_.clear();
-    const timeval limit = {seconds, 0};
-    ::setsockopt(socket_.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-    ::setsockopt(socket_.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-    return socket_ &&
-           retry([&] { return ::connect(socket_.get(), reinterpret_cast<sockaddr*>(&address), sizeof address); }) == 0;
+    return static_cast<bool>(socket_);
 }
 
 int LineClient::process() const {

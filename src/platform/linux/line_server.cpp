@@ -1,33 +1,41 @@
 #include "platform/linux/line_server.h"
 
 #include <poll.h>
+#include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
-#include <sys/un.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <system_error>
 #include <tuple>
+#include <utility>
+
+#include "platform/linux/machine_socket.h"
 
 namespace platform {
 namespace {
 
-constexpr std::size_t kLongestLine = 1 << 16;
-constexpr std::size_t kMostPeers = 256;
-constexpr int kBacklog = 128;
+using Clock = std::chrono::steady_clock;
+
+constexpr int kTakenAtOnce = 64;  // connections, and ready sources
+constexpr std::size_t kReadAtOnce = 1 << 16;
 constexpr int kCrowdedMilliseconds = 1000;  // until a descriptor may be had again
 constexpr std::uint32_t kNotEnoughMemory = 8;
-constexpr std::uint32_t kPathTooLong = 206;
-constexpr char kTooLong[] = "{\"error\":\"a line has at most 65536 bytes\"}\n";
 constexpr auto kFarewell = std::chrono::seconds(1);  // for those who do not read their last answer
+constexpr std::uint32_t kMayRead = EPOLLIN, kMayWrite = EPOLLOUT;
+constexpr std::uint64_t kWake = 0, kListener = UINT64_MAX;
 
-void cut_off(std::string& in, std::string& out, bool& ended) {
-    in.clear();
-    out.clear();
-    ended = true;
+int milliseconds_until(Clock::time_point time) {
+    const auto rest = std::chrono::ceil<std::chrono::milliseconds>(time - Clock::now()).count();
+    return static_cast<int>(std::max<std::int64_t>(rest, 0));
+}
+
+bool is_file(const std::string& path, std::uint64_t device, std::uint64_t file) {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 && status.st_dev == device && status.st_ino == file;
 }
 
 }  // namespace
@@ -37,197 +45,396 @@ LineServer::~LineServer() {
 }
 
 std::uint32_t LineServer::open(const std::string& name) {
-    path_ = machine_path(name);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (path_.size() >= sizeof address.sun_path) {
-        return kPathTooLong;
+    Descriptor listener = listen_at(name, limits_.mode);
+    struct stat status {};
+    if (!listener || ::stat(machine_path(name).c_str(), &status) != 0) {
+        return windows_error(errno);
     }
-    path_.copy(address.sun_path, path_.size());
-    make_folders(path_.substr(0, path_.find_last_of('/')));
-    wake_ = Descriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    listener_ = Descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    ::unlink(path_.c_str());
-    const bool open = wake_ && listener_ &&
-                      ::bind(listener_.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
-                      ::listen(listener_.get(), kBacklog) == 0;
-    return open ? 0 : windows_error(errno);
+    const std::lock_guard guard(mutex_);
+    if (!wake_ || !poll_) {
+        wake_ = Descriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+        poll_ = Descriptor(::epoll_create1(EPOLL_CLOEXEC));
+        std::uint32_t none = 0;
+        watch(wake_.get(), none, kMayRead, kWake);
+    }
+    if (!wake_ || !poll_) {
+        ::unlink(machine_path(name).c_str());
+        return windows_error(errno);
+    }
+    nextListener_ = std::move(listener);
+    path_ = machine_path(name);
+    device_ = status.st_dev;
+    file_ = status.st_ino;
+    ::eventfd_write(wake_.get(), 1);
+    return 0;
 }
 
-std::uint32_t LineServer::start(Handler handler) try {
+std::uint32_t LineServer::start(Handler handler, EndHandler ended) try {
     handler_ = std::move(handler);
+    ended_ = std::move(ended);
     thread_ = std::thread(&LineServer::run, this);
     return 0;
 } catch (const std::system_error&) {
     return kNotEnoughMemory;
 }
 
-void LineServer::answer(Connection connection, std::string line) {
+bool LineServer::listens_at(const std::string& name) {
     const std::lock_guard guard(mutex_);
-    answers_.emplace_back(connection, std::move(line));
-    ::eventfd_write(wake_.get(), 1);
+    return path_ == machine_path(name) && is_file(path_, device_, file_);
+}
+
+void LineServer::add(Order order) {
+    const std::lock_guard guard(mutex_);
+    if (over_) {
+        return;
+    }
+    if (orders_.empty()) {
+        ::eventfd_write(wake_.get(), 1);
+    }
+    orders_.push_back(std::move(order));
+}
+
+void LineServer::answer(Connection connection, std::string line, std::size_t size) {
+    add({connection, std::move(line), true, size, {}});
+}
+
+void LineServer::send(Connection connection, std::string line) {
+    add({connection, std::move(line), false, 0, {}});
+}
+
+void LineServer::post(std::function<void()> action) {
+    add({0, "", false, 0, std::move(action)});
+}
+
+// With the mutex held. The file may be somebody else's by now.
+void LineServer::close_socket() {
+    if (!path_.empty() && is_file(path_, device_, file_)) {
+        ::unlink(path_.c_str());
+    }
+    path_.clear();
+    closed_ = true;
+    if (wake_) {
+        ::eventfd_write(wake_.get(), 1);
+    }
+}
+
+void LineServer::finish() {
+    const std::lock_guard guard(mutex_);
+    close_socket();
+}
+
+void LineServer::join() {
+    if (thread_.joinable()) {
+        thread_.join();
+    }
 }
 
 void LineServer::stop() {
-    if (listener_) {
-        ::unlink(path_.c_str());
-    }
-    if (thread_.joinable()) {
-        {
-            const std::lock_guard guard(mutex_);
-            stopping_ = true;
-            ::eventfd_write(wake_.get(), 1);
-        }
-        thread_.join();
-    }
-    const Descriptor closing = std::move(listener_);
-}
-
-void LineServer::run() try {
-    while (wait()) {
-        for (const auto& [connection, events] : ready_) {
-            Peer& peer = peers_[connection];
-            if ((events & POLLOUT) != 0) {
-                send(peer);
-            } else if (events != 0) {
-                read(peer);
-            }
-        }
-        for (auto& [connection, peer] : peers_) {
-            advance(connection, peer);
-        }
-        std::erase_if(peers_, [](const auto& entry) {
-            const Peer& peer = entry.second;
-            return peer.ended && !peer.waits && peer.in.empty() && peer.out.empty();
-        });
-    }
-    const auto end = std::chrono::steady_clock::now() + kFarewell;
-    take_answers();
-    for (auto& [connection, peer] : peers_) {
-        advance(connection, peer);
-        for (auto now = end - kFarewell; !peer.out.empty() && now < end; now = std::chrono::steady_clock::now()) {
-            const auto rest = std::chrono::duration_cast<std::chrono::milliseconds>(end - now).count();
-            pollfd source = {peer.socket.get(), POLLOUT, 0};
-            ::poll(&source, 1, static_cast<int>(rest));
-            send(peer);
-        }
-    }
-    peers_.clear();
-} catch (const std::bad_alloc&) {
-    peers_.clear();  // nobody is served any more, which every client sees
-}
-
-// False when the server is to stop.
-bool LineServer::wait() {
-    std::vector<pollfd> sources = {{wake_.get(), POLLIN, 0}, {crowded_ ? -1 : listener_.get(), POLLIN, 0}};
-    ready_.clear();
-    for (const auto& [connection, peer] : peers_) {
-        // Nothing is asked about those who wait: a hung-up one would be ready all the time.
-        const short events = !peer.out.empty() ? POLLOUT : peer.waits || peer.ended ? 0 : POLLIN;
-        sources.push_back({events != 0 ? peer.socket.get() : -1, events, 0});
-        ready_.emplace_back(connection, short{0});
-    }
-    ::poll(sources.data(), sources.size(), crowded_ ? kCrowdedMilliseconds : -1);
-    for (std::size_t i = 0; i < ready_.size(); ++i) {
-        ready_[i].second = sources[i + 2].revents;
-    }
-    crowded_ = false;
-    if (sources[0].revents != 0) {
-        eventfd_t count = 0;
-        ::eventfd_read(wake_.get(), &count);
-        take_answers();
-    }
-    if (sources[1].revents != 0) {
-        take_peer();
-    }
-    const std::lock_guard guard(mutex_);
-    return !stopping_;
-}
-
-void LineServer::take_answers() {
-    std::vector<std::pair<Connection, std::string>> answers;
     {
         const std::lock_guard guard(mutex_);
-        answers.swap(answers_);
+        close_socket();
+        stopping_ = true;
     }
-    for (auto& [connection, line] : answers) {
-        const auto peer = peers_.find(connection);
-        if (peer != peers_.end()) {
-            peer->second.out = std::move(line) + "\n";
-            peer->second.waits = false;
-            send(peer->second);
+    join();
+}
+
+void LineServer::run() {
+    for (bool ends = false; !ends;) {
+        try {
+            round();
+        } catch (const std::bad_alloc&) {
+            drop_all();
+        }
+        const std::lock_guard guard(mutex_);
+        ends = stopping_ || (finishing_ && peers_.empty());
+        over_ = ends && !stopping_;
+    }
+    say_farewell();
+    drop_all();
+    const Descriptor closing = std::move(listener_);
+    const std::lock_guard guard(mutex_);
+    over_ = true;
+    orders_.clear();
+}
+
+void LineServer::round() {
+    std::array<epoll_event, kTakenAtOnce> ready;
+    const int count = ::epoll_wait(poll_.get(), ready.data(), kTakenAtOnce, patience());
+    take_orders();
+    if (crowded_) {
+        crowded_ = false;
+        watch(listener_.get(), listenerInterest_, listener_ ? kMayRead : 0, kListener);
+    }
+    bool asked = false;
+    for (int i = 0; i < count; ++i) {
+        const std::uint64_t number = ready[i].data.u64;
+        const auto entry = peers_.find(number);
+        asked = asked || number == kListener;
+        if (entry == peers_.end()) {
+            continue;
+        }
+        Peer& peer = entry->second;
+        if (!peer.out.empty()) {
+            send(peer);
+        } else if (!peer.ended) {
+            read(peer);
+        }
+        advance(number, peer);
+        settle(entry);
+    }
+    if (asked && listener_) {
+        take_peers();
+    }
+    cut_off_the_unread();
+}
+
+// The milliseconds until something is to be done that nobody wakes for.
+int LineServer::patience() const {
+    int result = crowded_ ? kCrowdedMilliseconds : -1;
+    for (const Connection connection : unread_) {
+        const int rest = milliseconds_until(peers_.at(connection).progress + limits_.unread);
+        result = result < 0 ? rest : std::min(result, rest);
+    }
+    return result;
+}
+
+void LineServer::take_orders() {
+    eventfd_t ignored = 0;
+    ::eventfd_read(wake_.get(), &ignored);
+    std::vector<Order> orders;
+    bool finishes = false;
+    {
+        const std::lock_guard guard(mutex_);
+        orders.swap(orders_);
+        finishes = closed_ && !finishing_;
+    }
+    take_listener();
+    std::set<Connection> touched;
+    for (Order& order : orders) {
+        const auto entry = peers_.find(order.connection);
+        if (order.action) {
+            order.action();
+        } else if (entry != peers_.end()) {
+            Peer& peer = entry->second;
+            peer.waiting -= order.answers ? 1 : 0;
+            peer.waitingBytes -= order.answers ? order.size : 0;
+            push(peer, order.line);
+            touched.insert(order.connection);
+        }
+    }
+    if (finishes) {
+        finishing_ = true;
+        watch(listener_.get(), listenerInterest_, 0, kListener);
+        const Descriptor closing = std::move(listener_);
+        for (const auto& [connection, peer] : peers_) {
+            touched.insert(connection);
+        }
+    }
+    for (const Connection connection : touched) {
+        const auto entry = peers_.find(connection);
+        send(entry->second);
+        advance(connection, entry->second);
+        settle(entry);
+    }
+}
+
+// Of another machine, or in the place of a socket that was taken away.
+void LineServer::take_listener() {
+    Descriptor next;
+    {
+        const std::lock_guard guard(mutex_);
+        next = std::exchange(nextListener_, Descriptor());
+    }
+    if (next) {
+        drop_all();
+        std::swap(listener_, next);
+        listenerInterest_ = 0;
+        watch(listener_.get(), listenerInterest_, kMayRead, kListener);
+    }
+}
+
+void LineServer::take_peers() {
+    for (int i = 0; i < kTakenAtOnce; ++i) {
+        Descriptor socket(::accept4(listener_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+        const bool lacksDescriptors = !socket && errno != EAGAIN && errno != EINTR && errno != ECONNABORTED;
+        const bool tooMany = lacksDescriptors || (socket && peers_.size() >= limits_.connections);
+        const bool madeRoom = tooMany && cut_off_the_idlest();
+        if (!socket) {
+            crowded_ = lacksDescriptors && !madeRoom;
+            if (crowded_) {  // or the next round would come at once, for ever
+                watch(listener_.get(), listenerInterest_, 0, kListener);
+            }
+            return;
+        }
+        const auto entry = peers_.try_emplace(++lastConnection_).first;
+        entry->second.socket = std::move(socket);
+        entry->second.lastUse = ++uses_;
+        settle(entry);
+    }
+}
+
+// What it has just said is still heard. False when there is none.
+bool LineServer::cut_off_the_idlest() {
+    const auto idlest = std::min_element(peers_.begin(), peers_.end(), [](const auto& a, const auto& b) {
+        return std::tuple(a.second.waiting != 0, a.second.lastUse) <
+               std::tuple(b.second.waiting != 0, b.second.lastUse);
+    });
+    if (idlest == peers_.end()) {
+        return false;
+    }
+    if (may_take(idlest->second)) {
+        read(idlest->second);
+        advance(idlest->first, idlest->second);
+    }
+    end(idlest);
+    return true;
+}
+
+void LineServer::cut_off_the_unread() {
+    const auto now = Clock::now();
+    for (auto next = unread_.begin(); next != unread_.end();) {
+        const auto entry = peers_.find(*next++);  // which is taken out when it ends
+        if (now - entry->second.progress >= limits_.unread) {
+            end(entry);
         }
     }
 }
 
-void LineServer::take_peer() {
-    Descriptor socket(::accept4(listener_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
-    const bool lacksDescriptors = !socket && (errno == EMFILE || errno == ENFILE);
-    if (lacksDescriptors || peers_.size() >= kMostPeers) {
-        cut_off_the_idlest();
-    }
-    crowded_ = lacksDescriptors && peers_.empty();
-    if (socket) {
-        peers_[++lastConnection_] = {std::move(socket), "", "", false, false, ++uses_};
+void LineServer::drop_all() {
+    while (!peers_.empty()) {
+        end(peers_.begin());
     }
 }
 
-void LineServer::cut_off_the_idlest() {
-    const auto idlest = std::min_element(peers_.begin(), peers_.end(), [](const auto& a, const auto& b) {
-        return std::tuple(a.second.waits, a.second.lastUse) < std::tuple(b.second.waits, b.second.lastUse);
-    });
-    if (idlest != peers_.end()) {
-        std::erase_if(ready_, [&](const auto& entry) { return entry.first == idlest->first; });
-        peers_.erase(idlest);
+void LineServer::end(Peers::iterator entry) {
+    const Connection connection = entry->first;
+    unread_.erase(connection);
+    peers_.erase(entry);
+    if (ended_) {
+        ended_(connection);
     }
+}
+
+// What the connection waits for next, or its end.
+void LineServer::settle(Peers::iterator entry) {
+    auto& [connection, peer] = *entry;
+    const bool silent = peer.waiting == 0 && peer.out.empty();
+    if (peer.lost || (silent && (finishing_ || (peer.ended && peer.in.empty())))) {
+        end(entry);
+        return;
+    }
+    // Nothing is asked about those who wait: a hung-up one would be ready all the time.
+    const std::uint32_t wanted = !peer.out.empty() ? kMayWrite : !peer.ended && may_take(peer) ? kMayRead : 0;
+    watch(peer.socket.get(), peer.interest, wanted, connection);
+    if (peer.out.empty()) {
+        unread_.erase(connection);
+    } else {
+        unread_.insert(connection);
+    }
+}
+
+void LineServer::watch(int descriptor, std::uint32_t& interest, std::uint32_t wanted, std::uint64_t number) {
+    if (interest != wanted) {
+        epoll_event event{};
+        event.events = wanted;
+        event.data.u64 = number;
+        const int operation = interest == 0 ? EPOLL_CTL_ADD : wanted == 0 ? EPOLL_CTL_DEL : EPOLL_CTL_MOD;
+        ::epoll_ctl(poll_.get(), operation, descriptor, &event);
+        interest = wanted;
+    }
+}
+
+bool LineServer::may_take(const Peer& peer) const {
+    return !finishing_ && !peer.lost && peer.out.empty() && peer.waiting < limits_.waiting &&
+           peer.waitingBytes < limits_.waiting_bytes;
 }
 
 void LineServer::read(Peer& peer) {
-    std::array<char, 4096> buffer;
+    std::array<char, kReadAtOnce> buffer;
     const ssize_t count = retry([&] { return ::recv(peer.socket.get(), buffer.data(), buffer.size(), 0); });
     if (count > 0) {
         peer.in.append(buffer.data(), static_cast<std::size_t>(count));
         peer.lastUse = ++uses_;
     } else if (count == 0) {
         peer.ended = true;
-    } else if (errno != EAGAIN) {
-        cut_off(peer.in, peer.out, peer.ended);
+    } else {
+        peer.lost = errno != EAGAIN;
     }
+}
+
+void LineServer::push(Peer& peer, const std::string& line) {
+    if (line.empty()) {
+        return;
+    }
+    if (peer.out.empty()) {
+        peer.progress = Clock::now();
+    }
+    peer.out.append(line).append("\n");
+    peer.lost = peer.lost || peer.out.size() - peer.sent > limits_.unread_bytes;
 }
 
 void LineServer::send(Peer& peer) {
-    while (!peer.out.empty()) {
-        const ssize_t count =
-            retry([&] { return ::send(peer.socket.get(), peer.out.data(), peer.out.size(), MSG_NOSIGNAL); });
+    while (peer.sent < peer.out.size() && !peer.lost) {
+        const ssize_t count = retry([&] {
+            return ::send(peer.socket.get(), peer.out.data() + peer.sent, peer.out.size() - peer.sent, MSG_NOSIGNAL);
+        });
         if (count < 0) {
-            if (errno != EAGAIN) {
-                cut_off(peer.in, peer.out, peer.ended);
-            }
-            return;
+            peer.lost = errno != EAGAIN;
+            break;
         }
-        peer.out.erase(0, static_cast<std::size_t>(count));
+        peer.sent += static_cast<std::size_t>(count);
+        peer.progress = Clock::now();
+    }
+    if (peer.sent == peer.out.size()) {
+        std::string().swap(peer.out);
+        peer.sent = 0;
+    } else if (peer.sent > peer.out.size() / 2) {
+        peer.out.erase(0, std::exchange(peer.sent, 0));
     }
 }
 
-// Takes line after line until one is not answered at once, or its answer is not read at once.
+// Takes line after line, as far as may be.
 void LineServer::advance(Connection connection, Peer& peer) {
-    while (!peer.waits && peer.out.empty()) {
-        std::size_t length = peer.in.find('\n');
-        if (std::min(length, peer.in.size()) > kLongestLine) {
-            cut_off(peer.in, peer.out, peer.ended);
-            peer.out = kTooLong;
-        } else if (length != std::string::npos || (peer.ended && !peer.in.empty())) {
-            length = std::min(length, peer.in.size());  // the last line needs no end
-            const std::string line = peer.in.substr(0, length);
-            peer.in.erase(0, length + 1);
-            auto answer = handler_(connection, line);
-            peer.waits = !answer;
-            peer.out = answer ? *std::move(answer) + "\n" : "";
+    std::size_t begin = 0;
+    while (may_take(peer) && begin < peer.in.size()) {
+        std::size_t end = peer.in.find('\n', std::max(begin, peer.searched));
+        if (std::min(end, peer.in.size()) - begin > limits_.line) {
+            begin = peer.in.size();
+            peer.ended = true;
+            push(peer, limits_.too_long);
+        } else if (end != std::string::npos || peer.ended) {
+            end = std::min(end, peer.in.size());  // the last line needs no end
+            const std::string line = peer.in.substr(begin, end - begin);
+            begin = std::min(end + 1, peer.in.size());
+            const auto answer = handler_(connection, line);
+            peer.waiting += answer ? 0 : 1;
+            peer.waitingBytes += answer ? 0 : line.size();
+            push(peer, answer.value_or(""));
         } else {
-            return;
+            peer.searched = peer.in.size();
+            break;
         }
         send(peer);
     }
+    peer.searched -= std::min(begin, peer.searched);
+    peer.in.erase(0, begin);
+    if (peer.in.empty() && peer.in.capacity() > kReadAtOnce) {
+        std::string().swap(peer.in);
+    }
+}
+
+void LineServer::say_farewell() try {
+    const auto end = Clock::now() + kFarewell;
+    finishing_ = true;
+    take_orders();
+    for (auto& [connection, peer] : peers_) {
+        while (!peer.out.empty() && !peer.lost && Clock::now() < end) {
+            pollfd source = {peer.socket.get(), POLLOUT, 0};
+            ::poll(&source, 1, milliseconds_until(end));
+            send(peer);
+        }
+    }
+} catch (const std::bad_alloc&) {  // then without one
 }
 
 }  // namespace platform

@@ -36,6 +36,12 @@ constexpr std::size_t kMostWaiting = 4096;
 constexpr int kPredecessorSeconds = 10;            // for the last of a service that has stopped
 constexpr std::uint32_t kMainMilliseconds = 5000;  // for a ServiceMain that ends late
 
+LineLimits limits() {
+    LineLimits limits;
+    limits.too_long = R"({"error":"a line has at most 65536 bytes"})";
+    return limits;
+}
+
 struct WaitingControl {
     ServiceControl what;
     LineServer::Connection sender = 0;  // 0 for the system itself
@@ -43,7 +49,7 @@ struct WaitingControl {
 
 // One run of the service; all of it but the server is guarded by the mutex of Shared.
 struct Run {
-    LineServer server;
+    LineServer server{limits()};
     ServiceHandler handler = nullptr;
     void* context = nullptr;
     ServiceStatus status = {kOwnProcess, kServiceStartPending, 0, 0, 0, 0, 0};
