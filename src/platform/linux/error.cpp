@@ -43,6 +43,8 @@ std::uint32_t windows_error(int error) {
             return 206;  // ERROR_FILENAME_EXCED_RANGE
         case ENOTDIR:
             return 267;  // ERROR_DIRECTORY
+        case EADDRINUSE:
+            return 10048;  // WSAEADDRINUSE
         default:
             return 31;  // ERROR_GEN_FAILURE
     }

@@ -1,0 +1,76 @@
+#include "platform/linux/rpc_threads.h"
+
+#include <algorithm>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+namespace platform {
+
+RpcThreads& RpcThreads::get() {
+    static auto* const threads = new RpcThreads;
+    return *threads;
+}
+
+void RpcThreads::set_limits(std::size_t most, std::chrono::milliseconds idle) {
+    const std::lock_guard guard(mutex_);
+    most_ = most;
+    idleTime_ = idle;
+}
+
+bool RpcThreads::submit(Task task) {
+    const std::lock_guard guard(mutex_);
+    if (!idle_.empty()) {
+        Worker& worker = *idle_.back();
+        idle_.pop_back();
+        worker.task = std::move(task);
+        worker.given.notify_one();
+        return true;
+    }
+    waiting_.push_back(std::move(task));
+    if (threads_ >= most_ || add_thread() || threads_ > 0) {
+        return true;
+    }
+    waiting_.pop_back();
+    return false;
+}
+
+// With the mutex held.
+bool RpcThreads::add_thread() {
+    try {
+        std::thread(&RpcThreads::run, this).detach();
+        ++threads_;
+        return true;
+    } catch (const std::system_error&) {
+        return false;
+    }
+}
+
+void RpcThreads::run() {
+    Worker self;
+    std::unique_lock guard(mutex_);
+    while (wait(guard, self)) {
+        guard.unlock();
+        self.task();
+        self.task = nullptr;  // with what it holds
+        guard.lock();
+    }
+    --threads_;
+}
+
+// Until there is a task; false when there has been none for long.
+bool RpcThreads::wait(std::unique_lock<std::mutex>& guard, Worker& worker) {
+    if (!waiting_.empty()) {
+        worker.task = std::move(waiting_.front());
+        waiting_.pop_front();
+        return true;
+    }
+    idle_.push_back(&worker);
+    if (worker.given.wait_for(guard, idleTime_, [&] { return worker.task != nullptr; })) {
+        return true;  // whoever gave it took the worker out
+    }
+    idle_.erase(std::find(idle_.begin(), idle_.end(), &worker));
+    return false;
+}
+
+}  // namespace platform
