@@ -1,4 +1,4 @@
-// The inputs from outside that are fuzzed, one function for each; a fuzzer calls one of them, a test both with the kept
+// The inputs from outside that are fuzzed, one function for each; a fuzzer calls one of them, a test all with the kept
 // inputs. An input's result tells how it ended. What must not happen ends the process or passes as an exception.
 #pragma once
 
@@ -15,3 +15,7 @@ std::int32_t FuzzSettingDocument(std::string_view bytes);
 // `bytes` as what the server answers to one file's calls, in order, with a line "--" between them. An answer whose
 // first line is "!" and a status has that status, all others 200; after the last the connection is lost.
 std::int32_t FuzzServerAnswers(std::string_view bytes);
+
+// `bytes` as the lines of a client of the stand-in machine's local endpoint, one call after the other. The result is
+// the code of the last answer, 0 for a result. Linux only.
+std::int32_t FuzzRpcFrames(std::string_view bytes);

@@ -28,4 +28,11 @@ TEST(Corpus, OfServerAnswersReachesEachEndOfAnUpload) {
     EXPECT_EQ(Results("server_answers", FuzzServerAnswers), (std::set<std::int32_t>{kRaised, 2, 3, 4, 5}));
 }
 
+#ifndef _WIN32
+TEST(Corpus, OfTheEndpointsFramesReachesEachAnswer) {
+    EXPECT_EQ(Results("rpc_frames", FuzzRpcFrames),
+              (std::set<std::int32_t>{-32700, -32602, -32601, -32600, -32000, 0}));
+}
+#endif
+
 }  // namespace

@@ -1,9 +1,9 @@
-# The fuzzers, both at once, each for the whole time. Sourced by ./dev.
+# The fuzzers, all at once, each for the whole time. Sourced by ./dev.
 # shellcheck shell=bash disable=SC2154
 
 fuzz_packages=(clang libclang-rt-14-dev)
 fuzz_options=(ASAN_OPTIONS=allow_addr2line=1 UBSAN_OPTIONS=print_stacktrace=1)
-fuzzers=(setting_document server_answers)
+fuzzers=(setting_document server_answers rpc_frames)
 
 # What a fuzzer said at its end, in a line: runs, speed, coverage, new inputs. With a finding, its report.
 fuzz_outcome() {

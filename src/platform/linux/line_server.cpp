@@ -112,7 +112,6 @@ void LineServer::close_socket() {
         ::unlink(path_.c_str());
     }
     path_.clear();
-    closed_ = true;
     if (wake_) {
         ::eventfd_write(wake_.get(), 1);
     }
@@ -120,6 +119,7 @@ void LineServer::close_socket() {
 
 void LineServer::finish() {
     const std::lock_guard guard(mutex_);
+    closed_ = true;
     close_socket();
 }
 
@@ -425,7 +425,6 @@ void LineServer::advance(Connection connection, Peer& peer) {
 
 void LineServer::say_farewell() try {
     const auto end = Clock::now() + kFarewell;
-    finishing_ = true;
     take_orders();
     for (auto& [connection, peer] : peers_) {
         while (!peer.out.empty() && !peer.lost && Clock::now() < end) {

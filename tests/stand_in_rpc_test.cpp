@@ -1,0 +1,443 @@
+// The local endpoint of the stand-in machine: what its socket carries, and how clients end.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <condition_variable>
+#include <cwchar>
+#include <filesystem>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+#include "platform/linux/line_client.h"
+#include "platform/linux/rpc_limits.h"
+#include "platform/linux/step_failure.h"
+#include "platform/rpc_callback.h"
+#include "platform/rpc_endpoint.h"
+#include "support/machine.h"
+
+namespace platform {
+namespace {
+
+constexpr char kSocket[] = "run/Endpoint";
+
+// What the procedures of these tests note, and what they wait for.
+struct Book {
+    std::mutex mutex;
+    std::condition_variable changed;
+    int opened = 0, closed = 0, begun = 0, allowed = 0, running = 0, mostRunning = 0;
+    std::string last;
+
+    void Change(const std::function<void()>& change) {
+        const std::lock_guard guard(mutex);
+        change();
+        changed.notify_all();
+    }
+    void Wait(const std::function<bool()>& reached) {
+        std::unique_lock guard(mutex);
+        EXPECT_TRUE(changed.wait_for(guard, std::chrono::seconds(20), reached));
+    }
+    template <class Value>
+    Value Get(Value Book::*member) {
+        const std::lock_guard guard(mutex);
+        return this->*member;
+    }
+    // A call that runs until so many are allowed to end.
+    void Hold() {
+        std::unique_lock guard(mutex);
+        ++begun;
+        mostRunning = std::max(mostRunning, ++running);
+        changed.notify_all();
+        changed.wait(guard, [this] { return allowed > 0; });
+        --allowed;
+        --running;
+    }
+};
+
+Book* book = nullptr;
+
+void note(std::string text) {
+    book->Change([&] { book->last = std::move(text); });
+}
+
+void copy(const wchar_t* text, wchar_t* output, std::int32_t size) {
+    if (std::wcslen(text) < static_cast<std::size_t>(size)) {
+        std::wcscpy(output, text);
+    }
+}
+
+constexpr char kWords[] = "caf\xE9 \x80";  // in code page 1252
+
+RpcProcedures procedures() {
+    RpcProcedures p{};
+    p.RemoteOpen = []() -> RpcContext {
+        book->Change([] { ++book->opened; });
+        return new int(1);
+    };
+    p.RemoteClose = [](RpcContext context) {
+        delete static_cast<int*>(context);
+        book->Change([] { ++book->closed; });
+    };
+    p.GetTestDataFunc = [](RpcContext, std::int64_t value, std::int64_t cookie) {
+        callback_test_data(value, cookie);
+        note("GetTestDataFunc");
+    };
+    p.GetModelName = [](RpcContext, std::int64_t cookie) {
+        callback_text(kWords, 0, cookie);
+        callback_flag(1, 11, cookie);
+        callback_integer(-1, 3, cookie);
+        note("GetModelName");
+    };
+    p.GetSerialNumber = [](RpcContext, std::int64_t) { throw std::runtime_error(kWords); };
+    p.GetFamilyName = [](RpcContext, std::int64_t) { throw std::uint32_t{5}; };
+    p.GetChassisTypes = [](RpcContext, std::int64_t) { note("GetChassisTypes"); };
+    p.GetProductName = [](RpcContext, std::int64_t cookie) {  // more than a socket holds
+        for (int i = 0; i < 16; ++i) {
+            callback_text(std::string(1 << 16, 'x').c_str(), 13, cookie);
+        }
+    };
+    p.GetBatteryHealthMode = [](RpcContext, std::int64_t) { note("GetBatteryHealthMode"); };
+    p.GetQuietFanMode = [](RpcContext, std::int64_t) { note("GetQuietFanMode"); };
+    p.GetSystemInfoData = [](RpcContext, std::int64_t) { note("GetSystemInfoData"); };
+    p.GetVersionString = [](RpcContext, std::int64_t) { note("GetVersionString"); };
+    p.SetMyZorvPP = [](RpcContext, const wchar_t* account, const wchar_t* name, const wchar_t* version,
+                       const wchar_t* time, std::uint8_t flag, std::int32_t* result, std::int64_t) {
+        const bool right = std::wcscmp(account, L"a") == 0 && std::wcscmp(name, L"n") == 0 && version == nullptr &&
+                           std::wcscmp(time, L"t") == 0 && flag == 1;
+        *result = right ? 7 : 0;
+        note("SetMyZorvPP");
+    };
+    p.GetUUID = [](RpcContext, wchar_t* output, std::int32_t size, std::int64_t) {
+        copy(L"ab\U0001F600", output, size);
+        note("GetUUID");
+    };
+    p.SetBatteryHealth = [](RpcContext context, std::int64_t value, std::int64_t) {
+        book->Hold();
+        EXPECT_EQ(*static_cast<int*>(context), 1);
+        note("SetBatteryHealth " + std::to_string(value));
+    };
+    p.SetQuietFan = [](RpcContext, std::uint8_t on, std::int64_t) { note("SetQuietFan " + std::to_string(on)); };
+    p.SetAppFolder = [](RpcContext, const wchar_t* path, std::int64_t) {
+        note("SetAppFolder " + std::to_string(std::wcslen(path)));
+    };
+    p.SetMainSwitchByUser = [](RpcContext, std::uint8_t on, std::int64_t) {
+        note("SetMainSwitchByUser " + std::to_string(on));
+    };
+    p.GetMainSwitchByUser = [](RpcContext, std::int64_t) { note("GetMainSwitchByUser"); };
+    p.BigDataServiceCall = [](RpcContext, const wchar_t* input, wchar_t* output, std::int32_t size, std::int64_t) {
+        copy(input, output, size);
+        note("BigDataServiceCall");
+    };
+    return p;
+}
+
+RpcStatus start(std::uint32_t most = 1234) {
+    RpcSecurity security;
+    std::uint32_t count = 0;
+    for (const auto& step : std::initializer_list<std::function<RpcStatus()>>{
+             [&] { return security.derive_capabilities(L"Zorv.Test", count); },
+             [&] { return security.allocate_everyone(); }, [&] { return security.build_access_list(); },
+             [&] { return security.set_descriptor(); },
+             [&] { return use_rpc_endpoint(L"ncalrpc", 10, L"Endpoint", security); },
+             [&] { return register_rpc_interface(procedures(), 33, most, security); }, inquire_rpc_bindings,
+             map_rpc_endpoint}) {
+        if (const RpcStatus status = step(); status != 0) {
+            return status;
+        }
+    }
+    EXPECT_EQ(count, 1U);
+    return 0;
+}
+
+void stop() {
+    unregister_rpc_interface();
+    unmap_rpc_endpoint();
+    free_rpc_bindings();
+}
+
+// A client with one context, number 1.
+class Client : public LineClient {
+public:
+    Client() {
+        EXPECT_TRUE(open(kSocket, 20));
+        EXPECT_EQ(Ask(R"({"jsonrpc":"2.0","id":0,"method":"RemoteOpen"})"),
+                  R"({"id":0,"jsonrpc":"2.0","result":{"context":1}})");
+    }
+    std::string Receive() {
+        std::string line;
+        return receive(line) ? line : "the connection has ended";
+    }
+    std::string Ask(const std::string& line) { return send(line) ? Receive() : "the connection has ended"; }
+    void Send(const std::string& method, const std::string& params = "") { send(Line(method, params)); }
+    std::string Call(const std::string& method, const std::string& params = "") { return Ask(Line(method, params)); }
+
+private:
+    static std::string Line(const std::string& method, const std::string& params) {
+        return R"({"jsonrpc":"2.0","id":1,"method":")" + method + R"(","params":{"context":1,"cookie":7)" + params +
+               "}}";
+    }
+};
+
+constexpr char kDone[] = R"({"id":1,"jsonrpc":"2.0","result":null})";
+
+class StandInRpc : public testing::Test {
+protected:
+    explicit StandInRpc(std::uint32_t most = 1234, const RpcLimits& limits = {}) {
+        book = &book_;
+        set_rpc_limits(limits);
+        EXPECT_EQ(start(most), 0U);
+        listener_ = std::thread([] { EXPECT_EQ(listen_for_rpc(1, 1234), 0U); });
+    }
+    ~StandInRpc() override {
+        stop();
+        listener_.join();
+        book_.Wait([this] { return book_.closed == book_.opened; });  // each context, by its rundown or before
+        set_rpc_limits({});
+    }
+
+    const TestMachine machine_;
+    Book book_;
+    std::thread listener_;
+};
+
+class StandInRpcOfFourThreads : public StandInRpc {
+protected:
+    StandInRpcOfFourThreads() : StandInRpc(4) {}
+};
+
+TEST_F(StandInRpc, AnswersEachFrameByItsOwnRules) {
+    const std::string deep(100000, '[');
+    const auto frame = [](const std::string& rest) { return R"({"jsonrpc":"2.0","id":1,)" + rest + "}"; };
+    const auto data = [&](const std::string& params) {
+        return frame(R"("method":"GetChassisTypes","params":{)" + params + "}");
+    };
+    const auto uuid = [&](const std::string& size) {
+        return frame(R"("method":"GetUUID","params":{"context":1,"cookie":1,"outputSize":)" + size + "}");
+    };
+    struct Case {
+        const char* name;
+        std::string line, expected;  // a part of the answer
+    } cases[] = {
+        {"no JSON", "{", R"("code":-32700)"},
+        {"an empty line", "", R"("code":-32700)"},
+        {"deeply nested", deep, R"("code":-32700)"},
+        {"deeply nested within", frame(R"("method":"RemoteOpen","params":{"x":)" + deep), R"("code":-32700)"},
+        {"a lone surrogate", frame(R"("method":"\ud800")"), R"("code":-32700)"},
+        {"no UTF-8", frame("\"method\":\"\xFF\""), R"("code":-32700)"},
+        {"no object", "[{}]", R"("code":-32600)"},
+        {"no version", R"({"id":1,"method":"RemoteOpen"})", R"("code":-32600)"},
+        {"no method", frame(R"("methods":1)"), R"("code":-32600)"},
+        {"an id that is none", R"({"jsonrpc":"2.0","id":[],"method":"RemoteOpen"})", R"("id":null,)"},
+        {"an id that is text", R"({"jsonrpc":"2.0","id":"é","method":"Nothing"})", R"("id":"é",)"},
+        {"an unknown method", frame(R"("method":"remoteopen")"), R"("code":-32601)"},
+        {"params by position", frame(R"("method":"GetChassisTypes","params":[1,2])"), R"("code":-32602)"},
+        {"no context", data(R"("cookie":1)"), R"("code":-32602)"},
+        {"the null context", data(R"("context":0,"cookie":1)"), R"("code":-32602)"},
+        {"an unknown context", data(R"("context":2,"cookie":1)"), R"("code":-32602)"},
+        {"no cookie", data(R"("context":1)"), R"("code":-32602)"},
+        {"a cookie too large", data(R"("context":1,"cookie":9223372036854775808)"), R"("code":-32602)"},
+        {"a cookie with a fraction", data(R"("context":1,"cookie":1.0)"), R"("code":-32602)"},
+        {"no room", uuid("0"), R"("code":-32602)"},
+        {"too much room", uuid("1048577"), R"("code":-32602)"},
+        {"room for characters, not for units", uuid("4"), R"({"output":""})"},
+        {"room for units", uuid("5"), "{\"output\":\"ab\U0001F600\"}"},
+    };
+    Client client;
+    for (const Case& c : cases) {
+        EXPECT_NE(client.Ask(c.line).find(c.expected), std::string::npos) << c.name;
+    }
+    client.send(R"({"jsonrpc":"2.0","method":"SetQuietFan","params":{"context":1,"cookie":1,"flag":1}})");
+    book_.Wait([this] { return book_.last == "SetQuietFan 1"; });  // without an answer
+    EXPECT_NE(client.Call("GetSerialNumber").find(R"({"code":-32000,"message":"café €"})"), std::string::npos);
+    EXPECT_NE(client.Call("GetFamilyName").find(R"({"code":-32000,"message":"error 5"})"), std::string::npos);
+    const std::string large(1000000, 'x');
+    EXPECT_EQ(client.Call("BigDataServiceCall", R"(,"outputSize":1000001,"input":")" + large + "\"").size(),
+              large.size() + 47);
+    EXPECT_NE(client.Call("BigDataServiceCall", R"(,"outputSize":3,"input":"abc")").find(R"(put":"")"),
+              std::string::npos);
+}
+
+TEST_F(StandInRpc, CarriesEachProcedureWithItsArguments) {
+    const std::pair<const char*, const char*> calls[] = {
+        {"GetChassisTypes", ""},
+        {"GetBatteryHealthMode", ""},
+        {"GetQuietFanMode", ""},
+        {"GetSystemInfoData", ""},
+        {"GetVersionString", ""},
+        {"GetMainSwitchByUser", ""},
+        {"SetQuietFan 0", R"(,"flag":0,"unknown":[{}])"},
+        {"SetMainSwitchByUser 1", R"(,"flag":1)"},
+        {"SetAppFolder 3", R"(,"path":"a\\é")"},
+    };
+    Client client;
+    for (const auto& [name, params] : calls) {
+        EXPECT_EQ(client.Call(std::string(name).substr(0, std::string(name).find(' ')), params), kDone) << name;
+        EXPECT_EQ(book_.Get(&Book::last), name);
+    }
+    for (const char* params : {R"(,"flag":2)", R"(,"flag":true)", ""}) {
+        EXPECT_NE(client.Call("SetQuietFan", params).find("-32602"), std::string::npos) << params;
+    }
+    EXPECT_NE(client.Call("SetAppFolder").find("-32602"), std::string::npos);
+    EXPECT_EQ(
+        client.Call("SetMyZorvPP", R"(,"windowsAccount":"a","appName":"n","appVersion":null,"timeText":"t","flag":1)"),
+        R"({"id":1,"jsonrpc":"2.0","result":{"result":7}})");
+    client.Send("GetTestDataFunc", R"(,"value":-9223372036854775808)");
+    EXPECT_EQ(client.Receive(), R"({"jsonrpc":"2.0","method":"CallbackTestData",)"
+                                R"("params":{"cookie":7,"result":-9223372036854775808}})");
+    EXPECT_EQ(client.Receive(), kDone);
+    client.Send("GetModelName");
+    const auto callback = [](const std::string& name, const std::string& function, const std::string& result) {
+        return R"({"jsonrpc":"2.0","method":"Callback)" + name + R"(","params":{"cookie":7,"function":)" + function +
+               R"(,"result":)" + result + "}}";
+    };
+    EXPECT_EQ(client.Receive(), callback("Text", "0", "\"café €\""));
+    EXPECT_EQ(client.Receive(), callback("Flag", "11", "1"));
+    EXPECT_EQ(client.Receive(), callback("Integer", "3", "-1"));
+    EXPECT_EQ(client.Receive(), kDone);
+}
+
+TEST_F(StandInRpc, EndsEachContextOnceAndNeverUnderACall) {
+    {
+        Client client;
+        client.Send("SetBatteryHealth", R"(,"value":80)");
+        book_.Wait([this] { return book_.begun == 1; });
+        EXPECT_EQ(client.Call("RemoteClose"), kDone) << "while another call uses it";
+        EXPECT_NE(client.Call("RemoteClose").find("-32602"), std::string::npos);
+        EXPECT_NE(client.Call("GetChassisTypes").find("-32602"), std::string::npos);
+        EXPECT_EQ(book_.Get(&Book::closed), 0);
+        book_.Change([this] { ++book_.allowed; });
+        EXPECT_EQ(client.Receive(), kDone);
+        book_.Wait([this] { return book_.closed == 1; });
+    }
+    {
+        Client other;
+        std::optional<Client> dying(std::in_place);
+        dying->Send("SetBatteryHealth", R"(,"value":60)");
+        book_.Wait([this] { return book_.begun == 2; });
+        dying.reset();
+        EXPECT_EQ(other.Call("GetChassisTypes"), kDone);
+        EXPECT_EQ(book_.Get(&Book::closed), 1);
+        book_.Change([this] { ++book_.allowed; });
+        book_.Wait([this] { return book_.closed == 2; });
+        EXPECT_EQ(other.Call("RemoteClose"), kDone);
+        EXPECT_EQ(book_.Get(&Book::closed), 3);
+    }
+    EXPECT_TRUE(send_to_machine("Endpoint", R"({"jsonrpc":"2.0","id":1,"method":"RemoteOpen"})"))
+        << "without a line end";
+    book_.Wait([this] { return book_.closed == 4; });
+}
+
+TEST_F(StandInRpcOfFourThreads, MakesSoManyCallsOfAllClientsAtOnce) {
+    Client first, second;
+    for (int i = 0; i < 3; ++i) {
+        first.Send("SetBatteryHealth", R"(,"value":1)");
+    }
+    second.Send("SetBatteryHealth", R"(,"value":2)");
+    book_.Wait([this] { return book_.begun == 4; });
+    second.Send("SetBatteryHealth", R"(,"value":3)");
+    // Answered by the server itself, behind that call.
+    EXPECT_NE(second.Ask(std::string((4 << 20) + 1, ' ')).find(R"({"code":-32600)"), std::string::npos);
+    EXPECT_EQ(book_.Get(&Book::begun), 4);
+    book_.Change([this] { book_.allowed = 1; });
+    book_.Wait([this] { return book_.begun == 5; });
+    EXPECT_EQ(book_.Get(&Book::mostRunning), 4);
+    book_.Change([this] { book_.allowed = 4; });
+    for (Client* client : {&first, &first, &first, &second, &second}) {
+        EXPECT_EQ(client->Receive(), kDone);
+    }
+    EXPECT_EQ(second.Receive(), "the connection has ended");
+}
+
+TEST(StandInRpcClients, AreCutOffWhenTheyDoNotRead) {
+    struct Limited : StandInRpc {
+        explicit Limited(const RpcLimits& limits) : StandInRpc(1234, limits) {}
+        void TestBody() override {}
+        Book& Notes() { return book_; }
+    };
+    using std::chrono::milliseconds, std::chrono::hours;
+    for (const RpcLimits& limits : {RpcLimits{milliseconds(1), 1 << 30}, RpcLimits{hours(1), 1 << 18}}) {
+        Limited endpoint(limits);
+        Client idle, unread;
+        unread.Send("GetProductName");
+        endpoint.Notes().Wait([&] { return endpoint.Notes().closed == 1; });
+        EXPECT_EQ(idle.Call("GetChassisTypes"), kDone);
+    }
+}
+
+std::size_t entries(const char* folder) {
+    const std::filesystem::directory_iterator all(folder);
+    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+}
+
+TEST(StandInRpcClients, LeaveNothingBehind) {
+    const TestMachine machine;
+    Book notes;
+    book = &notes;
+    std::size_t descriptors = 0, threads = 0;
+    for (int round = 0; round < 3; ++round) {
+        set_rpc_limits({std::chrono::hours(1), 16 << 20, std::chrono::milliseconds(1)});
+        ASSERT_EQ(start(), 0U);
+        for (int i = 0; i < 50; ++i) {
+            Client client;
+            for (int call = 0; call < 20; ++call) {
+                client.Send(call % 2 == 0 ? "GetModelName" : "Nothing");
+            }
+        }
+        stop();
+        EXPECT_FALSE(std::filesystem::exists(machine_path(kSocket)));
+        notes.Wait([&] { return notes.closed == notes.opened; });
+        descriptors = round == 0 ? entries("/proc/self/fd") : descriptors;
+        threads = round == 0 ? entries("/proc/self/task") : threads;
+        while (entries("/proc/self/fd") > descriptors || entries("/proc/self/task") > threads) {
+            std::this_thread::yield();  // the last ones are on their way
+        }
+    }
+    set_rpc_limits({});
+}
+
+TEST(StandInRpcSteps, AnswerAsTheSystemDoes) {
+    const TestMachine machine;
+    Book notes;
+    book = &notes;
+    for (const char* step :
+         {"derive_capabilities", "allocate_everyone", "build_access_list", "set_descriptor", "use_rpc_endpoint",
+          "register_rpc_interface", "inquire_rpc_bindings", "map_rpc_endpoint"}) {
+        fail_step(step, 1234);
+        EXPECT_EQ(start(), 1234U) << step;
+        stop();
+    }
+    fail_step("", 0);
+    ASSERT_EQ(start(), 0U);
+    EXPECT_EQ(start(), 1740U);
+    struct stat status {};
+    EXPECT_EQ(::stat(machine_path(kSocket).c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode, S_IFSOCK | 0666U);
+    fail_step("listen_for_rpc", 5);
+    EXPECT_EQ(listen_for_rpc(1, 1234), 5U);
+    fail_step("", 0);
+    std::vector<RpcStatus> ends;
+    const auto listen = [&] {
+        const RpcStatus end = listen_for_rpc(1, 1234);
+        notes.Change([&] { ends.push_back(end); });
+    };
+    std::thread listener(listen), other(listen);
+    notes.Wait([&] { return ends.size() == 1; });
+    stop();
+    listener.join();
+    other.join();
+    EXPECT_EQ(ends, (std::vector<RpcStatus>{1713, 0}));
+    EXPECT_EQ(listen_for_rpc(1, 1234), 0U) << "the stop came first";
+    EXPECT_EQ(unregister_rpc_interface(), 1717U);
+    RpcSecurity security;
+    EXPECT_EQ(security.set_descriptor(), 87U);
+    std::uint32_t count = 0;
+    fail_step("count_capabilities", 1);
+    EXPECT_EQ(security.derive_capabilities(L"Zorv.Test", count), 0U);
+    EXPECT_EQ(count, 2U);
+    fail_step("", 0);
+    EXPECT_EQ(use_rpc_endpoint(L"ncacn_ip_tcp", 10, L"Endpoint", security), 1703U);
+    EXPECT_EQ(use_rpc_endpoint(L"ncalrpc", 10, L"../Endpoint", security), 1706U);
+}
+
+}  // namespace
+}  // namespace platform
