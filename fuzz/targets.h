@@ -19,3 +19,6 @@ std::int32_t FuzzServerAnswers(std::string_view bytes);
 // `bytes` as the lines of a client of the stand-in machine's local endpoint, one call after the other. The result is
 // the code of the last answer, 0 for a result. Linux only.
 std::int32_t FuzzRpcFrames(std::string_view bytes);
+
+// `bytes` as a client's call in JSON: 1 and 0 for its success and its failure, -1 for no answer.
+std::int32_t FuzzClientCall(std::string_view bytes);

@@ -35,4 +35,8 @@ TEST(Corpus, OfTheEndpointsFramesReachesEachAnswer) {
 }
 #endif
 
+TEST(Corpus, OfClientCallsIsAnsweredInEachWay) {
+    EXPECT_EQ(Results("client_call", FuzzClientCall), (std::set<std::int32_t>{kRaised, -1, 0, 1}));
+}
+
 }  // namespace

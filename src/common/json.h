@@ -3,6 +3,7 @@
 // text is written byte for byte.
 #pragma once
 
+#include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -53,6 +54,19 @@ inline Json ParseJson(std::string_view text) {
         return true;
     };
     return Json::parse(text, shallow);
+}
+
+// A number's lower 32 bits, without its fraction; one of a fraction's kind that does not fit is the least integer. A
+// boolean is no number, and raises std::domain_error as any other type does.
+inline std::int32_t JsonInteger(const Json& value) {
+    if (!value.is_number()) {
+        throw std::domain_error(std::string("type must be number, but is ") + value.type_name());
+    }
+    if (value.is_number_float()) {
+        const double number = value.get<double>();
+        return number > -2147483649.0 && number < 2147483648.0 ? static_cast<std::int32_t>(number) : INT32_MIN;
+    }
+    return static_cast<std::int32_t>(value.get<std::uint64_t>());
 }
 
 namespace json_detail {

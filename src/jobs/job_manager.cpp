@@ -3,6 +3,7 @@
 #include <array>
 #include <utility>
 
+#include "client/device_modes.h"
 #include "collection/zorv_win_io_dll.h"
 #include "common/log.h"
 #include "common/registry.h"
@@ -23,6 +24,8 @@ struct JobManager::NamedJob {
 // In the order in which a name is compared. A name that is not here does nothing.
 const JobManager::NamedJob JobManager::kJobs[] = {
     {L"jobZprpCheckSN", "DoJob - JOB_ZPRPSN", &JobManager::ZprpCheckSN},
+    {L"jobSetQuietFan", "DoJob - JOB_SETQUIETFAN", &JobManager::SetQuietFan},
+    {L"jobSetBatteryHealth", "DoJob - JOB_SETBATTERYHEALTH", &JobManager::SetBatteryHealth},
     {L"jobDownloadSettingFile", "DoJob - JOB_DOWNLOADSETTINGFILE", &JobManager::DownloadSettingFile},
     {L"jobSetAppFolder", "DoJob - JOB_SETAPPFOLDER", &JobManager::SetAppFolder},
     {L"jobCreateTaskScheduler", nullptr, &JobManager::CreateTaskScheduler},
@@ -95,6 +98,20 @@ std::uint64_t JobManager::RunJob(const std::wstring& name, std::uint32_t param, 
 
 std::uint64_t JobManager::ZprpCheckSN(std::uint32_t, std::int64_t now) {
     activation::CheckSN(now);
+    return 0;
+}
+
+std::uint64_t JobManager::SetQuietFan(std::uint32_t param, std::int64_t) {
+    QuietFan().setQuietFan(param == JOB_TRIGGER_QUIET_FAN_ON, 1);
+    return 0;
+}
+
+// Whatever is neither 80 nor 60 is 100, where the fan's like is off.
+std::uint64_t JobManager::SetBatteryHealth(std::uint32_t param, std::int64_t) {
+    const std::int32_t percent = param == JOB_TRIGGER_BATTERY_HEALTH_80   ? 80
+                                 : param == JOB_TRIGGER_BATTERY_HEALTH_60 ? 60
+                                                                          : 100;
+    BatteryHealth().setBatteryHealth(percent, 1);
     return 0;
 }
 

@@ -107,6 +107,8 @@ private:
 
     std::uint64_t RunJob(const std::wstring& name, std::uint32_t param, std::int64_t now);
     std::uint64_t ZprpCheckSN(std::uint32_t param, std::int64_t now);
+    std::uint64_t SetQuietFan(std::uint32_t param, std::int64_t now);
+    std::uint64_t SetBatteryHealth(std::uint32_t param, std::int64_t now);
     std::uint64_t DownloadSettingFile(std::uint32_t param, std::int64_t now);
     std::uint64_t SetAppFolder(std::uint32_t param, std::int64_t now);
     std::uint64_t CreateTaskScheduler(std::uint32_t param, std::int64_t now);

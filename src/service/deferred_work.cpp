@@ -1,6 +1,8 @@
-// What the service puts off until two minutes after its start, on threads of the pool.
+// What the service does on threads of the pool: it serves clients, and what it puts off until two minutes after its
+// start.
 #include "service/zorvalis_service.h"
 
+#include "client/rpc_server.h"
 #include "common/log.h"
 #include "common/registry.h"
 #include "common/root.h"
@@ -52,6 +54,14 @@ void ReceiveWmiEvents() {
 }
 
 }  // namespace
+
+void ZorvalisService::RpcServiceWork(void*) {
+    AtRoot("RpcServiceWork", [] {
+        if (RpcServerStart() != 0) {
+            StopServed();
+        }
+    });
+}
 
 void ZorvalisService::TaskSchedulerCreatorTimer(void*) {
     AtRoot("TaskSchedulerCreatorTimer", [] {

@@ -179,6 +179,12 @@ void CServiceBase::Stop() {
         [&](std::uint32_t) { SetServiceStatus(kept); });
 }
 
+void CServiceBase::StopServed() {
+    if (CServiceBase* const service = s_service) {
+        service->Stop();
+    }
+}
+
 void CServiceBase::Pause() {
     Guarded(
         L"Service Pause", L"Service failed to pause.",

@@ -55,6 +55,9 @@ public:
     // was not started by it.
     static bool Run(CServiceBase& service);
 
+    // Stops the service that is served, if there is one.
+    static void StopServed();
+
     void Start(std::uint32_t argc, wchar_t** argv);
     void Stop();
     void Pause();

@@ -3,6 +3,7 @@
 #include <array>
 #include <string>
 
+#include "client/rpc_server.h"
 #include "common/device_identity.h"
 #include "common/log.h"
 #include "common/registry.h"
@@ -105,7 +106,10 @@ void ZorvalisService::OnStart(std::uint32_t, wchar_t**) {
         WriteRegDword(kLocalMachine, kProductKey, L"SKIP_ONPOWEREVENT", 1);
     }
     LogMessage("[ZorvalisService] call RPC service. (Thread) Start");
-    LogMessage("[ZorvalisService] call RPC service. (Thread) End");  // this build has no endpoint yet
+    if (platform::PoolWork* const work = platform::create_pool_work(RpcServiceWork, nullptr)) {
+        platform::submit_pool_work(work);
+    }
+    LogMessage("[ZorvalisService] call RPC service. (Thread) End");
     SetTimerThread(0);
     SetTimerThread(1);
     LogMessage("[ZorvalisService] set the reload setting file timer thread (Thread) Start");
@@ -129,6 +133,7 @@ void ZorvalisService::SetTimerThread(int which) {
 
 void ZorvalisService::OnStop() {
     LogMessage("[ZorvalisService] OnStop +++++++++++++++++++++++");
+    RpcServerStop();
     LogMessage("[ZorvalisService] OnStop -----------------------");
     StopTrace();
 }

@@ -24,6 +24,9 @@ public:
     void SetTimerThread(int which);
 
 private:
+    // Serves clients for as long as the endpoint listens. A failed or ended endpoint takes the service down.
+    static void RpcServiceWork(void*);
+
     static void TaskSchedulerCreatorTimer(void*);
 
     // Stays in the receiver's loop for as long as that runs.

@@ -3,7 +3,7 @@
 
 fuzz_packages=(clang libclang-rt-14-dev)
 fuzz_options=(ASAN_OPTIONS=allow_addr2line=1 UBSAN_OPTIONS=print_stacktrace=1)
-fuzzers=(setting_document server_answers rpc_frames)
+fuzzers=(client_call rpc_frames setting_document server_answers)
 
 # What a fuzzer said at its end, in a line: runs, speed, coverage, new inputs. With a finding, its report.
 fuzz_outcome() {

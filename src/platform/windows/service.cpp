@@ -13,12 +13,16 @@ static_assert(offsetof(PowerSettingChange, setting) == offsetof(POWERBROADCAST_S
               offsetof(PowerSettingChange, size) == offsetof(POWERBROADCAST_SETTING, DataLength) &&
               offsetof(PowerSettingChange, data) == offsetof(POWERBROADCAST_SETTING, Data));
 
-// A process has one service. Both are set before the system can call them.
+constexpr DWORD kMainMilliseconds = 10000;
+
+// A process has one service. They are set before the system can call them.
 ServiceMain serviceMain = nullptr;
 ServiceHandler serviceHandler = nullptr;
+HANDLE mainEnded = nullptr;
 
 void WINAPI call_main(DWORD argc, wchar_t** argv) {
     serviceMain(argc, argv);
+    ::SetEvent(mainEnded);
 }
 
 DWORD WINAPI call_handler(DWORD control, DWORD event_type, void* event_data, void* context) {
@@ -34,7 +38,13 @@ SERVICE_STATUS_HANDLE to_system(ServiceStatusHandle handle) {
 bool run_service(const wchar_t* name, ServiceMain main) {
     serviceMain = main;
     const SERVICE_TABLE_ENTRYW services[] = {{const_cast<wchar_t*>(name), call_main}, {nullptr, nullptr}};
-    return ::StartServiceCtrlDispatcherW(services) != FALSE;
+    mainEnded = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    if (::StartServiceCtrlDispatcherW(services) == FALSE) {
+        return false;
+    }
+    // A service may have stopped while it was starting; its start still uses what the caller takes away.
+    ::WaitForSingleObject(mainEnded, kMainMilliseconds);
+    return true;
 }
 
 ServiceStatusHandle register_service_handler(const wchar_t* name, ServiceHandler handler, void* context) {
