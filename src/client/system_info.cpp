@@ -64,7 +64,8 @@ constexpr std::array<SystemInfoMember, 7> kSystemInfo = {{
 
 // As the C library's own conversion does it without a locale: byte by byte, up to the first character that is none.
 std::string NarrowWithoutLocale(const std::wstring& text) {
-    const auto end = std::find_if(text.begin(), text.end(), [](wchar_t c) { return c < 0 || c > 0xFF; });
+    const auto end =
+        std::find_if(text.begin(), text.end(), [](wchar_t c) { return static_cast<std::uint32_t>(c) > 0xFF; });
     return NarrowBytes(std::wstring(text.begin(), end));
 }
 

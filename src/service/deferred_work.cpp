@@ -56,11 +56,11 @@ void ReceiveWmiEvents() {
 }  // namespace
 
 void ZorvalisService::RpcServiceWork(void*) {
-    AtRoot("RpcServiceWork", [] {
-        if (RpcServerStart() != 0) {
-            StopServed();
-        }
-    });
+    bool ended = false;
+    AtRoot("RpcServiceWork", [&] { ended = RpcServerStart() == 0; });
+    if (!ended) {
+        AtRoot("RpcServiceWork", StopServed);
+    }
 }
 
 void ZorvalisService::TaskSchedulerCreatorTimer(void*) {

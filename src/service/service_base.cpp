@@ -4,6 +4,7 @@
 #include <cassert>
 #include <cstdio>
 #include <cwchar>
+#include <mutex>
 
 #include "common/root.h"
 #include "platform/error.h"
@@ -17,6 +18,9 @@ constexpr platform::Guid kEventProvider = {
     0xBE2E880E, 0xF79F, 0x4C30, {0x9C, 0x95, 0x09, 0xF0, 0x03, 0xA0, 0xA7, 0xEA}};
 
 constexpr std::uint8_t kErrorLevel = 2;
+
+std::mutex servedMutex;
+bool isServed = false;  // the dispatcher runs
 
 constexpr std::uint32_t kAcceptStop = 1;
 constexpr std::uint32_t kAcceptPauseContinue = 2;
@@ -75,10 +79,17 @@ void CServiceBase::WriteErrorLogEntry(const wchar_t* function, std::uint32_t err
 
 bool CServiceBase::Run(CServiceBase& service) {
     s_service = &service;
-    return platform::run_service(service.name, [](std::uint32_t argc, wchar_t** argv) {
+    const auto serve = [](bool begins) {
+        const std::lock_guard guard(servedMutex);
+        isServed = begins;
+    };
+    serve(true);
+    const bool result = platform::run_service(service.name, [](std::uint32_t argc, wchar_t** argv) {
         // A service that cannot register its handler is one that the manager never hears of.
         AtRoot("ServiceMain", [&] { ServiceMain(argc, argv); });
     });
+    serve(false);  // a stop from the pool has come to its end before the service goes
+    return result;
 }
 
 void CServiceBase::ServiceMain(std::uint32_t argc, wchar_t** argv) {
@@ -180,8 +191,9 @@ void CServiceBase::Stop() {
 }
 
 void CServiceBase::StopServed() {
-    if (CServiceBase* const service = s_service) {
-        service->Stop();
+    const std::lock_guard guard(servedMutex);
+    if (isServed) {
+        s_service.load()->Stop();
     }
 }
 

@@ -55,7 +55,7 @@ public:
     // was not started by it.
     static bool Run(CServiceBase& service);
 
-    // Stops the service that is served, if there is one.
+    // Stops the service that is being served, if there is one. From the thread pool.
     static void StopServed();
 
     void Start(std::uint32_t argc, wchar_t** argv);
