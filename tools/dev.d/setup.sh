@@ -3,7 +3,7 @@
 
 linux_packages=(g++ cmake ninja-build ccache libsqlite3-dev nlohmann-json3-dev libcli11-dev googletest libgtest-dev
                 libcurl4-openssl-dev libssl-dev libcpp-httplib-dev clang-format python3)
-windows_packages=(g++-mingw-w64-x86-64-posix wine wine64)
+windows_packages=(g++-mingw-w64-x86-64-posix mingw-w64-tools wine wine64)
 
 # SQLite's source for the Windows side, from a registry package that carries it.
 sqlite_package=better-sqlite3@8.7.0

@@ -1,0 +1,60 @@
+#include "platform/rpc_callback.h"
+
+#include <utility>
+
+#include "platform/windows/rpc_call.h"
+#include "platform/windows/rpc_guard.h"
+#include "zorvalis_rpc.h"
+
+namespace platform {
+namespace {
+
+thread_local int servedCalls = 0;
+thread_local std::function<void(const RpcCallback&)> observer;
+
+constexpr std::int32_t kNoFunction = -1;
+
+template <class Stub>
+void call_back(const char* procedure, const std::string& result, std::int32_t function, std::int64_t cookie,
+               Stub stub) {
+    if (observer) {
+        observer({procedure, result, function, cookie});
+    } else if (servedCalls > 0) {
+        rpc_guarded(stub);
+    }
+}
+
+}  // namespace
+
+ServedCall::ServedCall() {
+    ++servedCalls;
+}
+
+ServedCall::~ServedCall() {
+    --servedCalls;
+}
+
+void callback_test_data(std::int64_t result, std::int64_t cookie) {
+    call_back("CallbackTestData", std::to_string(result), kNoFunction, cookie,
+              [=] { call_CallbackTestData(result, cookie); });
+}
+
+void callback_text(const char* result, std::int32_t function, std::int64_t cookie) {
+    call_back("CallbackText", result, function, cookie, [=] { call_CallbackText(result, function, cookie); });
+}
+
+void callback_flag(std::uint8_t result, std::int32_t function, std::int64_t cookie) {
+    call_back("CallbackFlag", std::to_string(result), function, cookie,
+              [=] { call_CallbackFlag(result, function, cookie); });
+}
+
+void callback_integer(std::int32_t result, std::int32_t function, std::int64_t cookie) {
+    call_back("CallbackInteger", std::to_string(result), function, cookie,
+              [=] { call_CallbackInteger(result, function, cookie); });
+}
+
+void set_callback_observer(std::function<void(const RpcCallback&)> taker) {
+    observer = std::move(taker);
+}
+
+}  // namespace platform

@@ -1,0 +1,153 @@
+#!/usr/bin/env python3
+"""Makes the C stubs of the local endpoint from its interface description, at build time.
+
+    tools/rpc_stubs.py IDL FOLDER [WIDL]     writes zorvalis_rpc*.[ch] into FOLDER
+
+widl knows no callback procedures, takes a binding handle for data, and leaves out a flag of context handles. So it is
+given the interface in two halves, and what it makes is mended, each mend as often as it must be needed, or it fails.
+"""
+import pathlib
+import re
+import subprocess
+import sys
+
+CALL, SERVE = "call_", "serve_"  # before a procedure's name where it is called, and where it is implemented
+CONTEXT_NO_SERIALIZE = 0x04
+HAS_CALLBACK = 0x04000000
+FC_CALLBACK_HANDLE = 0x34
+
+
+class Stub:
+    """One generated file, in which every mend says how often it applies."""
+
+    def __init__(self, path):
+        self.path, self.text = path, path.read_text()
+
+    def mend(self, count, pattern, replacement):
+        self.text, found = re.subn(pattern, replacement, self.text, flags=re.M)
+        if found != count:
+            sys.exit(f"{self.path.name}: {pattern!r} is there {found} times, not {count}")
+
+    def procedures(self, count):
+        """The beginnings and ends of the procedures' parts of the format string."""
+        starts = [m.start() for m in re.finditer(r"^/\* \d+ \(procedure ", self.text, re.M)]
+        if len(starts) != count:
+            sys.exit(f"{self.path.name}: {len(starts)} procedures, not {count}")
+        return list(zip(starts, starts[1:] + [self.text.index("        0x0\n    }\n};", starts[-1])]))
+
+    def write(self):
+        self.path.write_text(self.text)
+
+
+def halves(idl):
+    """The interface without its callbacks, and one of the same identity that has only those."""
+    plain = re.sub(r"//.*", "", idl)
+    callbacks = re.findall(r"\[callback\]\s*([^;]+;)", plain)
+    procedures = re.findall(r"^ *void \w+\(", plain, re.M)
+    if len(procedures) != 20 or len(callbacks) != 4:
+        sys.exit(f"{len(procedures)} procedures and {len(callbacks)} callbacks in the description, not 20 and 4")
+    attributes = re.match(r"\s*\[(.*?)\]\s*interface Zorvalis\b", plain, re.S).group(1)
+    # A handle that nobody passes: a callback goes out on the connection of the running call.
+    second = (f"[{attributes}, implicit_handle(handle_t ZorvalisCallback_handle)]\n"
+              "interface ZorvalisCallback\n{\n" + "\n".join(callbacks) + "\n}\n")
+    return re.sub(r"\[callback\][^;]+;", "", plain), second
+
+
+def mend_procedures(stub):
+    # A binding handle is no data: without its entry among the parameters both ends agree with every other client. Six
+    # bytes that nobody reads keep the places of the later procedures.
+    start, end = stub.procedures(20)[0]
+    handle = re.compile(r"/\* 30 \(parameter binding\) \*/\n"
+                        r"        NdrFcShort\(0x48\),\t/\* flags: in, base type \*/\n"
+                        r"        NdrFcShort\(0x0\),\t/\* stack offset = 0 \*/\n"
+                        r"        0x08,\t/\* FC_LONG \*/\n        0x0,\n")
+    first, found = handle.subn("", stub.text[start:end])
+    first, counted = re.subn(r"0x02,\t/\* 2 params \*/", "0x01,\t/* 1 params */", first)
+    if (found, counted) != (1, 1):
+        sys.exit(f"{stub.path.name}: RemoteOpen's handle is described in another way")
+    stub.text = stub.text[:start] + first + "        0, 0, 0, 0, 0, 0,\n" + stub.text[end:]
+
+    # Calls on one context run at once only with this flag; it belongs to the types and to the handles of the calls.
+    def add(match):
+        return f"{match[1]}0x{int(match[2], 16) | CONTEXT_NO_SERIALIZE:02x},"
+    stub.mend(1, r"(0x30,\t/\* FC_BIND_CONTEXT \*/\n {8})(0xa0),", add)
+    stub.mend(2, r"(0x30,\t/\* FC_BIND_CONTEXT \*/\n {8})(0xe0),", add)
+    stub.mend(36, r"(0x30,\t/\* FC_BIND_CONTEXT \*/\n {8})(0x41),", add)
+
+
+def mend_server(stub):
+    # The callbacks are made in the name of this interface, from the other file.
+    stub.mend(1, r"^static (const RPC_SERVER_INTERFACE Zorvalis___RpcServerInterface =)", r"\1")
+    stub.mend(1, r"(&Zorvalis_ServerInfo,\n    )0,", rf"\g<1>0x{HAS_CALLBACK:08x},")
+
+
+def mend_client(stub):
+    # The runtime finds the callbacks' procedures in the client's interface, as it finds a server's in its own.
+    stub.mend(1, r"^static (const RPC_CLIENT_INTERFACE Zorvalis___RpcClientInterface =)",
+              "extern RPC_DISPATCH_TABLE ZorvalisCallback_v1_0_DispatchTable;\n"
+              "extern const MIDL_SERVER_INFO ZorvalisCallback_ServerInfo;\n\n" r"\1")
+    stub.mend(1, r"(\{2,0\}\},\n    )0,\n    0,\n    0,\n    0,\n    0,\n    0,\n\};",
+              r"\1&ZorvalisCallback_v1_0_DispatchTable,\n    0,\n    0,\n    0,\n    &ZorvalisCallback_ServerInfo,"
+              rf"\n    0x{HAS_CALLBACK:08x},\n}};")
+
+
+def mend_server_callback(stub):
+    # No handle of its own, but that of the call which the service is in.
+    stub.mend(4, r"0x32,\t/\* FC_BIND_PRIMITIVE \*/", f"0x{FC_CALLBACK_HANDLE:02x},\t/* FC_CALLBACK_HANDLE */")
+    stub.mend(1, r"^handle_t ZorvalisCallback_handle;\n", "")
+    stub.mend(1, r"        &ZorvalisCallback_handle,", "        0,")
+    # The interface is the server's, whose only one it is.
+    stub.mend(1, r"^static const RPC_CLIENT_INTERFACE ZorvalisCallback___RpcClientInterface =\n\{[^;]*;\n"
+              r"RPC_IF_HANDLE .*\n", "extern const RPC_SERVER_INTERFACE Zorvalis___RpcServerInterface;\n")
+    stub.mend(1, r"\(void \*\)& ?ZorvalisCallback___RpcClientInterface", "(void *)&Zorvalis___RpcServerInterface")
+    stub.procedures(4)
+
+
+def mend_client_callback(stub):
+    # Its procedures are dispatched from the client's interface, and no other is registered.
+    stub.mend(1, r"^static const RPC_SERVER_INTERFACE ZorvalisCallback___RpcServerInterface =\n\{[^;]*;\n"
+              r"RPC_IF_HANDLE .*\n", "extern const RPC_CLIENT_INTERFACE Zorvalis___RpcClientInterface;\n")
+    stub.mend(1, r"\(void \*\)& ?ZorvalisCallback___RpcServerInterface", "(void *)&Zorvalis___RpcClientInterface")
+    stub.mend(2, r"^static (RPC_DISPATCH_TABLE ZorvalisCallback_v1_0_DispatchTable)", r"\1")
+    stub.mend(2, r"^static (const MIDL_SERVER_INFO ZorvalisCallback_ServerInfo)", r"\1")
+    stub.procedures(4)
+
+
+def merge_headers(stub, callbacks):
+    # One header; the second half's interface does not exist.
+    declared = re.search(r"/\* client prototype \*/.*?(?=\n\n#endif)", callbacks.text, re.S)
+    stub.mend(1, r"\n\n\n#endif  /\* __Zorvalis_INTERFACE_DEFINED__ \*/",
+              lambda match: "\n\n" + declared.group().rstrip() + match.group())
+    callbacks.path.unlink()
+    for side in (CALL, SERVE):
+        stub.mend(24, rf"__cdecl {side}\w+\(", lambda match: match.group())
+
+
+def main():
+    idl, folder = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2])
+    widl = sys.argv[3] if len(sys.argv) > 3 else "x86_64-w64-mingw32-widl"
+    folder.mkdir(parents=True, exist_ok=True)
+    stubs = {}
+    # In the second half the service is the caller.
+    for base, text, caller, server in zip(("zorvalis_rpc", "zorvalis_rpc_callback"), halves(idl.read_text()),
+                                          ("client", "server_callback"), ("server", "client_callback")):
+        (folder / f"{base}.idl").write_text(text)
+        for option, output in (("h", f"{base}.h"), ("c", f"zorvalis_rpc_{caller}.c"), ("s", f"zorvalis_rpc_{server}.c")):
+            subprocess.run([widl, "--win64", "-Oicf", f"--prefix-client={CALL}", f"--prefix-server={SERVE}",
+                            f"-{option}", f"-{option.upper()}", output, f"{base}.idl"], cwd=folder, check=True)
+            stubs[output] = Stub(folder / output)
+
+    for side in ("client", "server"):
+        mend_procedures(stubs[f"zorvalis_rpc_{side}.c"])
+        stubs[f"zorvalis_rpc_{side}_callback.c"].mend(1, '#include "zorvalis_rpc_callback.h"', '#include "zorvalis_rpc.h"')
+    mend_client(stubs["zorvalis_rpc_client.c"])
+    mend_server(stubs["zorvalis_rpc_server.c"])
+    mend_client_callback(stubs["zorvalis_rpc_client_callback.c"])
+    mend_server_callback(stubs["zorvalis_rpc_server_callback.c"])
+    merge_headers(stubs["zorvalis_rpc.h"], stubs.pop("zorvalis_rpc_callback.h"))
+    for stub in stubs.values():
+        stub.write()
+
+
+if __name__ == "__main__":
+    main()
