@@ -12,7 +12,7 @@ import subprocess
 import sys
 
 CALL, SERVE = "call_", "serve_"  # before a procedure's name where it is called, and where it is implemented
-CONTEXT_NO_SERIALIZE = 0x04
+CONTEXT_NOT_NULL, CONTEXT_NO_SERIALIZE = 0x01, 0x04
 HAS_CALLBACK = 0x04000000
 FC_CALLBACK_HANDLE = 0x34
 
@@ -67,12 +67,11 @@ def mend_procedures(stub):
         sys.exit(f"{stub.path.name}: RemoteOpen's handle is described in another way")
     stub.text = stub.text[:start] + first + "        0, 0, 0, 0, 0, 0,\n" + stub.text[end:]
 
-    # Calls on one context run at once only with this flag; it belongs to the types and to the handles of the calls.
-    def add(match):
-        return f"{match[1]}0x{int(match[2], 16) | CONTEXT_NO_SERIALIZE:02x},"
-    stub.mend(1, r"(0x30,\t/\* FC_BIND_CONTEXT \*/\n {8})(0xa0),", add)
-    stub.mend(2, r"(0x30,\t/\* FC_BIND_CONTEXT \*/\n {8})(0xe0),", add)
-    stub.mend(36, r"(0x30,\t/\* FC_BIND_CONTEXT \*/\n {8})(0x41),", add)
+    # Calls on one context run at once only with a flag that widl leaves out; and none may be null where one comes in. Both
+    # belong to the types and to the handles of the calls: out, in and out, in.
+    for flags, count, more in ((0xa0, 1, 0), (0xe0, 2, CONTEXT_NOT_NULL), (0x41, 36, CONTEXT_NOT_NULL)):
+        stub.mend(count, rf"(0x30,\t/\* FC_BIND_CONTEXT \*/\n {{8}})0x{flags:02x},",
+                  rf"\g<1>0x{flags | more | CONTEXT_NO_SERIALIZE:02x},")
 
 
 def mend_server(stub):
