@@ -90,26 +90,28 @@ def mend_client(stub):
               rf"\n    0x{HAS_CALLBACK:08x},\n}};")
 
 
-def mend_server_callback(stub):
+def mend_callback(stub, other_side):
     # No handle of its own, but that of the call which the service is in.
     stub.mend(4, r"0x32,\t/\* FC_BIND_PRIMITIVE \*/", f"0x{FC_CALLBACK_HANDLE:02x},\t/* FC_CALLBACK_HANDLE */")
+    # No interface of its own either, but the one whose callbacks these are.
+    side = "SERVER" if other_side == "CLIENT" else "CLIENT"
+    own, real = f"ZorvalisCallback___Rpc{other_side.title()}Interface", f"Zorvalis___Rpc{side.title()}Interface"
+    stub.mend(1, rf"^static const RPC_{other_side}_INTERFACE {own} =\n\{{[^;]*;\nRPC_IF_HANDLE .*\n",
+              f"extern const RPC_{side}_INTERFACE {real};\n")
+    stub.mend(1, rf"\(void \*\)& ?{own}", f"(void *)&{real}")
+    stub.procedures(4)
+
+
+def mend_server_callback(stub):
+    mend_callback(stub, "CLIENT")
     stub.mend(1, r"^handle_t ZorvalisCallback_handle;\n", "")
     stub.mend(1, r"        &ZorvalisCallback_handle,", "        0,")
-    # The interface is the server's, whose only one it is.
-    stub.mend(1, r"^static const RPC_CLIENT_INTERFACE ZorvalisCallback___RpcClientInterface =\n\{[^;]*;\n"
-              r"RPC_IF_HANDLE .*\n", "extern const RPC_SERVER_INTERFACE Zorvalis___RpcServerInterface;\n")
-    stub.mend(1, r"\(void \*\)& ?ZorvalisCallback___RpcClientInterface", "(void *)&Zorvalis___RpcServerInterface")
-    stub.procedures(4)
 
 
 def mend_client_callback(stub):
-    # Its procedures are dispatched from the client's interface, and no other is registered.
-    stub.mend(1, r"^static const RPC_SERVER_INTERFACE ZorvalisCallback___RpcServerInterface =\n\{[^;]*;\n"
-              r"RPC_IF_HANDLE .*\n", "extern const RPC_CLIENT_INTERFACE Zorvalis___RpcClientInterface;\n")
-    stub.mend(1, r"\(void \*\)& ?ZorvalisCallback___RpcServerInterface", "(void *)&Zorvalis___RpcClientInterface")
+    mend_callback(stub, "SERVER")
     stub.mend(2, r"^static (RPC_DISPATCH_TABLE ZorvalisCallback_v1_0_DispatchTable)", r"\1")
     stub.mend(2, r"^static (const MIDL_SERVER_INFO ZorvalisCallback_ServerInfo)", r"\1")
-    stub.procedures(4)
 
 
 def merge_headers(stub, callbacks):
