@@ -217,7 +217,7 @@ void LineServer::take_orders() {
         } else if (entry != peers_.end()) {
             Peer& peer = entry->second;
             peer.waiting -= order.answers ? 1 : 0;
-            peer.waitingBytes -= order.answers ? order.size : 0;
+            peer.waitingBytes = peer.waiting == 0 ? 0 : peer.waitingBytes - (order.answers ? order.size : 0);
             push(peer, order.line);
             touched.insert(order.connection);
         }
