@@ -14,7 +14,8 @@
 namespace zorvalis_client {
 
 // What the service calls back during a direct call, before that call returns. Each may be empty. They may come on a
-// thread of the client's own, one at a time for one call; the cookie is the one that the call was given.
+// thread of the client's own, one at a time for one call; the cookie is the one that the call was given. What a
+// callback throws is dropped. It makes no calls of its own client.
 struct Callbacks {
     std::function<void(std::int64_t result, std::int64_t cookie)> testData;
     std::function<void(const std::string& result, std::int32_t function, std::int64_t cookie)> text;
@@ -22,7 +23,7 @@ struct Callbacks {
     std::function<void(std::int32_t result, std::int32_t function, std::int64_t cookie)> integer;
 };
 
-// A call that had no end: no service (1722), a fault in the call, a lost connection.
+// A call that had no end: no service (1722), a fault in the call, a lost connection (1726).
 class Error : public std::runtime_error {
 public:
     Error(const std::string& what, std::int32_t code) : std::runtime_error(what), status(code) {}

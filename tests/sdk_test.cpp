@@ -1,0 +1,203 @@
+// The client library against a server that says what a test wants, well or ill formed. The library's way to the real
+// service is zorvctl's, with its tests.
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <functional>
+#include <future>
+#include <optional>
+#include <thread>
+
+#include "platform/linux/machine_socket.h"
+#include "support/machine.h"
+#include "zorvalis_client.h"
+
+namespace {
+
+using namespace zorvalis_client;
+using zorvalis::Json;
+
+// Serves one connection after the other. The script gets each message and says what is sent for it, as it stands;
+// without that it hangs up.
+class ScriptedServer {
+public:
+    using Script = std::function<std::optional<std::string>(const Json& message)>;
+
+    explicit ScriptedServer(Script script)
+        : script_(std::move(script)), listener_(platform::listen_at("run/scripted", 0)), thread_([this] { Run(); }) {}
+    ~ScriptedServer() {
+        ::shutdown(listener_.get(), SHUT_RDWR);
+        thread_.join();
+    }
+
+    std::string Path() const { return platform::machine_path("run/scripted"); }
+
+private:
+    void Run() {
+        for (pollfd wait = {listener_.get(), POLLIN, 0}; ::poll(&wait, 1, -1) > 0 && (wait.revents & POLLHUP) == 0;) {
+            Serve(platform::Descriptor(::accept(listener_.get(), nullptr, nullptr)));
+        }
+    }
+    void Serve(const platform::Descriptor& peer) {
+        std::string in;
+        char bytes[4096];
+        for (ssize_t count; (count = ::recv(peer.get(), bytes, sizeof bytes, 0)) > 0;) {
+            in.append(bytes, static_cast<std::size_t>(count));
+            for (std::size_t end; (end = in.find('\n')) != std::string::npos; in.erase(0, end + 1)) {
+                const std::optional<std::string> reply = script_(zorvalis::ParseJson(in.substr(0, end)));
+                if (!reply) {
+                    return;
+                }
+                ::send(peer.get(), reply->data(), reply->size(), MSG_NOSIGNAL);
+            }
+        }
+    }
+
+    Script script_;
+    platform::Descriptor listener_;
+    std::thread thread_;
+};
+
+std::string Answer(const Json& message, const Json& result) {
+    return zorvalis::DumpJson({{"jsonrpc", "2.0"}, {"id", message["id"]}, {"result", result}}) + "\n";
+}
+
+std::string Callback(const char* method, const Json& parameters) {
+    return zorvalis::DumpJson({{"jsonrpc", "2.0"}, {"method", method}, {"params", parameters}}) + "\n";
+}
+
+// Opens and closes contexts; the script has the other messages.
+ScriptedServer::Script Opening(ScriptedServer::Script script) {
+    return [script](const Json& message) {
+        return message["method"] == "RemoteOpen"    ? Answer(message, {{"context", 77}})
+               : message["method"] == "RemoteClose" ? Answer(message, nullptr)
+                                                    : script(message);
+    };
+}
+
+template <class Call>
+std::int32_t StatusOf(Call call, const std::string& piece = "") {
+    try {
+        call();
+    } catch (const Error& error) {
+        EXPECT_NE(std::string(error.what()).find(piece), std::string::npos) << error.what();
+        return error.status;
+    }
+    return 0;
+}
+
+TEST(Sdk, TellsThatNobodyListens) {
+    const TestMachine machine;
+    EXPECT_EQ(StatusOf([] { Client client; }, "run/ZorvHelpRpcEndpoint"), 1722);
+    const std::string left = platform::machine_path("run/left");
+    { const platform::Descriptor listener = platform::listen_at("run/left", 0); }
+    EXPECT_EQ(StatusOf([&] { Client({}, left); }, left), 1722);
+    EXPECT_EQ(StatusOf([] { Client({}, std::string(200, 'x')); }, "too long"), 1722);
+}
+
+TEST(Sdk, RunsCallbacksBeforeTheirCallReturnsAndRefusesCallsFromThem) {
+    const TestMachine machine;
+    const std::int64_t cookie = -0x7FFFFFFFFFFFFFFF;
+    Json seen;
+    const ScriptedServer server(Opening([&](const Json& message) -> std::string {
+        seen = message;
+        const Json tail = {{"function", 9}, {"cookie", message["params"]["cookie"]}};
+        const auto with = [&](const Json& result) {
+            Json parameters = tail;
+            parameters["result"] = result;
+            return parameters;
+        };
+        return Callback("CallbackText", with("ä")) + Callback("CallbackFlag", with(1)) +
+               Callback("CallbackInteger", with(-1)) + Callback("CallbackTestData", with(1LL << 40)) +
+               Callback("CallbackOfALaterService", with("")) + Answer(message, nullptr);
+    }));
+    std::string heard;
+    Client* self = nullptr;
+    std::int32_t refused = 0;
+    const auto hear = [&](const auto& result, std::int32_t function, std::int64_t back) {
+        std::ostringstream text;
+        text << result << " " << function << (back == cookie ? ", " : " with another cookie, ");
+        heard += text.str();
+    };
+    Callbacks callbacks = {nullptr, hear, hear, hear};
+    callbacks.testData = [&](std::int64_t result, std::int64_t back) {
+        hear(result, 0, back);
+        refused = StatusOf([&] { self->GetModelName(1); }, "inside a callback");
+        throw std::runtime_error("a callback that fails");
+    };
+    Client(Callbacks(), server.Path()).GetModelName(1);  // nobody wants to hear
+    Client client(callbacks, server.Path());
+    self = &client;
+    client.SetBatteryHealth(80, cookie);
+    EXPECT_EQ(heard, "ä 9, 1 9, -1 9, 1099511627776 0, ");
+    EXPECT_EQ(refused, 1791);
+    EXPECT_EQ(zorvalis::DumpJson(seen), R"({"id":2,"jsonrpc":"2.0","method":"SetBatteryHealth",)"
+                                        R"("params":{"context":77,"cookie":-9223372036854775807,"value":80}})");
+    EXPECT_EQ(StatusOf([&] { client.BigDataServiceCall("\xFF"); }, "UTF-8"), 1113);
+}
+
+TEST(Sdk, GivesEachThreadItsOwnAnswerInWhateverOrderTheyCome) {
+    const TestMachine machine;
+    Json first;
+    const ScriptedServer server(Opening([&](const Json& message) -> std::string {
+        const auto echo = [](const Json& call) { return Answer(call, {{"output", call["params"]["input"]}}); };
+        if (first.is_null()) {
+            first = message;
+            return "";
+        }
+        return echo(message) + echo(std::exchange(first, nullptr));
+    }));
+    Client client({}, server.Path());
+    for (const char* round : {"1", "2"}) {
+        const auto ask = [&](const std::string& text) { return client.BigDataServiceCall(text); };
+        auto one = std::async(std::launch::async, ask, std::string("one") + round);
+        auto two = std::async(std::launch::async, ask, std::string("two") + round);
+        EXPECT_EQ(one.get() + two.get(), std::string("one") + round + "two" + round);
+    }
+}
+
+TEST(Sdk, EndsEveryCallOfALostConnection) {
+    const TestMachine machine;
+    int calls = 0;
+    const ScriptedServer server(Opening([&](const Json&) -> std::optional<std::string> {
+        return ++calls < 2 ? std::make_optional("") : std::nullopt;
+    }));
+    Client client({}, server.Path());
+    auto other = std::async(std::launch::async, [&] { return StatusOf([&] { client.GetUUID(); }, "lost"); });
+    EXPECT_EQ(StatusOf([&] { client.GetModelName(1); }, "lost"), 1726);
+    EXPECT_EQ(other.get(), 1726);
+    EXPECT_EQ(StatusOf([&] { client.GetModelName(1); }, "lost"), 1726);
+}
+
+TEST(Sdk, TellsAFaultFromWhatIsNoAnswer) {
+    const TestMachine machine;
+    std::string reply;
+    const ScriptedServer server(Opening([&](const Json&) { return reply; }));
+    const struct {
+        std::string reply;
+        std::int32_t status;
+        const char* piece;
+    } cases[] = {
+        {R"({"jsonrpc":"2.0","id":2,"error":{"code":-32000,"message":"it broke"}})", -32000, "it broke"},
+        {R"({"jsonrpc":"2.0","id":null,"error":{"code":-32700,"message":"no JSON"}})", -32700, "no JSON"},
+        {R"({"jsonrpc":"2.0","id":2,"result":null})", 1728, "GetUUID"},
+        {R"({"jsonrpc":"2.0","id":2,"result":{"output":5}})", 1728, "GetUUID"},
+        {R"({"jsonrpc":"2.0","id":9,"result":null})", 1728, "to no call"},
+        {R"({"jsonrpc":"2.0","id":2})", 1728, "no message"},
+        {R"({"jsonrpc":"2.0","id":2,"error":7})", 1728, "no message"},
+        {R"({"method":"CallbackText","params":{"result":1,"function":0,"cookie":1}})", 1728, "no message"},
+        {R"({"method":"CallbackFlag"})", 1728, "no message"},
+        {"[]", 1728, "no message"},
+        {"HTTP/1.1 400 Bad Request", 1728, "no message"},
+        {std::string(100000, '['), 1728, "no message"},
+        {std::string(17 << 20, 'x'), 1728, "no message"},
+    };
+    for (const auto& each : cases) {
+        Client client({}, server.Path());
+        reply = each.reply + "\n";
+        EXPECT_EQ(StatusOf([&] { client.GetUUID(); }, each.piece), each.status) << each.reply.substr(0, 80);
+    }
+}
+
+}  // namespace
