@@ -23,6 +23,7 @@ void AddRegistryCommands(CLI::App& app);
 void AddTraceCommand(CLI::App& app);
 void AddLogCommand(CLI::App& app);
 void AddServiceCommands(CLI::App& app);
+void AddCallCommands(CLI::App& app);
 void AddEventCommands(CLI::App& app);
 void AddTaskCommands(CLI::App& app);
 

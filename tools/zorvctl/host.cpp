@@ -9,9 +9,12 @@
 #include <io.h>
 #include <windows.h>
 #else
+#include <pwd.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 #endif
+
+#include "common/text.h"
 
 namespace zorvalis {
 
@@ -43,6 +46,11 @@ int TerminalWidth() {
     return console ? info.srWindow.Right - info.srWindow.Left + 1 : 0;
 }
 
+std::string UserName() {
+    const wchar_t* const name = _wgetenv(L"USERNAME");
+    return WideToUtf8(name == nullptr ? L"" : name);
+}
+
 void UseMachine(const char*) {}
 
 #else
@@ -55,6 +63,11 @@ int TerminalWidth() {
     winsize size{};
     const bool known = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
     return isatty(STDOUT_FILENO) == 0 ? 0 : known ? size.ws_col : 80;
+}
+
+std::string UserName() {
+    const passwd* const user = getpwuid(geteuid());
+    return user == nullptr ? std::to_string(geteuid()) : user->pw_name;
 }
 
 void UseMachine(const char* folder) {

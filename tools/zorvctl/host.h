@@ -1,6 +1,8 @@
 // The few things that the tool asks of its host and the platform floor has no need of: the terminal, a closed pipe,
-// interruption.
+// its user, interruption.
 #pragma once
+
+#include <string>
 
 namespace zorvalis {
 
@@ -10,6 +12,9 @@ void PrepareOutput();
 
 // The terminal's width in columns, 0 when the output is a file or a pipe.
 int TerminalWidth();
+
+// The account that runs the tool.
+std::string UserName();
 
 // The machine's folder for this process, instead of the one that the environment names.
 void UseMachine(const char* folder);

@@ -39,6 +39,7 @@ int Run(std::vector<std::string> arguments) {
     zorvalis::AddTraceCommand(app);
     zorvalis::AddLogCommand(app);
     zorvalis::AddServiceCommands(app);
+    zorvalis::AddCallCommands(app);
     zorvalis::AddEventCommands(app);
     zorvalis::AddTaskCommands(app);
 

@@ -1,0 +1,207 @@
+// Asks the running service as an application does, by a JSON text or by a direct call.
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <memory>
+
+#include "commands.h"
+#include "common/version.h"
+#include "host.h"
+#include "output.h"
+#include "platform/clock.h"
+#include "service_client.h"
+
+namespace zorvalis {
+
+namespace {
+
+using zorvalis_client::Client;
+
+constexpr std::int64_t kCookie = 1;
+
+struct Fact {
+    const char* name;
+    const char* about;
+    int function;
+    void (Client::*direct)(std::int64_t cookie);  // null: it has none, or one of another form
+};
+
+constexpr Fact kFacts[] = {
+    {"model", "The model's name", 0, &Client::GetModelName},
+    {"serial", "The serial number", 1, &Client::GetSerialNumber},
+    {"family", "The name of the family", 2, &Client::GetFamilyName},
+    {"chassis", "What kind of computer it is", 12, &Client::GetChassisTypes},
+    {"product", "The product's name", 13, &Client::GetProductName},
+    {"battery-health", "How far the battery is charged: 100, 80 or 60; -1: no such mode", 3,
+     &Client::GetBatteryHealthMode},
+    {"quiet-fan", "Quiet fan: 1 on, 0 off, -1 no such mode", 4, &Client::GetQuietFanMode},
+    {"system-info", "System, firmware, processor, graphics, memory and disks, as JSON", 5, &Client::GetSystemInfoData},
+    {"main-switch", "Whether anything is collected at all: 1 or 0", 11, &Client::GetMainSwitchByUser},
+    {"uuid", "The device's identity in its records", 16, nullptr},
+    {"wifi", "The name of the wireless card", 18, nullptr},
+    {"version", "The service's version", 9, &Client::GetVersionString},
+};
+
+constexpr char kDirect[] = "By the direct call; prints its callback as it came";
+
+void Get(const Fact& fact, bool direct) {
+    const bool uuid = std::string(fact.name) == "uuid";
+    Require(!direct || fact.direct != nullptr || uuid,
+            std::string(fact.name) + " has no direct call: leave out --direct", kWrongUsage);
+    ServiceClient service;
+    if (!direct) {
+        return Print(ReadableText(service.Get(fact.function)) + "\n");
+    }
+    std::string answer;
+    const std::string callbacks = service.Direct([&](Client& client) {
+        if (uuid) {
+            answer = client.GetUUID() + "\n";  // the one that needs no callback
+        } else {
+            (client.*fact.direct)(kCookie);
+        }
+    });
+    Require(uuid || !callbacks.empty(), "no callback came: another call kept the service busy for a minute");
+    Print(callbacks + answer);
+}
+
+// The service says nothing of how a device's mode was set, so the mode is read again.
+void SetMode(const Fact& mode, const std::string& value, bool direct, const std::function<void(Client&)>& call) {
+    ServiceClient service;
+    const std::string callbacks = service.Direct(call);
+    if (direct) {
+        return Print(callbacks);
+    }
+    const std::string now = service.Get(mode.function);
+    Require(now != "-1", std::string("this machine has no ") + mode.name + " mode");
+    Require(now == value, std::string("the service was asked, but ") + mode.name + " is " + ReadableText(now));
+}
+
+void SetMainSwitch(bool on, bool direct) {
+    ServiceClient service;
+    if (direct) {
+        return Print(service.Direct([&](Client& client) { client.SetMainSwitchByUser(on, kCookie); }));
+    }
+    service.Ask(10, {{"p1", on ? "1" : "0"}});
+}
+
+void SetAppFolder(const std::string& path, bool direct) {
+    ServiceClient service;
+    if (direct) {
+        return Print(service.Direct([&](Client& client) { client.SetAppFolder(path, kCookie); }));
+    }
+    service.Ask(8, {{"p1", path}});
+}
+
+struct ConsentOptions {
+    std::string account, app = "zorvctl", version = kServiceVersion, time;
+    bool agrees = false, refuses = false, direct = false;
+};
+
+void Consent(ConsentOptions options) {
+    Require(options.agrees != options.refuses, "how did the user answer? Say --agree or --refuse", kWrongUsage);
+    if (options.account.empty()) {
+        options.account = UserName();
+    }
+    if (options.time.empty()) {
+        options.time = LocalTimeText(static_cast<double>(platform::now_microseconds()) / 1e6);
+    }
+    ServiceClient service;
+    if (!options.direct) {
+        service.Ask(17, {{"p1", options.account},
+                         {"p2", options.app},
+                         {"p3", options.version},
+                         {"p4", options.time},
+                         {"p5", options.agrees ? "1" : "0"}});
+        return;
+    }
+    bool recorded = false;
+    service.Direct([&](Client& client) {
+        recorded = client.SetMyZorvPP(options.account, options.app, options.version, options.time, options.agrees);
+    });
+    Require(recorded, options.agrees ? "the service did not record the consent"
+                                     : "the direct call records no refusal: leave out --direct");
+}
+
+const Fact& FactOf(const std::string& name) {
+    return *std::find_if(std::begin(kFacts), std::end(kFacts), [&](const Fact& fact) { return fact.name == name; });
+}
+
+void AddGetCommands(CLI::App& app, const std::shared_ptr<bool>& direct) {
+    CLI::App* group = app.add_subcommand("get", "Asks the running service for one value, and prints it alone");
+    group->require_subcommand(1);
+    for (const Fact& fact : kFacts) {
+        CLI::App* command = group->add_subcommand(fact.name, fact.about);
+        command->add_flag("--direct", *direct, kDirect);
+        command->callback([&fact, direct] { Get(fact, *direct); });
+    }
+}
+
+void AddSetCommands(CLI::App& app, const std::shared_ptr<bool>& direct) {
+    CLI::App* group = app.add_subcommand("set", "Lets the running service set something");
+    group->require_subcommand(1);
+    const auto value = std::make_shared<std::string>();
+    const auto add = [&](const char* name, const char* option, const char* what, const char* about, auto action) {
+        CLI::App* command = group->add_subcommand(name, what);
+        command->add_option(option, *value, about)->required();
+        command->add_flag("--direct", *direct, kDirect);
+        command->callback([value, direct, action] { action(*value, *direct); });
+        return command;
+    };
+    const auto isOn = [](const std::string& word) {
+        Require(word == "on" || word == "off", "say on or off, not " + word, kWrongUsage);
+        return word == "on";
+    };
+    constexpr char kModes[] =
+        "The mode is set by the direct call, which makes a record too, and read again; --direct\n"
+        "prints the callback instead. The JSON call (function 15 for battery-health, 14 for\n"
+        "quiet-fan) only makes the record that a user changed the mode: see `zorvctl call`.";
+    add("battery-health", "PERCENT", "How far the battery is charged", "100, 80 or 60",
+        [](const std::string& percent, bool isDirect) {
+            Require(percent == "100" || percent == "80" || percent == "60", "say 100, 80 or 60, not " + percent,
+                    kWrongUsage);
+            SetMode(FactOf("battery-health"), percent, isDirect,
+                    [&](Client& client) { client.SetBatteryHealth(std::stoi(percent), kCookie); });
+        })
+        ->footer(kModes);
+    add("quiet-fan", "STATE", "Whether the fan is kept quiet", "on or off",
+        [isOn](const std::string& word, bool isDirect) {
+            const bool on = isOn(word);
+            SetMode(FactOf("quiet-fan"), on ? "1" : "0", isDirect,
+                    [&](Client& client) { client.SetQuietFan(on, kCookie); });
+        })
+        ->footer(kModes);
+    add("main-switch", "STATE", "Whether anything is collected at all", "on or off",
+        [isOn](const std::string& word, bool isDirect) { SetMainSwitch(isOn(word), isDirect); });
+    add("app-folder", "PATH", "The folder of the maker's applications", "The folder, as the hardware library takes it",
+        SetAppFolder);
+}
+
+void AddConsentCommand(CLI::App& app) {
+    const auto options = std::make_shared<ConsentOptions>();
+    CLI::App* consent =
+        app.add_subcommand("consent", "Lets the running service record an answer to the privacy policy");
+    consent->add_flag("--agree", options->agrees, "The user agreed");
+    consent->add_flag("--refuse", options->refuses, "The user refused");
+    consent->add_option("--account", options->account, "The user's account, otherwise the one of this session");
+    consent->add_option("--app", options->app, "The application that asked, otherwise zorvctl");
+    consent->add_option("--app-version", options->version, "Its version, otherwise this tool's");
+    consent->add_option("--time", options->time, "When, as 2026-11-12 09:08:07.006; otherwise now");
+    consent->add_flag("--direct", options->direct, "By the direct call, which records no refusal and has no callback");
+    consent->footer("The answer is handed to the library ChkReg beside the service; without it nothing is recorded.");
+    consent->callback([options] { Consent(*options); });
+}
+
+}  // namespace
+
+void AddCallCommands(CLI::App& app) {
+    const auto text = std::make_shared<std::string>();
+    CLI::App* call = app.add_subcommand("call", "Asks the running service by a JSON text, and prints its answer");
+    call->add_option("TEXT", *text, R"(The call, such as {"function":9,"version":1})")->required();
+    call->callback([text] { Print(ServiceClient().Call(*text) + "\n"); });
+    const auto direct = std::make_shared<bool>(false);
+    AddGetCommands(app, direct);
+    AddSetCommands(app, direct);
+    AddConsentCommand(app);
+}
+
+}  // namespace zorvalis

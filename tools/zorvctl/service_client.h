@@ -1,0 +1,34 @@
+// The running service as a command of the tool asks it. Each failure of a call is a Failure in words.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "common/json.h"
+#include "zorvalis_client.h"
+
+namespace zorvalis {
+
+class ServiceClient {
+public:
+    ServiceClient();
+
+    // The answer's text as it came.
+    std::string Call(const std::string& text);
+
+    // Asks by JSON, with these parameters or none. The answer's `parameter`, which a get fills with an object.
+    std::string Ask(int function, const Json& parameters = nullptr);
+
+    // The value in a get's answer.
+    std::string Get(int function);
+
+    // Makes direct calls, and tells the callbacks that came, a line each.
+    std::string Direct(const std::function<void(zorvalis_client::Client&)>& call);
+
+private:
+    std::string heard_;
+    std::unique_ptr<zorvalis_client::Client> client_;
+};
+
+}  // namespace zorvalis
