@@ -1,17 +1,12 @@
 #include <gtest/gtest.h>
 
 #include "support/loopback_server.h"
-#ifdef _WIN32
-#include "windows/held_context.h"
-#else
+#ifndef _WIN32
 #include "support/fake_service.h"
 #endif
 
 #ifdef _WIN32
 int wmain(int argc, wchar_t** argv) {
-    if (const int code = HeldContext::run_process(argc, argv); code != -1) {
-        return code;
-    }
 #else
 int main(int argc, char** argv) {
     if (FakeService::is_wanted()) {

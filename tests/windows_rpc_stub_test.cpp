@@ -10,6 +10,7 @@
 
 #include <set>
 
+#include "client/rpc_server.h"
 #include "platform/rpc_callback.h"
 #include "platform/rpc_endpoint.h"
 #include "platform/windows/rpc_call.h"
@@ -168,6 +169,7 @@ TEST(RpcStub, MakesCallbacksInTheNameOfTheService) {
 // What the double gave out, and what came of it.
 std::vector<std::string> freed;
 std::vector<std::pair<void*, std::string>> given;
+constexpr wchar_t kPackage[] = L"Zorv.Zorvinfo_k7rt2xw94hmpa";
 DWORD wantedSids = 0;
 DWORD deriveError = 0;
 bool lacksFunction = false;
@@ -186,7 +188,7 @@ const auto trueFreeSid = IMPORTED(FreeSid);
 const auto trueSetEntries = IMPORTED(SetEntriesInAclW);
 
 BOOL WINAPI derive(const wchar_t* name, PSID** groups, DWORD* group_count, PSID** sids, DWORD* count) {
-    EXPECT_STREQ(name, L"A.Package_name");
+    EXPECT_STREQ(name, kPackage);
     if (deriveError != 0) {
         ::SetLastError(deriveError);
         return FALSE;
@@ -230,18 +232,18 @@ DWORD WINAPI set_entries(ULONG count, EXPLICIT_ACCESSW* entries, PACL old, PACL*
     return status;
 }
 
-TEST(RpcSecurity, SaysHowManyCapabilitiesThereAre) {
+TEST(RpcSecurity, IsRefusedWithoutExactlyOneCapability) {
     HOOK(GetProcAddress, find);
-    for (const auto& [error, lacking, wanted, status] :
-         {std::tuple{0U, false, 0U, 0U}, {0U, false, 2U, 0U}, {5U, false, 0U, 5U}, {0U, true, 0U, 127U}}) {
+    const auto start = [](std::uint32_t error, bool lacking, std::uint32_t wanted) {
         deriveError = error;
         lacksFunction = lacking;
         wantedSids = wanted;
-        RpcSecurity security;
-        std::uint32_t count = 9;
-        EXPECT_EQ(security.derive_capabilities(L"A.Package_name", count), status);
-        EXPECT_EQ(count, wanted);
-    }
+        return zorvalis::RpcServerStart();
+    };
+    EXPECT_EQ(start(0, false, 0), 87U);
+    EXPECT_EQ(start(0, false, 2), 87U);
+    EXPECT_EQ(start(5, false, 0), 5U);
+    EXPECT_EQ(start(0, true, 0), 127U);
     deriveError = 0;
     lacksFunction = false;
 }
@@ -261,7 +263,7 @@ TEST(RpcSecurity, GrantsAllToEveryoneAndTheCapabilityAndFreesWhatItGot) {
     {
         RpcSecurity security;
         std::uint32_t count = 0;
-        ASSERT_EQ(security.derive_capabilities(L"A.Package_name", count), 0U);
+        ASSERT_EQ(security.derive_capabilities(kPackage, count), 0U);
         ASSERT_EQ(count, 1U);
         ASSERT_EQ(security.allocate_everyone(), 0U);
         ASSERT_EQ(security.build_access_list(), 0U);

@@ -3,17 +3,20 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cwchar>
 #include <filesystem>
 #include <sstream>
 #include <stdexcept>
 
 #include "support/machine.h"
+#include "windows/double/control_data.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
 constexpr wchar_t kLibrary[] = L"doubles.dll";
+constexpr wchar_t kLaunch[] = L"--launch";
 constexpr DWORD kPatience = 30000;
 
 // Task scheduler, locator and unsecured apartment.
@@ -138,6 +141,10 @@ std::string Doubles::tasks() const {
     return read_text(folder_ + "tasks.txt");
 }
 
+void Doubles::set_capabilities(const std::string& capabilities) const {
+    write_text(folder_ + "capabilities.txt", capabilities);
+}
+
 WatchedProcess::WatchedProcess(const std::string& path, const std::string& arguments) {
     const fs::path executable(path);
     std::wstring command = L"\"" + executable.wstring() + L"\" " + fs::path(arguments).wstring();
@@ -169,4 +176,20 @@ DWORD WatchedProcess::wait() const {
     ::WaitForSingleObject(process_.hProcess, kPatience);
     ::GetExitCodeProcess(process_.hProcess, &code);
     return code;
+}
+
+std::wstring WatchedProcess::launcher(const std::string& path) {
+    wchar_t own[MAX_PATH] = {};
+    ::GetModuleFileNameW(nullptr, own, MAX_PATH);
+    return L"\"" + std::wstring(own) + L"\" " + kLaunch + L" \"" + fs::path(path).wstring() + L"\"";
+}
+
+int WatchedProcess::run_launcher(int argc, wchar_t** argv) {
+    if (argc != 3 || std::wcscmp(argv[1], kLaunch) != 0) {
+        return -1;
+    }
+    ::SetEnvironmentVariableW(doubles::kOwnManager, L"1");
+    const WatchedProcess service(fs::path(argv[2]).string(), "");
+    ::WaitForSingleObject(service.handle(), INFINITE);
+    return static_cast<int>(service.wait());
 }

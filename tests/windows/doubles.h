@@ -27,6 +27,9 @@ public:
     void set_tasks(const std::string& tasks) const;
     std::string tasks() const;
 
+    // What the name of the package derives to, in the words of its double: "2", "missing".
+    void set_capabilities(const std::string& capabilities) const;
+
 private:
     std::string folder_;
     std::size_t seen_ = 0;
@@ -44,6 +47,12 @@ public:
     // Its exit code; STILL_ACTIVE when it does not end within half a minute.
     DWORD wait() const;
     HANDLE handle() const { return process_.hProcess; }
+
+    // The command that runs the executable through the test program, for the service manager, which injects nothing.
+    static std::wstring launcher(const std::string& path);
+
+    // For the test program, which is the launcher when it is started so: -1 if it is not.
+    static int run_launcher(int argc, wchar_t** argv);
 
 private:
     PROCESS_INFORMATION process_{};

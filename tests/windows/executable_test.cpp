@@ -10,9 +10,7 @@
 
 #include "common/registry.h"
 #include "common/text.h"
-#include "platform/windows/handles.h"
-#include "support/notebook.h"
-#include "windows/service_process.h"
+#include "windows/installed_executable.h"
 
 namespace zorvalis {
 namespace {
@@ -37,38 +35,8 @@ void SetNumber(const wchar_t* name, std::uint32_t number) {
     ASSERT_TRUE(WriteRegDword(kLocalMachine, kProductKey, name, number));
 }
 
-using OwnedService = platform::Owned<::CloseServiceHandle, SC_HANDLE>;
-
-OwnedService OpenInstalled() {
-    const OwnedService manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
-    return OwnedService(::OpenServiceW(manager.get(), L"Zorvalis", SERVICE_ALL_ACCESS));
-}
-
-// The manager drops a deleted service when it has noticed that the service's process has ended.
-bool IsGone() {
-    int attempts = 3000;
-    for (; OpenInstalled() != nullptr && attempts > 0; --attempts) {
-        ::Sleep(10);
-    }
-    return attempts > 0;
-}
-
-class Executable : public testing::Test {
+class Executable : public InstalledExecutable {
 protected:
-    Executable() { Run("-install"); }  // Wine hands a handle for statuses only to a service of its manager
-    ~Executable() override {
-        Run("-remove");
-        EXPECT_TRUE(IsGone());
-    }
-
-    // Runs it to its end; the result is what it printed.
-    std::string Run(const std::string& arguments) {
-        EXPECT_EQ(WatchedProcess(path, arguments).wait(), 0U) << arguments;
-        std::string output = read_text(machine.bin_folder() + "output.txt");
-        std::erase(output, '\r');
-        return output;
-    }
-
     std::string Recorded(const char* letter) const {
         return machine.row(letter, "SELECT group_concat(freq, ' ') FROM UserBehavior");
     }
@@ -108,10 +76,6 @@ protected:
         }
         doubles.fail({});
     }
-
-    Notebook machine;
-    const std::string path = machine.install_service();
-    Doubles doubles{machine.bin_folder()};
 };
 
 Lines Joined(Lines lines, const Lines& more) {
@@ -157,6 +121,17 @@ platform::OwnedHandle HoldFirstThread(DWORD process) {
     return nullptr;
 }
 
+DWORD ChildOf(DWORD process) {
+    const platform::OwnedHandle snapshot(::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+    PROCESSENTRY32W entry{};
+    entry.dwSize = sizeof entry;
+    BOOL more = ::Process32FirstW(snapshot.get(), &entry);
+    while (more && entry.th32ParentProcessID != process) {
+        more = ::Process32NextW(snapshot.get(), &entry);
+    }
+    return more ? entry.th32ProcessID : 0;
+}
+
 TEST_F(Executable, LivesInTheServiceManager) {
     EXPECT_EQ(Run("-install"), "CreateService failed w/err 0x00000431\n") << "it is installed already";
     const OwnedService service = OpenInstalled();
@@ -171,21 +146,25 @@ TEST_F(Executable, LivesInTheServiceManager) {
     EXPECT_STREQ(config.lpDisplayName, L"Zorvalis");
     EXPECT_STREQ(config.lpServiceStartName, L"LocalSystem");
 
+    // From here on with the doubles, since Wine has no endpoint without them.
+    ASSERT_TRUE(::ChangeServiceConfigW(service.get(), SERVICE_NO_CHANGE, SERVICE_NO_CHANGE, SERVICE_NO_CHANGE,
+                                       WatchedProcess::launcher(path).c_str(), nullptr, nullptr, nullptr, nullptr,
+                                       nullptr, nullptr));
     ASSERT_TRUE(::StartServiceW(service.get(), 0, nullptr));
     WaitUntilItRuns(service.get());
     SERVICE_STATUS_PROCESS status{};
     ::QueryServiceStatusEx(service.get(), SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status), sizeof status,
                            &size);
     EXPECT_EQ(status.dwControlsAccepted, 0x1C1U);
-    const platform::OwnedHandle process(
-        ::OpenProcess(SYNCHRONIZE | PROCESS_QUERY_INFORMATION, FALSE, status.dwProcessId));
+    const DWORD id = ChildOf(status.dwProcessId);
+    const platform::OwnedHandle process(::OpenProcess(SYNCHRONIZE | PROCESS_QUERY_INFORMATION, FALSE, id));
     EXPECT_EQ(Value(L"SERVICEVERSION"), L"2.0.6.0");
     EXPECT_EQ(Number(L"SKIP_ONPOWEREVENT"), L"1");
     Run("-j0");
     EXPECT_EQ(machine.stored(), "O Thermal 1, O Battery_Power 1, O SysInfo 1");
     EXPECT_EQ(Number(L"SKIP_ONPOWEREVENT"), L"0");
 
-    const platform::OwnedHandle thread = HoldFirstThread(status.dwProcessId);
+    const platform::OwnedHandle thread = HoldFirstThread(id);
     const std::string output = Run("-remove");
     ::ResumeThread(thread.get());
     EXPECT_TRUE(output.starts_with("Stopping Zorvalis.")) << output;

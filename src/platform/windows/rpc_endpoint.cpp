@@ -77,7 +77,10 @@ RpcStatus unmap_rpc_endpoint() {
 
 RpcStatus free_rpc_bindings() {
     const std::lock_guard lock(bindingsMutex);
-    return status_of(::RpcBindingVectorFree(&bindings));
+    if (bindings == nullptr) {
+        return RPC_S_NO_BINDINGS;
+    }
+    return status_of(::RpcBindingVectorFree(&bindings));  // clears it too
 }
 
 }  // namespace platform

@@ -19,4 +19,7 @@ struct ControlData {
 // subscription.
 constexpr std::uint32_t kRequest = 0x5A000000;
 
+// An environment variable of a service that Wine's own manager runs.
+constexpr wchar_t kOwnManager[] = L"ZORV_TEST_OWN_MANAGER";
+
 }  // namespace doubles

@@ -1,6 +1,6 @@
 // Replaces system functions in the executable that this library is injected into: it writes down what Wine only stubs,
-// unwraps controls, and has no patience. Timers of seconds
-// and sleeps of minutes are held until the test says so, shorter sleeps are left out.
+// unwraps controls, and has no patience. Timers of seconds and sleeps of minutes are held until the test says so,
+// shorter sleeps are left out.
 #include <windows.h>
 
 #include <evntprov.h>
@@ -18,6 +18,7 @@
 #include "com.h"
 #include "control_data.h"
 #include "journal.h"
+#include "rpc.h"
 #include "support/import_hook.h"
 
 namespace doubles {
@@ -70,10 +71,11 @@ DWORD WINAPI handle_control(DWORD control, DWORD type, void* data, void* context
 }
 
 // Wine comes back as soon as the service has reported its stop, and a program that ends then takes the answer to the
-// manager along. Windows comes back after it: here, when the manager has closed its pipe.
+// manager along. Windows comes back after it: here, when the manager has closed its pipe. Wine's own manager never
+// does.
 BOOL WINAPI run_dispatcher(const SERVICE_TABLE_ENTRYW* services) {
     const BOOL done = ::StartServiceCtrlDispatcherW(services);
-    if (dispatcherThread != nullptr) {
+    if (dispatcherThread != nullptr && ::GetEnvironmentVariableW(kOwnManager, nullptr, 0) == 0) {
         ::WaitForSingleObject(dispatcherThread, INFINITE);
     }
     return done;
@@ -216,6 +218,16 @@ void replace_com() {
     REPLACE(CoCreateInstance, create_instance);
 }
 
+void replace_rpc() {
+    REPLACE(GetProcAddress, find_procedure);
+    REPLACE(NdrClientCall2, call_client);
+    REPLACE(RpcServerListen, [](unsigned least, unsigned most, unsigned returns) -> RPC_STATUS {
+        write("trace RpcServerListen" + number(least, " %lld") +
+              number(most, " %lld"));  // clients are served from now on
+        return ::RpcServerListen(least, most, returns);
+    });
+}
+
 }  // namespace
 }  // namespace doubles
 
@@ -228,6 +240,7 @@ BOOL WINAPI DllMain(HINSTANCE library, DWORD reason, void*) {
         doubles::replace_records();
         doubles::replace_waits();
         doubles::replace_com();
+        doubles::replace_rpc();
     }
     return TRUE;
 }

@@ -1,0 +1,26 @@
+// The built executable on a notebook of its own, with the doubles beside it, installed as a service until the end of a
+// test: Wine hands a handle for statuses only to a service of its manager.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include "platform/windows/handles.h"
+#include "support/notebook.h"
+#include "windows/service_process.h"
+
+using OwnedService = platform::Owned<::CloseServiceHandle, SC_HANDLE>;
+
+OwnedService OpenInstalled();
+
+class InstalledExecutable : public testing::Test {
+protected:
+    InstalledExecutable();
+    ~InstalledExecutable() override;
+
+    // Runs it to its end; the result is what it printed.
+    std::string Run(const std::string& arguments);
+
+    Notebook machine;
+    const std::string path = machine.install_service();
+    Doubles doubles{machine.bin_folder()};
+};

@@ -1,0 +1,134 @@
+// Clients of the built executable: they call it from this process and from others, through the endpoint that it has.
+#include <windows.h>
+
+#include <filesystem>
+
+#include "windows/callback_endpoint.h"
+#include "windows/held_context.h"
+#include "windows/installed_executable.h"
+#include "zorvalis_client.h"
+
+namespace zorvalis {
+namespace {
+
+using zorvalis_client::Callbacks;
+using zorvalis_client::Client;
+using zorvalis_client::Error;
+
+class ServedClients : public InstalledExecutable {
+protected:
+    ServedClients() {
+        machine.change_hardware(
+            R"({"WMIGetModelName": "ZX \u00e4", "WMIGetSN": "SN 07", "WMICheckBatteryHealthSupport": 1,
+                                    "WMIGetBatteryHealth": 80, "WMICheckQuietFanSupport": 1,
+                                    "WMIGetQuietFan": 1})");
+        for (const char* name : {"ChkReg.dll", "zorvwmi.dll"}) {
+            std::filesystem::copy_file(built(std::string("../tests/libraries/") + name), machine.bin_folder() + name);
+        }
+    }
+
+    void Start() {
+        EXPECT_EQ(service.start(), 0U);
+        doubles.until("trace RpcServerListen 1 1234", {"none"});
+    }
+
+    ServiceProcess service{path};
+};
+
+// What came back, "Text ZX 0 1, ".
+struct Taken {
+    std::string words;
+    Callbacks callbacks = {
+        [this](std::int64_t result, std::int64_t cookie) { Add("TestData", std::to_string(result), -1, cookie); },
+        [this](const std::string& result, std::int32_t function, std::int64_t cookie) {
+            Add("Text", result, function, cookie);
+        },
+        [this](bool result, std::int32_t function, std::int64_t cookie) {
+            Add("Flag", std::to_string(result), function, cookie);
+        },
+        [this](std::int32_t result, std::int32_t function, std::int64_t cookie) {
+            Add("Integer", std::to_string(result), function, cookie);
+        }};
+
+private:
+    void Add(const char* kind, const std::string& result, std::int32_t function, std::int64_t cookie) {
+        words +=
+            std::string(kind) + " " + result + " " + std::to_string(function) + " " + std::to_string(cookie) + ", ";
+    }
+};
+
+constexpr char kVersionCall[] = R"({"function":9,"version":1})";
+constexpr char kVersionAnswer[] = R"({"function":9,"parameter":"{\"p1\":\"2.0.6.0\"}","status":"Success","version":1})";
+
+TEST_F(ServedClients, GetAnswersAndCallbacksOfEveryProcedure) {
+    Start();
+    const CallbackEndpoint endpoint;
+    Taken taken;
+    Client client(taken.callbacks);
+    client.GetModelName(INT64_MIN);
+    client.GetSerialNumber(2);
+    client.GetFamilyName(3);
+    client.GetChassisTypes(4);
+    client.GetProductName(5);
+    client.GetBatteryHealthMode(6);
+    client.GetQuietFanMode(7);
+    client.GetVersionString(8);
+    client.GetMainSwitchByUser(9);
+    client.SetBatteryHealth(60, 10);
+    client.SetQuietFan(true, 11);
+    client.SetMainSwitchByUser(false, 12);
+    client.SetAppFolder("C:\\app", 13);
+    client.GetTestDataFunc(41, 14);
+    EXPECT_EQ(taken.words,
+              "Text ZX \u00e4 0 -9223372036854775808, Text SN 07 1 2, Text  2 3, Text Notebook 12 4, Text  13 5, "
+              "Integer 80 3 6, Integer 1 4 7, Text 2.0.6.0 9 8, Flag 1 11 9, Integer 60 6 10, Flag 1 7 11, "
+              "Flag 1 10 12, TestData 42 -1 14, ");
+    taken.words.clear();
+    client.GetSystemInfoData(15);
+    EXPECT_TRUE(taken.words.starts_with("Text {\"bios\":")) << taken.words;
+    EXPECT_EQ(client.GetUUID(), "00112233-4455-6677-8899-aabbccddeeff");
+    EXPECT_EQ(client.GetUUID(36), "");
+    EXPECT_TRUE(client.SetMyZorvPP("me", "app", "1", "2026-11-12 09:08:07.006", true));
+    EXPECT_FALSE(client.SetMyZorvPP("me", "app", "1", "2026-11-12 09:08:07.006", false));
+    EXPECT_EQ(client.BigDataServiceCall(kVersionCall), kVersionAnswer);
+}
+
+// Without an endpoint for them callbacks are refused, as those to a client that has died.
+TEST_F(ServedClients, AreServedOnWhenACallbackFails) {
+    Start();
+    Taken taken;
+    Client client(taken.callbacks);
+    client.GetModelName(1);
+    client.GetVersionString(2);
+    EXPECT_EQ(taken.words, "");
+    EXPECT_EQ(client.BigDataServiceCall(kVersionCall), kVersionAnswer);
+}
+
+TEST_F(ServedClients, DoNotHearOfAnothersDeathOrFault) {
+    Start();
+    Client client;
+    { const HeldContext dead(""); }
+    for (int i = 0; i < 1000; ++i) {
+        ASSERT_EQ(client.BigDataServiceCall(kVersionCall), kVersionAnswer);
+    }
+    EXPECT_EQ(client.BigDataServiceCall("no JSON"), "");
+    EXPECT_THROW(client.BigDataServiceCall(R"({"function":"9","version":1})"), Error);
+}
+
+TEST_F(ServedClients, AreNotServedAfterTheStop) {
+    Start();
+    EXPECT_EQ(service.control(SERVICE_CONTROL_STOP), 0U);
+    EXPECT_THROW(Client{}, Error);
+    EXPECT_EQ(service.end(), 0U);
+}
+
+// The service stops itself where nobody can be let in.
+TEST_F(ServedClients, NeedExactlyOneCapability) {
+    doubles.set_capabilities("missing");
+    EXPECT_EQ(service.start(), 0U);
+    doubles.until("SetServiceStatus 10 1 1c1 0 0 0 0");
+    EXPECT_EQ(service.end(), 0U);
+}
+
+}  // namespace
+}  // namespace zorvalis
