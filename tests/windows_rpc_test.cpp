@@ -232,9 +232,8 @@ TEST_F(Rpc, RefusesANullContextAndAnImpossibleSize) {
     ClientContext none = nullptr;
     EXPECT_EQ(rpc_guarded([] { call_GetModelName(nullptr, 1); }), RPC_X_SS_IN_NULL_CONTEXT);
     EXPECT_EQ(rpc_guarded([&none] { call_RemoteClose(&none); }), RPC_X_SS_IN_NULL_CONTEXT);
-    const std::pair<std::int32_t, std::int32_t> cases[] = {{0, RPC_S_INVALID_BOUND},
-                                                           {(1 << 20) + 1, RPC_S_INVALID_BOUND},
-                                                           {-1, RPC_S_SERVER_OUT_OF_MEMORY}};
+    const std::pair<std::int32_t, std::int32_t> cases[] = {
+        {0, RPC_S_INVALID_BOUND}, {(1 << 20) + 1, RPC_S_INVALID_BOUND}, {-1, RPC_S_SERVER_OUT_OF_MEMORY}};
     for (const auto& [size, refusal] : cases) {
         EXPECT_EQ(status_of([&] { Client({}, endpoint).BigDataServiceCall("in", size); }), refusal) << size;
         EXPECT_EQ(status_of([&] { Client({}, endpoint).GetUUID(size); }), refusal) << size;

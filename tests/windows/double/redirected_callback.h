@@ -1,4 +1,4 @@
-// Where a client takes the callbacks that Wine refuses to make: an endpoint and an event of one name, by its process id.
+// Where a client takes the callbacks that Wine refuses to make: an endpoint and an event of one name, by its process.
 #pragma once
 
 namespace doubles {
