@@ -35,7 +35,7 @@ std::string Beside(const char* name) {
 #ifdef ZORV_CHK_REG
 EXPORTED std::int32_t SetAPInfo(const char* uuid, const wchar_t* account, const char* name, const char* version,
                                 std::int32_t agreed, const std::uint16_t* time) {
-    if (std::FILE* const log = std::fopen(Beside("ChkReg.log").c_str(), "a")) {
+    if (std::FILE* const log = std::fopen(Beside("ChkReg.log").c_str(), "ab")) {
         std::fprintf(log, "%s ", uuid);
         for (; *account != L'\0'; ++account) {
             std::fprintf(log, *account < 0x80 ? "%c" : "<%x>", static_cast<unsigned>(*account));
