@@ -22,7 +22,9 @@ target_compile_options(zorv_options INTERFACE -Wall -Wextra -Wshadow -Wconversio
 target_include_directories(zorv_options INTERFACE ${CMAKE_SOURCE_DIR}/src)
 if(WIN32)
     target_compile_definitions(zorv_options INTERFACE UNICODE _UNICODE _WIN32_WINNT=0x0A00 NOMINMAX WIN32_LEAN_AND_MEAN)
-    target_link_options(zorv_options INTERFACE -static -municode)
+    # The entry is wmain, but for a target with ZORV_PLAIN_MAIN.
+    target_link_options(zorv_options INTERFACE
+        -static $<$<NOT:$<BOOL:$<TARGET_PROPERTY:ZORV_PLAIN_MAIN>>>:-municode>)
 else()
     target_link_options(zorv_options INTERFACE -static-libstdc++ -static-libgcc)
 endif()

@@ -1,0 +1,290 @@
+// What a call of an application costs: a thousand connections to the running service, a hundred calls on each, some of
+// them bad, beside the same load on the plain socket server of plain_server.cpp. Each answer is checked; what the load
+// leaves behind in the service is compared with what an equal load before it left.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/epoll.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "common/json.h"
+#include "measure.h"
+#include "platform/linux/service_control.h"
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+[[noreturn]] void Fail(const std::string& text) {
+    std::fprintf(stderr, "rpc-bench: %s\n", text.c_str());
+    std::exit(1);
+}
+
+// What a client asks for in turn, and a piece of what answers it; null: by one callback, then nothing.
+struct CallKind {
+    const char* method;
+    const char* parameters;  // behind the context
+    const char* answer;
+};
+constexpr CallKind kCalls[] = {
+    {"BigDataServiceCall", R"("input":"{\"function\":9,\"version\":1}","outputSize":4096,"cookie":0)", "2.0.6.0"},
+    {"GetVersionString", R"("cookie":7)", nullptr},
+    {"BigDataServiceCall", R"("input":"{\"function\":11,\"version\":1}","outputSize":4096,"cookie":0)", "Success"},
+    {"GetModelName", R"("cookie":7)", nullptr},
+    {"BigDataServiceCall", R"("input":"{\"function\":99,\"version\":1}","outputSize":4096,"cookie":0)",
+     "Function not supported"},
+    {"BigDataServiceCall", R"("input":"{\"function\":0,\"version\":1}","outputSize":4096,"cookie":0)", "Success"},
+    {"BigDataServiceCall", R"("input":"{\"function\":9,\"version\":2}","outputSize":4096,"cookie":0)",
+     "Version not supported"},
+    {"GetMainSwitchByUser", R"("cookie":7)", nullptr},
+    {"BigDataServiceCall", R"("input":"no JSON","outputSize":4096,"cookie":0)", "\"output\":\"\""},
+    {"GetNothing", R"("cookie":7)", "-32601"},
+};
+
+struct Load {
+    double seconds = 0;
+    std::vector<double> milliseconds;  // of each call, sorted
+
+    double Rate() const { return static_cast<double>(milliseconds.size()) / seconds; }
+    double Share(double part) const {
+        return milliseconds[static_cast<std::size_t>(static_cast<double>(milliseconds.size() - 1) * part)];
+    }
+};
+
+// One connection, with one call at a time.
+class Connection {
+public:
+    Connection(const std::string& path, std::size_t number, bool checks) : next_(number), checks_(checks) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+        socket_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        if (connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+            Fail("connection " + std::to_string(number) + ": " + std::strerror(errno));
+        }
+        Send("RemoteOpen", "");
+        const std::string answer = ReceiveLine();
+        context_ = checks ? zorvalis::ParseJson(answer)["result"]["context"].get<std::uint64_t>() : 0;
+    }
+    ~Connection() { close(socket_); }
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    int Socket() const { return socket_; }
+    int Done() const { return done_; }
+
+    void Call() {
+        const CallKind& call = kCalls[next_ % std::size(kCalls)];
+        start_ = Clock::now();
+        Send(call.method, "\"context\":" + std::to_string(context_) + "," + call.parameters);
+    }
+
+    // Takes what there is. True when the call has ended, which lasted that long.
+    bool Take(double& milliseconds) {
+        const std::string line = ReceiveLine();
+        if (line.find("\"method\"") != std::string::npos) {
+            ++callbacks_;
+            return false;
+        }
+        milliseconds = std::chrono::duration<double, std::milli>(Clock::now() - start_).count();
+        const CallKind& call = kCalls[next_++ % std::size(kCalls)];
+        const bool direct = call.answer == nullptr;
+        const char* const piece = direct ? R"("result":null)" : call.answer;
+        if (checks_ && (line.find(piece) == std::string::npos || callbacks_ != (direct ? 1 : 0))) {
+            Fail(std::string(call.method) + " {" + call.parameters + "} was answered with " + line + " after " +
+                 std::to_string(callbacks_) + " callbacks");
+        }
+        callbacks_ = 0;
+        ++done_;
+        return true;
+    }
+
+    bool HasLine() const { return in_.find('\n') != std::string::npos; }
+
+private:
+    void Send(const std::string& method, const std::string& parameters) {
+        const std::string line =
+            R"({"jsonrpc":"2.0","id":1,"method":")" + method + R"(","params":{)" + parameters + "}}\n";
+        if (send(socket_, line.data(), line.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(line.size())) {
+            Fail("a call cannot be sent");
+        }
+    }
+    std::string ReceiveLine() {
+        while (!HasLine()) {
+            char bytes[8192];
+            const ssize_t size = recv(socket_, bytes, sizeof bytes, 0);
+            if (size <= 0) {
+                Fail("a connection was cut off");
+            }
+            in_.append(bytes, static_cast<std::size_t>(size));
+        }
+        std::string line = in_.substr(0, in_.find('\n'));
+        in_.erase(0, line.size() + 1);
+        return line;
+    }
+
+    std::size_t next_;
+    bool checks_;
+    int socket_ = -1;
+    int done_ = 0, callbacks_ = 0;
+    std::uint64_t context_ = 0;
+    std::string in_;
+    Clock::time_point start_;
+};
+
+// All connections are open before the first call, and each makes its next call when the last one is answered.
+Load Run(const std::string& path, int clients, int calls, bool checks) {
+    std::vector<std::unique_ptr<Connection>> connections;
+    const int set = epoll_create1(EPOLL_CLOEXEC);
+    for (int i = 0; i < clients; ++i) {
+        connections.push_back(std::make_unique<Connection>(path, static_cast<std::size_t>(i), checks));
+        epoll_event event{};
+        event.events = EPOLLIN;
+        event.data.ptr = connections.back().get();
+        epoll_ctl(set, EPOLL_CTL_ADD, connections.back()->Socket(), &event);
+    }
+    Load load;
+    const auto start = Clock::now();
+    for (const auto& connection : connections) {
+        connection->Call();
+    }
+    std::array<epoll_event, 64> ready;
+    for (int running = clients; running > 0;) {
+        const int count = epoll_wait(set, ready.data(), static_cast<int>(ready.size()), -1);
+        for (int i = 0; i < count; ++i) {
+            auto& connection = *static_cast<Connection*>(ready[static_cast<std::size_t>(i)].data.ptr);
+            do {
+                double milliseconds = 0;
+                if (connection.Take(milliseconds)) {
+                    load.milliseconds.push_back(milliseconds);
+                    connection.Done() < calls ? connection.Call() : static_cast<void>(--running);
+                }
+            } while (connection.HasLine());
+        }
+    }
+    load.seconds = std::chrono::duration<double>(Clock::now() - start).count();
+    close(set);
+    std::sort(load.milliseconds.begin(), load.milliseconds.end());
+    return load;
+}
+
+// A server in a process of its own, until the end of the scope.
+class Server {
+public:
+    Server(const std::vector<std::string>& command, const fs::path& socket) {
+        child_ = fork();
+        if (child_ == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);  // also when this program is stopped
+            setenv(platform::kServiceVariable, "Zorvalis", 1);
+            dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO);  // a word there for each call that is no JSON
+            Execute(command);
+        }
+        while (!fs::exists(socket)) {
+            if (waitpid(child_, nullptr, WNOHANG) != 0) {
+                Fail(command[0] + " does not listen");
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+    }
+    ~Server() {
+        kill(child_, SIGTERM);
+        waitpid(child_, nullptr, 0);
+    }
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
+
+    long Descriptors() const {
+        return std::distance(fs::directory_iterator(Process() / "fd"), fs::directory_iterator());
+    }
+    double Memory() const {  // resident, MiB
+        std::ifstream file(Process() / "statm");
+        double pages = 0;
+        file >> pages >> pages;
+        return pages * static_cast<double>(sysconf(_SC_PAGESIZE)) / (1 << 20);
+    }
+
+    // For the connections that this program has closed, but not for what else the service has opened meanwhile.
+    void WaitForDescriptors(long most) const {
+        for (int tries = 0; Descriptors() > most && tries < 100; ++tries) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+    }
+
+private:
+    fs::path Process() const { return fs::path("/proc") / std::to_string(child_); }
+
+    pid_t child_ = -1;
+};
+
+void Row(const char* name, const Load& service, const Load& plain) {
+    std::printf("%-22s %9.0f %8.3f %8.3f   %9.0f %8.3f %8.3f   %5.1f %5.1f %5.1f\n", name, service.Rate(),
+                service.Share(0.5), service.Share(0.99), plain.Rate(), plain.Share(0.5), plain.Share(0.99),
+                plain.Rate() / service.Rate(), service.Share(0.5) / plain.Share(0.5),
+                service.Share(0.99) / plain.Share(0.99));
+}
+
+}  // namespace
+
+int main() {
+    // What a thousand threads leave in the allocator differs by some MiB from run to run.
+    constexpr double kMostGrowth = 16;
+    constexpr int kClients = 1000, kCallsOfEach = 100, kCallsAlone = 5000;
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+    // A socket's path is short.
+    static std::string folder = (fs::temp_directory_path() / "zorv-rpc-XXXXXX").string();
+    if (mkdtemp(folder.data()) == nullptr) {
+        Fail("no folder can be made in " + fs::temp_directory_path().string());
+    }
+    std::atexit([] { fs::remove_all(folder); });
+    const fs::path machine = fs::path(folder) / "machine";
+    MakeMachine(machine);
+    const fs::path socket = machine / "run/ZorvHelpRpcEndpoint", plainSocket = fs::path(folder) / "plain";
+    long before = 0, after = 0;
+    double memory = 0, grown = 0;
+    Load one, many;
+    {
+        const Server service({BuildFolder() / "bin" / "zorvalis-agent-service"}, socket);
+        const long idle = service.Descriptors();
+        one = Run(socket, 1, kCallsAlone, true);
+        Run(socket, kClients, kCallsOfEach, true);
+        service.WaitForDescriptors(idle);
+        before = service.Descriptors();
+        memory = service.Memory();
+        many = Run(socket, kClients, kCallsOfEach, true);
+        service.WaitForDescriptors(idle);
+        after = service.Descriptors();
+        grown = service.Memory() - memory;
+    }
+    const Server plain({BuildFolder() / "bench" / "plain-server", plainSocket}, plainSocket);
+    const Load plainOne = Run(plainSocket, 1, kCallsAlone, false);
+    const Load plainMany = Run(plainSocket, kClients, kCallsOfEach, false);
+    std::printf("calls of applications, four in ten bad; calls a second, ms median, ms of all but one in a hundred\n");
+    std::printf("%-22s %27s   %27s   %17s\n", "", "service", "plain socket server", "ratio");
+    Row("one client", one, plainOne);
+    Row("1000 clients", many, plainMany);
+    std::printf("after 200,000 calls: %ld descriptors, %ld before the last 100,000; %.1f MiB, %+.1f by them\n", after,
+                before, memory + grown, grown);
+    if (after > before || grown > kMostGrowth) {
+        Fail("the service has grown");
+    }
+    return 0;
+}
