@@ -20,8 +20,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr int kTakenAtOnce = 64;  // connections, and ready sources
-constexpr std::size_t kReadAtOnce = 1 << 16;
+constexpr int kTakenAtOnce = 64;            // connections, and ready sources
 constexpr int kCrowdedMilliseconds = 1000;  // until a descriptor may be had again
 constexpr std::uint32_t kNotEnoughMemory = 8;
 constexpr auto kFarewell = std::chrono::seconds(1);  // for those who do not read their last answer
@@ -173,11 +172,11 @@ void LineServer::round() {
         if (entry == peers_.end()) {
             continue;
         }
-        Peer& peer = entry->second;
-        if (!peer.out.empty()) {
-            send(peer);
-        } else if (!peer.ended) {
-            read(peer);
+        LinePeer& peer = entry->second;
+        if (peer.is_unread()) {
+            peer.send();
+        } else if (peer.may_read()) {
+            hear(peer);
         }
         advance(number, peer);
         settle(entry);
@@ -192,7 +191,7 @@ void LineServer::round() {
 int LineServer::patience() const {
     int result = crowded_ ? kCrowdedMilliseconds : -1;
     for (const Connection connection : unread_) {
-        const int rest = milliseconds_until(peers_.at(connection).progress + limits_.unread);
+        const int rest = milliseconds_until(peers_.at(connection).deadline());
         result = result < 0 ? rest : std::min(result, rest);
     }
     return result;
@@ -215,10 +214,10 @@ void LineServer::take_orders() {
         if (order.action) {
             order.action();
         } else if (entry != peers_.end()) {
-            Peer& peer = entry->second;
-            peer.waiting -= order.answers ? 1 : 0;
-            peer.waitingBytes = peer.waiting == 0 ? 0 : peer.waitingBytes - (order.answers ? order.size : 0);
-            push(peer, order.line);
+            if (order.answers) {
+                entry->second.end_wait(order.size);
+            }
+            entry->second.push(order.line);
             touched.insert(order.connection);
         }
     }
@@ -232,7 +231,6 @@ void LineServer::take_orders() {
     }
     for (const Connection connection : touched) {
         const auto entry = peers_.find(connection);
-        send(entry->second);
         advance(connection, entry->second);
         settle(entry);
     }
@@ -266,8 +264,7 @@ void LineServer::take_peers() {
             }
             return;
         }
-        const auto entry = peers_.try_emplace(++lastConnection_).first;
-        entry->second.socket = std::move(socket);
+        const auto entry = peers_.try_emplace(++lastConnection_, std::move(socket), limits_).first;
         entry->second.lastUse = ++uses_;
         settle(entry);
     }
@@ -276,14 +273,13 @@ void LineServer::take_peers() {
 // What it has just said is still heard. False when there is none.
 bool LineServer::cut_off_the_idlest() {
     const auto idlest = std::min_element(peers_.begin(), peers_.end(), [](const auto& a, const auto& b) {
-        return std::tuple(a.second.waiting != 0, a.second.lastUse) <
-               std::tuple(b.second.waiting != 0, b.second.lastUse);
+        return std::tuple(a.second.is_waiting(), a.second.lastUse) <
+               std::tuple(b.second.is_waiting(), b.second.lastUse);
     });
     if (idlest == peers_.end()) {
         return false;
     }
-    if (may_take(idlest->second)) {
-        read(idlest->second);
+    if (idlest->second.may_read() && hear(idlest->second)) {
         advance(idlest->first, idlest->second);
     }
     end(idlest);
@@ -294,7 +290,7 @@ void LineServer::cut_off_the_unread() {
     const auto now = Clock::now();
     for (auto next = unread_.begin(); next != unread_.end();) {
         const auto entry = peers_.find(*next++);  // which is taken out when it ends
-        if (now - entry->second.progress >= limits_.unread) {
+        if (now >= entry->second.deadline()) {
             end(entry);
         }
     }
@@ -318,18 +314,17 @@ void LineServer::end(Peers::iterator entry) {
 // What the connection waits for next, or its end.
 void LineServer::settle(Peers::iterator entry) {
     auto& [connection, peer] = *entry;
-    const bool silent = peer.waiting == 0 && peer.out.empty();
-    if (peer.lost || (silent && (finishing_ || (peer.ended && peer.in.empty())))) {
+    if (peer.is_over() || (finishing_ && peer.is_silent())) {
         end(entry);
         return;
     }
     // Nothing is asked about those who wait: a hung-up one would be ready all the time.
-    const std::uint32_t wanted = !peer.out.empty() ? kMayWrite : !peer.ended && may_take(peer) ? kMayRead : 0;
-    watch(peer.socket.get(), peer.interest, wanted, connection);
-    if (peer.out.empty()) {
-        unread_.erase(connection);
-    } else {
+    const std::uint32_t wanted = peer.is_unread() ? kMayWrite : peer.may_read() && !finishing_ ? kMayRead : 0;
+    watch(peer.socket(), peer.interest, wanted, connection);
+    if (peer.is_unread()) {
         unread_.insert(connection);
+    } else {
+        unread_.erase(connection);
     }
 }
 
@@ -344,82 +339,21 @@ void LineServer::watch(int descriptor, std::uint32_t& interest, std::uint32_t wa
     }
 }
 
-bool LineServer::may_take(const Peer& peer) const {
-    return !finishing_ && !peer.lost && peer.out.empty() && peer.waiting < limits_.waiting &&
-           peer.waitingBytes < limits_.waiting_bytes;
-}
-
-void LineServer::read(Peer& peer) {
-    std::array<char, kReadAtOnce> buffer;
-    const ssize_t count = retry([&] { return ::recv(peer.socket.get(), buffer.data(), buffer.size(), 0); });
-    if (count > 0) {
-        peer.in.append(buffer.data(), static_cast<std::size_t>(count));
-        peer.lastUse = ++uses_;
-    } else if (count == 0) {
-        peer.ended = true;
-    } else {
-        peer.lost = errno != EAGAIN;
-    }
-}
-
-void LineServer::push(Peer& peer, const std::string& line) {
-    if (line.empty()) {
-        return;
-    }
-    if (peer.out.empty()) {
-        peer.progress = Clock::now();
-    }
-    peer.out.append(line).append("\n");
-    peer.lost = peer.lost || peer.out.size() - peer.sent > limits_.unread_bytes;
-}
-
-void LineServer::send(Peer& peer) {
-    while (peer.sent < peer.out.size() && !peer.lost) {
-        const ssize_t count = retry([&] {
-            return ::send(peer.socket.get(), peer.out.data() + peer.sent, peer.out.size() - peer.sent, MSG_NOSIGNAL);
-        });
-        if (count < 0) {
-            peer.lost = errno != EAGAIN;
-            break;
-        }
-        peer.sent += static_cast<std::size_t>(count);
-        peer.progress = Clock::now();
-    }
-    if (peer.sent == peer.out.size()) {
-        std::string().swap(peer.out);
-        peer.sent = 0;
-    } else if (peer.sent > peer.out.size() / 2) {
-        peer.out.erase(0, std::exchange(peer.sent, 0));
-    }
+bool LineServer::hear(LinePeer& peer) {
+    const bool heard = peer.read();
+    peer.lastUse = heard ? ++uses_ : peer.lastUse;
+    return heard;
 }
 
 // Takes line after line, as far as may be.
-void LineServer::advance(Connection connection, Peer& peer) {
-    std::size_t begin = 0;
-    while (may_take(peer) && begin < peer.in.size()) {
-        std::size_t end = peer.in.find('\n', std::max(begin, peer.searched));
-        if (std::min(end, peer.in.size()) - begin > limits_.line) {
-            begin = peer.in.size();
-            peer.ended = true;
-            push(peer, limits_.too_long);
-        } else if (end != std::string::npos || peer.ended) {
-            end = std::min(end, peer.in.size());  // the last line needs no end
-            const std::string line = peer.in.substr(begin, end - begin);
-            begin = std::min(end + 1, peer.in.size());
-            const auto answer = handler_(connection, line);
-            peer.waiting += answer ? 0 : 1;
-            peer.waitingBytes += answer ? 0 : line.size();
-            push(peer, answer.value_or(""));
-        } else {
-            peer.searched = peer.in.size();
-            break;
+void LineServer::advance(Connection connection, LinePeer& peer) {
+    std::string line;
+    while (!finishing_ && peer.take(line)) {
+        const auto answer = handler_(connection, line);
+        if (!answer) {
+            peer.wait(line.size());
         }
-        send(peer);
-    }
-    peer.searched -= std::min(begin, peer.searched);
-    peer.in.erase(0, begin);
-    if (peer.in.empty() && peer.in.capacity() > kReadAtOnce) {
-        std::string().swap(peer.in);
+        peer.push(answer.value_or(""));
     }
 }
 
@@ -427,10 +361,10 @@ void LineServer::say_farewell() try {
     const auto end = Clock::now() + kFarewell;
     take_orders();
     for (auto& [connection, peer] : peers_) {
-        while (!peer.out.empty() && !peer.lost && Clock::now() < end) {
-            pollfd source = {peer.socket.get(), POLLOUT, 0};
+        while (peer.is_unread() && !peer.is_over() && Clock::now() < end) {
+            pollfd source = {peer.socket(), POLLOUT, 0};
             ::poll(&source, 1, milliseconds_until(end));
-            send(peer);
+            peer.send();
         }
     }
 } catch (const std::bad_alloc&) {  // then without one

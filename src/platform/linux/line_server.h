@@ -3,7 +3,6 @@
 // too many, whoever has been silent for longest is cut off.
 #pragma once
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -15,22 +14,10 @@
 #include <thread>
 #include <vector>
 
+#include "platform/linux/line_peer.h"
 #include "platform/linux/machine_file.h"
 
 namespace platform {
-
-struct LineLimits {
-    std::size_t connections = 256;
-    // Of each connection. No further line is taken while so many, or so many bytes of them, wait for their answers, nor
-    // while an answer is not read; the connection ends when nothing is read for the time, or too much is unread.
-    std::size_t line = 1 << 16;
-    std::size_t waiting = 1;
-    std::size_t waiting_bytes = 1 << 16;
-    std::size_t unread_bytes = 1 << 24;
-    std::chrono::milliseconds unread{10000};
-    std::string too_long{};  // the last answer, to a line over the limit; none when empty
-    unsigned mode = 0;       // of the socket's file, 0 for what the process' mask leaves
-};
 
 class LineServer {
 public:
@@ -69,19 +56,7 @@ public:
     void stop();
 
 private:
-    struct Peer {
-        Descriptor socket;
-        std::string in, out;
-        std::size_t searched = 0;  // of `in`, without a line's end
-        std::size_t sent = 0;      // of `out`
-        std::size_t waiting = 0, waitingBytes = 0;
-        bool ended = false;  // nothing more is read
-        bool lost = false;
-        std::uint32_t interest = 0;
-        std::uint64_t lastUse = 0;
-        std::chrono::steady_clock::time_point progress{};  // of what is sent
-    };
-    using Peers = std::map<Connection, Peer>;
+    using Peers = std::map<Connection, LinePeer>;
 
     struct Order {
         Connection connection = 0;
@@ -103,11 +78,8 @@ private:
     void end(Peers::iterator entry);
     void settle(Peers::iterator entry);
     void watch(int descriptor, std::uint32_t& interest, std::uint32_t wanted, std::uint64_t number);
-    void read(Peer& peer);
-    void push(Peer& peer, const std::string& line);
-    void send(Peer& peer);
-    void advance(Connection connection, Peer& peer);
-    bool may_take(const Peer& peer) const;
+    bool hear(LinePeer& peer);
+    void advance(Connection connection, LinePeer& peer);
     void say_farewell();
     void add(Order order);
     void close_socket();
