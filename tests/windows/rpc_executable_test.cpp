@@ -104,6 +104,25 @@ TEST_F(ServedClients, AreServedOnWhenACallbackFails) {
     EXPECT_EQ(client.BigDataServiceCall(kVersionCall), kVersionAnswer);
 }
 
+TEST_F(ServedClients, MayBeTheCommandLine) {
+    Start();
+    const auto run = [&](const std::string& arguments) {
+        const std::string output = machine.bin_folder() + "output";
+        std::system(("\"\"" + built("zorvctl.exe") + "\" " + arguments + " >\"" + output + "\" 2>&1\"").c_str());
+        return read_text(output);
+    };
+    EXPECT_EQ(run("get model"), "ZX \u00e4\n");
+    EXPECT_TRUE(run("call {}").starts_with(R"({"function":-1,)"));
+    for (const char* command :
+         {"set battery-health 60", "set main-switch off", "consent --agree", "consent --agree --direct"}) {
+        EXPECT_EQ(run(command), "");
+    }
+    EXPECT_EQ(run("get battery-health"), "60\n");
+    EXPECT_EQ(run("get main-switch"), "0\n");
+    EXPECT_EQ(run("get uuid --direct"), "00112233-4455-6677-8899-aabbccddeeff\n");
+    EXPECT_NE(run("get model --direct").find("no callback came"), std::string::npos);  // Wine refuses it
+}
+
 TEST_F(ServedClients, DoNotHearOfAnothersDeathOrFault) {
     Start();
     Client client;
