@@ -9,7 +9,8 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <new>
+#include <system_error>
+#include <thread>
 #include <utility>
 
 #include "platform/linux/line_server.h"
@@ -132,6 +133,16 @@ LineLimits line_limits(const RpcLimits& limits, unsigned mode) {
     return result;
 }
 
+// A thread waits for the end of the calls that run, and for that of the server's thread.
+void wait_for_the_end(std::shared_ptr<Endpoint> endpoint) {
+    endpoint->server.finish();
+    try {
+        std::thread([endpoint] { endpoint->server.join(); }).detach();
+    } catch (const std::system_error&) {
+        // Then the server is stopped with the last who holds the endpoint.
+    }
+}
+
 }  // namespace
 
 void set_rpc_limits(const RpcLimits& limits) {
@@ -213,7 +224,6 @@ RpcStatus listen_for_rpc(std::uint32_t, std::uint32_t) {
     return 0;
 }
 
-// What runs goes on: a thread of the calls waits for their end, and for that of the server's thread.
 RpcStatus unregister_rpc_interface() {
     std::shared_ptr<Endpoint> last;
     bool registered = false;
@@ -224,8 +234,7 @@ RpcStatus unregister_rpc_interface() {
         shared().unregistered.notify_all();
     }
     if (last != nullptr) {
-        last->server.finish();
-        RpcThreads::get().submit([last = std::move(last)] { last->server.join(); });
+        wait_for_the_end(std::move(last));
     }
     const RpcStatus failure = failure_of("unregister_rpc_interface");
     return failure != 0 || registered ? failure : kUnknownInterface;

@@ -20,15 +20,16 @@ void RpcThreads::set_limits(std::size_t most, std::chrono::milliseconds idle) {
 
 bool RpcThreads::submit(Task task) {
     const std::lock_guard guard(mutex_);
-    if (!idle_.empty()) {
+    if (busy_ < most_ && !idle_.empty()) {
         Worker& worker = *idle_.back();
         idle_.pop_back();
+        ++busy_;
         worker.task = std::move(task);
         worker.given.notify_one();
         return true;
     }
     waiting_.push_back(std::move(task));
-    if (threads_ >= most_ || add_thread() || threads_ > 0) {
+    if (busy_ >= most_ || threads_ >= most_ || add_thread() || threads_ > 0) {
         return true;
     }
     waiting_.pop_back();
@@ -54,13 +55,15 @@ void RpcThreads::run() {
         self.task();
         self.task = nullptr;  // with what it holds
         guard.lock();
+        --busy_;
     }
     --threads_;
 }
 
 // Until there is a task; false when there has been none for long.
 bool RpcThreads::wait(std::unique_lock<std::mutex>& guard, Worker& worker) {
-    if (!waiting_.empty()) {
+    if (busy_ < most_ && !waiting_.empty()) {
+        ++busy_;
         worker.task = std::move(waiting_.front());
         waiting_.pop_front();
         return true;

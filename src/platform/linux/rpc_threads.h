@@ -39,7 +39,7 @@ private:
     std::mutex mutex_;
     std::deque<Task> waiting_;
     std::vector<Worker*> idle_;
-    std::size_t threads_ = 0, most_ = 1;
+    std::size_t threads_ = 0, busy_ = 0, most_ = 1;
     std::chrono::milliseconds idleTime_{};
 };
 
