@@ -159,13 +159,6 @@ TEST(Collectors, MirrorSystemInformationIntoTheRegistry) {
     EXPECT_EQ(machine.row("O", "SELECT model_name, freq, server_time FROM SysInfo"), "Lumen 8 NULL");
 }
 
-TEST(Collectors, GiveAFileAllFourTables) {
-    const Notebook machine;
-    createAllTables("X.db", DbClass::periodic);
-    EXPECT_EQ(machine.query("X.db", "SELECT group_concat(name) FROM sqlite_master")[0][0],
-              "SysInfo,Thermal,Battery_Power,UserBehavior");
-}
-
 TEST(Collectors, TakeTheSerialNumberOnlyIntoItsOwnColumn) {
     Notebook machine;
     machine.change_hardware(R"({"WMIGetSN": "ZL 14"})");

@@ -1,42 +1,16 @@
 #include "upload/file_status.h"
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include "common/files.h"
 #include "platform/files.h"
 #include "support/file_server.h"
 #include "support/notebook.h"
-#include "upload/status_cycle.h"
 
 namespace zorvalis {
 namespace {
 
 using Names = std::vector<std::string>;
-
-Names statements;
-
-// Every connection tells each of its statements, the checks of a cycle apart.
-int Listen(sqlite3* db, char**, const sqlite3_api_routines*) {
-    const auto tell = [](unsigned, void*, void* statement, void*) {
-        const std::string sql = sqlite3_sql(static_cast<sqlite3_stmt*>(statement));
-        if (!sql.starts_with("PRAGMA")) {
-            statements.push_back(sql);
-        }
-        return 0;
-    };
-    return sqlite3_trace_v2(db, SQLITE_TRACE_STMT, tell, nullptr);
-}
-
-template <class Action>
-Names Told(Action action) {
-    const auto entry = reinterpret_cast<void (*)()>(Listen);
-    statements.clear();
-    sqlite3_auto_extension(entry);
-    action();
-    sqlite3_cancel_auto_extension(entry);
-    return statements;
-}
 
 class FileStatus : public testing::Test {
 protected:
@@ -63,43 +37,11 @@ protected:
     const TestMachine machine;
 };
 
-TEST_F(FileStatus, SpeaksToItsDatabaseInTheseWords) {
-    EXPECT_EQ(Told([&] {
-                  BG_FILESTATUS_CONTROLLER controller;
-                  controller.fopenDB(kStatusDb);
-                  controller.setFileName("x.db");
-                  controller.setFileType(2);
-                  controller.setFileUploadedTime("later");
-                  controller.commit();
-                  controller.getDeletFileNameList(3, kStatusDb);
-                  controller.getUploadFileList(1, 2, kStatusDb);
-                  controller.startDelete(2, 0, kStatusDb);
-                  controller.startDeleteFileRecord(kStatusDb);
-                  const StatusCycle cycle(kStatusDb);
-                  updateFileStatus(cycle.Connection(), {"FILE_SIZE", "FILE_MD5"}, {"5", "'ab'"}, 2, "x.db");
-                  updateFileStatus(FILE_UPLOAD_STAGE, cycle.Connection(), "x.db", "'getMD5'");
-              }),
-              (Names{"CREATE TABLE IF NOT EXISTS FILESTATUS ( FILE_NAME TEXT PRIMARY KEY  , FILE_TYPE INTEGER , "
-                     "FILE_CREATEDATE DATE , FILE_STATUS INTEGER , FILE_SIZE INTEGER , FILE_UPLOAD_BYTES INTEGER , "
-                     "FILE_UPLOAD_START_TIME DATE , FILE_UPLOADED_TIME DATE , FILE_UPLOAD_STATUS INTEGER , "
-                     "FILE_SERVER_RESPONSE TEXT , FILE_MD5 TEXT , FILE_UUID TEXT , FILE_TRY_COUNT INTEGER , "
-                     "FILE_UPLOAD_STAGE TEXT );",
-                     "INSERT OR REPLACE INTO FILESTATUS ( FILE_NAME , FILE_TYPE , FILE_CREATEDATE , FILE_STATUS , "
-                     "FILE_SIZE , FILE_UPLOAD_BYTES , FILE_UPLOAD_START_TIME , FILE_UPLOADED_TIME , "
-                     "FILE_UPLOAD_STATUS , FILE_SERVER_RESPONSE , FILE_MD5 , FILE_UUID , FILE_TRY_COUNT , "
-                     "FILE_UPLOAD_STAGE )VALUES('x.db',2,'1900-01-01 00:00:00',0,0,0,'1900-01-01 00:00:00','later',"
-                     "0,'','','',0,'');",
-                     "select FILE_NAME from FILESTATUS where FILE_TYPE =3 and FILE_STATUS !=2 order by "
-                     "FILE_CREATEDATE asc",
-                     "select * from FILESTATUS where FILE_TYPE=1 and FILE_STATUS NOT IN (1,2) and FILE_TRY_COUNT < "
-                     "24  and FILE_CREATEDATE <= date('now','-2 days')  order by FILE_CREATEDATE asc",
-                     "select FILE_NAME from FILESTATUS where FILE_TYPE =2 and FILE_STATUS !=2 order by "
-                     "FILE_CREATEDATE asc",
-                     "update FILESTATUS set FILE_STATUS = 2 where FILE_NAME = 'x.db'",
-                     "DELETE FROM FILESTATUS where FILE_STATUS=2",
-                     "update FILESTATUS set FILE_SIZE = 5 , FILE_MD5 = 'ab' where FILE_NAME = 'x.db'",
-                     "update FILESTATUS set FILE_UPLOAD_STAGE = 'getMD5' where FILE_NAME = 'x.db'"}));
-    ExpectAtRest();
+TEST_F(FileStatus, BeginsARowThatNothingHasHappenedTo) {
+    Register("x.db", 2, "2030-01-01");
+    EXPECT_EQ(machine.query(kStatusDb, "SELECT * FROM FILESTATUS"),
+              (std::vector<Names>{{"x.db", "2", "2030-01-01", "0", "0", "0", "1900-01-01 00:00:00",
+                                   "1900-01-01 00:00:00", "0", "", "", "", "0", ""}}));
 }
 
 TEST_F(FileStatus, ListsWhatIsDueByTheMachinesClock) {

@@ -15,6 +15,7 @@
 #include "platform/module.h"
 #include "platform/registry.h"
 #include "platform/text.h"
+#include "platform/thread_pool.h"
 #include "platform/uuid.h"
 #include "support/machine.h"
 
@@ -184,6 +185,13 @@ TEST(Lock, LetsOneThreadInAtATime) {
         thread.join();
     }
     EXPECT_EQ(count, 4000);
+}
+
+TEST(ThreadPool, RefusesWorkAndTimersByTheSwitch) {
+    refuse_pool_items(true);
+    EXPECT_EQ(create_pool_work([](void*) {}, nullptr), nullptr);
+    EXPECT_EQ(create_pool_timer([](void*) {}, nullptr), nullptr);
+    refuse_pool_items(false);
 }
 
 TEST(Text, RefusesBytesThatAreNoUtf8) {

@@ -49,38 +49,6 @@ TEST(Trace, TakesLevel4AndFlagBit0) {
     }
 }
 
-// A session that is not followed shows as a test that does not end.
-TEST(Trace, FollowsASessionWhileOtherThreadsLog) {
-    const TestMachine machine;
-    StartTrace();
-    std::atomic<bool> done{false};
-    std::thread other([&] {
-        while (!done) {
-            LogMessage("other");
-        }
-    });
-    const auto until_lines = [](bool coming) {
-        for (;;) {
-            const std::size_t before = TraceLines().size();
-            LogMessage("probe");
-            if ((TraceLines().size() > before) == coming) {
-                return;
-            }
-        }
-    };
-    SetSession(4, 1);
-    until_lines(true);
-    SetSession(3, 1);
-    until_lines(false);
-    SetSession(4, 1);
-    until_lines(true);
-    fs::remove(platform::machine_folder() + "/trace.json");
-    until_lines(false);
-    done = true;
-    other.join();
-    StopTrace();
-}
-
 // The words of one event on a machine without any file, N being the file's name and D the data folder. Those of the
 // predicates are left out.
 constexpr char kOneEvent[] = R"(DoCollectJob - action : quiet_fan, parameter : 18
@@ -213,43 +181,6 @@ TEST(Trace, TellsTheFiguresOfThePredicates) {
     EXPECT_EQ(lines[4], "[Utility]  isOverTotalCollectTimeStatus = false.\\n");
     EXPECT_EQ(lines[6], "[Utility] never set lastDojobTime");
     EXPECT_EQ(lines[12], "[Utility] regLastDoTime + settingDuringTime : " + midnight);
-}
-
-TEST(Trace, TellsWhichJobRunsAndWhichSettingFileRules) {
-    Notebook machine;
-    machine.default_setting("{}");
-    JobManager& jobs = JobManager::GetInstance();
-    const auto told = [&](const wchar_t* job, std::size_t line) {
-        const auto lines = Traced([&] { jobs.DoJob(job, 0, 0); });
-        return line < lines.size() ? lines[line] : "nothing";
-    };
-    EXPECT_EQ(told(L"jobZprpCheckSN", 0), "DoJob - JOB_ZPRPSN");
-    EXPECT_EQ(told(L"jobSetAppFolder", 0), "DoJob - JOB_SETAPPFOLDER");
-    EXPECT_EQ(told(L"jobCheckBgfsReg", 0), "DoJob - JOB_CHECKBGFSREG");
-    EXPECT_EQ(told(L"jobSetQuietfan", 0), "nothing");
-    jobs.RequestMainSwitch(0);
-    EXPECT_EQ(told(L"jobSetMainSwitch", 3), "[SettingFileManager][ReloadSettingFile] Main Switch turn off.");
-    jobs.RequestMainSwitch(1);
-    EXPECT_EQ(told(L"jobSetMainSwitch", 0), "DoJob - JOB_SETMAINSWITCH");
-    EXPECT_EQ(told(L"jobSetMainSwitch", 3), "[SettingFileManager][ReloadSettingFile] check current setting Json");
-    EXPECT_EQ(told(L"jobSetMainSwitch", 4), "[SettingFileManager][ReloadSettingFile] get version : 2.0.6.0");
-    EXPECT_EQ(told(L"jobSetMainSwitch", 5), "[SettingFileManager] get settingfile end");
-    machine.setting(R"({"version": "1"})");
-    EXPECT_EQ(told(L"jobSetMainSwitch", 5),
-              "[SettingFileManager][ReloadSettingFile] current Setting version != service version, Get default json ");
-    machine.setting("[]");
-    EXPECT_EQ(told(L"jobSetMainSwitch", 4), "[SettingFileManager] current Setting file version Err get default json ");
-    machine.setting("null");
-    EXPECT_EQ(told(L"jobSetMainSwitch", 3),
-              "[SettingFileManager][ReloadSettingFile] settingfile == NULL Get default file");
-}
-
-TEST(EventLog, KeepsTheBlanksAndTheTypeOfAnEntry) {
-    const TestMachine machine;
-    ReportServiceEvent(L" InitWinIo fail ", kInformation);
-    const Json entry = ParseJson(read_text(platform::machine_folder() + "/eventlog.jsonl"));
-    EXPECT_EQ(entry["type"], 4);
-    EXPECT_EQ(entry["strings"], (std::vector<std::string>{"Zorvalis", " InitWinIo fail "}));
 }
 
 TEST(EventLog, TellsOfALibraryThatCannotBeInitialised) {

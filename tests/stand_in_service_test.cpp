@@ -34,12 +34,16 @@ constexpr char kHold[] = R"({"control": 128})";
 
 using Notes = std::vector<std::string>;
 
+// 0 for what succeeded.
+std::uint32_t error_of(bool done) {
+    return done ? 0 : last_error();
+}
+
 TEST(StandInService, IsRefusedWhenNoManagerStartedIt) {
     const TestMachine machine;
     for (const char* started : {"", "Another"}) {
         ::setenv(kServiceVariable, started, 1);
-        EXPECT_FALSE(run_service(FakeService::kName, nullptr));
-        EXPECT_EQ(last_error(), 1063U);
+        EXPECT_EQ(error_of(run_service(FakeService::kName, nullptr)), 1063U);
         EXPECT_EQ(std::getenv(kServiceVariable), nullptr);
     }
     EXPECT_EQ(register_service_handler(FakeService::kName, nullptr, nullptr), 0);
@@ -227,16 +231,14 @@ TEST(StandInService, HasTheMachineAloneAndReplacesADeadOnesSocket) {
     FakeService service;
     service.wait_for_state(4);
     ::setenv(kServiceVariable, "Zorvalis", 1);
-    EXPECT_FALSE(run_service(FakeService::kName, nullptr));
-    EXPECT_EQ(last_error(), 1056U);
+    EXPECT_EQ(error_of(run_service(FakeService::kName, nullptr)), 1056U);
     EXPECT_NE(ask(kStatus), "");
 }
 
 TEST(StandInService, EndsWhenItsMainNeverRegisters) {
     const TestMachine machine;
     ::setenv(kServiceVariable, "Zorvalis", 1);
-    EXPECT_FALSE(run_service(FakeService::kName, [](std::uint32_t, wchar_t**) {}));
-    EXPECT_EQ(last_error(), 1053U);
+    EXPECT_EQ(error_of(run_service(FakeService::kName, [](std::uint32_t, wchar_t**) {})), 1053U);
 }
 
 constexpr ServiceRegistration kRegistration = {FakeService::kName, L"Z\u00F6rvalis",  0x10,    2,        1,
@@ -246,42 +248,32 @@ TEST(StandInServiceManager, KeepsEveryFieldAndAnswersWithTheSystemsErrors) {
     const TestMachine machine;
     ServiceStatus status{};
     ServiceManager manager, poor;
-    EXPECT_FALSE(poor.create_service(kRegistration, 4));
-    EXPECT_EQ(last_error(), 6U);
+    EXPECT_EQ(error_of(poor.create_service(kRegistration, 4)), 6U);
     ASSERT_TRUE(manager.open(3) && poor.open(1));
-    EXPECT_FALSE(manager.open_service(FakeService::kName, 4));
-    EXPECT_EQ(last_error(), 1060U);
-    EXPECT_FALSE(poor.create_service(kRegistration, 4));
-    EXPECT_EQ(last_error(), 5U);
+    EXPECT_EQ(error_of(manager.open_service(FakeService::kName, 4)), 1060U);
+    EXPECT_EQ(error_of(poor.create_service(kRegistration, 4)), 5U);
     ServiceRegistration wrong = kRegistration;
     wrong.name = L"../x";
-    EXPECT_FALSE(manager.create_service(wrong, 4));
-    EXPECT_EQ(last_error(), 123U);
+    EXPECT_EQ(error_of(manager.create_service(wrong, 4)), 123U);
     ASSERT_TRUE(manager.create_service(kRegistration, 4));
     const std::string folder = machine_folder() + "/services/";
     EXPECT_EQ(zorvalis::ParseJson(read_text(folder + "Zorvalis.json")),
               zorvalis::ParseJson("{\"name\": \"Zorvalis\", \"displayName\": \"Z\u00F6rvalis\", \"type\": 16,"
                                   R"("startType": 2, "errorControl": 1, "path": "C:\\a b.exe",)"
                                   R"("dependencies": ["RpcSs", "Other"], "account": "LocalSystem"})"));
-    EXPECT_FALSE(manager.create_service(kRegistration, 4));
-    EXPECT_EQ(last_error(), 1073U);
+    EXPECT_EQ(error_of(manager.create_service(kRegistration, 4)), 1073U);
     EXPECT_EQ(std::distance(fs::directory_iterator(folder), fs::directory_iterator()), 1);
 
     ASSERT_TRUE(manager.query_service(status));
     EXPECT_EQ(status.state, 1U);
     EXPECT_EQ(status.exit_code, 1077U);
-    EXPECT_FALSE(manager.control_service(1, status));
-    EXPECT_EQ(last_error(), 5U);
-    EXPECT_FALSE(manager.delete_service());
-    EXPECT_EQ(last_error(), 5U);
+    EXPECT_EQ(error_of(manager.control_service(1, status)), 5U);
+    EXPECT_EQ(error_of(manager.delete_service()), 5U);
     ASSERT_TRUE(manager.open_service(FakeService::kName, 0x10024));
-    EXPECT_FALSE(manager.control_service(15, status));
-    EXPECT_EQ(last_error(), 87U);
-    EXPECT_FALSE(manager.control_service(1, status));
-    EXPECT_EQ(last_error(), 1062U);
+    EXPECT_EQ(error_of(manager.control_service(15, status)), 87U);
+    EXPECT_EQ(error_of(manager.control_service(1, status)), 1062U);
     ASSERT_TRUE(manager.delete_service());
-    EXPECT_FALSE(manager.delete_service());
-    EXPECT_EQ(last_error(), 1072U);
+    EXPECT_EQ(error_of(manager.delete_service()), 1072U);
     EXPECT_TRUE(fs::is_empty(folder));
 }
 
@@ -292,14 +284,11 @@ TEST(StandInServiceManager, StopsAndQueriesTheRunningService) {
     ASSERT_TRUE(manager.open(3) && manager.create_service(kRegistration, 0x1F01FF));
     FakeService service(true);
     service.wait_for_state(2);
-    EXPECT_FALSE(manager.control_service(1, status));
-    EXPECT_EQ(last_error(), 1061U);
+    EXPECT_EQ(error_of(manager.control_service(1, status)), 1061U);
     service.let_go();
     service.wait_for_state(4);
-    EXPECT_FALSE(manager.control_service(2, status));
-    EXPECT_EQ(last_error(), 1052U);
-    EXPECT_FALSE(manager.control_service(FakeService::kSeven, status));
-    EXPECT_EQ(last_error(), 7U);
+    EXPECT_EQ(error_of(manager.control_service(2, status)), 1052U);
+    EXPECT_EQ(error_of(manager.control_service(FakeService::kSeven, status)), 7U);
     ASSERT_TRUE(manager.query_service(status));
     EXPECT_EQ(status.state, 4U);
     EXPECT_EQ(status.accepted, 449U);

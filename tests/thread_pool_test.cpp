@@ -115,12 +115,5 @@ TEST(ThreadPool, HoldsTenThousandTimersWithoutAThread) {
     EXPECT_EQ(fired, 10000);
 }
 
-TEST(ThreadPool, RefusesWorkAndTimersByTheSwitch) {
-    refuse_pool_items(true);
-    EXPECT_EQ(create_pool_work(Scene::stay, nullptr), nullptr);
-    EXPECT_EQ(create_pool_timer(Scene::stay, nullptr), nullptr);
-    refuse_pool_items(false);
-}
-
 }  // namespace
 }  // namespace platform

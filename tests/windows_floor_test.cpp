@@ -1,5 +1,5 @@
-// What only the Windows side shows: which handles stay open, the steps of a registry watch, the trace and event log
-// calls, which Wine takes without a word.
+// What only the Windows side shows: which handles stay open, the steps of a registry watch, the times of waits and
+// timers, the trace and event log calls, which Wine takes without a word.
 #include <windows.h>
 
 #include <gtest/gtest.h>
@@ -9,8 +9,10 @@
 #undef StartTrace  // the product has functions of these names
 #undef StopTrace
 
+#include <chrono>
 #include <cstdarg>
 #include <functional>
+#include <future>
 
 #include "common/log.h"
 #include "platform/clock.h"
@@ -18,6 +20,7 @@
 #include "platform/files.h"
 #include "platform/lock.h"
 #include "platform/registry.h"
+#include "platform/thread_pool.h"
 #include "support/import_hook.h"
 #include "support/machine.h"
 
@@ -223,6 +226,31 @@ TEST(Lock, WaitsForTheScaledTimeAndZeroForEver) {
     EXPECT_FALSE(broken.valid());
     EXPECT_FALSE(broken.wait(1));
     broken.release();
+}
+
+TEST(ThreadPool, FiresATimerOnceAfterTheScaledTime) {
+    const TestMachine machine;
+    static const auto trueSet = IMPORTED(SetThreadpoolTimer);
+    calls.clear();
+    HOOK(SetThreadpoolTimer, [](PTP_TIMER timer, FILETIME* due, DWORD period, DWORD window) {
+        const auto ticks = static_cast<LONGLONG>(ULONGLONG{due->dwHighDateTime} << 32 | due->dwLowDateTime);
+        calls.push_back(std::to_string(-ticks) + " " + hex(period) + " " + hex(window));
+        if (-ticks < 1000000) {
+            trueSet(timer, due, period, window);
+        }
+    });
+    auto* const fired = new std::promise<void>[3];  // never freed either
+    const double factors[] = {1.0, 0.0001, 0.0};
+    for (int i = 0; i < 3; ++i) {
+        set_clock({0, factors[i]});
+        PoolTimer* const timer =
+            create_pool_timer([](void* context) { static_cast<std::promise<void>*>(context)->set_value(); }, &fired[i]);
+        ASSERT_NE(timer, nullptr);
+        start_pool_timer(timer, 120000);
+    }
+    EXPECT_EQ(calls, (Calls{"1200000000 0 0", "120000 0 0", "0 0 0"}));
+    EXPECT_EQ(fired[1].get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready);
+    EXPECT_EQ(fired[2].get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready);
 }
 
 TEST(Files, NameAnyFileInUtf8) {

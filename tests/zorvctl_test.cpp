@@ -13,10 +13,9 @@
 #include "platform/clock.h"
 #include "platform/event_log.h"
 #include "platform/machine.h"
-#include "support/machine.h"
+#include "support/file_server.h"
 #include "support/notebook.h"
 #include "upload/file_status.h"
-#include "upload/status_cycle.h"
 
 namespace zorvalis {
 namespace {
@@ -181,30 +180,15 @@ TEST(ZorvctlUploads, SayHowFarEachFileIsNewestLastAndChangeNothing) {
     EXPECT_EQ(none.output,
               "no file has been registered for upload yet\nNext upload: at the next pass, for the first time.\n");
     SetValue(L"upload", std::to_wstring(platform::now_seconds() - 3000));
-    {
-        BG_FILESTATUS_CONTROLLER files;
-        const auto add = [&](const std::string& name, std::int32_t type, const std::string& date) {
-            files.fopenDB(kStatusDb);
-            files.setFileName(name);
-            files.setFileType(type);
-            files.setFileCreateDate(date);
-            files.commit();
-        };
-        add("young", 3, NowTimeString().substr(0, 10));
-        add("halfway", 1, "2020-01-05");
-        for (int i = 0; i < 9; ++i) {
-            add("old" + std::to_string(i), 2, "2020-01-04");
-        }
-        files.fopenDB(kStatusDb);
-        files.fcloseDB();
+    Register("young", 3, NowTimeString().substr(0, 10));
+    Register("halfway", 1, "2020-01-05");
+    for (int i = 0; i < 9; ++i) {
+        Register("old" + std::to_string(i), 2, "2020-01-04");
     }
-    {
-        StatusCycle cycle(kStatusDb);
-        updateFileStatus(cycle.Connection(),
-                         {"FILE_STATUS", "FILE_SIZE", "FILE_UPLOAD_BYTES", "FILE_TRY_COUNT", "FILE_SERVER_RESPONSE"},
-                         {"3", "8000", "4000", "3", "'BUSY'"}, 5, "halfway");
-        updateFileStatus(FILE_TRY_COUNT, cycle.Connection(), "old8", "24");
-    }
+    ChangeRows(
+        "UPDATE FILESTATUS SET FILE_TRY_COUNT = 24 WHERE FILE_NAME = 'old8'; UPDATE FILESTATUS SET FILE_STATUS = 3, "
+        "FILE_SIZE = 8000, FILE_UPLOAD_BYTES = 4000, FILE_TRY_COUNT = 3, FILE_SERVER_RESPONSE = 'BUSY' "
+        "WHERE FILE_NAME = 'halfway'");
     const std::string path = std::string(kDataFolder) + kStatusDb, before = read_text(path);
     const std::string output = run(machine, "uploads").output;
     const char* const pieces[] = {"old1\n",
@@ -305,20 +289,6 @@ TEST(ZorvctlTrace, TurnsTheSessionOnAndOffAndReadsTheLogs) {
     EXPECT_EQ(run(machine, "--help >/dev/full").code, 1);
 }
 #endif
-
-TEST(Zorvctl, TellsHelpFromWrongUsage) {
-    const TestMachine machine;
-    for (const char* command :
-         {"", "machine", "machine init", "show", "uploads", "settings", "registry", "registry set", "trace", "log",
-          "tasks", "service", "service run", "event", "event lid"}) {
-        const Result help = run(machine, std::string(command) + " --help");
-        EXPECT_EQ(help.code, 0) << command;
-        EXPECT_NE(help.output.find("Usage: zorvctl"), std::string::npos) << command;
-        const Result wrong = run(machine, std::string(command) + " --nonsense");
-        EXPECT_EQ(wrong.code, 2) << command;
-        EXPECT_NE(wrong.errors.find("--nonsense"), std::string::npos) << command;
-    }
-}
 
 }  // namespace
 }  // namespace zorvalis
