@@ -7,8 +7,6 @@
 
 #include "collection/collectors.h"
 #include "collection/dispatch.h"
-#include "common/files.h"
-#include "common/registry.h"
 #include "store/telemetry_db.h"
 #include "support/notebook.h"
 

@@ -3,14 +3,9 @@
 
 #include "common/code_page.h"
 #include "common/file_log.h"
-#include "common/files.h"
-#include "common/json.h"
 #include "common/log.h"
 #include "common/number.h"
-#include "common/registry.h"
-#include "common/text.h"
 #include "common/time.h"
-#include "platform/files.h"
 #include "platform/module.h"
 #include "store/db_file.h"
 #include "support/notebook.h"
@@ -124,21 +119,6 @@ TEST(Time, IsWrittenInLocalTimeWithLeadingZerosButUnpaddedInTheFileLog) {
     EXPECT_TRUE(log.ends_with(" : second %s\n")) << log;
     ASSERT_TRUE(platform::remove_file(path) && platform::create_folder(path));
     WriteTestLog("nowhere");
-}
-
-TEST(RegistryText, IsASentinelForEveryFailedRead) {
-    const TestMachine machine;
-    ASSERT_TRUE(WriteRegString(kLocalMachine, kProductKey, L"Text", L""));
-    ASSERT_TRUE(WriteRegDword(kLocalMachine, kProductKey, L"Number", 4294967295));
-    EXPECT_EQ(Value(L"Text"), L"");
-    EXPECT_EQ(ReadRegDword(kLocalMachine, kProductKey, L"Number"), L"4294967295");
-    EXPECT_EQ(Value(L"Number"), L"ERROR_READREG");
-    EXPECT_EQ(ReadRegDword(kLocalMachine, kProductKey, L"Text"), L"ERROR_READREG");
-    EXPECT_TRUE(DeleteRegValue(kLocalMachine, kProductKey, L"Text"));
-    EXPECT_FALSE(DeleteRegValue(kLocalMachine, kProductKey, L"Text"));
-    EXPECT_EQ(Value(L"Text"), L"ERROR_READREG");
-    EXPECT_TRUE(DeleteRegKey(kLocalMachine, kProductKey));
-    EXPECT_EQ(ReadRegDword(kLocalMachine, kProductKey, L"Number"), L"ERROR_READREG");
 }
 
 TEST(CoreFiles, AreRemovedButNotSubfoldersAndWhatLiesInThem) {

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "common/files.h"
-#include "platform/files.h"
 #include "support/file_server.h"
 #include "support/notebook.h"
 

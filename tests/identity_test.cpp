@@ -3,8 +3,6 @@
 #include "collection/collectors.h"
 #include "collection/zorv_win_io_dll.h"
 #include "common/device_identity.h"
-#include "common/registry.h"
-#include "common/text.h"
 #include "support/notebook.h"
 
 namespace zorvalis {

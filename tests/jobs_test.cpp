@@ -2,18 +2,10 @@
 
 #include <thread>
 
-#include "common/registry.h"
-#include "jobs/job_manager.h"
-#include "platform/clock.h"
-#include "platform/machine.h"
 #include "support/notebook.h"
 
 namespace zorvalis {
 namespace {
-
-JobManager& Jobs() {
-    return JobManager::GetInstance();
-}
 
 // From another thread, which has to wait for the lock.
 std::uint64_t DoJobElsewhere(const wchar_t* name) {
@@ -150,19 +142,6 @@ TEST(RegTimer, IsDueAtItsIntervalAndStartsAnewAtAWholeMinute) {
     SetValue(L"GetThermal", L"soon");
     EXPECT_THROW(Jobs().checkRegTimer(L"GetThermal", kStart, 300), std::invalid_argument);
     EXPECT_EQ(Value(L"GetThermal"), L"soon");
-}
-
-TEST(RegTimer, IsMovedInThreeWays) {
-    const Notebook machine;
-    const std::int64_t minute = SetClock(2026, 11, 20, 12, 34, 0);
-    SetClock(2026, 11, 20, 12, 34, 30);
-    Jobs().updateRegTimer(1, L"upload", 3600);
-    EXPECT_EQ(Value(L"upload"), std::to_wstring(minute - 86400 + 3600));
-    SetValue(L"upload", L"1000");
-    Jobs().updateRegTimer(-1, L"upload", 3600);
-    EXPECT_EQ(Value(L"upload"), L"4600");
-    Jobs().updateRegTimer(0, L"upload", 3600);
-    EXPECT_EQ(Value(L"upload"), std::to_wstring(minute));
 }
 
 TEST(DoCollectJob, StoresATimedPassUnderTheNumbersOfItsPeriods) {

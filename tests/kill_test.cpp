@@ -8,9 +8,6 @@
 #include <cstdlib>
 
 #include "collection/collectors.h"
-#include "common/files.h"
-#include "platform/files.h"
-#include "platform/machine.h"
 #include "store/telemetry_db.h"
 #include "support/file_server.h"
 #include "support/notebook.h"

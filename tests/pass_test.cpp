@@ -3,10 +3,6 @@
 
 #include <cstdlib>
 
-#include "common/files.h"
-#include "common/registry.h"
-#include "common/text.h"
-#include "platform/files.h"
 #include "support/notebook.h"
 
 namespace zorvalis {

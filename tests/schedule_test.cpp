@@ -3,9 +3,7 @@
 #include <array>
 #include <ctime>
 
-#include "common/registry.h"
 #include "jobs/schedule_predicates.h"
-#include "platform/clock.h"
 #include "support/notebook.h"
 
 namespace zorvalis {

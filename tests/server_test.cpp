@@ -1,4 +1,4 @@
-// The built zorvserver as a process, spoken to over HTTPS and HTTP: what it keeps, what it refuses, how it misbehaves.
+// The built zorvserver as a process, spoken to over HTTP: what it keeps, what it refuses, how it misbehaves.
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <sys/wait.h>
@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <thread>
 
-#include "common/deployment.h"
 #include "common/json.h"
 #include "support/reference_server.h"
 
@@ -19,14 +18,12 @@ namespace fs = std::filesystem;
 class Server : public testing::Test {
 protected:
     // The body of a 200 answer, else the status in words, or "no answer".
-    std::string Exchange(httplib::Client client, const std::string& call, const std::string& body) const {
+    std::string Plain(const std::string& call, const std::string& body = "") const {
+        httplib::Client client("127.0.0.1", server_.http);
         client.set_read_timeout(60);
         const std::string path = "/api/FS/" + call;
         const httplib::Result result = body.empty() ? client.Get(path) : client.Post(path, body, "application/json");
         return !result ? "no answer" : result->status != 200 ? std::to_string(result->status) : result->body;
-    }
-    std::string Plain(const std::string& call, const std::string& body = "") const {
-        return Exchange(httplib::Client("127.0.0.1", server_.http), call, body);
     }
     // One member of the answer.
     std::string Get(const char* key, const std::string& call, const Json& request = nullptr) const {
@@ -88,7 +85,7 @@ TEST_F(Server, TakesAFileAndResumesAfterAKill) {
     EXPECT_EQ(Init("filesize", 5, "4100c4d44da9177247e44a5fc1546779"), "0");
 }
 
-TEST_F(Server, SpeaksHttpsUnderItsOwnCaAndHandsOutSettings) {
+TEST_F(Server, HandsOutTheSettingsOfAModelOrTheDefault) {
     fs::create_directories(folder_ + "settings/2.0.6.0");
     write_text(folder_ + "settings/2.0.6.0/default.json", "{\"a\": 1}\n");
     write_text(folder_ + "settings/2.0.6.0/Model 7.json", "{\"b\": 2}");
@@ -99,16 +96,6 @@ TEST_F(Server, SpeaksHttpsUnderItsOwnCaAndHandsOutSettings) {
     EXPECT_EQ(Get("json_string", "query", query("../default", "2.0.6.0")), "{\"a\": 1}\n");
     EXPECT_EQ(Get("status", "query", query("Model 7", "..")), "NO_SETTING");
     EXPECT_EQ(Get("status", "query", query("Model 7", "2.0.7.0")), "NO_SETTING");
-
-    const std::string body = query("any", "2.0.6.0").dump();
-    for (const std::string host : {deployment::DefaultServer, "other.example"}) {
-        httplib::Client client("https://" + host + ":" + std::to_string(server_.https));
-        client.set_hostname_addr_map({{host, "127.0.0.1"}});
-        client.set_ca_cert_path((folder_ + "ca.pem").c_str());
-        client.enable_server_certificate_verification(true);
-        const bool right = host == deployment::DefaultServer;
-        EXPECT_EQ(Exchange(std::move(client), "query", body).find("\"OK\"") != std::string::npos, right) << host;
-    }
 }
 
 TEST_F(Server, RefusesWhatIsNoRequest) {

@@ -14,19 +14,12 @@
 #include <stdexcept>
 #include <thread>
 
-#include "common/files.h"
-#include "common/json.h"
-#include "common/registry.h"
-#include "common/text.h"
 #include "jobs/task_scheduler_setting.h"
-#include "platform/files.h"
 #include "platform/linux/line_client.h"
-#include "platform/machine.h"
 #include "platform/thread_pool.h"
 #include "service/service_install.h"
 #include "service/zorvalis_service.h"
 #include "support/notebook.h"
-#include "support/traced.h"
 
 namespace zorvalis {
 namespace {

@@ -1,11 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "common/files.h"
-#include "common/json.h"
-#include "common/registry.h"
 #include "common/version.h"
-#include "jobs/job_manager.h"
-#include "platform/machine.h"
 #include "support/file_server.h"
 #include "support/notebook.h"
 
@@ -14,10 +9,6 @@ namespace {
 
 constexpr std::int32_t kRaised = -9;
 constexpr wchar_t kFlag[] = L"NEEDRELOAD_SETTING_FILE";
-
-JobManager& Jobs() {
-    return JobManager::GetInstance();
-}
 
 // A server's answer with a setting document.
 std::string Answer(const std::string& document, const std::string& version = kServiceVersion) {

@@ -2,10 +2,6 @@
 
 #include <thread>
 
-#include "common/files.h"
-#include "common/registry.h"
-#include "common/text.h"
-#include "platform/files.h"
 #include "settings/setting_file_manager.h"
 #include "support/notebook.h"
 

@@ -2,10 +2,6 @@
 #include <sqlite3.h>
 
 #include "collection/data_collector.h"
-#include "common/files.h"
-#include "common/registry.h"
-#include "common/text.h"
-#include "platform/files.h"
 #include "store/db_file.h"
 #include "store/telemetry_db.h"
 #include "support/notebook.h"

@@ -3,12 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "common/json.h"
-#include "common/registry.h"
-#include "common/text.h"
-#include "jobs/job_manager.h"
 #include "platform/linux/step_failure.h"
-#include "platform/machine.h"
 #include "platform/module.h"
 #include "support/notebook.h"
 
@@ -19,7 +14,7 @@ class ScheduledTask : public testing::Test {
 protected:
     ~ScheduledTask() override { platform::fail_step("", 0); }
 
-    static void Do(const wchar_t* job) { JobManager::GetInstance().DoJob(job, 0, 0); }
+    static void Do(const wchar_t* job) { Jobs().DoJob(job, 0, 0); }
 
     static std::string Text(const std::wstring& name = kCollectionTask) {
         return read_text(platform::machine_folder() + "/tasks/" + WideToUtf8(name) + ".json");

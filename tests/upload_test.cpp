@@ -1,13 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "collection/collectors.h"
-#include "common/files.h"
-#include "common/json.h"
-#include "common/registry.h"
-#include "jobs/job_manager.h"
-#include "platform/clock.h"
-#include "platform/files.h"
-#include "platform/machine.h"
 #include "store/telemetry_db.h"
 #include "support/file_server.h"
 #include "support/notebook.h"
@@ -25,10 +18,6 @@ constexpr std::size_t kChunk = 16384;
 const std::string kPath = std::string(kDataFolder) + kFile;
 const FileServer::Fault kCut = {200, "", true};
 const Names kAtRest = {kStatusDb, kFile};
-
-JobManager& Jobs() {
-    return JobManager::GetInstance();
-}
 
 std::int32_t StartUpload() {
     return BG_FILESTATUS_CONTROLLER().startUpload(1, 1, 2, kStatusDb);

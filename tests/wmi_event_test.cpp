@@ -1,21 +1,14 @@
-// The receiver of hardware events on the stand-in machine: its gates, its cycle, its end.
+// The receiver of hardware events on the stand-in machine: its gates and its end.
 #include "events/wmi_event_manager.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <thread>
 
-#include "common/json.h"
-#include "common/registry.h"
-#include "platform/clock.h"
-#include "platform/linux/line_client.h"
 #include "platform/linux/step_failure.h"
-#include "platform/machine.h"
 #include "support/notebook.h"
-#include "support/traced.h"
 
 namespace zorvalis {
 namespace {
@@ -29,45 +22,23 @@ protected:
         platform::set_clock({});
     }
 
-    // Runs `wait` on a thread and `wake` until that has ended: when exactly it begins to listen cannot be seen.
-    template <class Wait, class Wake>
-    static void Meet(Wait wait, Wake wake) {
+    // The wait begins with a 0; then the number comes, and any other change wakes it: when exactly it begins to listen
+    // cannot be seen.
+    static void Wake(std::uint32_t number) {
         std::atomic<bool> ended{false};
         std::thread waiting([&] {
-            wait();
+            EventSink sink(154, 155);
+            WmiEventManager().waitForWmiEvent(sink);
             ended = true;
         });
-        while (!ended) {
-            wake();
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        for (bool sent = false; !ended; std::this_thread::sleep_for(std::chrono::milliseconds(1))) {
+            if (sent) {
+                SetValue(L"Other", L"any");
+            } else if (Pending() == L"0") {
+                sent = WriteRegDword(kLocalMachine, kProductKey, kPendingEvent, number);
+            }
         }
         waiting.join();
-    }
-
-    // The wait begins with a 0; then the number comes, and any other change wakes it.
-    static void Wake(std::uint32_t number) {
-        bool sent = false;
-        Meet(
-            [] {
-                EventSink sink(154, 155);
-                WmiEventManager().waitForWmiEvent(sink);
-            },
-            [&] {
-                if (sent) {
-                    Poke();
-                } else if (Pending() == L"0") {
-                    sent = WriteRegDword(kLocalMachine, kProductKey, kPendingEvent, number);
-                }
-            });
-    }
-
-    static void Poke() { SetValue(L"Other", L"any"); }
-
-    static void Send(const std::string& event) {
-        platform::LineClient client;
-        if (client.open("run/events", 1)) {
-            client.send(event);
-        }
     }
 
     static std::wstring Pending() { return ReadRegDword(kLocalMachine, kProductKey, kPendingEvent); }
@@ -118,8 +89,8 @@ TEST_F(WmiEvents, EndAReceiverForGoodAtTheThirdSetUpThatFails) {
     platform::fail_step("connect", -5);
     platform::set_clock({0, 0.001});
     std::vector<std::string> expected;
-    for (const char* words : {"== 1 start sleep", "== 1 end sleep", "== 1 start sleep", "== 1 end sleep",
-                              "trycount == 3 break"}) {
+    for (const char* words :
+         {"== 1 start sleep", "== 1 end sleep", "== 1 start sleep", "== 1 end sleep", "trycount == 3 break"}) {
         if (std::string(words) != "== 1 end sleep") {
             expected.emplace_back(
                 " [WmiEventManager] Set WMI Event Receiver fail ConnectServer failed:. Error code = -5");
@@ -131,28 +102,6 @@ TEST_F(WmiEvents, EndAReceiverForGoodAtTheThirdSetUpThatFails) {
     EXPECT_EQ(Traced([] { WmiEventManager().initWmiEventReceiver(true); }), expected);
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(180)) << "60 s, then 120 s";
     ExpectEventLog({"setWmiEventReceiver trycount == 3"});
-}
-
-TEST_F(WmiEvents, GoThroughTheSystemAndTheRegistryToTheRecords) {
-    SetValue(L"MainSwitch", L"1");
-    const auto receive = [](const char* event) {
-        return Traced([&] {
-            Meet([] { EXPECT_EQ(WmiEventManager().setWmiEventReceiver(true), 0); },
-                 [&] {
-                     Send(event);
-                     Poke();
-                 });
-        });
-    };
-    auto lines = receive(R"({"EventID": 153, "Active": true})");
-    // The first event may come before that is said.
-    EXPECT_NE(std::find(lines.begin(), lines.end(), "[WmiEventManager] Set WMI Event Receiver OK"), lines.end());
-    EXPECT_EQ(machine.stored(), "");
-    for (int tries = 0; machine.stored().empty() && tries < 100; ++tries) {  // the wake-up may come before the event
-        lines = receive(R"({"Active": true, "EventID": 155})");
-    }
-    EXPECT_EQ(machine.stored(), kRows);
-    EXPECT_NE(std::find(lines.begin(), lines.end(), "[WmiEventManager][EventSink] Indicate : EventID155"), lines.end());
 }
 
 }  // namespace

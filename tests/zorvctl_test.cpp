@@ -8,11 +8,8 @@
 
 #include "common/code_page.h"
 #include "common/deployment.h"
-#include "common/files.h"
 #include "common/time.h"
-#include "platform/clock.h"
 #include "platform/event_log.h"
-#include "platform/machine.h"
 #include "support/file_server.h"
 #include "support/notebook.h"
 #include "upload/file_status.h"

@@ -6,10 +6,6 @@
 #include <filesystem>
 
 #include "common/deployment.h"
-#include "common/files.h"
-#include "common/json.h"
-#include "common/text.h"
-#include "platform/files.h"
 #include "store/db_file.h"
 #include "support/notebook.h"
 #include "upload/chunk_hash.h"

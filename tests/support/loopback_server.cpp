@@ -64,7 +64,6 @@ bool ReadRequest(Socket connection, LoopbackRequest& request) {
         break;
     }
     const std::size_t blank = request.head.find(' ');
-    request.method = request.head.substr(0, blank);
     request.path = request.head.substr(blank + 1, request.head.find(' ', blank + 1) - blank - 1);
     if (request.path.starts_with("http://")) {  // as a proxy is asked
         request.path.erase(0, request.path.find('/', 7));

@@ -8,7 +8,6 @@
 #include <string_view>
 
 struct LoopbackRequest {
-    std::string method;
     std::string path;
     std::string head;  // all lines before the empty one
     std::string body;

@@ -7,12 +7,7 @@
 #include <sstream>
 #include <tuple>
 
-#include "common/json.h"
-#include "common/registry.h"
-#include "common/text.h"
-#include "jobs/job_manager.h"
-#include "platform/clock.h"
-#include "platform/machine.h"
+#include "common/log.h"
 #include "store/db_file.h"
 
 namespace {
@@ -52,7 +47,7 @@ void Notebook::change_hardware(const std::string& changes) {
 
 void Notebook::change_setting(const std::string& changes) {
     setting(Merged(kSetting, changes));
-    JobManager::GetInstance().ReloadSettingFile();
+    Jobs().ReloadSettingFile();
 }
 
 std::string Notebook::install_service() {
@@ -111,6 +106,10 @@ void RemoveValue(const std::wstring& name) {
     DeleteRegValue(kLocalMachine, kProductKey, name);
 }
 
+JobManager& Jobs() {
+    return JobManager::GetInstance();
+}
+
 std::int64_t SetClock(int year, int month, int day, int hour, int minute, int second) {
     std::tm local{};
     local.tm_isdst = -1;
@@ -138,3 +137,33 @@ void ExpectEventLog(const std::vector<std::string>& texts) {
     }
     EXPECT_EQ(entries, texts);
 }
+
+#ifndef _WIN32
+
+void SetSession(int level, unsigned flags) {
+    write_text(platform::machine_folder() + "/trace.json",
+               "{\"level\": " + std::to_string(level) + ", \"flags\": " + std::to_string(flags) + "}");
+}
+
+std::vector<std::string> TraceLines() {
+    std::vector<std::string> lines;
+    std::istringstream log(read_text(platform::machine_folder() + "/trace.log"));
+    for (std::string line; std::getline(log, line);) {
+        for (int field = 0; field < 3; ++field) {  // time, process and number
+            line.erase(0, line.find('\t') + 1);
+        }
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+std::vector<std::string> Traced(const std::function<void()>& action) {
+    write_text(platform::machine_folder() + "/trace.log", "");
+    SetSession(4, 1);
+    StartTrace();
+    action();
+    StopTrace();
+    return TraceLines();
+}
+
+#endif

@@ -1,10 +1,20 @@
-// What the tests of the core share: a notebook on which collecting may begin, and ways to look at what was left there.
+// What the tests of the core share: a notebook on which collecting may begin, ways to look at what was left there, and
+// the headers that nearly all of them need.
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
+#include "common/files.h"
+#include "common/json.h"
+#include "common/registry.h"
+#include "common/text.h"
+#include "jobs/job_manager.h"
+#include "platform/clock.h"
+#include "platform/files.h"
+#include "platform/machine.h"
 #include "support/machine.h"
 
 // Ready, with the library in place, hardware that answers a little, and a stored setting file that has every key.
@@ -38,9 +48,19 @@ std::wstring Value(const std::wstring& name);
 void SetValue(const std::wstring& name, const std::wstring& text);
 void RemoveValue(const std::wstring& name);
 
+// The one of this process.
+zorvalis::JobManager& Jobs();
+
 // From now on it is that local time; the result is its epoch.
 std::int64_t SetClock(int year, int month, int day, int hour = 12, int minute = 0, int second = 0);
 
 // Expects these entries since the machine was made, by their second text; a final "*" stands for any rest. Wine keeps
 // no event log: there it checks nothing.
 void ExpectEventLog(const std::vector<std::string>& texts);
+
+#ifndef _WIN32
+// The stand-in machine's trace session, the texts that it received, and those that `action` logs in this process.
+void SetSession(int level, unsigned flags);
+std::vector<std::string> TraceLines();
+std::vector<std::string> Traced(const std::function<void()>& action);
+#endif

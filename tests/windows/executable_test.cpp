@@ -8,8 +8,6 @@
 #include <algorithm>
 #include <array>
 
-#include "common/registry.h"
-#include "common/text.h"
 #include "windows/installed_executable.h"
 
 namespace zorvalis {
