@@ -4,11 +4,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <thread>
 
-#include "store/db_file.h"
-#include "store/telemetry_db.h"
-#include "support/file_server.h"
 #include "support/notebook.h"
 #include "support/reference_server.h"
 #include "upload/http_client.h"
@@ -97,28 +93,6 @@ TEST_F(Road, RefusesACertificateThatIsOutOfDateOrForAnotherHost) {
     EXPECT_EQ(server.end(SIGTERM), 0);
     EXPECT_EQ(server.count(), 1) << "of all that, the server heard the good request";
     server.begin();
-}
-
-TEST_F(Road, GoesOnAfterTheServerWasKilledAndStartedAgain) {
-    constexpr char kFile[] = "x.db";
-    machine.change_setting(R"({"thermal": null, "battery_power": null, "systeminfo": null})");
-    server.trust();
-    write_text(platform::machine_folder() + "/clock.json", R"({"wait": 0})");
-    CreateSqliteDBFolder();
-    initDB(kFile, "CREATE TABLE Padding AS SELECT zeroblob(80000) AS bytes");
-    Register(kFile);
-    write_text(server.folder() + "script", R"({"call": "uploadfilechunk", "nth": 3, "do": "slow", "ms": 3600000})");
-    std::thread pass([this] { Run({}); });
-    while (!read_text(server.folder() + "script").empty()) {
-        std::this_thread::yield();
-    }
-    EXPECT_EQ(server.end(SIGKILL), -SIGKILL);
-    pass.join();
-    EXPECT_EQ(Received(kFile), "");
-    server.begin();
-    Run({L"upload"});
-    EXPECT_TRUE(Received(kFile) == read_text(std::string(kDataFolder) + kFile));
-    EXPECT_EQ(server.count("uploadfilechunk"), 7) << "none went twice";
 }
 
 #endif

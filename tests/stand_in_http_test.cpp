@@ -3,10 +3,7 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
-#include <algorithm>
-#include <array>
-#include <fstream>
-#include <future>
+#include <functional>
 
 #include "platform/error.h"
 #include "platform/http.h"
@@ -84,18 +81,6 @@ private:
     Descriptor socket_;
     std::string address_;
 };
-
-// The most memory that this process has held since the last call, in KiB.
-long peak() {
-    std::ifstream status("/proc/self/status");
-    std::string word;
-    while (word != "VmHWM:" && status >> word) {
-    }
-    long size = 0;
-    status >> size;
-    std::ofstream("/proc/self/clear_refs") << 5;
-    return size;
-}
 
 TEST(HttpExchange, SendsWhatItIsGivenAndNoMore) {
     const TestMachine machine;
@@ -183,39 +168,6 @@ TEST(HttpExchange, GivesEachStepItsOwnTime) {
     port.stand_for(kHost);
     EXPECT_EQ(outcome({L"/", std::string(16 << 20, 'x'), kSoon}), "send 12002");
     EXPECT_EQ(outcome({L"/", "", kSoon, L"files.test.example", true}), "send 12002") << "the handshake";
-}
-
-TEST(HttpExchange, HandsOutABodyAsItArrivesAndHoldsLittleOfIt) {
-    const TestMachine machine;
-    std::promise<void> first;
-    const LoopbackServer server(by_hand([&](const auto& connection) {
-        const std::string block(1 << 20, 'b');
-        connection.send("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string((64 << 20) + 4) + "\r\n\r\nonly");
-        first.get_future().wait();
-        for (int i = 0; i < 64 && connection.send(block); ++i) {
-        }
-    }));
-    server.stand_for(kHost);
-    HttpExchange http;
-    std::array<char, 8192> piece;
-    std::uint32_t size = 0, count = 0, total = 0;
-    ASSERT_TRUE(is_sent(http, {}) && http.receive());
-    EXPECT_TRUE(http.query_available(size) && http.read(piece.data(), 3, count));
-    EXPECT_EQ(size, 4U);
-    EXPECT_EQ(std::string(piece.data(), count), "onl");
-    EXPECT_TRUE(http.query_available(size) && http.read(piece.data(), 3, count));
-    EXPECT_EQ(std::string(piece.data(), count), "y") << "what was left";
-    first.set_value();
-    peak();
-    const long before = peak();
-    while (http.query_available(size) && size > 0) {
-        ASSERT_LE(size, piece.size());
-        ASSERT_TRUE(http.read(piece.data(), size, count));
-        ASSERT_EQ(std::count(piece.begin(), piece.begin() + count, 'b'), count);
-        total += count;
-    }
-    EXPECT_EQ(total, 64U << 20);
-    EXPECT_LT(peak() - before, 32 << 10) << "half of it, since sanitizers keep what was freed";
 }
 
 }  // namespace

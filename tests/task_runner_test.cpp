@@ -9,10 +9,7 @@
 #include <ctime>
 #include <filesystem>
 
-#include "common/json.h"
-#include "platform/clock.h"
-#include "platform/machine.h"
-#include "support/machine.h"
+#include "support/notebook.h"
 
 namespace zorvalis {
 namespace {
@@ -24,15 +21,9 @@ protected:
     TaskRunner() : folder_(platform::machine_folder()) { fs::create_directory(folder_ + "/tasks"); }
 
     // It is the second of January 2030, 10:01:30 local time.
-    void SetClock() {
-        std::tm local{};
-        local.tm_year = 130;
-        local.tm_mday = 2;
-        local.tm_hour = 10;
-        local.tm_min = 1;
-        local.tm_sec = 30;
-        local.tm_isdst = -1;
-        const std::int64_t offset = std::mktime(&local) - std::time(nullptr);
+    void StartClock() {
+        const std::int64_t offset = SetClock(2030, 1, 2, 10, 1, 30) - std::time(nullptr);
+        platform::set_clock({});
         write_text(folder_ + "/clock.json", "{\"offset\": " + std::to_string(offset) + ", \"wait\": 0.5}");
     }
 
@@ -48,14 +39,10 @@ protected:
         write_text(folder_ + "/tasks/" + name + ".json", DumpJson(task));
     }
 
-    static std::string Tool() {
-        return (fs::read_symlink("/proc/self/exe").parent_path().parent_path() / "bin" / "zorvctl").string();
-    }
-
     // The output and the errors lie in the file "told".
     int Run(const std::string& arguments, const std::string& before = "") const {
         return WEXITSTATUS(
-            std::system((before + Tool() + " tasks " + arguments + " >" + folder_ + "/told 2>&1").c_str()));
+            std::system((before + built("zorvctl") + " tasks " + arguments + " >" + folder_ + "/told 2>&1").c_str()));
     }
 
     std::string Told() const { return read_text(folder_ + "/told"); }
@@ -70,7 +57,7 @@ protected:
 };
 
 TEST_F(TaskRunner, StartsWhatIsDueInTwoHoursWithoutWaiting) {
-    SetClock();
+    StartClock();
     AddTask("often", "printf '%s|' \"$@\" >>often; echo >>often", R"({"action": {"arguments": "a \"b c\\\"\" \\d"}})");
     AddTask("later", "echo >>later", R"({"trigger": {"startBoundary": "2030-01-02T11:00:00", "interval": "PT30M"}})");
     AddTask("single", "echo >>single; exit 3",
@@ -103,7 +90,7 @@ TEST_F(TaskRunner, StartsWhatIsDueInTwoHoursWithoutWaiting) {
 }
 
 TEST_F(TaskRunner, GoesByTheDefinitionThatAPassHasWritten) {
-    SetClock();
+    StartClock();
     AddTask("pass", R"(echo >>passes
         sed 's/2030-01-02T10:00:00/2030-01-03T00:17:00/' tasks/pass.json >tasks/.new && mv tasks/.new tasks/pass.json)");
     EXPECT_EQ(Run("run --until '2030-01-03 00:20' --skip-waits"), 0);
@@ -112,7 +99,7 @@ TEST_F(TaskRunner, GoesByTheDefinitionThatAPassHasWritten) {
 }
 
 TEST_F(TaskRunner, LeavesOutAStartWhileThePassRunsAndKillsItAtItsLimit) {
-    SetClock();
+    StartClock();
     // Moves the clock on by five minutes, and goes on for ever once that has been seen.
     AddTask("slow", R"(echo $$ >process
         offset=$(sed 's/.*"offset":\([0-9]*\).*/\1/' clock.json)
@@ -128,10 +115,10 @@ TEST_F(TaskRunner, LeavesOutAStartWhileThePassRunsAndKillsItAtItsLimit) {
 }
 
 TEST_F(TaskRunner, EndsWithItsProcessesWhenItIsInterrupted) {
-    SetClock();
+    StartClock();
     AddTask("endless", "sleep 1000 & echo $! >child; echo $$ >.new; mv .new process; wait");
-    AddTask("interrupter", "until [ -s process ]; do sleep 0.01; done; " + Tool() + " tasks list >list; " + Tool() +
-                               " tasks run --once 2>second; kill -INT $PPID; sleep 1000");
+    AddTask("interrupter", "until [ -s process ]; do sleep 0.01; done; " + built("zorvctl") + " tasks list >list; " +
+                               built("zorvctl") + " tasks run --once 2>second; kill -INT $PPID; sleep 1000");
     EXPECT_EQ(Run("run --skip-waits"), 0);
     ExpectTold("endless: is ended with the runner\n");
     EXPECT_NE(read_text(folder_ + "/list").find("A runner starts them.\n"), std::string::npos);
@@ -148,7 +135,7 @@ TEST_F(TaskRunner, EndsWithItsProcessesWhenItIsInterrupted) {
 }
 
 TEST_F(TaskRunner, WaitsForARegistrationAndLetsTheClockFlow) {
-    SetClock();
+    StartClock();
     AddTask("pass", "echo >>passes", R"({"enabled": false})");
     const std::string enable =
         "(until grep -q disabled told; do sleep 0.01; done; sed -i s/false/true/ tasks/pass.json)";

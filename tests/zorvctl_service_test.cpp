@@ -1,7 +1,6 @@
 // zorvctl's commands around the service, on a machine whose service is the test program itself.
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/wait.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -19,25 +18,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Result {
-    int code;
-    std::string text;  // output and errors
-};
-
-std::string tool() {
-    return (fs::read_symlink("/proc/self/exe").parent_path().parent_path() / "bin/zorvctl").string();
-}
-
-Result run(const std::string& arguments) {
-    const std::string output = platform::machine_folder() + "/output";
-    const int status = std::system((tool() + " " + arguments + " >" + output + " 2>&1").c_str());
-    return {WEXITSTATUS(status), read_text(output)};
-}
-
 void expect(const std::string& arguments, int code, const std::string& piece) {
-    const Result result = run(arguments);
-    EXPECT_EQ(result.code, code) << arguments << "\n" << result.text;
-    EXPECT_NE(result.text.find(piece), std::string::npos) << arguments << "\n" << result.text;
+    const ToolResult result = run_zorvctl(arguments);
+    const std::string text = result.output + result.errors;
+    EXPECT_EQ(result.code, code) << arguments << "\n" << text;
+    EXPECT_NE(text.find(piece), std::string::npos) << arguments << "\n" << text;
 }
 
 class ZorvctlService : public testing::Test {
@@ -93,10 +78,11 @@ TEST_F(ZorvctlService, SaysHowAServiceEndedThatDidNotStop) {
 }
 
 TEST_F(ZorvctlService, RunsInTheForegroundUntilToldToEnd) {
+    const std::string stop = built("zorvctl") + " service stop >/dev/null";
     for (const bool bySignal : {true, false}) {
-        Result result{};
-        std::thread foreground([&] {
-            result = run("service run >/dev/null 2>&1 & echo $! >" + platform::machine_folder() + "/id; wait $!");
+        std::thread foreground([] {
+            const std::string file = platform::machine_folder() + "/id";
+            EXPECT_EQ(run_zorvctl("service run & echo $! >" + file + "; wait $!").code, 0);
         });
         while (ask(R"({"status": true})").find("\"state\":4") == std::string::npos) {
             std::this_thread::yield();
@@ -104,10 +90,9 @@ TEST_F(ZorvctlService, RunsInTheForegroundUntilToldToEnd) {
         if (bySignal) {
             ::kill(std::stoi(read_text(platform::machine_folder() + "/id")), SIGTERM);
         } else {
-            EXPECT_EQ(std::system((tool() + " service stop >/dev/null").c_str()), 0);
+            EXPECT_EQ(std::system(stop.c_str()), 0);
         }
         foreground.join();
-        EXPECT_EQ(result.code, 0) << result.text;
     }
     EXPECT_EQ(reported_states(), "2 4 3 1 2 4 3 1");
 }

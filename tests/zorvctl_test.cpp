@@ -19,30 +19,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Result {
-    int code;
-    std::string output, errors;
-};
-
-Result run(const TestMachine& machine, const std::string& arguments) {
-    const std::string output = machine.bin_folder() + "output", errors = machine.bin_folder() + "errors";
-#ifdef _WIN32
-    const std::string tool = built("zorvctl.exe");  // a shell that tries endings does not always find it
-#else
-    const std::string tool = built("zorvctl");
-#endif
-    const std::string command = "\"" + tool + "\" >\"" + output + "\" 2>\"" + errors + "\" " + arguments;
-#ifdef _WIN32
-    const int code = std::system(("\"" + command + "\"").c_str());
-#else
-    const int code = WEXITSTATUS(std::system(command.c_str()));
-#endif
-    Result result = {code, read_text(output), read_text(errors)};
-    fs::remove(output);
-    fs::remove(errors);
-    return result;
-}
-
 std::string transformed(std::string bytes) {
     for (char& byte : bytes) {
         byte = static_cast<char>(byte ^ deployment::DbKey);
@@ -122,17 +98,17 @@ TEST(ZorvctlShow, PrintsEachFormTellsBadFilesAndLeavesAllAsTheyWere) {
     fs::current_path(machine.bin_folder());
     for (const auto& each : cases) {
         const std::string arguments = std::string("show ") + each.files + " " + each.options;
-        const Result result = run(machine, arguments);
+        const ToolResult result = run_zorvctl(arguments);
         EXPECT_EQ(result.code, each.code) << arguments << ": " << result.errors;
         EXPECT_NE(result.output.find(each.output), std::string::npos) << arguments << "\n" << result.output;
         EXPECT_NE(result.errors.find(each.errors), std::string::npos) << arguments << ": " << result.errors;
     }
-    EXPECT_EQ(run(machine, "show wide").output.find("n1 "), std::string::npos);
+    EXPECT_EQ(run_zorvctl("show wide").output.find("n1 "), std::string::npos);
     for (const auto& [name, bytes] : files) {
         EXPECT_EQ(read_text(machine.bin_folder() + name), bytes) << name;
     }
     EXPECT_EQ(std::distance(fs::directory_iterator("."), fs::directory_iterator()), files.size());
-    EXPECT_EQ(run(machine, "show small --sqlite out").code, 0);
+    EXPECT_EQ(run_zorvctl("show small --sqlite out").code, 0);
     EXPECT_EQ(read_text(machine.bin_folder() + "out"), plain);
     fs::current_path(before);
 }
@@ -161,7 +137,7 @@ TEST(ZorvctlRegistry, SetsReadsListsAndDeletes) {
         {"list product", 1, ""},
     };
     for (const auto& step : steps) {
-        const Result result = run(machine, std::string("registry ") + step.arguments);
+        const ToolResult result = run_zorvctl(std::string("registry ") + step.arguments);
         EXPECT_EQ(result.code, step.code) << step.arguments << ": " << result.errors;
         EXPECT_EQ(result.output, step.output) << step.arguments;
         EXPECT_EQ(result.errors.empty(), step.code == 0) << step.arguments;
@@ -172,7 +148,7 @@ TEST(ZorvctlUploads, SayHowFarEachFileIsNewestLastAndChangeNothing) {
     TestMachine machine;
     machine.setting(R"({"version": "2.0.6.0", "upload": "m60", "intervalTimer": "0", "totalCollectTime": "999"})");
     SetValue(L"MainSwitch", L"1");
-    const Result none = run(machine, "uploads");
+    const ToolResult none = run_zorvctl("uploads");
     EXPECT_EQ(none.code, 0) << none.errors;
     EXPECT_EQ(none.output,
               "no file has been registered for upload yet\nNext upload: at the next pass, for the first time.\n");
@@ -187,7 +163,7 @@ TEST(ZorvctlUploads, SayHowFarEachFileIsNewestLastAndChangeNothing) {
         "FILE_SIZE = 8000, FILE_UPLOAD_BYTES = 4000, FILE_TRY_COUNT = 3, FILE_SERVER_RESPONSE = 'BUSY' "
         "WHERE FILE_NAME = 'halfway'");
     const std::string path = std::string(kDataFolder) + kStatusDb, before = read_text(path);
-    const std::string output = run(machine, "uploads").output;
+    const std::string output = run_zorvctl("uploads").output;
     const char* const pieces[] = {"old1\n",
                                   "old8\n",
                                   "given up",
@@ -205,7 +181,7 @@ TEST(ZorvctlUploads, SayHowFarEachFileIsNewestLastAndChangeNothing) {
         at = at == std::string::npos ? 0 : at;
     }
     EXPECT_EQ(output.find("old0"), std::string::npos);
-    EXPECT_NE(run(machine, "uploads --all").output.find("old0"), std::string::npos);
+    EXPECT_NE(run_zorvctl("uploads --all").output.find("old0"), std::string::npos);
     EXPECT_EQ(machine.data_files(), std::vector<std::string>{kStatusDb});
     EXPECT_EQ(read_text(path), before);
 }
@@ -240,11 +216,11 @@ TEST(ZorvctlSettings, SayWhichFileRulesAndWhatItMeans) {
         SetValue(L"MainSwitch", Utf82Unicode(each.mainSwitch));
         SetValue(L"GetThermal", std::to_wstring(platform::now_seconds() - 3000));
         SetValue(L"lastDojobTime", std::to_wstring(platform::now_seconds() - 2 * 86400));
-        const Result result = run(machine, "settings");
+        const ToolResult result = run_zorvctl("settings");
         EXPECT_EQ(result.code, each.code) << each.stored;
         EXPECT_NE((result.output + result.errors).find(each.text), std::string::npos) << each.stored << "\n"
                                                                                       << result.output << result.errors;
-        EXPECT_EQ(run(machine, "settings --json").code, each.code);
+        EXPECT_EQ(run_zorvctl("settings --json").code, each.code);
     }
 }
 
@@ -252,16 +228,16 @@ TEST(ZorvctlSettings, SayWhichFileRulesAndWhatItMeans) {
 TEST(ZorvctlMachine, IsMadeOnceAndReadyToCollect) {
     const TestMachine outer;
     const std::string folder = outer.bin_folder() + "m";
-    const Result made = run(outer, "machine init --manufactured 2026/1/2 \"" + folder + "\"");
+    const ToolResult made = run_zorvctl("machine init --manufactured 2026/1/2 \"" + folder + "\"");
     EXPECT_EQ(made.code, 0) << made.errors;
     EXPECT_EQ(read_text(folder + "/hardware.json").find('{'), 0U);
     ::setenv("ZORV_MACHINE", folder.c_str(), 1);
-    EXPECT_EQ(run(outer, "registry get SOFTWARE/Zorv/FactoryConfig ManufacturingDate").output, "2026/1/2\n");
-    EXPECT_EQ(run(outer, "machine status").code, 0);
-    EXPECT_EQ(run(outer, "machine init").code, 1);
-    EXPECT_EQ(run(outer, "machine init --manufactured 2026-01-02").code, 2);
-    run(outer, "registry set product MainSwitch 0");
-    const Result off = run(outer, "machine status");
+    EXPECT_EQ(run_zorvctl("registry get SOFTWARE/Zorv/FactoryConfig ManufacturingDate").output, "2026/1/2\n");
+    EXPECT_EQ(run_zorvctl("machine status").code, 0);
+    EXPECT_EQ(run_zorvctl("machine init").code, 1);
+    EXPECT_EQ(run_zorvctl("machine init --manufactured 2026-01-02").code, 2);
+    run_zorvctl("registry set product MainSwitch 0");
+    const ToolResult off = run_zorvctl("machine status");
     EXPECT_EQ(off.code, 1);
     EXPECT_NE(off.output.find("switched it off"), std::string::npos) << off.output;
 }
@@ -269,21 +245,21 @@ TEST(ZorvctlMachine, IsMadeOnceAndReadyToCollect) {
 TEST(ZorvctlTrace, TurnsTheSessionOnAndOffAndReadsTheLogs) {
     const TestMachine machine;
     const std::string folder = platform::machine_folder();
-    EXPECT_EQ(run(machine, "trace --no-follow --level 3").code, 0);
+    EXPECT_EQ(run_zorvctl("trace --no-follow --level 3").code, 0);
     EXPECT_EQ(read_text(folder + "/trace.json"), "{\"level\": 3, \"flags\": 1}\n");
-    EXPECT_EQ(run(machine, "trace --off").code, 0);
-    EXPECT_EQ(run(machine, "trace --off").code, 1);
+    EXPECT_EQ(run_zorvctl("trace --off").code, 0);
+    EXPECT_EQ(run_zorvctl("trace --off").code, 1);
     write_text(folder + "/trace.log", "86400.500000\t42\t10\ta\\tb\\\\c\\nd\n");
-    const std::string traced = run(machine, "trace --all --seconds 0.001").output;
+    const std::string traced = run_zorvctl("trace --all --seconds 0.001").output;
     EXPECT_NE(traced.find(":00.500  42  a\\tb\\c\n    d\n"), std::string::npos) << traced;
     EXPECT_FALSE(fs::exists(folder + "/trace.json"));
-    EXPECT_EQ(run(machine, "log").code, 0);
+    EXPECT_EQ(run_zorvctl("log").code, 0);
     platform::report_event(L"Zorvalis", platform::kEventWarning, L"Zorvalis", L"first");
     platform::report_event(L"Zorvalis", platform::kEventInformation, L"Zorvalis", L"second");
-    const std::string events = run(machine, "log --last 1").output;
+    const std::string events = run_zorvctl("log --last 1").output;
     EXPECT_NE(events.find("Information  Zorvalis  second\n"), std::string::npos) << events;
     EXPECT_EQ(events.find("first"), std::string::npos);
-    EXPECT_EQ(run(machine, "--help >/dev/full").code, 1);
+    EXPECT_EQ(run_zorvctl("--help >/dev/full").code, 1);
 }
 #endif
 

@@ -20,6 +20,7 @@
 #else
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #endif
 
@@ -158,6 +159,20 @@ std::string built(const std::string& name) {
     platform::module_file_name(own, 1024);
     platform::set_module_path(given);
     return (fs::path(own).parent_path().parent_path() / "bin" / name).string();
+}
+
+ToolResult run_zorvctl(const std::string& arguments) {
+    const std::string output = zorvalis::getCurrentPath() + "output", errors = zorvalis::getCurrentPath() + "errors";
+    const std::string rest = "\" >\"" + output + "\" 2>\"" + errors + "\" " + arguments;
+#ifdef _WIN32  // a shell that tries endings does not always find it
+    const int code = std::system(("\"\"" + built("zorvctl.exe") + rest + "\"").c_str());
+#else
+    const int code = WEXITSTATUS(std::system(("\"" + built("zorvctl") + rest).c_str()));
+#endif
+    const ToolResult result = {code, read_text(output), read_text(errors)};
+    fs::remove(output);
+    fs::remove(errors);
+    return result;
 }
 
 void write_text(const std::string& path, const std::string& text) {

@@ -44,6 +44,13 @@ private:
 // The path of a built program or library, which lie in ../bin from the test program.
 std::string built(const std::string& name);
 
+// Runs the built zorvctl; the paths of what it prints lie in the folder of the executable meanwhile.
+struct ToolResult {
+    int code;
+    std::string output, errors;
+};
+ToolResult run_zorvctl(const std::string& arguments);
+
 // Whole files by the path that the platform floor takes.
 void write_text(const std::string& path, const std::string& text);
 std::string read_text(const std::string& path);
