@@ -5,14 +5,11 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <set>
-#include <sstream>
 #include <thread>
 
 #include "common/json.h"
@@ -21,7 +18,6 @@
 #include "platform/library.h"
 #include "platform/machine.h"
 #include "platform/registry.h"
-#include "platform/trace.h"
 #include "support/machine.h"
 
 namespace platform {
@@ -202,67 +198,6 @@ TEST(StandInRegistry, WakesForOtherProgramsButNotForTheirTemporaryFiles) {
     fs::rename(key_folder() + ".Value", key_folder() + "Value");
     waiter.join();
     EXPECT_EQ(seen, 2U);
-}
-
-struct TraceSession {
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::uint64_t logger = 0;
-
-    static std::uint32_t control(std::uint32_t request, void* context, void* buffer) {
-        auto& session = *static_cast<TraceSession*>(context);
-        const std::lock_guard guard(session.mutex);
-        session.logger = request == kTraceEnable ? trace_logger(buffer) : 0;
-        session.changed.notify_all();
-        return 0;
-    }
-
-    std::uint64_t wait_until(bool on) {
-        std::unique_lock guard(mutex);
-        changed.wait(guard, [&] { return (logger != 0) == on; });
-        return logger;
-    }
-};
-
-TEST(StandInTrace, FollowsTheSessionFileWhileTheProcessRuns) {
-    const TestMachine machine;
-    const Guid none{};
-    const std::string file = machine_folder() + "/trace.json";
-    TraceSession session;
-    std::uint64_t registration = 0;
-    ASSERT_EQ(register_trace(TraceSession::control, &session, none, none, registration), 0U);
-    EXPECT_EQ(session.logger, 0U);
-    write_text(file, R"({"level": 3, "flags": 4294967295})");
-    std::uint64_t logger = session.wait_until(true);
-    EXPECT_EQ(trace_level(logger), 3);
-    EXPECT_EQ(trace_flags(logger), 4294967295U);
-    send_trace(logger, 0x2B, none, 10, "a\tb\\c\r\n\xFF", 9);
-    fs::remove(file);
-    session.wait_until(false);
-    send_trace(0, 0x2B, none, 10, "nobody listens", 15);
-    write_text(file, "{\"level\"");  // no session yet
-    write_text(file + ".tmp", R"({"level": 4, "flags": 1})");
-    fs::rename(file + ".tmp", file);
-    logger = session.wait_until(true);
-    send_trace(logger, 0x2B, none, 11, "again", 6);
-    EXPECT_EQ(unregister_trace(registration), 0U);
-    EXPECT_NE(unregister_trace(registration), 0U);
-    send_trace(logger, 0x2B, none, 11, "too late", 9);
-
-    TraceSession late;
-    ASSERT_EQ(register_trace(TraceSession::control, &late, none, none, registration), 0U);
-    EXPECT_EQ(trace_level(late.logger), 4);
-    unregister_trace(registration);
-
-    std::vector<std::string> lines;
-    std::istringstream log(read_text(machine_folder() + "/trace.log"));
-    for (std::string line; std::getline(log, line);) {
-        const std::size_t point = line.find('.');
-        EXPECT_EQ(line.find('\t'), point + 7) << line;
-        lines.push_back(line.substr(line.find('\t') + 1));
-    }
-    const std::string process = std::to_string(::getpid());
-    EXPECT_EQ(lines, (std::vector<std::string>{process + "\t10\ta\\tb\\\\c\\r\\n\xFF", process + "\t11\tagain"}));
 }
 
 TEST(StandInMachine, OpensNoLibraryThatIsCutShort) {

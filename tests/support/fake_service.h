@@ -18,8 +18,7 @@ public:
     // Controls of its own: one whose handler holds until `let_go`, and one that it answers with 7.
     static constexpr std::uint32_t kHold = 128, kSeven = 129;
 
-    // As a process. FAKE_SERVICE in the environment may be "fail": stops with exit code 1234, or "silent": ends at
-    // once.
+    // As a process. With FAKE_SERVICE_FAILS in the environment it stops with exit code 1234.
     static bool is_wanted();
     static int run_process();
 
