@@ -113,40 +113,36 @@ TEST_F(Server, RefusesWhatIsNoRequest) {
 }
 
 TEST_F(Server, MisbehavesByItsScript) {
-    const std::string start = Init("fileuuid");
+    Init("fileuuid");
     const struct {
-        const char *line, *answer;  // its beginning
-        int held;                   // after a chunk of three bytes on an upload that holds none
+        const char *fault, *answer;  // its beginning
+        int held;                    // after a chunk of three bytes on an upload that holds none
     } cases[] = {
-        {"\"do\": \"status\", \"code\": 500", "500", 0},
-        {"\"do\": \"status\", \"code\": 204", "204", 0},
-        {"\"do\": \"garbage\"", "\x01\xFFgarbage", 0},
-        {"\"do\": \"empty\"", "", 0},
-        {"\"do\": \"body\", \"text\": \"err\"", "err", 0},
-        {"\"do\": \"huge\", \"mib\": 2", "{\"status\":\"HUGE\"", 0},
-        {"\"do\": \"drop\"", "no answer", 0},
-        {"\"do\": \"half\"", "no answer", 3},
-        {"\"do\": \"drop-after\"", "no answer", 3},
-        {"\"do\": \"slow\", \"ms\": 1", "{\"status\":\"OK\"}", 3},
-        {"\"do\": \"nonsense\"", "500", 0},
+        {"\"status\", \"code\": 500", "500", 0},
+        {"\"garbage\"", "\x01\xFFgarbage", 0},
+        {"\"empty\"", "", 0},
+        {"\"body\", \"text\": \"err\"", "err", 0},
+        {"\"huge\", \"mib\": 2", "{\"status\":\"HUGE\"", 0},
+        {"\"drop\"", "no answer", 0},
+        {"\"half\"", "no answer", 3},
+        {"\"drop-after\"", "no answer", 3},
+        {"\"slow\", \"ms\": 1", "{\"status\":\"OK\"}", 3},
+        {"\"nonsense\"", "500", 0},
     };
-    const Json chunk = {{"checksum", "d2490f048dc3b77a457e3e450ab4eb38"}, {"filechunk", "MDEy"}, {"fileuuid", ""}};
     int number = 10;
     for (const auto& each : cases) {
         const std::string md5 = "4100c4d44da9177247e44a5fc15467" + std::to_string(number++);
-        Json request = chunk;
-        request["fileuuid"] = Init("fileuuid", 5, md5.c_str());
-        write_text(script_, std::string("{\"call\": \"uploadfilechunk\", ") + each.line + "}\n");
-        const std::string answer = Plain("uploadfilechunk", request.dump());
-        EXPECT_EQ(answer.substr(0, std::strlen(each.answer)), each.answer) << each.line;
-        EXPECT_EQ(answer.empty(), *each.answer == '\0') << each.line;
-        if (answer.starts_with("{\"status\":\"HUGE")) {
-            EXPECT_EQ(answer.size(), 2U << 20);
-            EXPECT_NO_THROW(ParseJson(answer));
-        }
-        EXPECT_EQ(read_text(script_).empty(), number != 21) << each.line;  // a wrong line stays
+        const Json chunk = {{"checksum", "d2490f048dc3b77a457e3e450ab4eb38"},
+                            {"filechunk", "MDEy"},
+                            {"fileuuid", Init("fileuuid", 5, md5.c_str())}};
+        write_text(script_, std::string("{\"call\": \"uploadfilechunk\", \"do\": ") + each.fault + "}\n");
+        const std::string answer = Plain("uploadfilechunk", chunk.dump());
+        EXPECT_EQ(answer.substr(0, std::strlen(each.answer)), each.answer) << each.fault;
+        EXPECT_TRUE(*each.answer != '\0' || answer.empty());
+        EXPECT_TRUE(!answer.starts_with("{\"status\":\"HUGE") || answer.size() == 2U << 20);
+        EXPECT_EQ(read_text(script_).empty(), number != 20) << each.fault << ": a wrong line stays";
         fs::remove(script_);
-        EXPECT_EQ(Init("filesize", 5, md5.c_str()), std::to_string(each.held)) << each.line;
+        EXPECT_EQ(Init("filesize", 5, md5.c_str()), std::to_string(each.held)) << each.fault;
     }
     write_text(script_,
                "{\"call\": \"inituploadfile\", \"nth\": 2, \"do\": \"offset\", \"offset\": 99}\n{\"do\": \"empty\"}\n");

@@ -7,7 +7,6 @@
 
 #include <chrono>
 #include <filesystem>
-#include <map>
 
 #include "common/json.h"
 #include "platform/clock.h"
@@ -49,36 +48,6 @@ TEST(StandInService, IsRefusedWhenNoManagerStartedIt) {
     EXPECT_EQ(register_service_handler(FakeService::kName, nullptr, nullptr), 0);
     EXPECT_EQ(last_error(), 1083U);
     EXPECT_FALSE(fs::exists(machine_folder() + "/run"));
-}
-
-TEST(StandInService, AnswersEachControlAndReportsInOrder) {
-    const TestMachine machine;
-    FakeService service;
-    service.wait_for_state(4);
-    EXPECT_EQ(std::getenv(kServiceVariable), nullptr);
-    EXPECT_EQ(ask(kStatus), R"({"accepted":449,"checkpoint":0,"exitCode":0,"state":4,"waitHint":0})");
-    const std::pair<std::string, const char*> steps[] = {
-        {kInterrogate, R"({"result":0})"},
-        {R"({"control": 129})", R"({"result":7})"},
-        {R"({"control": 2})", R"({"result":1052})"},
-        {R"({"control": 11})", R"({"result":1052})"},
-        {R"({"control": 127})", R"({"result":1052})"},
-        {R"({"control": 256})", R"({"result":1052})"},
-        {R"({"control": 13, "event": 4})", R"({"result":0})"},
-        {R"({"control": 13, "event": 32787})", R"({"result":0})"},
-        {kLid + std::string("1}"), R"({"result":0})"},
-        {R"({"control": 1})", R"({"result":0})"},
-    };
-    service.registrations();
-    for (const auto& [line, answer] : steps) {
-        EXPECT_EQ(ask(line), answer) << line;
-    }
-    service.join();
-    EXPECT_TRUE(service.result);
-    EXPECT_EQ(service.notes(), (Notes{"4 0", "129 0", "13 4", "13 32787", "13 32787 186=1", "1 0"}));
-    EXPECT_EQ(reported_states(), "2 4 3 1");
-    EXPECT_FALSE(fs::exists(machine_folder() + "/run/control"));
-    EXPECT_FALSE(set_service_status(service.handle, {0x10, 4, 0, 0, 0, 0, 0}));
 }
 
 TEST(StandInService, DeliversOneControlAfterTheOtherWhileTheStatusIsTold) {

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <functional>
 
+#include "common/json.h"
 #include "platform/linux/step_failure.h"
 #include "platform/linux/task_file.h"
 #include "platform/machine.h"
@@ -85,34 +86,6 @@ void expect(Status status, std::uint32_t number, const char* what) {
     EXPECT_EQ(static_cast<std::uint32_t>(status), number) << what;
 }
 
-TEST(StandInTasks, AreFilesThatAreReplacedDisabledAndDeletedInAnyCase) {
-    const TestMachine machine;
-    ASSERT_EQ(register_task(L"Task-\u00E9"), kDone);
-    ASSERT_EQ(register_task(L"other"), kDone);
-    const std::string text = text_of("Task-\u00E9");
-    const auto set_enabled = [](bool on) {
-        TaskScheduler task;
-        std::int32_t count = 0, state = 0;
-        std::wstring name;
-        EXPECT_EQ(visit_folder(task) | task.get_tasks() | task.get_task_count(count), kDone);
-        EXPECT_EQ(count, 2);
-        EXPECT_EQ(task.get_task(1) | task.get_task_name(name) | task.put_task_enabled(on), kDone);
-        EXPECT_EQ(name, L"Task-\u00E9");
-        EXPECT_EQ(task.get_task_state(state), kDone);
-        return state;
-    };
-    EXPECT_EQ(set_enabled(false), 1);
-    EXPECT_NE(text_of("Task-\u00E9"), text);
-    EXPECT_EQ(set_enabled(true), 3);
-    EXPECT_EQ(text_of("Task-\u00E9"), text);
-    set_enabled(false);
-    EXPECT_EQ(register_task(L"TASK-\u00C9"), kDone);
-    EXPECT_EQ(text_of("Task-\u00E9"), text) << "replaced under its first name, and enabled";
-    EXPECT_EQ(files().size(), 2U);
-    EXPECT_EQ(delete_task(L"tASK-\u00E9"), kDone);
-    EXPECT_EQ(files(), std::vector<std::string>{"other.json"});
-}
-
 TEST(StandInTasks, AreRefusedWithTheSystemsNumbers) {
     const TestMachine machine;
     expect(delete_task(L"Task"), 0x80070002, "delete without a folder");
@@ -160,6 +133,11 @@ TEST(StandInTasks, AreRefusedWithTheSystemsNumbers) {
     expect(task.get_task(3), 0x80070057, "behind the last");
     EXPECT_EQ(files(), std::vector<std::string>{"A.json"});
     EXPECT_EQ(register_task(L"a"), kDone) << "also in the place of a broken one";
+    EXPECT_EQ(register_task(L"Task-\u00E9") | register_task(L"TASK-\u00C9"), kDone);
+    EXPECT_EQ(text_of("TASK-\u00C9"), "") << "it keeps the first writing of its name";
+    EXPECT_EQ(zorvalis::ParseJson(text_of("Task-\u00E9"))["name"], "Task-\u00E9");
+    EXPECT_EQ(delete_task(L"tASK-\u00E9"), kDone);
+    EXPECT_EQ(files(), std::vector<std::string>{"A.json"});
 
     fs::remove_all(machine_folder() + "/tasks");
     write_text(machine_folder() + "/tasks", "");

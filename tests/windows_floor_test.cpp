@@ -228,29 +228,15 @@ TEST(Lock, WaitsForTheScaledTimeAndZeroForEver) {
     broken.release();
 }
 
-TEST(ThreadPool, FiresATimerOnceAfterTheScaledTime) {
+TEST(ThreadPool, FiresATimerAfterTheScaledTime) {
     const TestMachine machine;
-    static const auto trueSet = IMPORTED(SetThreadpoolTimer);
-    calls.clear();
-    HOOK(SetThreadpoolTimer, [](PTP_TIMER timer, FILETIME* due, DWORD period, DWORD window) {
-        const auto ticks = static_cast<LONGLONG>(ULONGLONG{due->dwHighDateTime} << 32 | due->dwLowDateTime);
-        calls.push_back(std::to_string(-ticks) + " " + hex(period) + " " + hex(window));
-        if (-ticks < 1000000) {
-            trueSet(timer, due, period, window);
-        }
-    });
-    auto* const fired = new std::promise<void>[3];  // never freed either
-    const double factors[] = {1.0, 0.0001, 0.0};
-    for (int i = 0; i < 3; ++i) {
-        set_clock({0, factors[i]});
-        PoolTimer* const timer =
-            create_pool_timer([](void* context) { static_cast<std::promise<void>*>(context)->set_value(); }, &fired[i]);
-        ASSERT_NE(timer, nullptr);
-        start_pool_timer(timer, 120000);
-    }
-    EXPECT_EQ(calls, (Calls{"1200000000 0 0", "120000 0 0", "0 0 0"}));
-    EXPECT_EQ(fired[1].get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready);
-    EXPECT_EQ(fired[2].get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready);
+    set_clock({0, 0.0001});
+    auto* const fired = new std::promise<void>;  // never freed: the callback may still be at its end
+    PoolTimer* const timer =
+        create_pool_timer([](void* context) { static_cast<std::promise<void>*>(context)->set_value(); }, fired);
+    ASSERT_NE(timer, nullptr);
+    start_pool_timer(timer, 120000);
+    EXPECT_EQ(fired->get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready);
 }
 
 TEST(Files, NameAnyFileInUtf8) {

@@ -1,6 +1,5 @@
 // The built zorvctl as a process: what it prints, its exit codes, and the files that it touches or leaves alone.
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -10,6 +9,7 @@
 #include "common/deployment.h"
 #include "common/time.h"
 #include "platform/event_log.h"
+#include "store/telemetry_db.h"
 #include "support/file_server.h"
 #include "support/notebook.h"
 #include "upload/file_status.h"
@@ -26,24 +26,19 @@ std::string transformed(std::string bytes) {
     return bytes;
 }
 
-std::string database(const TestMachine& machine, const std::string& sql) {
-    const std::string path = machine.bin_folder() + "plain";
-    sqlite3* connection = nullptr;
-    EXPECT_EQ(sqlite3_open(path.c_str(), &connection), SQLITE_OK);
-    EXPECT_EQ(sqlite3_exec(connection, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK)
-        << sqlite3_errmsg(connection);
-    sqlite3_close(connection);
-    std::string bytes = read_text(path);
-    fs::remove(path);
+// The bytes of a plain database.
+std::string database(const std::string& sql) {
+    initDB("x.db", sql);
+    const std::string path = std::string(kDataFolder) + "x.db", bytes = transformed(read_text(path));
+    platform::remove_file(path);
     return bytes;
 }
 
 TEST(ZorvctlShow, PrintsEachFormTellsBadFilesAndLeavesAllAsTheyWere) {
     const TestMachine machine;
-    const std::string plain =
-        database(machine,
-                 "CREATE TABLE Small (a STRING, b INTEGER, c); INSERT INTO Small VALUES ('first', 1, NULL),"
-                 "('say \"hi\", you', NULL, 2.5), (CAST(x'41FF0A42' AS TEXT), -7, x'00FF');");
+    const std::string plain = database(
+        "CREATE TABLE Small (a STRING, b INTEGER, c); INSERT INTO Small VALUES ('first', 1, NULL),"
+        "('say \"hi\", you', NULL, 2.5), (CAST(x'41FF0A42' AS TEXT), -7, x'00FF');");
     std::string wide = "CREATE TABLE Wide (c0";
     for (int i = 1; i < 40; ++i) {
         wide += ", c" + std::to_string(i);
@@ -56,7 +51,7 @@ TEST(ZorvctlShow, PrintsEachFormTellsBadFilesAndLeavesAllAsTheyWere) {
     const std::map<std::string, std::string> files = {
         {"small", transformed(plain)},
         {"plain", plain},
-        {"wide", transformed(database(machine, wide))},
+        {"wide", transformed(database(wide))},
         {"empty", ""},
         {"letter", "Dear"},
         {"cut", transformed(plain.substr(0, 5000))},
