@@ -14,6 +14,7 @@
 #include "common/log.h"
 #include "common/number.h"
 #include "common/time.h"
+#include "platform/trace.h"
 #include "store/telemetry_db.h"
 #include "support/notebook.h"
 
@@ -67,10 +68,13 @@ TEST(Trace, FollowsTheSessionFileWhileOtherThreadsLog) {
     until_taken(false);
     done = true;
     other.join();
+    platform::send_trace(0, 0, {}, 10, "to no session", 14);
     StopTrace();
+    EXPECT_NE(platform::unregister_trace(1), 0U) << "stopped already";
     const std::string log = read_text(platform::machine_folder() + "/trace.log");
     EXPECT_EQ(log.find('\t'), log.find('.') + 7) << "microseconds";
     EXPECT_NE(log.find("\t" + std::to_string(::getpid()) + "\t10\ta\\tb\\\\c\\r\\n\xFF\n"), log.npos);
+    EXPECT_EQ(log.find("to no session"), log.npos);
 }
 
 // The words of one event on a machine without any file, N being the file's name and D the data folder.

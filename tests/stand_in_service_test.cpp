@@ -262,6 +262,7 @@ TEST(StandInServiceManager, StopsAndQueriesTheRunningService) {
     ASSERT_TRUE(manager.control_service(1, status));
     EXPECT_EQ(status.state, 1U);
     service.join();
+    EXPECT_FALSE(set_service_status(service.handle, {0x10, 4, 0, 0, 0, 0, 0})) << "it has said that it is stopped";
     ASSERT_TRUE(manager.query_service(status));
     EXPECT_EQ(status.state, 1U);
     EXPECT_EQ(status.exit_code, 0U);
