@@ -7,6 +7,7 @@
 
 #include "support/notebook.h"
 #include "support/reference_server.h"
+#include "support/traced.h"
 #include "upload/http_client.h"
 
 namespace zorvalis {

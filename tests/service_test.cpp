@@ -20,6 +20,7 @@
 #include "service/service_install.h"
 #include "service/zorvalis_service.h"
 #include "support/notebook.h"
+#include "support/traced.h"
 
 namespace zorvalis {
 namespace {

@@ -17,6 +17,7 @@
 #include "platform/trace.h"
 #include "store/telemetry_db.h"
 #include "support/notebook.h"
+#include "support/traced.h"
 
 namespace zorvalis {
 namespace {

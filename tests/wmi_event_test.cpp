@@ -9,6 +9,7 @@
 
 #include "platform/linux/step_failure.h"
 #include "support/notebook.h"
+#include "support/traced.h"
 
 namespace zorvalis {
 namespace {

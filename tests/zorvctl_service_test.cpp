@@ -8,7 +8,6 @@
 #include <thread>
 
 #include "platform/linux/line_server.h"
-#include "platform/machine.h"
 #include "platform/service_manager.h"
 #include "support/fake_service.h"
 #include "support/machine.h"

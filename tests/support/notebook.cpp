@@ -7,7 +7,6 @@
 #include <sstream>
 #include <tuple>
 
-#include "common/log.h"
 #include "store/db_file.h"
 
 namespace {
@@ -137,33 +136,3 @@ void ExpectEventLog(const std::vector<std::string>& texts) {
     }
     EXPECT_EQ(entries, texts);
 }
-
-#ifndef _WIN32
-
-void SetSession(int level, unsigned flags) {
-    write_text(platform::machine_folder() + "/trace.json",
-               "{\"level\": " + std::to_string(level) + ", \"flags\": " + std::to_string(flags) + "}");
-}
-
-std::vector<std::string> TraceLines() {
-    std::vector<std::string> lines;
-    std::istringstream log(read_text(platform::machine_folder() + "/trace.log"));
-    for (std::string line; std::getline(log, line);) {
-        for (int field = 0; field < 3; ++field) {  // time, process and number
-            line.erase(0, line.find('\t') + 1);
-        }
-        lines.push_back(line);
-    }
-    return lines;
-}
-
-std::vector<std::string> Traced(const std::function<void()>& action) {
-    write_text(platform::machine_folder() + "/trace.log", "");
-    SetSession(4, 1);
-    StartTrace();
-    action();
-    StopTrace();
-    return TraceLines();
-}
-
-#endif

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -57,10 +56,3 @@ std::int64_t SetClock(int year, int month, int day, int hour = 12, int minute = 
 // Expects these entries since the machine was made, by their second text; a final "*" stands for any rest. Wine keeps
 // no event log: there it checks nothing.
 void ExpectEventLog(const std::vector<std::string>& texts);
-
-#ifndef _WIN32
-// The stand-in machine's trace session, the texts that it received, and those that `action` logs in this process.
-void SetSession(int level, unsigned flags);
-std::vector<std::string> TraceLines();
-std::vector<std::string> Traced(const std::function<void()>& action);
-#endif
