@@ -380,6 +380,8 @@ TEST(RpcServer, EndsItsStartAtTheFirstStepThatFails) {
         EXPECT_EQ(RpcServerStart(), 1740U) << step;
         RpcServerStop();
     }
+    platform::fail_step("count_capabilities", 1);
+    EXPECT_EQ(RpcServerStart(), 87U) << "the name derives to more than one";
     platform::fail_step("listen_for_rpc", 1713);
     EXPECT_EQ(RpcServerStart(), 0U) << "it listens already";
     platform::fail_step("", 0);
