@@ -60,18 +60,6 @@ std::shared_ptr<const Callbacks> callbacks_for(std::int64_t cookie) {
     return found == runningCalls.end() ? nullptr : found->callbacks;
 }
 
-template <class Function, class... Values>
-void deliver(std::int64_t cookie, Function Callbacks::*callback, const Values&... values) {
-    try {
-        const auto callbacks = callbacks_for(cookie);
-        if (callbacks && (*callbacks).*callback) {
-            ((*callbacks).*callback)(values..., cookie);
-        }
-    } catch (...) {
-        // The call goes on without it.
-    }
-}
-
 std::wstring wide(std::uint32_t code_page, const char* text) {
     const int size = platform::multi_byte_to_wide(code_page, text, -1, nullptr, 0);
     if (size == 0) {
@@ -81,6 +69,28 @@ std::wstring wide(std::uint32_t code_page, const char* text) {
     platform::multi_byte_to_wide(code_page, text, -1, result.data(), size);
     result.pop_back();
     return result;
+}
+
+template <class Value>
+Value received(Value value) {
+    return value;
+}
+
+std::string received(const char* text) {
+    return platform::to_utf8(wide(platform::kCodePageAnsi, text));
+}
+
+// Nothing leaves it: the runtime has called.
+template <class Function, class... Values>
+void deliver(std::int64_t cookie, Function Callbacks::*callback, const Values&... values) {
+    try {
+        const auto callbacks = callbacks_for(cookie);
+        if (callbacks && (*callbacks).*callback) {
+            ((*callbacks).*callback)(received(values)..., cookie);
+        }
+    } catch (...) {
+        // The call goes on without it.
+    }
 }
 
 std::wstring wide(const std::string& text) {
@@ -241,8 +251,7 @@ void serve_CallbackTestData(hyper result, hyper cookie) {
 }
 
 void serve_CallbackText(const char* result, LONG function, hyper cookie) {
-    deliver(cookie, &Callbacks::text, platform::to_utf8(zorvalis_client::wide(platform::kCodePageAnsi, result)),
-            function);
+    deliver(cookie, &Callbacks::text, result, function);
 }
 
 void serve_CallbackFlag(unsigned char result, LONG function, hyper cookie) {

@@ -37,6 +37,7 @@ public:
             callbacks += (callbacks.empty() ? "" : ", ") + kind + " " + callback.result + " " +
                          std::to_string(callback.function) + " " + std::to_string(callback.cookie);
             modesAtCallbacks += Member("WMIGetBatteryHealth") + Member("WMIGetQuietFan");
+            switchAtCallback = ::Value(L"MainSwitch");
         });
     }
     ~ClientNotebook() { platform::set_callback_observer(nullptr); }
@@ -57,6 +58,7 @@ public:
     std::string consents() const { return read_text(bin_folder() + "ChkReg.log"); }
 
     std::string callbacks, modesAtCallbacks;
+    std::wstring switchAtCallback;
 };
 
 std::string Answer(const std::string& call) {
@@ -278,16 +280,18 @@ TEST(DirectCall, DeliversEachValueByItsCallback) {
     calls.GetMainSwitchByUser(6);
     calls.GetChassisTypes(7);
     calls.GetVersionString(8);
+    calls.GetProductName(10);
     calls.GetTestDataFunc(41, 9);
     for (int function = 6; function <= 10; ++function) {
         calls.SystemInfoDispatcher(function, 0);
     }
     EXPECT_EQ(machine.callbacks,
               "Text ZX-14 0 -9223372036854775808, Text SN 07 1 2, Text Zor 2 3, Integer 80 3 4, Integer 1 4 5, "
-              "Flag 0 11 6, Text Notebook 12 7, Text 2.0.6.0 9 8, TestData 42 -1 9");
+              "Flag 0 11 6, Text Notebook 12 7, Text 2.0.6.0 9 8, Text caf\xE9 \x16 13 10, TestData 42 -1 9");
     machine.callbacks.clear();
     calls.GetSystemInfoData(1);
     EXPECT_TRUE(machine.callbacks.starts_with("Text {\"bios\":\"B1\",")) << machine.callbacks;
+    EXPECT_TRUE(machine.callbacks.ends_with("\"} 5 1")) << machine.callbacks;
     wchar_t uuid[37];
     calls.GetUUID(uuid, 37);
     EXPECT_STREQ(uuid, L"00112233-4455-6677-8899-aabbccddeeff");
@@ -312,6 +316,7 @@ TEST(DirectCall, SetsAModeAfterItsCallbackAndRecordsIt) {
     calls.SetAppFolder(L"E:\\", 5);
     EXPECT_EQ(machine.Member("WMISetAppPath"), "\"E:\\\\\"");
     EXPECT_EQ(machine.callbacks, "Flag 1 10 4") << "true: the job was done";
+    EXPECT_EQ(machine.switchAtCallback, L"0") << "behind the job";
     ExpectEventLog({" SetBatteryHealth 60", " SetQuietFan OFF", " MainSwitch True"});
 }
 
@@ -369,7 +374,39 @@ TEST(Consent, IsHandedToTheLibraryThatRecordsIt) {
     EXPECT_EQ(machine.callbacks, "");
 }
 
+TEST(ServiceCall, ServesManyThreadsThatCross) {
+    ClientNotebook machine;
+    std::vector<std::thread> clients;
+    for (int client = 0; client < 4; ++client) {
+        clients.emplace_back([client] {
+            for (int round = 0; round < 10; ++round) {
+                const std::string on = client % 2 == 0 ? "1" : "0";
+                EXPECT_EQ(Call(10, R"({"p1":")" + on + "\"}"), Done(10));
+                EXPECT_EQ(Call(8, R"({"p1":")" + std::string(50 * client, 'x') + "\"}"), Done(8));
+                EXPECT_EQ(Call(3), Value(3, "80"));
+                SystemInfoClass().SetAppFolder(L"y", 0);  // outside the lock
+                SystemInfoClass().SetMainSwitchByUser(client % 2 == 0, 0);
+            }
+        });
+    }
+    for (std::thread& client : clients) {
+        client.join();
+    }
+    EXPECT_TRUE(::Value(L"MainSwitch") == L"0" || ::Value(L"MainSwitch") == L"1");
+}
+
 #ifndef _WIN32
+TEST(ServiceCall, TellsThatTheSwitchCouldNotBeStored) {
+    ClientNotebook machine;
+    const std::string key = platform::machine_folder() + "/registry/HKEY_LOCAL_MACHINE/SOFTWARE/Zorv/Zorvcore/Zorvalis";
+    std::filesystem::create_directories(key + "/MainSwitch");
+    EXPECT_EQ(Call(10, R"({"p1":"1"})"), Failure("Set main switch reg fail.", 10, 1));
+    SystemInfoClass().SetMainSwitchByUser(true, 3);
+    EXPECT_EQ(machine.callbacks, "Flag 0 10 3");
+    ExpectEventLog({"[ BigDataServiceCallDispatcher] <--- ", " MainSwitch False",
+                    "[ BigDataServiceCallDispatcher] ---> ", " MainSwitch False"});
+}
+
 TEST(RpcServer, EndsItsStartAtTheFirstStepThatFails) {
     Notebook machine;
     const char* const steps[] = {"derive_capabilities",  "allocate_everyone", "build_access_list",

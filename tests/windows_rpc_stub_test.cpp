@@ -14,9 +14,14 @@
 #include "platform/rpc_callback.h"
 #include "platform/rpc_endpoint.h"
 #include "platform/windows/rpc_call.h"
+#include "platform/windows/rpc_guard.h"
 #include "support/import_hook.h"
 #include "windows/double/capability.h"
 #include "zorvalis_rpc.h"
+
+// Not in this compiler's headers.
+extern "C" __declspec(dllimport) RPC_STATUS RPC_ENTRY
+    RpcServerRegisterIf3(RPC_IF_HANDLE, UUID*, RPC_MGR_EPV*, unsigned, unsigned, unsigned, RPC_IF_CALLBACK_FN*, void*);
 
 namespace platform {
 namespace {
@@ -274,6 +279,87 @@ TEST(RpcSecurity, GrantsAllToEveryoneAndTheCapabilityAndFreesWhatItGot) {
     EXPECT_EQ((std::set<std::string>(freed.begin(), freed.end())),
               (std::set<std::string>{"capabilities", "capability 0", "group 0", "group 1", "groups", "list",
                                      "sid of everyone"}));
+}
+
+std::string steps;
+
+void note_step(std::string step) {
+    steps += (steps.empty() ? "" : "; ") + std::move(step);
+}
+
+bool is_described(void* descriptor) {
+    BOOL present = FALSE, defaulted = TRUE;
+    ACL* list = nullptr;
+    return ::GetSecurityDescriptorDacl(descriptor, &present, &list, &defaulted) && present && !defaulted &&
+           list != nullptr && list->AceCount == 2;
+}
+
+TEST(RpcEndpoint, IsOpenedAndClosedStepByStep) {
+    HOOK(GetProcAddress, find);
+    HOOK(RpcServerUseProtseqEpW,
+         [](RPC_WSTR protocol, unsigned calls, RPC_WSTR endpoint, void* descriptor) -> RPC_STATUS {
+             EXPECT_STREQ(reinterpret_cast<wchar_t*>(protocol), L"ncalrpc");
+             EXPECT_STREQ(reinterpret_cast<wchar_t*>(endpoint), L"ZorvHelpRpcEndpoint");
+             EXPECT_TRUE(is_described(descriptor));
+             note_step("use " + std::to_string(calls));
+             return 0;
+         });
+    HOOK(RpcServerRegisterIf3,
+         [](RPC_IF_HANDLE handle, UUID* type, RPC_MGR_EPV* entries, unsigned flags, unsigned calls, unsigned size,
+            RPC_IF_CALLBACK_FN* check, void* descriptor) -> RPC_STATUS {
+             EXPECT_EQ(handle, serve_Zorvalis_v1_0_s_ifspec);
+             EXPECT_TRUE(type == nullptr && entries == nullptr && check == nullptr && is_described(descriptor));
+             note_step("register " + std::to_string(flags) + " " + std::to_string(calls) + " " +
+                       std::to_string(static_cast<int>(size)));
+             return 0;
+         });
+    static RPC_BINDING_VECTOR vector{};
+    HOOK(RpcServerInqBindings, [](RPC_BINDING_VECTOR** bindings) -> RPC_STATUS {
+        *bindings = &vector;
+        note_step("bindings");
+        return 0;
+    });
+    HOOK(RpcEpRegisterW,
+         [](RPC_IF_HANDLE, RPC_BINDING_VECTOR* bindings, UUID_VECTOR* objects, RPC_WSTR words) -> RPC_STATUS {
+             EXPECT_TRUE(bindings == &vector && objects == nullptr && words == nullptr);
+             note_step("map");
+             return 0;
+         });
+    HOOK(RpcServerListen, [](unsigned threads, unsigned calls, unsigned returns) -> RPC_STATUS {
+        note_step("listen " + std::to_string(threads) + " " + std::to_string(calls) + " " + std::to_string(returns));
+        return RPC_S_ALREADY_LISTENING;
+    });
+    HOOK(RpcServerUnregisterIf, [](RPC_IF_HANDLE, UUID* type, unsigned waits) -> RPC_STATUS {
+        EXPECT_EQ(type, nullptr);
+        note_step("unregister " + std::to_string(waits));
+        return RPC_S_UNKNOWN_IF;
+    });
+    HOOK(RpcEpUnregister, [](RPC_IF_HANDLE, RPC_BINDING_VECTOR* bindings, UUID_VECTOR*) -> RPC_STATUS {
+        EXPECT_EQ(bindings, &vector);
+        note_step("unmap");
+        return 5;
+    });
+    HOOK(RpcBindingVectorFree, [](RPC_BINDING_VECTOR** bindings) -> RPC_STATUS {
+        EXPECT_EQ(*bindings, &vector);
+        *bindings = nullptr;
+        note_step("free");
+        return 0;
+    });
+    wantedSids = 1;
+    EXPECT_EQ(zorvalis::RpcServerStart(), 0U);
+    zorvalis::RpcServerStop();
+    EXPECT_EQ(steps, "use 10; register 33 1234 -1; bindings; map; listen 1 1234 0; unregister 0; unmap; free");
+}
+
+TEST(RpcGuard, TakesStatusesAndOfACallbackAll) {
+    const auto raise = [](DWORD code) {
+        return [code] { ::RaiseException(code, EXCEPTION_NONCONTINUABLE, 0, nullptr); };
+    };
+    EXPECT_EQ(rpc_guarded([] {}), 0U);
+    EXPECT_EQ(rpc_guarded(raise(1702)), 1702U);
+    for (const DWORD code : {DWORD{1702}, DWORD{0xC0000094}, DWORD{0xE06D7363}, DWORD{0x20474343}}) {
+        EXPECT_EQ(callback_guarded(raise(code)), code);
+    }
 }
 
 }  // namespace

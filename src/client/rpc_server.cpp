@@ -21,7 +21,7 @@ constexpr std::uint32_t kAutoListenAndLocalOnly = 33;
 constexpr std::uint32_t kInvalidParameter = 87;
 constexpr std::uint32_t kAlreadyListening = 1713;
 
-std::atomic<bool> stopping{false};  // only ever set: a start that has begun goes on to its end
+std::atomic<bool> stopping{false};  // nobody asks: a start that has begun goes on to its end
 
 struct ContextHolder {
     std::unique_ptr<SystemInfoClass> instance;  // null when it could not be made

@@ -1,5 +1,7 @@
 #include "platform/linux/line_peer.h"
 
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -74,12 +76,26 @@ void LinePeer::push(const std::string& line) {
     lost_ = lost_ || out_.size() - sent_ > limits_.unread_bytes;
 }
 
+// The system asks for more only when much has been read.
+bool LinePeer::is_stuck() {
+    const auto now = std::chrono::steady_clock::now();
+    if (now < deadline()) {
+        return false;
+    }
+    const int before = held_;
+    if (::ioctl(socket_.get(), SIOCOUTQ, &held_) != 0 || held_ >= before) {
+        return true;
+    }
+    progress_ = now;
+    return false;
+}
+
 void LinePeer::send() {
     while (sent_ < out_.size() && !lost_) {
         const ssize_t count =
             retry([&] { return ::send(socket_.get(), out_.data() + sent_, out_.size() - sent_, MSG_NOSIGNAL); });
         if (count < 0) {
-            lost_ = errno != EAGAIN;
+            lost_ = errno != EAGAIN || ::ioctl(socket_.get(), SIOCOUTQ, &held_) != 0;
             break;
         }
         sent_ += static_cast<std::size_t>(count);

@@ -36,8 +36,9 @@ public:
     bool may_take() const;
     bool may_read() const { return !ended_ && may_take(); }
 
-    // When the other end has to have read something.
+    // When the other end has to have read something, and whether it has not by then.
     std::chrono::steady_clock::time_point deadline() const { return progress_ + limits_.unread; }
+    bool is_stuck();
 
     // What has come by now. False when nothing has, or nothing more will.
     bool read();
@@ -66,6 +67,7 @@ private:
     bool ended_ = false;  // nothing more is read
     bool lost_ = false;
     std::chrono::steady_clock::time_point progress_{};
+    int held_ = 0;  // by the system, of what was sent
 };
 
 }  // namespace platform

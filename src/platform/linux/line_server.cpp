@@ -287,10 +287,9 @@ bool LineServer::cut_off_the_idlest() {
 }
 
 void LineServer::cut_off_the_unread() {
-    const auto now = Clock::now();
     for (auto next = unread_.begin(); next != unread_.end();) {
         const auto entry = peers_.find(*next++);  // which is taken out when it ends
-        if (now >= entry->second.deadline()) {
+        if (entry->second.is_stuck()) {
             end(entry);
         }
     }

@@ -189,12 +189,9 @@ void check(const std::shared_ptr<OpenContext>& context) {
     }
 }
 
-// A context that other calls still use is closed by the last of them.
+// It is closed by the last call that uses it, at the latest by this one's end.
 Json close_context(const std::shared_ptr<OpenContext>& context) {
     check(context);
-    if (context.use_count() == 1) {
-        context->close();
-    }
     return nullptr;
 }
 

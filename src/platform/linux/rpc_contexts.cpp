@@ -6,15 +6,9 @@ namespace platform {
 
 OpenContext::~OpenContext() {
     try {
-        close();
+        close_(context_);
     } catch (...) {
-        // There is no call any more that it could be a fault of.
-    }
-}
-
-void OpenContext::close() {
-    if (auto* const procedure = std::exchange(close_, nullptr); procedure != nullptr) {
-        procedure(context_);
+        // There may be no call any more that it could be a fault of.
     }
 }
 

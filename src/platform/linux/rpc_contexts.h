@@ -22,11 +22,8 @@ public:
 
     RpcContext get() const { return context_; }
 
-    // At once, by who alone holds it; an error of the procedure comes out.
-    void close();
-
 private:
-    void (*close_)(RpcContext);  // null when it is closed
+    void (*close_)(RpcContext);
     RpcContext context_;
 };
 

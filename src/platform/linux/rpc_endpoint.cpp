@@ -95,7 +95,10 @@ void Endpoint::call(LineServer::Connection connection, Session& session, const s
         answer = session.gone ? "" : make_rpc_call(procedures, session.contexts, line, send);
     } catch (...) {  // no memory, and no answer then
     }
-    server.answer(connection, std::move(answer), line.size());
+    try {
+        server.answer(connection, std::move(answer), line.size());
+    } catch (const std::bad_alloc&) {  // the client waits until it gives up
+    }
 }
 
 // The contexts are run down by its last running call, or else on a thread of the calls.

@@ -19,6 +19,7 @@ void RpcThreads::set_limits(std::size_t most, std::chrono::milliseconds idle) {
 }
 
 bool RpcThreads::submit(Task task) {
+    Task refused;  // whose end may wait for others
     const std::lock_guard guard(mutex_);
     if (busy_ < most_ && !idle_.empty()) {
         Worker& worker = *idle_.back();
@@ -32,6 +33,7 @@ bool RpcThreads::submit(Task task) {
     if (busy_ >= most_ || threads_ >= most_ || add_thread() || threads_ > 0) {
         return true;
     }
+    refused = std::move(waiting_.back());
     waiting_.pop_back();
     return false;
 }
@@ -42,7 +44,7 @@ bool RpcThreads::add_thread() {
         std::thread(&RpcThreads::run, this).detach();
         ++threads_;
         return true;
-    } catch (const std::system_error&) {
+    } catch (const std::exception&) {  // no thread, or no memory for one
         return false;
     }
 }

@@ -20,7 +20,7 @@ void call_back(const char* procedure, const std::string& result, std::int32_t fu
     if (observer) {
         observer({procedure, result, function, cookie});
     } else if (servedCalls > 0) {
-        rpc_guarded(stub);
+        callback_guarded(stub);
     }
 }
 

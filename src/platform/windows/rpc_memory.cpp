@@ -6,7 +6,7 @@
 #include <cstdlib>
 
 // A client names the size of its output: none makes the service take as much memory as it likes.
-constexpr SIZE_T kLargestBlock = 64 << 20;
+constexpr SIZE_T kLargestBlock = 16 << 20;
 
 extern "C" void* __RPC_USER MIDL_user_allocate(SIZE_T size) {
     return size <= kLargestBlock ? std::malloc(size) : nullptr;
