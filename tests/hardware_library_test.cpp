@@ -115,40 +115,6 @@ TEST_F(HardwareLibrary, CutsLongTextsBetweenCharacters) {
     EXPECT_EQ(Text<wchar_t>("WMIGetSN", Flag{1}), wide.substr(0, 149));
 }
 
-TEST_F(HardwareLibrary, KeepsRecordsInNonVolatileStorage) {
-    using Record = std::array<std::uint8_t, 150>;
-    const auto set = [](const char* name, Record record) { return Call<std::int32_t, void*>(name, record.data()); };
-    Record record{};
-    const auto get = [&](const char* name) {
-        record.fill('?');
-        return Call<std::int32_t, void*>(name, record.data());
-    };
-    const auto starts = [&](const Record& other, int size) { return std::equal(&other[0], &other[size], &record[0]); };
-    Record blank{};
-    blank.fill(0xFF);
-    const Record uuid{0x5e, 0x2b, 0x1c, 0x7d, 0x90, 0x4a, 0x3e, 0x4f, 0x9b};
-    const Record time{'2', '0', '2', '1'};
-    const std::string before = "{ \"a\": 1.50,\n\t\"GPNV_RandomUUID\" :";
-    const std::string after = ", \"GPNV_ActivatedTime\": {\"value\": \"blank\"}, \"\xC3\xA9\": null}\n";
-    machine.hardware(before + "\"blank\"" + after);
-    EXPECT_TRUE(get("GPNV_Get_RandomUUID") == 0 && starts(blank, 16) && record[16] == '?');
-    EXPECT_EQ(set("GPNV_Set_RandomUUID", uuid), 0);
-    EXPECT_TRUE(get("GPNV_Get_RandomUUID") == 0 && starts(uuid, 16));
-    EXPECT_EQ(File(), before + "\"7d1c2b5e-4a90-4f3e-9b00-000000000000\"" + after);
-    EXPECT_TRUE(get("GPNV_Get_ActivatedTime") == 0 && starts(blank, 1));
-    EXPECT_EQ(set("GPNV_Set_ActivatedTime", time), 0);
-    EXPECT_TRUE(get("GPNV_Get_ActivatedTime") == 0 && starts(time, 5));
-    EXPECT_EQ(set("GPNV_Set_ManufacturedTime", time), 1);  // a storage that is not there
-
-    for (const char* faulty : {"\"fail\"", "{\"value\": \"blank\", \"fail\": true}", "\"no uuid\""}) {
-        machine.hardware(before + faulty + after);
-        EXPECT_TRUE(get("GPNV_Get_RandomUUID") == -1 && record[0] == '?') << faulty;
-    }
-    machine.hardware(before + "\"blank\", \"GPNV_Set_RandomUUID\": {\"fail\": true}" + after);
-    EXPECT_EQ(get("GPNV_Get_RandomUUID"), 0);
-    EXPECT_EQ(set("GPNV_Set_RandomUUID", uuid), -1);
-}
-
 TEST_F(HardwareLibrary, ReadsTheModesThatUsersSetAtOnce) {
     machine.hardware(R"({"WMIGetBatteryHealth": {"value": 80, "flag0": 7}, "WMIGetQuietFan": 0, "WMISetQuietFan": 5,
                          "WMISetAppPath": ""})");
@@ -219,21 +185,6 @@ TEST_F(HardwareLibrary, PrefersTheHostWhereItIsAsked) {
         found += (text ? Wide(name.c_str(), Flag{1}) : Plain<std::int32_t>(name.c_str(), 1)) + ";";
     }
     EXPECT_EQ(found, answers);
-}
-
-TEST_F(HardwareLibrary, ShipsWithAMachineThatFillsEveryColumn) {
-    const zorvalis::Json shipped = zorvalis::ParseJson(read_text(built("hardware.json")));
-    const platform::SharedLibrary library(kLibrary);
-    for (const auto& [name, value] : shipped.items()) {
-        EXPECT_TRUE(name.starts_with("GPNV_") || library.function<void()>(name.c_str()) != nullptr) << name;
-    }
-    using zorvalis::CollectionKind;
-    for (const auto kind : {CollectionKind::Battery_Power, CollectionKind::SysInfo, CollectionKind::Thermal}) {
-        for (const auto& row : zorvalis::CatalogueOf(kind)) {
-            const std::string name = row.functionName;
-            EXPECT_TRUE(shipped.contains(name) || row.sourceKind > 1 || name == "GetRandomUUID") << name;
-        }
-    }
 }
 
 }  // namespace

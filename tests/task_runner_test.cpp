@@ -134,19 +134,5 @@ TEST_F(TaskRunner, EndsWithItsProcessesWhenItIsInterrupted) {
     }
 }
 
-TEST_F(TaskRunner, WaitsForARegistrationAndLetsTheClockFlow) {
-    StartClock();
-    AddTask("pass", "echo >>passes", R"({"enabled": false})");
-    const std::string enable =
-        "(until grep -q disabled told; do sleep 0.01; done; sed -i s/false/true/ tasks/pass.json)";
-    EXPECT_EQ(Run("run --speed 10000 --once", "cd " + folder_ + "; echo >told; " + enable + " & "), 0);
-    ExpectTold("pass: next start 2030-01-");
-    EXPECT_EQ(Lines("passes"), 1U);
-    for (const char* wrong : {"--for 5x", "--for h", "--until noon", "--until 2030-13-01", "--speed 0",
-                              "--once --for 1h --until 2031-01-01"}) {
-        EXPECT_EQ(Run(std::string("run ") + wrong), 2) << wrong;
-    }
-}
-
 }  // namespace
 }  // namespace zorvalis

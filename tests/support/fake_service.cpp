@@ -4,7 +4,6 @@
 #include <sstream>
 
 #include "common/json.h"
-#include "platform/error.h"
 #include "platform/linux/power_settings.h"
 #include "platform/linux/service_control.h"
 #include "platform/machine.h"
@@ -27,13 +26,10 @@ int FakeService::run_process() {
     return 0;
 }
 
-FakeService::FakeService(bool holdsStart) : holdsStart_(holdsStart) {
+FakeService::FakeService() {
     current = this;
     ::setenv(platform::kServiceVariable, "Zorvalis", 1);
-    thread_ = std::thread([this] {
-        result = platform::run_service(kName, [](std::uint32_t, wchar_t**) { current->main(); });
-        error = platform::last_error();
-    });
+    thread_ = std::thread([] { platform::run_service(kName, [](std::uint32_t, wchar_t**) { current->main(); }); });
 }
 
 FakeService::~FakeService() {
@@ -45,34 +41,23 @@ FakeService::~FakeService() {
 }
 
 void FakeService::main() {
-    handle = platform::register_service_handler(kName, handle_control, this);
+    handle_ = platform::register_service_handler(kName, handle_control, this);
     report(2);
-    if (holdsStart_) {
-        hold();
-    }
     if (std::getenv("FAKE_SERVICE_FAILS") != nullptr) {
         report(1, 1234);
         return;
     }
     report(4);
     for (const auto& setting : platform::kPowerSettings) {
-        const auto registration = platform::register_power_setting(handle, *platform::parse_guid(setting.guid));
-        const std::lock_guard guard(mutex_);
-        registrations_.push_back(registration);
-        changed_.notify_all();
+        platform::register_power_setting(handle_, *platform::parse_guid(setting.guid));
     }
 }
 
-std::uint32_t FakeService::handle_control(std::uint32_t control, std::uint32_t event, void* data, void* context) {
+std::uint32_t FakeService::handle_control(std::uint32_t control, std::uint32_t, void*, void* context) {
     auto& service = *static_cast<FakeService*>(context);
-    std::string note = std::to_string(control) + " " + std::to_string(event);
-    if (data != nullptr) {
-        const auto& change = *static_cast<const platform::PowerSettingChange*>(data);
-        note += " " + std::to_string(change.setting.data1 >> 24) + "=" + std::to_string(change.data);
-    }
     {
         const std::lock_guard guard(service.mutex_);
-        service.notes_.push_back(note);
+        service.notes_.push_back(std::to_string(control));
     }
     service.changed_.notify_all();
     if (control == kHold) {
@@ -88,7 +73,7 @@ std::uint32_t FakeService::handle_control(std::uint32_t control, std::uint32_t e
 
 void FakeService::report(std::uint32_t state, std::uint32_t exitCode) {
     const bool pending = state == 2 || state == 3;
-    platform::set_service_status(handle, {0x10, state, 0x1C1, exitCode, 0, pending ? ++checkpoint_ : 0, 0});
+    platform::set_service_status(handle_, {0x10, state, 0x1C1, exitCode, 0, pending ? ++checkpoint_ : 0, 0});
 }
 
 void FakeService::hold() {
@@ -115,12 +100,6 @@ void FakeService::wait_for_state(std::uint32_t state) {
 void FakeService::wait_for_notes(std::size_t count) {
     std::unique_lock guard(mutex_);
     changed_.wait(guard, [&] { return notes_.size() >= count; });
-}
-
-std::vector<std::intptr_t> FakeService::registrations() {
-    std::unique_lock guard(mutex_);
-    changed_.wait(guard, [this] { return registrations_.size() == platform::kPowerSettings.size(); });
-    return registrations_;
 }
 
 std::vector<std::string> FakeService::notes() const {

@@ -22,8 +22,8 @@ public:
     static bool is_wanted();
     static int run_process();
 
-    // On a thread; `holdsStart`: it stays starting until `let_go`.
-    explicit FakeService(bool holdsStart = false);
+    // On a thread.
+    FakeService();
     ~FakeService();  // stops it
 
     void wait_for_state(std::uint32_t state);
@@ -31,25 +31,20 @@ public:
     void let_go();
     void join();  // waits for its end by other means
 
-    bool result = false;  // of run_service, and last_error, when it has ended
-    std::uint32_t error = 0;
-    platform::ServiceStatusHandle handle = 0;
     std::vector<std::string> notes() const;
-    std::vector<std::intptr_t> registrations();  // of the power settings, when all are made
 
 private:
-    static std::uint32_t handle_control(std::uint32_t control, std::uint32_t event, void* data, void* context);
+    static std::uint32_t handle_control(std::uint32_t control, std::uint32_t, void*, void* context);
     void main();
     void hold();
     void report(std::uint32_t state, std::uint32_t exitCode = 0);
 
-    bool holdsStart_;
+    platform::ServiceStatusHandle handle_ = 0;
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     bool free_ = false;
     std::uint32_t checkpoint_ = 0;
     std::vector<std::string> notes_;
-    std::vector<std::intptr_t> registrations_;
     std::thread thread_;
 };
 
