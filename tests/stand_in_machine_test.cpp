@@ -124,27 +124,6 @@ TEST(StandInRegistry, WritesAKeyThatIsDeletedAgainAndAgain) {
     EXPECT_EQ(names_in(key_folder()), std::set<std::string>{"Value"});
 }
 
-TEST(StandInRegistry, WakesForOtherPrograms) {
-    const TestMachine machine;
-    ASSERT_TRUE(write_registry_dword(kRoot, kKey, L"Value", 1));
-    ASSERT_TRUE(write_registry_dword(kRoot, std::wstring(kKey) + L"\\Sub", L"Value", 1));
-    const std::vector<std::function<void()>> changes = {
-        [] { write_text(key_folder() + "Value", "REG_DWORD\n1"); },  // the same data
-        [] { fs::rename(key_folder() + "Value", key_folder() + "Sub/Other"); },
-        [] { fs::remove(key_folder() + "Sub/Other"); },
-        [] { fs::create_directory(key_folder() + "Sub/New"); },
-        [] { fs::rename(key_folder() + "Sub", machine_folder() + "/away"); },
-        [] { another_process([] { return write_registry_dword(kRoot, kKey, L"Value", 1); })(); },
-        [] { fs::remove_all(key_folder()); },
-    };
-    for (const auto& change : changes) {
-        RegistryWatch watch;
-        ASSERT_TRUE(watch.arm(kRoot, kKey));
-        change();
-        watch.wait();
-    }
-}
-
 TEST(StandInMachine, OpensNoLibraryThatIsCutShort) {
     const TestMachine machine;
     Dl_info system{};

@@ -113,7 +113,6 @@ TEST_F(Upload, RecordsEachWayAnAttemptCanEnd) {
         {"all well", 99, {}, "2|1|1|" + size + "|BG_UPLOAD_STATUS_SUCCESS", BG_UPLOAD_STATUS_SUCCESS},
         {"registration without an answer", 0, kCut, unregistered},
         {"internal error", 0, {500, Status("OK")}, unregistered},
-        {"not found", 0, {404, "x"}, unregistered},
         {"moved nowhere", 0, {301, "x"}, unregistered},
         {"no content", 0, {204, ""}, unregistered},
         {"the word for a failure", 0, {200, "error"}, unregistered},
