@@ -1,14 +1,13 @@
 // The hardware events of the stand-in machine: run/events, and the subscriptions that they come to.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <condition_variable>
 #include <mutex>
 
 #include "platform/event_subscription.h"
-#include "platform/linux/machine_file.h"
+#include "platform/linux/machine_socket.h"
 #include "support/machine.h"
 
 namespace platform {
@@ -70,16 +69,6 @@ EventSubscription::Status subscribe(EventSubscription& subscription, const std::
     return subscription.start(L"WQL", kQuery);
 }
 
-// A client of run/events.
-Descriptor events_socket() {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    machine_path("run/events").copy(address.sun_path, sizeof address.sun_path - 1);
-    Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    EXPECT_EQ(::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    return socket;
-}
-
 TEST(StandInEvents, ReachTheReceiverOfTheCurrentSubscriptionOnly) {
     const TestMachine machine;
     EXPECT_FALSE(send_to_machine("events", "{\"EventID\": 1}\n"));
@@ -108,7 +97,7 @@ TEST(StandInEvents, AreNotHeldUpByHostileClients) {
     ASSERT_EQ(subscribe(subscription, receiver), 0);
     std::vector<Descriptor> silent;
     for (int i = 0; i < 300; ++i) {
-        silent.push_back(events_socket());
+        silent.push_back(connect_to("run/events", 0));
         ::send(silent.back().get(), "{\"EventID\"", static_cast<std::size_t>(i % 11), MSG_NOSIGNAL);
     }
     const std::string garbage[] = {"\n\n{]\n[1]\n7\nnull\n", std::string(100000, '{') + "\n", std::string(1 << 20, 'x'),
@@ -137,7 +126,7 @@ TEST(StandInEvents, MayBeUnderWayWhileTheirSubscriptionEnds) {
         EventSubscription subscription;
         ASSERT_EQ(subscribe(subscription, receiver), 0);
         receiver->Hold(true);
-        const Descriptor client = events_socket();
+        const Descriptor client = connect_to("run/events", 0);
         ::send(client.get(), "{\"EventID\": 154}\n{\"EventID\": 155}\n", 34, MSG_NOSIGNAL);
         receiver->Wait(1);
         EXPECT_EQ(subscription.cancel(), 0);

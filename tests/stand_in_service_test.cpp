@@ -1,8 +1,6 @@
 // The stand-in machine's service control: its order, and clients that mean no good.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
@@ -10,6 +8,7 @@
 #include "platform/clock.h"
 #include "platform/error.h"
 #include "platform/linux/line_client.h"
+#include "platform/linux/machine_socket.h"
 #include "platform/linux/service_control.h"
 #include "platform/machine.h"
 #include "platform/registry.h"
@@ -79,29 +78,20 @@ TEST(StandInService, TellsClientsThatTalkNonsenseWhatIsWrong) {
     EXPECT_EQ(service.notes(), Notes{});
 }
 
-int connect_raw() {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    (machine_folder() + "/run/control").copy(address.sun_path, sizeof address.sun_path - 1);
-    const int client = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    EXPECT_EQ(::connect(client, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    return client;
-}
-
 TEST(StandInService, IsHeldUpByNoClientThatHangs) {
     const TestMachine machine;
     FakeService service;
     service.wait_for_state(4);
     // One that never reads, one that stops in the middle of a line, and more than are kept.
-    const int deaf = connect_raw();
+    const Descriptor deaf = connect_to(kControlSocket, 0);
     const std::string flood(65536, '\n');
-    while (::send(deaf, flood.data(), flood.size(), MSG_DONTWAIT | MSG_NOSIGNAL) > 0) {
+    while (::send(deaf.get(), flood.data(), flood.size(), MSG_DONTWAIT | MSG_NOSIGNAL) > 0) {
     }
-    const int half = connect_raw();
-    ::send(half, kInterrogate, 5, 0);
-    std::vector<int> crowd;
+    const Descriptor half = connect_to(kControlSocket, 0);
+    ::send(half.get(), kInterrogate, 5, 0);
+    std::vector<Descriptor> crowd;
     for (int i = 0; i < 300; ++i) {
-        crowd.push_back(connect_raw());
+        crowd.push_back(connect_to(kControlSocket, 0));
         if (i % 100 == 0) {
             EXPECT_NE(ask(kStatus), "");
         }
@@ -109,11 +99,6 @@ TEST(StandInService, IsHeldUpByNoClientThatHangs) {
     EXPECT_EQ(ask(kInterrogate), R"({"result":0})");
     EXPECT_EQ(ask(R"({"control": 1})"), R"({"result":0})");
     service.join();
-    for (const int client : crowd) {
-        ::close(client);
-    }
-    ::close(half);
-    ::close(deaf);
 }
 
 TEST(StandInService, HasTheMachineAloneAndReplacesADeadOnesSocket) {

@@ -19,9 +19,10 @@
 #include <windows.h>
 #else
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "platform/linux/machine_socket.h"
 #endif
 
 namespace {
@@ -194,19 +195,11 @@ std::string read_text(const std::string& path) {
 
 #ifndef _WIN32
 bool send_to_machine(const std::string& socket, const std::string& text) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    (platform::machine_folder() + "/run/" + socket).copy(address.sun_path, sizeof address.sun_path - 1);
-    const int client = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const bool connected = ::connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-    std::size_t sent = 0;
-    for (ssize_t count = 0; connected && count >= 0 && sent<text.size(); sent += count> 0 ? count : 0) {
-        count = ::send(client, text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
+    const platform::Descriptor client = platform::connect_to("run/" + socket, 0);
+    ::send(client.get(), text.data(), text.size(), MSG_NOSIGNAL);  // all of it, as it may wait
+    ::shutdown(client.get(), SHUT_WR);
+    for (char ignored[256]; client && ::read(client.get(), ignored, sizeof ignored) > 0;) {
     }
-    ::shutdown(client, SHUT_WR);
-    for (char ignored[256]; connected && ::read(client, ignored, sizeof ignored) > 0;) {
-    }
-    ::close(client);
-    return connected;
+    return static_cast<bool>(client);
 }
 #endif
