@@ -4,7 +4,6 @@
 #include <sys/wait.h>
 
 #include <csignal>
-#include <filesystem>
 #include <thread>
 
 #include "common/json.h"
@@ -12,8 +11,6 @@
 
 namespace zorvalis {
 namespace {
-
-namespace fs = std::filesystem;
 
 class Server : public testing::Test {
 protected:
