@@ -1,5 +1,7 @@
 #include "platform/linux/rpc_threads.h"
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <system_error>
 #include <thread>
@@ -59,7 +61,9 @@ void RpcThreads::run() {
         guard.lock();
         --busy_;
     }
-    --threads_;
+    if (--threads_ == 0) {
+        ::malloc_trim(0);  // or the memory of a burst of clients would stay for years
+    }
 }
 
 // Until there is a task; false when there has been none for long.
