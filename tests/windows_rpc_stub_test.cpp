@@ -1,27 +1,16 @@
 // What nothing here can run: the format strings that the RPC runtime of Windows reads, byte by byte as its
-// documentation describes them, since Wine refuses to make callbacks and to run a context's calls at once. And who may
-// connect.
+// documentation describes them, since Wine refuses to make callbacks and to run a context's calls at once.
 #include <windows.h>
 
 #include <gtest/gtest.h>
 
-#include <aclapi.h>
-#include <sddl.h>
+#include <string>
+#include <vector>
 
-#include <set>
-
-#include "client/rpc_server.h"
 #include "platform/rpc_callback.h"
-#include "platform/rpc_endpoint.h"
 #include "platform/windows/rpc_call.h"
-#include "platform/windows/rpc_guard.h"
 #include "support/import_hook.h"
-#include "windows/double/capability.h"
 #include "zorvalis_rpc.h"
-
-// Not in this compiler's headers.
-extern "C" __declspec(dllimport) RPC_STATUS RPC_ENTRY
-    RpcServerRegisterIf3(RPC_IF_HANDLE, UUID*, RPC_MGR_EPV*, unsigned, unsigned, unsigned, RPC_IF_CALLBACK_FN*, void*);
 
 namespace platform {
 namespace {
@@ -160,6 +149,8 @@ CLIENT_CALL_RETURN make(PMIDL_STUB_DESC stub, PFORMAT_STRING procedure, ...) {
 
 TEST(RpcStub, MakesCallbacksInTheNameOfTheService) {
     HOOK(NdrClientCall2, make);
+    callback_integer(1, 2, 3);
+    EXPECT_TRUE(made.empty()) << "there is nobody outside of a call";
     const ServedCall call;
     callback_test_data(1, 2);
     callback_text("text", 1, 2);
@@ -168,197 +159,6 @@ TEST(RpcStub, MakesCallbacksInTheNameOfTheService) {
     ASSERT_EQ(made.size(), kCallbacks.size());
     for (unsigned char number = 0; number < kCallbacks.size(); ++number) {
         EXPECT_EQ(made[number], expected("34", number, kCallbacks[number]));
-    }
-}
-
-// What the double gave out, and what came of it.
-std::vector<std::string> freed;
-std::vector<std::pair<void*, std::string>> given;
-constexpr wchar_t kPackage[] = L"Zorv.Zorvinfo_k7rt2xw94hmpa";
-DWORD wantedSids = 0;
-DWORD deriveError = 0;
-bool lacksFunction = false;
-
-void note_free(void* memory, const char* how) {
-    for (auto& [known, name] : given) {
-        if (known == memory && memory != nullptr) {
-            freed.push_back(how + name);
-        }
-    }
-}
-
-const auto trueFind = IMPORTED(GetProcAddress);
-const auto trueLocalFree = IMPORTED(LocalFree);
-const auto trueFreeSid = IMPORTED(FreeSid);
-const auto trueSetEntries = IMPORTED(SetEntriesInAclW);
-
-BOOL WINAPI derive(const wchar_t* name, PSID** groups, DWORD* group_count, PSID** sids, DWORD* count) {
-    EXPECT_STREQ(name, kPackage);
-    if (deriveError != 0) {
-        ::SetLastError(deriveError);
-        return FALSE;
-    }
-    doubles::derive_capabilities(wantedSids, groups, group_count, sids, count);
-    given = {{*groups, "groups"}, {(*groups)[0], "group 0"}, {(*groups)[1], "group 1"}, {*sids, "capabilities"}};
-    for (DWORD i = 0; i < wantedSids; ++i) {
-        given.emplace_back((*sids)[i], "capability " + std::to_string(i));
-    }
-    return TRUE;
-}
-
-FARPROC WINAPI find(HMODULE library, const char* name) {
-    if (!doubles::is_derive(name)) {
-        return trueFind(library, name);
-    }
-    return lacksFunction ? nullptr : reinterpret_cast<FARPROC>(reinterpret_cast<void*>(derive));
-}
-
-DWORD WINAPI set_entries(ULONG count, EXPLICIT_ACCESSW* entries, PACL old, PACL* list) {
-    EXPECT_EQ(count, 2U);
-    EXPECT_EQ(old, nullptr);
-    const std::pair<const wchar_t*, TRUSTEE_TYPE> trustees[] = {{L"S-1-1-0", TRUSTEE_IS_WELL_KNOWN_GROUP},
-                                                                {L"S-1-15-3-1024-1-2-3-4-5-6-7-8", TRUSTEE_IS_UNKNOWN}};
-    for (int i = 0; i < 2; ++i) {
-        const auto& [sid, type] = trustees[i];
-        const EXPLICIT_ACCESSW& entry = entries[i];
-        wchar_t* text = nullptr;
-        ::ConvertSidToStringSidW(entry.Trustee.ptstrName, &text);
-        EXPECT_STREQ(text, sid);
-        EXPECT_EQ(entry.Trustee.TrusteeType, type);
-        EXPECT_EQ(entry.Trustee.TrusteeForm, TRUSTEE_IS_SID);
-        EXPECT_EQ(entry.grfAccessPermissions, DWORD{GENERIC_ALL});
-        EXPECT_EQ(entry.grfAccessMode, SET_ACCESS);
-        EXPECT_EQ(entry.grfInheritance, DWORD{NO_INHERITANCE});
-        trueLocalFree(text);
-    }
-    const DWORD status = trueSetEntries(count, entries, old, list);
-    given.emplace_back(entries[0].Trustee.ptstrName, "everyone");
-    given.emplace_back(*list, "list");
-    return status;
-}
-
-TEST(RpcSecurity, IsRefusedWithoutExactlyOneCapability) {
-    HOOK(GetProcAddress, find);
-    const auto start = [](std::uint32_t error, bool lacking, std::uint32_t wanted) {
-        deriveError = error;
-        lacksFunction = lacking;
-        wantedSids = wanted;
-        return zorvalis::RpcServerStart();
-    };
-    EXPECT_EQ(start(0, false, 0), 87U);
-    EXPECT_EQ(start(0, false, 2), 87U);
-    EXPECT_EQ(start(5, false, 0), 5U);
-    EXPECT_EQ(start(0, true, 0), 127U);
-    deriveError = 0;
-    lacksFunction = false;
-}
-
-TEST(RpcSecurity, GrantsAllToEveryoneAndTheCapabilityAndFreesWhatItGot) {
-    HOOK(GetProcAddress, find);
-    HOOK(SetEntriesInAclW, set_entries);
-    HOOK(LocalFree, [](HLOCAL memory) -> HLOCAL {
-        note_free(memory, "");
-        return trueLocalFree(memory);
-    });
-    HOOK(FreeSid, [](PSID sid) -> void* {
-        note_free(sid, "sid of ");
-        return trueFreeSid(sid);
-    });
-    wantedSids = 1;
-    {
-        RpcSecurity security;
-        std::uint32_t count = 0;
-        ASSERT_EQ(security.derive_capabilities(kPackage, count), 0U);
-        ASSERT_EQ(count, 1U);
-        ASSERT_EQ(security.allocate_everyone(), 0U);
-        ASSERT_EQ(security.build_access_list(), 0U);
-        ASSERT_EQ(security.set_descriptor(), 0U);
-        EXPECT_TRUE(freed.empty());
-    }
-    EXPECT_EQ(freed.size(), 7U);
-    EXPECT_EQ((std::set<std::string>(freed.begin(), freed.end())),
-              (std::set<std::string>{"capabilities", "capability 0", "group 0", "group 1", "groups", "list",
-                                     "sid of everyone"}));
-}
-
-std::string steps;
-
-void note_step(std::string step) {
-    steps += (steps.empty() ? "" : "; ") + std::move(step);
-}
-
-bool is_described(void* descriptor) {
-    BOOL present = FALSE, defaulted = TRUE;
-    ACL* list = nullptr;
-    return ::GetSecurityDescriptorDacl(descriptor, &present, &list, &defaulted) && present && !defaulted &&
-           list != nullptr && list->AceCount == 2;
-}
-
-TEST(RpcEndpoint, IsOpenedAndClosedStepByStep) {
-    HOOK(GetProcAddress, find);
-    HOOK(RpcServerUseProtseqEpW,
-         [](RPC_WSTR protocol, unsigned calls, RPC_WSTR endpoint, void* descriptor) -> RPC_STATUS {
-             EXPECT_STREQ(reinterpret_cast<wchar_t*>(protocol), L"ncalrpc");
-             EXPECT_STREQ(reinterpret_cast<wchar_t*>(endpoint), L"ZorvHelpRpcEndpoint");
-             EXPECT_TRUE(is_described(descriptor));
-             note_step("use " + std::to_string(calls));
-             return 0;
-         });
-    HOOK(RpcServerRegisterIf3,
-         [](RPC_IF_HANDLE handle, UUID* type, RPC_MGR_EPV* entries, unsigned flags, unsigned calls, unsigned size,
-            RPC_IF_CALLBACK_FN* check, void* descriptor) -> RPC_STATUS {
-             EXPECT_EQ(handle, serve_Zorvalis_v1_0_s_ifspec);
-             EXPECT_TRUE(type == nullptr && entries == nullptr && check == nullptr && is_described(descriptor));
-             note_step("register " + std::to_string(flags) + " " + std::to_string(calls) + " " +
-                       std::to_string(static_cast<int>(size)));
-             return 0;
-         });
-    static RPC_BINDING_VECTOR vector{};
-    HOOK(RpcServerInqBindings, [](RPC_BINDING_VECTOR** bindings) -> RPC_STATUS {
-        *bindings = &vector;
-        note_step("bindings");
-        return 0;
-    });
-    HOOK(RpcEpRegisterW,
-         [](RPC_IF_HANDLE, RPC_BINDING_VECTOR* bindings, UUID_VECTOR* objects, RPC_WSTR words) -> RPC_STATUS {
-             EXPECT_TRUE(bindings == &vector && objects == nullptr && words == nullptr);
-             note_step("map");
-             return 0;
-         });
-    HOOK(RpcServerListen, [](unsigned threads, unsigned calls, unsigned returns) -> RPC_STATUS {
-        note_step("listen " + std::to_string(threads) + " " + std::to_string(calls) + " " + std::to_string(returns));
-        return RPC_S_ALREADY_LISTENING;
-    });
-    HOOK(RpcServerUnregisterIf, [](RPC_IF_HANDLE, UUID* type, unsigned waits) -> RPC_STATUS {
-        EXPECT_EQ(type, nullptr);
-        note_step("unregister " + std::to_string(waits));
-        return RPC_S_UNKNOWN_IF;
-    });
-    HOOK(RpcEpUnregister, [](RPC_IF_HANDLE, RPC_BINDING_VECTOR* bindings, UUID_VECTOR*) -> RPC_STATUS {
-        EXPECT_EQ(bindings, &vector);
-        note_step("unmap");
-        return 5;
-    });
-    HOOK(RpcBindingVectorFree, [](RPC_BINDING_VECTOR** bindings) -> RPC_STATUS {
-        EXPECT_EQ(*bindings, &vector);
-        *bindings = nullptr;
-        note_step("free");
-        return 0;
-    });
-    wantedSids = 1;
-    EXPECT_EQ(zorvalis::RpcServerStart(), 0U);
-    zorvalis::RpcServerStop();
-    EXPECT_EQ(steps, "use 10; register 33 1234 -1; bindings; map; listen 1 1234 0; unregister 0; unmap; free");
-}
-
-TEST(RpcGuard, TakesStatusesAndOfACallbackAll) {
-    const auto raise = [](DWORD code) {
-        return [code] { ::RaiseException(code, EXCEPTION_NONCONTINUABLE, 0, nullptr); };
-    };
-    EXPECT_EQ(rpc_guarded([] {}), 0U);
-    EXPECT_EQ(rpc_guarded(raise(1702)), 1702U);
-    for (const DWORD code : {DWORD{1702}, DWORD{0xC0000094}, DWORD{0xE06D7363}, DWORD{0x20474343}}) {
-        EXPECT_EQ(callback_guarded(raise(code)), code);
     }
 }
 

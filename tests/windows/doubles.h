@@ -1,5 +1,5 @@
-// The library of doubles, from the side of the tests: a copy beside the machine's executable, made the system's class
-// of the task scheduler and of WMI until the end of a scope. What every process that loaded it did is one journal.
+// The library of doubles, from the side of the tests: a copy beside the machine's executable. What every process that
+// loaded it did is one journal.
 #pragma once
 
 #include <windows.h>
@@ -23,13 +23,6 @@ public:
     // that begin with one of `wanted`, by default all but traces.
     std::vector<std::string> until(const std::string& last, const std::vector<std::string>& wanted = {});
 
-    // What the scheduler has, in the words of its double: "name 1\n".
-    void set_tasks(const std::string& tasks) const;
-    std::string tasks() const;
-
-    // What the name of the package derives to, in the words of its double: "2", "missing".
-    void set_capabilities(const std::string& capabilities) const;
-
 private:
     std::string folder_;
     std::size_t seen_ = 0;
@@ -47,12 +40,6 @@ public:
     // Its exit code; STILL_ACTIVE when it does not end within half a minute.
     DWORD wait() const;
     HANDLE handle() const { return process_.hProcess; }
-
-    // The command that runs the executable through the test program, for the service manager, which injects nothing.
-    static std::wstring launcher(const std::string& path);
-
-    // For the test program, which is the launcher when it is started so: -1 if it is not.
-    static int run_launcher(int argc, wchar_t** argv);
 
 private:
     PROCESS_INFORMATION process_{};

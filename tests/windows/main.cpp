@@ -1,15 +1,12 @@
-// The test program, and the two other parts that it plays when it is started with their arguments.
+// The test program, and the client that it is when it is started as one.
 #include <gtest/gtest.h>
 
 #include "support/loopback_server.h"
-#include "windows/doubles.h"
 #include "windows/held_context.h"
 
 int wmain(int argc, wchar_t** argv) {
-    for (const auto part : {HeldContext::run_process, WatchedProcess::run_launcher}) {
-        if (const int code = part(argc, argv); code != -1) {
-            return code;
-        }
+    if (const int code = HeldContext::run_process(argc, argv); code != -1) {
+        return code;
     }
     testing::InitGoogleTest(&argc, argv);
     LoopbackServer::begin();

@@ -1,4 +1,4 @@
-// The COM doubles, for the library's entry points.
+// The COM doubles, for the hooks of the library.
 #pragma once
 
 #include <windows.h>
@@ -11,6 +11,9 @@
 namespace doubles {
 
 inline std::atomic<int> heldObjects{0};  // references that nobody has released yet
+
+// Stands for CoCreateInstance, as a step of its name, a point and the class.
+HRESULT WINAPI create_instance(REFCLSID id, IUnknown* outer, DWORD context, REFIID wanted, void** object);
 
 IUnknown* make_task_service();
 IUnknown* make_locator();

@@ -4,7 +4,9 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <atomic>
+#include <tuple>
 #include <type_traits>
 
 #include "com.h"
@@ -97,10 +99,30 @@ Double* make(const char* name, const IID& own, Fill fill, const IID* further = n
 
 // A step that gives an object out.
 template <class Interface, class Maker>
-HRESULT give(Interface** object, Maker maker, const std::string& name, const std::string& arguments = {}) {
+HRESULT give(Interface** object, Maker maker, const std::string& name, const std::string& arguments) {
     const HRESULT status = step(name, arguments);
     *object = status == S_OK ? reinterpret_cast<Interface*>(maker()) : nullptr;
     return status;
 }
+
+template <std::size_t size>
+struct Text {
+    char text[size];
+    constexpr Text(const char (&literal)[size]) { std::copy_n(literal, size, text); }
+};
+
+// Makes an entry of a table a step with all its arguments. With a maker it gives out, by its last argument, an object.
+template <Text method, auto maker = nullptr, class Interface, class... Arguments>
+void record(HRESULT (*&entry)(Interface*, Arguments...)) {
+    entry = [](Interface* self, Arguments... arguments) -> HRESULT {
+        const std::string name = std::string(static_cast<Object<Interface>*>(self)->name) + "." + method.text;
+        const std::string all = (shown(arguments) + ...);
+        if constexpr (maker != nullptr) {
+            return give(std::get<sizeof...(Arguments) - 1>(std::tuple(arguments...)), maker, name, all);
+        }
+        return step(name, all);
+    };
+}
+#define RECORD(method, ...) record<#method __VA_OPT__(, ) __VA_ARGS__>(table.method)
 
 }  // namespace doubles

@@ -19,7 +19,8 @@ struct ControlData {
 // subscription.
 constexpr std::uint32_t kRequest = 0x5A000000;
 
-// An environment variable of a service that Wine's own manager runs.
-constexpr wchar_t kOwnManager[] = L"ZORV_TEST_OWN_MANAGER";
+// Names of tasks that the scheduler has.
+constexpr wchar_t kTask[] = L"Zorvalis_754F3273-0563-4F20-B12F-826510B07474";
+constexpr wchar_t kLongerTask[] = L"Zorvalis_754F3273-0563-4F20-B12F-826510B074742";
 
 }  // namespace doubles

@@ -5,7 +5,6 @@
 
 #include <evntprov.h>
 #include <objbase.h>
-#include <wbemcli.h>
 #include <wmistr.h>
 
 #include <evntrace.h>
@@ -71,11 +70,10 @@ DWORD WINAPI handle_control(DWORD control, DWORD type, void* data, void* context
 }
 
 // Wine comes back as soon as the service has reported its stop, and a program that ends then takes the answer to the
-// manager along. Windows comes back after it: here, when the manager has closed its pipe. Wine's own manager never
-// does.
+// manager along. Windows comes back after it: here, when the manager has closed its pipe.
 BOOL WINAPI run_dispatcher(const SERVICE_TABLE_ENTRYW* services) {
     const BOOL done = ::StartServiceCtrlDispatcherW(services);
-    if (dispatcherThread != nullptr && ::GetEnvironmentVariableW(kOwnManager, nullptr, 0) == 0) {
+    if (dispatcherThread != nullptr) {
         ::WaitForSingleObject(dispatcherThread, INFINITE);
     }
     return done;
@@ -83,7 +81,7 @@ BOOL WINAPI run_dispatcher(const SERVICE_TABLE_ENTRYW* services) {
 
 SERVICE_STATUS_HANDLE WINAPI register_handler(const wchar_t* name, LPHANDLER_FUNCTION_EX function, void* context) {
     handler = function;
-    if (const HRESULT status = step("RegisterServiceCtrlHandlerExW", text(name))) {
+    if (const HRESULT status = step("RegisterServiceCtrlHandlerExW", shown(name))) {
         ::SetLastError(static_cast<DWORD>(status));
         return nullptr;
     }
@@ -95,10 +93,9 @@ std::string owner(const void* handle) {
 }
 
 BOOL WINAPI set_status(SERVICE_STATUS_HANDLE handle, SERVICE_STATUS* status) {
-    write("SetServiceStatus" + number(status->dwServiceType, " %llx") + number(status->dwCurrentState, " %lld") +
-          number(status->dwControlsAccepted, " %llx") + number(status->dwWin32ExitCode, " %lld") +
-          number(status->dwServiceSpecificExitCode, " %lld") + number(status->dwCheckPoint, " %lld") +
-          number(status->dwWaitHint, " %lld"));
+    write("SetServiceStatus" + number(status->dwServiceType, " %llx") + number(status->dwCurrentState) +
+          number(status->dwControlsAccepted, " %llx") + number(status->dwWin32ExitCode) +
+          number(status->dwServiceSpecificExitCode) + number(status->dwCheckPoint) + number(status->dwWaitHint));
     return ::SetServiceStatus(handle, status);
 }
 
@@ -112,7 +109,7 @@ void WINAPI set_timer(PTP_TIMER timer, FILETIME* due, DWORD period, DWORD window
         const std::lock_guard lock(mutex);
         heldTimers.push_back(timer);
     }
-    write("SetThreadpoolTimer" + number(ticks, " %lld") + number(period, " %lld") + number(window, " %lld"));
+    write("SetThreadpoolTimer" + number(ticks) + number(period) + number(window));
 }
 
 void WINAPI sleep(DWORD milliseconds) {
@@ -120,17 +117,10 @@ void WINAPI sleep(DWORD milliseconds) {
         ::Sleep(milliseconds);
         return;
     }
-    write("Sleep" + number(milliseconds, " %lld"));
+    write("Sleep" + number(milliseconds));
     if (milliseconds >= kHeld) {
         ::WaitForSingleObject(wake, INFINITE);
     }
-}
-
-HRESULT WINAPI create_instance(REFCLSID id, IUnknown* outer, DWORD context, REFIID wanted, void** object) {
-    write("CoCreateInstance " + text(id) + number(context, " %lld"));
-    // A local server's double is in this process too.
-    return ::CoCreateInstance(id, outer, id == CLSID_UnsecuredApartment ? context | CLSCTX_INPROC_SERVER : context,
-                              wanted, object);
 }
 
 ULONG WINAPI register_trace(WMIDPREQUEST callback, void* context, const GUID*, ULONG, TRACE_GUID_REGISTRATION*,
@@ -163,7 +153,7 @@ void replace_service_calls() {
     REPLACE(RegisterServiceCtrlHandlerExW, register_handler);
     REPLACE(SetServiceStatus, set_status);
     REPLACE(RegisterPowerSettingNotification, [](HANDLE recipient, const GUID* setting, DWORD flags) -> HPOWERNOTIFY {
-        write("RegisterPowerSettingNotification " + owner(recipient) + " " + text(*setting) + number(flags, " %lld"));
+        write("RegisterPowerSettingNotification " + owner(recipient) + " " + text(*setting) + number(flags));
         return reinterpret_cast<HPOWERNOTIFY>(1);
     });
     REPLACE(UnregisterPowerSettingNotification, [](HPOWERNOTIFY registration) -> BOOL {
@@ -172,20 +162,33 @@ void replace_service_calls() {
     });
 }
 
+// The installed service does not run, unless a test says so: then it stops at the second look.
+void replace_manager() {
+    REPLACE(ControlService, [](SC_HANDLE service, DWORD control, SERVICE_STATUS* status) -> BOOL {
+        return failure("ControlService") != S_OK ? control == SERVICE_CONTROL_STOP
+                                                 : ::ControlService(service, control, status);
+    });
+    REPLACE(QueryServiceStatus, [](SC_HANDLE, SERVICE_STATUS* status) -> BOOL {
+        static int looks = 0;
+        *status = {};
+        status->dwCurrentState = ++looks < 2 ? SERVICE_STOP_PENDING : SERVICE_STOPPED;
+        return TRUE;
+    });
+}
+
 void replace_records() {
     REPLACE(EventRegister, [](const GUID* provider, PENABLECALLBACK, void*, REGHANDLE* registration) -> ULONG {
         *registration = 1;
-        return static_cast<ULONG>(step("EventRegister", text(*provider)));
+        return static_cast<ULONG>(step("EventRegister", " " + text(*provider)));
     });
     REPLACE(EventUnregister, [](REGHANDLE) -> ULONG { return static_cast<ULONG>(step("EventUnregister")); });
     REPLACE(EventWriteString, [](REGHANDLE, UCHAR level, ULONGLONG keyword, const wchar_t* words) -> ULONG {
-        write("EventWriteString" + number(level, " %lld") + number(static_cast<long long>(keyword), " %lld ") +
-              text(words));
+        write("EventWriteString" + number(level) + number(static_cast<long long>(keyword)) + shown(words));
         return 0;
     });
     REPLACE(ReportEventW,
             [](HANDLE, WORD type, WORD, DWORD, void*, WORD, DWORD, const wchar_t** strings, void*) -> BOOL {
-                write("ReportEventW" + number(type, " %lld") + " " + text(strings[1]));
+                write("ReportEventW" + number(type) + shown(strings[1]));
                 return TRUE;
             });
     REPLACE(RegisterTraceGuidsW, register_trace);
@@ -212,7 +215,7 @@ void replace_com() {
         return status != S_OK ? status : ::CoInitializeEx(reserved, model);
     });
     REPLACE(CoUninitialize, [] {
-        write("CoUninitialize" + number(heldObjects, " %lld"));
+        write("CoUninitialize" + number(heldObjects));
         ::CoUninitialize();
     });
     REPLACE(CoCreateInstance, create_instance);
@@ -222,8 +225,7 @@ void replace_rpc() {
     REPLACE(GetProcAddress, find_procedure);
     REPLACE(NdrClientCall2, call_client);
     REPLACE(RpcServerListen, [](unsigned least, unsigned most, unsigned returns) -> RPC_STATUS {
-        write("trace RpcServerListen" + number(least, " %lld") +
-              number(most, " %lld"));  // clients are served from now on
+        write("trace RpcServerListen" + number(least) + number(most));  // clients are served from now on
         return ::RpcServerListen(least, most, returns);
     });
 }
@@ -237,6 +239,7 @@ BOOL WINAPI DllMain(HINSTANCE library, DWORD reason, void*) {
         ::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
                              reinterpret_cast<const wchar_t*>(library), &pinned);
         doubles::replace_service_calls();
+        doubles::replace_manager();
         doubles::replace_records();
         doubles::replace_waits();
         doubles::replace_com();

@@ -4,9 +4,12 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <sstream>
+#include <filesystem>
+#include <fstream>
 
 namespace doubles {
+
+namespace {
 
 std::wstring beside(const wchar_t* name) {
     HMODULE own = nullptr;
@@ -18,24 +21,7 @@ std::wstring beside(const wchar_t* name) {
     return library.substr(0, library.find_last_of(L'\\') + 1) + name;
 }
 
-std::string read_file(const wchar_t* name) {
-    std::string content;
-    if (std::FILE* const file = ::_wfopen(beside(name).c_str(), L"rb")) {
-        char buffer[4096];
-        while (const std::size_t count = std::fread(buffer, 1, sizeof buffer, file)) {
-            content.append(buffer, count);
-        }
-        std::fclose(file);
-    }
-    return content;
-}
-
-void write_file(const wchar_t* name, const std::string& content) {
-    if (std::FILE* const file = ::_wfopen(beside(name).c_str(), L"wb")) {
-        std::fwrite(content.data(), 1, content.size(), file);
-        std::fclose(file);
-    }
-}
+}  // namespace
 
 void write(const std::string& line) {
     std::string whole = line;
@@ -53,9 +39,8 @@ void write(const std::string& line) {
     }
 }
 
-HRESULT step(const std::string& name, const std::string& arguments) {
-    write(arguments.empty() ? name : name + " " + arguments);
-    std::istringstream failures(read_file(L"fail.txt"));
+HRESULT failure(const std::string& name) {
+    std::ifstream failures{std::filesystem::path(beside(L"fail.txt"))};
     std::string failing;
     for (unsigned long status = 0; failures >> failing >> std::hex >> status;) {
         if (failing == name) {
@@ -63,6 +48,11 @@ HRESULT step(const std::string& name, const std::string& arguments) {
         }
     }
     return S_OK;
+}
+
+HRESULT step(const std::string& name, const std::string& arguments) {
+    write(name + arguments);
+    return failure(name);
 }
 
 std::string text(const wchar_t* wide) {
@@ -76,17 +66,19 @@ std::string text(const wchar_t* wide) {
     return narrow;
 }
 
-std::string text(const VARIANT& value) {
-    switch (value.vt) {
-        case VT_EMPTY:
-            return "empty";
-        case VT_BSTR:
-            return "\"" + text(value.bstrVal) + "\"";
-        case VT_I4:
-            return number(value.lVal);
-        default:
-            return "variant " + number(value.vt);
-    }
+std::string shown(const wchar_t* argument) {
+    return " " + text(argument);
+}
+
+std::string shown(const VARIANT& value) {
+    return value.vt == VT_EMPTY  ? " empty"
+           : value.vt == VT_BSTR ? " \"" + text(value.bstrVal) + "\""
+           : value.vt == VT_I4   ? number(value.lVal)
+                                 : " variant" + number(value.vt);
+}
+
+std::string shown(const void* object) {
+    return object == nullptr ? " null" : " object";
 }
 
 std::string text(const GUID& guid) {

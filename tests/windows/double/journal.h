@@ -13,18 +13,26 @@ namespace doubles {
 // Writes one line into journal.txt and wakes the test that waits for it.
 void write(const std::string& line);
 
-// Writes the step and its arguments as a line. The result is the failure that fail.txt holds for it ("step 80070005" on
-// a line of its own), else S_OK. Both are for the test to write, at any time.
+// What fail.txt holds for a step ("step 80070005" on a line of its own), else S_OK. The test writes it at any time.
+HRESULT failure(const std::string& name);
+
+// Writes the step and its arguments, which begin with a blank, as a line; then the same.
 HRESULT step(const std::string& name, const std::string& arguments = {});
 
-// Whole files beside the library.
-std::wstring beside(const wchar_t* name);
-std::string read_file(const wchar_t* name);
-void write_file(const wchar_t* name, const std::string& text);
-
 std::string text(const wchar_t* wide);  // "null" for a null
-std::string text(const VARIANT& value);
 std::string text(const GUID& guid);
-std::string number(long long value, const char* format = "%lld");
+std::string number(long long value, const char* format = " %lld");
+
+// An argument of a step, with a blank before it.
+std::string shown(const wchar_t* text);
+std::string shown(const VARIANT& value);
+std::string shown(const void* object);  // whether there is one
+inline std::string shown(long long value) {
+    return number(value);
+}
+template <class Type>
+std::string shown(Type**) {  // a result's place
+    return {};
+}
 
 }  // namespace doubles

@@ -6,32 +6,22 @@
 
 #include <cstring>
 #include <cwchar>
-#include <string>
 
 #include "capability.h"
-#include "journal.h"
 #include "redirected_callback.h"
 
 namespace doubles {
 namespace {
 
 BOOL WINAPI derive(const wchar_t*, PSID** groups, DWORD* group_count, PSID** sids, DWORD* count) {
-    const std::string wanted = read_file(L"capabilities.txt");
-    if (wanted == "failed") {
-        ::SetLastError(ERROR_ACCESS_DENIED);
-        return FALSE;
-    }
-    return derive_capabilities(wanted.empty() ? 1 : std::stoul(wanted), groups, group_count, sids, count);
+    return derive_capabilities(1, groups, group_count, sids, count);
 }
 
 }  // namespace
 
 FARPROC WINAPI find_procedure(HMODULE library, const char* name) {
-    if (!is_derive(name)) {
-        return ::GetProcAddress(library, name);
-    }
-    return read_file(L"capabilities.txt") == "missing" ? nullptr
-                                                       : reinterpret_cast<FARPROC>(reinterpret_cast<void*>(derive));
+    return is_derive(name) ? reinterpret_cast<FARPROC>(reinterpret_cast<void*>(derive))
+                           : ::GetProcAddress(library, name);
 }
 
 // A callback has three arguments at most. What its stub reads is constant, so the call gets a copy of it, in which it

@@ -8,7 +8,7 @@
 
 namespace doubles {
 
-// capabilities.txt says how many capabilities there are (none: one), "missing" for no function, "failed" for error 5.
+// For the capability function, which then gives one capability.
 FARPROC WINAPI find_procedure(HMODULE library, const char* name);
 
 CLIENT_CALL_RETURN call_client(PMIDL_STUB_DESC stub, PFORMAT_STRING procedure, ...);

@@ -30,7 +30,7 @@ struct EventObject : Object<IWbemClassObject> {
 
 HRESULT get_names(IWbemClassObject* self, const wchar_t* qualifier, LONG flags, VARIANT*, SAFEARRAY** names) {
     *names = nullptr;
-    const HRESULT status = step("IWbemClassObject.GetNames", text(qualifier) + number(flags, " 0x%llx"));
+    const HRESULT status = step("IWbemClassObject.GetNames", shown(qualifier) + number(flags, " 0x%llx"));
     if (status != S_OK) {
         return status;
     }
@@ -47,7 +47,7 @@ HRESULT get_names(IWbemClassObject* self, const wchar_t* qualifier, LONG flags, 
 }
 
 HRESULT get(IWbemClassObject* self, const wchar_t* name, LONG flags, VARIANT* value, CIMTYPE*, LONG*) {
-    const HRESULT status = step("IWbemClassObject.Get", text(name) + number(flags, " %lld"));
+    const HRESULT status = step("IWbemClassObject.Get", shown(name) + shown(flags));
     if (status != S_OK) {
         return status;
     }
@@ -77,9 +77,7 @@ IWbemClassObject* make_event_object(const std::string& line) {
     auto* const object = make<EventObject>("IWbemClassObject", IID_IWbemClassObject, [](auto& table) {
         table.GetNames = get_names;
         table.Get = get;
-        table.GetPropertyQualifierSet = [](auto*, const wchar_t* name, IWbemQualifierSet** qualifiers) {
-            return give(qualifiers, make_qualifier_set, "IWbemClassObject.GetPropertyQualifierSet", text(name));
-        };
+        RECORD(GetPropertyQualifierSet, make_qualifier_set);
     });
     std::istringstream words(line);
     for (std::string word; words >> word;) {
@@ -115,9 +113,8 @@ IUnknown* make_stub(IUnknown* object) {
 
 HRESULT exec_notification_query(IWbemServices*, const BSTR language, const BSTR query, LONG flags,
                                 IWbemContext* context, IWbemObjectSink* sink) {
-    const HRESULT status =
-        step("IWbemServices.ExecNotificationQueryAsync",
-             text(language) + " \"" + text(query) + "\"" + number(flags, " %lld") + (context ? " context" : ""));
+    const HRESULT status = step("IWbemServices.ExecNotificationQueryAsync",
+                                shown(language) + shown(query) + shown(flags) + shown(context));
     if (status != S_OK || sink == nullptr) {
         return status != S_OK ? status : static_cast<HRESULT>(WBEM_E_INVALID_PARAMETER);
     }
@@ -142,16 +139,8 @@ HRESULT cancel_async_call(IWbemServices*, IWbemObjectSink* sink) {
 }
 
 IUnknown* make_security() {
-    const auto fill = [](auto& table) {
-        table.SetBlanket = [](auto*, IUnknown*, DWORD authentication, DWORD authorization, wchar_t* principal,
-                              DWORD level, DWORD impersonation, void* identity, DWORD capabilities) {
-            return step("IClientSecurity.SetBlanket",
-                        number(authentication) + number(authorization, " %lld ") + text(principal) +
-                            number(level, " %lld") + number(impersonation, " %lld") +
-                            (identity ? " identity" : " null") + number(capabilities, " %lld"));
-        };
-    };
-    return reinterpret_cast<IUnknown*>(make<Object<IClientSecurity>>("IClientSecurity", IID_IClientSecurity, fill));
+    return reinterpret_cast<IUnknown*>(
+        make<Object<IClientSecurity>>("IClientSecurity", IID_IClientSecurity, [](auto& table) { RECORD(SetBlanket); }));
 }
 
 auto* make_services() {
@@ -184,21 +173,15 @@ HRESULT call_sink(Call call) {
 }  // namespace
 
 IUnknown* make_locator() {
-    return reinterpret_cast<IUnknown*>(make<Object<IWbemLocator>>("IWbemLocator", IID_IWbemLocator, [](auto& table) {
-        table.ConnectServer = [](auto*, const BSTR name_space, const BSTR user, const BSTR password, const BSTR locale,
-                                 LONG flags, const BSTR authority, IWbemContext* context, IWbemServices** services) {
-            return give(services, make_services, "IWbemLocator.ConnectServer",
-                        text(name_space) + " " + text(user) + " " + text(password) + " " + text(locale) +
-                            number(flags, " %lld ") + text(authority) + (context ? " context" : ""));
-        };
-    }));
+    return reinterpret_cast<IUnknown*>(make<Object<IWbemLocator>>(
+        "IWbemLocator", IID_IWbemLocator, [](auto& table) { RECORD(ConnectServer, make_services); }));
 }
 
 IUnknown* make_apartment() {
     const auto fill = [](auto& table) {
         table.CreateObjectStub = [](auto*, IUnknown* object, IUnknown** stub) {
             return give(
-                stub, [object] { return make_stub(object); }, "IUnsecuredApartment.CreateObjectStub");
+                stub, [object] { return make_stub(object); }, "IUnsecuredApartment.CreateObjectStub", "");
         };
     };
     return reinterpret_cast<IUnknown*>(
