@@ -21,57 +21,14 @@
 #include "platform/lock.h"
 #include "platform/registry.h"
 #include "platform/thread_pool.h"
-#include "support/import_hook.h"
 #include "support/machine.h"
+#include "windows/recorded_calls.h"
 
 namespace platform {
 namespace {
 
-using Calls = std::vector<std::string>;
-
 constexpr auto kRoot = RegistryRoot::local_machine;
 constexpr wchar_t kKey[] = L"SOFTWARE\\Zorv\\Test";
-
-Calls calls;  // since the last `calls_of`, by the hooks
-
-template <class Action>
-Calls calls_of(Action action) {
-    calls.clear();
-    action();
-    return std::exchange(calls, {});
-}
-
-std::string hex(std::uint64_t number) {
-    char text[20];
-    std::snprintf(text, sizeof text, "%llx", static_cast<unsigned long long>(number));
-    return text;
-}
-
-// The true functions, as the import table had them at first.
-const auto trueOpenKey = IMPORTED(RegOpenKeyExW);
-const auto trueCreateKey = IMPORTED(RegCreateKeyExW);
-const auto trueCloseKey = IMPORTED(RegCloseKey);
-const auto trueCloseHandle = IMPORTED(CloseHandle);
-const auto trueNotify = IMPORTED(RegNotifyChangeKeyValue);
-const auto trueWait = IMPORTED(WaitForSingleObject);
-const auto trueCreateEvent = IMPORTED(CreateEventW);
-
-LONG WINAPI open_key(HKEY root, const wchar_t* key, DWORD options, REGSAM access, HKEY* opened) {
-    const LONG status = trueOpenKey(root, key, options, access, opened);
-    calls.push_back((status == 0 ? "open " : "no open ") + hex(access));
-    return status;
-}
-
-LONG WINAPI create_key(HKEY root, const wchar_t* key, DWORD reserved, wchar_t* type, DWORD options, REGSAM access,
-                       SECURITY_ATTRIBUTES* security, HKEY* opened, DWORD* disposition) {
-    calls.push_back("create " + hex(options) + " " + hex(access));
-    return trueCreateKey(root, key, reserved, type, options, access, security, opened, disposition);
-}
-
-LONG WINAPI close_key(HKEY key) {
-    calls.push_back("close key");
-    return trueCloseKey(key);
-}
 
 TEST(Registry, ClosesAKeyOnlyAfterAFailure) {
     const TestMachine machine;
@@ -82,9 +39,11 @@ TEST(Registry, ClosesAKeyOnlyAfterAFailure) {
     std::uint32_t number = 0;
     std::vector<std::wstring> subkeys;
     std::vector<RegistryValue> values;
-    HOOK(RegOpenKeyExW, open_key);
-    HOOK(RegCreateKeyExW, create_key);
-    HOOK(RegCloseKey, close_key);
+    const ImportHook hooks[] = {REAL(RegOpenKeyExW), REAL(RegCreateKeyExW), REAL(RegCloseKey)};
+    const std::string to_read = "RegOpenKeyExW * * 0 20019 *";
+    const std::string to_write = "RegOpenKeyExW * * 0 20006 *";
+    const std::string create = "RegCreateKeyExW * * 0 null 0 f003f null * null";
+    const std::string close = "RegCloseKey *";
     const auto read_text = [&](const wchar_t* value) {
         return [&text, value] { return read_registry_string(kRoot, kKey, value, text); };
     };
@@ -97,18 +56,15 @@ TEST(Registry, ClosesAKeyOnlyAfterAFailure) {
         bool result;
         Calls calls;
     } cases[] = {
-        {"a text", read_text(L"Text"), true, {"open 20019"}},
-        {"a number", [&] { return read_registry_dword(kRoot, kKey, L"Number", number); }, true, {"open 20019"}},
-        {"no such value", read_text(L"Missing"), false, {"open 20019", "close key"}},
-        {"the other type", read_text(L"Number"), false, {"open 20019", "close key"}},
-        {"too long", read_text(L"Long"), false, {"open 20019", "close key"}},
-        {"an old key", write_number(kKey), true, {"open 20006"}},
-        {"a new path", write_number(L"SOFTWARE\\Zorv\\New\\Path"), true, {"no open 20006", "create 0 f003f"}},
-        {"no such root", write_number(L"\\\\"), false, {"no open 20006", "create 0 f003f"}},
-        {"a listing",
-         [&] { return list_registry_key(kRoot, kKey, subkeys, values); },
-         true,
-         {"open 20019", "close key"}},
+        {"a text", read_text(L"Text"), true, {to_read}},
+        {"a number", [&] { return read_registry_dword(kRoot, kKey, L"Number", number); }, true, {to_read}},
+        {"no such value", read_text(L"Missing"), false, {to_read, close}},
+        {"the other type", read_text(L"Number"), false, {to_read, close}},
+        {"too long", read_text(L"Long"), false, {to_read, close}},
+        {"an old key", write_number(kKey), true, {to_write}},
+        {"a new path", write_number(L"SOFTWARE\\Zorv\\New\\Path"), true, {to_write + " failed", create}},
+        {"no such root", write_number(L"\\\\"), false, {to_write + " failed", create + " failed"}},
+        {"a listing", [&] { return list_registry_key(kRoot, kKey, subkeys, values); }, true, {to_read, close}},
     };
     for (const auto& one : cases) {
         bool result = false;
@@ -116,7 +72,7 @@ TEST(Registry, ClosesAKeyOnlyAfterAFailure) {
         EXPECT_EQ(result, one.result) << one.name;
     }
     HOOK(RegSetValueExW, [](HKEY, const wchar_t*, DWORD, DWORD, const BYTE*, DWORD) -> LONG { return 5; });
-    EXPECT_EQ(calls_of(write_number(kKey)), (Calls{"open 20006", "close key"}));
+    EXPECT_EQ(calls_of(write_number(kKey)), (Calls{to_write, close}));
 }
 
 TEST(Registry, ListsWhatOtherProgramsWrote) {
@@ -139,68 +95,39 @@ TEST(Registry, ListsWhatOtherProgramsWrote) {
     EXPECT_EQ(lines, L",REG_DWORD,01;a,REG_SZ,une;b,REG_DWORD,4294967295;c,REG_BINARY,01af;d,77,;");
 }
 
-// The step of a watch that fails.
-const char* failing = "";
-HANDLE event = nullptr;
-
-bool fails(const char* step) {
-    return std::strcmp(failing, step) == 0;
-}
-
 TEST(RegistryWatch, LeavesOpenOnlyWhatAFailedWaitOrCloseLeaves) {
     const TestMachine machine;
     write_registry_dword(kRoot, kKey, L"Number", 0);
-    HOOK(RegOpenKeyExW, open_key);
-    HOOK(CreateEventW, [](SECURITY_ATTRIBUTES* security, BOOL manual, BOOL set, const wchar_t* name) -> HANDLE {
-        calls.push_back("event " + hex(manual) + " " + hex(set));
-        return event = fails("event") ? nullptr : trueCreateEvent(security, manual, set, name);
-    });
-    HOOK(RegNotifyChangeKeyValue, [](HKEY key, BOOL subtree, DWORD filter, HANDLE changed, BOOL asynchronous) -> LONG {
-        calls.push_back("notify " + hex(subtree) + " " + hex(filter) + " " + hex(asynchronous));
-        return fails("notify") ? 1450 : trueNotify(key, subtree, filter, changed, asynchronous);
-    });
-    HOOK(WaitForSingleObject, [](HANDLE handle, DWORD limit) -> DWORD {
-        if (handle != event) {
-            return trueWait(handle, limit);
-        }
-        calls.push_back("wait " + hex(limit));
-        return fails("wait") ? WAIT_FAILED : trueWait(handle, limit);
-    });
-    HOOK(RegCloseKey, [](HKEY key) -> LONG {
-        calls.push_back("close key");
-        return fails("close") ? 6 : trueCloseKey(key);
-    });
-    HOOK(CloseHandle, [](HANDLE handle) -> BOOL {
-        if (handle == event) {
-            calls.push_back("close event");
-        }
-        return trueCloseHandle(handle);
-    });
-    const std::string notify = "notify 1 f 1";
-    const std::pair<const char*, Calls> cases[] = {
-        {"nothing", {"open 10", "event 1 0", notify, "wait ffffffff", "close key", "close event"}},
-        {"event", {"open 10", "event 1 0", "close key"}},
-        {"notify", {"open 10", "event 1 0", notify, "close event", "close key"}},
-        {"wait", {"open 10", "event 1 0", notify, "wait ffffffff"}},
-        {"close", {"open 10", "event 1 0", notify, "wait ffffffff", "close key"}},
+    const std::string open = "RegOpenKeyExW * * 0 10 *";
+    const std::string event = "CreateEventW null 1 0 null";
+    const std::string notify = "RegNotifyChangeKeyValue * 1 f * 1";
+    const std::string wait = "WaitForSingleObject * ffffffff";
+    const std::string close_key = "RegCloseKey *";
+    const std::string close_event = "CloseHandle *";
+    const ImportHook hooks[] = {REAL(RegOpenKeyExW),       REAL(CreateEventW), REAL(RegNotifyChangeKeyValue),
+                                REAL(WaitForSingleObject), REAL(RegCloseKey),  REAL(CloseHandle)};
+    const Calls cases[] = {
+        {open, event, notify, wait, close_key, close_event},
+        {open},
+        {open, event, close_key},
+        {open, event, notify, close_event, close_key},
+        {open, event, notify, wait},
+        {open, event, notify, wait, close_key},
     };
     DWORD number = 0;
-    for (const auto& [step, expected] : cases) {
-        failing = step;
-        EXPECT_EQ(calls_of([&] {
-                      RegistryWatch watch;
-                      if (watch.arm(kRoot, kKey)) {
-                          ++number;
-                          ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, kKey, L"Number", REG_DWORD, &number, sizeof number);
-                          watch.wait();
-                      }
-                  }),
-                  expected)
-            << step;
+    for (failing = 0; failing < std::size(cases); ++failing) {
+        const Calls made = calls_of([&] {
+            RegistryWatch watch;
+            if (watch.arm(kRoot, kKey)) {
+                ++number;
+                ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, kKey, L"Number", REG_DWORD, &number, sizeof number);
+                watch.wait();
+            }
+        });
+        EXPECT_EQ(made, cases[failing]) << failing;
     }
-    failing = "";
-    EXPECT_EQ(calls_of([] { RegistryWatch().arm(kRoot, kKey); }),
-              (Calls{"open 10", "event 1 0", notify, "close event", "close key"}));
+    failing = 0;
+    EXPECT_EQ(calls_of([] { RegistryWatch().arm(kRoot, kKey); }), (Calls{open, event, notify, close_event, close_key}));
 }
 
 TEST(Lock, WaitsForTheScaledTimeAndZeroForEver) {
@@ -341,35 +268,16 @@ TEST(Trace, SendsWhatTheSessionOfTheMomentTakes) {
 }
 
 TEST(EventLog, WritesOneEntryOfTwoTextsOrLosesItQuietly) {
-    static HANDLE source = nullptr;
-    static BOOL written = TRUE;
-    HOOK(RegisterEventSourceW, [](const wchar_t* server, const wchar_t* name) -> HANDLE {
-        EXPECT_EQ(server, nullptr);
-        EXPECT_STREQ(name, L"Zorvalis");
-        calls.push_back("register");
-        return source;
-    });
-    HOOK(ReportEventW,
-         [](HANDLE log, WORD type, WORD category, DWORD id, void* user, WORD count, DWORD size, const wchar_t** strings,
-            void* data) -> BOOL {
-             EXPECT_TRUE(log == source && user == nullptr && size == 0 && data == nullptr && count == 2);
-             EXPECT_STREQ(strings[0], L"Zorvalis");
-             EXPECT_STREQ(strings[1], L" InitWinIo fail ");
-             calls.push_back("report " + hex(type) + " " + hex(category) + " " + hex(id));
-             return written;
-         });
-    HOOK(DeregisterEventSource, [](HANDLE log) -> BOOL {
-        calls.push_back(log == source ? "deregister" : "deregister another");
-        return TRUE;
-    });
-    const auto report = [](std::uint16_t type) {
-        return [type] { zorvalis::ReportServiceEvent(L" InitWinIo fail ", type); };
-    };
-    EXPECT_EQ(calls_of(report(zorvalis::kWarning)), Calls{"register"});
-    source = reinterpret_cast<HANDLE>(0x1234);
-    EXPECT_EQ(calls_of(report(zorvalis::kWarning)), (Calls{"register", "report 2 0 0", "deregister"}));
-    written = FALSE;
-    EXPECT_EQ(calls_of(report(zorvalis::kInformation)), (Calls{"register", "report 4 0 0", "deregister"}));
+    const ImportHook hooks[] = {FAKE(RegisterEventSourceW), FAKE(ReportEventW), FAKE(DeregisterEventSource)};
+    const Calls steps = {"RegisterEventSourceW null Zorvalis",
+                         "ReportEventW 1 2 0 0 null 2 0 Zorvalis, InitWinIo fail  null", "DeregisterEventSource 1"};
+    for (failing = 0; failing < 3; ++failing) {
+        EXPECT_EQ(calls_of([] { zorvalis::ReportServiceEvent(L" InitWinIo fail ", zorvalis::kWarning); }),
+                  failing == 1 ? Calls{steps[0]} : steps);
+    }
+    failing = 0;
+    EXPECT_TRUE(calls_of([] { zorvalis::ReportServiceEvent(L"", zorvalis::kInformation); })[1].starts_with(
+        "ReportEventW 1 4 "));
 }
 
 }  // namespace

@@ -10,61 +10,14 @@
 #include "platform/files.h"
 #include "platform/http.h"
 #include "platform/windows/internet_libraries.h"
-#include "platform/windows/wide.h"
-#include "support/import_hook.h"
 #include "support/machine.h"
+#include "windows/recorded_calls.h"
 
 namespace platform {
 namespace {
 
-using Calls = std::vector<std::string>;
-
-constexpr DWORD kFailure = 12345;
-
-Calls calls;
-std::size_t failing = 0;  // the number of the call that fails, from 1; 0 for none
-
-// An argument in hexadecimal; the text, or the first number, that a pointer leads to. Of real calls, whose handles are
-// never the same, only what is null.
-template <bool real, class Argument>
-std::string shown(Argument argument) {
-    std::uintptr_t number = std::uintptr_t(argument);
-    if constexpr (std::is_pointer_v<Argument> || std::is_same_v<Argument, ULONG_PTR>) {
-        if (number == 0 || real) {
-            return number == 0 ? "null" : "*";
-        }
-        if constexpr (std::is_same_v<Argument, const wchar_t*>) {
-            return to_utf8(argument);
-        }
-        number = number < 99 ? number : *reinterpret_cast<DWORD*>(number);
-    }
-    char text[20];
-    std::snprintf(text, sizeof text, "%x", unsigned(number));
-    return text;
-}
-
-// Writes the call down, fails when it is its turn, and else makes the real call or gives the call's number as a handle.
-template <bool real, class Result, class... Arguments, class Name>
-auto recorder(Result (*function)(Arguments...), Name) {
-    static Result (*const truth)(Arguments...) = real ? ImportHook::imported(Name{}(), function) : function;
-    return [](Arguments... arguments) -> Result {
-        calls.push_back(Name{}());
-        ((calls.back() += " " + shown<real>(arguments)), ...);
-        Result result = Result(calls.size());
-        if (calls.size() == failing) {
-            ::SetLastError(kFailure);
-            return Result(std::intptr_t(real && std::is_pointer_v<Result> ? -1 : 0));
-        }
-        if constexpr (real) {
-            result = truth(arguments...);
-            calls.back() += result ? "" : " failed";
-        }
-        return result;
-    };
-}
-#define FAKE(library, slot, function) \
+#define LATE_FAKE(library, slot, function) \
     LateHook(#library, #function, library().slot, recorder<false>(library().slot, [] { return #function; }))
-#define REAL(function) ImportHook(#function, ::function, recorder<true>(::function, [] { return #function; }))
 
 // Replaces a function of a library that is loaded late, until the end of a scope. It has to be the one of that name.
 class LateHook {
@@ -116,18 +69,18 @@ std::uint32_t exchange() {
 }
 
 TEST(HttpExchange, MakesOneCallForEachStepAndClosesFromTheInside) {
-    const LateHook hooks[] = {FAKE(winhttp, open, WinHttpOpen),
-                              FAKE(winhttp, set_timeouts, WinHttpSetTimeouts),
-                              FAKE(winhttp, connect, WinHttpConnect),
-                              FAKE(winhttp, open_request, WinHttpOpenRequest),
-                              FAKE(winhttp, send_request, WinHttpSendRequest),
-                              FAKE(winhttp, set_option, WinHttpSetOption),
-                              FAKE(winhttp, receive_response, WinHttpReceiveResponse),
-                              FAKE(winhttp, query_headers, WinHttpQueryHeaders),
-                              FAKE(winhttp, query_data_available, WinHttpQueryDataAvailable),
-                              FAKE(winhttp, read_data, WinHttpReadData),
-                              FAKE(winhttp, close_handle, WinHttpCloseHandle),
-                              FAKE(wininet, get_connected_state, InternetGetConnectedState)};
+    const LateHook hooks[] = {LATE_FAKE(winhttp, open, WinHttpOpen),
+                              LATE_FAKE(winhttp, set_timeouts, WinHttpSetTimeouts),
+                              LATE_FAKE(winhttp, connect, WinHttpConnect),
+                              LATE_FAKE(winhttp, open_request, WinHttpOpenRequest),
+                              LATE_FAKE(winhttp, send_request, WinHttpSendRequest),
+                              LATE_FAKE(winhttp, set_option, WinHttpSetOption),
+                              LATE_FAKE(winhttp, receive_response, WinHttpReceiveResponse),
+                              LATE_FAKE(winhttp, query_headers, WinHttpQueryHeaders),
+                              LATE_FAKE(winhttp, query_data_available, WinHttpQueryDataAvailable),
+                              LATE_FAKE(winhttp, read_data, WinHttpReadData),
+                              LATE_FAKE(winhttp, close_handle, WinHttpCloseHandle),
+                              LATE_FAKE(wininet, get_connected_state, InternetGetConnectedState)};
     Calls steps = {"WinHttpOpen agent 0 null null 0",
                    "WinHttpSetTimeouts 1 1 2 3 4",
                    "WinHttpConnect 1 host 1bb 0",

@@ -15,9 +15,10 @@
 #include "client/rpc_server.h"
 #include "platform/rpc_endpoint.h"
 #include "platform/windows/rpc_guard.h"
-#include "support/import_hook.h"
+#include "platform/windows/rpc_security.h"
 #include "windows/double/capability.h"
 #include "windows/held_context.h"
+#include "windows/recorded_calls.h"
 #include "zorvalis_client.h"
 #include "zorvalis_rpc.h"
 
@@ -134,6 +135,11 @@ TEST(RpcSecurity, GrantsAllToEveryoneAndTheCapabilityAndFreesWhatItGot) {
         ASSERT_EQ(security.build_access_list(), 0U);
         ASSERT_EQ(security.set_descriptor(), 0U);
         EXPECT_TRUE(freed.empty());
+        BOOL present = FALSE;
+        BOOL defaulted = TRUE;
+        ACL* list = nullptr;
+        ::GetSecurityDescriptorDacl(&security.state()->descriptor, &present, &list, &defaulted);
+        EXPECT_TRUE(present && !defaulted && list != nullptr && list->AceCount == 2);
     }
     EXPECT_EQ(freed.size(), 7U);
     EXPECT_EQ((std::set<std::string>(freed.begin(), freed.end())),
@@ -141,74 +147,26 @@ TEST(RpcSecurity, GrantsAllToEveryoneAndTheCapabilityAndFreesWhatItGot) {
                                      "sid of everyone"}));
 }
 
-std::string steps;
-
-void note_step(std::string step) {
-    steps += (steps.empty() ? "" : "; ") + std::move(step);
-}
-
-bool is_described(void* descriptor) {
-    BOOL present = FALSE, defaulted = TRUE;
-    ACL* list = nullptr;
-    return ::GetSecurityDescriptorDacl(descriptor, &present, &list, &defaulted) && present && !defaulted &&
-           list != nullptr && list->AceCount == 2;
-}
-
 TEST(RpcEndpoint, IsOpenedAndClosedStepByStep) {
     HOOK(GetProcAddress, find);
-    HOOK(RpcServerUseProtseqEpW,
-         [](RPC_WSTR protocol, unsigned calls, RPC_WSTR endpoint, void* descriptor) -> RPC_STATUS {
-             EXPECT_STREQ(reinterpret_cast<wchar_t*>(protocol), L"ncalrpc");
-             EXPECT_STREQ(reinterpret_cast<wchar_t*>(endpoint), L"ZorvHelpRpcEndpoint");
-             EXPECT_TRUE(is_described(descriptor));
-             note_step("use " + std::to_string(calls));
-             return 0;
-         });
-    HOOK(RpcServerRegisterIf3,
-         [](RPC_IF_HANDLE handle, UUID* type, RPC_MGR_EPV* entries, unsigned flags, unsigned calls, unsigned size,
-            RPC_IF_CALLBACK_FN* check, void* descriptor) -> RPC_STATUS {
-             EXPECT_EQ(handle, serve_Zorvalis_v1_0_s_ifspec);
-             EXPECT_TRUE(type == nullptr && entries == nullptr && check == nullptr && is_described(descriptor));
-             note_step("register " + std::to_string(flags) + " " + std::to_string(calls) + " " +
-                       std::to_string(static_cast<int>(size)));
-             return 0;
-         });
-    static RPC_BINDING_VECTOR vector{};
+    static RPC_BINDING_VECTOR vector{7, {}};
     HOOK(RpcServerInqBindings, [](RPC_BINDING_VECTOR** bindings) -> RPC_STATUS {
         *bindings = &vector;
-        note_step("bindings");
+        calls.push_back("RpcServerInqBindings");
         return 0;
     });
-    HOOK(RpcEpRegisterW,
-         [](RPC_IF_HANDLE, RPC_BINDING_VECTOR* bindings, UUID_VECTOR* objects, RPC_WSTR words) -> RPC_STATUS {
-             EXPECT_TRUE(bindings == &vector && objects == nullptr && words == nullptr);
-             note_step("map");
-             return 0;
-         });
-    HOOK(RpcServerListen, [](unsigned threads, unsigned calls, unsigned returns) -> RPC_STATUS {
-        note_step("listen " + std::to_string(threads) + " " + std::to_string(calls) + " " + std::to_string(returns));
-        return RPC_S_ALREADY_LISTENING;
-    });
-    HOOK(RpcServerUnregisterIf, [](RPC_IF_HANDLE, UUID* type, unsigned waits) -> RPC_STATUS {
-        EXPECT_EQ(type, nullptr);
-        note_step("unregister " + std::to_string(waits));
-        return RPC_S_UNKNOWN_IF;
-    });
-    HOOK(RpcEpUnregister, [](RPC_IF_HANDLE, RPC_BINDING_VECTOR* bindings, UUID_VECTOR*) -> RPC_STATUS {
-        EXPECT_EQ(bindings, &vector);
-        note_step("unmap");
-        return 5;
-    });
-    HOOK(RpcBindingVectorFree, [](RPC_BINDING_VECTOR** bindings) -> RPC_STATUS {
-        EXPECT_EQ(*bindings, &vector);
-        *bindings = nullptr;
-        note_step("free");
-        return 0;
-    });
+    const ImportHook hooks[] = {FAKE(RpcServerUseProtseqEpW), FAKE(RpcServerRegisterIf3),  FAKE(RpcEpRegisterW),
+                                FAKE(RpcServerListen),        FAKE(RpcServerUnregisterIf), FAKE(RpcEpUnregister),
+                                FAKE(RpcBindingVectorFree)};
     wantedSids = 1;
-    EXPECT_EQ(zorvalis::RpcServerStart(), 0U);
-    zorvalis::RpcServerStop();
-    EXPECT_EQ(steps, "use 10; register 33 1234 -1; bindings; map; listen 1 1234 0; unregister 0; unmap; free");
+    EXPECT_EQ(calls_of([] {
+                  EXPECT_EQ(zorvalis::RpcServerStart(), 0U);
+                  zorvalis::RpcServerStop();
+              }),
+              (Calls{"RpcServerUseProtseqEpW ncalrpc a ZorvHelpRpcEndpoint 40001",
+                     "RpcServerRegisterIf3 60 null null 21 4d2 ffffffff null 40001", "RpcServerInqBindings",
+                     "RpcEpRegisterW 60 7 null null", "RpcServerListen 1 4d2 0", "RpcServerUnregisterIf 60 null 0",
+                     "RpcEpUnregister 60 7 null", "RpcBindingVectorFree *"}));
 }
 
 TEST(RpcGuard, TakesStatusesAndOfACallbackAll) {
