@@ -100,7 +100,6 @@ TEST(HttpExchange, MakesOneCallForEachStepAndClosesFromTheInside) {
 }
 
 std::string path;
-std::string digest_text;
 
 std::uint32_t hash_file() {
     Md5 md5;
@@ -111,9 +110,7 @@ std::uint32_t hash_file() {
     const bool done = file.open(path) && md5.acquire_provider() && md5.create_hash() &&
                       file.read(block, sizeof block, count) && md5.add(block, count) &&
                       file.read(block, sizeof block, count) && count == 0 && md5.value(digest);
-    const std::uint32_t error = done ? 0 : last_error();
-    digest_text.assign(digest.begin(), digest.end());
-    return error;
+    return done ? 0 : last_error();
 }
 
 TEST(Md5, HashesAFileAndReleasesTheHashBeforeTheProvider) {
@@ -133,9 +130,6 @@ TEST(Md5, HashesAFileAndReleasesTheHashBeforeTheProvider) {
                          "ReadFile * * 400 * null",
                          "CryptGetHashParam * 2 * * 0"};
     expect_calls(hash_file, steps, {{1, "CloseHandle *"}, {3, "CryptDestroyHash *"}, {2, "CryptReleaseContext * 0"}});
-    failing = 0;
-    hash_file();
-    EXPECT_EQ(digest_text, "\x90\x01\x50\x98\x3C\xD2\x4F\xB0\xD6\x96\x3F\x7D\x28\xE1\x7F\x72");
 }
 
 }  // namespace

@@ -4,13 +4,8 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/windows/handles.h"
 #include "support/notebook.h"
 #include "windows/service_process.h"
-
-using OwnedService = platform::Owned<::CloseServiceHandle, SC_HANDLE>;
-
-OwnedService OpenInstalled();
 
 class InstalledExecutable : public testing::Test {
 protected:

@@ -2,12 +2,15 @@
 #include <windows.h>
 
 #include <cstring>
+#include <cwchar>
 #include <filesystem>
 
-#include "windows/callback_endpoint.h"
+#include "platform/windows/handles.h"
+#include "windows/double/rpc.h"
 #include "windows/held_context.h"
 #include "windows/installed_executable.h"
 #include "zorvalis_client.h"
+#include "zorvalis_rpc.h"
 
 namespace zorvalis {
 namespace {
@@ -56,6 +59,29 @@ private:
         words +=
             std::string(kind) + " " + result + " " + std::to_string(function) + " " + std::to_string(cookie) + ", ";
     }
+};
+
+// Lets the clients of this process get callbacks under Wine. The client's description of the interface has its
+// callbacks where a server's has its procedures.
+class CallbackEndpoint {
+public:
+    CallbackEndpoint() {
+        static_assert(sizeof(RPC_CLIENT_INTERFACE) == sizeof interface_);
+        std::memcpy(&interface_, call_Zorvalis_v1_0_c_ifspec, sizeof interface_);
+        wchar_t endpoint[64];
+        std::swprintf(endpoint, 64, doubles::kCallbackEndpoint, ::GetCurrentProcessId());
+        wchar_t protocol[] = L"ncalrpc";
+        EXPECT_EQ(::RpcServerUseProtseqEpW(reinterpret_cast<RPC_WSTR>(protocol), 10,
+                                           reinterpret_cast<RPC_WSTR>(endpoint), nullptr),
+                  RPC_S_OK);
+        EXPECT_EQ(::RpcServerRegisterIfEx(&interface_, nullptr, nullptr, RPC_IF_AUTOLISTEN, 1234, nullptr), RPC_S_OK);
+        taker_.reset(::CreateEventW(nullptr, TRUE, FALSE, endpoint));
+    }
+    ~CallbackEndpoint() { ::RpcServerUnregisterIf(&interface_, nullptr, TRUE); }
+
+private:
+    RPC_SERVER_INTERFACE interface_{};
+    platform::OwnedHandle taker_;
 };
 
 constexpr char kVersionCall[] = R"({"function":9,"version":1})";

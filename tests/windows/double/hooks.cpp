@@ -81,10 +81,7 @@ BOOL WINAPI run_dispatcher(const SERVICE_TABLE_ENTRYW* services) {
 
 SERVICE_STATUS_HANDLE WINAPI register_handler(const wchar_t* name, LPHANDLER_FUNCTION_EX function, void* context) {
     handler = function;
-    if (const HRESULT status = step("RegisterServiceCtrlHandlerExW", shown(name))) {
-        ::SetLastError(static_cast<DWORD>(status));
-        return nullptr;
-    }
+    write("RegisterServiceCtrlHandlerExW" + shown(name));
     return statusHandle = ::RegisterServiceCtrlHandlerExW(name, handle_control, context);
 }
 

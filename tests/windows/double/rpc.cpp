@@ -8,7 +8,6 @@
 #include <cwchar>
 
 #include "capability.h"
-#include "redirected_callback.h"
 
 namespace doubles {
 namespace {
