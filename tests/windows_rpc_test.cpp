@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <aclapi.h>
 #include <sddl.h>
 
 #include <barrier>
@@ -51,7 +50,6 @@ void note_free(void* memory, const char* how) {
 const auto trueFind = IMPORTED(GetProcAddress);
 const auto trueLocalFree = IMPORTED(LocalFree);
 const auto trueFreeSid = IMPORTED(FreeSid);
-const auto trueSetEntries = IMPORTED(SetEntriesInAclW);
 
 BOOL WINAPI derive(const wchar_t* name, PSID** groups, DWORD* group_count, PSID** sids, DWORD* count) {
     EXPECT_STREQ(name, kPackage);
@@ -74,30 +72,6 @@ FARPROC WINAPI find(HMODULE library, const char* name) {
     return lacksFunction ? nullptr : reinterpret_cast<FARPROC>(reinterpret_cast<void*>(derive));
 }
 
-DWORD WINAPI set_entries(ULONG count, EXPLICIT_ACCESSW* entries, PACL old, PACL* list) {
-    EXPECT_EQ(count, 2U);
-    EXPECT_EQ(old, nullptr);
-    const std::pair<const wchar_t*, TRUSTEE_TYPE> trustees[] = {{L"S-1-1-0", TRUSTEE_IS_WELL_KNOWN_GROUP},
-                                                                {L"S-1-15-3-1024-1-2-3-4-5-6-7-8", TRUSTEE_IS_UNKNOWN}};
-    for (int i = 0; i < 2; ++i) {
-        const auto& [sid, type] = trustees[i];
-        const EXPLICIT_ACCESSW& entry = entries[i];
-        wchar_t* text = nullptr;
-        ::ConvertSidToStringSidW(entry.Trustee.ptstrName, &text);
-        EXPECT_STREQ(text, sid);
-        EXPECT_EQ(entry.Trustee.TrusteeType, type);
-        EXPECT_EQ(entry.Trustee.TrusteeForm, TRUSTEE_IS_SID);
-        EXPECT_EQ(entry.grfAccessPermissions, DWORD{GENERIC_ALL});
-        EXPECT_EQ(entry.grfAccessMode, SET_ACCESS);
-        EXPECT_EQ(entry.grfInheritance, DWORD{NO_INHERITANCE});
-        trueLocalFree(text);
-    }
-    const DWORD status = trueSetEntries(count, entries, old, list);
-    given.emplace_back(entries[0].Trustee.ptstrName, "everyone");
-    given.emplace_back(*list, "list");
-    return status;
-}
-
 TEST(RpcSecurity, IsRefusedWithoutExactlyOneCapability) {
     HOOK(GetProcAddress, find);
     const auto start = [](std::uint32_t error, bool lacking, std::uint32_t wanted) {
@@ -116,7 +90,6 @@ TEST(RpcSecurity, IsRefusedWithoutExactlyOneCapability) {
 
 TEST(RpcSecurity, GrantsAllToEveryoneAndTheCapabilityAndFreesWhatItGot) {
     HOOK(GetProcAddress, find);
-    HOOK(SetEntriesInAclW, set_entries);
     HOOK(LocalFree, [](HLOCAL memory) -> HLOCAL {
         note_free(memory, "");
         return trueLocalFree(memory);
@@ -135,11 +108,13 @@ TEST(RpcSecurity, GrantsAllToEveryoneAndTheCapabilityAndFreesWhatItGot) {
         ASSERT_EQ(security.build_access_list(), 0U);
         ASSERT_EQ(security.set_descriptor(), 0U);
         EXPECT_TRUE(freed.empty());
-        BOOL present = FALSE;
-        BOOL defaulted = TRUE;
-        ACL* list = nullptr;
-        ::GetSecurityDescriptorDacl(&security.state()->descriptor, &present, &list, &defaulted);
-        EXPECT_TRUE(present && !defaulted && list != nullptr && list->AceCount == 2);
+        given.emplace_back(security.state()->everyone.get(), "everyone");
+        given.emplace_back(security.state()->access_list.get(), "list");
+        wchar_t* text = nullptr;
+        ASSERT_TRUE(::ConvertSecurityDescriptorToStringSecurityDescriptorW(
+            &security.state()->descriptor, SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr));
+        EXPECT_STREQ(text, L"D:(A;;GA;;;WD)(A;;GA;;;S-1-15-3-1024-1-2-3-4-5-6-7-8)");
+        trueLocalFree(text);
     }
     EXPECT_EQ(freed.size(), 7U);
     EXPECT_EQ((std::set<std::string>(freed.begin(), freed.end())),
@@ -203,14 +178,8 @@ void big_call(RpcContext, const wchar_t* input, wchar_t* output, std::int32_t si
 class Rpc : public testing::Test {
 protected:
     static void SetUpTestSuite() {
-        HOOK(GetProcAddress, find);
-        wantedSids = 1;
         RpcSecurity security;
-        std::uint32_t count = 0;
-        ASSERT_EQ(security.derive_capabilities(kPackage, count), 0U);
-        ASSERT_EQ(security.allocate_everyone(), 0U);
-        ASSERT_EQ(security.build_access_list(), 0U);
-        ASSERT_EQ(security.set_descriptor(), 0U);
+        ASSERT_EQ(security.set_descriptor(), 0U);  // without a list it lets everyone in
         const std::wstring name(endpoint.begin(), endpoint.end());
         ASSERT_EQ(use_rpc_endpoint(L"ncalrpc", 10, name.c_str(), security), 0U);
         static RpcProcedures procedures{};

@@ -9,11 +9,16 @@
 
 class InstalledExecutable : public testing::Test {
 protected:
-    InstalledExecutable();
-    ~InstalledExecutable() override;
+    InstalledExecutable() { Run("-install"); }
+    ~InstalledExecutable() override { Run("-remove"); }
 
     // Runs it to its end; the result is what it printed.
-    std::string Run(const std::string& arguments);
+    std::string Run(const std::string& arguments) {
+        EXPECT_EQ(WatchedProcess(path, arguments).wait(), 0U) << arguments;
+        std::string output = read_text(machine.bin_folder() + "output.txt");
+        std::erase(output, '\r');
+        return output;
+    }
 
     Notebook machine;
     const std::string path = machine.install_service();
