@@ -10,16 +10,11 @@
 #include "capability.h"
 
 namespace doubles {
-namespace {
-
-BOOL WINAPI derive(const wchar_t*, PSID** groups, DWORD* group_count, PSID** sids, DWORD* count) {
-    return derive_capabilities(1, groups, group_count, sids, count);
-}
-
-}  // namespace
-
 FARPROC WINAPI find_procedure(HMODULE library, const char* name) {
-    return is_derive(name) ? reinterpret_cast<FARPROC>(reinterpret_cast<void*>(derive))
+    constexpr auto derive = [](const wchar_t*, PSID** groups, DWORD* group_count, PSID** sids, DWORD* count) {
+        return derive_capabilities(1, groups, group_count, sids, count);
+    };
+    return is_derive(name) ? reinterpret_cast<FARPROC>(reinterpret_cast<void*>(+derive))
                            : ::GetProcAddress(library, name);
 }
 
