@@ -135,11 +135,27 @@ TEST_F(ServedClients, DoNotHearOfAFailedCallbackOrOfAnothersDeathOrFault) {
     client.GetVersionString(2);
     EXPECT_EQ(taken.words, "");
     { const HeldContext dead(""); }
-    for (int i = 0; i < 100; ++i) {
+    for (int i = 0; i < 1000; ++i) {
         ASSERT_EQ(client.BigDataServiceCall(kVersionCall), kVersionAnswer);
     }
     EXPECT_EQ(client.BigDataServiceCall("no JSON"), "");
     EXPECT_THROW(client.BigDataServiceCall(R"({"function":"9","version":1})"), Error);
+    EXPECT_EQ(Client().GetUUID(), "00112233-4455-6677-8899-aabbccddeeff") << "the next one, and without the job lock";
+}
+
+TEST_F(ServedClients, MayBeTheCommandLine) {
+    Start();
+    const auto run = [&](const std::string& arguments) {
+        const std::string output = machine.bin_folder() + "output";
+        std::system(("\"\"" + built("zorvctl.exe") + "\" " + arguments + " >\"" + output + "\" 2>&1\"").c_str());
+        return read_text(output);
+    };
+    EXPECT_EQ(run("get model"), "ZX \u00e4\n");
+    for (const char* command : {"set battery-health 60", "set main-switch off", "consent --agree --direct"}) {
+        EXPECT_EQ(run(command), "");
+    }
+    EXPECT_EQ(run("get battery-health") + run("get main-switch"), "60\n0\n");
+    EXPECT_NE(run("get model --direct").find("no callback came"), std::string::npos);  // Wine refuses it
 }
 
 TEST_F(ServedClients, AreNotServedAfterTheStop) {
