@@ -2,6 +2,7 @@
 
 #include "support/loopback_server.h"
 #ifndef _WIN32
+#include "platform/linux/curl_library.h"
 #include "support/fake_service.h"
 #endif
 
@@ -12,6 +13,8 @@ int main(int argc, char** argv) {
     if (FakeService::is_wanted()) {
         return FakeService::run_process();
     }
+    platform::curl();  // before there are threads: the thread sanitizer takes a late library for the stack of an ended
+                       // one
 #endif
     testing::InitGoogleTest(&argc, argv);
     LoopbackServer::begin();
