@@ -1,11 +1,12 @@
 #include "connection_linux.h"
 
 #include <sys/socket.h>
-#include <sys/un.h>
 
 #include <chrono>
 #include <cstring>
 #include <utility>
+
+#include "platform/linux/machine_socket.h"
 
 namespace zorvalis_client {
 namespace {
@@ -22,16 +23,8 @@ thread_local const Connection* callbackOf = nullptr;
 }  // namespace
 
 Connection::Connection(const std::string& path, Callbacks callbacks)
-    : socket_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)), callbacks_(std::move(callbacks)) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (path.copy(address.sun_path, sizeof address.sun_path - 1) < path.size()) {
-        throw Error(path + " is too long for a socket's path", kNoService);
-    }
-    const auto connect = [&] {
-        return ::connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    };
-    if (!socket_ || platform::retry(connect) != 0) {
+    : socket_(platform::connect_to_path(path, 0)), callbacks_(std::move(callbacks)) {
+    if (!socket_) {
         const bool nobody = errno == ENOENT || errno == ECONNREFUSED || errno == ENOTDIR;
         const std::int32_t status = nobody ? kNoService : static_cast<std::int32_t>(platform::windows_error(errno));
         throw Error(nobody ? "nobody listens at " + path : path + ": " + std::strerror(errno), status);

@@ -18,7 +18,7 @@
 namespace zorvalis_client {
 
 // The transport's statuses, in the numbers of Windows.
-constexpr std::int32_t kNoService = 1722, kLostConnection = 1726, kProtocolError = 1728, kCallInCallback = 1791;
+constexpr std::int32_t kLostConnection = 1726, kProtocolError = 1728, kCallInCallback = 1791;
 
 class Connection {
 public:

@@ -23,7 +23,9 @@ struct Callbacks {
     std::function<void(std::int32_t result, std::int32_t function, std::int64_t cookie)> integer;
 };
 
-// A call that had no end: no service (1722), a fault in the call, a lost connection (1726).
+constexpr std::int32_t kNoService = 1722;  // the status where the service does not run
+
+// A call that had no end: no service, a fault in the call, a lost connection (1726).
 class Error : public std::runtime_error {
 public:
     Error(const std::string& what, std::int32_t code) : std::runtime_error(what), status(code) {}

@@ -50,6 +50,7 @@ void note_free(void* memory, const char* how) {
 const auto trueFind = IMPORTED(GetProcAddress);
 const auto trueLocalFree = IMPORTED(LocalFree);
 const auto trueFreeSid = IMPORTED(FreeSid);
+const auto trueSetEntries = IMPORTED(SetEntriesInAclW);
 
 BOOL WINAPI derive(const wchar_t* name, PSID** groups, DWORD* group_count, PSID** sids, DWORD* count) {
     EXPECT_STREQ(name, kPackage);
@@ -97,6 +98,14 @@ TEST(RpcSecurity, GrantsAllToEveryoneAndTheCapabilityAndFreesWhatItGot) {
     HOOK(FreeSid, [](PSID sid) -> void* {
         note_free(sid, "sid of ");
         return trueFreeSid(sid);
+    });
+    HOOK(SetEntriesInAclW, [](ULONG count, EXPLICIT_ACCESSW* entries, PACL old, PACL* list) -> DWORD {
+        EXPECT_EQ(count, 2U);
+        EXPECT_EQ(entries[0].Trustee.TrusteeType, TRUSTEE_IS_WELL_KNOWN_GROUP);
+        EXPECT_EQ(entries[1].Trustee.TrusteeType, TRUSTEE_IS_UNKNOWN);
+        EXPECT_EQ(entries[0].grfAccessMode, SET_ACCESS);
+        EXPECT_EQ(entries[1].grfAccessMode, SET_ACCESS);
+        return trueSetEntries(count, entries, old, list);
     });
     wantedSids = 1;
     {

@@ -24,12 +24,7 @@ namespace {
 
 constexpr std::uint8_t kFlag = 1;  // of the hardware functions
 
-// The exports take no length.
-using TextBuffer = std::array<wchar_t, 256>;
-
-std::wstring TextOf(const TextBuffer& buffer) {
-    return std::wstring(buffer.data(), wcsnlen(buffer.data(), buffer.size()));
-}
+using TextBuffer = std::array<wchar_t, 256>;  // longer than those of the collection: the exports take no length
 
 struct NameFunction {
     std::int32_t number;
@@ -136,7 +131,7 @@ std::string SystemInfoClass::NameText(std::int32_t function) {
     ZorvWinIoDll zorvWinIoDll;
     TextBuffer buffer{};
     zorvWinIoDll.ReadWide(name.function, buffer.data(), kFlag);
-    std::string text = NarrowBytes(TextOf(buffer));  // mangles what is not Latin, and that is accepted
+    std::string text = NarrowBytes(WideText(buffer));  // mangles what is not Latin, and that is accepted
     LogMessage(name.words + text);
     return text;
 }
@@ -149,7 +144,7 @@ std::wstring SystemInfoClass::ReadFromDllFunction(const std::string& name) {
             zorvWinIoDll.ReadWide(member.function, buffer.data(), kFlag);
         }
     }
-    return TextOf(buffer);
+    return WideText(buffer);
 }
 
 Json SystemInfoClass::RetriveSystemInfoJson() {

@@ -7,10 +7,6 @@
 
 namespace zorvalis {
 
-std::wstring WideText(const WideBuffer& buffer) {
-    return std::wstring(buffer.data(), wcsnlen(buffer.data(), buffer.size()));
-}
-
 std::string NarrowText(const NarrowBuffer& buffer) {
     return std::string(buffer.data(), strnlen(buffer.data(), buffer.size()));
 }

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cwchar>
 #include <string>
 
 #include "platform/library.h"
@@ -18,7 +19,10 @@ using WideBuffer = std::array<wchar_t, kTextCapacity>;
 using NarrowBuffer = std::array<char, kTextCapacity>;
 
 // A buffer's text, up to its first zero.
-std::wstring WideText(const WideBuffer& buffer);
+template <std::size_t size>
+std::wstring WideText(const std::array<wchar_t, size>& buffer) {
+    return std::wstring(buffer.data(), wcsnlen(buffer.data(), size));
+}
 std::string NarrowText(const NarrowBuffer& buffer);
 
 class ZorvWinIoDll {

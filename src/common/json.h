@@ -56,12 +56,16 @@ inline Json ParseJson(std::string_view text) {
     return Json::parse(text, shallow);
 }
 
-// A number's lower 32 bits, without its fraction; one of a fraction's kind that does not fit is the least integer. A
-// boolean is no number, and raises std::domain_error as any other type does.
-inline std::int32_t JsonInteger(const Json& value) {
+// Raises std::domain_error for any other type, of which a boolean is one.
+inline void RequireNumber(const Json& value) {
     if (!value.is_number()) {
         throw std::domain_error(std::string("type must be number, but is ") + value.type_name());
     }
+}
+
+// A number's lower 32 bits, without its fraction; one of a fraction's kind that does not fit is the least integer.
+inline std::int32_t JsonInteger(const Json& value) {
+    RequireNumber(value);
     if (value.is_number_float()) {
         const double number = value.get<double>();
         return number > -2147483649.0 && number < 2147483648.0 ? static_cast<std::int32_t>(number) : INT32_MIN;

@@ -27,9 +27,7 @@ std::string AnswerText(const Json& answer, const char* key) {
 
 std::int32_t AnswerNumber(const Json& answer, const char* key) {
     const Json& number = Member(answer, key);
-    if (!number.is_number()) {  // a boolean is none
-        throw std::domain_error(std::string("type must be number, but is ") + number.type_name());
-    }
+    RequireNumber(number);
     constexpr double kLeast = std::numeric_limits<std::int32_t>::min();
     constexpr double kMost = std::numeric_limits<std::int32_t>::max();
     return static_cast<std::int32_t>(std::clamp(number.get<double>(), kLeast, kMost));

@@ -6,13 +6,12 @@ namespace zorvalis {
 
 namespace {
 
-constexpr std::int32_t kNoService = 1722;
 constexpr std::int32_t kOutputSize = 1 << 20;
 
 Failure FailureOf(const zorvalis_client::Error& error) {
     const std::string words = ReadableText(error.what());
     const std::string status = std::to_string(error.status);
-    return error.status == kNoService
+    return error.status == zorvalis_client::kNoService
                ? Failure{"the service does not run: " + words + "; `zorvctl service start` starts it"}
                : Failure{"the call failed: " + words + (words.ends_with(status) ? "" : " (error " + status + ")")};
 }

@@ -61,7 +61,7 @@ void LinePeer::wait(std::size_t size) {
 
 void LinePeer::end_wait(std::size_t size) {
     --waiting_;
-    waitingBytes_ = waiting_ == 0 ? 0 : waitingBytes_ - size;
+    waitingBytes_ -= size;
 }
 
 void LinePeer::push(const std::string& line) {

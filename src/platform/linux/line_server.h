@@ -40,9 +40,9 @@ public:
     std::uint32_t start(Handler handler, EndHandler ended = {});
     bool listens_at(const std::string& name);  // and the socket's file is still its own
 
-    // From any thread, also when the connection is gone. `size` is that of the line that is answered, of use where
-    // several may wait; `send` is for lines beside the answers.
-    void answer(Connection connection, std::string line, std::size_t size = 0);
+    // From any thread, also when the connection is gone. `size` is that of the line that is answered; `send` is for
+    // lines beside the answers.
+    void answer(Connection connection, std::string line, std::size_t size);
     void send(Connection connection, std::string line);
 
     // Calls the action on the server's thread, behind what it does now.

@@ -56,7 +56,11 @@ Descriptor listen_at(const std::string& name, unsigned mode) {
 }
 
 Descriptor connect_to(const std::string& name, int seconds) {
-    const Address address(machine_path(name));
+    return connect_to_path(machine_path(name), seconds);
+}
+
+Descriptor connect_to_path(const std::string& path, int seconds) {
+    const Address address(path);
     if (!address.fits) {
         return Descriptor();
     }

@@ -1,6 +1,5 @@
 #include "platform/rpc_callback.h"
 
-#include <new>
 #include <utility>
 
 #include "platform/linux/rpc_call.h"
@@ -16,16 +15,36 @@ thread_local std::function<void(const RpcCallback&)> observe;
 
 constexpr std::int32_t kNoFunction = -1;
 
-void call_back(const char* procedure, const std::string& words, const Json& result, std::int32_t function,
-               std::int64_t cookie) {
+std::string words(const char* text) {
+    return text;
+}
+
+std::string words(std::int64_t number) {
+    return std::to_string(number);
+}
+
+// A text in the code page of clients, a number as it is.
+Json value(const char* text) {
+    return ansi_to_utf8(text);
+}
+
+Json value(std::int64_t number) {
+    return number;
+}
+
+template <class Result>
+void call_back(const char* procedure, Result result, std::int32_t function, std::int64_t cookie) {
     if (observe) {
-        observe({procedure, words, function, cookie});
+        observe({procedure, words(result), function, cookie});
     } else if (client != nullptr) {
-        Json params = {{"result", result}, {"cookie", cookie}};
-        if (function != kNoFunction) {
-            params["function"] = function;
+        try {
+            Json params = {{"result", value(result)}, {"cookie", cookie}};
+            if (function != kNoFunction) {
+                params["function"] = function;
+            }
+            (*client)(rpc_notification_line(procedure, params));
+        } catch (...) {  // no memory: the caller may hold the job lock, and goes on
         }
-        (*client)(rpc_notification_line(procedure, params));
     }
 }
 
@@ -40,19 +59,19 @@ RpcCallbackScope::~RpcCallbackScope() {
 }
 
 void callback_test_data(std::int64_t result, std::int64_t cookie) {
-    call_back("CallbackTestData", std::to_string(result), result, kNoFunction, cookie);
+    call_back("CallbackTestData", result, kNoFunction, cookie);
 }
 
 void callback_text(const char* result, std::int32_t function, std::int64_t cookie) {
-    call_back("CallbackText", result, ansi_to_utf8(result), function, cookie);
+    call_back("CallbackText", result, function, cookie);
 }
 
 void callback_flag(std::uint8_t result, std::int32_t function, std::int64_t cookie) {
-    call_back("CallbackFlag", std::to_string(result), result, function, cookie);
+    call_back("CallbackFlag", std::int64_t{result}, function, cookie);
 }
 
 void callback_integer(std::int32_t result, std::int32_t function, std::int64_t cookie) {
-    call_back("CallbackInteger", std::to_string(result), result, function, cookie);
+    call_back("CallbackInteger", std::int64_t{result}, function, cookie);
 }
 
 void set_callback_observer(std::function<void(const RpcCallback&)> observer) {

@@ -25,16 +25,13 @@ namespace platform {
 namespace {
 
 constexpr RpcStatus kAddressInUse = 10048;
-constexpr RpcStatus kInvalidBinding = 1702;
 constexpr RpcStatus kProtocolNotSupported = 1703;
 constexpr RpcStatus kInvalidEndpoint = 1706;
 constexpr RpcStatus kAlreadyRegistered = 1712;
 constexpr RpcStatus kAlreadyListening = 1713;
 constexpr RpcStatus kNoProtocols = 1714;
 constexpr RpcStatus kUnknownInterface = 1717;
-constexpr RpcStatus kNoBindings = 1718;
 constexpr RpcStatus kDuplicateEndpoint = 1740;
-constexpr RpcStatus kNotMapped = 1753;
 
 constexpr rlim_t kDescriptors = 1 << 16;
 constexpr std::size_t kMostConnections = 4096;
@@ -65,7 +62,7 @@ struct Shared {
     std::condition_variable unregistered;
     RpcLimits limits;
     std::shared_ptr<Endpoint> endpoint;
-    bool used = false, bound = false, mapped = false;
+    bool used = false;  // there has been an endpoint
 };
 
 // Never destroyed, as threads may still ask while the process ends.
@@ -198,19 +195,13 @@ RpcStatus register_rpc_interface(const RpcProcedures& procedures, std::uint32_t,
     return error;
 }
 
+// There are neither bindings nor a mapper: a client finds the socket by its name.
 RpcStatus inquire_rpc_bindings() {
-    const std::lock_guard guard(shared().mutex);
-    const RpcStatus failure = failure_of("inquire_rpc_bindings");
-    shared().bound = failure == 0 && shared().endpoint != nullptr;
-    return failure != 0 || shared().bound ? failure : kNoBindings;
+    return failure_of("inquire_rpc_bindings");
 }
 
-// There is no mapper: a client finds the socket by its name.
 RpcStatus map_rpc_endpoint() {
-    const std::lock_guard guard(shared().mutex);
-    const RpcStatus failure = failure_of("map_rpc_endpoint");
-    shared().mapped = failure == 0 && shared().bound;
-    return failure != 0 || shared().mapped ? failure : kInvalidBinding;
+    return failure_of("map_rpc_endpoint");
 }
 
 RpcStatus listen_for_rpc(std::uint32_t, std::uint32_t) {
@@ -239,20 +230,15 @@ RpcStatus unregister_rpc_interface() {
     if (last != nullptr) {
         wait_for_the_end(std::move(last));
     }
-    const RpcStatus failure = failure_of("unregister_rpc_interface");
-    return failure != 0 || registered ? failure : kUnknownInterface;
+    return registered ? 0 : kUnknownInterface;
 }
 
 RpcStatus unmap_rpc_endpoint() {
-    const std::lock_guard guard(shared().mutex);
-    const RpcStatus failure = failure_of("unmap_rpc_endpoint");
-    return std::exchange(shared().mapped, false) || failure != 0 ? failure : kNotMapped;
+    return 0;
 }
 
 RpcStatus free_rpc_bindings() {
-    const std::lock_guard guard(shared().mutex);
-    const RpcStatus failure = failure_of("free_rpc_bindings");
-    return std::exchange(shared().bound, false) || failure != 0 ? failure : kInvalidBinding;
+    return 0;
 }
 
 }  // namespace platform

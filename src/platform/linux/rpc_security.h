@@ -6,7 +6,6 @@
 namespace platform {
 
 struct RpcSecurity::State {
-    bool derived = false, everyone = false, listed = false;
     unsigned mode = 0600;  // without a descriptor, those of the service's own account
 };
 

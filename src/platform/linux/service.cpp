@@ -45,6 +45,7 @@ LineLimits limits() {
 struct WaitingControl {
     ServiceControl what;
     LineServer::Connection sender = 0;  // 0 for the system itself
+    std::size_t size = 0;               // of its line
 };
 
 // One run of the service; all of it but the server is guarded by the mutex of Shared.
@@ -173,7 +174,7 @@ std::optional<std::string> take_line(LineServer::Connection sender, const std::s
     if (run.waiting.size() >= kMostWaiting) {
         return error_line("too many controls are waiting");
     }
-    run.waiting.push_back({*std::move(control), sender});
+    run.waiting.push_back({*std::move(control), sender, line.size()});
     wake_dispatcher();
     return std::nullopt;
 }
@@ -203,7 +204,7 @@ void deliver(std::unique_lock<std::mutex>& guard, Run& run, WaitingControl waiti
         guard.lock();
     }
     if (waiting.sender != 0) {
-        run.server.answer(waiting.sender, std::move(answer));
+        run.server.answer(waiting.sender, std::move(answer), waiting.size);
     }
 }
 
@@ -217,7 +218,7 @@ void dispatch(Run& run) {
     std::unique_lock guard(shared().mutex);
     while (run.status.state != kServiceStopped && !(*run.mainEnded && run.handler == nullptr)) {
         if (stop_is_due(run)) {
-            deliver(guard, run, {{false, kControlStop, 0, std::nullopt}, 0});
+            deliver(guard, run, {{false, kControlStop, 0, std::nullopt}, 0, 0});
         } else if (!run.waiting.empty()) {
             WaitingControl next = std::move(run.waiting.front());
             run.waiting.pop_front();
@@ -231,7 +232,7 @@ void dispatch(Run& run) {
     }
     for (const WaitingControl& late : run.waiting) {
         if (late.sender != 0) {
-            run.server.answer(late.sender, result_line(kServiceNotActive));
+            run.server.answer(late.sender, result_line(kServiceNotActive), late.size);
         }
     }
 }

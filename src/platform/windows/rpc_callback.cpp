@@ -14,11 +14,18 @@ thread_local std::function<void(const RpcCallback&)> observer;
 
 constexpr std::int32_t kNoFunction = -1;
 
-template <class Stub>
-void call_back(const char* procedure, const std::string& result, std::int32_t function, std::int64_t cookie,
-               Stub stub) {
+std::string words(const char* text) {
+    return text;
+}
+
+std::string words(std::int64_t number) {
+    return std::to_string(number);
+}
+
+template <class Result, class Stub>
+void call_back(const char* procedure, Result result, std::int32_t function, std::int64_t cookie, Stub stub) {
     if (observer) {
-        observer({procedure, result, function, cookie});
+        observer({procedure, words(result), function, cookie});
     } else if (servedCalls > 0) {
         callback_guarded(stub);
     }
@@ -35,8 +42,7 @@ ServedCall::~ServedCall() {
 }
 
 void callback_test_data(std::int64_t result, std::int64_t cookie) {
-    call_back("CallbackTestData", std::to_string(result), kNoFunction, cookie,
-              [=] { call_CallbackTestData(result, cookie); });
+    call_back("CallbackTestData", result, kNoFunction, cookie, [=] { call_CallbackTestData(result, cookie); });
 }
 
 void callback_text(const char* result, std::int32_t function, std::int64_t cookie) {
@@ -44,12 +50,12 @@ void callback_text(const char* result, std::int32_t function, std::int64_t cooki
 }
 
 void callback_flag(std::uint8_t result, std::int32_t function, std::int64_t cookie) {
-    call_back("CallbackFlag", std::to_string(result), function, cookie,
+    call_back("CallbackFlag", std::int64_t{result}, function, cookie,
               [=] { call_CallbackFlag(result, function, cookie); });
 }
 
 void callback_integer(std::int32_t result, std::int32_t function, std::int64_t cookie) {
-    call_back("CallbackInteger", std::to_string(result), function, cookie,
+    call_back("CallbackInteger", std::int64_t{result}, function, cookie,
               [=] { call_CallbackInteger(result, function, cookie); });
 }
 
