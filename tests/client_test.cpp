@@ -333,14 +333,14 @@ TEST(DeviceModes, AreSetByTheJobsForEveryArgument) {
         EXPECT_EQ(JobManager::GetInstance().DoJob(L"jobSetQuietFan", param, 0), 0U);
         EXPECT_EQ(machine.Member("WMIGetQuietFan"), mode) << param;
     }
-    machine.change_hardware(R"({"WMICheckBatteryHealthSupport": 1, "WMIGetBatteryHealth": {"value": 77, "flag0": 5},
+    machine.change_hardware(R"({"WMICheckBatteryHealthSupport": 3, "WMIGetBatteryHealth": {"value": 77, "flag0": 5},
         "WMICheckQuietFanSupport": 0})");
     EXPECT_EQ(BatteryHealth().getBatteryHealth(0), 5);
     EXPECT_EQ(Traced([] {
                   BatteryHealth().restoreBatteryHealth(1);
                   QuietFan().restoreQuietFan(1);
               }),
-              (std::vector<std::string>{"BatteryHealth::isSupport: 1", "BatteryHealth::restoreBatteryHealth: 77",
+              (std::vector<std::string>{"BatteryHealth::isSupport: 3", "BatteryHealth::restoreBatteryHealth: 77",
                                         "QuietFan::isSupport: 0"}));
 }
 

@@ -7,9 +7,9 @@
 namespace zorvalis {
 
 bool BatteryHealth::isSupport() {
-    const bool supported = zorvWinIoDll.WMICheckBatteryHealthSupport(1);
+    const std::uint8_t supported = zorvWinIoDll.WMICheckBatteryHealthSupport(1);
     LogMessage("BatteryHealth::isSupport: " + std::to_string(int{supported}));
-    return supported;
+    return supported != 0;
 }
 
 std::int32_t BatteryHealth::getBatteryHealth(std::uint8_t flag) {
@@ -35,9 +35,9 @@ void BatteryHealth::restoreBatteryHealth(std::uint8_t flag) {
 }
 
 bool QuietFan::isSupport() {
-    const bool supported = zorvWinIoDll.WMICheckQuietFanSupport(1);
+    const std::uint8_t supported = zorvWinIoDll.WMICheckQuietFanSupport(1);
     LogMessage("QuietFan::isSupport: " + std::to_string(int{supported}));
-    return supported;
+    return supported != 0;
 }
 
 std::int32_t QuietFan::getQuietFan(std::uint8_t flag) {

@@ -81,17 +81,17 @@ void ZorvWinIoDll::ReadWide(const char* name, wchar_t* buffer, std::uint8_t flag
     Fill(name, buffer, flag);
 }
 
-// Support is a boolean byte; what lies above it in the register says nothing.
-bool ZorvWinIoDll::WMICheckBatteryHealthSupport(std::uint8_t flag) {
-    return ReadFlaggedByte("WMICheckBatteryHealthSupport", flag) != 0;
+// Support is one byte; what lies above it in the register says nothing.
+std::uint8_t ZorvWinIoDll::WMICheckBatteryHealthSupport(std::uint8_t flag) {
+    return ReadFlaggedByte("WMICheckBatteryHealthSupport", flag);
 }
 
 std::int32_t ZorvWinIoDll::WMISetBatteryHealth(std::int32_t mode, std::uint8_t flag) {
     return Call<std::int32_t>("WMISetBatteryHealth", 0, mode, flag);
 }
 
-bool ZorvWinIoDll::WMICheckQuietFanSupport(std::uint8_t flag) {
-    return ReadFlaggedByte("WMICheckQuietFanSupport", flag) != 0;
+std::uint8_t ZorvWinIoDll::WMICheckQuietFanSupport(std::uint8_t flag) {
+    return ReadFlaggedByte("WMICheckQuietFanSupport", flag);
 }
 
 std::int32_t ZorvWinIoDll::WMISetQuietFan(std::uint8_t on, std::uint8_t flag) {

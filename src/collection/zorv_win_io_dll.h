@@ -1,6 +1,6 @@
 // The closed hardware library, loaded by name for the life of one object. Every export is looked up at each call; a
 // library or an export that is missing gives the default of its call shape. Objects are private to their user; the
-// library itself counts and locks.
+// library itself counts and locks. No exception may leave an export: it would end the process.
 #pragma once
 
 #include <array>
@@ -46,9 +46,9 @@ public:
     // The board's GUID by way of its cached copy. `buffer` is zeroed and holds kTextCapacity characters.
     void wmiGetBoardUUID(wchar_t* buffer, std::uint8_t flag);
 
-    bool WMICheckBatteryHealthSupport(std::uint8_t flag);
+    std::uint8_t WMICheckBatteryHealthSupport(std::uint8_t flag);
     std::int32_t WMISetBatteryHealth(std::int32_t mode, std::uint8_t flag);
-    bool WMICheckQuietFanSupport(std::uint8_t flag);
+    std::uint8_t WMICheckQuietFanSupport(std::uint8_t flag);
     std::int32_t WMISetQuietFan(std::uint8_t on, std::uint8_t flag);
     std::int32_t WMISetAppPath(const wchar_t* path, std::uint8_t flag);
 

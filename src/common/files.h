@@ -16,9 +16,8 @@ inline constexpr char kDataFolder[] = "C:\\ProgramData\\Zorv\\Zorvcore\\Zorvalis
 // is opened there next. Without `words` nothing is logged.
 void CreateFolders(std::initializer_list<const char*> folders, const char* words);
 
-// Deletes every file directly in the folder, a path of the "C:\\" form; subfolders stay, and a file that cannot be
-// deleted is left.
-// Names in `kept` stay too.
+// Deletes every file directly in the folder, a path of the "C:\\" form, but the names in `kept`. Subfolders stay, and
+// so does a file that cannot be deleted.
 void RemoveAllFilesInFolder(const std::string& folder, const std::set<std::string>& kept = {});
 
 // The size in bytes, or -1 when the file cannot be opened.

@@ -13,12 +13,13 @@ struct PoolTimer;
 // Nothing may leave it.
 using PoolCallback = void (*)(void* context);
 
-// Null when it cannot be made. It is submitted once; on the stand-in machine it is gone then.
+// Null when it cannot be made. It is submitted once and not used after that: the stand-in machine frees it then, and
+// Windows never.
 PoolWork* create_pool_work(PoolCallback callback, void* context);
 void submit_pool_work(PoolWork* work);
 
-// Null when it cannot be made. It fires once, `milliseconds` from the start, by the machine's clock of waits. It is
-// not to be used after its start: on the stand-in machine it is gone when it has fired.
+// Null when it cannot be made. It fires once, `milliseconds` from the start, by the machine's clock of waits. It is not
+// used after its start: the stand-in machine frees it then, Windows when it fires, before the callback.
 PoolTimer* create_pool_timer(PoolCallback callback, void* context);
 void start_pool_timer(PoolTimer* timer, std::uint32_t milliseconds);
 
