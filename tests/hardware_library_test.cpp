@@ -71,17 +71,6 @@ TEST_F(HardwareLibrary, CutsLongTextsBetweenCharacters) {
     EXPECT_EQ(Text<wchar_t>("WMIGetSN", Flag{1}), wide.substr(0, 149));
 }
 
-TEST_F(HardwareLibrary, CountsItsUsersAndLeavesTheProcess) {
-    {
-        const platform::SharedLibrary library(kLibrary);
-        library.function<std::int32_t()>("InitializeWinIo")();
-        library.function<std::int32_t()>("InitializeWinIo")();
-        library.function<void()>("ShutdownWinIo")();
-        EXPECT_EQ(Call<std::uint32_t>("GetRefCount"), 1U);
-    }
-    EXPECT_EQ(Call<std::uint32_t>("GetRefCount"), 0U);  // a library that stayed would still count one
-}
-
 // On Windows the file answers always.
 TEST_F(HardwareLibrary, PrefersTheHostWhereItIsAsked) {
 #ifdef _WIN32

@@ -87,14 +87,6 @@ std::int32_t StatusOf(Call call, const std::string& piece = "") {
     return 0;
 }
 
-TEST(Sdk, TellsThatNobodyListens) {
-    const TestMachine machine;
-    EXPECT_EQ(StatusOf([] { Client client; }, "run/ZorvHelpRpcEndpoint"), 1722);
-    const std::string left = platform::machine_path("run/left");
-    { const platform::Descriptor listener = platform::listen_at("run/left", 0); }
-    EXPECT_EQ(StatusOf([&] { Client({}, left); }, left), 1722);
-}
-
 TEST(Sdk, RunsCallbacksBeforeTheirCallReturnsAndRefusesCallsFromThem) {
     const TestMachine machine;
     const std::int64_t cookie = -0x7FFFFFFFFFFFFFFF;

@@ -2,9 +2,7 @@
 // cannot be written, two passes at once.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <thread>
@@ -37,34 +35,6 @@ TEST(Trace, TakesLevel4AndFlagBit0) {
         const auto expected = std::vector<std::string>{"narrow", "wide \xE2\x82\xAC"};
         EXPECT_EQ(TraceLines(), taken ? expected : std::vector<std::string>()) << level << " " << flags;
     }
-}
-
-// A session that is not followed shows as a test that does not end.
-TEST(Trace, FollowsTheSessionFileWhileOtherThreadsLog) {
-    const TestMachine machine;
-    StartTrace();
-    std::atomic<bool> done{false};
-    std::thread other([&] {
-        while (!done) {
-            LogMessage("other");
-        }
-    });
-    const auto until_taken = [](bool taken) {
-        std::size_t before = 0;
-        do {
-            before = TraceLines().size();
-            LogMessage("a\tb\\c\r\n\xFF");
-        } while ((TraceLines().size() > before) != taken);
-    };
-    SetSession(4, 1);
-    until_taken(true);
-    fs::remove(platform::machine_folder() + "/trace.json");
-    until_taken(false);
-    done = true;
-    other.join();
-    StopTrace();
-    const std::string log = read_text(platform::machine_folder() + "/trace.log");
-    EXPECT_NE(log.find("\t" + std::to_string(::getpid()) + "\t10\ta\\tb\\\\c\\r\\n\xFF\n"), log.npos);
 }
 
 // The words of one event on a machine without any file, N being the file's name and D the data folder.

@@ -88,39 +88,16 @@ TEST(StandInRegistry, KeepsOneFileForANameThatManyWriteAtOnce) {
         }
         return sound;
     };
-    const auto first = another_process([&] { return write(0); });
-    const auto second = another_process([&] { return write(1); });
-    std::atomic<int> sound{0};
-    std::vector<std::thread> threads;
-    for (int salt = 2; salt < 5; ++salt) {
-        threads.emplace_back([&, salt] { sound += write(salt) ? 1 : 0; });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_TRUE(first());
-    EXPECT_TRUE(second());
-    EXPECT_EQ(sound, 3);
+    const auto other = another_process([&] { return write(0); });
+    std::atomic<bool> sound{true};
+    std::thread thread([&] { sound = write(1); });
+    EXPECT_TRUE(write(2));
+    thread.join();
+    EXPECT_TRUE(sound && other());
     EXPECT_EQ(names_in(key_folder()).size(), 51U);
     for (const auto& key : fs::directory_iterator(key_folder())) {
         EXPECT_TRUE(!key.is_directory() || names_in(key.path()).size() == 1) << key;
     }
-}
-
-TEST(StandInRegistry, WritesAKeyThatIsDeletedAgainAndAgain) {
-    const TestMachine machine;
-    const auto deleter = another_process([] {
-        for (int i = 0; i < 300; ++i) {
-            delete_registry_key(kRoot, kKey);
-        }
-        return true;
-    });
-    for (int i = 0; i < 300; ++i) {
-        ASSERT_TRUE(write_registry_dword(kRoot, kKey, L"Value", 1));
-    }
-    EXPECT_TRUE(deleter());
-    ASSERT_TRUE(write_registry_dword(kRoot, kKey, L"Value", 1));
-    EXPECT_EQ(names_in(key_folder()), std::set<std::string>{"Value"});
 }
 
 TEST(StandInMachine, OpensNoLibraryThatIsCutShort) {
@@ -147,21 +124,6 @@ TEST(StandInMachine, HasAClockThatItsFileShifts) {
     std::filesystem::remove(file);
     EXPECT_LT(now_seconds(), before + 1060);
     EXPECT_EQ(scaled_wait(1000), 500000);
-}
-
-TEST(StandInMachine, SaysWhyAFolderCannotBeTheMachine) {
-    const TestMachine machine;
-    const std::string folder = machine_folder();
-    EXPECT_EQ(machine_problem(), "");
-    const auto problem = [](const std::string& path) {
-        ::setenv("ZORV_MACHINE", path.c_str(), 1);
-        return machine_problem();
-    };
-    EXPECT_EQ(problem(folder + "/" + std::string(82 - folder.size(), 'x')), "");
-    EXPECT_NE(problem(folder + "/" + std::string(83 - folder.size(), 'x')).find("too long"), std::string::npos);
-    write_text(folder + "/file", "");
-    EXPECT_NE(problem(folder + "/file").find("cannot be made"), std::string::npos);
-    ::setenv("ZORV_MACHINE", folder.c_str(), 1);
 }
 
 }  // namespace

@@ -2,16 +2,13 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
-#include <chrono>
 #include <filesystem>
 
-#include "platform/clock.h"
 #include "platform/error.h"
 #include "platform/linux/line_client.h"
 #include "platform/linux/machine_socket.h"
 #include "platform/linux/service_control.h"
 #include "platform/machine.h"
-#include "platform/registry.h"
 #include "support/fake_service.h"
 #include "support/machine.h"
 
@@ -58,26 +55,6 @@ TEST(StandInService, DeliversOneControlAfterTheOtherWhileTheStatusIsTold) {
     EXPECT_EQ(reported_states(), "2 4 1");
 }
 
-TEST(StandInService, TellsClientsThatTalkNonsenseWhatIsWrong) {
-    const TestMachine machine;
-    FakeService service;
-    service.wait_for_state(4);
-    for (const char* line :
-         {"", "[]", R"({"status": 1})", R"({"control": 4294967296})", R"({"control": 4, "evnt": 1})",
-          R"({"control": 13, "event": 32787, "setting": "ba3e0f4d", "data": 1})",
-          R"({"control": 13, "event": 32787, "setting": "00000000-b817-4094-a2d1-d56379e6a0f3", "data": 1})"}) {
-        EXPECT_EQ(ask(line).find(R"({"error":")"), 0U) << line;
-    }
-    LineClient chatty;
-    std::string answer;
-    ASSERT_TRUE(chatty.open(kControlSocket, 0));
-    chatty.send(std::string(65537, ' '));
-    EXPECT_TRUE(chatty.receive(answer));
-    EXPECT_NE(answer.find("65536"), std::string::npos);
-    EXPECT_FALSE(chatty.receive(answer));
-    EXPECT_EQ(service.notes(), Notes{});
-}
-
 TEST(StandInService, IsHeldUpByNoClientThatHangs) {
     const TestMachine machine;
     FakeService service;
@@ -111,16 +88,6 @@ TEST(StandInService, HasTheMachineAloneAndReplacesADeadOnesSocket) {
     EXPECT_FALSE(run_service(FakeService::kName, nullptr));
     EXPECT_EQ(last_error(), 1056U);
     EXPECT_NE(ask(kStatus), "");
-}
-
-TEST(StandInRegistry, LetsAWatchThatCannotBeArmedWaitASecond) {
-    const TestMachine machine;
-    set_clock({0, 0.05});
-    RegistryWatch watch;
-    EXPECT_FALSE(watch.arm(RegistryRoot::local_machine, L"SOFTWARE\\Absent"));
-    const auto before = std::chrono::steady_clock::now();
-    watch.wait();
-    EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(50));
 }
 
 }  // namespace

@@ -1,8 +1,6 @@
 // `zorvctl tasks` as a process, with small scripts as the tasks' actions.
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -40,9 +38,9 @@ protected:
     }
 
     // The output and the errors lie in the file "told".
-    int Run(const std::string& arguments, const std::string& before = "") const {
+    int Run(const std::string& arguments) const {
         return WEXITSTATUS(
-            std::system((before + built("zorvctl") + " tasks " + arguments + " >" + folder_ + "/told 2>&1").c_str()));
+            std::system((built("zorvctl") + " tasks " + arguments + " >" + folder_ + "/told 2>&1").c_str()));
     }
 
     std::string Told() const { return read_text(folder_ + "/told"); }
@@ -95,42 +93,6 @@ TEST_F(TaskRunner, GoesByTheDefinitionThatAPassHasWritten) {
     EXPECT_EQ(Run("run --until '2030-01-03 00:20' --skip-waits"), 0);
     ExpectTold("2030-01-02 10:05:00  pass: next start 2030-01-03 00:17:00\n");
     EXPECT_EQ(Lines("passes"), 2U);
-}
-
-TEST_F(TaskRunner, LeavesOutAStartWhileThePassRunsAndKillsItAtItsLimit) {
-    StartClock();
-    // Moves the clock on by five minutes, and goes on for ever once that has been seen.
-    AddTask("slow", R"(echo $$ >process
-        offset=$(sed 's/.*"offset":\([0-9]*\).*/\1/' clock.json)
-        echo "{\"offset\": $((offset + 300))}" >clock.new && mv clock.new clock.json
-        until grep -q 'left out' told; do sleep 0.01; done
-        exec sleep 1000)",
-            R"({"executionTimeLimit": "PT2S"})");
-    EXPECT_EQ(Run("run --for 9m --skip-waits --quiet"), 0);
-    ExpectTold("slow: still runs, so the start of 2030-01-02 10:10:00 is left out\n");
-    ExpectTold("slow: was killed at its execution time limit");
-    ExpectTold("\n1 start, 1 failed, 1 left out\n");
-    EXPECT_EQ(Told().find("started"), std::string::npos) << "quietly";
-}
-
-TEST_F(TaskRunner, EndsWithItsProcessesWhenItIsInterrupted) {
-    StartClock();
-    AddTask("endless", "sleep 1000 & echo $! >child; echo $$ >.new; mv .new process; wait");
-    AddTask("interrupter", "until [ -s process ]; do sleep 0.01; done; " + built("zorvctl") + " tasks list >list; " +
-                               built("zorvctl") + " tasks run --once 2>second; kill -INT $PPID; sleep 1000");
-    EXPECT_EQ(Run("run --skip-waits"), 0);
-    ExpectTold("endless: is ended with the runner\n");
-    EXPECT_NE(read_text(folder_ + "/list").find("A runner starts them.\n"), std::string::npos);
-    EXPECT_EQ(read_text(folder_ + "/second"), "zorvctl: the tasks of this machine are run already\n");
-    // A process that were still there would show as a test that does not end.
-    for (const char* file : {"process", "child"}) {
-        const pid_t process = std::atoi(read_text(folder_ + "/" + file).c_str());
-        ASSERT_GT(process, 0);
-        while (::kill(process, 0) == 0 &&
-               read_text("/proc/" + std::to_string(process) + "/stat").find(") Z ") == std::string::npos) {
-            ::usleep(1000);
-        }
-    }
 }
 
 }  // namespace
