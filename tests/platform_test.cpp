@@ -12,11 +12,8 @@
 #include "platform/files.h"
 #include "platform/library.h"
 #include "platform/lock.h"
-#include "platform/module.h"
 #include "platform/registry.h"
 #include "platform/text.h"
-#include "platform/thread_pool.h"
-#include "platform/uuid.h"
 #include "support/machine.h"
 
 namespace platform {
@@ -81,22 +78,6 @@ TEST(Registry, GivesEveryTextBackUpTo254Units) {
         ASSERT_TRUE(write_registry_string(kRoot, kKey, L"Text", text));
         EXPECT_EQ(read_text_value(L"Text"), L"(none)");
     }
-}
-
-TEST(Registry, DeletesOnlyKeysWithoutSubkeys) {
-    const TestMachine machine;
-    ASSERT_TRUE(write_registry_dword(kRoot, L"SOFTWARE\\Zorv\\Test\\Sub", L"One", 1));
-    ASSERT_TRUE(write_registry_dword(kRoot, kKey, L"Two", 2));
-    EXPECT_FALSE(delete_registry_key(kRoot, kKey));
-    std::uint32_t number = 0;
-    EXPECT_TRUE(read_registry_dword(kRoot, kKey, L"Two", number));
-    EXPECT_TRUE(delete_registry_key(kRoot, L"SOFTWARE\\Zorv\\Test\\sub"));
-    EXPECT_TRUE(delete_registry_key(kRoot, kKey));
-    EXPECT_FALSE(delete_registry_key(kRoot, kKey));
-    EXPECT_FALSE(delete_registry_value(kRoot, kKey, L"Two"));
-    std::vector<std::wstring> subkeys;
-    std::vector<RegistryValue> values;
-    EXPECT_FALSE(list_registry_key(kRoot, kKey, subkeys, values));
 }
 
 // A change that is missed shows as a test that does not end.
@@ -168,32 +149,6 @@ TEST(Lock, CountsTheWaitOnAnAbandonedLockAsFailedButGivesOwnership) {
     EXPECT_TRUE(had_by_another_thread(lock));
 }
 
-TEST(Lock, LetsOneThreadInAtATime) {
-    Lock lock;
-    int count = 0;
-    std::vector<std::thread> threads(4);
-    for (std::thread& thread : threads) {
-        thread = std::thread([&] {
-            for (int turn = 0; turn < 1000; ++turn) {
-                lock.wait(turn % 2 == 0 ? 0 : 60000);
-                ++count;
-                lock.release();
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(count, 4000);
-}
-
-TEST(ThreadPool, RefusesWorkAndTimersByTheSwitch) {
-    refuse_pool_items(true);
-    EXPECT_EQ(create_pool_work([](void*) {}, nullptr), nullptr);
-    EXPECT_EQ(create_pool_timer([](void*) {}, nullptr), nullptr);
-    refuse_pool_items(false);
-}
-
 TEST(Text, RefusesBytesThatAreNoUtf8) {
     for (const char* bytes : {"\x80", "a\xC3", "\xC3(", "\xC0\xAF", "\xE0\x9F\xBF", "\xED\xA0\x80", "\xF0\x8F\xBF\xBF",
                               "\xF4\x90\x80\x80", "\xF8\x88\x80\x80\x80"}) {
@@ -210,24 +165,6 @@ TEST(Text, RefusesBytesThatAreNoUtf8) {
     char back[16];
     ASSERT_EQ(wide_to_multi_byte(kCodePageUtf8, result, -1, back, 16), static_cast<int>(sizeof good));
     EXPECT_STREQ(back, good);
-}
-
-TEST(Text, ReplacesHalvesOfPairsInUtf8) {
-    const wchar_t half[] = {L'a', static_cast<wchar_t>(0xD800), L'b'};
-    char result[8] = {};
-    ASSERT_EQ(wide_to_multi_byte(kCodePageUtf8, half, 3, result, 8), 5);
-    EXPECT_STREQ(result,
-                 "a\xEF\xBF\xBD"
-                 "b");
-}
-
-TEST(Text, CountsTheTerminatorOnlyWhenAskedToFindIt) {
-    wchar_t wide[3];
-    char bytes[3];
-    EXPECT_EQ(multi_byte_to_wide(kCodePageUtf8, "abc", 2, wide, 3), 2);
-    EXPECT_EQ(multi_byte_to_wide(kCodePageAnsi, "", -1, wide, 3), 1);
-    EXPECT_EQ(wide_to_multi_byte(kCodePageAnsi, L"abc", -1, bytes, 3), 0);
-    EXPECT_EQ(last_error(), 122U);
 }
 
 TEST(Text, TakesAnsiForCodePage1252) {
@@ -288,39 +225,6 @@ TEST(SharedLibrary, HasNoSymbolsWhenMissingOrDamaged) {
     const SharedLibrary damaged(L"ZorvWinIo64.dll");
     EXPECT_FALSE(damaged.is_open());
     EXPECT_EQ(damaged.function<void()>("InitializeWinIo"), nullptr);
-}
-
-TEST(Module, GivesAPathWholeOrNotAtAll) {
-    wchar_t buffer[8];
-    set_module_path(L"seven77");
-    EXPECT_EQ(module_file_name(buffer, 8), 7);
-    EXPECT_STREQ(buffer, L"seven77");
-    EXPECT_EQ(module_file_name(buffer, 7), 0);
-    set_module_path(L"");
-    wchar_t path[1024];
-    const int length = module_file_name(path, 1024);
-    EXPECT_NE(std::wstring(path, length).find(L"zorvalis-tests"), std::wstring::npos);
-}
-
-TEST(Uuid, PrintsTheFirstThreeFieldsAsNumbers) {
-    const Uuid uuid = {0x78, 0x56, 0x34, 0x12, 0xBC, 0x9A, 0xF0, 0xDE, 1, 2, 3, 4, 5, 6, 7, 8};
-    EXPECT_EQ(uuid_to_text(uuid), L"12345678-9abc-def0-0102-030405060708");
-    const std::wstring text = uuid_to_text(create_uuid());
-    EXPECT_EQ(text[14], L'4') << "the version";
-    EXPECT_NE(text, uuid_to_text(create_uuid()));
-}
-
-TEST(Clock, IsShiftedAndItsWaitsAreShortenedByTheSwitch) {
-    const TestMachine machine;
-    const std::int64_t before = now_seconds();
-    set_clock({1000000000, 0.5});
-    const std::int64_t shifted = now_seconds();
-    EXPECT_GE(shifted, before + 1000000000);
-    EXPECT_LT(shifted, before + 1000000060);
-    EXPECT_LT(now_microseconds() / 1000000 - shifted, 60);
-    EXPECT_LT(now_ticks() / 10000000 - 11644473600 - static_cast<std::uint64_t>(shifted), 60U);
-    EXPECT_EQ(scaled_wait(3), 1500);
-    EXPECT_EQ(scaled_wait(4000000000), 2000000000000);
 }
 
 TEST(Clock, KnowsWhichTimesHaveACalendarForm) {

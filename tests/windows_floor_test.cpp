@@ -12,7 +12,6 @@
 #include <chrono>
 #include <cstdarg>
 #include <functional>
-#include <future>
 
 #include "common/log.h"
 #include "platform/clock.h"
@@ -20,7 +19,6 @@
 #include "platform/files.h"
 #include "platform/lock.h"
 #include "platform/registry.h"
-#include "platform/thread_pool.h"
 #include "support/machine.h"
 #include "windows/recorded_calls.h"
 
@@ -73,26 +71,6 @@ TEST(Registry, ClosesAKeyOnlyAfterAFailure) {
     }
     HOOK(RegSetValueExW, [](HKEY, const wchar_t*, DWORD, DWORD, const BYTE*, DWORD) -> LONG { return 5; });
     EXPECT_EQ(calls_of(write_number(kKey)), (Calls{to_write, close}));
-}
-
-TEST(Registry, ListsWhatOtherProgramsWrote) {
-    const TestMachine machine;
-    write_registry_dword(kRoot, kKey, L"b", 4294967295);
-    const auto set = [](const wchar_t* value, DWORD type, const void* data, DWORD size) {
-        ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, kKey, value, type, data, size);
-    };
-    set(L"a", REG_SZ, L"unended", 6);
-    set(L"c", REG_BINARY, "\x01\xAF", 2);
-    set(L"", REG_DWORD, "\x01", 1);
-    set(L"d", 77, nullptr, 0);
-    std::vector<std::wstring> subkeys;
-    std::vector<RegistryValue> values;
-    ASSERT_TRUE(list_registry_key(kRoot, kKey, subkeys, values));
-    std::wstring lines;
-    for (const RegistryValue& value : values) {
-        lines += value.name + L"," + value.type + L"," + value.data + L";";
-    }
-    EXPECT_EQ(lines, L",REG_DWORD,01;a,REG_SZ,une;b,REG_DWORD,4294967295;c,REG_BINARY,01af;d,77,;");
 }
 
 TEST(RegistryWatch, LeavesOpenOnlyWhatAFailedWaitOrCloseLeaves) {
@@ -153,17 +131,6 @@ TEST(Lock, WaitsForTheScaledTimeAndZeroForEver) {
     EXPECT_FALSE(broken.valid());
     EXPECT_FALSE(broken.wait(1));
     broken.release();
-}
-
-TEST(ThreadPool, FiresATimerAfterTheScaledTime) {
-    const TestMachine machine;
-    set_clock({0, 0.0001});
-    auto* const fired = new std::promise<void>;  // never freed: the callback may still be at its end
-    PoolTimer* const timer =
-        create_pool_timer([](void* context) { static_cast<std::promise<void>*>(context)->set_value(); }, fired);
-    ASSERT_NE(timer, nullptr);
-    start_pool_timer(timer, 120000);
-    EXPECT_EQ(fired->get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready);
 }
 
 TEST(Files, NameAnyFileInUtf8) {

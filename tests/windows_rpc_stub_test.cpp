@@ -7,9 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "platform/rpc_callback.h"
-#include "platform/windows/rpc_call.h"
-#include "support/import_hook.h"
 #include "zorvalis_rpc.h"
 
 namespace platform {
@@ -136,30 +133,6 @@ TEST(RpcStub, DescribesTheProceduresOfBothEnds) {
     const auto& callbacks = *static_cast<const MIDL_SERVER_INFO*>(client.InterpreterInfo);
     expect_procedures(callbacks, "34", kCallbacks);
     EXPECT_EQ(callbacks.pStubDesc->RpcInterfaceInformation, call_Zorvalis_v1_0_c_ifspec);
-}
-
-std::vector<std::string> made;
-
-CLIENT_CALL_RETURN make(PMIDL_STUB_DESC stub, PFORMAT_STRING procedure, ...) {
-    EXPECT_EQ(stub->RpcInterfaceInformation, serve_Zorvalis_v1_0_s_ifspec);
-    EXPECT_EQ(stub->IMPLICIT_HANDLE_INFO.pPrimitiveHandle, nullptr);
-    made.push_back(described(procedure, stub->pFormatTypes));
-    return {};
-}
-
-TEST(RpcStub, MakesCallbacksInTheNameOfTheService) {
-    HOOK(NdrClientCall2, make);
-    callback_integer(1, 2, 3);
-    EXPECT_TRUE(made.empty()) << "there is nobody outside of a call";
-    const ServedCall call;
-    callback_test_data(1, 2);
-    callback_text("text", 1, 2);
-    callback_flag(1, 2, 3);
-    callback_integer(1, 2, 3);
-    ASSERT_EQ(made.size(), kCallbacks.size());
-    for (unsigned char number = 0; number < kCallbacks.size(); ++number) {
-        EXPECT_EQ(made[number], expected("34", number, kCallbacks[number]));
-    }
 }
 
 }  // namespace
