@@ -4,10 +4,8 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <future>
 #include <thread>
 
-#include "platform/linux/line_server.h"
 #include "platform/service_manager.h"
 #include "support/fake_service.h"
 #include "support/machine.h"
@@ -85,20 +83,6 @@ TEST_F(ZorvctlService, RunsInTheForegroundUntilToldToEnd) {
     ::kill(std::stoi(read_text(file)), SIGTERM);
     foreground.join();
     EXPECT_EQ(reported_states(), "2 4 3 1");
-}
-
-TEST_F(ZorvctlService, HandsFirmwareEventsToWhoeverListens) {
-    expect("event wmi 154", 1, "nobody listens");
-    platform::LineServer server;
-    ASSERT_EQ(server.open("run/events"), 0U);
-    std::promise<std::string> line;
-    const auto take = [&](auto, const std::string& text) {
-        line.set_value(text);
-        return std::string("taken");
-    };
-    ASSERT_EQ(server.start(take), 0U);
-    expect("event wmi -3", 0, "");
-    EXPECT_EQ(line.get_future().get(), "{\"EventID\":-3}");
 }
 
 TEST(ZorvctlCall, AsksTheServiceByJsonAndDirectly) {
