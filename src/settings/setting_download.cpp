@@ -1,5 +1,6 @@
 // The download of SettingFileManager: what the server may replace the stored setting file with.
 #include <algorithm>
+#include <utility>
 
 #include "collection/zorv_win_io_dll.h"
 #include "common/log.h"
@@ -42,14 +43,14 @@ Json SettingFileManager::GetSettingFileFromServer() const {
     Json request;
     request["clientversion"] = kServiceVersion;
     request["modelname"] = model;
-    const std::string body = HttpSSLPost(getBGServerURL(), "/api/FS/query", DumpJson(request), kJsonContent,
-                                         kConnectTimeout, kTransferTimeout, kTransferTimeout);
+    std::string body = HttpSSLPost(getBGServerURL(), "/api/FS/query", DumpJson(request), kJsonContent, kConnectTimeout,
+                                   kTransferTimeout, kTransferTimeout);
     if (body == kTransportError) {
         LogMessage("[SettingFileManager] post api return error");
         return 0;
     }
     LogMessage("[SettingFileManager] post return : " + body);
-    Json answer = ParseAnswer(body);
+    Json answer = ParseAnswer(std::move(body));
     LogMessage("[SettingFileManager] parse ok");
     return answer;
 }

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <limits>
+#include <stdexcept>
+#include <string_view>
 
 namespace zorvalis {
 namespace {
@@ -12,12 +14,28 @@ const Json& Member(const Json& answer, const char* key) {
     return found != answer.end() ? *found : *kNull;
 }
 
+// The parser would refuse such a body too, but only with an error that holds the text, however long, several times.
+bool EndsInsideText(std::string_view body) {
+    bool inside = false;
+    for (std::size_t at = 0; at < body.size(); ++at) {
+        if (body[at] == '"') {
+            inside = !inside;
+        } else if (inside && body[at] == '\\') {
+            ++at;
+        }
+    }
+    return inside;
+}
+
 }  // namespace
 
 Json ParseAnswer(std::string body) {
     std::replace_if(
         body.begin(), body.end(), [](char c) { return c == '\r' || c == '\n' || c == '\b' || c == '\f' || c == '\t'; },
         ' ');
+    if (EndsInsideText(body)) {
+        throw std::invalid_argument("parse error: missing closing quote");
+    }
     return ParseJson(body);
 }
 

@@ -1,7 +1,9 @@
 #include "upload/http_client.h"
 
+#include <algorithm>
 #include <cwchar>
 #include <new>
+#include <utility>
 #include <vector>
 
 #include "common/deployment.h"
@@ -16,6 +18,8 @@ namespace {
 
 constexpr wchar_t kUserAgent[] = L"ZORV Zorvalis/1.0";
 constexpr std::int32_t kResolveTimeout = 10000;
+constexpr std::uint32_t kMostBody = 16 << 20;   // bytes
+constexpr std::uint32_t kErrorTooLong = 12184;  // WinHTTP's own for an answer past one of its limits
 constexpr std::uint16_t kPlainPort = 80;
 constexpr std::uint16_t kSecurePort = 443;
 // Unknown authority, wrong usage, wrong name, wrong date.
@@ -134,11 +138,11 @@ bool IsAnsweredWith200(platform::HttpExchange& exchange, const Words& words) {
     return code == 200;
 }
 
-// What had been read when a read failed is the result.
+// What had been read when a read failed is the result. An answer without end is read up to a limit, and no further.
 std::string ReadBody(platform::HttpExchange& exchange, const Words& words) {
     std::string result;
     try {
-        for (;;) {
+        for (std::uint32_t left = kMostBody;;) {
             std::uint32_t size = 0;
             if (!exchange.query_available(size)) {
                 LogError(words, "[WinHttpQueryDataAvailable]", " Error: ");
@@ -147,12 +151,17 @@ std::string ReadBody(platform::HttpExchange& exchange, const Words& words) {
             if (size == 0) {
                 break;
             }
+            size = std::min(size, left);
             std::vector<char> piece(std::size_t{size} + 1);
             std::uint32_t count = 0;
-            if (!exchange.read(piece.data(), size, count)) {
+            if (left == 0) {
+                platform::set_last_error(kErrorTooLong);
+            }
+            if (left == 0 || !exchange.read(piece.data(), size, count)) {
                 LogError(words, "[WinHttpReadData]", " Error: ");
                 break;
             }
+            left -= count;
             LogLine(words.piece, piece.data());
             result += piece.data();  // up to its first NUL
         }
@@ -197,14 +206,15 @@ const wchar_t* ContentType(std::int32_t contentType) {
 std::string HttpGet(std::string server, std::string path, std::int32_t connectTimeout, std::int32_t sendTimeout,
                     std::int32_t receiveTimeout) {
     LogMessage("[HttpGet] Start");
-    return Exchange({kGet, L"GET", false, server, path, nullptr, "", connectTimeout, sendTimeout, receiveTimeout});
+    return Exchange({kGet, L"GET", false, std::move(server), std::move(path), nullptr, "", connectTimeout, sendTimeout,
+                     receiveTimeout});
 }
 
 std::string HttpPost(std::string server, std::string path, std::string postcontent, std::int32_t contentType,
                      std::int32_t connectTimeout, std::int32_t sendTimeout, std::int32_t receiveTimeout) {
     LogMessage("[HttpPost] Start");
-    return Exchange({kPost, L"POST", false, server, path, ContentType(contentType), postcontent.c_str(), connectTimeout,
-                     sendTimeout, receiveTimeout});
+    return Exchange({kPost, L"POST", false, std::move(server), std::move(path), ContentType(contentType),
+                     postcontent.c_str(), connectTimeout, sendTimeout, receiveTimeout});
 }
 
 std::string HttpSSLGet(std::string server, std::string path, std::int32_t connectTimeout, std::int32_t sendTimeout,
@@ -212,10 +222,11 @@ std::string HttpSSLGet(std::string server, std::string path, std::int32_t connec
     LogMessage("[HttpSSLGet] Start ");
     if (server == deployment::TestServer) {
         LogMessage(std::string("[HttpSSLGet] server == ") + deployment::TestServer);
-        return HttpGet(server, path, connectTimeout, sendTimeout, receiveTimeout);
+        return HttpGet(std::move(server), std::move(path), connectTimeout, sendTimeout, receiveTimeout);
     }
     LogMessage("[HttpSSLGet] bypassSSL = false");
-    return Exchange({kSSLGet, L"GET", true, server, path, nullptr, "", connectTimeout, sendTimeout, receiveTimeout});
+    return Exchange({kSSLGet, L"GET", true, std::move(server), std::move(path), nullptr, "", connectTimeout,
+                     sendTimeout, receiveTimeout});
 }
 
 std::string HttpSSLPost(std::string server, std::string path, std::string postcontent, std::int32_t contentType,
@@ -226,11 +237,12 @@ std::string HttpSSLPost(std::string server, std::string path, std::string postco
     LogMessage("[HttpSSLPost] postcontent = " + postcontent);
     if (server == deployment::TestServer) {
         LogMessage(std::string("[HttpSSLPost] server == ") + deployment::TestServer);
-        return HttpPost(server, path, postcontent, contentType, connectTimeout, sendTimeout, receiveTimeout);
+        return HttpPost(std::move(server), std::move(path), std::move(postcontent), contentType, connectTimeout,
+                        sendTimeout, receiveTimeout);
     }
     LogMessage("[HttpSSLPost] bypassSSL = false");
-    return Exchange({kSSLPost, L"POST", true, server, path, ContentType(contentType), postcontent.c_str(),
-                     connectTimeout, sendTimeout, receiveTimeout});
+    return Exchange({kSSLPost, L"POST", true, std::move(server), std::move(path), ContentType(contentType),
+                     postcontent.c_str(), connectTimeout, sendTimeout, receiveTimeout});
 }
 
 bool checkNewtWork() {

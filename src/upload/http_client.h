@@ -10,7 +10,8 @@ namespace zorvalis {
 inline constexpr char kTransportError[] = "error";
 
 // `server` is a bare host name; timeouts are in milliseconds. A body is sent, and an answer read, up to a NUL byte in
-// each piece. `contentType` 1 is JSON, anything else plain text. The result is the body of a 200 answer.
+// each piece. `contentType` 1 is JSON, anything else plain text. The result is the body of a 200 answer, or what could
+// be read of it, 16 MiB at most.
 std::string HttpGet(std::string server, std::string path, std::int32_t connectTimeout, std::int32_t sendTimeout,
                     std::int32_t receiveTimeout);
 std::string HttpPost(std::string server, std::string path, std::string postcontent, std::int32_t contentType,

@@ -8,8 +8,8 @@
 namespace zorvalis {
 namespace {
 
-Json AnswerOf(const std::string& body) {
-    return body == kTransportError ? Json(0) : ParseAnswer(body);
+Json AnswerOf(std::string body) {
+    return body == kTransportError ? Json(0) : ParseAnswer(std::move(body));
 }
 
 Json Post(const char* path, std::string body) {
