@@ -232,5 +232,16 @@ TEST(Passes, AtOnceLeaveASoundRegistryAndTheNextOneStores) {
     EXPECT_TRUE(machine.stored().starts_with("O Thermal ")) << machine.stored();
 }
 
+TEST(DataFolder, IsEmptiedWithoutAStepOutsideIt) {
+    const TestMachine machine;
+    initDB("x.db", "CREATE TABLE T (a)");
+    const std::string folder = platform::native_path(kDataFolder), victim = std::string(kProductFolder) + "victim";
+    write_text(victim, "");
+    write_text(folder + "..\\victim", "");  // one name on Linux
+    RemoveAllFilesInFolder(kDataFolder);
+    EXPECT_TRUE(platform::file_exists(victim));
+    EXPECT_EQ(machine.data_files(), std::vector<std::string>());
+}
+
 }  // namespace
 }  // namespace zorvalis

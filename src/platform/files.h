@@ -36,7 +36,7 @@ struct FolderEntry {
     bool folder;
 };
 
-// All entries of a folder but "." and "..". The result is 0 or the system's error.
+// All entries of a folder but "." and "..", and on Linux those with a backslash. The result is 0 or the system's error.
 std::uint32_t list_folder(const std::string& folder, std::vector<FolderEntry>& entries);
 
 // The path as other libraries of this process open it, in UTF-8.

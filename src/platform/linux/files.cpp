@@ -125,7 +125,8 @@ std::uint32_t list_folder(const std::string& folder, std::vector<FolderEntry>& e
     errno = 0;
     while (const dirent* const entry = ::readdir(list.get())) {
         const std::string_view name = entry->d_name;
-        if (name != "." && name != "..") {
+        // Windows has no name with a backslash; in a path it would part folders.
+        if (name != "." && name != ".." && name.find('\\') == std::string_view::npos) {
             struct stat status {};
             const bool known = ::fstatat(::dirfd(list.get()), entry->d_name, &status, 0) == 0;
             entries.push_back({std::string(name), known && S_ISDIR(status.st_mode)});
