@@ -1,8 +1,10 @@
 // What of the core only the stand-in machine shows: trace lines in their order, a job that blocks, a registry that
 // cannot be written, two passes at once.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <thread>
@@ -15,6 +17,7 @@
 #include "store/telemetry_db.h"
 #include "support/notebook.h"
 #include "support/traced.h"
+#include "upload/chunk_hash.h"
 
 namespace zorvalis {
 namespace {
@@ -230,6 +233,25 @@ TEST(Passes, AtOnceLeaveASoundRegistryAndTheNextOneStores) {
     }
     ASSERT_EQ(std::system(pass.c_str()), 0);
     EXPECT_TRUE(machine.stored().starts_with("O Thermal ")) << machine.stored();
+}
+
+TEST(Chunk, IsNotLeftBehindByHalf) {
+    const TestMachine machine;
+    const std::string path = std::string(kProductFolder) + "x.db";
+    CreateFolders({"C:\\ProgramData\\", "C:\\ProgramData\\Zorv\\", "C:\\ProgramData\\Zorv\\Zorvcore\\", kProductFolder},
+                  nullptr);
+    write_text(path, std::string(20000, 'x'));
+    rlimit before{};
+    ::getrlimit(RLIMIT_FSIZE, &before);
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit small = {9000, before.rlim_max};  // as on a disk that is full
+    ::setrlimit(RLIMIT_FSIZE, &small);
+    std::optional<std::string> chunk;
+    EXPECT_EQ(getMD5(path, 0, 16384, false, chunk), "");
+    ::setrlimit(RLIMIT_FSIZE, &before);
+    std::signal(SIGXFSZ, handler);
+    EXPECT_FALSE(chunk);
+    EXPECT_FALSE(platform::file_exists(path + "_MD5_0_16384"));
 }
 
 TEST(DataFolder, IsEmptiedWithoutAStepOutsideIt) {
