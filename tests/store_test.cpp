@@ -178,6 +178,19 @@ TEST(Store, LosesOneRowForAnInsertThatFails) {
     ExpectEventLog({words, words, words});
 }
 
+TEST(Store, ReachesNoSecondFile) {
+    const TestMachine machine;
+    Init();
+    const std::string path = "'" + platform::native_path(kDataFolder) + "stolen'";
+    for (const std::string& sql : {"VACUUM INTO " + path, "ATTACH " + path + " AS s; CREATE TABLE s.t (a)"}) {
+        Insert({"d", "1", "f', 1); " + sql + "; --", "1"});
+    }
+    EXPECT_EQ(Rows(machine), "d|1|f|1.0|d|1|f|1.0|") << "a quote changes what an insert says";
+    EXPECT_EQ(machine.data_files(), Names{kFile});
+    const std::string words = " [SQ][insert] Error executing statemant on";
+    ExpectEventLog({words, words});
+}
+
 TEST(Store, OpensACycleUnderAnotherKey) {
     const TestMachine machine;
     TelemetryDb handle;

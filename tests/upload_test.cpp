@@ -1,9 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <filesystem>
+
 #include "collection/collectors.h"
 #include "store/telemetry_db.h"
 #include "support/file_server.h"
 #include "support/notebook.h"
+#include "support/traced.h"
 #include "upload/file_status.h"
 #include "upload/status_cycle.h"
 #include "upload/upload_status.h"
@@ -203,6 +207,42 @@ TEST_F(Upload, SendsAnyFileInPiecesOfTheChosenSize) {
     write_text(kPath, "");
     EXPECT_EQ(Send({}), BG_UPLOAD_STATUS_SUCCESS);
     EXPECT_EQ(server.calls.size(), 2U) << "no byte, no chunk";
+}
+
+// Each as the status of the first answer, and as the identifier: what it would do to its statement is not done.
+TEST_F(Upload, LetsNoTextOfTheServersDoMoreThanBreakItsStatement) {
+    const std::string stolen = platform::native_path(kDataFolder) + "stolen", rest = " WHERE FILE_NAME = 'x.db'; ";
+    const std::string row = "INSERT INTO FILESTATUS (FILE_NAME, FILE_TYPE, FILE_CREATEDATE) VALUES ('y', 1, '";
+    const std::vector<std::string> texts = {
+        "x'" + rest + "ATTACH '" + stolen + "' AS s; CREATE TABLE s.t (a); --",
+        "x'" + rest + "VACUUM INTO '" + stolen + "'; --",
+        "x'" + rest + row + "2000",
+        "x'; DELETE FROM FILESTATUS; --",
+        "','",
+        "', FILE_STATUS = '1",
+        "' || FILE_NAME || '",
+        "'",
+        std::string("x\0' --", 6),
+        std::string(2 << 20, 'x'),
+    };
+    for (const std::string& text : texts) {
+        StartAnew();
+        server.faults[0] = {200, DumpJson({{"status", text}})};
+        const auto lines = Traced([&] { EXPECT_EQ(StartUpload(), BG_UPLOAD_STATUS_ERROR); });
+        const std::string words = "[BG_FILESTATUS_CONTROLLER][updateFileStatus] ";
+        EXPECT_EQ(std::count(lines.begin(), lines.end(), words + "Error executing SQLite3 statemant"), 1);
+        EXPECT_EQ(Outcome(), "3|3|1|0||uploading complete|") << text.substr(0, 99);
+        StartAnew();
+        server.faults[0] = {200, DumpJson({{"status", "OK"}, {"fileuuid", text}, {"filesize", bytes.size()}})};
+        server.faults[1] = {200, Status("OK")};
+        const std::int32_t result = StartUpload();
+        EXPECT_TRUE(result == BG_UPLOAD_STATUS_SUCCESS || text.size() > 99999) << "which may be too long for a path";
+        EXPECT_EQ(Columns("FILE_UUID, FILE_TRY_COUNT"), "|1|") << text.substr(0, 99);
+        EXPECT_EQ(machine.query(kStatusDb, "SELECT FILE_NAME FROM FILESTATUS"), std::vector<Names>{{kFile}});
+        EXPECT_EQ(machine.data_files(), kAtRest) << text.substr(0, 99);
+    }
+    EXPECT_LT(std::filesystem::file_size(platform::native_path(kDataFolder) + kStatusDb), 99999U);
+    ExpectEventLog({});
 }
 
 TEST_F(Upload, EndsEarlyForAFileThatCannotBeRead) {

@@ -57,6 +57,16 @@ int Open(sqlite3_vfs* vfs, const char* name, sqlite3_file* file, int flags, int*
     return result;
 }
 
+constexpr int kLongestStatement = 1 << 20;  // far above any sample's; a longer one would swell its file for good
+
+// For every connection of the process. A statement reaches no second file, neither by ATTACH nor by VACUUM INTO, which
+// attaches too.
+int Limit(sqlite3* database, const char**, const sqlite3_api_routines*) {
+    sqlite3_limit(database, SQLITE_LIMIT_ATTACHED, 0);
+    sqlite3_limit(database, SQLITE_LIMIT_SQL_LENGTH, kLongestStatement);
+    return SQLITE_OK;
+}
+
 bool Register() {
     system = sqlite3_vfs_find(nullptr);
     static sqlite3_vfs vfs = *system;  // SQLite keeps it
@@ -65,7 +75,8 @@ bool Register() {
     vfs.xOpen = Open;
     vfs.xCurrentTime = CurrentTime;
     vfs.xCurrentTimeInt64 = CurrentTimeInt64;
-    return sqlite3_vfs_register(&vfs, 1) == SQLITE_OK;
+    return sqlite3_vfs_register(&vfs, 1) == SQLITE_OK &&
+           sqlite3_auto_extension(reinterpret_cast<void (*)()>(Limit)) == SQLITE_OK;
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // How SQLite meets the system: it tells the time by the machine's clock, `date('now')` included, and never waits for
-// the disk. A working copy lives for one cycle and is thrown away after a crash of any kind, whatever reached the disk.
+// the disk, and no connection reaches a second file. A working copy lives for one cycle and is thrown away after a
+// crash of any kind, whatever reached the disk.
 #pragma once
 
 namespace zorvalis {

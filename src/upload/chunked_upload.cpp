@@ -30,8 +30,8 @@ std::int32_t ChunkSizeOf(std::int32_t index) {
     return index >= 1 && index < static_cast<std::int32_t>(kChunkSizes.size()) ? kChunkSizes[index] : kChunkSizes[0];
 }
 
-std::string Quoted(const std::string& text) {
-    return "'" + text + "'";
+std::string Quoted(std::string text) {
+    return "'" + std::move(text) + "'";
 }
 
 bool IsNoAnswer(const Json& answer) {
@@ -43,8 +43,8 @@ class Row {
 public:
     Row(sqlite3* database, const std::string& fileName) : database_(database), fileName_(fileName) {}
 
-    void Set(FileColumn column, const std::string& value) const {
-        updateFileStatus(column, database_, fileName_, value);
+    void Set(FileColumn column, std::string value) const {
+        updateFileStatus(column, database_, fileName_, std::move(value));
     }
     void Set(FileColumn column, std::int64_t value) const { Set(column, std::to_string(value)); }
     void SetStage(const std::string& stage) const { Set(FILE_UPLOAD_STAGE, stage); }
@@ -270,7 +270,7 @@ std::int32_t BG_FILESTATUS_CONTROLLER::uploading(sqlite3* database, const FileRe
         return unmeasured;  // these rows keep their older response
     }
     const std::int32_t code = SendToServer(file, ChunkSizeOf(chunkIndex));
-    row.Set(FILE_SERVER_RESPONSE, Quoted(file.response));
+    row.Set(FILE_SERVER_RESPONSE, Quoted(std::move(file.response)));
     row.SetStage("'uploading complete'");
     return code;
 }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <string_view>
 #include <utility>
 
 #include "common/files.h"
@@ -18,10 +19,28 @@ namespace {
 constexpr char kOpenError[] = "OPEN ERROR";
 constexpr char kGone[] = "2";
 
+// Runs in place of a statement that a value would change: SQLite refuses it, and says so as of any that fails.
+const std::string kBroken = "'";
+
 using RowCallback = int (*)(void*, int, char**, char**);
 
 bool Run(sqlite3* database, const std::string& sql, RowCallback callback = nullptr, void* context = nullptr) {
     return sqlite3_exec(database, sql.c_str(), callback, context, nullptr) == SQLITE_OK;
+}
+
+// What stands between single quotes and stays there. Nothing is escaped: a text of the server's that holds a quote
+// breaks its statement, and may not end one and begin the next.
+bool IsText(std::string_view text) {
+    return text.find_first_of(std::string_view("'\0", 2)) == std::string_view::npos;
+}
+
+// A value of updateFileStatus: a number, or a text with the quotes that it brings.
+bool IsValue(std::string_view value) {
+    if (value.size() > 1 && value.starts_with('\'') && value.ends_with('\'')) {
+        return IsText(value.substr(1, value.size() - 2));
+    }
+    const std::string_view digits = value.substr(value.starts_with('-') ? 1 : 0);
+    return !digits.empty() && digits.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
 // Rows on their way out of SQLite, and the error that may not pass through it.
@@ -98,6 +117,9 @@ std::string CommitStatement(const FileRecord& record) {
     std::string columns;
     std::string values;
     for (const FileColumnRow& column : kFileColumns) {
+        if (column.text != nullptr && !IsText(record.*column.text)) {
+            return kBroken;
+        }
         const bool first = &column == &kFileColumns.front();
         columns += std::string(first ? "" : " , ") + column.name;
         values += (first ? "" : ",") +
@@ -228,8 +250,9 @@ void BG_FILESTATUS_CONTROLLER::startDelete(std::int32_t fileType, std::int32_t k
         for (const char* ending : {"", ".cached", ".cached.temp"}) {
             platform::remove_file(kDataFolder + name + ending);
         }
-        if (Run(cycle.Connection(),
-                std::string("update FILESTATUS set FILE_STATUS = ") + kGone + " where FILE_NAME = '" + name + "'")) {
+        const std::string sql =
+            std::string("update FILESTATUS set FILE_STATUS = ") + kGone + " where FILE_NAME = '" + name + "'";
+        if (Run(cycle.Connection(), IsText(name) ? sql : kBroken)) {
             LogMessage("[BG_FILESTATUS_CONTROLLER][startDelete] Delete Success!!");
         } else {
             LogMessage(std::string("[BG_FILESTATUS_CONTROLLER][startDelete] Error executing SQLite3 statemant ") +
@@ -254,14 +277,16 @@ bool updateFileStatus(sqlite3* database, const std::vector<std::string>& columns
     LogMessage("[BG_FILESTATUS_CONTROLLER][updateFileStatus] Start");
     LogMessage("[BG_FILESTATUS_CONTROLLER][updateFileStatus] numbers: " + std::to_string(count));
     std::string sql = "update FILESTATUS set ";
+    bool sound = IsText(fileName);
     for (std::int32_t index = 0; index < count; ++index) {
         LogMessage("[BG_FILESTATUS_CONTROLLER][updateFileStatus] columns[i]: " + columns[index] +
                    "  values[i]: " + values[index]);
         sql += (index > 0 ? " , " : "") + columns[index] + " = " + values[index];
+        sound = sound && IsValue(values[index]);
     }
     sql += " where FILE_NAME = '" + fileName + "'";
     LogMessage("[BG_FILESTATUS_CONTROLLER][updateFileStatus] SQLite3 statemant: " + sql);
-    if (!Run(database, sql)) {
+    if (!Run(database, sound ? sql : kBroken)) {
         LogMessage("[BG_FILESTATUS_CONTROLLER][updateFileStatus] Error executing SQLite3 statemant");
         return false;
     }
@@ -269,8 +294,10 @@ bool updateFileStatus(sqlite3* database, const std::vector<std::string>& columns
     return true;
 }
 
-bool updateFileStatus(FileColumn column, sqlite3* database, const std::string& fileName, const std::string& value) {
-    return updateFileStatus(database, {kFileColumns[column].name}, {value}, 1, fileName);
+bool updateFileStatus(FileColumn column, sqlite3* database, const std::string& fileName, std::string value) {
+    std::vector<std::string> values;
+    values.push_back(std::move(value));  // which may be large: a list in braces would hold it three times
+    return updateFileStatus(database, {kFileColumns[column].name}, values, 1, fileName);
 }
 
 }  // namespace zorvalis

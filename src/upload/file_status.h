@@ -65,9 +65,10 @@ private:
     std::optional<StatusCycle> cycle_;
 };
 
-// Sets columns of one row; a text brings its own single quotes.
+// Sets columns of one row; a text brings its own single quotes. A value that is neither a number nor such a text, or a
+// name with a quote, makes the statement one that fails.
 bool updateFileStatus(sqlite3* database, const std::vector<std::string>& columns,
                       const std::vector<std::string>& values, std::int32_t count, const std::string& fileName);
-bool updateFileStatus(FileColumn column, sqlite3* database, const std::string& fileName, const std::string& value);
+bool updateFileStatus(FileColumn column, sqlite3* database, const std::string& fileName, std::string value);
 
 }  // namespace zorvalis
