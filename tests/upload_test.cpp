@@ -172,6 +172,7 @@ TEST_F(Upload, BelievesWhateverOffsetTheServerNames) {
                  {"1.6384e4", chunks - 1, BG_UPLOAD_STATUS_SUCCESS},
                  {"0", chunks},
                  {"-1", chunks},
+                 {"-2147483648", bytes.size() / kChunk},  // one piece more than the file has, and no end
                  {std::to_string(bytes.size()), 0},
                  {"1e30", 0},
                  {"18446744073709551615", 0}};
@@ -249,6 +250,9 @@ TEST_F(Upload, EndsEarlyForAFileThatCannotBeRead) {
     ASSERT_TRUE(platform::create_folder(kPath + "_MD5_0_16384"));
     EXPECT_EQ(Send({}), BG_UPLOAD_STATUS_MD5_ERROR);
     EXPECT_EQ(Outcome(), "0|0|0|0|BG_UPLOAD_STATUS_MD5_ERROR|uploading complete|");
+    std::filesystem::resize_file(platform::native_path(kPath), 1U << 31);
+    EXPECT_EQ(Send({}), BG_UPLOAD_STATUS_ERROR);
+    EXPECT_EQ(Columns("FILE_UPLOAD_STAGE"), "filesize < 0|") << "no offset reaches its end";
     ASSERT_TRUE(platform::remove_file(kPath));
     EXPECT_EQ(Send({}), BG_UPLOAD_STATUS_FILE_NOT_EXIST);
     EXPECT_EQ(Outcome(), "0|2|0|0|BG_UPLOAD_STATUS_MD5_ERROR|File Not Exist|") << "with the older response";
@@ -260,10 +264,20 @@ TEST_F(Upload, RunsThroughAllFilesThatAreDue) {
     initDB("y.db", "CREATE TABLE Other (a)");
     Register("y.db", 1, "2000-01-01");
     server.faults[0] = kCut;
+    ChangeRows("UPDATE FILESTATUS SET FILE_TRY_COUNT = -4294967296 WHERE FILE_NAME = 'x.db'");
     EXPECT_EQ(StartUpload(), BG_UPLOAD_STATUS_ERROR);
     EXPECT_EQ(Columns("FILE_STATUS") + Columns("FILE_STATUS", "y.db"), "3|1|");
     EXPECT_EQ(StartUpload(), BG_UPLOAD_STATUS_SUCCESS);
     EXPECT_EQ(StartUpload(), BG_UPLOAD_STATUS_FILEEMPTY);
+    for (const char* size : {"4294967296", "NULL", "'some'"}) {
+        Register("y.db", 1, "2000-01-01");
+        ChangeRows(std::string("UPDATE FILESTATUS SET FILE_SIZE = ") + size + " WHERE FILE_NAME = 'y.db'");
+        Register(kFile);
+        EXPECT_EQ(StartUpload(), BG_UPLOAD_STATUS_ERROR) << size;
+        EXPECT_EQ(Columns("FILE_UPLOAD_STATUS, FILE_UPLOAD_STAGE", "y.db"), "12|filesize < 0|") << size;
+        EXPECT_EQ(Columns("FILE_STATUS"), "1|") << "one row does not stop the others";
+    }
+    ChangeRows("DELETE FROM FILESTATUS WHERE FILE_NAME = 'y.db'");
     Register("gone.db");
     EXPECT_EQ(StartUpload(), BG_UPLOAD_STATUS_SUCCESS);
     EXPECT_EQ(Columns("FILE_UPLOAD_STATUS, FILE_STATUS, FILE_TRY_COUNT", "gone.db"), "11|2|1|");

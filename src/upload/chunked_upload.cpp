@@ -2,6 +2,7 @@
 // stopped. Every step is written to the file's row as it is reached; a process that dies leaves the row as it rested.
 #include <algorithm>
 #include <array>
+#include <limits>
 #include <optional>
 #include <utility>
 
@@ -76,7 +77,8 @@ std::int32_t Ended(Sending& file, std::int32_t code, std::string response) {
 std::int32_t Measure(Sending& file) {
     LogMessage("[BG_FILESTATUS_CONTROLLER][uploading] Step1 get file total size and file checksum");
     file.size = GetFileSize(file.path);
-    if (file.size < 0) {
+    // An offset has 32 bits, and so has the row's size, which reads as -1 when it is no such number.
+    if (file.size < 0 || file.size > std::numeric_limits<std::int32_t>::max() || file.record.size < 0) {
         file.row.SetStage("'filesize < 0'");
         return BG_UPLOAD_STATUS_ERROR;
     }
@@ -189,8 +191,13 @@ std::int32_t FinishFile(Sending& file) {
 
 std::int32_t SendToServer(Sending& file, std::int32_t chunkSize) {
     std::int32_t code = AskWhereToStart(file);
+    // The offset that the server names is believed, also one below zero, whose pieces are empty. So that they do not go
+    // on for hours, an attempt ends after as many pieces as the whole file has, and one.
+    std::int64_t pieces = file.size / chunkSize + 1;
     while (code == 0 && file.offset < file.size) {
-        code = SendChunk(file, chunkSize);
+        code = pieces-- > 0
+                   ? SendChunk(file, chunkSize)
+                   : Ended(file, BG_UPLOAD_STATUS_UPLOADFILECHUNK_ERROR, "BG_UPLOAD_STATUS_UPLOADFILECHUNK_ERROR");
     }
     return code == 0 ? FinishFile(file) : code;
 }

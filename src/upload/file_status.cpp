@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <stdexcept>
 #include <string_view>
 #include <utility>
 
@@ -77,6 +78,16 @@ int bgSelectDeleteFileCallback(void* context, int columns, char** values, char**
     return 0;
 }
 
+// -1 for what no column of the table ever holds, NULL and numbers beyond 32 bits among them: one such row may not end
+// the run for all files. As a size it is a bad one; as a number of tries it costs one more.
+std::int32_t NumberOf(const std::string& value) {
+    try {
+        return ParseInt32(value);
+    } catch (const std::logic_error&) {
+        return -1;
+    }
+}
+
 int bgSelectUploadFileCallback(void* context, int columns, char** values, char** names) {
     auto& selection = *static_cast<Selection<FileRecord>*>(context);
     try {
@@ -90,7 +101,7 @@ int bgSelectUploadFileCallback(void* context, int columns, char** values, char**
                     continue;
                 }
                 if (row.number != nullptr) {
-                    record.*row.number = ParseInt32(value);
+                    record.*row.number = NumberOf(value);
                 } else {
                     record.*row.text = value;
                 }
