@@ -208,7 +208,7 @@ TEST(Store, OpensACycleUnderAnotherKey) {
         closeDB(handle, key);
     }
     EXPECT_EQ(machine.data_files(), (Names{"0.db", "33.db"}));
-    EXPECT_NE(openDB("sub\\x.db", handle, 0), 0);
+    EXPECT_NE(openDB("..\\x.db", handle, 0), 0);
     EXPECT_EQ(handle.db, nullptr);
     ExpectEventLog({" [SQ][open] Error Opening "});
 }

@@ -246,6 +246,44 @@ TEST_F(Upload, LetsNoTextOfTheServersDoMoreThanBreakItsStatement) {
     ExpectEventLog({});
 }
 
+TEST_F(Upload, TouchesNothingOutsideTheDataFolder) {
+    const std::string victim = std::string(kProductFolder) + "victim";
+    const std::string names[] = {"..\\victim",  "../victim", platform::native_path(victim),
+                                 "x.db:s",      "x.db.",     "x.db ",
+                                 ".",           "..",        "nul.db",
+                                 "COM\xC2\xB9", "CONIN$",    "Lpt1 .x"};
+    write_text(victim, "victim");
+    for (const std::string& name : names) {
+        EXPECT_FALSE(IsBareFileName(name)) << name;
+        Register(kFile, 2);
+        SetValue(L"ODb_Filename", WidenBytes(name + ";1;2000-01-01"));
+        Jobs().WriteEDbData();
+        EXPECT_EQ(StartUpload(), BG_UPLOAD_STATUS_SUCCESS);
+        EXPECT_EQ(Columns("FILE_UPLOAD_STATUS, FILE_STATUS, FILE_UPLOAD_STAGE", name), "11|2|File Not Exist|");
+        ChangeRows("UPDATE FILESTATUS SET FILE_STATUS = 0");
+        BG_FILESTATUS_CONTROLLER().startDelete(1, 0, kStatusDb);
+        EXPECT_EQ(Columns("FILE_STATUS", name), "2|");
+        ChangeRows("DELETE FROM FILESTATUS");
+    }
+    EXPECT_EQ(server.calls.size(), 0U);
+    EXPECT_EQ(read_text(victim), "victim");
+    EXPECT_TRUE(read_text(kPath) == bytes);
+    ExpectEventLog({});
+    for (const char* name : {"x.db", ".x", "it's", "null", "COM10.db", "COM", "LPTX"}) {
+        EXPECT_TRUE(IsBareFileName(name)) << name;
+    }
+    const std::string all = "it' OR 'a' = 'a";  // a file's name too
+    write_text(kDataFolder + all, "");
+    Register(kFile);
+    ChangeRows("UPDATE FILESTATUS SET FILE_NAME = 'it'' OR ''a'' = ''a'");
+    Register("z", 2);
+    server.faults[0] = kCut;
+    EXPECT_EQ(StartUpload(), BG_UPLOAD_STATUS_ERROR);
+    BG_FILESTATUS_CONTROLLER().startDelete(1, 0, kStatusDb);
+    EXPECT_EQ(machine.data_files(), kAtRest);
+    EXPECT_EQ(Columns("FILE_STATUS, FILE_TRY_COUNT, FILE_UPLOAD_STAGE", "z"), "0|0||") << "each statement is broken";
+}
+
 TEST_F(Upload, EndsEarlyForAFileThatCannotBeRead) {
     ASSERT_TRUE(platform::create_folder(kPath + "_MD5_0_16384"));
     EXPECT_EQ(Send({}), BG_UPLOAD_STATUS_MD5_ERROR);

@@ -1,6 +1,8 @@
 #include "common/files.h"
 
+#include <algorithm>
 #include <array>
+#include <cctype>
 #include <cstring>
 #include <vector>
 
@@ -11,6 +13,24 @@
 #include "platform/text.h"
 
 namespace zorvalis {
+namespace {
+
+// Windows opens the device for its name in any folder and with any ending, and a superscript 1 to 3 counts as the
+// digit.
+bool IsDevice(std::string_view name) {
+    std::string stem(name.substr(0, name.find('.')));
+    stem.erase(stem.find_last_not_of(' ') + 1);
+    std::transform(stem.begin(), stem.end(), stem.begin(), [](unsigned char c) { return std::toupper(c); });
+    const auto is = [](std::initializer_list<std::string_view> names, std::string_view one) {
+        return std::find(names.begin(), names.end(), one) != names.end();
+    };
+    if (!is({"COM", "LPT"}, stem.substr(0, 3))) {
+        return is({"CON", "PRN", "AUX", "NUL", "CONIN$", "CONOUT$"}, stem);
+    }
+    return is({"0", "1", "2", "3", "4", "5", "6", "7", "8", "9", "\xC2\xB9", "\xC2\xB2", "\xC2\xB3"}, stem.substr(3));
+}
+
+}  // namespace
 
 void CreateFolders(std::initializer_list<const char*> folders, const char* words) {
     for (const char* folder : folders) {
@@ -40,6 +60,16 @@ void RemoveAllFilesInFolder(const std::string& folder, const std::set<std::strin
 std::int64_t GetFileSize(const std::string& path) {
     const platform::File file = platform::open_file(path, "rb");
     return file != nullptr ? platform::seek_to_end(file.get()) : -1;
+}
+
+bool IsBareFileName(std::string_view name) {
+    constexpr std::string_view kElsewhere("\\/:\0", 4);
+    return !name.empty() && name.find_first_of(kElsewhere) == std::string_view::npos && name.back() != '.' &&
+           name.back() != ' ' && !IsDevice(name);  // Windows drops a last dot or blank
+}
+
+bool IsInDataFolder(const std::string& name) {
+    return IsBareFileName(name) && platform::file_exists(kDataFolder + name);
 }
 
 std::string getCurrentPath() {

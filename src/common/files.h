@@ -5,6 +5,7 @@
 #include <initializer_list>
 #include <set>
 #include <string>
+#include <string_view>
 
 namespace zorvalis {
 
@@ -22,6 +23,13 @@ void RemoveAllFilesInFolder(const std::string& folder, const std::set<std::strin
 
 // The size in bytes, or -1 when the file cannot be opened.
 std::int64_t GetFileSize(const std::string& path);
+
+// Whether a name, put behind a folder, is that of a file directly in it and of nothing else: no path, stream or device,
+// and not short of an ending that Windows drops.
+bool IsBareFileName(std::string_view name);
+
+// Whether the data folder has a file of that bare name. Any other name is that of a file that is not there.
+bool IsInDataFolder(const std::string& name);
 
 // The folder of the running executable with its closing separator, for an executable whose name has 22 characters.
 std::string getCurrentPath();

@@ -24,6 +24,9 @@ std::string NameOf(const TelemetryDb& handle) {
 // The first half of a cycle. A connection that did not open is released at once.
 int Open(const std::string& dbName, TelemetryDb& handle, std::uint8_t key) {
     PrepareSqlite();
+    if (!IsBareFileName(dbName)) {
+        return SQLITE_CANTOPEN;
+    }
     handle.path = kDataFolder + dbName;
     if (!decryptDBFast(handle, key)) {
         return SQLITE_IOERR;

@@ -241,7 +241,7 @@ std::int32_t BG_FILESTATUS_CONTROLLER::startUpload(std::int32_t fileType, std::i
             row.Set(FILE_UPLOAD_START_TIME, Quoted(NowTimeString()));
             row.Set(FILE_UPLOAD_STATUS, std::int64_t{BG_UPLOAD_STATUS_IN_PROGRESS});
             row.SetStage("'initUploadFile start'");
-            if (platform::file_exists(kDataFolder + file.fileName)) {  // one that is gone is not made anew
+            if (IsInDataFolder(file.fileName)) {  // one that is gone is not made anew
                 createAllTables(file.fileName, static_cast<DbClass>(file.fileType));
             }
             const std::int32_t code = uploading(cycle.Connection(), file, chunkIndex);
@@ -266,7 +266,7 @@ std::int32_t BG_FILESTATUS_CONTROLLER::uploading(sqlite3* database, const FileRe
         return BG_UPLOAD_STATUS_ERROR;
     }
     Sending file{row, record, kDataFolder + record.fileName};
-    if (!platform::file_exists(file.path)) {
+    if (!IsInDataFolder(record.fileName)) {
         LogMessage("[BG_FILESTATUS_CONTROLLER][uploading] Step0 " + record.fileName + " not exist ");
         row.SetStage("'File Not Exist'");
         row.Set(FILE_STATUS, std::int64_t{2});

@@ -258,8 +258,10 @@ void BG_FILESTATUS_CONTROLLER::startDelete(std::int32_t fileType, std::int32_t k
     for (std::int32_t index = 0; index < count - keep; ++index) {
         const std::string& name = names[index];
         LogMessage("[BG_FILESTATUS_CONTROLLER][startDelete] " + name);
-        for (const char* ending : {"", ".cached", ".cached.temp"}) {
-            platform::remove_file(kDataFolder + name + ending);
+        if (IsBareFileName(name)) {
+            for (const char* ending : {"", ".cached", ".cached.temp"}) {
+                platform::remove_file(kDataFolder + name + ending);
+            }
         }
         const std::string sql =
             std::string("update FILESTATUS set FILE_STATUS = ") + kGone + " where FILE_NAME = '" + name + "'";
