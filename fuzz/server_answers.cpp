@@ -4,7 +4,6 @@
 #include <memory>
 
 #include "common/files.h"
-#include "platform/files.h"
 #include "store/db_file.h"
 #include "surroundings.h"
 #include "upload/file_status.h"
@@ -71,17 +70,6 @@ std::vector<ServerAnswer> Answers(std::string_view text) {
     return answers;
 }
 
-// The chunk that failed stays.
-void RemoveChunks() {
-    std::vector<platform::FolderEntry> entries;
-    platform::list_folder(kDataFolder, entries);
-    for (const platform::FolderEntry& entry : entries) {
-        if (entry.name.find("_MD5_") != std::string::npos) {
-            platform::remove_file(kDataFolder + entry.name);
-        }
-    }
-}
-
 }  // namespace
 
 std::int32_t FuzzServerAnswers(std::string_view bytes) {
@@ -91,7 +79,5 @@ std::int32_t FuzzServerAnswers(std::string_view bytes) {
     SetAnswers(Answers(bytes));
     FileRecord record;
     record.fileName = kFile;
-    const std::int32_t result = Attempt([&] { return controller.uploading(database.get(), record, kSmallestChunks); });
-    RemoveChunks();
-    return result;
+    return Attempt([&] { return controller.uploading(database.get(), record, kSmallestChunks); });
 }

@@ -75,13 +75,14 @@ TEST_F(FileStatus, KeepsTenFilesOfAKind) {
     }
     Register("other", 2);
     ChangeRows("UPDATE FILESTATUS SET FILE_STATUS = FILE_NAME != '10'");  // the oldest is the one that was never sent
-    write_text(std::string(kDataFolder) + "10.cached", "");
-    write_text(std::string(kDataFolder) + "10.cached.temp", "");
+    for (const char* ending : {".cached", ".cached.temp", "_MD5_0_16384", "_MD5_x"}) {
+        write_text(std::string(kDataFolder) + "10" + ending, "");
+    }
     BG_FILESTATUS_CONTROLLER controller;
     controller.startDelete(1, 11, kStatusDb);
-    EXPECT_EQ(machine.data_files().size(), 14U);
+    EXPECT_EQ(machine.data_files().size(), 16U);
     controller.startDelete(1, 10, kStatusDb);
-    EXPECT_EQ(machine.data_files(), (Names{"0", "1", "2", "3", "4", "5", "6", "7", "8", "9", kStatusDb}));
+    EXPECT_EQ(machine.data_files(), (Names{"0", "1", "10_MD5_x", "2", "3", "4", "5", "6", "7", "8", "9", kStatusDb}));
     EXPECT_EQ(Column("SELECT FILE_NAME FROM FILESTATUS WHERE FILE_STATUS = 2"), "10");
     controller.startDelete(1, 10, kStatusDb);
     controller.startDeleteFileRecord(kStatusDb);

@@ -73,6 +73,7 @@ protected:
         return machine.query(kStatusDb, "SELECT FILE_STATUS, FILE_UPLOAD_STATUS, FILE_TRY_COUNT FROM FILESTATUS");
     }
     void ExpectSent(const std::string& when) {
+        EXPECT_EQ(machine.data_files().size(), 2U) << when;
         EXPECT_TRUE(server.files[kFile].finished) << when;
         EXPECT_TRUE(server.files[kFile].bytes == bytes) << when << ": a chunk went twice, or never";
         EXPECT_TRUE(read_text(kPath) == bytes) << when;
@@ -126,6 +127,7 @@ TEST_F(Kill, AtAnyFileLosesWhatLiesBetweenItsDeleteAndItsRenameAndNothingElse) {
         EXPECT_EQ(server.calls.size(), calls) << when;
         EXPECT_EQ(Row(), Rows()) << when << ": a file without its row, or a row without its file";
         EXPECT_TRUE(fileLost ? !platform::file_exists(kPath) : read_text(kPath) == bytes) << when;
+        EXPECT_EQ(machine.data_files().size(), 2U - fileLost) << when << ": what the killed pass left is gone";
     }
     EXPECT_GT(lost, 0);
 }

@@ -4,7 +4,9 @@
 #include <array>
 #include <cstdio>
 #include <string_view>
+#include <vector>
 
+#include "common/files.h"
 #include "common/log.h"
 #include "platform/digest.h"
 #include "platform/error.h"
@@ -170,6 +172,21 @@ std::string getMD5(const std::string& path, std::int32_t start, std::int32_t blo
     }
     LogMessage("MD5 final is " + *md5);
     return *md5;
+}
+
+void RemoveLeftovers(const std::string& fileName) {
+    std::vector<platform::FolderEntry> entries;
+    platform::list_folder(kDataFolder, entries);
+    const std::string chunk = fileName + "_MD5_";
+    for (const platform::FolderEntry& entry : entries) {
+        if (entry.name.starts_with(chunk) &&
+            entry.name.find_first_not_of("-0123456789_", chunk.size()) == std::string::npos) {
+            platform::remove_file(kDataFolder + entry.name);
+        }
+    }
+    for (const char* ending : {".cached", ".cached.temp", ".cached-journal"}) {
+        platform::remove_file(kDataFolder + fileName + ending);
+    }
 }
 
 std::string base64_FileEncode(const std::string& path) {

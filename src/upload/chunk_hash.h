@@ -16,6 +16,10 @@ void createMD5forFile(const std::string& path, std::optional<std::string>& md5);
 std::string getMD5(const std::string& path, std::int32_t start, std::int32_t blockSize, bool removeTemporary,
                    std::optional<std::string>& chunkPath);
 
+// Removes what an upload or a cycle that was killed left beside a file of the data folder: chunk files, the working
+// copy and its companions. The file itself need not be there.
+void RemoveLeftovers(const std::string& fileName);
+
 // The whole file as Base64 text; one blank when it cannot be opened.
 std::string base64_FileEncode(const std::string& path);
 

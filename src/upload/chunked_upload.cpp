@@ -265,6 +265,9 @@ std::int32_t BG_FILESTATUS_CONTROLLER::uploading(sqlite3* database, const FileRe
         row.SetStage("'updb == NULL'");
         return BG_UPLOAD_STATUS_ERROR;
     }
+    if (IsBareFileName(record.fileName)) {
+        RemoveLeftovers(record.fileName);
+    }
     Sending file{row, record, kDataFolder + record.fileName};
     if (!IsInDataFolder(record.fileName)) {
         LogMessage("[BG_FILESTATUS_CONTROLLER][uploading] Step0 " + record.fileName + " not exist ");

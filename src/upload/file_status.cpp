@@ -12,6 +12,7 @@
 #include "common/log.h"
 #include "common/number.h"
 #include "platform/files.h"
+#include "upload/chunk_hash.h"
 #include "upload/status_cycle.h"
 
 namespace zorvalis {
@@ -259,9 +260,8 @@ void BG_FILESTATUS_CONTROLLER::startDelete(std::int32_t fileType, std::int32_t k
         const std::string& name = names[index];
         LogMessage("[BG_FILESTATUS_CONTROLLER][startDelete] " + name);
         if (IsBareFileName(name)) {
-            for (const char* ending : {"", ".cached", ".cached.temp"}) {
-                platform::remove_file(kDataFolder + name + ending);
-            }
+            platform::remove_file(kDataFolder + name);
+            RemoveLeftovers(name);
         }
         const std::string sql =
             std::string("update FILESTATUS set FILE_STATUS = ") + kGone + " where FILE_NAME = '" + name + "'";
