@@ -417,6 +417,8 @@ TEST_F(RunningService, StopsWhenItsEndpointCannotBeOpened) {
     fs::create_directories(platform::machine_folder() + "/run/ZorvHelpRpcEndpoint/taken");
     EXPECT_EQ(std::system(("ZORV_SERVICE=Zorvalis " + executable).c_str()), 0);
     EXPECT_TRUE(Says("[ZorvalisService] OnStop -----------------------"));
+    EXPECT_EQ(Logged("status.jsonl", {"state"}).back(), "1");
+    EXPECT_FALSE(fs::exists(platform::machine_folder() + "/refused-status.jsonl"));
 }
 
 TEST_F(RunningService, GrowsThroughNoStormAndStoresWhatTheLimitsAllow) {

@@ -22,6 +22,10 @@ constexpr std::uint8_t kErrorLevel = 2;
 std::mutex servedMutex;
 bool isServed = false;  // the dispatcher runs
 
+// Held while a report is made, so that the manager gets reports in the order in which the state changed: two threads
+// that change it at once could otherwise both report what the later one left there, and a stop would be lost.
+std::mutex statusMutex;
+
 constexpr std::uint32_t kAcceptStop = 1;
 constexpr std::uint32_t kAcceptPauseContinue = 2;
 constexpr std::uint32_t kAcceptPowerAndSession = 0xC0;
@@ -30,13 +34,20 @@ constexpr std::uint32_t kAcceptPreshutdown = 0x100;  // in the place of plain sh
 }  // namespace
 
 std::atomic<CServiceBase*> CServiceBase::s_service{nullptr};
-std::atomic<std::uint32_t> CServiceBase::checkPoint{1};
+std::uint32_t CServiceBase::checkPoint = 1;
 std::atomic<platform::ServiceStatusHandle> CServiceBase::s_statusHandle{0};
 
 CServiceBase::CServiceBase(const wchar_t* serviceName, bool canStop, bool canShutdown, bool canPauseContinue)
-    : name(serviceName != nullptr ? serviceName : L"") {
-    status.acceptedControls = kAcceptPowerAndSession | (canStop ? kAcceptStop : 0) |
-                              (canShutdown ? kAcceptPreshutdown : 0) | (canPauseContinue ? kAcceptPauseContinue : 0);
+    : name(serviceName != nullptr ? serviceName : L""),
+      status{kOwnProcess,
+             kStartPending,
+             kAcceptPowerAndSession | (canStop ? kAcceptStop : 0) | (canShutdown ? kAcceptPreshutdown : 0) |
+                 (canPauseContinue ? kAcceptPauseContinue : 0),
+             0,
+             0,
+             0,
+             0},
+      keptState(kStartPending) {
     const std::uint32_t error = platform::register_event_provider(kEventProvider, eventProvider);
     if (error != 0) {
         std::printf("Provider not registered. EventRegister failed with %d\n", static_cast<int>(error));
@@ -143,13 +154,31 @@ std::uint32_t CServiceBase::HandleControl(std::uint32_t control, std::uint32_t e
 }
 
 void CServiceBase::SetServiceStatus(std::uint32_t state, std::uint32_t exitCode, std::uint32_t waitHint) {
-    status.currentState = state;
-    status.exitCode = exitCode;
-    status.waitHint = waitHint;
-    status.checkPoint = state == kRunning || state == kStopped ? 0 : checkPoint++;
-    const platform::ServiceStatus report = {kOwnProcess, status.currentState, status.acceptedControls, status.exitCode,
-                                            0,           status.checkPoint,   status.waitHint};
-    platform::set_service_status(statusHandle, report);
+    const std::lock_guard guard(statusMutex);
+    const bool stops = state == kStopPending || state == kStopped;
+    if (!stops) {
+        keptState = state;
+    }
+    // A start that ends while the endpoint's failure stops the service does not make the manager believe that it runs.
+    if (stops || status.state != kStopPending) {
+        Report(state, exitCode, waitHint);
+    }
+}
+
+void CServiceBase::ResumeAfterStop() {
+    const std::lock_guard guard(statusMutex);
+    Report(keptState, 0, 0);
+}
+
+void CServiceBase::Report(std::uint32_t state, std::uint32_t exitCode, std::uint32_t waitHint) {
+    if (status.state == kStopped) {
+        return;  // for the manager the handle is closed
+    }
+    status.state = state;
+    status.exit_code = exitCode;
+    status.wait_hint = waitHint;
+    status.checkpoint = state == kRunning || state == kStopped ? 0 : checkPoint++;
+    platform::set_service_status(statusHandle, status);
 }
 
 // `fallback` gets the error's code, 0 for anything that is none.
@@ -179,7 +208,6 @@ void CServiceBase::Start(std::uint32_t argc, wchar_t** argv) {
 }
 
 void CServiceBase::Stop() {
-    const std::uint32_t kept = status.currentState;
     Guarded(
         L"Service Stop", L"Service failed to stop.",
         [&] {
@@ -187,7 +215,7 @@ void CServiceBase::Stop() {
             OnStop();
             SetServiceStatus(kStopped);
         },
-        [&](std::uint32_t) { SetServiceStatus(kept); });
+        [&](std::uint32_t) { ResumeAfterStop(); });
 }
 
 void CServiceBase::StopServed() {

@@ -1,6 +1,6 @@
 // The service protocol around a service's own behaviour: reports statuses, turns controls into virtual calls, and
 // leaves a trail of start and failures with the event provider. Controls come one at a time on the dispatcher's
-// thread, the start on another; `Stop` may also come from the thread pool.
+// thread, the start on another; `Stop` may also come from the thread pool. Reports are made one at a time.
 #pragma once
 
 #include <atomic>
@@ -65,6 +65,7 @@ public:
     void Shutdown();
     void PowerEvent(std::uint32_t eventType, void* eventData);
 
+    // Nothing is reported after kStopped. While a stop runs, the state is only kept for a stop that fails.
     void SetServiceStatus(std::uint32_t state, std::uint32_t exitCode = 0, std::uint32_t waitHint = 0);
 
 private:
@@ -74,19 +75,16 @@ private:
     template <class Call, class Fallback>
     void Guarded(const wchar_t* function, const wchar_t* failure, Call call, Fallback fallback);
     void WriteErrorLogEntry(const wchar_t* function, std::uint32_t error);
+    void Report(std::uint32_t state, std::uint32_t exitCode, std::uint32_t waitHint);
+    void ResumeAfterStop();
 
     static std::atomic<CServiceBase*> s_service;
-    static std::atomic<std::uint32_t> checkPoint;
+    static std::uint32_t checkPoint;                                   // guarded as `status`
     static std::atomic<platform::ServiceStatusHandle> s_statusHandle;  // of s_service, which may be gone
 
     const wchar_t* name;
-    struct {
-        std::uint32_t acceptedControls;
-        std::atomic<std::uint32_t> currentState{kStartPending};
-        std::atomic<std::uint32_t> exitCode{0};
-        std::atomic<std::uint32_t> checkPoint{0};
-        std::atomic<std::uint32_t> waitHint{0};
-    } status;
+    platform::ServiceStatus status;  // guarded, with what is reported of it
+    std::uint32_t keptState;         // which a stop that fails goes back to; guarded too
     std::atomic<platform::ServiceStatusHandle> statusHandle{0};
     std::uint64_t eventProvider = 0;
 };

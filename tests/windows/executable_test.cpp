@@ -117,6 +117,21 @@ TEST_F(Executable, GoesOnWithoutItsEventProvider) {
     EXPECT_EQ(Run("-j1"), "Provider not registered. EventRegister failed with 5\n");
 }
 
+TEST_F(Executable, IsStoppedForTheManagerWhenItsEndpointFails) {
+    doubles.fail({{"RpcServerListen", RPC_S_OUT_OF_RESOURCES}});
+    for (int round = 0; round < 5; ++round) {
+        ServiceProcess service(path);
+        service.start();
+        doubles.until("SetServiceStatus 10 1 ", {"none"});
+        EXPECT_EQ(service.end(), 0U);
+        const OwnedService manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
+        const OwnedService entry(::OpenServiceW(manager.get(), L"Zorvalis", SERVICE_QUERY_STATUS));
+        SERVICE_STATUS status{};
+        ASSERT_TRUE(::QueryServiceStatus(entry.get(), &status));
+        EXPECT_EQ(status.dwCurrentState, SERVICE_STOPPED);
+    }
+}
+
 TEST_F(RunningService, ReportsItsStatesAndTakesControlsItDoesNotKnow) {
     const std::string timer = "SetThreadpoolTimer -1200000000 0 0";
     const std::string power = "RegisterPowerSettingNotification service ";

@@ -279,6 +279,17 @@ Run* find_run(ServiceStatusHandle handle) {
     return handle == kStatusHandle && run != nullptr && run->handler != nullptr ? run : nullptr;
 }
 
+void log_status(const char* file, const ServiceStatus& status) {
+    append_json(file, {{"time", static_cast<double>(now_microseconds()) / 1e6},
+                       {"type", status.type},
+                       {"state", status.state},
+                       {"accepted", status.accepted},
+                       {"exitCode", status.exit_code},
+                       {"specificExitCode", status.specific_exit_code},
+                       {"checkpoint", status.checkpoint},
+                       {"waitHint", status.wait_hint}});
+}
+
 }  // namespace
 
 bool run_service(const wchar_t* name, ServiceMain main) {
@@ -343,20 +354,14 @@ bool set_service_status(ServiceStatusHandle handle, const ServiceStatus& status)
     const std::lock_guard guard(shared().mutex);  // so that the log has the order of the reports
     Run* const run = find_run(handle);
     if (run == nullptr || run->status.state == kServiceStopped) {
+        log_status(kRefusedStatusLog, status);
         return fail(kInvalidHandle);  // which the manager has closed when the service said that it is stopped
     }
     if (status.state < kServiceStopped || status.state > kServiceLastState) {
         return fail(kInvalidData);
     }
     run->status = status;
-    append_json(kStatusLog, {{"time", static_cast<double>(now_microseconds()) / 1e6},
-                             {"type", status.type},
-                             {"state", status.state},
-                             {"accepted", status.accepted},
-                             {"exitCode", status.exit_code},
-                             {"specificExitCode", status.specific_exit_code},
-                             {"checkpoint", status.checkpoint},
-                             {"waitHint", status.wait_hint}});
+    log_status(kStatusLog, status);
     wake_dispatcher();
     return true;
 }

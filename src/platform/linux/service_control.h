@@ -11,6 +11,7 @@ namespace platform {
 
 inline constexpr char kControlSocket[] = "run/control";
 inline constexpr char kStatusLog[] = "status.jsonl";
+inline constexpr char kRefusedStatusLog[] = "refused-status.jsonl";  // reports that nobody takes
 inline constexpr char kServiceVariable[] = "ZORV_SERVICE";  // its name, for the process that is started as a service
 
 // States.

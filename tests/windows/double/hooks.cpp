@@ -223,7 +223,8 @@ void replace_rpc() {
     REPLACE(NdrClientCall2, call_client);
     REPLACE(RpcServerListen, [](unsigned least, unsigned most, unsigned returns) -> RPC_STATUS {
         write("trace RpcServerListen" + number(least) + number(most));  // clients are served from now on
-        return ::RpcServerListen(least, most, returns);
+        const HRESULT refused = failure("RpcServerListen");
+        return refused != S_OK ? refused : ::RpcServerListen(least, most, returns);
     });
 }
 
