@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <cstring>
 #include <functional>
 #include <limits>
@@ -13,6 +15,7 @@
 #include "platform/library.h"
 #include "platform/lock.h"
 #include "platform/registry.h"
+#include "platform/rpc_contexts.h"
 #include "platform/text.h"
 #include "support/machine.h"
 
@@ -147,6 +150,49 @@ TEST(Lock, CountsTheWaitOnAnAbandonedLockAsFailedButGivesOwnership) {
     lock.release();
     lock.release();
     EXPECT_TRUE(had_by_another_thread(lock));
+}
+
+// Each context's flag says that it is open.
+TEST(RpcContexts, AreTakenOnceAndEndUnderNoCall) {
+    constexpr int kThreads = 8;
+    static std::atomic<int> opened, closed;
+    opened = closed = 0;
+    const auto open = [] {
+        return std::make_shared<OpenContext>(
+            []() -> void* {
+                ++opened;
+                return new std::atomic<bool>(true);
+            },
+            [](void* context) {
+                auto* const flag = static_cast<std::atomic<bool>*>(context);
+                EXPECT_TRUE(flag->exchange(false));
+                delete flag;
+                ++closed;
+            });
+    };
+    RpcContexts contexts(1000);
+    std::array<std::atomic<int>, 1001> takers{};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i) {
+        threads.emplace_back([&] {
+            for (std::uint64_t number = 1; number <= 1000; ++number) {
+                contexts.add(open());
+                const auto used = contexts.find(number / 2);
+                takers[number] += contexts.take(number) != nullptr ? 1 : 0;
+                EXPECT_TRUE(used == nullptr || *static_cast<std::atomic<bool>*>(used->get()));
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_LE(*std::max_element(takers.begin(), takers.end()), 1);
+    EXPECT_EQ(contexts.add(open()), 0U) << "most are never taken";
+    for (std::uint64_t number = 1; number <= 1000 * kThreads; ++number) {
+        contexts.take(number);
+    }
+    EXPECT_EQ(closed, opened);
+    EXPECT_NE(contexts.add(open()), 1U) << "a number comes once";
 }
 
 TEST(Text, RefusesBytesThatAreNoUtf8) {

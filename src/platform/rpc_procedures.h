@@ -7,7 +7,8 @@
 
 namespace platform {
 
-// What RemoteOpen hands out: the floor passes it on as it is, never null, and gives it back once.
+// What RemoteOpen hands out: the floor passes it on as it is, never null, and gives it back once, when no call uses it
+// any more. Clients get a number in its place.
 using RpcContext = void*;
 
 // Text is terminated. A text buffer has room for `outputSize` characters and comes zeroed; a cookie is the client's

@@ -176,7 +176,8 @@ constexpr std::array<Row, 18> kRows = {{
 }};
 
 Json open_context(const RpcProcedures& procedures, RpcContexts& contexts) {
-    const std::uint64_t number = contexts.add(std::make_shared<OpenContext>(procedures, procedures.RemoteOpen()));
+    const std::uint64_t number =
+        contexts.add(std::make_shared<OpenContext>(procedures.RemoteOpen, procedures.RemoteClose));
     if (number == 0) {
         throw std::length_error("too many contexts on one connection");
     }

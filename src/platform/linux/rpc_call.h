@@ -4,7 +4,8 @@
 #include <functional>
 #include <string>
 
-#include "platform/linux/rpc_contexts.h"
+#include "platform/rpc_contexts.h"
+#include "platform/rpc_procedures.h"
 
 namespace platform {
 

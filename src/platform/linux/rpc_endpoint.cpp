@@ -35,11 +35,12 @@ constexpr RpcStatus kDuplicateEndpoint = 1740;
 
 constexpr rlim_t kDescriptors = 1 << 16;
 constexpr std::size_t kMostConnections = 4096;
-constexpr std::size_t kMostWaiting = 2048;  // calls of one connection
+constexpr std::size_t kMostWaiting = 2048;   // calls of one connection
+constexpr std::size_t kMostContexts = 4096;  // of one connection
 
 // One connection and its contexts, which end with it: a running call holds it, and so does the server.
 struct Session {
-    RpcContexts contexts;
+    RpcContexts contexts{kMostContexts};
     std::atomic<bool> gone{false};
 };
 

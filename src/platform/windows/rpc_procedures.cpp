@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <atomic>
 
+#include "platform/rpc_contexts.h"
 #include "platform/windows/rpc_call.h"
 #include "platform/windows/rpc_interface.h"
 #include "zorvalis_rpc.h"
@@ -17,33 +18,63 @@ constexpr std::int32_t kLargestOutput = 0x100000;  // characters; a client could
 
 std::atomic<const RpcProcedures*> registered = nullptr;
 
-// False for an error, which ends here: neither C nor the runtime knows what to do with it.
+// What the runtime says of a context that it does not know (6), and not the null one's 1775: the client holds a
+// context, but it is closed already. The runtime itself lets two calls of one client have the same context at once,
+// also two that close it.
+constexpr RPC_STATUS kClosedContext = RPC_X_SS_CONTEXT_MISMATCH;
+
+RpcContexts& contexts() {
+    static auto* const open = new RpcContexts;  // never destroyed: the runtime's threads run while the process ends
+    return *open;
+}
+
+// Of the client's side of a context: a number, so that nobody's address is ever looked at.
+std::uint64_t number_of(ClientContext context) {
+    return reinterpret_cast<std::uintptr_t>(context);
+}
+
+// The status of an error, which ends here: neither C nor the runtime knows what to do with it.
 template <class Procedure>
-bool completes(Procedure procedure) {
+RPC_STATUS status_of(Procedure procedure) {
     const ServedCall call;
     try {
-        procedure();
-        return true;
+        return procedure();
     } catch (...) {
-        return false;
+        return RPC_S_CALL_FAILED;
     }
 }
 
 // Raised from frames that hold nothing, since the runtime's exceptions run no destructors.
 template <class Procedure>
 void serve(Procedure procedure) {
-    if (!completes(procedure)) {
-        ::RpcRaiseException(RPC_S_CALL_FAILED);
+    if (const RPC_STATUS status = status_of(procedure); status != RPC_S_OK) {
+        ::RpcRaiseException(status);
     }
 }
 
 // The runtime refuses a null already, but not everywhere.
-template <auto Procedure, class... Arguments>
-void serve(ClientContext context, Arguments... arguments) {
+void refuse_null(ClientContext context) {
     if (context == nullptr) {
         ::RpcRaiseException(RPC_X_SS_IN_NULL_CONTEXT);
     }
-    serve([=] { (registered.load()->*Procedure)(context, arguments...); });
+}
+
+template <auto Procedure, class... Arguments>
+void serve(ClientContext context, Arguments... arguments) {
+    refuse_null(context);
+    serve([=] {
+        const auto open = contexts().find(number_of(context));
+        if (open == nullptr) {
+            return kClosedContext;
+        }
+        (registered.load()->*Procedure)(open->get(), arguments...);
+        return RPC_STATUS{RPC_S_OK};
+    });
+}
+
+// It ends here, or with the last call that uses it.
+RPC_STATUS close(ClientContext context) {
+    return contexts().take(number_of(context)) != nullptr ? RPC_S_OK : kClosedContext;
 }
 
 // The runtime has made room for the output, and does not fill it.
@@ -68,17 +99,23 @@ extern "C" {
 
 void serve_RemoteOpen(handle_t, ClientContext* context) {
     *context = nullptr;
-    platform::serve([context] { *context = platform::registered.load()->RemoteOpen(); });
+    platform::serve([context] {
+        const RpcProcedures& own = *platform::registered.load();
+        const auto opened = std::make_shared<platform::OpenContext>(own.RemoteOpen, own.RemoteClose);
+        *context = reinterpret_cast<ClientContext>(static_cast<std::uintptr_t>(platform::contexts().add(opened)));
+        return RPC_STATUS{RPC_S_OK};
+    });
 }
 
 void serve_RemoteClose(ClientContext* context) {
-    platform::serve<&RpcProcedures::RemoteClose>(*context);
+    platform::refuse_null(*context);
+    platform::serve([context] { return platform::close(*context); });
     *context = nullptr;
 }
 
 void __RPC_USER ClientContextRundown(ClientContext context) {
     if (context != nullptr) {
-        platform::completes([context] { platform::registered.load()->RemoteClose(context); });
+        platform::status_of([context] { return platform::close(context); });
     }
 }
 
