@@ -3,10 +3,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <thread>
 
+#include "common/log.h"
 #include "platform/linux/step_failure.h"
 #include "support/notebook.h"
 #include "support/traced.h"
@@ -53,25 +55,31 @@ TEST_F(WmiEvents, CollectForTwoNumbersAndOnlyThroughTheGates) {
         std::uint32_t number;
         const char* stored;
         const wchar_t* pending;
+        int gates;  // that say that they let it through
         void (*prepare)(Notebook&) = [](Notebook&) {};
     };
     const std::vector<Case> cases = {
-        {"graphics", 154, kRows, L"0"},
-        {"connector", 155, kRows, L"0"},
-        {"another number", 153, "", L"0"},
-        {"switched off", 154, "", L"154", [](Notebook&) { SetValue(L"MainSwitch", L"0"); }},
-        {"never asked", 154, "", L"154", [](Notebook&) { RemoveValue(L"MainSwitch"); }},
-        {"neither on nor off", 154, "", L"154", [](Notebook&) { SetValue(L"MainSwitch", L"2"); }},
-        {"over", 154, "", L"0", [](Notebook& it) { it.change_setting(R"({"totalCollectTime": "0"})"); }},
-        {"no number", 154, "", L"0", [](Notebook& it) { it.change_setting(R"({"totalCollectTime": "ever"})"); }},
-        {"not today", 154, "", L"0",
+        {"graphics", 154, kRows, L"0", 2},
+        {"connector", 155, kRows, L"0", 2},
+        {"another number", 153, "", L"0", 2},
+        {"switched off", 154, "", L"154", 0, [](Notebook&) { SetValue(L"MainSwitch", L"0"); }},
+        {"never asked", 154, "", L"154", 0, [](Notebook&) { RemoveValue(L"MainSwitch"); }},
+        {"neither on nor off", 154, "", L"154", 0, [](Notebook&) { SetValue(L"MainSwitch", L"2"); }},
+        {"over", 154, "", L"0", 0, [](Notebook& it) { it.change_setting(R"({"totalCollectTime": "0"})"); }},
+        {"no number", 154, "", L"0", 0, [](Notebook& it) { it.change_setting(R"({"totalCollectTime": "ever"})"); }},
+        {"not today", 154, "", L"0", 1,
          [](Notebook&) { SetValue(L"lastDojobTime", std::to_wstring(platform::now_seconds() - 90000)); }},
     };
     for (const Case& one : cases) {
         Notebook fresh;
         SetValue(L"MainSwitch", L"1");
         one.prepare(fresh);
-        Wake(one.number);
+        const auto lines = Traced([&] { Wake(one.number); });
+        EXPECT_EQ(
+            std::count_if(lines.begin(), lines.end(),
+                          [](const auto& line) { return line.starts_with("[WmiEventManager][waitForWmiEvent][is"); }),
+            one.gates)
+            << one.name;
         EXPECT_EQ(fresh.stored(), one.stored) << one.name;
         EXPECT_EQ(Pending(), one.pending) << one.name;
         if (*one.stored != '\0') {
@@ -84,6 +92,27 @@ TEST_F(WmiEvents, CollectForTwoNumbersAndOnlyThroughTheGates) {
             ExpectEventLog({});
         }
     }
+}
+
+TEST_F(WmiEvents, LeaveTheirNumberInTheRegistryOnlyIfItIsOneOfTheTwo) {
+    platform::EventSubscription subscription;
+    ASSERT_TRUE(subscription.enter() >= 0 && subscription.create_locator() >= 0 &&
+                subscription.connect(L"ROOT\\WMI") >= 0 && subscription.set_blanket() >= 0);
+    subscription.create_stub(std::make_shared<EventSink>(154, 155));
+    ASSERT_GE(subscription.start(L"WQL", L"SELECT * FROM ZorvQelWmiEvent"), 0);
+    SetSession(4, 1);
+    StartTrace();
+    WriteRegDword(kLocalMachine, kProductKey, kPendingEvent, 0);
+    for (const auto& [number, pending] : {std::pair{"153", L"0"}, {"155", L"155"}, {"156", L"155"}, {"154", L"154"}}) {
+        send_to_machine("events", std::string(R"({"EventID": )") + number + "}\n");
+        const std::string last = std::string("[WmiEventManager][EventSink] Indicate : EventID") + number;
+        for (int tries = 0; tries < 5000 && (TraceLines().empty() || TraceLines().back() != last); ++tries) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        EXPECT_EQ(TraceLines().back(), last);
+        EXPECT_EQ(Pending(), pending) << number;
+    }
+    StopTrace();
 }
 
 TEST_F(WmiEvents, EndAReceiverForGoodAtTheThirdSetUpThatFails) {
