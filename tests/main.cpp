@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "support/lock_watch.h"
 #include "support/loopback_server.h"
 #ifndef _WIN32
 #include "platform/linux/curl_library.h"
@@ -18,5 +19,6 @@ int main(int argc, char** argv) {
 #endif
     testing::InitGoogleTest(&argc, argv);
     LoopbackServer::begin();
+    watch_job_lock();
     return RUN_ALL_TESTS();
 }
