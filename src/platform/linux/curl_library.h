@@ -23,6 +23,7 @@ struct Curl {
     bool complete;
 };
 
+// `complete` only where it can be used; after a failure the next one to ask tries anew.
 const Curl& curl();
 
 }  // namespace platform

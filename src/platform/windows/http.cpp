@@ -28,8 +28,7 @@ HttpExchange::~HttpExchange() {
 }
 
 bool HttpExchange::open(const wchar_t* user_agent) {
-    if (winhttp().error != ERROR_SUCCESS) {
-        ::SetLastError(winhttp().error);
+    if (winhttp().open == nullptr) {
         return false;
     }
     state_->session.reset(winhttp().open(user_agent, WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, WINHTTP_NO_PROXY_NAME,

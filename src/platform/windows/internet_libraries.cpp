@@ -1,5 +1,8 @@
 #include "platform/windows/internet_libraries.h"
 
+#include <atomic>
+#include <mutex>
+
 namespace platform {
 namespace {
 
@@ -26,11 +29,32 @@ private:
     DWORD& error_;
 };
 
+// What is once complete stays. A library that could not be had may be had later: the next one to ask tries anew.
+template <class Functions>
+Functions& loaded(void (*load)(Functions& functions)) {
+    static std::mutex loading;
+    static std::atomic<Functions*> complete = nullptr;
+    if (Functions* const functions = complete) {
+        return *functions;
+    }
+    const std::lock_guard guard(loading);
+    if (complete == nullptr) {
+        static Functions none;
+        Functions found{};
+        load(found);
+        if (found.error != ERROR_SUCCESS) {
+            ::SetLastError(found.error);
+            return none;
+        }
+        complete = new Functions(found);  // for the life of the process
+    }
+    return *complete;
+}
+
 }  // namespace
 
 WinHttp& winhttp() {
-    static WinHttp functions = [] {
-        WinHttp found{};
+    return loaded<WinHttp>([](WinHttp& found) {
         const LateLibrary library(L"winhttp.dll", found.error);
         library.find(found.open, "WinHttpOpen");
         library.find(found.set_timeouts, "WinHttpSetTimeouts");
@@ -43,19 +67,14 @@ WinHttp& winhttp() {
         library.find(found.query_data_available, "WinHttpQueryDataAvailable");
         library.find(found.read_data, "WinHttpReadData");
         library.find(found.close_handle, "WinHttpCloseHandle");
-        return found;
-    }();
-    return functions;
+    });
 }
 
 WinInet& wininet() {
-    static WinInet functions = [] {
-        WinInet found{};
+    return loaded<WinInet>([](WinInet& found) {
         const LateLibrary library(L"wininet.dll", found.error);
         library.find(found.get_connected_state, "InternetGetConnectedState");
-        return found;
-    }();
-    return functions;
+    });
 }
 
 }  // namespace platform

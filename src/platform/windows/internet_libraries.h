@@ -22,9 +22,10 @@ struct WinHttp {
     decltype(&::WinHttpQueryDataAvailable) query_data_available;
     decltype(&::WinHttpReadData) read_data;
     decltype(&::WinHttpCloseHandle) close_handle;
-    DWORD error;  // why it cannot be used; 0 when it can
+    DWORD error;  // while they are looked for
 };
 
+// Without functions, and with the system's last error, where they cannot be had now.
 WinHttp& winhttp();
 
 // The headers of the two exclude each other.

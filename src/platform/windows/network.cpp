@@ -6,11 +6,8 @@ namespace platform {
 
 bool is_online() {
     DWORD flags = 0;
-    if (wininet().error != ERROR_SUCCESS) {
-        ::SetLastError(wininet().error);
-        return false;
-    }
-    return wininet().get_connected_state(&flags, 0) != FALSE;
+    auto* const get_connected_state = wininet().get_connected_state;
+    return get_connected_state != nullptr && get_connected_state(&flags, 0) != FALSE;
 }
 
 }  // namespace platform
