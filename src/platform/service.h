@@ -37,8 +37,8 @@ struct PowerSettingChange {
     std::uint32_t data;
 };
 
-// Blocks until the service has reported that it is stopped. False at once, with error 1063, when the process was not
-// started as a service.
+// Blocks until the service has reported that it is stopped; when its ServiceMain does not end soon after that, the
+// process does. False at once, with error 1063, when the process was not started as a service.
 bool run_service(const wchar_t* name, ServiceMain main);
 
 // From ServiceMain. 0 on failure.

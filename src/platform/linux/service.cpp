@@ -248,17 +248,16 @@ std::thread start_main(std::wstring name, ServiceMain main, const std::shared_pt
     });
 }
 
-// One that does not end is left behind.
+// One that does not end still uses what the caller takes away: the process ends first.
 void end_main(std::thread& thread, const std::shared_ptr<bool>& ended) {
     const auto limit = std::chrono::microseconds(scaled_wait(kMainMilliseconds));
     std::unique_lock guard(shared().mutex);
     const bool over = shared().mainEnded.wait_for(guard, limit, [&] { return *ended; });
     guard.unlock();
-    if (over) {
-        thread.join();
-    } else {
-        thread.detach();
+    if (!over) {
+        ::_exit(0);
     }
+    thread.join();
 }
 
 bool fail(std::uint32_t error) {

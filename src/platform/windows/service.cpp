@@ -42,8 +42,11 @@ bool run_service(const wchar_t* name, ServiceMain main) {
     if (::StartServiceCtrlDispatcherW(services) == FALSE) {
         return false;
     }
-    // A service may have stopped while it was starting; its start still uses what the caller takes away.
-    ::WaitForSingleObject(mainEnded, kMainMilliseconds);
+    // A service may have stopped while it was starting; its start still uses what the caller takes away. The manager
+    // knows of the stop already: the process ends before the service is destroyed under a start that hangs.
+    if (::WaitForSingleObject(mainEnded, kMainMilliseconds) != WAIT_OBJECT_0) {
+        ::TerminateProcess(::GetCurrentProcess(), 0);
+    }
     return true;
 }
 
