@@ -35,6 +35,8 @@ void PrepareOutput() {
     const HANDLE console = GetStdHandle(STD_OUTPUT_HANDLE);
     DWORD mode = 0;
     if (GetConsoleMode(console, &mode)) {
+        static const UINT before = GetConsoleOutputCP();  // the console outlives the tool, and is others' too
+        std::atexit([] { SetConsoleOutputCP(before); });
         SetConsoleOutputCP(CP_UTF8);
         SetConsoleMode(console, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING);
     }
