@@ -32,13 +32,7 @@ class ClientNotebook : public Notebook {
 public:
     ClientNotebook() {
         change_hardware(kHardware);
-        platform::set_callback_observer([this](const platform::RpcCallback& callback) {
-            const std::string kind = callback.procedure.substr(8);
-            callbacks += (callbacks.empty() ? "" : ", ") + kind + " " + callback.result + " " +
-                         std::to_string(callback.function) + " " + std::to_string(callback.cookie);
-            modesAtCallbacks += Member("WMIGetBatteryHealth") + Member("WMIGetQuietFan");
-            switchAtCallback = ::Value(L"MainSwitch");
-        });
+        platform::set_callback_observer(&observer_);
     }
     ~ClientNotebook() { platform::set_callback_observer(nullptr); }
 
@@ -59,6 +53,15 @@ public:
 
     std::string callbacks, modesAtCallbacks;
     std::wstring switchAtCallback;
+
+private:
+    const platform::RpcCallbackObserver observer_ = [this](const platform::RpcCallback& callback) {
+        const std::string kind = callback.procedure.substr(8);
+        callbacks += (callbacks.empty() ? "" : ", ") + kind + " " + callback.result + " " +
+                     std::to_string(callback.function) + " " + std::to_string(callback.cookie);
+        modesAtCallbacks += Member("WMIGetBatteryHealth") + Member("WMIGetQuietFan");
+        switchAtCallback = ::Value(L"MainSwitch");
+    };
 };
 
 std::string Answer(const std::string& call) {
@@ -189,7 +192,8 @@ TEST(ServiceCall, LeavesWithTheLockHeldWhenAMemberIsOfTheWrongType) {
         platform::set_clock({0, 0.001});
         std::thread([&] {
             EXPECT_EQ(Call(9), "") << "nobody else is served: " << call;
-            platform::set_callback_observer([](const platform::RpcCallback&) { ADD_FAILURE() << "a callback"; });
+            const platform::RpcCallbackObserver none = [](const auto&) { ADD_FAILURE() << "a callback"; };
+            platform::set_callback_observer(&none);
             SystemInfoClass().GetModelName(1);
         }).join();
         platform::set_clock({});

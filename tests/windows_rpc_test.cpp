@@ -153,15 +153,24 @@ TEST(RpcEndpoint, IsOpenedAndClosedStepByStep) {
                      "RpcEpUnregister 60 7 null", "RpcBindingVectorFree *"}));
 }
 
-TEST(RpcGuard, TakesStatusesAndOfACallbackAll) {
+TEST(RpcGuard, TakesWhateverTheOtherEndRaisesButNotTheProcessorsOwn) {
     const auto raise = [](DWORD code) {
         return [code] { ::RaiseException(code, EXCEPTION_NONCONTINUABLE, 0, nullptr); };
     };
     EXPECT_EQ(rpc_guarded([] {}), 0U);
-    EXPECT_EQ(rpc_guarded(raise(1702)), 1702U);
-    for (const DWORD code : {DWORD{1702}, DWORD{0xC0000094}, DWORD{0xE06D7363}, DWORD{0x20474343}}) {
-        EXPECT_EQ(callback_guarded(raise(code)), code);
+    for (const DWORD code :
+         {DWORD{1702}, DWORD{0xC0000094}, DWORD{0xE06D7363}, DWORD{0x20474343}, DWORD{0xC00000FD}, DWORD{0x80000003}}) {
+        EXPECT_EQ(rpc_guarded(raise(code)), code);
     }
+    static bool seen = false;
+    auto* const before = ::SetUnhandledExceptionFilter([](EXCEPTION_POINTERS* exception) -> LONG {
+        seen = exception->ExceptionRecord->ExceptionCode == EXCEPTION_BREAKPOINT;
+        ++exception->ContextRecord->Rip;
+        return EXCEPTION_CONTINUE_EXECUTION;
+    });
+    EXPECT_EQ(rpc_guarded([] { asm volatile("int3"); }), 0U);
+    ::SetUnhandledExceptionFilter(before);
+    EXPECT_TRUE(seen);
 }
 
 constexpr int kCallers = 4;

@@ -23,7 +23,10 @@ struct RpcCallback {
     std::int64_t cookie;
 };
 
-// For tests: takes the callbacks of the calling thread in the place of a client, until it is given none.
-void set_callback_observer(std::function<void(const RpcCallback&)> observer);
+// For tests: takes the callbacks of the calling thread in the place of a client, until it is given none. It is the
+// caller's: a thread keeps nothing that would have to be destroyed at its end, when the RPC runtime's threads have lost
+// their memory already.
+using RpcCallbackObserver = std::function<void(const RpcCallback&)>;
+void set_callback_observer(const RpcCallbackObserver* observer);
 
 }  // namespace platform

@@ -1,7 +1,5 @@
 #include "platform/rpc_callback.h"
 
-#include <utility>
-
 #include "platform/linux/rpc_call.h"
 #include "platform/linux/rpc_frame.h"
 
@@ -11,7 +9,7 @@ namespace {
 using zorvalis::Json;
 
 thread_local const RpcSend* client = nullptr;
-thread_local std::function<void(const RpcCallback&)> observe;
+thread_local const RpcCallbackObserver* observer = nullptr;
 
 constexpr std::int32_t kNoFunction = -1;
 
@@ -34,8 +32,8 @@ Json value(std::int64_t number) {
 
 template <class Result>
 void call_back(const char* procedure, Result result, std::int32_t function, std::int64_t cookie) {
-    if (observe) {
-        observe({procedure, words(result), function, cookie});
+    if (observer != nullptr) {
+        (*observer)({procedure, words(result), function, cookie});
     } else if (client != nullptr) {
         try {
             Json params = {{"result", value(result)}, {"cookie", cookie}};
@@ -74,8 +72,8 @@ void callback_integer(std::int32_t result, std::int32_t function, std::int64_t c
     call_back("CallbackInteger", std::int64_t{result}, function, cookie);
 }
 
-void set_callback_observer(std::function<void(const RpcCallback&)> observer) {
-    observe = std::move(observer);
+void set_callback_observer(const RpcCallbackObserver* taker) {
+    observer = taker;
 }
 
 }  // namespace platform

@@ -1,7 +1,5 @@
 #include "platform/rpc_callback.h"
 
-#include <utility>
-
 #include "platform/windows/rpc_call.h"
 #include "platform/windows/rpc_guard.h"
 #include "zorvalis_rpc.h"
@@ -10,7 +8,7 @@ namespace platform {
 namespace {
 
 thread_local int servedCalls = 0;
-thread_local std::function<void(const RpcCallback&)> observer;
+thread_local const RpcCallbackObserver* observer = nullptr;
 
 constexpr std::int32_t kNoFunction = -1;
 
@@ -24,10 +22,10 @@ std::string words(std::int64_t number) {
 
 template <class Result, class Stub>
 void call_back(const char* procedure, Result result, std::int32_t function, std::int64_t cookie, Stub stub) {
-    if (observer) {
-        observer({procedure, words(result), function, cookie});
+    if (observer != nullptr) {
+        (*observer)({procedure, words(result), function, cookie});
     } else if (servedCalls > 0) {
-        callback_guarded(stub);
+        rpc_guarded(stub);
     }
 }
 
@@ -59,8 +57,8 @@ void callback_integer(std::int32_t result, std::int32_t function, std::int64_t c
               [=] { call_CallbackInteger(result, function, cookie); });
 }
 
-void set_callback_observer(std::function<void(const RpcCallback&)> taker) {
-    observer = std::move(taker);
+void set_callback_observer(const RpcCallbackObserver* taker) {
+    observer = taker;
 }
 
 }  // namespace platform

@@ -4,33 +4,28 @@
 
 // A frame with an exception handler, which this compiler has no words for. The handler unwinds to the landing, with the
 // status in the place of the call's result.
-#define GUARDED_CALL(name)                                            \
-    asm("    .text\n"                                                 \
-        "    .globl " #name                                           \
-        "_call\n"                                                     \
-        "    .def " #name                                             \
-        "_call; .scl 2; .type 32; .endef\n"                           \
-        "    .seh_proc " #name "_call\n" #name                        \
-        "_call:\n"                                                    \
-        "    subq $40, %rsp\n"                                        \
-        "    .seh_stackalloc 40\n"                                    \
-        "    .seh_endprologue\n"                                      \
-        "    movq %rcx, %rax\n"                                       \
-        "    movq %rdx, %rcx\n"                                       \
-        "    callq *%rax\n"                                           \
-        "    xorl %eax, %eax\n"                                       \
-        "    .globl " #name "_landing\n" #name                        \
-        "_landing:\n"                                                 \
-        "    addq $40, %rsp\n"                                        \
-        "    retq\n"                                                  \
-        "    .seh_handler " #name                                     \
-        "_handler, @except\n"                                         \
-        "    .seh_endproc\n");                                        \
-    extern "C" DWORD name##_call(void (*call)(void*), void* context); \
-    extern "C" char name##_landing[];
-
-GUARDED_CALL(zorv_status_guard)
-GUARDED_CALL(zorv_callback_guard)
+asm(R"(
+    .text
+    .globl zorv_guard_call
+    .def zorv_guard_call; .scl 2; .type 32; .endef
+    .seh_proc zorv_guard_call
+zorv_guard_call:
+    subq $40, %rsp
+    .seh_stackalloc 40
+    .seh_endprologue
+    movq %rcx, %rax
+    movq %rdx, %rcx
+    callq *%rax
+    xorl %eax, %eax
+    .globl zorv_guard_landing
+zorv_guard_landing:
+    addq $40, %rsp
+    retq
+    .seh_handler zorv_guard_handler, @except
+    .seh_endproc
+)");
+extern "C" DWORD zorv_guard_call(void (*call)(void*), void* context);
+extern "C" char zorv_guard_landing[];
 
 namespace {
 
@@ -39,31 +34,24 @@ bool is_unwinding(const EXCEPTION_RECORD* record) {
     return (record->ExceptionFlags & kUnwinding) != 0;
 }
 
-void land(void* landing, EXCEPTION_RECORD* record, void* frame, DISPATCHER_CONTEXT* dispatcher) {
-    ::RtlUnwindEx(frame, landing, record, reinterpret_cast<void*>(ULONG_PTR{record->ExceptionCode}),
-                  dispatcher->ContextRecord, dispatcher->HistoryTable);
+// The two that the processor raises and nobody may go on after, or that a debugger waits for. The other end of a call
+// can name these codes too, for its fault; but what is raised for a fault cannot be continued.
+bool is_processors_own(const EXCEPTION_RECORD* record) {
+    const DWORD code = record->ExceptionCode;
+    return (code == EXCEPTION_STACK_OVERFLOW || code == EXCEPTION_BREAKPOINT) &&
+           (record->ExceptionFlags & EXCEPTION_NONCONTINUABLE) == 0;
 }
 
 }  // namespace
 
 extern "C" {
 
-// Statuses of the runtime are small numbers. All else, a fault of memory or an exception of C++, is not for us.
-__attribute__((used)) EXCEPTION_DISPOSITION zorv_status_guard_handler(EXCEPTION_RECORD* record, void* frame, CONTEXT*,
-                                                                      DISPATCHER_CONTEXT* dispatcher) {
-    constexpr DWORD kStatuses = 0x10000;
-    if (!is_unwinding(record) && record->ExceptionCode < kStatuses) {
-        land(zorv_status_guard_landing, record, frame, dispatcher);
-    }
-    return ExceptionContinueSearch;
-}
-
-// What a client's callback raises comes back under its own code, whatever it is.
-__attribute__((used)) EXCEPTION_DISPOSITION zorv_callback_guard_handler(EXCEPTION_RECORD* record, void* frame, CONTEXT*,
-                                                                        DISPATCHER_CONTEXT* dispatcher) {
-    const DWORD code = record->ExceptionCode;
-    if (!is_unwinding(record) && code != EXCEPTION_STACK_OVERFLOW && code != EXCEPTION_BREAKPOINT) {
-        land(zorv_callback_guard_landing, record, frame, dispatcher);
+// The other end decides what is raised here: it comes back under its own code, whatever it is.
+__attribute__((used)) EXCEPTION_DISPOSITION zorv_guard_handler(EXCEPTION_RECORD* record, void* frame, CONTEXT*,
+                                                               DISPATCHER_CONTEXT* dispatcher) {
+    if (!is_unwinding(record) && !is_processors_own(record)) {
+        ::RtlUnwindEx(frame, zorv_guard_landing, record, reinterpret_cast<void*>(ULONG_PTR{record->ExceptionCode}),
+                      dispatcher->ContextRecord, dispatcher->HistoryTable);
     }
     return ExceptionContinueSearch;
 }
@@ -72,11 +60,7 @@ __attribute__((used)) EXCEPTION_DISPOSITION zorv_callback_guard_handler(EXCEPTIO
 namespace platform {
 
 std::uint32_t rpc_guarded(void (*call)(void*), void* context) {
-    return zorv_status_guard_call(call, context);
-}
-
-std::uint32_t callback_guarded(void (*call)(void*), void* context) {
-    return zorv_callback_guard_call(call, context);
+    return zorv_guard_call(call, context);
 }
 
 }  // namespace platform

@@ -6,20 +6,13 @@
 
 namespace platform {
 
-// The status that was raised, 0 for none. Frames between are left without their destructors: `call` only calls a stub.
+// The status that was raised, of whatever code, 0 for none. Frames between are left without their destructors: `call`
+// only calls a stub.
 std::uint32_t rpc_guarded(void (*call)(void*), void* context);
-
-// The same, of whatever code: for a callback, in which the client decides what is raised.
-std::uint32_t callback_guarded(void (*call)(void*), void* context);
 
 template <class Call>
 std::uint32_t rpc_guarded(Call call) {
     return rpc_guarded([](void* context) { (*static_cast<Call*>(context))(); }, &call);
-}
-
-template <class Call>
-std::uint32_t callback_guarded(Call call) {
-    return callback_guarded([](void* context) { (*static_cast<Call*>(context))(); }, &call);
 }
 
 }  // namespace platform
