@@ -112,6 +112,26 @@ void free_text(RPC_WSTR text) {
     ::RpcStringFreeW(&text);
 }
 
+// The service's own endpoint has to be LocalSystem's. A machine that knows no authentication cannot tell whose it is.
+void expect_local_system(handle_t binding) {
+    BYTE sid[SECURITY_MAX_SID_SIZE];
+    DWORD size = sizeof sid;
+    if (!::CreateWellKnownSid(WinLocalSystemSid, nullptr, sid, &size)) {
+        check("CreateWellKnownSid", ::GetLastError());
+    }
+    RPC_SECURITY_QOS_V3_W qos{};
+    qos.Version = RPC_C_SECURITY_QOS_VERSION_3;
+    qos.Capabilities = RPC_C_QOS_CAPABILITIES_MUTUAL_AUTH;
+    qos.IdentityTracking = RPC_C_QOS_IDENTITY_STATIC;
+    qos.ImpersonationType = RPC_C_IMP_LEVEL_IDENTIFY;
+    qos.Sid = sid;
+    const RPC_STATUS status =
+        ::RpcBindingSetAuthInfoExW(binding, nullptr, RPC_C_AUTHN_LEVEL_PKT_PRIVACY, RPC_C_AUTHN_WINNT, nullptr,
+                                   RPC_C_AUTHZ_NONE, reinterpret_cast<RPC_SECURITY_QOS*>(&qos));
+    check("RpcBindingSetAuthInfoExW",
+          status == RPC_S_UNKNOWN_AUTHN_SERVICE ? RPC_S_OK : static_cast<std::uint32_t>(status));
+}
+
 // A stub of a call, with its own name for what it says.
 #define STUB(procedure) #procedure, call_##procedure
 
@@ -144,14 +164,19 @@ struct Client::State {
 Client::Client(Callbacks callbacks, const std::string& endpoint) : state_(std::make_unique<State>()) {
     state_->callbacks = std::make_shared<const Callbacks>(std::move(callbacks));
     std::wstring protocol = L"ncalrpc", name = wide(endpoint.empty() ? kEndpoint : endpoint);
+    // Whoever has the endpoint's name learns who calls, and may not act in the caller's name.
+    std::wstring options = L"Security=Identification Static True";
     RPC_WSTR text = nullptr;
     const auto unsigned_text = [](std::wstring& words) { return reinterpret_cast<RPC_WSTR>(words.data()); };
-    check("RpcStringBindingComposeW",
-          ::RpcStringBindingComposeW(nullptr, unsigned_text(protocol), nullptr, unsigned_text(name), nullptr, &text));
+    check("RpcStringBindingComposeW", ::RpcStringBindingComposeW(nullptr, unsigned_text(protocol), nullptr,
+                                                                 unsigned_text(name), unsigned_text(options), &text));
     const platform::Owned<free_text, RPC_WSTR> ownedText(text);
     handle_t binding = nullptr;
     check("RpcBindingFromStringBindingW", ::RpcBindingFromStringBindingW(text, &binding));
     const platform::Owned<free_binding, handle_t> ownedBinding(binding);
+    if (endpoint.empty()) {
+        expect_local_system(binding);
+    }
     check("RemoteOpen", platform::rpc_guarded([&] { call_RemoteOpen(binding, &state_->context); }));
 }
 

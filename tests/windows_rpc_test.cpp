@@ -51,6 +51,7 @@ const auto trueFind = IMPORTED(GetProcAddress);
 const auto trueLocalFree = IMPORTED(LocalFree);
 const auto trueFreeSid = IMPORTED(FreeSid);
 const auto trueSetEntries = IMPORTED(SetEntriesInAclW);
+const auto trueFromString = IMPORTED(RpcBindingFromStringBindingW);
 
 BOOL WINAPI derive(const wchar_t* name, PSID** groups, DWORD* group_count, PSID** sids, DWORD* count) {
     EXPECT_STREQ(name, kPackage);
@@ -171,6 +172,46 @@ TEST(RpcGuard, TakesWhateverTheOtherEndRaisesButNotTheProcessorsOwn) {
     EXPECT_EQ(rpc_guarded([] { asm volatile("int3"); }), 0U);
     ::SetUnhandledExceptionFilter(before);
     EXPECT_TRUE(seen);
+}
+
+// Wine knows neither of them: the first is ignored there, the second refused for want of an authentication.
+TEST(RpcClient, IsIdentifiedOnlyAndExpectsLocalSystemAtTheServicesEndpoint) {
+    static std::wstring name;
+    static RPC_STATUS answer;
+    static int asked;
+    name.clear();
+    HOOK(RpcBindingFromStringBindingW, [](RPC_WSTR text, RPC_BINDING_HANDLE* binding) -> RPC_STATUS {
+        name = reinterpret_cast<wchar_t*>(text);
+        return trueFromString(text, binding);
+    });
+    HOOK(
+        RpcBindingSetAuthInfoExW,
+        [](RPC_BINDING_HANDLE, RPC_WSTR principal, unsigned long level, unsigned long service, RPC_AUTH_IDENTITY_HANDLE,
+           unsigned long, RPC_SECURITY_QOS* wanted) -> RPC_STATUS {
+            const auto& qos = *reinterpret_cast<RPC_SECURITY_QOS_V3_W*>(wanted);
+            EXPECT_TRUE(principal == nullptr && level == RPC_C_AUTHN_LEVEL_PKT_PRIVACY && service == RPC_C_AUTHN_WINNT);
+            EXPECT_TRUE(qos.Version == 3 && qos.Capabilities == RPC_C_QOS_CAPABILITIES_MUTUAL_AUTH &&
+                        qos.ImpersonationType == RPC_C_IMP_LEVEL_IDENTIFY);
+            EXPECT_TRUE(::IsWellKnownSid(qos.Sid, WinLocalSystemSid));
+            ++asked;
+            return answer;
+        });
+    const auto open = [](RPC_STATUS status, const char* endpoint) {
+        asked = 0;
+        answer = status;
+        try {
+            const Client client({}, endpoint);
+            return std::int32_t{0};
+        } catch (const Error& error) {
+            return error.status;
+        }
+    };
+    EXPECT_EQ(open(ERROR_ACCESS_DENIED, ""), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(name, L"ncalrpc:[ZorvHelpRpcEndpoint,Security=Identification Static True]");
+    EXPECT_EQ(open(RPC_S_OK, ""), RPC_S_SERVER_UNAVAILABLE);
+    EXPECT_EQ(asked, 1);
+    EXPECT_EQ(open(RPC_S_OK, "ZorvNobody"), RPC_S_SERVER_UNAVAILABLE);
+    EXPECT_EQ(asked, 0) << "whose another endpoint is, its maker knows";
 }
 
 constexpr int kCallers = 4;
