@@ -3,12 +3,12 @@
 
 #include <windows.h>
 
-#include <algorithm>
 #include <atomic>
 
 #include "platform/rpc_contexts.h"
 #include "platform/windows/rpc_call.h"
 #include "platform/windows/rpc_interface.h"
+#include "platform/windows/rpc_memory.h"
 #include "zorvalis_rpc.h"
 
 namespace platform {
@@ -77,12 +77,14 @@ RPC_STATUS close(ClientContext context) {
     return contexts().take(number_of(context)) != nullptr ? RPC_S_OK : kClosedContext;
 }
 
-// The runtime has made room for the output, and does not fill it.
+// The runtime has made room for the output, and may have written all of it.
 void prepare_output(wchar_t* output, LONG outputSize) {
     if (outputSize <= 0 || outputSize > kLargestOutput) {
         ::RpcRaiseException(RPC_S_INVALID_BOUND);
     }
-    std::fill_n(output, outputSize, L'\0');
+    if (!clear_rpc_block(output, static_cast<std::size_t>(outputSize) * sizeof *output)) {
+        ::RpcRaiseException(RPC_S_OUT_OF_MEMORY);
+    }
 }
 
 }  // namespace
