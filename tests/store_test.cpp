@@ -1,14 +1,22 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+#ifndef _WIN32
+#include <sys/resource.h>
+#endif
+
+#include <csignal>
+#include <filesystem>
 
 #include "collection/data_collector.h"
 #include "store/db_file.h"
+#include "store/sqlite_vfs.h"
 #include "store/telemetry_db.h"
 #include "support/notebook.h"
 
 namespace zorvalis {
 namespace {
 
+namespace fs = std::filesystem;
 using Names = std::vector<std::string>;
 
 const MetricCatalogue kColumns = {{"local_time", "DATE", 0, 3, "NA", 1, 0, 0},
@@ -121,15 +129,96 @@ TEST(DatabaseFile, ThatIsDamagedCostsEveryFileOfTheFolder) {
     }
 }
 
-TEST(DatabaseFile, StaysWholeWhenItsWorkingCopyCannotBeWritten) {
+TEST(DatabaseFile, IsNotUsedThroughALink) {
+    const TestMachine machine;
+    Init();
+    const fs::path data = platform::native_path(PathOf("")), elsewhere = machine.bin_folder() + "elsewhere";
+    std::error_code error;
+    for (const fs::path& place : {data / kFile, data.parent_path()}) {
+        fs::rename(place, elsewhere);
+        fs::create_symlink(elsewhere, place, error);
+        if (error) {
+            GTEST_SKIP() << "no links here: " << error.message();
+        }
+        EXPECT_EQ(totalRecord(kFile, "T"), 9999) << place;
+        fs::remove(place);
+        fs::rename(elsewhere, place);
+        EXPECT_EQ(totalRecord(kFile, "T"), 0) << place;
+    }
+    const std::string words = "data path leads through a link, file not used";
+    ExpectEventLog({words, words});
+}
+
+std::string Number(std::uint32_t value) {  // as a journal holds it
+    std::string bytes;
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        bytes += static_cast<char>(value >> shift);
+    }
+    return bytes;
+}
+
+TEST(Sqlite, ObeysNoJournalThatNamesAnother) {
+    const TestMachine machine;
+    PrepareSqlite();
+    const std::string path = machine.bin_folder() + "x.db", victim = machine.bin_folder() + "victim";
+    const auto run = [&](const char* sql) {
+        sqlite3* database = nullptr;
+        sqlite3_open(path.c_str(), &database);
+        const int result = sqlite3_exec(database, sql, nullptr, nullptr, nullptr);
+        sqlite3_close(database);
+        return result;
+    };
+    ASSERT_EQ(run("PRAGMA page_size = 4096; CREATE TABLE T (a); INSERT INTO T VALUES (7)"), SQLITE_OK);
+    write_text(victim, "");
+    const std::string magic = "\xD9\xD5\x05\xF9\x20\xA1\x63\xD7";
+    std::uint32_t sum = 0;
+    for (const char c : victim) {
+        sum += static_cast<std::uint32_t>(c);
+    }
+    std::string journal = magic + Number(0) + Number(0) + Number(1) + Number(512) + Number(4096);  // cuts to one page
+    journal.resize(512);
+    journal += Number(262145) + victim + Number(static_cast<std::uint32_t>(victim.size())) + Number(sum) + magic;
+    write_text(path + "-journal", journal);
+    EXPECT_EQ(run("SELECT a FROM T"), SQLITE_OK);
+    EXPECT_EQ(read_text(path).size(), 8192U);
+    EXPECT_TRUE(platform::file_exists(victim));
+    EXPECT_FALSE(platform::file_exists(path + "-journal"));
+}
+
+#ifndef _WIN32
+TEST(DatabaseFile, IsReplacedByNothingThatIsNotWhole) {
+    const TestMachine machine;
+    Init();
+    Insert({"d", "1", "f", "0.5"});
+    const std::string resting = read_text(PathOf(kFile));
+    TelemetryDb handle;
+    ASSERT_EQ(openDB(kFile, handle), 0);
+    ASSERT_EQ(sqlite3_exec(handle.db, "DELETE FROM T", nullptr, nullptr, nullptr), 0);
+    const auto ignored = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{};
+    ::getrlimit(RLIMIT_FSIZE, &limit);
+    const rlimit full{4096, limit.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &full);
+    closeDB(handle);
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+    std::signal(SIGXFSZ, ignored);
+    EXPECT_TRUE(read_text(PathOf(kFile)) == resting);
+    EXPECT_EQ(totalRecord(kFile, "T"), 1);
+}
+#endif
+
+TEST(DatabaseFile, StaysWholeBesideWhatCannotBeRemoved) {
     const TestMachine machine;
     Init();
     const std::string resting = read_text(PathOf(kFile));
     write_text(PathOf("BGFS.db"), "other");
-    ASSERT_TRUE(platform::create_folder(PathOf(kFile) + ".cached"));
-    Insert({"d", "1", "f", "0.5"});
-    EXPECT_EQ(totalRecord(kFile, "T"), 9999);
-    EXPECT_EQ(read_text(PathOf(kFile)), resting);
+    for (const char* left : {".cached", ".cached.temp", ".cached-journal"}) {
+        ASSERT_TRUE(platform::create_folder(PathOf(kFile) + left));
+        Insert({"d", "1", "f", "0.5"});
+        EXPECT_EQ(totalRecord(kFile, "T"), 9999) << left;
+        EXPECT_EQ(read_text(PathOf(kFile)), resting) << left;
+        fs::remove(platform::native_path(PathOf(kFile) + left));
+    }
     EXPECT_EQ(read_text(PathOf("BGFS.db")), "other") << "a sound file is no bad one";
     ExpectEventLog({});
 }

@@ -44,6 +44,17 @@ void CreateFolders(std::initializer_list<const char*> folders, const char* words
     }
 }
 
+bool HasLink(const std::string& path) {
+    std::size_t end = std::string("C:\\ProgramData").size();
+    while (end < path.size()) {
+        end = path.find('\\', end + 1);
+        if (platform::is_link(path.substr(0, end))) {
+            return true;
+        }
+    }
+    return false;
+}
+
 void RemoveAllFilesInFolder(const std::string& folder, const std::set<std::string>& kept) {
     std::vector<platform::FolderEntry> entries;
     const std::uint32_t error = platform::list_folder(folder, entries);

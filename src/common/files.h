@@ -17,6 +17,10 @@ inline constexpr char kDataFolder[] = "C:\\ProgramData\\Zorv\\Zorvcore\\Zorvalis
 // is opened there next. Without `words` nothing is logged.
 void CreateFolders(std::initializer_list<const char*> folders, const char* words);
 
+// Whether the path, or a folder on its way below C:\ProgramData, is a link: it leads one who may write anywhere to
+// where its maker wants him.
+bool HasLink(const std::string& path);
+
 // Deletes every file directly in the folder, a path of the "C:\\" form, but the names in `kept`. Subfolders stay, and
 // so does a file that cannot be deleted.
 void RemoveAllFilesInFolder(const std::string& folder, const std::set<std::string>& kept = {});

@@ -27,6 +27,7 @@ bool copy_bytes(std::FILE* from, std::FILE* to, std::int64_t most, std::uint8_t 
 
 bool file_exists(const std::string& path);                         // a file, no folder
 bool folder_exists(const std::string& path);                       // a closing backslash is allowed
+bool is_link(const std::string& path);                             // the last part; not followed
 bool create_folder(const std::string& path);                       // one level
 bool remove_file(const std::string& path);                         // never a folder
 bool rename_file(const std::string& from, const std::string& to);  // fails when `to` exists

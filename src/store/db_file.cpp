@@ -30,6 +30,14 @@ std::string Companion(const std::string& path, const char* ending) {
     return buffer.data();
 }
 
+std::string NameOf(const std::string& path) {
+    return path.substr(path.find_last_of('\\') + 1);
+}
+
+bool IsThere(const std::string& path) {
+    return platform::file_exists(path) || platform::folder_exists(path) || platform::is_link(path);
+}
+
 // The same routine transforms both ways.
 bool CopyTransformed(std::FILE* from, std::FILE* to, std::uint8_t key) {
     constexpr std::int64_t kWhole = std::numeric_limits<std::int64_t>::max();
@@ -61,16 +69,20 @@ bool decryptDBFast(TelemetryDb& handle, std::uint8_t key) {
     const std::string temporary = Companion(handle.path, ".cached.temp");
     const std::string journal = Companion(handle.path, ".cached-journal");
     const platform::File resting = platform::open_file(handle.path, "rb");
-    platform::remove_file(cached);
-    platform::remove_file(temporary);
-    platform::remove_file(journal);  // or SQLite would replay it into the new copy
+    bool gone = true;
+    for (const std::string& left : {cached, temporary, journal}) {
+        platform::remove_file(left);
+        // The system keeps a working copy that a leaked connection of ours holds open; it can be written over.
+        gone &= !IsThere(left) || OpenWorkingCopies().count(NameOf(left)) != 0;
+    }
     handle.cachedPath = cached;
-    if (resting == nullptr) {
-        return true;
+    if (!gone || resting == nullptr) {
+        return gone;
     }
     LogMessage("[decryptDBFast] " + handle.path + " exist");
     const platform::File copy = platform::open_file(cached, "wb+");
-    return copy != nullptr && CopyTransformed(resting.get(), copy.get(), key);
+    return copy != nullptr && CopyTransformed(resting.get(), copy.get(), key) &&
+           !IsThere(journal);  // SQLite would replay it into the new copy
 }
 
 void encryptDBFast(TelemetryDb& handle, std::uint8_t key) {

@@ -26,8 +26,8 @@ inline constexpr std::uint8_t kDbKey = deployment::DbKey;
 void CreateSqliteDBFolder();
 
 // Clears what an interrupted cycle left, sets `cachedPath` and writes the working copy there. Without a readable
-// resting file there is no working copy, and SQLite will make one. False when the copy is not whole (a full disk, say):
-// it must not be taken for a bad file, nor replace the good one.
+// resting file there is no working copy, and SQLite will make one. False when what was left does not go away, and when
+// the copy is not whole (a full disk, say): it must not be taken for a bad file, nor replace the good one.
 bool decryptDBFast(TelemetryDb& handle, std::uint8_t key);
 
 // Makes the working copy the new resting file. Without a complete copy the resting file stays as it was.

@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 #include <mutex>
+#include <string_view>
 
 #include "platform/clock.h"
 
@@ -49,12 +50,31 @@ const sqlite3_io_methods* WithoutFlush(const sqlite3_io_methods* methods) {
     return methods;
 }
 
+// Of another's making: a transaction over several databases is none of ours, and no database of ours has a log.
 int Open(sqlite3_vfs* vfs, const char* name, sqlite3_file* file, int flags, int* opened) {
+    if ((flags & (SQLITE_OPEN_SUPER_JOURNAL | SQLITE_OPEN_WAL)) != 0) {
+        file->pMethods = nullptr;
+        return SQLITE_CANTOPEN;
+    }
     const int result = system->xOpen(vfs, name, file, flags, opened);
     if (file->pMethods != nullptr) {
         file->pMethods = WithoutFlush(file->pMethods);
     }
     return result;
+}
+
+bool IsJournal(std::string_view name) {
+    return name.ends_with("-journal");
+}
+
+// SQLite takes a journal that names a super-journal back only when that is there, and deletes it then.
+int Access(sqlite3_vfs* vfs, const char* name, int flags, int* result) {
+    *result = 0;
+    return flags != SQLITE_ACCESS_EXISTS || IsJournal(name) ? system->xAccess(vfs, name, flags, result) : SQLITE_OK;
+}
+
+int Delete(sqlite3_vfs* vfs, const char* name, int sync) {
+    return IsJournal(name) ? system->xDelete(vfs, name, sync) : SQLITE_IOERR_DELETE;
 }
 
 constexpr int kLongestStatement = 1 << 20;  // far above any sample's; a longer one would swell its file for good
@@ -73,6 +93,8 @@ bool Register() {
     vfs.zName = "machine";
     vfs.pNext = nullptr;
     vfs.xOpen = Open;
+    vfs.xAccess = Access;
+    vfs.xDelete = Delete;
     vfs.xCurrentTime = CurrentTime;
     vfs.xCurrentTimeInt64 = CurrentTimeInt64;
     return sqlite3_vfs_register(&vfs, 1) == SQLITE_OK &&

@@ -28,6 +28,10 @@ int Open(const std::string& dbName, TelemetryDb& handle, std::uint8_t key) {
         return SQLITE_CANTOPEN;
     }
     handle.path = kDataFolder + dbName;
+    if (HasLink(handle.path)) {
+        ReportServiceEvent(L"data path leads through a link, file not used", kWarning);
+        return SQLITE_CANTOPEN;
+    }
     if (!decryptDBFast(handle, key)) {
         return SQLITE_IOERR;
     }

@@ -84,6 +84,11 @@ bool file_exists(const std::string& path) {
     return mode != 0 && !S_ISDIR(mode);
 }
 
+bool is_link(const std::string& path) {
+    struct stat status {};
+    return ::lstat(folder_path(path).c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+}
+
 bool folder_exists(const std::string& path) {
     return S_ISDIR(mode_of(folder_path(path)));
 }

@@ -7,9 +7,9 @@
 namespace platform {
 namespace {
 
-bool has_attributes(const std::string& path, DWORD folder) {
+bool has_attributes(const std::string& path, DWORD mask, DWORD wanted) {
     const DWORD attributes = ::GetFileAttributesW(to_wide(path).c_str());
-    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == folder;
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & mask) == wanted;
 }
 
 }  // namespace
@@ -36,11 +36,17 @@ bool copy_bytes(std::FILE* from, std::FILE* to, std::int64_t most, std::uint8_t 
 }
 
 bool file_exists(const std::string& path) {
-    return has_attributes(path, 0);
+    return has_attributes(path, FILE_ATTRIBUTE_DIRECTORY, 0);
 }
 
 bool folder_exists(const std::string& path) {
-    return has_attributes(path, FILE_ATTRIBUTE_DIRECTORY);
+    return has_attributes(path, FILE_ATTRIBUTE_DIRECTORY, FILE_ATTRIBUTE_DIRECTORY);
+}
+
+bool is_link(const std::string& path) {
+    // Behind a closing backslash the link's target would be looked at.
+    const std::string link = path.substr(0, path.find_last_not_of('\\') + 1);
+    return has_attributes(link, FILE_ATTRIBUTE_REPARSE_POINT, FILE_ATTRIBUTE_REPARSE_POINT);
 }
 
 bool create_folder(const std::string& path) {
