@@ -6,6 +6,7 @@
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
+#include <thread>
 
 #include "collection/collectors.h"
 #include "store/telemetry_db.h"
@@ -101,6 +102,26 @@ TEST_F(Kill, AtAnyCallLeavesTheRowAtRestAndTheNextPassGoesOn) {
             EXPECT_FALSE(IsKilled()) << when;
             ExpectSent(when);
         }
+    }
+}
+
+TEST_F(Kill, NothingIsLostWhereAPassMeetsRecordedEvents) {
+    for (int meeting = 0; meeting < 2; ++meeting) {
+        StartAnew();
+        std::atomic<bool> ended = false;
+        std::thread pass([&] {
+            EXPECT_FALSE(IsKilled());
+            ended = true;
+        });
+        int rows = 0;
+        while (!ended) {
+            insert(kFile, "INSERT INTO Thermal (freq) VALUES (" + std::to_string(++rows) + ")");
+        }
+        pass.join();
+        EXPECT_EQ(machine.query(kFile, "SELECT COUNT(*) FROM Thermal"), (Rows{{std::to_string(rows)}}));
+        EXPECT_EQ(machine.query(kStatusDb, "SELECT COUNT(*) FROM FILESTATUS WHERE FILE_STATUS != 2"), (Rows{{"1"}}));
+        EXPECT_EQ(machine.data_files(), (std::vector<std::string>{kStatusDb, kFile}))
+            << "a lock is no file of the folder";
     }
 }
 

@@ -11,6 +11,7 @@
 
 #include "platform/clock.h"
 #include "platform/error.h"
+#include "platform/file_lock.h"
 #include "platform/files.h"
 #include "platform/library.h"
 #include "platform/lock.h"
@@ -134,6 +135,24 @@ TEST(Lock, BelongsToItsThreadForAsManyReleasesAsWaits) {
     EXPECT_FALSE(had_by_another_thread(lock));
     lock.release();
     EXPECT_TRUE(had_by_another_thread(lock));
+}
+
+TEST(FileLock, KeepsOthersOutForAsLongAsTheyWait) {
+    const TestMachine machine;
+    const auto had_by_another = [](const char* name) {
+        bool had = false;
+        std::thread([&] { had = FileLock(name, 1).held(); }).join();
+        return had;
+    };
+    FileLock first("x.db", 0);
+    {
+        const FileLock again("x.db", 0);
+        EXPECT_TRUE(first.held() && again.held());
+    }
+    EXPECT_FALSE(had_by_another("x.db"));
+    EXPECT_TRUE(had_by_another("y.db"));
+    first = FileLock("sub\\y.db", 0);
+    EXPECT_TRUE(first.held() && had_by_another("x.db"));
 }
 
 TEST(Lock, CountsTheWaitOnAnAbandonedLockAsFailedButGivesOwnership) {

@@ -6,6 +6,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <thread>
 
 #include "collection/data_collector.h"
 #include "store/db_file.h"
@@ -127,6 +128,24 @@ TEST(DatabaseFile, ThatIsDamagedCostsEveryFileOfTheFolder) {
         EXPECT_EQ(totalRecord(kFile, "T"), 0);
         ExpectEventLog({"validate file false"});
     }
+}
+
+TEST(DatabaseFile, ThatIsDamagedSparesTheCyclesThatAreOpen) {
+    const TestMachine machine;
+    TelemetryDb open;
+    ASSERT_EQ(openDB("A.db", open), 0);
+    ASSERT_EQ(sqlite3_exec(open.db, "CREATE TABLE T (a); INSERT INTO T VALUES (7)", nullptr, nullptr, nullptr), 0);
+    const platform::FileLock held("C.db", 0);
+    for (const bool ofAnotherProcess : {false, true}) {  // a thread stands for one: locks are a thread's own
+        write_text(PathOf("C.db.cached"), "open elsewhere");
+        write_text(PathOf("D.db.cached"), "left behind");
+        write_text(PathOf(kFile), std::string(4096, 'x'));
+        ofAnotherProcess ? std::thread(Init).join() : Init();
+        EXPECT_EQ(machine.data_files(),
+                  ofAnotherProcess ? (Names{"A.db.cached", "C.db.cached", kFile}) : (Names{"A.db.cached", kFile}));
+    }
+    closeDB(open);
+    EXPECT_EQ(machine.query("A.db", "SELECT a FROM T"), (std::vector<Names>{{"7"}}));
 }
 
 TEST(DatabaseFile, IsNotUsedThroughALink) {

@@ -80,7 +80,8 @@ bool IsBareFileName(std::string_view name) {
 }
 
 bool IsInDataFolder(const std::string& name) {
-    return IsBareFileName(name) && platform::file_exists(kDataFolder + name);
+    const std::string path = kDataFolder + name;
+    return IsBareFileName(name) && platform::file_exists(path) && !HasLink(path);
 }
 
 std::string getCurrentPath() {

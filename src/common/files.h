@@ -32,7 +32,7 @@ std::int64_t GetFileSize(const std::string& path);
 // and not short of an ending that Windows drops.
 bool IsBareFileName(std::string_view name);
 
-// Whether the data folder has a file of that bare name. Any other name is that of a file that is not there.
+// Whether the data folder has a file of that bare name, reached through no link. Any other is not there.
 bool IsInDataFolder(const std::string& name);
 
 // The folder of the running executable with its closing separator, for an executable whose name has 22 characters.

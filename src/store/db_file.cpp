@@ -6,6 +6,7 @@
 #include <cstring>
 #include <limits>
 #include <stdexcept>
+#include <vector>
 
 #include "collection/data_collector.h"
 #include "common/device_identity.h"
@@ -44,6 +45,20 @@ bool CopyTransformed(std::FILE* from, std::FILE* to, std::uint8_t key) {
     return platform::copy_bytes(from, to, kWhole, key);
 }
 
+// What a wipe spares of others' cycles: the working files of any other database that a process holds the lock of.
+std::set<std::string> KeptInWipe(const std::string& condemned) {
+    std::set<std::string> kept(OpenWorkingCopies().begin(), OpenWorkingCopies().end());
+    std::vector<platform::FolderEntry> entries;
+    platform::list_folder(kDataFolder, entries);
+    for (const platform::FolderEntry& entry : entries) {
+        const std::string name = entry.name.substr(0, entry.name.find(".cached"));
+        if (name != entry.name && name != condemned && !platform::FileLock(name, 0).held()) {
+            kept.insert(entry.name);
+        }
+    }
+    return kept;
+}
+
 const wchar_t* RegistryValueOf(std::int32_t triggerType) {
     switch (classOfTrigger(triggerType)) {
         case DbClass::event:
@@ -59,9 +74,17 @@ const wchar_t* RegistryValueOf(std::int32_t triggerType) {
 }  // namespace
 
 void CreateSqliteDBFolder() {
+    if (HasLink(kDataFolder)) {
+        return;
+    }
     CreateFolders({"C:\\ProgramData\\", "C:\\ProgramData\\Zorv\\", "C:\\ProgramData\\Zorv\\Zorvcore\\", kProductFolder,
                    kDataFolder},
                   "CreateSqliteDBFolder: ");
+}
+
+platform::FileLock LockDatabaseFile(const std::string& dbName) {
+    constexpr std::uint32_t kLongestWait = 5000;
+    return platform::FileLock(dbName, kLongestWait);
 }
 
 bool decryptDBFast(TelemetryDb& handle, std::uint8_t key) {
@@ -124,14 +147,14 @@ void validateDB(TelemetryDb& handle) {
         LogMessage("[validateDB] sqlite3_close fail");
     }
     if (valid == 0) {
-        RemoveAllFilesInFolder(kDataFolder, OpenWorkingCopies());
+        RemoveAllFilesInFolder(kDataFolder, KeptInWipe(NameOf(handle.path)));
         ReportServiceEvent(L"validate file false", kWarning);
         LogMessage(std::string("[validateDB] RemoveAllFilesInFolder: ") + kDataFolder);
     }
 }
 
-std::set<std::string>& OpenWorkingCopies() {
-    static auto* const names = new std::set<std::string>;
+std::multiset<std::string>& OpenWorkingCopies() {
+    static auto* const names = new std::multiset<std::string>;
     return *names;
 }
 
@@ -179,6 +202,7 @@ std::string getAutoDBFileName() {
 void setDbPath(DataCollector& collector) {
     collector.dbName += "_" + getAutoDBFileName() + ".db";
     LogMessage("dbName:    " + collector.dbName);
+    const platform::FileLock lock = LockDatabaseFile(collector.dbName);
     if (platform::file_exists(kDataFolder + collector.dbName)) {
         LogMessage("db file already exists");
         return;

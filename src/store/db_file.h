@@ -6,7 +6,8 @@
 //   recorded     the upload side has taken the registry's text; rows may still be added
 //   gone         the keep limit, or validateDB, which empties the folder for one bad file
 //
-// All of it runs under the job lock; nothing else keeps two cycles on one file apart.
+// All of it runs under the job lock, which keeps the threads of this process apart; a lock of the file keeps a pass and
+// the service apart.
 #pragma once
 
 #include <cstdint>
@@ -14,6 +15,7 @@
 #include <string>
 
 #include "common/deployment.h"
+#include "platform/file_lock.h"
 #include "store/telemetry_handle.h"
 
 namespace zorvalis {
@@ -24,6 +26,11 @@ inline constexpr std::uint8_t kDbKey = deployment::DbKey;
 
 // Makes the data folder with all its parents.
 void CreateSqliteDBFolder();
+
+// What a cycle holds from before it looks at the file until the file rests again, and whoever else looks at it
+// meanwhile, since it is missing between the delete and the rename. Waits five seconds at most and goes on without it
+// then, so that nobody who keeps it stops the service.
+platform::FileLock LockDatabaseFile(const std::string& dbName);
 
 // Clears what an interrupted cycle left, sets `cachedPath` and writes the working copy there. Without a readable
 // resting file there is no working copy, and SQLite will make one. False when what was left does not go away, and when
@@ -38,7 +45,7 @@ void validateDB(TelemetryDb& handle);
 
 // The working copies that open cycles of this process hold, by name. The system refuses to delete an open file, so a
 // cycle that goes on while another file is condemned writes its rows back; where it would not refuse, these are spared.
-std::set<std::string>& OpenWorkingCopies();
+std::multiset<std::string>& OpenWorkingCopies();
 
 // The row callback of validateDB; `context` is the validity flag, an int.
 int integritycheckCallback(void* context, int count, char** values, char** names);

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <exception>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "common/files.h"
@@ -28,6 +29,7 @@ int Open(const std::string& dbName, TelemetryDb& handle, std::uint8_t key) {
         return SQLITE_CANTOPEN;
     }
     handle.path = kDataFolder + dbName;
+    platform::FileLock lock = LockDatabaseFile(dbName);
     if (HasLink(handle.path)) {
         ReportServiceEvent(L"data path leads through a link, file not used", kWarning);
         return SQLITE_CANTOPEN;
@@ -42,6 +44,7 @@ int Open(const std::string& dbName, TelemetryDb& handle, std::uint8_t key) {
         handle.db = nullptr;
     } else {
         OpenWorkingCopies().insert(NameOf(handle));
+        handle.lock = std::move(lock);
     }
     return result;
 }
@@ -52,8 +55,9 @@ int Close(TelemetryDb& handle, std::uint8_t key) {
     if (result == SQLITE_OK) {
         handle.db = nullptr;
     }
-    OpenWorkingCopies().erase(NameOf(handle));
+    OpenWorkingCopies().extract(NameOf(handle));  // one: a leaked connection keeps its own
     encryptDBFast(handle, key);
+    handle.lock = {};
     return result;
 }
 
@@ -80,7 +84,7 @@ public:
         return Close(handle_, kDbKey);
     }
 
-    // The connection stays open for the life of the process, and the working copy where it is.
+    // The connection stays open for the life of the process, and the working copy where it is; the lock does not.
     void Abandon() {
         static auto* const connections = new std::vector<sqlite3*>;
         connections->push_back(handle_.db);

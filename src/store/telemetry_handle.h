@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "platform/file_lock.h"
+
 struct sqlite3;
 
 namespace zorvalis {
@@ -11,6 +13,7 @@ struct TelemetryDb {
     sqlite3* db = nullptr;
     std::string path;
     std::string cachedPath;
+    platform::FileLock lock = {};  // while the cycle is open
 };
 
 }  // namespace zorvalis

@@ -12,6 +12,7 @@
 #include "common/time.h"
 #include "platform/clock.h"
 #include "platform/files.h"
+#include "store/db_file.h"
 #include "upload/answer.h"
 #include "upload/chunk_hash.h"
 #include "upload/file_status.h"
@@ -139,7 +140,9 @@ std::int32_t SendChunk(Sending& file, std::int32_t chunkSize) {
                " filesize: " + std::to_string(file.size));
     file.row.SetStage("'getMD5'");
     std::optional<std::string> chunkPath;
+    platform::FileLock lock = LockDatabaseFile(file.record.fileName);
     const std::string md5 = getMD5(file.path, static_cast<std::int32_t>(file.offset), chunkSize, false, chunkPath);
+    lock = {};
     if (md5.empty()) {
         return Ended(file, BG_UPLOAD_STATUS_MD5_ERROR, "BG_UPLOAD_STATUS_MD5_ERROR");
     }
@@ -241,7 +244,8 @@ std::int32_t BG_FILESTATUS_CONTROLLER::startUpload(std::int32_t fileType, std::i
             row.Set(FILE_UPLOAD_START_TIME, Quoted(NowTimeString()));
             row.Set(FILE_UPLOAD_STATUS, std::int64_t{BG_UPLOAD_STATUS_IN_PROGRESS});
             row.SetStage("'initUploadFile start'");
-            if (IsInDataFolder(file.fileName)) {  // one that is gone is not made anew
+            if (const platform::FileLock lock = LockDatabaseFile(file.fileName);
+                IsInDataFolder(file.fileName)) {  // one that is gone is not made anew
                 createAllTables(file.fileName, static_cast<DbClass>(file.fileType));
             }
             const std::int32_t code = uploading(cycle.Connection(), file, chunkIndex);
@@ -265,10 +269,11 @@ std::int32_t BG_FILESTATUS_CONTROLLER::uploading(sqlite3* database, const FileRe
         row.SetStage("'updb == NULL'");
         return BG_UPLOAD_STATUS_ERROR;
     }
-    if (IsBareFileName(record.fileName)) {
+    Sending file{row, record, kDataFolder + record.fileName};
+    platform::FileLock lock = LockDatabaseFile(record.fileName);
+    if (lock.held()) {
         RemoveLeftovers(record.fileName);
     }
-    Sending file{row, record, kDataFolder + record.fileName};
     if (!IsInDataFolder(record.fileName)) {
         LogMessage("[BG_FILESTATUS_CONTROLLER][uploading] Step0 " + record.fileName + " not exist ");
         row.SetStage("'File Not Exist'");
@@ -279,6 +284,7 @@ std::int32_t BG_FILESTATUS_CONTROLLER::uploading(sqlite3* database, const FileRe
     if (unmeasured != 0) {
         return unmeasured;  // these rows keep their older response
     }
+    lock = {};
     const std::int32_t code = SendToServer(file, ChunkSizeOf(chunkIndex));
     row.Set(FILE_SERVER_RESPONSE, Quoted(std::move(file.response)));
     row.SetStage("'uploading complete'");

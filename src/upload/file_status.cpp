@@ -12,6 +12,7 @@
 #include "common/log.h"
 #include "common/number.h"
 #include "platform/files.h"
+#include "store/db_file.h"
 #include "upload/chunk_hash.h"
 #include "upload/status_cycle.h"
 
@@ -260,6 +261,7 @@ void BG_FILESTATUS_CONTROLLER::startDelete(std::int32_t fileType, std::int32_t k
         const std::string& name = names[index];
         LogMessage("[BG_FILESTATUS_CONTROLLER][startDelete] " + name);
         if (IsBareFileName(name)) {
+            const platform::FileLock lock = LockDatabaseFile(name);
             platform::remove_file(kDataFolder + name);
             RemoveLeftovers(name);
         }

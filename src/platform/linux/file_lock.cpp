@@ -1,0 +1,89 @@
+#include "platform/file_lock.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+
+#include <algorithm>
+#include <chrono>
+#include <map>
+#include <mutex>
+#include <thread>
+#include <utility>
+
+#include "platform/linux/machine_file.h"
+
+namespace platform {
+namespace {
+
+using Owner = std::pair<std::string, std::thread::id>;
+
+struct Held {
+    Descriptor file;
+    int count = 0;
+};
+
+std::mutex tableMutex;
+
+// What the threads of this process hold.
+std::map<Owner, Held>& table() {
+    static auto* const held = new std::map<Owner, Held>;  // never destroyed: pool threads outlive the statics
+    return *held;
+}
+
+// In the machine's run folder: in the data folder only resting files stay.
+Descriptor open_lock(std::string name) {
+    std::replace(name.begin(), name.end(), '/', '_');
+    make_folders(machine_path("run"));
+    const std::string path = machine_path("run/" + name + ".lock");
+    return Descriptor(retry([&] { return ::open(path.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666); }));
+}
+
+// flock has no wait with a limit.
+bool lock_within(int file, std::uint32_t milliseconds) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+    while (::flock(file, LOCK_EX | LOCK_NB) != 0) {
+        if ((errno != EWOULDBLOCK && errno != EINTR) || std::chrono::steady_clock::now() >= end) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+}  // namespace
+
+struct FileLock::State {
+    Owner owner;
+};
+
+FileLock::FileLock(const std::string& name, std::uint32_t milliseconds) {
+    std::unique_ptr<State, Release> state(new State{{name, std::this_thread::get_id()}});
+    {
+        const std::lock_guard guard(tableMutex);
+        const auto found = table().find(state->owner);
+        if (found != table().end()) {
+            ++found->second.count;
+            state_ = std::move(state);
+            return;
+        }
+    }
+    Descriptor file = open_lock(name);
+    if (file && lock_within(file.get(), milliseconds)) {
+        const std::lock_guard guard(tableMutex);
+        table()[state->owner] = {std::move(file), 1};
+        state_ = std::move(state);
+    } else {
+        delete state.release();  // nothing to give up
+    }
+}
+
+void FileLock::Release::operator()(State* state) const {
+    const std::unique_ptr<State> last(state);
+    const std::lock_guard guard(tableMutex);
+    const auto found = table().find(state->owner);
+    if (found != table().end() && --found->second.count == 0) {
+        table().erase(found);
+    }
+}
+
+}  // namespace platform
