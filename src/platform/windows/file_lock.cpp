@@ -15,16 +15,23 @@ namespace {
 
 using OwnedMemory = Owned<::LocalFree, void*>;
 
-// Anybody may make a mutex of that name first, and keep it. Only LocalSystem's and the administrators' is waited for.
-bool is_trusted(HANDLE mutex) {
+// Anybody may make a mutex of that name first, and keep it. Only one is waited for that belongs to whom ours would: to
+// the administrators, for a process of LocalSystem.
+bool is_ours(HANDLE mutex) {
+    struct {
+        TOKEN_OWNER owner;
+        BYTE sid[SECURITY_MAX_SID_SIZE];
+    } own;
+    DWORD size = 0;
     PSID owner = nullptr;
     PSECURITY_DESCRIPTOR descriptor = nullptr;
-    if (::GetSecurityInfo(mutex, SE_KERNEL_OBJECT, OWNER_SECURITY_INFORMATION, &owner, nullptr, nullptr, nullptr,
+    if (!::GetTokenInformation(::GetCurrentProcessToken(), TokenOwner, &own, sizeof own, &size) ||
+        ::GetSecurityInfo(mutex, SE_KERNEL_OBJECT, OWNER_SECURITY_INFORMATION, &owner, nullptr, nullptr, nullptr,
                           &descriptor) != ERROR_SUCCESS) {
         return false;
     }
     const OwnedMemory memory(descriptor);
-    return ::IsWellKnownSid(owner, WinLocalSystemSid) || ::IsWellKnownSid(owner, WinBuiltinAdministratorsSid);
+    return ::EqualSid(owner, own.owner.Owner) != FALSE;
 }
 
 OwnedHandle open_mutex(const std::string& name) {
@@ -39,7 +46,7 @@ OwnedHandle open_mutex(const std::string& name) {
     std::replace(full.begin(), full.end(), L'\\', L'_');
     full.insert(0, L"Global\\Zorvalis ");
     OwnedHandle mutex(::CreateMutexExW(&attributes, full.c_str(), 0, SYNCHRONIZE | MUTEX_MODIFY_STATE | READ_CONTROL));
-    return mutex != nullptr && is_trusted(mutex.get()) ? std::move(mutex) : nullptr;
+    return mutex != nullptr && is_ours(mutex.get()) ? std::move(mutex) : nullptr;
 }
 
 }  // namespace
