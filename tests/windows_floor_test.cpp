@@ -147,6 +147,43 @@ TEST(Files, NameAnyFileInUtf8) {
     EXPECT_NE(list_folder(folder + "\xFF", entries), 0U);
 }
 
+HANDLE holder;
+int naps, napsUntilFree;
+
+TEST(Files, ThatAnotherProgramHoldsForAMomentAreWaitedFor) {
+    const TestMachine machine;
+    const std::string folder = machine.bin_folder(), from = folder + "from", to = folder + "to";
+    HOOK(Sleep, [](DWORD) {
+        if (++naps == napsUntilFree) {
+            ::CloseHandle(holder);
+        }
+    });
+    const std::function<bool()> acts[] = {[&] { return open_file(from, "rb") != nullptr; },
+                                          [&] { return rename_file(from, to); }, [&] { return remove_file(from); }};
+    for (const int free : {3, 100}) {
+        for (const auto& act : acts) {
+            remove_file(to);
+            write_text(from, "");
+            naps = 0;
+            napsUntilFree = free;
+            holder = ::CreateFileA(from.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+            EXPECT_EQ(act(), free == 3) << &act - acts;
+            EXPECT_EQ(naps, free == 3 ? 3 : 9) << &act - acts;
+            if (free == 100) {
+                ::CloseHandle(holder);
+            }
+        }
+    }
+    naps = 0;
+    write_text(to, "");
+    EXPECT_FALSE(remove_file(folder) || remove_file(folder + "none") || open_file(folder, "rb") ||
+                 rename_file(from, to));
+    ::SetFileAttributesA(to.c_str(), FILE_ATTRIBUTE_READONLY);
+    EXPECT_FALSE(remove_file(to));
+    ::SetFileAttributesA(to.c_str(), FILE_ATTRIBUTE_NORMAL);
+    EXPECT_EQ(naps, 0) << "that stays refused";
+}
+
 // The system's end of a trace session.
 struct Session {
     WMIDPREQUEST callback = nullptr;

@@ -4,6 +4,7 @@
 
 #include <wincrypt.h>
 
+#include "platform/windows/busy_file.h"
 #include "platform/windows/wide.h"
 
 namespace platform {
@@ -56,11 +57,14 @@ InputFile::~InputFile() {
 }
 
 bool InputFile::open(const std::string& path) {
-    // Shared as the files of the C library are.
-    handle_ = reinterpret_cast<std::intptr_t>(::CreateFileW(to_wide(path).c_str(), GENERIC_READ,
-                                                            FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
-                                                            FILE_ATTRIBUTE_NORMAL, nullptr));
-    return as_handle(handle_) != INVALID_HANDLE_VALUE;
+    const std::wstring name = to_wide(path);
+    return done_in_time(name, [&] {
+        // Shared as the files of the C library are.
+        handle_ = reinterpret_cast<std::intptr_t>(::CreateFileW(name.c_str(), GENERIC_READ,
+                                                                FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                                                OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+        return as_handle(handle_) != INVALID_HANDLE_VALUE;
+    });
 }
 
 bool InputFile::read(void* buffer, std::size_t size, std::size_t& count) {

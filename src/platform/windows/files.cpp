@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include "platform/windows/busy_file.h"
 #include "platform/windows/wide.h"
 
 namespace platform {
@@ -15,7 +16,13 @@ bool has_attributes(const std::string& path, DWORD mask, DWORD wanted) {
 }  // namespace
 
 File open_file(const std::string& path, const char* mode) {
-    return File(::_wfopen(to_wide(path).c_str(), to_wide(mode).c_str()));
+    const std::wstring name = to_wide(path);
+    File file;
+    done_in_time(name, [&] {
+        file.reset(::_wfopen(name.c_str(), to_wide(mode).c_str()));
+        return file != nullptr;
+    });
+    return file;
 }
 
 std::int64_t seek_to_end(std::FILE* file) {
@@ -54,11 +61,13 @@ bool create_folder(const std::string& path) {
 }
 
 bool remove_file(const std::string& path) {
-    return ::DeleteFileW(to_wide(path).c_str()) != FALSE;
+    const std::wstring name = to_wide(path);
+    return done_in_time(name, [&] { return ::DeleteFileW(name.c_str()) != FALSE; });
 }
 
 bool rename_file(const std::string& from, const std::string& to) {
-    return ::MoveFileW(to_wide(from).c_str(), to_wide(to).c_str()) != FALSE;
+    const std::wstring source = to_wide(from), target = to_wide(to);
+    return done_in_time(source, [&] { return ::MoveFileW(source.c_str(), target.c_str()) != FALSE; });
 }
 
 std::uint32_t list_folder(const std::string& folder, std::vector<FolderEntry>& entries) {
