@@ -2,12 +2,14 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
 
 #include "support/notebook.h"
 
 namespace zorvalis {
 namespace {
 
+namespace fs = std::filesystem;
 constexpr char kEverything[] = "O Thermal 1, O Battery_Power 1, O SysInfo 1";
 
 class Pass : public testing::Test {
@@ -94,8 +96,16 @@ TEST_F(Pass, GoesOnWithoutWhatAMachineMayLack) {
     EXPECT_NE(Value(L"GetThermal"), ERROR_READREG);
     ASSERT_TRUE(platform::remove_file(std::string(kProductFolder) + "data"));
     RemoveValue(L"GetThermal");
+    const fs::path elsewhere = fs::path(machine.bin_folder()) / "elsewhere", before = fs::current_path();
+    std::error_code ignored;  // each side has its own library
+    fs::create_directory(elsewhere);
+    for (const char* file : {"ZorvWinIo64.dll", "ZorvWinIo64.so", "hardware.json"}) {
+        fs::copy_file(machine.bin_folder() + file, elsewhere / file, ignored);
+    }
     machine.remove_library();
+    fs::current_path(elsewhere);  // where everybody may have put one
     Run("-j0");
+    fs::current_path(before);
     EXPECT_EQ(Value(L"GetThermal"), ERROR_READREG) << "without its chassis no machine is a notebook";
     machine.install_library();
     ASSERT_TRUE(platform::remove_file(machine.bin_folder() + "default.json"));

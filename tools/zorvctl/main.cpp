@@ -13,6 +13,9 @@
 #include "common/version.h"
 #include "host.h"
 #include "output.h"
+#if defined(_WIN32)
+#include "platform/windows/process.h"
+#endif
 
 namespace {
 
@@ -77,6 +80,7 @@ int Run(std::vector<std::string> arguments) {
 
 #if defined(_WIN32)
 int wmain(int argc, wchar_t** argv) {
+    platform::distrust_users();
     std::vector<std::string> arguments;
     for (int i = 1; i < argc; ++i) {
         arguments.push_back(zorvalis::WideToUtf8(argv[i]));
