@@ -33,8 +33,9 @@ StartedService::StartedService(const std::string& name, const std::string&, cons
     using Handle = platform::Owned<::CloseServiceHandle, SC_HANDLE>;
     const Handle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
     const Handle service(OpenServiceW(manager.get(), Utf82Unicode(name).c_str(), SERVICE_START));
-    Require(service != nullptr && StartServiceW(service.get(), 0, nullptr) != FALSE,
-            name + " cannot be started: error " + std::to_string(GetLastError()));
+    const bool started = service != nullptr && StartServiceW(service.get(), 0, nullptr) != FALSE;
+    const DWORD error = GetLastError();  // not beside the call: arguments have no order
+    Require(started, name + " cannot be started: error " + std::to_string(error));
 }
 
 bool StartedService::HasEnded(const platform::ServiceStatus& status) {
