@@ -16,6 +16,15 @@ if(ZORV_CCACHE)
     set(CMAKE_CXX_COMPILER_LAUNCHER ${ZORV_CCACHE})
 endif()
 
+# What an overrun of a buffer meets. On Linux the sanitizers have better checks than the C library.
+add_compile_options(-fstack-protector-strong)
+if(WIN32)
+    add_compile_definitions($<$<CONFIG:Release>:_FORTIFY_SOURCE=2>)
+    add_link_options(-fstack-protector-strong -Wl,--dynamicbase,--high-entropy-va,--nxcompat)  # the first for libssp
+else()
+    add_link_options(-Wl,-z,now)
+endif()
+
 add_library(zorv_options INTERFACE)
 # -Wrestrict gives false alarms on joined strings in this compiler's optimised builds.
 target_compile_options(zorv_options INTERFACE -Wall -Wextra -Wshadow -Wconversion -Wno-sign-conversion -Wno-restrict -Werror)
