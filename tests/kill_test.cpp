@@ -1,5 +1,7 @@
-// The built executable, killed at any moment of an upload: what the next pass makes of it.
+// The built executable, killed at any moment of an upload or of the settings' download, or without room on the disk:
+// what the next pass makes of it.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -49,8 +51,8 @@ protected:
         server.reset();
     }
 
-    // A pass; true when it was killed, by the server or after its nth step with a file.
-    bool IsKilled(int step = 0) {
+    // A pass; true when it was killed, by the server or after its nth step with a file. No file grows beyond `room`.
+    bool IsKilled(int step = 0, rlim_t room = RLIM_INFINITY) {
         process = 0;
         LoopbackServer::settle();
         const pid_t child = ::fork();
@@ -58,6 +60,9 @@ protected:
             ::setenv("ASAN_OPTIONS", asan_options.c_str(), 1);
             ::setenv("ZORV_KILL_AT", std::to_string(step).c_str(), 1);
             ::setenv("LD_PRELOAD", kill_point.c_str(), 1);
+            const rlimit limit = {room, RLIM_INFINITY};
+            ::setrlimit(RLIMIT_FSIZE, &limit);
+            ::signal(SIGXFSZ, SIG_IGN);
             ::execl(service.c_str(), service.c_str(), "-j0", nullptr);
             ::_exit(127);
         }
@@ -151,6 +156,50 @@ TEST_F(Kill, AtAnyFileLosesWhatLiesBetweenItsDeleteAndItsRenameAndNothingElse) {
         EXPECT_EQ(machine.data_files().size(), 2U - fileLost) << when << ": what the killed pass left is gone";
     }
     EXPECT_GT(lost, 0);
+}
+
+TEST_F(Kill, OrAFullDiskLeavesWholeSettingsOrNone) {
+    const std::string path = std::string(kProductFolder) + "setting.json";
+    const auto document = [](const char* thermal, std::size_t padding) {
+        const std::string other(padding, '.');
+        return DumpJson(
+            Json{{"downloadSetting", "d1"}, {"other", other}, {"thermal", thermal}, {"version", "2.0.6.0"}});
+    };
+    machine.default_setting(document("default", 0));
+    const struct {
+        std::string old, fresh;
+        int writes;
+    } cases[] = {{"", document("new", 3000), 2},
+                 {document("old", 0), document("new", 3000), 3},
+                 {document("old", 3000), document("new", 0), 2}};
+    for (const auto& [old, fresh, writes] : cases) {
+        // What a pass that was killed or had no room leaves, without closing blanks; the next one goes on.
+        const auto left = [&](int step, rlim_t room) {
+            server.reset();
+            platform::remove_file(path);
+            if (!old.empty()) {
+                write_text(path, old);
+            }
+            server.setting = DumpJson(Json{{"json_string", fresh}, {"service_version", "2.0.6.0"}, {"status", "OK"}});
+            RemoveValue(L"getSettingFile");
+            EXPECT_EQ(IsKilled(step, room), step > 0 && step <= writes) << step;
+            std::string text = read_text(path);
+            EXPECT_EQ(text.empty(), !platform::file_exists(path)) << step << ": an empty file ends every pass";
+            server.setting = "error";
+            RemoveValue(L"getSettingFile");
+            EXPECT_FALSE(IsKilled());
+            EXPECT_EQ(server.calls.size(), 2U) << text;
+            return text.erase(text.find_last_not_of(' ') + 1);
+        };
+        for (int step = 1; step <= writes; ++step) {
+            const std::string text = left(step, RLIM_INFINITY);
+            EXPECT_TRUE(text == old || text == fresh) << step << ": " << text;
+        }
+        EXPECT_EQ(left(writes + 1, RLIM_INFINITY), fresh);
+        for (const rlim_t room : {200U, 1000U}) {
+            EXPECT_EQ(left(0, room), "") << room;
+        }
+    }
 }
 
 }  // namespace

@@ -114,9 +114,7 @@ Json SettingFileManager::LoadJsonFile(const std::string& name) const {
 void SettingFileManager::SaveSettingFile(const std::string& text) const {
     CreateFolders({"C:\\ProgramData\\", "C:\\ProgramData\\Zorv\\", "C:\\ProgramData\\Zorv\\Zorvcore\\", kProductFolder},
                   nullptr);
-    if (const platform::File file = platform::open_file(kProductFolder + settingFileName_, "wb")) {
-        std::fwrite(text.data(), 1, text.size(), file.get());
-    }
+    platform::replace_text(kProductFolder + settingFileName_, text);
 }
 
 void SettingFileManager::RemoveSettingFile() const {

@@ -51,7 +51,8 @@ public:
     // The parsed file, null when it cannot be read. Raises std::invalid_argument for a file that does not parse.
     Json LoadJsonFile(const std::string& name) const;
 
-    // Writes the stored file in place, with its folders. A failure is silent: the next load sees the old file or none.
+    // Writes the stored file in place, with its folders. A failure is silent: the next load sees the old file or none,
+    // never a part of one.
     void SaveSettingFile(const std::string& text) const;
     void RemoveSettingFile() const;
 

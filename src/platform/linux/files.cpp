@@ -37,6 +37,29 @@ mode_t mode_of(const std::string& path) {
     return ::stat(path.c_str(), &status) == 0 ? status.st_mode : 0;
 }
 
+bool write_at(int file, const std::string& text, std::int64_t at) {
+    return retry([&] { return ::pwrite(file, text.data(), text.size(), at); }) ==
+           static_cast<ssize_t>(text.size());  // the rest of a partial one would not fit either
+}
+
+// Without a name until the text is in it.
+bool create_text(const std::string& path, const std::string& text) {
+    const std::string folder = path.substr(0, path.find_last_of('/'));
+    const Descriptor unnamed(retry([&] { return ::open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666); }));
+    if (unnamed) {
+        const std::string handle = "/proc/self/fd/" + std::to_string(unnamed.get());
+        return write_at(unnamed.get(), text, 0) &&
+               ::linkat(AT_FDCWD, handle.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0;
+    }
+    // Not every file system knows such files.
+    const Descriptor named(retry([&] { return ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666); }));
+    const bool whole = named && write_at(named.get(), text, 0);
+    if (named && !whole) {
+        ::unlink(path.c_str());
+    }
+    return whole;
+}
+
 }  // namespace
 
 std::string native_path(const std::string& path) {
@@ -77,6 +100,27 @@ bool copy_bytes(std::FILE* from, std::FILE* to, std::int64_t most, std::uint8_t 
         }
     }
     return std::ferror(from) == 0 && std::fflush(to) == 0;
+}
+
+bool replace_text(const std::string& path, const std::string& text) {
+    const std::string name = native_path(path);
+    const Descriptor file(retry([&] { return ::open(name.c_str(), O_WRONLY | O_CLOEXEC); }));
+    if (!file) {
+        return errno == ENOENT && create_text(name, text);
+    }
+    struct stat status {};
+    bool whole = ::fstat(file.get(), &status) == 0;
+    const auto size = static_cast<off_t>(text.size());
+    if (size > status.st_size) {
+        whole = whole && write_at(file.get(), std::string(size - status.st_size, ' '), status.st_size);
+    }
+    std::string over = text;
+    over.resize(std::max(size, status.st_size), ' ');
+    whole = whole && write_at(file.get(), over, 0) && ::ftruncate(file.get(), size) == 0;
+    if (!whole) {
+        ::unlink(name.c_str());
+    }
+    return whole;
 }
 
 bool file_exists(const std::string& path) {

@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include <algorithm>
+
 #include "platform/windows/busy_file.h"
 #include "platform/windows/wide.h"
 
@@ -11,6 +13,21 @@ namespace {
 bool has_attributes(const std::string& path, DWORD mask, DWORD wanted) {
     const DWORD attributes = ::GetFileAttributesW(to_wide(path).c_str());
     return attributes != INVALID_FILE_ATTRIBUTES && (attributes & mask) == wanted;
+}
+
+bool write_at(HANDLE file, const std::string& text, std::int64_t at) {
+    OVERLAPPED place{};
+    place.Offset = static_cast<DWORD>(at);
+    place.OffsetHigh = static_cast<DWORD>(at >> 32);
+    DWORD written = 0;
+    return ::WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &written, &place) != FALSE &&
+           written == text.size();
+}
+
+bool cut_at(HANDLE file, std::int64_t size) {
+    LARGE_INTEGER end;
+    end.QuadPart = size;
+    return ::SetFilePointerEx(file, end, nullptr, FILE_BEGIN) != FALSE && ::SetEndOfFile(file) != FALSE;
 }
 
 }  // namespace
@@ -40,6 +57,33 @@ bool copy_bytes(std::FILE* from, std::FILE* to, std::int64_t most, std::uint8_t 
         }
     }
     return std::ferror(from) == 0 && std::fflush(to) == 0;
+}
+
+bool replace_text(const std::string& path, const std::string& text) {
+    const std::wstring name = to_wide(path);
+    HANDLE file = INVALID_HANDLE_VALUE;
+    const auto open = [&] {
+        file = ::CreateFileW(name.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
+                             FILE_ATTRIBUTE_NORMAL, nullptr);
+        return file != INVALID_HANDLE_VALUE;
+    };
+    if (!done_in_time(name, open)) {
+        return false;
+    }
+    LARGE_INTEGER old{};
+    bool whole = ::GetFileSizeEx(file, &old) != FALSE;
+    const auto size = static_cast<std::int64_t>(text.size());
+    if (old.QuadPart > 0 && size > old.QuadPart) {
+        whole = whole && write_at(file, std::string(size - old.QuadPart, ' '), old.QuadPart);
+    }
+    std::string over = text;
+    over.resize(std::max<std::int64_t>(size, old.QuadPart), ' ');
+    whole = whole && write_at(file, over, 0) && cut_at(file, size);
+    whole = ::CloseHandle(file) != FALSE && whole;
+    if (!whole) {
+        remove_file(path);
+    }
+    return whole;
 }
 
 bool file_exists(const std::string& path) {
