@@ -121,6 +121,20 @@ TEST(Time, IsWrittenInLocalTimeWithLeadingZerosButUnpaddedInTheFileLog) {
     WriteTestLog("nowhere");
 }
 
+TEST(Time, FollowsTheZoneOfTheMoment) {
+    const TimeZone zone("AAA-5");
+    for (const auto& [name, text] : {std::pair{"AAA-5", "1970-01-02 05:00:00"}, {"BBB3", "1970-01-01 21:00:00"}}) {
+        TimeZone::Set(name);
+        EXPECT_EQ(EpochTextToTimeString("86400"), text);
+        std::tm local{};
+        local.tm_year = 70;
+        local.tm_mday = 2;
+        local.tm_hour = name[3] == '-' ? 5 : -3;
+        EXPECT_EQ(platform::local_seconds(local), 86400) << name;
+        EXPECT_EQ(local.tm_mday, name[3] == '-' ? 2 : 1);
+    }
+}
+
 TEST(CoreFiles, AreRemovedButNotSubfoldersAndWhatLiesInThem) {
     const TestMachine machine;
     RemoveAllFilesInFolder(kDataFolder);  // a missing folder does no harm

@@ -94,8 +94,7 @@ std::int64_t LocalMidnight(std::int64_t seconds) {
     local.tm_sec = 0;
     local.tm_min = 0;
     local.tm_hour = 0;
-    local.tm_isdst = -1;  // midnight may lie on the other side of a clock change
-    return std::mktime(&local);
+    return platform::local_seconds(local);  // midnight may lie on the other side of a clock change
 }
 
 // From local midnight of a date until now.
@@ -104,9 +103,8 @@ double SecondsSince(std::int32_t year, std::int32_t month, std::int32_t day) {
     date.tm_year = WrapSubtract32(year, 1900);
     date.tm_mon = WrapSubtract32(month, 1);
     date.tm_mday = day;
-    date.tm_isdst = -1;
     const auto now = static_cast<double>(platform::now_seconds());
-    const std::int64_t midnight = std::mktime(&date);
+    const std::int64_t midnight = platform::local_seconds(date);
     if (midnight == -1) {
         // Outside the C library's years, which differ by system; the mean year tells past from future.
         return now - (static_cast<double>(year) - 1970) * 31556952;

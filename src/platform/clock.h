@@ -25,8 +25,14 @@ std::uint64_t now_ticks();
 // Microseconds since 1970, for time stamps in logs.
 std::int64_t now_microseconds();
 
+// Both go by the machine's time zone of this moment: a notebook travels while the service runs.
+//
 // False when the time has no calendar form; `local` is zeroed then.
 bool local_time(std::int64_t seconds, std::tm& local);
+
+// The way back. Fields beyond their range carry over, and `local` is put right; whether summer time rules is found
+// out. -1 outside the C library's years.
+std::int64_t local_seconds(std::tm& local);
 
 void sleep_milliseconds(std::uint32_t milliseconds);
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <sstream>
@@ -111,13 +112,27 @@ JobManager& Jobs() {
 
 std::int64_t SetClock(int year, int month, int day, int hour, int minute, int second) {
     std::tm local{};
-    local.tm_isdst = -1;
     std::tie(local.tm_year, local.tm_mon, local.tm_mday) = std::tuple(year - 1900, month - 1, day);
     std::tie(local.tm_hour, local.tm_min, local.tm_sec) = std::tuple(hour, minute, second);
-    const std::int64_t time = std::mktime(&local);
+    const std::int64_t time = platform::local_seconds(local);
     platform::set_clock({});
     platform::set_clock({time - platform::now_seconds(), 1.0});
     return time;
+}
+
+TimeZone::TimeZone(const std::string& zone) {
+    const char* const before = std::getenv("TZ");
+    before_ = before != nullptr ? before : "";
+    Set(zone);
+}
+
+// An empty variable takes it away on Windows and would be UTC elsewhere.
+void TimeZone::Set(const std::string& zone) {
+#ifdef _WIN32
+    ::_putenv_s("TZ", zone.c_str());
+#else
+    zone.empty() ? ::unsetenv("TZ") : ::setenv("TZ", zone.c_str(), 1);
+#endif
 }
 
 void ExpectEventLog(const std::vector<std::string>& texts) {

@@ -53,6 +53,20 @@ zorvalis::JobManager& Jobs();
 // From now on it is that local time; the result is its epoch.
 std::int64_t SetClock(int year, int month, int day, int hour = 12, int minute = 0, int second = 0);
 
+// The time zone of this process, in the form of TZ that both C libraries read; as before when the object ends.
+class TimeZone {
+public:
+    explicit TimeZone(const std::string& zone);
+    ~TimeZone() { Set(before_); }
+    TimeZone(const TimeZone&) = delete;
+    TimeZone& operator=(const TimeZone&) = delete;
+
+    static void Set(const std::string& zone);
+
+private:
+    std::string before_;
+};
+
 // Expects these entries since the machine was made, by their second text; a final "*" stands for any rest. Wine keeps
 // no event log: there it checks nothing.
 void ExpectEventLog(const std::vector<std::string>& texts);

@@ -116,8 +116,7 @@ std::int64_t ParseDate(const std::string& text) {
     date.tm_year = year - 1900;
     date.tm_mon = month - 1;
     date.tm_mday = day;
-    date.tm_isdst = -1;
-    return std::mktime(&date);
+    return platform::local_seconds(date);
 }
 
 std::string ReadText(const wchar_t* key, const wchar_t* value) {

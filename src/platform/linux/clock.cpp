@@ -88,6 +88,7 @@ std::int64_t now_microseconds() {
 }
 
 bool local_time(std::int64_t seconds, std::tm& local) {
+    ::tzset();  // localtime_r looks at the zone once
     local = std::tm{};
     const std::time_t time = seconds;
     if (seconds >= 0 && seconds <= kEndOfCalendar && ::localtime_r(&time, &local) != nullptr) {
@@ -95,6 +96,11 @@ bool local_time(std::int64_t seconds, std::tm& local) {
     }
     local = std::tm{};
     return false;
+}
+
+std::int64_t local_seconds(std::tm& local) {
+    local.tm_isdst = -1;
+    return ::mktime(&local);
 }
 
 void sleep_milliseconds(std::uint32_t milliseconds) {

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "common/json.h"
+#include "platform/clock.h"
 
 namespace platform {
 namespace {
@@ -155,8 +156,7 @@ std::optional<std::int64_t> task_time(const std::string& text) {
     }
     local.tm_year -= 1900;
     local.tm_mon -= 1;
-    local.tm_isdst = -1;
-    return std::mktime(&local);
+    return local_seconds(local);
 }
 
 }  // namespace platform

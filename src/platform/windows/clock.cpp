@@ -28,6 +28,17 @@ std::int64_t floor_divide(std::int64_t ticks, std::int64_t unit) {
     return ticks / unit - (ticks % unit < 0 ? 1 : 0);
 }
 
+// The C runtime reads the time zone once, into variables that all threads share and that are wrong while it reads.
+template <class Convert>
+auto in_present_zone(Convert convert) {
+    static SRWLOCK lock = SRWLOCK_INIT;
+    ::AcquireSRWLockExclusive(&lock);
+    ::_tzset();
+    const auto result = convert();
+    ::ReleaseSRWLockExclusive(&lock);
+    return result;
+}
+
 }  // namespace
 
 void set_clock(const ClockSwitch& clock) {
@@ -49,11 +60,16 @@ std::int64_t now_microseconds() {
 
 bool local_time(std::int64_t seconds, std::tm& local) {
     const __time64_t time = seconds;
-    if (::_localtime64_s(&local, &time) == 0) {
+    if (in_present_zone([&] { return ::_localtime64_s(&local, &time); }) == 0) {
         return true;
     }
     local = std::tm{};  // the library leaves -1 in every field
     return false;
+}
+
+std::int64_t local_seconds(std::tm& local) {
+    local.tm_isdst = -1;
+    return in_present_zone([&] { return ::_mktime64(&local); });
 }
 
 void sleep_milliseconds(std::uint32_t milliseconds) {
