@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "common/time.h"
 #include "platform/linux/step_failure.h"
 #include "platform/module.h"
 #include "support/notebook.h"
@@ -25,7 +26,7 @@ protected:
         return text.empty() ? "" : std::string(ParseJson(text)["trigger"]["startBoundary"]);
     }
 
-    static bool IsEnabled() { return ParseJson(Text())["enabled"]; }
+    static bool IsEnabled(const std::wstring& name = kCollectionTask) { return ParseJson(Text(name))["enabled"]; }
 
     Notebook machine;
 };
@@ -65,14 +66,31 @@ TEST_F(ScheduledTask, IsPutOffToTheNextDayOnlyWhenTheDoJobDayIsOver) {
     EXPECT_GT(starts.size(), 5U) << "in a minute by chance";
     EXPECT_GE(*starts.begin(), "2030-01-03T00:00:00");
     EXPECT_LE(*starts.rbegin(), "2030-01-03T00:59:00");
+    platform::fail_step("register_task", -1);
+    Do(L"jobUpdateTaskScheduler");
+    EXPECT_FALSE(IsEnabled()) << "it was off before it was to be set anew";
+}
+
+TEST_F(ScheduledTask, StartsOnTheNextDayOfTheCalendarWhateverItsLength) {
+    const TimeZone zone("CET-1CEST,M3.5.0,M10.5.0/3");
+    for (const auto& [month, day, hour] : {std::tuple{10, 25, 0}, {10, 25, 23}, {3, 28, 23}, {3, 29, 0}, {12, 31, 0}}) {
+        SetClock(2026, month, day, hour, 30);
+        SetClock(2026, month, day + 1, 0, 0);
+        const std::string next = TodayDateString();
+        SetClock(2026, month, day, hour, 30);
+        const std::string start = WideToUtf8(StartBoundary(1));
+        EXPECT_EQ(start.substr(0, 14), next.substr(0, 4) + "-" + next.substr(5, 2) + "-" + next.substr(8) + "T00:");
+    }
 }
 
 TEST_F(ScheduledTask, StaysDisabledUntilItIsSetAgain) {
     TaskSchedulerSetting bridge;
     bridge.SetSpecificTimeTriggerTmer(L"Other", L"PT5M", L"PT14M", L"-j1", 0);
+    bridge.SetSpecificTimeTriggerTmer(kActivationTask, L"PT5M", L"PT14M", L"-j1", 0);
     const std::string other = Text(L"Other");
     Do(L"jobDisableTaskScheduler");
     EXPECT_EQ(Text(), "") << "there was nothing to disable";
+    EXPECT_FALSE(IsEnabled(kActivationTask)) << "the activation's goes with it";
     Do(L"jobCreateTaskScheduler");
     WriteRegString(kLocalMachine, kSetupStateKey, L"ImageState", L"");
     Do(L"jobDisableTaskScheduler");
@@ -124,7 +142,7 @@ TEST_F(ScheduledTask, IsLeftAloneWhenItCannotBeReached) {
                                       {"get_task", nullptr},
                                       {"get_task_name", nullptr}}) {
         platform::fail_step(step, -1);
-        Do(L"jobDisableTaskScheduler");
+        TaskSchedulerSetting().disableTask(kCollectionTask);
         EXPECT_EQ(Text(), before) << step;
         if (words != nullptr) {
             events.push_back(std::string("disableTask ") + words + "-1");

@@ -14,9 +14,8 @@ inline bool IsDeviceClassAllowed() {
     return true;
 }
 
-// Its own scheduled task: made when it is missing, and switched off.
+// Makes its own scheduled task when that is missing.
 inline void CheckTask() {}
-inline void DisableTask() {}
 
 // The pass that the activation's own scheduled task starts.
 inline void RunPass() {}

@@ -13,10 +13,6 @@ void SetCollectionTask(int startTomorrow) {
     TaskSchedulerSetting().SetSpecificTimeTriggerTmer(kCollectionTask, L"PT5M", L"PT14M", L"-j0", startTomorrow);
 }
 
-void DisableCollectionTask() {
-    TaskSchedulerSetting().disableTask(kCollectionTask);
-}
-
 }  // namespace
 
 std::uint64_t JobManager::CreateTaskScheduler(std::uint32_t, std::int64_t) {
@@ -30,8 +26,9 @@ std::uint64_t JobManager::CreateTaskScheduler(std::uint32_t, std::int64_t) {
 }
 
 std::uint64_t JobManager::DisableTaskScheduler(std::uint32_t, std::int64_t) {
-    DisableCollectionTask();
-    activation::DisableTask();
+    TaskSchedulerSetting bridge;
+    bridge.disableTask(kCollectionTask);
+    bridge.disableTask(kActivationTask);
     return 0;
 }
 
@@ -43,7 +40,7 @@ std::uint64_t JobManager::UpdateTaskScheduler(std::uint32_t, std::int64_t) {
     if (isSpecificDojobDay()) {
         return 0;
     }
-    DisableCollectionTask();
+    TaskSchedulerSetting().disableTask(kCollectionTask);
     SetCollectionTask(1);
     return 0;
 }

@@ -17,7 +17,6 @@ using platform::TaskScheduler;
 constexpr std::int32_t kHighestRunLevel = 1;
 constexpr std::int32_t kCreateOrUpdate = 6;
 constexpr std::int32_t kGroupLogon = 4;
-constexpr std::int64_t kDay = 86400;
 
 // One operation's steps: the first that fails is reported, and the rest are not done.
 class Steps {
@@ -79,17 +78,20 @@ void DisableIfNamed(TaskScheduler& task, std::int32_t index, const std::wstring&
 }  // namespace
 
 std::wstring StartBoundary(int startTomorrow) {
-    std::int64_t start = platform::now_seconds();
+    const std::int64_t now = platform::now_seconds();
     std::tm local{};
     if (startTomorrow == 0) {
-        start = start / 60 * 60 + 300;
+        platform::local_time(now / 60 * 60 + 300, local);
     } else {
-        platform::local_time(start, local);
-        local.tm_sec = local.tm_min = local.tm_hour = 0;
+        platform::local_time(now, local);
+        ++local.tm_mday;  // a day of a clock change has no 24 hours
+        local.tm_hour = 12;
+        platform::local_seconds(local);
         std::mt19937 generator(std::random_device{}());  // so that not all machines start in the same minute
-        start = std::mktime(&local) + kDay + std::uniform_int_distribution<int>(0, 59)(generator) * 60;
+        local.tm_hour = 0;
+        local.tm_min = std::uniform_int_distribution<int>(0, 59)(generator);
+        local.tm_sec = 0;
     }
-    platform::local_time(start, local);
     std::array<wchar_t, 32> text{};
     std::wcsftime(text.data(), text.size(), L"%Y-%m-%dT%H:%M:%S", &local);
     return text.data();
