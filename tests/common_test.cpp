@@ -161,7 +161,8 @@ TEST(CoreFiles, LieBesideAnExecutableWhoseNameHas22Characters) {
 }
 
 TEST(JsonDoor, RaisesTheSystemsKindsOfErrorInBareWords) {
-    for (const char* broken : {"", "{", "{\"a\": 1,}", "nul", "\"\xFF\"", "1e999", "[1] x"}) {
+    for (const char* broken :
+         {"", "{", "{\"a\": 1,}", "nul", "\"\xFF\"", "1e999x", "[1e999, 01e999]", "[1e999, 1e]", "[1] x"}) {
         EXPECT_EQ(Outcome([&] { return DumpJson(ParseJson(broken)); }).substr(0, 8), "invalid:") << broken;
     }
     const auto text = [](const char* json) {
@@ -171,6 +172,9 @@ TEST(JsonDoor, RaisesTheSystemsKindsOfErrorInBareWords) {
     EXPECT_EQ(text(R"({"key": 1})"), "domain: type must be string, but is number");
     EXPECT_EQ(text(R"({"key": null})"), "domain: type must be string, but is null");
     EXPECT_EQ(text("{}").substr(0, 6), "range:");
+    const std::string huge(400, '7');
+    EXPECT_EQ(DumpJson(ParseJson("[1e400,-1.5E+999,{\"1e999\":[1e-999," + huge + "]},\"\\\"1e999\",1e308]")),
+              R"([null,null,{"1e999":[0.0,null]},"\"1e999",1e+308])");
 }
 
 TEST(JsonDoor, RefusesADocumentNestedTooDeeply) {

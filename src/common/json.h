@@ -1,14 +1,22 @@
 // The one door to the JSON library. It settles what the system's texts and habits expect of it: a document that does
-// not parse raises std::invalid_argument, a value of the wrong type std::domain_error, both with the bare message;
-// text is written byte for byte.
+// not parse raises std::invalid_argument, a value of the wrong type std::domain_error, both with the bare message; a
+// number too large for a double is null; text is written byte for byte.
 #pragma once
 
+#include <algorithm>
+#include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 
 namespace zorvalis::json_detail {
+
+// The library ends the parse at a number that no double holds.
+struct HugeNumber : std::invalid_argument {
+    using std::invalid_argument::invalid_argument;
+};
 
 // The library's own errors carry an id and begin with "[json.exception.NAME.ID] ", which is cut off.
 template <class Exception>
@@ -17,8 +25,10 @@ template <class Exception>
         const std::string_view message = exception.what();
         const std::size_t end = message.find("] ");
         const std::string text(end == std::string_view::npos ? message : message.substr(end + 2));
-        // 1xx is the parser's; 406 is a number too large for a double, which only a parser meets.
-        if (exception.id / 100 == 1 || exception.id == 406) {
+        if (exception.id == 406) {
+            throw HugeNumber(text);
+        }
+        if (exception.id / 100 == 1) {  // the parser's
             throw std::invalid_argument(text);
         }
         if (exception.id / 100 == 4) {
@@ -45,6 +55,48 @@ using Json = nlohmann::json;
 // Copying and writing a tree recurse, so a document nested deeper than this does not parse.
 constexpr int kDeepestJson = 512;
 
+namespace json_detail {
+
+inline bool IsNumber(std::string_view text) {
+    std::size_t at = 0;
+    const auto take = [&](std::string_view any) {
+        const bool taken = at < text.size() && any.find(text[at]) != std::string_view::npos;
+        at += taken ? 1 : 0;
+        return taken;
+    };
+    const auto digits = [&] {
+        const std::size_t first = at;
+        at = std::min(text.find_first_not_of("0123456789", at), text.size());
+        return at != first;
+    };
+    take("-");
+    return (take("0") || digits()) && (!take(".") || digits()) && (!take("eE") || (take("+-"), digits())) &&
+           at == text.size();
+}
+
+// null, with blanks behind it, in the place of each number that is too large for a double.
+inline std::string WithoutHugeNumbers(std::string_view text) {
+    constexpr std::string_view kNull = "null";
+    std::string result(text);
+    for (std::size_t at = 0; at < result.size();) {
+        if (result[at] == '"') {
+            for (++at; at < result.size() && result[at] != '"'; ++at) {
+                at += result[at] == '\\' ? 1 : 0;
+            }
+            ++at;
+            continue;
+        }
+        const std::size_t length = std::min(result.find_first_not_of("+-.0123456789Ee", at), result.size()) - at;
+        if (length > kNull.size() && IsNumber({&result[at], length}) && std::isinf(std::strtod(&result[at], nullptr))) {
+            std::fill_n(std::copy(kNull.begin(), kNull.end(), &result[at]), length - kNull.size(), ' ');
+        }
+        at += std::max<std::size_t>(length, 1);
+    }
+    return result;
+}
+
+}  // namespace json_detail
+
 inline Json ParseJson(std::string_view text) {
     const auto shallow = [](int depth, Json::parse_event_t event, Json&) {
         const bool opens = event == Json::parse_event_t::object_start || event == Json::parse_event_t::array_start;
@@ -53,7 +105,11 @@ inline Json ParseJson(std::string_view text) {
         }
         return true;
     };
-    return Json::parse(text, shallow);
+    try {
+        return Json::parse(text, shallow);
+    } catch (const json_detail::HugeNumber&) {
+        return Json::parse(json_detail::WithoutHugeNumbers(text), shallow);
+    }
 }
 
 // Raises std::domain_error for any other type, of which a boolean is one.
