@@ -10,6 +10,7 @@
 
 #include "file_text.h"
 #include "line.h"
+#include "platform/linux/machine_place.h"
 
 namespace zorvalis {
 namespace {
@@ -17,17 +18,8 @@ namespace {
 constexpr std::string_view kName = "/hardware.json";
 
 void MachineFolder(Line& folder) {
-    const auto setting = [](const char* name) -> std::string_view {
-        const char* const value = std::getenv(name);
-        return value != nullptr ? value : "";
-    };
-    if (const std::string_view machine = setting("ZORV_MACHINE"); !machine.empty()) {
-        folder = {machine};
-    } else if (const std::string_view state = setting("XDG_STATE_HOME"); !state.empty()) {
-        folder = {state, "/zorv-machine"};
-    } else {
-        folder = {setting("HOME"), "/.local/state/zorv-machine"};
-    }
+    const platform::MachinePlace place = platform::machine_place();
+    folder = {place.base.empty() ? "/dev/null" : place.base, place.rest};
 }
 
 // The path that the library was loaded by, up to its last slash.

@@ -4,15 +4,12 @@
 
 #include <array>
 #include <climits>
-#include <cstdlib>
+#include <string>
+
+#include "platform/linux/machine_place.h"
 
 namespace platform {
 namespace {
-
-std::string environment(const char* name) {
-    const char* const value = std::getenv(name);
-    return value != nullptr ? value : "";
-}
 
 std::string absolute(std::string folder) {
     while (folder.size() > 1 && folder.back() == '/') {
@@ -28,16 +25,8 @@ std::string absolute(std::string folder) {
 }  // namespace
 
 std::string machine_folder() {
-    const std::string named = environment("ZORV_MACHINE");
-    if (!named.empty()) {
-        return absolute(named);
-    }
-    const std::string state = environment("XDG_STATE_HOME");
-    if (!state.empty() && state.front() == '/') {
-        return state + "/zorv-machine";
-    }
-    const std::string home = environment("HOME");
-    return home.empty() ? "" : home + "/.local/state/zorv-machine";
+    const MachinePlace place = machine_place();
+    return place.base.empty() ? "" : absolute(std::string(place.base).append(place.rest));
 }
 
 }  // namespace platform

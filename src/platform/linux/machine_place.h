@@ -1,0 +1,29 @@
+// Where the stand-in machine's folder is. The hardware library decides by this too, which has no C++ runtime: nothing
+// here allocates.
+#pragma once
+
+#include <cstdlib>
+#include <string_view>
+
+namespace platform {
+
+// The folder's path in two pieces; both empty when there is none.
+struct MachinePlace {
+    std::string_view base, rest;
+};
+
+// ZORV_MACHINE, else the user's state folder. A relative XDG_STATE_HOME is none.
+inline MachinePlace machine_place() {
+    const auto environment = [](const char* name) -> std::string_view {
+        const char* const value = std::getenv(name);
+        return value != nullptr ? value : "";
+    };
+    const std::string_view named = environment("ZORV_MACHINE"), state = environment("XDG_STATE_HOME"),
+                           home = environment("HOME");
+    return !named.empty()                           ? MachinePlace{named, ""}
+           : !state.empty() && state.front() == '/' ? MachinePlace{state, "/zorv-machine"}
+           : !home.empty()                          ? MachinePlace{home, "/.local/state/zorv-machine"}
+                                                    : MachinePlace{};
+}
+
+}  // namespace platform
