@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <cstdlib>
 #include <filesystem>
 #include <sstream>
 #include <stdexcept>
@@ -9,6 +10,7 @@
 
 #include "common/json.h"
 #include "platform/library.h"
+#include "platform/machine.h"
 #include "support/machine.h"
 
 namespace {
@@ -76,11 +78,11 @@ TEST_F(HardwareLibrary, PrefersTheHostWhereItIsAsked) {
 #ifdef _WIN32
     const std::string answers = "5;5;5;5;5;own;5;5;5;";
 #else
-    const std::string answers = "Notebook;2021-03-05;Still 512;?;5;own;-874;46200;5;";
+    const std::string answers = "Notebook;2021-03-05;\"Still\\;?;5;own;-874;46200;5;";
 #endif
     const std::string root = machine.bin_folder() + "host";
     std::istringstream files(
-        "class/dmi/id/chassis_type 9\nclass/dmi/id/bios_date 03/05/2021\nblock/sda/device/model Still 512 \n"
+        "class/dmi/id/chassis_type 9\nclass/dmi/id/bios_date 03/05/2021\nblock/sda/device/model \"Still\\\n"
         "block/sda/queue/rotational 0\nblock/sda/removable 0\nblock/sda/size 1000215216\n"
         "class/power_supply/BAT0/type Battery\nclass/power_supply/BAT0/status Discharging\n"
         "class/power_supply/BAT0/current_now 874000\nclass/power_supply/BAT0/charge_now 4000000\n"
@@ -106,5 +108,23 @@ TEST_F(HardwareLibrary, PrefersTheHostWhereItIsAsked) {
     }
     EXPECT_EQ(found, answers);
 }
+
+#ifndef _WIN32
+TEST_F(HardwareLibrary, LooksForItsMachineWhereTheCoreDoes) {
+    const std::string home = std::getenv("HOME") != nullptr ? std::getenv("HOME") : "";
+    ::setenv("HOME", (machine.bin_folder() + "home").c_str(), 1);
+    ::unsetenv("ZORV_MACHINE");
+    for (const std::string& state : {std::string("relative"), machine.bin_folder() + "state", std::string()}) {
+        ::setenv("XDG_STATE_HOME", state.c_str(), 1);
+        const std::string folder = platform::machine_folder();
+        EXPECT_EQ(folder, machine.bin_folder() + (state.size() > 8 ? "state" : "home/.local/state") + "/zorv-machine");
+        std::filesystem::create_directories(folder);
+        write_text(folder + "/hardware.json", "{\"CPU_ReadCPUUsage\": " + std::to_string(state.size()) + "}");
+        EXPECT_EQ(Call<double>("CPU_ReadCPUUsage"), static_cast<double>(state.size())) << state;
+    }
+    ::unsetenv("XDG_STATE_HOME");
+    ::setenv("HOME", home.c_str(), 1);
+}
+#endif
 
 }  // namespace

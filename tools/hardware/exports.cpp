@@ -42,7 +42,7 @@ void Text(const char* name, Char* buffer, std::uint8_t flag = 1) {
     HardwareFile file;
     const Answer answer = file.Ask(name, flag);
     if (buffer != nullptr && !answer.value.empty()) {
-        CopyText(answer.value, buffer, kTextCapacity);
+        CopyText(answer.value, buffer, kTextCapacity, answer.bare);
     }
 }
 

@@ -23,7 +23,9 @@ Answer HardwareFile::Ask(std::string_view name, std::uint8_t flag) {
         value = other.empty() ? value : other;
     }
     std::string_view source;
-    Answer answer{Answer::Kind::given, value, {}};
+    Answer answer;
+    answer.kind = Answer::Kind::given;
+    answer.value = value;
     if (value[0] == '{') {
         answer.value = FindMember(value, "value");
         answer.result = FindMember(value, "result");
@@ -46,6 +48,7 @@ Answer HardwareFile::Ask(std::string_view name, std::uint8_t flag) {
         host_.Clear();
         if (AskHost(root.data(), name, host_)) {
             answer.value = host_.view();
+            answer.bare = true;
         }
     }
     return answer;

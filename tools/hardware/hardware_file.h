@@ -40,7 +40,8 @@ namespace zorvalis {
 struct Answer {
     enum class Kind { absent, missing, failed, given };
     Kind kind = Kind::absent;
-    std::string_view value;  // raw JSON, or the host's bare words; empty unless given
+    std::string_view value;  // empty unless given
+    bool bare = false;       // it is the host's words, which are no JSON
     std::string_view result;
 };
 

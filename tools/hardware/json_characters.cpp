@@ -9,7 +9,7 @@ constexpr char32_t kSubstitute = 0xFFFD;
 // A text's characters, one by one; what is no UTF-8 or half a pair becomes the substitute.
 class TextReader {
 public:
-    explicit TextReader(std::string_view raw) : cursor_(Over(raw)), quoted_(raw.starts_with('"')) {
+    TextReader(std::string_view raw, bool bare) : cursor_(Over(raw)), quoted_(!bare && raw.starts_with('"')) {
         if (quoted_) {
             ++cursor_.at;
             --cursor_.end;
@@ -118,8 +118,8 @@ int Encode(char32_t c, wchar_t* units) {
 }
 
 template <class Char>
-void Copy(std::string_view raw, Char* buffer, int capacity) {
-    TextReader reader(raw);
+void Copy(std::string_view raw, Char* buffer, int capacity, bool bare) {
+    TextReader reader(raw, bare);
     char32_t c = 0;
     Char units[4];
     int size = 0;
@@ -150,12 +150,12 @@ void AddCharacter(Line& json, char32_t c) {
 
 }  // namespace
 
-void CopyText(std::string_view raw, char* buffer, int capacity) {
-    Copy(raw, buffer, capacity);
+void CopyText(std::string_view raw, char* buffer, int capacity, bool bare) {
+    Copy(raw, buffer, capacity, bare);
 }
 
-void CopyText(std::string_view raw, wchar_t* buffer, int capacity) {
-    Copy(raw, buffer, capacity);
+void CopyText(std::string_view raw, wchar_t* buffer, int capacity, bool bare) {
+    Copy(raw, buffer, capacity, bare);
 }
 
 void AddQuoted(Line& json, std::string_view text) {

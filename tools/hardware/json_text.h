@@ -1,5 +1,5 @@
 // JSON as far as the stand-in library needs it: members found, and values read, in a text that stays where it is.
-// A raw value is its text in the document, quotes included; words without quotes also read as texts.
+// A raw value is its text in the document, quotes included; numbers also read as texts.
 #pragma once
 
 #include <cstdint>
@@ -18,9 +18,9 @@ bool ReadInteger(std::string_view raw, std::uint32_t& result);
 bool ReadNumber(std::string_view raw, double& result);
 
 // Copies as much of a text as fits into `capacity` characters, terminator included; no character is split. The
-// narrow form is UTF-8.
-void CopyText(std::string_view raw, char* buffer, int capacity);
-void CopyText(std::string_view raw, wchar_t* buffer, int capacity);
+// narrow form is UTF-8. `bare` text is no JSON: its quotes are its own.
+void CopyText(std::string_view raw, char* buffer, int capacity, bool bare = false);
+void CopyText(std::string_view raw, wchar_t* buffer, int capacity, bool bare = false);
 
 // Appends a text as a raw value, quoted and escaped.
 void AddQuoted(Line& json, std::string_view text);
