@@ -196,6 +196,47 @@ TEST(ZorvctlSettings, SayWhichFileRulesAndWhatItMeans) {
 }
 
 #ifndef _WIN32
+TEST(ZorvctlSettings, AgreeWithWhatAPassDoes) {
+    const auto daysAgo = [](int days, char separator) {
+        std::string date = EpochTextToTimeString(std::to_string(platform::now_seconds() - days * 86400)).substr(0, 10);
+        date[4] = date[7] = separator;
+        return date;
+    };
+    const struct {
+        const char* name;
+        int manufactured, activated;  // days ago; 0: the firmware holds no time
+        const wchar_t* mainSwitch;
+        bool collects;
+    } cases[] = {{"made lately", 30, 0, ERROR_READREG, true}, {"made long ago", 300, 0, L"1", false},
+                 {"activated lately", 300, 30, L"1", true},   {"activated long ago", 30, 300, L"1", false},
+                 {"to be made", -30, 0, L"1", false},         {"an empty switch", 30, 0, L"", false},
+                 {"switched off", 30, 0, L"0", false}};
+    for (const auto& one : cases) {
+        Notebook machine;
+        machine.change_setting(R"({"totalCollectTime": "3"})");
+        machine.default_setting(R"({"totalCollectTime": "3", "intervalTimer": "1", "thermal": "m5", "upload": "d1"})");
+        machine.change_hardware(
+            one.activated == 0 ? "{}" : "{\"GPNV_ActivatedTime\": \"" + daysAgo(one.activated, '-') + " 10:00:00\"}");
+        write_text(platform::machine_folder() + "/hardware.json", read_text(machine.bin_folder() + "hardware.json"));
+        WriteRegString(kLocalMachine, kFactoryConfigKey, L"ManufacturingDate",
+                       WidenBytes(daysAgo(one.manufactured, '/')));
+        SetValue(L"MainSwitch", one.mainSwitch);  // the sentinel's own text reads as a missing value
+        const auto ask = [&] {
+            const std::string heldBack = ParseJson(run_zorvctl("settings --json").output)["heldBack"];
+            EXPECT_EQ(heldBack.empty(), one.collects) << one.name << ": " << heldBack;
+            const ToolResult status = run_zorvctl("machine status");
+            EXPECT_EQ(status.code == 0, one.collects) << one.name << status.output;
+            const std::string uploads = run_zorvctl("uploads").output;
+            EXPECT_EQ(uploads.find(heldBack.empty() ? "held back" : heldBack) == uploads.npos, one.collects)
+                << one.name << uploads;
+        };
+        ask();
+        EXPECT_EQ(std::system(("\"" + machine.install_service() + "\" -j0").c_str()), 0);
+        EXPECT_EQ(!machine.stored().empty(), one.collects) << one.name;
+        ask();
+    }
+}
+
 TEST(ZorvctlMachine, IsMadeOnceAndReadyToCollect) {
     const TestMachine outer;
     const std::string folder = outer.bin_folder() + "m";

@@ -35,43 +35,6 @@ bool FindSetting(const char* key, std::string& text) {
     return FindSettingText(RulingSettings()->tree, key, text);
 }
 
-// The start of the collection period as the firmware holds it, in local time of UTC+8, brought to UTC.
-std::optional<std::uint64_t> ActivationTime() {
-    ZorvWinIoDll zorvWinIoDll;
-    std::array<char, kTextCapacity + 1> text{};
-    zorvWinIoDll.GPNV_Get_ActivatedTime(text.data());
-    if (static_cast<unsigned char>(text[0]) == 255) {
-        LogMessage("[Utility]  Get activation time from GPNV fail.\n");
-        return std::nullopt;
-    }
-    LogMessage(std::string("[Utility]  Get activation time from GPNV : ") + text.data());
-    SystemTime time;
-    std::sscanf(text.data(), "%hu-%hu-%hu %hu:%hu:%hu", &time.year, &time.month, &time.day, &time.hour, &time.minute,
-                &time.second);
-    LogMessage(std::string("[Utility]  regActivatedTimeString : ") + text.data());
-    std::uint64_t ticks = 0;
-    if (!SystemTimeToTicks(time, ticks)) {
-        return std::nullopt;
-    }
-    return ticks - kEightHours;
-}
-
-// The manufacturing date as it stands, without a shift.
-std::optional<std::uint64_t> ManufacturingTime() {
-    const std::string text = NarrowBytes(getManufacturingDate());
-    if (text.empty()) {
-        return std::nullopt;
-    }
-    SystemTime time;
-    std::sscanf(text.c_str(), "%hu/%hu/%hu", &time.year, &time.month, &time.day);
-    LogMessage("[Utility]  manufacturingDateString : " + text);
-    std::uint64_t ticks = 0;
-    if (!SystemTimeToTicks(time, ticks)) {
-        return std::nullopt;
-    }
-    return ticks;
-}
-
 std::string AgeText(std::uint64_t seconds) {
     return std::to_string(seconds) + "(" + std::to_string(seconds / 86400) + "days " +
            std::to_string(seconds / 3600 % 24) + ":" + std::to_string(seconds / 60 % 60) + ":" +
@@ -117,6 +80,51 @@ void WriteLastDojobTime(std::int64_t midnight) {
 }
 
 }  // namespace
+
+// The firmware holds it in local time of UTC+8, brought to UTC.
+std::optional<std::uint64_t> ActivationTime() {
+    ZorvWinIoDll zorvWinIoDll;
+    std::array<char, kTextCapacity + 1> text{};
+    zorvWinIoDll.GPNV_Get_ActivatedTime(text.data());
+    if (static_cast<unsigned char>(text[0]) == 255) {
+        LogMessage("[Utility]  Get activation time from GPNV fail.\n");
+        return std::nullopt;
+    }
+    LogMessage(std::string("[Utility]  Get activation time from GPNV : ") + text.data());
+    SystemTime time;
+    std::sscanf(text.data(), "%hu-%hu-%hu %hu:%hu:%hu", &time.year, &time.month, &time.day, &time.hour, &time.minute,
+                &time.second);
+    LogMessage(std::string("[Utility]  regActivatedTimeString : ") + text.data());
+    std::uint64_t ticks = 0;
+    if (!SystemTimeToTicks(time, ticks)) {
+        return std::nullopt;
+    }
+    return ticks - kEightHours;
+}
+
+// The manufacturing date as it stands, without a shift.
+std::optional<std::uint64_t> ManufacturingTime(const std::wstring& date) {
+    const std::string text = NarrowBytes(date);
+    if (text.empty()) {
+        return std::nullopt;
+    }
+    SystemTime time;
+    std::sscanf(text.c_str(), "%hu/%hu/%hu", &time.year, &time.month, &time.day);
+    LogMessage("[Utility]  manufacturingDateString : " + text);
+    std::uint64_t ticks = 0;
+    if (!SystemTimeToTicks(time, ticks)) {
+        return std::nullopt;
+    }
+    return ticks;
+}
+
+std::uint32_t CollectSeconds(std::int32_t months) {
+    return static_cast<std::uint32_t>(WrapMultiply(months, kMonth));  // compared as unsigned
+}
+
+bool MainSwitchIsOn(const std::wstring& value) {
+    return value == L"1" || value == ERROR_READREG;
+}
 
 bool isImageStateComplete() {
     LogMessage("[isImageStateComplete] start");
@@ -177,9 +185,8 @@ bool isMainSwitchEnable() {
     LogMessage("[Utility] isMainSwitchEnable : " + NarrowBytes(value));
     if (value == ERROR_READREG) {
         WriteRegString(kLocalMachine, kProductKey, L"MainSwitch", L"1");
-        return true;
     }
-    return value == L"1";
+    return MainSwitchIsOn(value);
 }
 
 bool isOverTotalCollectTime() {
@@ -189,11 +196,11 @@ bool isOverTotalCollectTime() {
         return true;
     }
     const std::int32_t months = ParseInt32(text);
-    const auto limit = static_cast<std::uint32_t>(WrapMultiply(months, kMonth));  // compared as unsigned
+    const std::uint32_t limit = CollectSeconds(months);
     LogMessage("[Utility]  totalCollectTime from setting file : " + std::to_string(months) + "months.\n");
     std::optional<std::uint64_t> start = ActivationTime();
     if (!start) {
-        start = ManufacturingTime();
+        start = ManufacturingTime(getManufacturingDate());
     }
     if (start && IsWithin(*start, limit)) {
         LogMessage("[Utility]  isOverTotalCollectTimeStatus = false.\n");

@@ -3,9 +3,18 @@
 // side effect. Number parsers raise their errors for settings and registry texts that hold no number.
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 
 namespace zorvalis {
+
+// The start of the collection period as the firmware or a date with slashes tells it, in units of 100 nanoseconds since
+// 1601; and what the predicates below make of what was read. These four change nothing: others may ask.
+std::optional<std::uint64_t> ActivationTime();
+std::optional<std::uint64_t> ManufacturingTime(const std::wstring& date);
+std::uint32_t CollectSeconds(std::int32_t months);
+bool MainSwitchIsOn(const std::wstring& value);
 
 // False in a factory image and in the out-of-box setup.
 bool isImageStateComplete();

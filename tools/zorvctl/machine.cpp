@@ -68,9 +68,8 @@ private:
     }
 
     void AddMainSwitch() {
-        const std::string value = ReadText(kProductKey, L"MainSwitch");
-        Add("main switch", value.empty() ? "never set, so on" : value == "1" ? "on" : "off, " + value);
-        Check(value.empty() || value == "1", "the user has switched it off");
+        Add("main switch", MainSwitchText());
+        Check(IsSwitchedOn(), "the user has switched it off");
     }
 
     void AddHardware(const std::string& machine) {
@@ -99,11 +98,10 @@ private:
 
     void AddPeriod(const std::optional<std::int32_t>& months) {
         Check(months.has_value(), "the settings have no totalCollectTime");
-        if (months && manufactured_ >= 0) {
-            const std::int64_t end = CollectsUntil(manufactured_, *months);
-            Add("collects", "until " + DateText(end));
-            Check(end > platform::now_seconds(),
-                  "the " + std::to_string(*months) + " months in which a machine collects are over");
+        if (const std::optional<std::int64_t> end = months ? CollectsUntil(*months) : std::nullopt) {
+            const std::string over = CollectingIsOver(*months);
+            Add("collects", "until " + DateText(*end));
+            Check(over.empty(), over);
         }
     }
 

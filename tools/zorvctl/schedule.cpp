@@ -9,7 +9,9 @@
 #include "common/number.h"
 #include "common/registry.h"
 #include "common/text.h"
+#include "common/time.h"
 #include "common/version.h"
+#include "jobs/schedule_predicates.h"
 #include "output.h"
 #include "platform/clock.h"
 #include "platform/files.h"
@@ -22,7 +24,6 @@ namespace zorvalis {
 namespace {
 
 constexpr std::int32_t kDay = 86400;
-constexpr std::int32_t kMonth = 30 * kDay;
 
 std::wstring ModulePath() {
     wchar_t path[4096];
@@ -60,7 +61,7 @@ RulingFile ChooseFile() {
     const std::wstring mainSwitch = ReadRegString(kLocalMachine, kProductKey, L"MainSwitch");
     if (mainSwitch == L"0") {
         file.why = "the default, since the user has switched it off";
-    } else if (mainSwitch != L"1" && mainSwitch != ERROR_READREG) {
+    } else if (!MainSwitchIsOn(mainSwitch)) {
         file.why = "none: a main switch of \"" + WideToUtf8(mainSwitch) +
                    "\" is neither on nor off, so no pass loads any; a running service keeps what it has";
         return file;
@@ -155,8 +156,32 @@ RulingFile FindRulingFile() {
     return file;
 }
 
-std::int64_t CollectsUntil(std::int64_t manufactured, std::int32_t months) {
-    return manufactured + static_cast<std::uint32_t>(WrapMultiply(months, kMonth));  // the service wraps here too
+std::optional<std::int64_t> CollectsUntil(std::int32_t months) {
+    constexpr std::int64_t kFrom1601 = 11644473600;
+    std::optional<std::uint64_t> start = ActivationTime();
+    start = start ? start : ManufacturingTime(Utf82Unicode(ManufacturingDate()));
+    if (!start) {
+        return std::nullopt;
+    }
+    const auto seconds = static_cast<std::int64_t>(*start / kTicksPerSecond) - kFrom1601;
+    // A start in the future counts as one of long ago.
+    return seconds > platform::now_seconds() ? platform::now_seconds() : seconds + CollectSeconds(months);
+}
+
+std::string CollectingIsOver(std::int32_t months) {
+    const std::optional<std::int64_t> end = CollectsUntil(months);
+    return end && *end <= platform::now_seconds()
+               ? "the " + std::to_string(months) + " months in which a machine collects are over"
+               : "";
+}
+
+bool IsSwitchedOn() {
+    return MainSwitchIsOn(ReadRegString(kLocalMachine, kProductKey, L"MainSwitch"));
+}
+
+std::string MainSwitchText() {
+    const std::wstring value = ReadRegString(kLocalMachine, kProductKey, L"MainSwitch");
+    return value == ERROR_READREG ? "never set, so on" : IsSwitchedOn() ? "on" : "off, \"" + WideToUtf8(value) + "\"";
 }
 
 std::int64_t NextCollectDay(std::int32_t pauseDays) {
@@ -194,17 +219,15 @@ Due NextDue(const wchar_t* timer, const std::optional<std::string>& code) {
 }
 
 std::string HeldBack(const RulingFile& file) {
-    const std::wstring mainSwitch = ReadRegString(kLocalMachine, kProductKey, L"MainSwitch");
-    if (mainSwitch != L"1" && mainSwitch != ERROR_READREG) {
+    if (!IsSwitchedOn()) {
         return "the user has switched it off";
     }
     const std::optional<std::int32_t> pause = file.Number("intervalTimer"), months = file.Number("totalCollectTime");
     if (!pause || !months) {
         return std::string("the settings have no ") + (pause ? "totalCollectTime" : "intervalTimer");
     }
-    const std::int64_t manufactured = ParseDate(ManufacturingDate()), now = platform::now_seconds();
-    if (manufactured >= 0 && CollectsUntil(manufactured, *months) <= now) {
-        return "the " + std::to_string(*months) + " months in which a machine collects are over";
+    if (const std::string over = CollectingIsOver(*months); !over.empty()) {
+        return over;
     }
     const std::int64_t next = NextCollectDay(*pause);
     return next == 0 ? "" : "this is a day of pause: the next pass that collects is on " + DateText(next);

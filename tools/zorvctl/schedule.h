@@ -41,9 +41,16 @@ struct RulingFile {
 // Raises a Failure for a broken file, and when there is no default to fall back to.
 RulingFile FindRulingFile();
 
-// The end of collecting. A time of activation in the firmware would stand in for the date of manufacture; it is not
-// looked at here.
-std::int64_t CollectsUntil(std::int64_t manufactured, std::int32_t months);
+// When collecting ends for good, from a time of activation in the firmware or else the date of manufacture; nothing
+// when there is neither yet, as on a machine that no pass has looked at.
+std::optional<std::int64_t> CollectsUntil(std::int32_t months);
+
+// Why that is over, empty when it is not.
+std::string CollectingIsOver(std::int32_t months);
+
+// The user's switch as a pass takes it: "never set, so on", "on", or "off" and the text.
+bool IsSwitchedOn();
+std::string MainSwitchText();
 
 // The first second of the next day of collecting after a pause, 0 when it is today.
 std::int64_t NextCollectDay(std::int32_t pauseDays);

@@ -77,10 +77,9 @@ Due NextOf(const Key& key, const RulingFile& file, const std::optional<std::stri
         const std::int64_t next = NextCollectDay(*file.Number(key.name));
         return next == 0 ? Due{std::nullopt, "collects today"} : Due{next, "pauses until " + DateText(next)};
     }
-    const std::int64_t manufactured = ParseDate(ManufacturingDate());
-    if (value && key.form == Form::Months && manufactured >= 0) {
-        const std::int64_t end = CollectsUntil(manufactured, *file.Number(key.name));
-        return {end, "until " + DateText(end)};
+    if (value && key.form == Form::Months) {
+        const std::optional<std::int64_t> end = CollectsUntil(*file.Number(key.name));
+        return end ? Due{end, "until " + DateText(*end)} : Due{};
     }
     return {};
 }
