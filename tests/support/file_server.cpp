@@ -66,7 +66,6 @@ LoopbackAnswer FileServer::Handle(const LoopbackRequest& request) {
     if (fault->second.late) {
         Answer(request.path, request.body);
     }
-    on_fault();
     return {fault->second.status, fault->second.body, fault->second.cut};
 }
 

@@ -39,10 +39,9 @@ public:
     // Forgets files, calls and faults.
     void reset();
 
-    std::map<std::size_t, Fault> faults;     // by number of the call, from 0
-    std::function<void()> on_fault = [] {};  // once its work is done or left undone, and before anything is answered
-    std::string offset;                      // JSON in place of the offset to go on from; empty for the truth
-    std::string setting;                     // the answer to a query for settings
+    std::map<std::size_t, Fault> faults;  // by number of the call, from 0
+    std::string offset;                   // JSON in place of the offset to go on from; empty for the truth
+    std::string setting;                  // the answer to a query for settings
 
     std::map<std::string, File> files;  // by name
     std::vector<std::string> calls;     // the path of each call

@@ -72,13 +72,24 @@ test_side() {
     fi
 }
 
+# A sample of ./dev faults, each Nth operation, as one test.
+test_faults() {
+    if step "$1-faults" watched "${@:3}" ./dev faults --built "$1" --every "$2" --damaged 79 --seed 1; then
+        passed=$((passed + 1))
+    else
+        failed=$((failed + 1))
+    fi
+}
+
 test_linux() {
     local report=log_path=$PWD/$logs/sanitizer steady=()
     # The sanitizers' fixed memory map does not go with every kernel's randomisation.
     ! setarch -R true 2>/dev/null || steady=(setarch -R)
     step check ./dev check || failed=$((failed + 1))
     test_side linux-debug
+    test_faults linux-debug 80
     test_side linux-asan "${steady[@]}" env ASAN_OPTIONS="$report" UBSAN_OPTIONS="$report:print_stacktrace=1"
+    test_faults linux-asan 300 env ASAN_OPTIONS="$report" UBSAN_OPTIONS="$report:print_stacktrace=1"
     test_side linux-tsan "${steady[@]}" env TSAN_OPTIONS="$report:suppressions=$PWD/tools/dev.d/tsan.supp"
 }
 
