@@ -24,7 +24,7 @@ fuzz_outcome() {
 
 fuzz() {
     local seconds=${1:-60} name failed=no memory=/dev/shm steady=() running=() i status
-    [[ $seconds =~ ^[1-9][0-9]*$ ]] || fail "fuzz for how many seconds?"
+    require_count "$seconds" "fuzz for how many seconds"
     step build-linux-fuzz ./dev build linux-fuzz "${fuzzers[@]/#/fuzz_}" || exit 1
     ! setarch -R true 2>/dev/null || steady=(setarch -R)
     [ -w $memory ] || memory=${TMPDIR:-/tmp}

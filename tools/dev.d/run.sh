@@ -20,6 +20,7 @@ run() {
     local bin=$PWD/build/linux-release/bin folder=$PWD/build/server known="as the last run left it" timer file
     local data=$PWD/build/machine/ProgramData/Zorv/Zorvcore/Zorvalis/data
     local columns=local_time,cpu_temp,gpu_temp,cpu_usage,rpm_fans,current_capacity,current,model_name,cpu_info
+    case ${1:-} in "" | --again) ;; *) fail "run takes --again or --live, not $1" ;; esac
     step build-linux-release ./dev build linux-release zorvalis zorv_hardware zorvctl zorvserver || exit 1
     export ZORV_MACHINE=$PWD/build/machine PATH=$bin:$PATH
     if [ ! -f "$ZORV_MACHINE/hardware.json" ]; then
