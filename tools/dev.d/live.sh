@@ -1,14 +1,15 @@
 # The service on a machine of its own under build/, with time shortened, and the soak. Sourced by ./dev.
 # shellcheck shell=bash disable=SC2154
 
-# A fresh machine in the folder, with the service installed and running; gone with the script.
+# A fresh machine in the folder $1, with the service installed and running; gone with the script. $2 shortens its waits,
+# $3 is what its clock is ahead.
 start_service() {
     export ZORV_MACHINE=$1 PATH=$PWD/build/linux-release/bin:$PATH
     step build-linux-release ./dev build linux-release zorvalis zorv_hardware zorvctl zorvserver || exit 1
     ! zorvctl service status >/dev/null 2>&1 || zorvctl service stop >/dev/null || true
     rm -rf "$ZORV_MACHINE"
     zorvctl machine init >"$logs/machine.log" || fail "no machine can be made in $ZORV_MACHINE"
-    printf '{"wait": %s}\n' "$2" >"$ZORV_MACHINE/clock.json"
+    printf '{"offset": %s, "wait": %s}\n' "${3:-0}" "$2" >"$ZORV_MACHINE/clock.json"
     printf '{"level": 4, "flags": 1}\n' >"$ZORV_MACHINE/trace.json"
     printf '{"lid": 1, "ac": 0, "display": 1}\n' >"$ZORV_MACHINE/power.json"
     zorvalis-agent-service -install
@@ -20,16 +21,20 @@ new_rows() {
     zorvctl show --json 2>/dev/null | python3 tools/dev.d/new_rows.py "$ZORV_MACHINE/seen.json" || true
 }
 
-# Somebody plays a day; what was recorded comes as it is recorded.
+# Somebody plays a day; what was recorded comes as it is recorded. The day begins at noon, since a fresh machine collects
+# on its first day and, by the default settings, pauses for a day from midnight on.
 live() {
-    local words
-    start_service "$PWD/build/live" 0.02
+    local line='' words status=0 part
+    start_service "$PWD/build/live" 0.02 $(($(date -d 'today 12:00' +%s) - $(date +%s)))
     zorvctl tasks run --speed 60 >"$logs/tasks.log" 2>&1 </dev/null &
     at_exit "kill $! 2>/dev/null || true"
-    cat <<'END'
+    cat <<END
 
 The service runs on the machine in build/live. Its two minutes last two seconds and a half, a minute of the machine's
 clock lasts a second: the scheduled task is armed soon, and a pass starts every few seconds. Rows appear as they are stored.
+
+It is noon there, and the machine's midnight comes at $(date -d '12 minutes' +%T) by your clock: until then it collects, and
+then pauses for a day, which lasts 24 to 25 minutes.
 
     lid close | lid open | ac out | ac in | suspend | resume | display on | wmi 154      lets something happen
     status | tasks | uploads | settings                                                    shows how things are
@@ -38,13 +43,14 @@ clock lasts a second: the scheduled task is armed soon, and a pass starts every 
 Lid and mains count from the first pass on: until then nobody can tell them from the states that come with the start.
 
 END
-    while :; do
+    while [ $status -eq 0 ] || [ $status -gt 128 ]; do  # 1 is the end of the input, and more than 128 that of the second
         new_rows
-        words=
-        if ! read -r -t 1 words; then
-            [ $? -gt 128 ] || break  # the end of the input, and not of the second
-            continue
-        fi
+        status=0
+        IFS= read -r -t 1 part || status=$?
+        line+=$part
+        [ $status -le 128 ] || continue  # what has come of the line is kept for its rest
+        read -r words <<<"$line"
+        line=
         # shellcheck disable=SC2086  # words of a command
         case $words in
             "") ;;
@@ -63,7 +69,7 @@ END
 # Days of passes and events in minutes, counted row by row against what the rules give.
 soak() {
     local days=${1:-30}
-    case $days in "" | *[!0-9]*) fail "soak for how many days? $days is no number" ;; esac
+    require_count "$days" "soak for how many days"
     start_service "$PWD/build/soak" 0.0001
     rm -f "$ZORV_MACHINE/trace.json"
     python3 tools/dev.d/soak.py "$days" "$(service_process)"

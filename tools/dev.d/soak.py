@@ -85,6 +85,7 @@ def main(days, process):
                         expect("E", month, ["UserBehavior", *samples])
         if first is None:
             first = held(process)
+        print(f"  day {day + 1} of {days}", end="\r" if sys.stdout.isatty() else "\n", flush=True)
     last = held(process)
     found = stored()
     wrong = {key: (found[key], expected[key]) for key in set(found) | set(expected) if found[key] != expected[key]}
@@ -92,7 +93,11 @@ def main(days, process):
           f"{first[0]} and {last[0]} KiB, {first[1]} and {last[1]} threads, {first[2]} and {last[2]} descriptors")
     for key, (is_there, should_be) in sorted(wrong.items()):
         print(f"  {key[0]} {key[1]} {key[2]}: {is_there} rows, {should_be} by the rules")
-    sys.exit(1 if wrong else 0)
+    print(f"not as the rules give: {len(wrong)} counts differ" if wrong else "all rows as the rules give")
+    return 1 if wrong else 0
 
 
-main(int(sys.argv[1]), sys.argv[2])
+try:
+    sys.exit(main(int(sys.argv[1]), sys.argv[2]))
+except (OSError, subprocess.CalledProcessError) as error:
+    sys.exit(f"not counted to the end, the service or a pass has failed: {error}")
