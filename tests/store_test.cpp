@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "collection/data_collector.h"
+#include "settings/setting_file_manager.h"
 #include "store/db_file.h"
 #include "store/sqlite_vfs.h"
 #include "store/telemetry_db.h"
@@ -197,8 +198,11 @@ TEST(DatabaseFile, IsNotUsedThroughALink) {
         fs::rename(elsewhere, place);
         EXPECT_EQ(totalRecord(kFile, "T"), 0) << place;
     }
+    fs::create_symlink(elsewhere, data.parent_path().parent_path() / "setting.json");
+    SettingFileManager().SaveSettingFile("{}");
+    EXPECT_FALSE(fs::exists(elsewhere));
     const std::string words = "data path leads through a link, file not used";
-    ExpectEventLog({words, words});
+    ExpectEventLog({words, words, words});
 }
 
 TEST(DatabaseFile, IsReplacedByNothingThatIsNotWhole) {

@@ -55,6 +55,14 @@ bool HasLink(const std::string& path) {
     return false;
 }
 
+bool RefusesLink(const std::string& path) {
+    const bool refuses = HasLink(path);
+    if (refuses) {
+        ReportServiceEvent(L"data path leads through a link, file not used", kWarning);
+    }
+    return refuses;
+}
+
 void RemoveAllFilesInFolder(const std::string& folder, const std::set<std::string>& kept) {
     std::vector<platform::FolderEntry> entries;
     const std::uint32_t error = platform::list_folder(folder, entries);

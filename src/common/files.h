@@ -18,8 +18,9 @@ inline constexpr char kDataFolder[] = "C:\\ProgramData\\Zorv\\Zorvcore\\Zorvalis
 void CreateFolders(std::initializer_list<const char*> folders, const char* words);
 
 // Whether the path, or a folder on its way below C:\ProgramData, is a link: it leads one who may write anywhere to
-// where its maker wants him.
+// where its maker wants him. Such a file is not used; RefusesLink says so in the event log.
 bool HasLink(const std::string& path);
+bool RefusesLink(const std::string& path);
 
 // Deletes every file directly in the folder, a path of the "C:\\" form, but the names in `kept`. Subfolders stay, and
 // so does a file that cannot be deleted.

@@ -112,13 +112,19 @@ Json SettingFileManager::LoadJsonFile(const std::string& name) const {
 }
 
 void SettingFileManager::SaveSettingFile(const std::string& text) const {
+    const std::string path = kProductFolder + settingFileName_;
+    if (RefusesLink(path)) {
+        return;
+    }
     CreateFolders({"C:\\ProgramData\\", "C:\\ProgramData\\Zorv\\", "C:\\ProgramData\\Zorv\\Zorvcore\\", kProductFolder},
                   nullptr);
-    platform::replace_text(kProductFolder + settingFileName_, text);
+    platform::replace_text(path, text);
 }
 
 void SettingFileManager::RemoveSettingFile() const {
-    platform::remove_file(kProductFolder + settingFileName_);
+    if (!HasLink(kProductFolder)) {  // the file itself may be one, and goes
+        platform::remove_file(kProductFolder + settingFileName_);
+    }
 }
 
 bool FindSettingText(const Json& tree, const std::string& key, std::string& text) {

@@ -30,8 +30,7 @@ int Open(const std::string& dbName, TelemetryDb& handle, std::uint8_t key) {
     }
     handle.path = kDataFolder + dbName;
     platform::FileLock lock = LockDatabaseFile(dbName);
-    if (HasLink(handle.path)) {
-        ReportServiceEvent(L"data path leads through a link, file not used", kWarning);
+    if (RefusesLink(handle.path)) {
         return SQLITE_CANTOPEN;
     }
     if (!decryptDBFast(handle, key)) {
