@@ -167,7 +167,8 @@ TEST_F(Upload, BelievesWhateverOffsetTheServerNames) {
                  {"1.6384e4", chunks - 1, BG_UPLOAD_STATUS_SUCCESS},
                  {"0", chunks},
                  {"-1", chunks},
-                 {"-2147483648", bytes.size() / kChunk},  // one piece more than the file has, and no end
+                 {"-32768", chunks + 2},
+                 {"-2147483648", bytes.size() / kChunk + 100},  // a hundred more than the file has, and no end
                  {std::to_string(bytes.size()), 0},
                  {"1e30", 0},
                  {"18446744073709551615", 0}};
@@ -246,10 +247,11 @@ TEST_F(Upload, TouchesNothingOutsideTheDataFolder) {
     const std::string names[] = {"..\\victim",  "../victim", platform::native_path(victim),
                                  "x.db:s",      "x.db.",     "x.db ",
                                  ".",           "..",        "nul.db",
-                                 "COM\xC2\xB9", "CONIN$",    "Lpt1 .x"};
+                                 "COM\xC2\xB9", "CONIN$",    "Lpt1 .x",
+                                 "BGFS.db",     "bgfs.DB",   "x.db.cached"};
     write_text(victim, "victim");
     for (const std::string& name : names) {
-        EXPECT_FALSE(IsBareFileName(name)) << name;
+        EXPECT_FALSE(IsRecordedName(name)) << name;
         Register(kFile, 2);
         SetValue(L"ODb_Filename", WidenBytes(name + ";1;2000-01-01"));
         Jobs().WriteEDbData();

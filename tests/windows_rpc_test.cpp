@@ -4,8 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <psapi.h>
 #include <sddl.h>
 
+#include <algorithm>
 #include <barrier>
 #include <semaphore>
 #include <set>
@@ -14,6 +16,7 @@
 #include "client/rpc_server.h"
 #include "platform/rpc_endpoint.h"
 #include "platform/windows/rpc_guard.h"
+#include "platform/windows/rpc_memory.h"
 #include "platform/windows/rpc_security.h"
 #include "windows/double/capability.h"
 #include "windows/held_context.h"
@@ -152,6 +155,21 @@ TEST(RpcEndpoint, IsOpenedAndClosedStepByStep) {
                      "RpcServerRegisterIf3 60 null null 21 4d2 ffffffff null 40001", "RpcServerInqBindings",
                      "RpcEpRegisterW 60 7 null null", "RpcServerListen 1 4d2 0", "RpcServerUnregisterIf 60 null 0",
                      "RpcEpUnregister 60 7 null", "RpcBindingVectorFree *"}));
+}
+
+TEST(RpcMemory, IsZerosForAnyOutputAndTakesNothingWhereNobodyWrites) {
+    for (const std::size_t size : {200U, 60000U, 0x10000U, 80000U, 1U << 21}) {
+        auto* const block = static_cast<char*>(MIDL_user_allocate(size + 1));
+        block[size] = 'x';
+        std::fill_n(block, size <= 60000 ? size : 0, 'y');
+        clear_rpc_block(block, size);
+        PSAPI_WORKING_SET_EX_INFORMATION middle{block + size / 2, {}};
+        EXPECT_TRUE(::K32QueryWorkingSetEx(::GetCurrentProcess(), &middle, sizeof middle));
+        EXPECT_EQ(middle.VirtualAttributes.Valid != 0, size <= 60000) << size;
+        EXPECT_EQ(std::count(block, block + size, '\0'), static_cast<std::ptrdiff_t>(size));
+        EXPECT_EQ(block[size], 'x') << "what lies behind an output is the runtime's";
+        MIDL_user_free(block);
+    }
 }
 
 TEST(RpcGuard, TakesWhateverTheOtherEndRaisesButNotTheProcessorsOwn) {

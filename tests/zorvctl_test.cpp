@@ -202,24 +202,32 @@ TEST(ZorvctlSettings, AgreeWithWhatAPassDoes) {
         date[4] = date[7] = separator;
         return date;
     };
+    const std::string lately = daysAgo(30, '/'), longAgo = daysAgo(300, '/'), noTime;
     const struct {
         const char* name;
-        int manufactured, activated;  // days ago; 0: the firmware holds no time
+        std::string manufactured, activated;
         const wchar_t* mainSwitch;
         bool collects;
-    } cases[] = {{"made lately", 30, 0, ERROR_READREG, true}, {"made long ago", 300, 0, L"1", false},
-                 {"activated lately", 300, 30, L"1", true},   {"activated long ago", 30, 300, L"1", false},
-                 {"to be made", -30, 0, L"1", false},         {"an empty switch", 30, 0, L"", false},
-                 {"switched off", 30, 0, L"0", false}};
+    } cases[] = {{"made lately", lately, noTime, ERROR_READREG, true},
+                 {"made long ago", longAgo, noTime, L"1", false},
+                 {"a blank behind the date", lately + " ", noTime, L"1", true},
+                 {"a date that no year has", "2026/2/30", noTime, L"1", false},
+                 {"younger than a week", daysAgo(2, '/'), noTime, L"1", false},
+                 {"to be made", daysAgo(-30, '/'), noTime, L"1", false},
+                 {"no date", "soon", noTime, L"1", false},
+                 {"no numbers", "a/b/c", noTime, L"1", false},
+                 {"activated lately", longAgo, daysAgo(30, '-'), L"1", true},
+                 {"activated long ago", lately, daysAgo(300, '-'), L"1", false},
+                 {"an empty switch", lately, noTime, L"", false},
+                 {"switched off", lately, noTime, L"0", false}};
     for (const auto& one : cases) {
         Notebook machine;
         machine.change_setting(R"({"totalCollectTime": "3"})");
         machine.default_setting(R"({"totalCollectTime": "3", "intervalTimer": "1", "thermal": "m5", "upload": "d1"})");
-        machine.change_hardware(
-            one.activated == 0 ? "{}" : "{\"GPNV_ActivatedTime\": \"" + daysAgo(one.activated, '-') + " 10:00:00\"}");
+        machine.change_hardware(one.activated.empty() ? "{}"
+                                                      : "{\"GPNV_ActivatedTime\": \"" + one.activated + " 10:00:00\"}");
         write_text(platform::machine_folder() + "/hardware.json", read_text(machine.bin_folder() + "hardware.json"));
-        WriteRegString(kLocalMachine, kFactoryConfigKey, L"ManufacturingDate",
-                       WidenBytes(daysAgo(one.manufactured, '/')));
+        WriteRegString(kLocalMachine, kFactoryConfigKey, L"ManufacturingDate", WidenBytes(one.manufactured));
         SetValue(L"MainSwitch", one.mainSwitch);  // the sentinel's own text reads as a missing value
         const auto ask = [&] {
             const std::string heldBack = ParseJson(run_zorvctl("settings --json").output)["heldBack"];

@@ -11,7 +11,7 @@ std::string NarrowText(const NarrowBuffer& buffer) {
     return std::string(buffer.data(), strnlen(buffer.data(), buffer.size()));
 }
 
-ZorvWinIoDll::ZorvWinIoDll() : library_(L"ZorvWinIo64.dll") {
+ZorvWinIoDll::ZorvWinIoDll() : library_(kHardwareLibrary) {
     if (auto* const initialize = library_.function<std::int32_t()>("InitializeWinIo")) {
         initialize();  // its result says nothing that matters here
     } else {

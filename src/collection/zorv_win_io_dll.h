@@ -25,6 +25,8 @@ std::wstring WideText(const std::array<wchar_t, size>& buffer) {
 }
 std::string NarrowText(const NarrowBuffer& buffer);
 
+inline constexpr wchar_t kHardwareLibrary[] = L"ZorvWinIo64.dll";
+
 class ZorvWinIoDll {
 public:
     // Loads and initialises, shuts down and frees; only a missing lifecycle export is reported, to the event log.

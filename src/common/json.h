@@ -24,7 +24,8 @@ template <class Exception>
     if constexpr (requires { exception.id; }) {
         const std::string_view message = exception.what();
         const std::size_t end = message.find("] ");
-        const std::string text(end == std::string_view::npos ? message : message.substr(end + 2));
+        constexpr std::size_t kLongest = 500;  // the library quotes what it read last, all of it
+        const std::string text(message.substr(end == std::string_view::npos ? 0 : end + 2, kLongest));
         if (exception.id == 406) {
             throw HugeNumber(text);
         }
@@ -74,16 +75,34 @@ inline bool IsNumber(std::string_view text) {
            at == text.size();
 }
 
+// Behind the text that begins at `at`.
+inline std::size_t EndOfText(std::string_view text, std::size_t at) {
+    for (++at; at < text.size() && text[at] != '"'; ++at) {
+        at += text[at] == '\\' ? 1 : 0;
+    }
+    return at + 1;
+}
+
+// Before the parser, whose own way of asking takes a time that grows with the square of a list's length.
+inline void RefuseDeep(std::string_view text) {
+    int depth = 0;
+    for (std::size_t at = 0; at < text.size();) {
+        const char c = text[at];
+        depth += c == '[' || c == '{' ? 1 : c == ']' || c == '}' ? -1 : 0;
+        if (depth > kDeepestJson) {
+            throw std::invalid_argument("parse error: nested too deeply");
+        }
+        at = c == '"' ? EndOfText(text, at) : at + 1;
+    }
+}
+
 // null, with blanks behind it, in the place of each number that is too large for a double.
 inline std::string WithoutHugeNumbers(std::string_view text) {
     constexpr std::string_view kNull = "null";
     std::string result(text);
     for (std::size_t at = 0; at < result.size();) {
         if (result[at] == '"') {
-            for (++at; at < result.size() && result[at] != '"'; ++at) {
-                at += result[at] == '\\' ? 1 : 0;
-            }
-            ++at;
+            at = EndOfText(result, at);
             continue;
         }
         const std::size_t length = std::min(result.find_first_not_of("+-.0123456789Ee", at), result.size()) - at;
@@ -98,17 +117,11 @@ inline std::string WithoutHugeNumbers(std::string_view text) {
 }  // namespace json_detail
 
 inline Json ParseJson(std::string_view text) {
-    const auto shallow = [](int depth, Json::parse_event_t event, Json&) {
-        const bool opens = event == Json::parse_event_t::object_start || event == Json::parse_event_t::array_start;
-        if (opens && depth >= kDeepestJson) {
-            throw std::invalid_argument("parse error: nested too deeply");
-        }
-        return true;
-    };
+    json_detail::RefuseDeep(text);
     try {
-        return Json::parse(text, shallow);
+        return Json::parse(text);
     } catch (const json_detail::HugeNumber&) {
-        return Json::parse(json_detail::WithoutHugeNumbers(text), shallow);
+        return Json::parse(json_detail::WithoutHugeNumbers(text));
     }
 }
 

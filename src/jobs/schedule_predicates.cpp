@@ -126,6 +126,24 @@ bool MainSwitchIsOn(const std::wstring& value) {
     return value == L"1" || value == ERROR_READREG;
 }
 
+std::wstring StoredManufacturingDate() {
+    std::wstring factory = ReadRegString(kLocalMachine, kFactoryConfigKey, L"ManufacturingDate");
+    if (factory != ERROR_READREG && HasThreeFields(factory)) {
+        return factory;
+    }
+    std::wstring fake = ReadProductValue(L"FakeManufacturingDate");
+    return fake != ERROR_READREG && HasThreeFields(fake) ? fake : L"";
+}
+
+double AgeInSeconds(const std::wstring& date) {
+    const std::vector<std::wstring> fields = SplitString(date, L'/');
+    return SecondsSince(ParseInt32(fields[0]), ParseInt32(fields[1]), ParseInt32(fields[2]));
+}
+
+bool IsOlderThanAWeek(double seconds) {
+    return seconds > kWeek;
+}
+
 bool isImageStateComplete() {
     LogMessage("[isImageStateComplete] start");
     const std::wstring state = ReadRegString(kLocalMachine, kSetupStateKey, L"ImageState");
@@ -142,13 +160,9 @@ bool isImageStateComplete() {
 }
 
 std::wstring getManufacturingDate() {
-    std::wstring factory = ReadRegString(kLocalMachine, kFactoryConfigKey, L"ManufacturingDate");
-    if (factory != ERROR_READREG && HasThreeFields(factory)) {
-        return factory;
-    }
-    std::wstring fake = ReadProductValue(L"FakeManufacturingDate");
-    if (fake != ERROR_READREG && HasThreeFields(fake)) {
-        return fake;
+    std::wstring stored = StoredManufacturingDate();
+    if (!stored.empty()) {
+        return stored;
     }
     writeFakeManufacturingDate();
     const std::wstring written = ReadProductValue(L"FakeManufacturingDate");
@@ -170,9 +184,8 @@ bool isReadyToDoJobByManufacturingDate() {
         writeFakeManufacturingDate();
         return false;
     }
-    const std::vector<std::wstring> fields = SplitString(date, L'/');
-    const double difference = SecondsSince(ParseInt32(fields[0]), ParseInt32(fields[1]), ParseInt32(fields[2]));
-    const bool ready = difference > kWeek;
+    const double difference = AgeInSeconds(date);
+    const bool ready = IsOlderThanAWeek(difference);
     std::array<char, 400> text{};
     std::snprintf(text.data(), text.size(), "%f", difference);
     LogMessage(std::string("diff time : ") + text.data() +

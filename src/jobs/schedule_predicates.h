@@ -9,12 +9,21 @@
 
 namespace zorvalis {
 
+// What the predicates below make of what they read; these change nothing, so that others may ask too.
+
 // The start of the collection period as the firmware or a date with slashes tells it, in units of 100 nanoseconds since
-// 1601; and what the predicates below make of what was read. These four change nothing: others may ask.
+// 1601. A missing hardware library is reported to the event log.
 std::optional<std::uint64_t> ActivationTime();
 std::optional<std::uint64_t> ManufacturingTime(const std::wstring& date);
 std::uint32_t CollectSeconds(std::int32_t months);
 bool MainSwitchIsOn(const std::wstring& value);
+
+// The factory's date, or else its substitute; empty when neither has three fields.
+std::wstring StoredManufacturingDate();
+
+// Seconds from local midnight of a date with three fields until now, and whether a machine of that age may collect.
+double AgeInSeconds(const std::wstring& date);
+bool IsOlderThanAWeek(double seconds);
 
 // False in a factory image and in the out-of-box setup.
 bool isImageStateComplete();

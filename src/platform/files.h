@@ -27,9 +27,9 @@ bool copy_bytes(std::FILE* from, std::FILE* to, std::int64_t most, std::uint8_t 
 
 // Puts `text` in the place of what the file holds, in place: room is made with blanks behind the old text, one write
 // goes over all of it, and what is left over is cut. A process that is killed in between leaves the old text or the new
-// one whole, perhaps with blanks behind it. A new file has its name only with its text where the file system can do
-// that; elsewhere a kill right after its creation leaves it empty. False when not all came through: the file is then
-// gone, or as it was when it could not even be opened.
+// one whole, perhaps with blanks behind it. A new file has its name only with its text, or goes with its process until
+// then; only on a Linux file system without unnamed files does a kill leave it empty. False when not all came through:
+// the file is then gone, or as it was when it could not even be opened.
 bool replace_text(const std::string& path, const std::string& text);
 
 bool file_exists(const std::string& path);                         // a file, no folder

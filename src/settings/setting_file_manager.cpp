@@ -95,6 +95,7 @@ Json SettingFileManager::LoadJsonFile(const std::string& name) const {
     std::string path;
     if (name == settingFileName_) {
         path = kProductFolder + name;
+        path = HasLink(path) ? "" : path;  // nobody else's file rules
     } else if (name == defaultFileName_) {
         const std::string folder = getCurrentPath();
         path = folder.empty() ? "" : folder + name;  // never the current folder's
@@ -113,6 +114,9 @@ Json SettingFileManager::LoadJsonFile(const std::string& name) const {
 
 void SettingFileManager::SaveSettingFile(const std::string& text) const {
     const std::string path = kProductFolder + settingFileName_;
+    if (platform::is_link(path)) {
+        platform::remove_file(path);  // what it leads to is another's
+    }
     if (RefusesLink(path)) {
         return;
     }

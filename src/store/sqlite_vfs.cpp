@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <cstdio>
 #include <mutex>
 #include <string_view>
 
@@ -73,17 +74,30 @@ int Access(sqlite3_vfs* vfs, const char* name, int flags, int* result) {
     return flags != SQLITE_ACCESS_EXISTS || IsJournal(name) ? system->xAccess(vfs, name, flags, result) : SQLITE_OK;
 }
 
+// As it stands, so that a link in the file's place is not resolved: SQLite's own open then refuses it.
+int FullPath(sqlite3_vfs* vfs, const char* name, int size, char* path) {
+    return name[0] == '/' && std::snprintf(path, size, "%s", name) < size
+               ? SQLITE_OK
+               : system->xFullPathname(vfs, name, size, path);
+}
+
 int Delete(sqlite3_vfs* vfs, const char* name, int sync) {
     return IsJournal(name) ? system->xDelete(vfs, name, sync) : SQLITE_IOERR_DELETE;
 }
 
 constexpr int kLongestStatement = 1 << 20;  // far above any sample's; a longer one would swell its file for good
 
+constexpr int kLongestValue = 4 << 20;
+
 // For every connection of the process. A statement reaches no second file, neither by ATTACH nor by VACUUM INTO, which
-// attaches too.
+// attaches too; and a file that another has planted brings no statements of its own, which need never end.
 int Limit(sqlite3* database, const char**, const sqlite3_api_routines*) {
     sqlite3_limit(database, SQLITE_LIMIT_ATTACHED, 0);
     sqlite3_limit(database, SQLITE_LIMIT_SQL_LENGTH, kLongestStatement);
+    sqlite3_limit(database, SQLITE_LIMIT_LENGTH, kLongestValue);
+    sqlite3_db_config(database, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
+    sqlite3_db_config(database, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
+    sqlite3_db_config(database, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
     return SQLITE_OK;
 }
 
@@ -95,6 +109,7 @@ bool Register() {
     vfs.xOpen = Open;
     vfs.xAccess = Access;
     vfs.xDelete = Delete;
+    vfs.xFullPathname = FullPath;
     vfs.xCurrentTime = CurrentTime;
     vfs.xCurrentTimeInt64 = CurrentTimeInt64;
     return sqlite3_vfs_register(&vfs, 1) == SQLITE_OK &&

@@ -11,7 +11,6 @@
 #include "platform/digest.h"
 #include "platform/error.h"
 #include "platform/files.h"
-#include "store/db_file.h"
 
 namespace zorvalis {
 namespace {
@@ -176,9 +175,6 @@ std::string getMD5(const std::string& path, std::int32_t start, std::int32_t blo
 }
 
 void RemoveLeftovers(const std::string& fileName) {
-    if (!IsBareFileName(fileName) || OpenWorkingCopies().count(fileName + ".cached") != 0) {
-        return;  // a row may name the status database itself, which is open now
-    }
     std::vector<platform::FolderEntry> entries;
     platform::list_folder(kDataFolder, entries);
     const std::string chunk = fileName + "_MD5_";

@@ -36,6 +36,10 @@ std::string Quoted(std::string text) {
     return "'" + std::move(text) + "'";
 }
 
+bool IsThere(const std::string& name) {
+    return IsRecordedName(name) && IsInDataFolder(name);
+}
+
 bool IsNoAnswer(const Json& answer) {
     return answer == 0;
 }
@@ -195,8 +199,9 @@ std::int32_t FinishFile(Sending& file) {
 std::int32_t SendToServer(Sending& file, std::int32_t chunkSize) {
     std::int32_t code = AskWhereToStart(file);
     // The offset that the server names is believed, also one below zero, whose pieces are empty. So that they do not go
-    // on for hours, an attempt ends after as many pieces as the whole file has, and one.
-    std::int64_t pieces = file.size / chunkSize + 1;
+    // on for hours, an attempt has a hundred pieces more than the whole file.
+    constexpr std::int64_t kMostEmptyPieces = 100;
+    std::int64_t pieces = file.size / chunkSize + 1 + kMostEmptyPieces;
     while (code == 0 && file.offset < file.size) {
         code = pieces-- > 0
                    ? SendChunk(file, chunkSize)
@@ -245,7 +250,7 @@ std::int32_t BG_FILESTATUS_CONTROLLER::startUpload(std::int32_t fileType, std::i
             row.Set(FILE_UPLOAD_STATUS, std::int64_t{BG_UPLOAD_STATUS_IN_PROGRESS});
             row.SetStage("'initUploadFile start'");
             if (const platform::FileLock lock = LockDatabaseFile(file.fileName);
-                IsInDataFolder(file.fileName)) {  // one that is gone is not made anew
+                IsThere(file.fileName)) {  // one that is gone is not made anew
                 createAllTables(file.fileName, static_cast<DbClass>(file.fileType));
             }
             const std::int32_t code = uploading(cycle.Connection(), file, chunkIndex);
@@ -271,10 +276,10 @@ std::int32_t BG_FILESTATUS_CONTROLLER::uploading(sqlite3* database, const FileRe
     }
     Sending file{row, record, kDataFolder + record.fileName};
     platform::FileLock lock = LockDatabaseFile(record.fileName);
-    if (lock.held()) {
+    if (lock.held() && IsRecordedName(record.fileName)) {
         RemoveLeftovers(record.fileName);
     }
-    if (!IsInDataFolder(record.fileName)) {
+    if (!IsThere(record.fileName)) {
         LogMessage("[BG_FILESTATUS_CONTROLLER][uploading] Step0 " + record.fileName + " not exist ");
         row.SetStage("'File Not Exist'");
         row.Set(FILE_STATUS, std::int64_t{2});

@@ -3,6 +3,7 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <cctype>
 #include <exception>
 #include <stdexcept>
 #include <string_view>
@@ -143,6 +144,12 @@ std::string CommitStatement(const FileRecord& record) {
 
 }  // namespace
 
+bool IsRecordedName(const std::string& name) {
+    std::string lower = name;  // Windows' names have no case
+    std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char c) { return std::tolower(c); });
+    return IsBareFileName(name) && lower != "bgfs.db" && lower.find(".cached") == std::string::npos;
+}
+
 BG_FILESTATUS_CONTROLLER::BG_FILESTATUS_CONTROLLER(std::string dbName) {
     OpenCycle(dbName);
     if (!cycle_->IsOpen()) {
@@ -260,7 +267,7 @@ void BG_FILESTATUS_CONTROLLER::startDelete(std::int32_t fileType, std::int32_t k
     for (std::int32_t index = 0; index < count - keep; ++index) {
         const std::string& name = names[index];
         LogMessage("[BG_FILESTATUS_CONTROLLER][startDelete] " + name);
-        if (IsBareFileName(name)) {
+        if (IsRecordedName(name)) {
             const platform::FileLock lock = LockDatabaseFile(name);
             platform::remove_file(kDataFolder + name);
             RemoveLeftovers(name);

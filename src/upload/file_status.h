@@ -15,6 +15,10 @@ namespace zorvalis {
 
 inline constexpr char kStatusDb[] = "BGFS.db";
 
+// Whether a row's name is that of a file which the upload may touch. Rows can be planted: one may name a file
+// elsewhere, the status database, or a working copy. Such a file is not there.
+bool IsRecordedName(const std::string& name);
+
 class BG_FILESTATUS_CONTROLLER {
 public:
     // Opens the database and makes sure that its table exists; nothing is committed by that connection. When that fails

@@ -1,6 +1,7 @@
 // Makes a stand-in machine, and says whether a pass would collect on it.
 
 #include <CLI/CLI.hpp>
+#include <cmath>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -10,7 +11,9 @@
 #include "common/files.h"
 #include "common/json.h"
 #include "common/registry.h"
+#include "common/text.h"
 #include "host.h"
+#include "jobs/schedule_predicates.h"
 #include "output.h"
 #include "platform/clock.h"
 #include "platform/files.h"
@@ -55,16 +58,19 @@ private:
     void AddImageState() {
         const std::string state = ReadText(kSetupStateKey, L"ImageState");
         Add("image state", state.empty() ? "not set" : state);
-        Check(state == "IMAGE_STATE_COMPLETE", "the system's setup is not complete");
     }
 
     void AddAge() {
-        const std::string text = ManufacturingDate();
-        manufactured_ = ParseDate(text);
-        const std::int64_t age = platform::now_seconds() - manufactured_;
-        Add("manufactured", manufactured_ >= 0 ? text + ", " + std::to_string(age / kDay) + " days ago" : "not set");
-        Check(manufactured_ >= 0, "there is no date of manufacture: the first pass sets one and waits a week");
-        Check(manufactured_ < 0 || age > 7 * kDay, "the machine is no older than a week");
+        const std::wstring date = StoredManufacturingDate();
+        std::string age;
+        try {
+            age =
+                date.empty() ? "not set" : ", " + std::to_string(std::llround(AgeInSeconds(date)) / kDay) + " days ago";
+        } catch (const std::exception&) {  // NotReady tells of it
+        }
+        const std::string problem = NotReady();
+        Add("manufactured", WideToUtf8(date) + age);
+        Check(problem.empty(), problem);
     }
 
     void AddMainSwitch() {
@@ -112,7 +118,6 @@ private:
     }
 
     std::string text_, problems_;
-    std::int64_t manufactured_ = -1;
 };
 
 // Whether anything that `machine init` writes is there already.

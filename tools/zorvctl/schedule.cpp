@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <ctime>
 
+#include "collection/zorv_win_io_dll.h"
 #include "common/code_page.h"
 #include "common/files.h"
 #include "common/number.h"
@@ -15,6 +16,7 @@
 #include "output.h"
 #include "platform/clock.h"
 #include "platform/files.h"
+#include "platform/library.h"
 #include "platform/module.h"
 #include "settings/period_codes.h"
 #include "settings/setting_file_manager.h"
@@ -125,9 +127,19 @@ std::string ReadText(const wchar_t* key, const wchar_t* value) {
     return platform::read_registry_string(kLocalMachine, key, value, data) ? WideToUtf8(data) : "";
 }
 
-std::string ManufacturingDate() {
-    const std::string text = ReadText(kFactoryConfigKey, L"ManufacturingDate");
-    return ParseDate(text) >= 0 ? text : ReadText(kProductKey, L"FakeManufacturingDate");
+std::string NotReady() {
+    if (!isImageStateComplete()) {
+        return "the system's setup is not complete";
+    }
+    const std::wstring date = StoredManufacturingDate();
+    if (date.empty()) {
+        return "there is no date of manufacture: the first pass sets one and waits a week";
+    }
+    try {
+        return IsOlderThanAWeek(AgeInSeconds(date)) ? "" : "the machine is no older than a week";
+    } catch (const std::exception&) {
+        return "the date of manufacture, " + WideToUtf8(date) + ", holds no numbers, and every pass fails on it";
+    }
 }
 
 std::optional<std::string> RulingFile::Text(const std::string& key) const {
@@ -158,10 +170,13 @@ RulingFile FindRulingFile() {
 
 std::optional<std::int64_t> CollectsUntil(std::int32_t months) {
     constexpr std::int64_t kFrom1601 = 11644473600;
-    std::optional<std::uint64_t> start = ActivationTime();
-    start = start ? start : ManufacturingTime(Utf82Unicode(ManufacturingDate()));
-    if (!start) {
-        return std::nullopt;
+    // Asked once, and only when it is there: the product would report a missing one.
+    static const std::optional<std::uint64_t> activated =
+        platform::SharedLibrary(kHardwareLibrary).is_open() ? ActivationTime() : std::nullopt;
+    const std::wstring date = StoredManufacturingDate();
+    const std::optional<std::uint64_t> start = activated ? activated : ManufacturingTime(date);
+    if (!start) {  // a date that the calendar does not have counts as one of long ago
+        return date.empty() ? std::nullopt : std::optional(platform::now_seconds());
     }
     const auto seconds = static_cast<std::int64_t>(*start / kTicksPerSecond) - kFrom1601;
     // A start in the future counts as one of long ago.
@@ -221,6 +236,9 @@ Due NextDue(const wchar_t* timer, const std::optional<std::string>& code) {
 std::string HeldBack(const RulingFile& file) {
     if (!IsSwitchedOn()) {
         return "the user has switched it off";
+    }
+    if (const std::string problem = NotReady(); !problem.empty()) {
+        return problem;
     }
     const std::optional<std::int32_t> pause = file.Number("intervalTimer"), months = file.Number("totalCollectTime");
     if (!pause || !months) {

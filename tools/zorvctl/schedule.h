@@ -25,8 +25,8 @@ std::int64_t ParseDate(const std::string& text);
 // Empty when the value is missing.
 std::string ReadText(const wchar_t* key, const wchar_t* value);
 
-// The factory's date or its substitute, as it is stored.
-std::string ManufacturingDate();
+// Why the machine is not ready by its setup and its date of manufacture; empty when it is.
+std::string NotReady();
 
 struct RulingFile {
     std::string path;  // empty when the main switch keeps every file from being loaded

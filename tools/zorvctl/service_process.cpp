@@ -32,7 +32,8 @@ namespace zorvalis {
 StartedService::StartedService(const std::string& name, const std::string&, const std::string&) {
     using Handle = platform::Owned<::CloseServiceHandle, SC_HANDLE>;
     const Handle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
-    const Handle service(OpenServiceW(manager.get(), Utf82Unicode(name).c_str(), SERVICE_START));
+    const Handle service(manager == nullptr ? nullptr
+                                            : OpenServiceW(manager.get(), Utf82Unicode(name).c_str(), SERVICE_START));
     const bool started = service != nullptr && StartServiceW(service.get(), 0, nullptr) != FALSE;
     const DWORD error = GetLastError();  // not beside the call: arguments have no order
     Require(started, name + " cannot be started: error " + std::to_string(error));

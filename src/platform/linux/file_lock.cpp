@@ -35,7 +35,8 @@ Descriptor open_lock(std::string name) {
     std::replace(name.begin(), name.end(), '/', '_');
     make_folders(machine_path("run"));
     const std::string path = machine_path("run/" + name + ".lock");
-    return Descriptor(retry([&] { return ::open(path.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666); }));
+    return Descriptor(
+        retry([&] { return ::open(path.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0666); }));
 }
 
 // flock has no wait with a limit.

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <string_view>
 
 #include "platform/linux/machine_file.h"
@@ -72,10 +73,24 @@ std::string native_path(const std::string& path) {
 }
 
 File open_file(const std::string& path, const char* mode) {
-    File file(std::fopen(native_path(path).c_str(), (std::string(mode) + "e").c_str()));
+    const std::string name = native_path(path);
+    const bool ofMachine = name != path;
+    File file;
+    if (ofMachine) {
+        // Whatever another has put in the place of a file: no link is followed, and no pipe waited for.
+        const bool both = std::strchr(mode, '+') != nullptr;
+        const int access = both ? O_RDWR : *mode == 'r' ? O_RDONLY : O_WRONLY;
+        const int creates = *mode == 'w' ? O_CREAT | O_TRUNC : *mode == 'a' ? O_CREAT | O_APPEND : 0;
+        const int flags = access | creates | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+        const int opened = retry([&] { return ::open(name.c_str(), flags, 0666); });
+        file.reset(opened >= 0 ? ::fdopen(opened, mode) : nullptr);
+    } else {
+        file.reset(std::fopen(name.c_str(), (std::string(mode) + "e").c_str()));
+    }
     struct stat status {};
     // A folder opens for reading here, which no caller expects.
-    if (file != nullptr && (::fstat(::fileno(file.get()), &status) != 0 || S_ISDIR(status.st_mode))) {
+    if (file != nullptr && (::fstat(::fileno(file.get()), &status) != 0 ||
+                            (ofMachine ? !S_ISREG(status.st_mode) : S_ISDIR(status.st_mode)))) {
         return nullptr;
     }
     if (file != nullptr) {
@@ -104,7 +119,7 @@ bool copy_bytes(std::FILE* from, std::FILE* to, std::int64_t most, std::uint8_t 
 
 bool replace_text(const std::string& path, const std::string& text) {
     const std::string name = native_path(path);
-    const Descriptor file(retry([&] { return ::open(name.c_str(), O_WRONLY | O_CLOEXEC); }));
+    const Descriptor file(retry([&] { return ::open(name.c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK); }));
     if (!file) {
         return errno == ENOENT && create_text(name, text);
     }

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "platform/windows/busy_file.h"
+#include "platform/windows/handles.h"
 #include "platform/windows/wide.h"
 
 namespace platform {
@@ -28,6 +29,11 @@ bool cut_at(HANDLE file, std::int64_t size) {
     LARGE_INTEGER end;
     end.QuadPart = size;
     return ::SetFilePointerEx(file, end, nullptr, FILE_BEGIN) != FALSE && ::SetEndOfFile(file) != FALSE;
+}
+
+bool delete_with_handle(HANDLE file, bool deletes) {
+    FILE_DISPOSITION_INFO disposition{deletes};
+    return ::SetFileInformationByHandle(file, FileDispositionInfo, &disposition, sizeof disposition) != FALSE;
 }
 
 }  // namespace
@@ -61,27 +67,34 @@ bool copy_bytes(std::FILE* from, std::FILE* to, std::int64_t most, std::uint8_t 
 
 bool replace_text(const std::string& path, const std::string& text) {
     const std::wstring name = to_wide(path);
-    HANDLE file = INVALID_HANDLE_VALUE;
+    OwnedHandle file;
+    bool fresh = false;
     const auto open = [&] {
-        file = ::CreateFileW(name.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
-                             FILE_ATTRIBUTE_NORMAL, nullptr);
-        return file != INVALID_HANDLE_VALUE;
+        const HANDLE opened = ::CreateFileW(name.c_str(), GENERIC_WRITE | DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                            nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+        if (opened == INVALID_HANDLE_VALUE) {
+            return false;
+        }
+        fresh = ::GetLastError() != ERROR_ALREADY_EXISTS;
+        file.reset(opened);
+        return true;
     };
     if (!done_in_time(name, open)) {
         return false;
     }
+    // Until the text is in it, a new file goes with its handle, however that is closed.
     LARGE_INTEGER old{};
-    bool whole = ::GetFileSizeEx(file, &old) != FALSE;
+    bool whole = (!fresh || delete_with_handle(file.get(), true)) && ::GetFileSizeEx(file.get(), &old) != FALSE;
     const auto size = static_cast<std::int64_t>(text.size());
     if (old.QuadPart > 0 && size > old.QuadPart) {
-        whole = whole && write_at(file, std::string(size - old.QuadPart, ' '), old.QuadPart);
+        whole = whole && write_at(file.get(), std::string(size - old.QuadPart, ' '), old.QuadPart);
     }
     std::string over = text;
     over.resize(std::max<std::int64_t>(size, old.QuadPart), ' ');
-    whole = whole && write_at(file, over, 0) && cut_at(file, size);
-    whole = ::CloseHandle(file) != FALSE && whole;
+    whole = whole && write_at(file.get(), over, 0) && cut_at(file.get(), size) &&
+            (!fresh || delete_with_handle(file.get(), false));
     if (!whole) {
-        remove_file(path);
+        delete_with_handle(file.get(), true);
     }
     return whole;
 }
@@ -111,7 +124,18 @@ bool remove_file(const std::string& path) {
 
 bool rename_file(const std::string& from, const std::string& to) {
     const std::wstring source = to_wide(from), target = to_wide(to);
-    return done_in_time(source, [&] { return ::MoveFileW(source.c_str(), target.c_str()) != FALSE; });
+    return done_in_time(source, [&] {
+        if (::MoveFileW(source.c_str(), target.c_str()) != FALSE) {
+            return true;
+        }
+        // A target that is deleted, and still open somewhere, is there and refuses to be looked at.
+        const DWORD error = ::GetLastError();
+        const bool leaves = error == ERROR_ALREADY_EXISTS &&
+                            ::GetFileAttributesW(target.c_str()) == INVALID_FILE_ATTRIBUTES &&
+                            ::GetLastError() == ERROR_ACCESS_DENIED;
+        ::SetLastError(leaves ? ERROR_SHARING_VIOLATION : error);
+        return false;
+    });
 }
 
 std::uint32_t list_folder(const std::string& folder, std::vector<FolderEntry>& entries) {

@@ -41,12 +41,10 @@ extern "C" void __RPC_USER MIDL_user_free(void* memory) {
 
 namespace platform {
 
-bool clear_rpc_block(void* memory, std::size_t size) {
-    if (has_pages(memory) && ::VirtualFree(memory, size, MEM_DECOMMIT)) {
-        return ::VirtualAlloc(memory, size, MEM_COMMIT, PAGE_READWRITE) != nullptr;
+void clear_rpc_block(void* memory, std::size_t size) {
+    if (!has_pages(memory)) {
+        std::memset(memory, 0, size);
     }
-    std::memset(memory, 0, size);
-    return true;
 }
 
 }  // namespace platform

@@ -6,8 +6,8 @@
 
 namespace platform {
 
-// Zeroes a stub's block. Pages of its own go back and come anew: what is never written then costs nothing, however long
-// its call waits. False when they do not come back, and the block is gone but for its release.
-bool clear_rpc_block(void* memory, std::size_t size);
+// Zeroes a stub's block that nobody has written to. Pages of its own are zeros from the start and take no memory as
+// long as they are left alone. Nothing behind `size` is touched: the runtime's own list lies there.
+void clear_rpc_block(void* memory, std::size_t size);
 
 }  // namespace platform

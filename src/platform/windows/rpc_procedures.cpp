@@ -77,14 +77,12 @@ RPC_STATUS close(ClientContext context) {
     return contexts().take(number_of(context)) != nullptr ? RPC_S_OK : kClosedContext;
 }
 
-// The runtime has made room for the output, and may have written all of it.
+// The runtime has made room for the output, and does not fill it, or fills it with zeros.
 void prepare_output(wchar_t* output, LONG outputSize) {
     if (outputSize <= 0 || outputSize > kLargestOutput) {
         ::RpcRaiseException(RPC_S_INVALID_BOUND);
     }
-    if (!clear_rpc_block(output, static_cast<std::size_t>(outputSize) * sizeof *output)) {
-        ::RpcRaiseException(RPC_S_OUT_OF_MEMORY);
-    }
+    clear_rpc_block(output, static_cast<std::size_t>(outputSize) * sizeof *output);
 }
 
 }  // namespace

@@ -44,7 +44,7 @@ bool run_service(const wchar_t* name, ServiceMain main) {
     }
     // A service may have stopped while it was starting; its start still uses what the caller takes away. The manager
     // knows of the stop already: the process ends before the service is destroyed under a start that hangs.
-    if (::WaitForSingleObject(mainEnded, kMainMilliseconds) != WAIT_OBJECT_0) {
+    if (::WaitForSingleObject(mainEnded, kMainMilliseconds) == WAIT_TIMEOUT) {
         ::TerminateProcess(::GetCurrentProcess(), 0);
     }
     return true;
