@@ -6,7 +6,7 @@
 // the calls of all threads, of the C library itself and of loaded libraries are seen, and nothing is loaded into the
 // program. LOG gets a line for each operation that counted, its call and its path: line N is the one that was hit. KIND
 // is one of kKinds, which each count for themselves; N 0 only counts. The exit code is the program's, 128 and the
-// signal's number, or 125 when the program cannot be watched.
+// signal's number, or 125 when the program cannot be watched, which a call ends whose path cannot be read.
 #include <fcntl.h>
 #include <linux/audit.h>
 #include <linux/filter.h>
@@ -27,6 +27,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -145,33 +146,39 @@ int Hand(int socket, int descriptor) {
     return ::sendmsg(socket, &message, 0) == 1 ? 0 : -1;
 }
 
-// The text at an address of the stopped program; it may end before an unmapped page.
-std::string TextAt(const std::string& process, std::uint64_t address) {
+// The text at an address of the stopped program; it may end before an unmapped page. Nothing when it cannot be read.
+std::optional<std::string> TextAt(const std::string& process, std::uint64_t address) {
     std::array<char, PATH_MAX> text{};
     const int memory = ::open((process + "/mem").c_str(), O_RDONLY | O_CLOEXEC);
-    const ssize_t length = memory < 0 ? -1 : ::pread(memory, text.data(), text.size() - 1, static_cast<off_t>(address));
+    if (memory < 0) {
+        return std::nullopt;
+    }
+    const ssize_t length = ::pread(memory, text.data(), text.size() - 1, static_cast<off_t>(address));
     ::close(memory);
-    return length > 0 ? text.data() : "";
+    return length > 0 ? std::optional<std::string>(text.data()) : std::nullopt;
 }
 
-std::string TargetOf(const std::string& link) {
+// Empty for a descriptor that is not open. Nothing when it cannot be read.
+std::optional<std::string> TargetOf(const std::string& link) {
     std::array<char, PATH_MAX> text{};
-    return ::readlink(link.c_str(), text.data(), text.size() - 1) > 0 ? text.data() : "";
+    const bool read = ::readlink(link.c_str(), text.data(), text.size() - 1) >= 0 || errno == ENOENT;
+    return read ? std::optional<std::string>(text.data()) : std::nullopt;
 }
 
 // The file that the call is about; "socket:[...]" for a connection.
-std::string PathOf(const Call& call, const seccomp_notif& asked) {
+std::optional<std::string> PathOf(const Call& call, const seccomp_notif& asked) {
     const std::string process = "/proc/" + std::to_string(asked.pid);
     const auto argument = [&](int offset) { return asked.data.args[call.argument + offset]; };
     if (call.by == By::descriptor) {
         return TargetOf(process + "/fd/" + std::to_string(static_cast<int>(argument(0))));
     }
-    const std::string path = TextAt(process, argument(call.by == By::folder ? 1 : 0));
-    if (path.starts_with('/')) {
+    const std::optional<std::string> path = TextAt(process, argument(call.by == By::folder ? 1 : 0));
+    if (!path || path->starts_with('/')) {
         return path;
     }
-    const int folder = call.by == By::folder ? static_cast<int>(argument(0)) : AT_FDCWD;
-    return TargetOf(process + (folder == AT_FDCWD ? "/cwd" : "/fd/" + std::to_string(folder))) + "/" + path;
+    const int number = call.by == By::folder ? static_cast<int>(argument(0)) : AT_FDCWD;
+    const auto folder = TargetOf(process + (number == AT_FDCWD ? "/cwd" : "/fd/" + std::to_string(number)));
+    return folder ? std::optional(*folder + "/" + *path) : std::nullopt;
 }
 
 bool Counts(const Call& call, const seccomp_notif& asked, const Kind& kind, bool connection) {
@@ -208,7 +215,12 @@ void Supervise(int listener, pid_t program, const Options& options) {
             if (static_cast<int>(call.number) != asked.data.nr) {
                 continue;
             }
-            const std::string path = PathOf(call, asked);
+            const std::optional<std::string> found = PathOf(call, asked);
+            if (!found && ::ioctl(listener, SECCOMP_IOCTL_NOTIF_ID_VALID, &asked.id) == 0) {
+                ::kill(program, SIGKILL);  // the call still waits: it would go uncounted
+                Fail(call.name);
+            }
+            const std::string path = found.value_or("");
             const bool connection = path.starts_with("socket:");
             if ((!connection && !path.starts_with(options.folder)) || !Counts(call, asked, options.kind, connection)) {
                 break;
