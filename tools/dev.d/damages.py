@@ -25,9 +25,9 @@ def of_text(change):
 
 
 def replaced(make):
-    def damage(_rng, path, _machine):
+    def damage(_rng, path, machine):
         path.unlink()
-        make(path)
+        make(path, machine.folder)
     return damage
 
 
@@ -57,10 +57,10 @@ BYTES = [
 ]
 # In the file's place.
 PLACE = {
-    "folder": replaced(lambda path: path.mkdir()),
-    "dangling link": replaced(lambda path: path.symlink_to("nowhere")),
-    "link to itself": replaced(lambda path: path.symlink_to(path)),
-    "link elsewhere": replaced(lambda path: path.symlink_to(path.parents[3] / "elsewhere")),
+    "folder": replaced(lambda path, _folder: path.mkdir()),
+    "dangling link": replaced(lambda path, _folder: path.symlink_to("nowhere")),
+    "link to itself": replaced(lambda path, _folder: path.symlink_to(path)),
+    "link elsewhere": replaced(lambda path, folder: path.symlink_to(folder / "elsewhere")),
     "no rights": lambda _rng, path, _machine: path.chmod(0),
 }
 STATUS = [planted(statement) for statement in (

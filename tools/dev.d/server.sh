@@ -14,6 +14,7 @@ start_server() {
     [ -f "$folder/server.pem" ] || zorvserver --make-ca "$folder" >/dev/null || return
     mkdir -p "$folder/settings/2.0.6.0"
     cp packaging/default.json "$folder/settings/2.0.6.0/default.json"
+    : >"$log"  # there before its server is, for who looks first
     zorvserver --data "$folder/data" --cert "$folder/server.pem" --key "$folder/server.key" \
         --settings "$folder/settings" >"$log" 2>&1 </dev/null &
     at_exit "kill $! 2>/dev/null || true"
