@@ -133,6 +133,14 @@ TEST(Time, FollowsTheZoneOfTheMoment) {
         EXPECT_EQ(platform::local_seconds(local), 86400) << name;
         EXPECT_EQ(local.tm_mday, name[3] == '-' ? 2 : 1);
     }
+#ifndef _WIN32  // Wine knows no summer time of such a zone
+    TimeZone::Set("CCC5DDD");
+    std::tm summer{};
+    summer.tm_year = 130;
+    summer.tm_mon = 6;
+    summer.tm_mday = 1;
+    EXPECT_EQ(platform::local_seconds(summer), 1909108800) << "by summer time";
+#endif
 }
 
 TEST(CoreFiles, AreRemovedButNotSubfoldersAndWhatLiesInThem) {
@@ -158,6 +166,8 @@ TEST(CoreFiles, LieBesideAnExecutableWhoseNameHas22Characters) {
     EXPECT_EQ(getCurrentPath(), "C:\\other\\0123") << "the count is what is cut";
     platform::set_module_path(L"short.exe");
     EXPECT_EQ(getCurrentPath(), "");
+    wchar_t path[9];
+    EXPECT_EQ(platform::module_file_name(path, 9), 0) << "no room for the terminator";
 }
 
 TEST(JsonDoor, RaisesTheSystemsKindsOfErrorInBareWords) {

@@ -90,6 +90,9 @@ TEST_F(FileStatus, KeepsTenFilesOfAKind) {
     ASSERT_TRUE(platform::remove_file(std::string(kDataFolder) + "9"));
     controller.startDelete(1, 9, kStatusDb);
     EXPECT_EQ(Column("SELECT FILE_NAME FROM FILESTATUS WHERE FILE_STATUS = 2"), "9") << "there was nothing to delete";
+    Register(kStatusDb, 3);
+    controller.startDelete(3, 0, kStatusDb);
+    EXPECT_EQ(Column("SELECT FILE_STATUS FROM FILESTATUS WHERE FILE_TYPE = 3"), "2") << "it is open meanwhile";
 }
 
 TEST_F(FileStatus, TellsAnUnopenableDatabaseFromAnEmptyList) {

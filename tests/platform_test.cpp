@@ -130,11 +130,18 @@ TEST(Lock, BelongsToItsThreadForAsManyReleasesAsWaits) {
     EXPECT_TRUE(lock.wait(0));
     EXPECT_TRUE(lock.wait(1));
     EXPECT_FALSE(had_by_another_thread(lock));
+    std::atomic<bool> had{false};
+    std::thread patient([&] {
+        had = lock.wait(0);
+        lock.release();
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
     lock.release();
     std::thread([&] { lock.release(); }).join();  // not the owner's
-    EXPECT_FALSE(had_by_another_thread(lock));
+    EXPECT_FALSE(had_by_another_thread(lock) || had);
     lock.release();
-    EXPECT_TRUE(had_by_another_thread(lock));
+    patient.join();
+    EXPECT_TRUE(had && had_by_another_thread(lock));
 }
 
 TEST(FileLock, KeepsOthersOutForAsLongAsTheyWait) {

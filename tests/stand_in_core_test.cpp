@@ -14,6 +14,7 @@
 #include "common/log.h"
 #include "common/number.h"
 #include "common/time.h"
+#include "store/db_file.h"
 #include "store/telemetry_db.h"
 #include "support/notebook.h"
 #include "support/traced.h"
@@ -213,6 +214,7 @@ TEST(Store, StartsAgainFromTheRestingFileAfterASchemaThatFails) {
     ExpectEventLog({" [SQ][init] Error executing "});
     EXPECT_EQ(totalRecord("T.db", "T"), 1);
     EXPECT_EQ(machine.data_files(), std::vector<std::string>{"T.db"});
+    EXPECT_EQ(OpenWorkingCopies().count("T.db.cached"), 1U) << "of the connection that stays open";
 }
 
 TEST(Passes, AtOnceLeaveASoundRegistryAndTheNextOneStores) {

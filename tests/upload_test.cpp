@@ -124,7 +124,7 @@ TEST_F(Upload, RecordsEachWayAnAttemptCanEnd) {
         {"refused", 0, {200, Status("no\t\nway")}, "3|3|1|0|no  way"},
         {"a word that breaks its statement", 0, {200, Status("can't")}, "3|3|1|0|"},
         {"known", 0, {200, Status("UPLOAD_FINISHED")}, "2|1|1|0|UPLOAD_FINISHED", BG_UPLOAD_STATUS_SUCCESS},
-        {"a huge answer", 0, {200, std::string(4 << 20, ' ') + Status("HUGE")}, "3|3|1|0|HUGE"},
+        {"a huge answer", 0, {200, std::string(4 << 20, ' ') + Status("HU\\\"GE")}, "3|3|1|0|HU\"GE"},
         {"no answer to a chunk", 2, kCut, "4|3|1|16384|BG_UPLOAD_STATUS_UPLOADFILECHUNK_ERROR"},
         {"second chunk refused", 2, {200, Status("FULL")}, "4|3|1|16384|FULL"},
         {"no answer to the end", chunks + 1, {500}, "5|3|1|" + size + "|BG_UPLOAD_STATUS_FINISHUPLOAD_ERROR"},
@@ -289,8 +289,16 @@ TEST_F(Upload, EndsEarlyForAFileThatCannotBeRead) {
     EXPECT_EQ(Send({}), BG_UPLOAD_STATUS_ERROR);
     EXPECT_EQ(Columns("FILE_UPLOAD_STAGE"), "filesize < 0|") << "no offset reaches its end";
     ASSERT_TRUE(platform::remove_file(kPath));
-    for (const char* ending : {".cached", ".cached.temp", "_MD5_16384_9", "_MD5_-1_16384"}) {
+    for (const char* ending : {".cached", ".cached.temp", ".cached-journal", "_MD5_16384_9", "_MD5_-1_16384"}) {
         write_text(kPath + ending, "of a pass that was killed");
+    }
+    if (!platform::machine_folder().empty()) {
+        const std::string lock = platform::machine_folder() + "/run/x.db.lock";
+        std::filesystem::remove(lock);
+        std::filesystem::create_directory(lock);
+        EXPECT_EQ(Send({}), BG_UPLOAD_STATUS_FILE_NOT_EXIST);
+        EXPECT_EQ(machine.data_files().size(), 7U) << "they may be another's, when the lock cannot be had";
+        std::filesystem::remove(lock);
     }
     EXPECT_EQ(Send({}), BG_UPLOAD_STATUS_FILE_NOT_EXIST);
     EXPECT_EQ(Outcome(), "0|2|0|0|BG_UPLOAD_STATUS_MD5_ERROR|File Not Exist|") << "with the older response";
@@ -394,7 +402,7 @@ TEST_F(Upload, TakesNewFilesFromTheRegistry) {
     for (const wchar_t* text : {L"", L"e.db", L"e.db;2", L"e.db;2;2030-01-01;x"}) {
         EXPECT_EQ(take(text), L"") << "is discarded";
     }
-    EXPECT_EQ(take(L"it's;2;2030-01-01"), L"") << "is lost";
+    EXPECT_EQ(take(L"it'||'s;2;2030-01-01"), L"") << "is lost";
     EXPECT_THROW(take(L"e.db;two;2030-01-01"), std::invalid_argument);
     BlockStatusDb(true);
     EXPECT_EQ(take(L"e.db;2;2030-01-01 00:00:00"), L"e.db;2;2030-01-01 00:00:00") << "stays for the next pass";
