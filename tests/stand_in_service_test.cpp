@@ -1,14 +1,19 @@
 // The stand-in machine's service control: its order, and clients that mean no good.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 
+#include "platform/clock.h"
 #include "platform/error.h"
 #include "platform/linux/line_client.h"
 #include "platform/linux/machine_socket.h"
 #include "platform/linux/service_control.h"
 #include "platform/machine.h"
+#include "platform/service.h"
 #include "support/fake_service.h"
 #include "support/machine.h"
 
@@ -53,6 +58,25 @@ TEST(StandInService, DeliversOneControlAfterTheOtherWhileTheStatusIsTold) {
     EXPECT_EQ(answer, R"({"result":0})");
     service.join();
     EXPECT_EQ(reported_states(), "2 4 1");
+}
+
+TEST(StandInService, EndsWithItsProcessWhenItsMainDoesNotEnd) {
+    const TestMachine machine;
+    set_clock({0, 0.001});
+    ::setenv(kServiceVariable, "Zorvalis", 1);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        run_service(L"Zorvalis", [](std::uint32_t, wchar_t**) {
+            const auto handler = [](auto, auto, auto, auto) -> std::uint32_t { return 0; };
+            set_service_status(register_service_handler(L"Zorvalis", handler, nullptr),
+                               {16, kServiceStopped, 0, 0, 0, 0, 0});
+            ::pause();
+        });
+        ::_exit(1);  // the service's object would go next
+    }
+    int status = -1;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
 }
 
 TEST(StandInService, IsHeldUpByNoClientThatHangs) {
