@@ -6,10 +6,14 @@
 #include "common/time.h"
 #include "platform/linux/step_failure.h"
 #include "platform/module.h"
+#include "platform/task_scheduler.h"
 #include "support/notebook.h"
+#include "support/traced.h"
 
 namespace zorvalis {
 namespace {
+
+using Step = platform::TaskStep;
 
 class ScheduledTask : public testing::Test {
 protected:
@@ -66,7 +70,7 @@ TEST_F(ScheduledTask, IsPutOffToTheNextDayOnlyWhenTheDoJobDayIsOver) {
     EXPECT_GT(starts.size(), 5U) << "in a minute by chance";
     EXPECT_GE(*starts.begin(), "2030-01-03T00:00:00");
     EXPECT_LE(*starts.rbegin(), "2030-01-03T00:59:00");
-    platform::fail_step("register_task", -1);
+    platform::fail_step(Step::register_task, -1);
     Do(L"jobUpdateTaskScheduler");
     EXPECT_FALSE(IsEnabled()) << "it was off before it was to be set anew";
 }
@@ -111,51 +115,46 @@ TEST_F(ScheduledTask, StaysDisabledUntilItIsSetAgain) {
 }
 
 TEST_F(ScheduledTask, IsNotRegisteredWhenAStepFails) {
-    const std::pair<const char*, const char*> steps[] = {
-        {"enter", " SetSpecificTimeTriggerTmer CoInitializeEx failed:. Error code = "},
-        {"get_root_folder", " SetSpecificTimeTriggerTmer Cannot get Root folder pointer:"},
-        {"put_run_level", " SetSpecificTimeTriggerTmer Cannot put Runlevel:"},
-        {"query_exec_action", "SetAction call failed for IExecAction:"},
-        {"register_task", " SetSpecificTimeTriggerTmer Error saving the Task:"},
+    const std::pair<Step, const char*> steps[] = {
+        {Step::enter, " SetSpecificTimeTriggerTmer CoInitializeEx failed:. Error code = "},
+        {Step::get_root_folder, " SetSpecificTimeTriggerTmer Cannot get Root folder pointer:"},
+        {Step::put_run_level, " SetSpecificTimeTriggerTmer Cannot put Runlevel:"},
+        {Step::query_exec_action, "SetAction call failed for IExecAction:"},
+        {Step::register_task, " SetSpecificTimeTriggerTmer Error saving the Task:"},
     };
     std::vector<std::string> events;
+    testing::internal::CaptureStdout();
     for (const auto& [step, words] : steps) {
         platform::fail_step(step, -2147024891);
-        testing::internal::CaptureStdout();
         Do(L"jobCreateTaskScheduler");
-        EXPECT_EQ(testing::internal::GetCapturedStdout(),
-                  std::string(step) == "enter"
-                      ? "SetSpecificTimeTriggerTmer CoInitializeEx failed:. Error code = 0x80070005"
-                      : "");
-        EXPECT_EQ(Text(), "") << step;
+        EXPECT_EQ(Text(), "") << words;
         events.push_back(std::string(words) + "-2147024891");
     }
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "SetSpecificTimeTriggerTmer CoInitializeEx failed:. Error code = 0x80070005");
     ExpectEventLog(events);
 }
 
 TEST_F(ScheduledTask, IsLeftAloneWhenItCannotBeReached) {
     Do(L"jobCreateTaskScheduler");
     const std::string before = Text();
-    std::vector<std::string> events;
-    for (const auto& [step, words] : {std::pair{"connect", "connect task service failed:. Error code = "},
-                                      {"get_task_count", "get count failed:. Error code = "},
-                                      {"get_task", nullptr},
-                                      {"get_task_name", nullptr}}) {
+    const std::pair<Step, std::vector<std::string>> steps[] = {
+        {Step::connect, {}},
+        {Step::get_task_count, {}},
+        {Step::get_task, {"[TaskSchedulerSetting] Cannot get the registered task item at index=1"}},
+        {Step::get_task_name, {"[TaskSchedulerSetting] Cannot get the registered task name:"}},
+    };
+    for (const auto& [step, traces] : steps) {
         platform::fail_step(step, -1);
-        TaskSchedulerSetting().disableTask(kCollectionTask);
-        EXPECT_EQ(Text(), before) << step;
-        if (words != nullptr) {
-            events.push_back(std::string("disableTask ") + words + "-1");
-        }
+        EXPECT_EQ(Traced([] { TaskSchedulerSetting().disableTask(kCollectionTask); }), traces);
+        EXPECT_EQ(Text(), before);
     }
-    platform::fail_step("connect", -1);
+    platform::fail_step(Step::connect, -1);
     TaskSchedulerSetting().DeleteTaskSchedulerTriggerTmer(kCollectionTask);
     EXPECT_EQ(Text(), before);
-    events.emplace_back("DeleteTaskSchedulerTriggerTmer ITaskService::Connect failed:-1");
-    ExpectEventLog(events);
-    platform::fail_step("get_task_state", -1);
-    Do(L"jobDisableTaskScheduler");
-    EXPECT_FALSE(IsEnabled()) << "its state decides nothing";
+    ExpectEventLog({"disableTask connect task service failed:. Error code = -1",
+                    "disableTask get count failed:. Error code = -1",
+                    "DeleteTaskSchedulerTriggerTmer ITaskService::Connect failed:-1"});
 }
 
 }  // namespace

@@ -6,73 +6,73 @@
 #include <random>
 
 #include "common/log.h"
+#include "common/text.h"
 #include "platform/clock.h"
 #include "platform/module.h"
+#include "platform/task_scheduler.h"
 
 namespace zorvalis {
 namespace {
 
-using platform::TaskScheduler;
+using Step = platform::TaskStep;
 
-constexpr std::int32_t kHighestRunLevel = 1;
-constexpr std::int32_t kCreateOrUpdate = 6;
-constexpr std::int32_t kGroupLogon = 4;
+constexpr wchar_t kSet[] = L" SetSpecificTimeTriggerTmer ";
+constexpr wchar_t kSetAction[] = L"SetAction ";
+constexpr wchar_t kDisable[] = L"disableTask ";
+constexpr wchar_t kDelete[] = L"DeleteTaskSchedulerTriggerTmer ";
 
-// One operation's steps: the first that fails is reported, and the rest are not done.
-class Steps {
-public:
-    explicit Steps(std::wstring name) : name_(std::move(name)) {}
-
-    // Whether the operation goes on; `words` name the step.
-    bool Done(TaskScheduler::Status status, const wchar_t* words) {
-        if (status >= 0) {
-            return true;
-        }
-        ReportServiceEvent((name_ + words + std::to_wstring(status)).c_str(), kWarning);
-        return false;
-    }
-
-private:
-    std::wstring name_;
+// What the event log says of a step that failed, before its status. A step without a row fails without a word.
+constexpr struct {
+    const wchar_t* operation;
+    Step step;
+    const wchar_t* words;
+} kFailures[] = {
+    {kSet, Step::enter, L"CoInitializeEx failed:. Error code = "},
+    {kSet, Step::create_service, L"Failed to create an instance of ITaskService:"},
+    {kSet, Step::connect, L"ITaskService::Connect failed:"},
+    {kSet, Step::get_root_folder, L"Cannot get Root folder pointer:"},
+    {kSet, Step::new_task, L"Failed to CoCreate an instance of the TaskService class:"},
+    {kSet, Step::get_registration_info, L"Cannot get registrationInfo:"},
+    {kSet, Step::put_author, L"Cannot put author :"},
+    {kSet, Step::get_principal, L"Cannot get principal pointer:"},
+    {kSet, Step::put_run_level, L"Cannot put Runlevel:"},
+    {kSet, Step::get_settings, L"Cannot get settings pointer:"},
+    {kSet, Step::put_start_when_available, L"Cannot put start when avaliable:"},
+    {kSet, Step::put_execution_time_limit, L"Cannot put execution time limit:"},
+    {kSet, Step::put_disallow_start_if_on_batteries, L"Cannot put disallowStartIfOnBatteries:"},
+    {kSet, Step::get_triggers, L"Cannot get Triggers:"},
+    {kSet, Step::create_time_trigger, L"Cannot Create pTriggerCollection :"},
+    {kSet, Step::query_time_trigger, L"Cannot QueryInterface call failed for ITimeTrigger:"},
+    {kSet, Step::put_trigger_id, L"Cannot put trigger ID:"},
+    {kSet, Step::put_start_boundary, L"Cannot add start boundary to trigger:"},
+    {kSet, Step::get_repetition, L"Cannot get repetition pattern:"},
+    {kSet, Step::put_repetition_interval, L"Cannot put repetition interval:"},
+    {kSetAction, Step::get_actions, L"Cannot get Task collection pointer:"},
+    {kSetAction, Step::create_exec_action, L"Cannot create the action:"},
+    {kSetAction, Step::query_exec_action, L"call failed for IExecAction:"},
+    {kSetAction, Step::put_action_path, L"Cannot put action path:"},
+    {kSetAction, Step::put_action_arguments, L"Cannot set arguments of executable:"},
+    {kSet, Step::register_task, L"Error saving the Task:"},
+    {kDisable, Step::enter, L"CoInitializeEx failed:. Error code = "},
+    {kDisable, Step::create_service, L"CoCreateInstance failed:. Error code = "},
+    {kDisable, Step::connect, L"connect task service failed:. Error code = "},
+    {kDisable, Step::get_root_folder, L"get root folder failed:. Error code = "},
+    {kDisable, Step::get_tasks, L"get tasks failed:. Error code = "},
+    {kDisable, Step::get_task_count, L"get count failed:. Error code = "},
+    {kDelete, Step::enter, L"CoInitializeEx failed:"},
+    {kDelete, Step::create_service, L"Failed to create an instance of ITaskServic:"},
+    {kDelete, Step::connect, L"ITaskService::Connect failed:"},
+    {kDelete, Step::get_root_folder, L"Cannot get Root Folder pointer:"},
 };
 
-bool FillDefinition(TaskScheduler& task, Steps& steps, const std::wstring& repetitionInterval,
-                    const std::wstring& executionTimeLimit, int startTomorrow) {
-    return steps.Done(task.get_registration_info(), L"Cannot get registrationInfo:") &&
-           steps.Done(task.put_author(L"ZorvTek Computer Inc."), L"Cannot put author :") &&
-           steps.Done(task.get_principal(), L"Cannot get principal pointer:") &&
-           steps.Done(task.put_run_level(kHighestRunLevel), L"Cannot put Runlevel:") &&
-           steps.Done(task.get_settings(), L"Cannot get settings pointer:") &&
-           steps.Done(task.put_start_when_available(false), L"Cannot put start when avaliable:") &&
-           steps.Done(task.put_execution_time_limit(executionTimeLimit.c_str()), L"Cannot put execution time limit:") &&
-           steps.Done(task.put_disallow_start_if_on_batteries(false), L"Cannot put disallowStartIfOnBatteries:") &&
-           steps.Done(task.get_triggers(), L"Cannot get Triggers:") &&
-           steps.Done(task.create_time_trigger(), L"Cannot Create pTriggerCollection :") &&
-           steps.Done(task.query_time_trigger(), L"Cannot QueryInterface call failed for ITimeTrigger:") &&
-           steps.Done(task.put_trigger_id(L"Zorvalis"), L"Cannot put trigger ID:") &&
-           steps.Done(task.put_start_boundary(StartBoundary(startTomorrow).c_str()),
-                      L"Cannot add start boundary to trigger:") &&
-           steps.Done(task.get_repetition(), L"Cannot get repetition pattern:") &&
-           steps.Done(task.put_repetition_interval(repetitionInterval.c_str()), L"Cannot put repetition interval:");
-}
-
-// The name is compared in length and in every character.
-void DisableIfNamed(TaskScheduler& task, std::int32_t index, const std::wstring& taskName) {
-    if (task.get_task(index) < 0) {
-        LogMessage("[TaskSchedulerSetting] Cannot get the registered task item at index=" + std::to_string(index));
-        return;
+// Whether every step of the operation was done; writes down the one that failed.
+bool Done(const wchar_t* operation, const platform::TaskResult& result) {
+    for (const auto& [owner, step, words] : kFailures) {
+        if (result.status < 0 && step == result.step && (owner == operation || owner == kSetAction)) {
+            ReportServiceEvent((owner + (words + std::to_wstring(result.status))).c_str(), kWarning);
+        }
     }
-    std::wstring name;
-    if (task.get_task_name(name) < 0) {
-        LogMessage("[TaskSchedulerSetting] Cannot get the registered task name:");
-        return;
-    }
-    std::int32_t state = 0;
-    task.get_task_state(state);  // asked for, and of no use to anybody
-    if (name == taskName) {
-        task.put_task_enabled(false);
-        LogMessage("[TaskSchedulerSetting] task disable");
-    }
+    return result.status >= 0;
 }
 
 }  // namespace
@@ -100,69 +100,42 @@ std::wstring StartBoundary(int startTomorrow) {
 void TaskSchedulerSetting::SetSpecificTimeTriggerTmer(std::wstring taskName, std::wstring repetitionInterval,
                                                       std::wstring executionTimeLimit, std::wstring arguments,
                                                       int startTomorrow) {
-    const auto visit = [&] {
-        TaskScheduler task;
-        Steps steps(L" SetSpecificTimeTriggerTmer ");
-        const TaskScheduler::Status entered = task.enter();
-        if (!steps.Done(entered, L"CoInitializeEx failed:. Error code = ")) {
-            std::printf("SetSpecificTimeTriggerTmer CoInitializeEx failed:. Error code = 0x%x",
-                        static_cast<unsigned>(entered));
-            return false;
-        }
-        std::array<wchar_t, 260> path{};
-        platform::module_file_name(path.data(), static_cast<int>(path.size()));
-        return steps.Done(task.create_service(), L"Failed to create an instance of ITaskService:") &&
-               steps.Done(task.connect(), L"ITaskService::Connect failed:") &&
-               steps.Done(task.get_root_folder(), L"Cannot get Root folder pointer:") &&
-               steps.Done(task.new_task(), L"Failed to CoCreate an instance of the TaskService class:") &&
-               FillDefinition(task, steps, repetitionInterval, executionTimeLimit, startTomorrow) &&
-               SetAction(task, path.data(), arguments) == 0 &&
-               steps.Done(task.register_task(taskName.c_str(), kCreateOrUpdate, L"SYSTEM", kGroupLogon, L""),
-                          L"Error saving the Task:");
-    };
-    if (visit()) {  // everything is released by now
+    std::array<wchar_t, 260> path{};
+    platform::module_file_name(path.data(), static_cast<int>(path.size()));
+    const platform::TaskResult result =
+        platform::register_task(WideToUtf8(taskName), {.author = "ZorvTek Computer Inc.",
+                                                       .run_level = 1,  // the highest
+                                                       .start_when_available = false,
+                                                       .execution_time_limit = WideToUtf8(executionTimeLimit),
+                                                       .disallow_start_if_on_batteries = false,
+                                                       .trigger_id = "Zorvalis",
+                                                       .start_boundary = WideToUtf8(StartBoundary(startTomorrow)),
+                                                       .interval = WideToUtf8(repetitionInterval),
+                                                       .path = WideToUtf8(path.data()),
+                                                       .arguments = WideToUtf8(arguments),
+                                                       .user = "SYSTEM",
+                                                       .logon_type = 4});  // a group
+    if (Done(kSet, result)) {
         LogMessage("SetSpecificTimeTriggerTmer OK >>>>>>>>>>>>>>>>>>>>>>>>>>>>>>>>>");
+    } else if (result.step == Step::enter) {
+        std::printf("SetSpecificTimeTriggerTmer CoInitializeEx failed:. Error code = 0x%x",
+                    static_cast<unsigned>(result.status));
     }
-}
-
-int TaskSchedulerSetting::SetAction(platform::TaskScheduler& definition, std::wstring path, std::wstring arguments) {
-    Steps steps(L"SetAction ");
-    return steps.Done(definition.get_actions(), L"Cannot get Task collection pointer:") &&
-                   steps.Done(definition.create_exec_action(), L"Cannot create the action:") &&
-                   steps.Done(definition.query_exec_action(), L"call failed for IExecAction:") &&
-                   steps.Done(definition.put_action_path(path.c_str()), L"Cannot put action path:") &&
-                   steps.Done(definition.put_action_arguments(arguments.c_str()),
-                              L"Cannot set arguments of executable:")
-               ? 0
-               : 1;
 }
 
 void TaskSchedulerSetting::disableTask(std::wstring taskName) {
-    TaskScheduler task;
-    Steps steps(L"disableTask ");
-    std::int32_t count = 0;
-    if (!steps.Done(task.enter(), L"CoInitializeEx failed:. Error code = ") ||
-        !steps.Done(task.create_service(), L"CoCreateInstance failed:. Error code = ") ||
-        !steps.Done(task.connect(), L"connect task service failed:. Error code = ") ||
-        !steps.Done(task.get_root_folder(), L"get root folder failed:. Error code = ") ||
-        !steps.Done(task.get_tasks(), L"get tasks failed:. Error code = ") ||
-        !steps.Done(task.get_task_count(count), L"get count failed:. Error code = ")) {
-        return;
-    }
-    for (std::int32_t index = 1; index <= count; ++index) {
-        DisableIfNamed(task, index, taskName);
+    const platform::TaskResult result = platform::disable_task(WideToUtf8(taskName));
+    Done(kDisable, result);
+    for (const auto& [index, step] : result.items) {
+        LogMessage(step == Step::get_task
+                       ? "[TaskSchedulerSetting] Cannot get the registered task item at index=" + std::to_string(index)
+                   : step == Step::get_task_name ? "[TaskSchedulerSetting] Cannot get the registered task name:"
+                                                 : "[TaskSchedulerSetting] task disable");
     }
 }
 
 void TaskSchedulerSetting::DeleteTaskSchedulerTriggerTmer(std::wstring taskName) {
-    TaskScheduler task;
-    Steps steps(L"DeleteTaskSchedulerTriggerTmer ");
-    if (steps.Done(task.enter(), L"CoInitializeEx failed:") &&
-        steps.Done(task.create_service(), L"Failed to create an instance of ITaskServic:") &&
-        steps.Done(task.connect(), L"ITaskService::Connect failed:") &&
-        steps.Done(task.get_root_folder(), L"Cannot get Root Folder pointer:")) {
-        task.delete_task(taskName.c_str());  // whatever comes of it
-    }
+    Done(kDelete, platform::delete_task(WideToUtf8(taskName)));
 }
 
 }  // namespace zorvalis

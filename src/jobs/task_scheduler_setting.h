@@ -5,8 +5,6 @@
 
 #include <string>
 
-#include "platform/task_scheduler.h"
-
 namespace zorvalis {
 
 inline constexpr wchar_t kCollectionTask[] = L"Zorvalis_754F3273-0563-4F20-B12F-826510B07474";
@@ -18,9 +16,6 @@ public:
     // first hour of tomorrow, and then again and again.
     void SetSpecificTimeTriggerTmer(std::wstring taskName, std::wstring repetitionInterval,
                                     std::wstring executionTimeLimit, std::wstring arguments, int startTomorrow);
-
-    // 1 on failure.
-    int SetAction(platform::TaskScheduler& definition, std::wstring path, std::wstring arguments);
 
     // The task stays registered. One that is not there is left at that.
     void disableTask(std::wstring taskName);

@@ -1,66 +1,86 @@
-// The system's task scheduler, one call for each step that its interfaces have. Every call answers with the system's
-// status: negative for a failure, in the numbers of Windows. An object is one visit: `enter` comes first, each other
-// step needs the objects of those before it, and whatever exists is released, the last first, and left with the
-// object. It belongs to one thread.
+// The system's task scheduler. Each function is one whole act: it enters COM, goes through its steps and, at the first
+// that fails, no further; then it releases everything and leaves COM. Texts are UTF-8. Any thread.
 #pragma once
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace platform {
 
-class TaskScheduler {
-public:
-    using Status = std::int32_t;
+// The steps in their order: what every act begins with, then those of each act.
+enum class TaskStep {
+    enter,  // COM, in the multithreaded apartment
+    create_service,
+    connect,
+    get_root_folder,
 
-    TaskScheduler();
-    ~TaskScheduler();
-    TaskScheduler(const TaskScheduler&) = delete;
-    TaskScheduler& operator=(const TaskScheduler&) = delete;
+    new_task,
+    get_registration_info,
+    put_author,
+    get_principal,
+    put_run_level,
+    get_settings,
+    put_start_when_available,
+    put_execution_time_limit,
+    put_disallow_start_if_on_batteries,
+    get_triggers,
+    create_time_trigger,
+    query_time_trigger,
+    put_trigger_id,
+    put_start_boundary,
+    get_repetition,
+    put_repetition_interval,
+    get_actions,
+    create_exec_action,
+    query_exec_action,
+    put_action_path,
+    put_action_arguments,
+    register_task,
 
-    Status enter();  // COM, in the multithreaded apartment
-    Status create_service();
-    Status connect();
-    Status get_root_folder();
+    get_tasks,
+    get_task_count,
+    get_task,
+    get_task_name,
+    put_task_enabled,
 
-    // A new definition, from its author to its registration.
-    Status new_task();
-    Status get_registration_info();
-    Status put_author(const wchar_t* author);
-    Status get_principal();
-    Status put_run_level(std::int32_t level);
-    Status get_settings();
-    Status put_start_when_available(bool on);
-    Status put_execution_time_limit(const wchar_t* limit);
-    Status put_disallow_start_if_on_batteries(bool on);
-    Status get_triggers();
-    Status create_time_trigger();
-    Status query_time_trigger();
-    Status put_trigger_id(const wchar_t* id);
-    Status put_start_boundary(const wchar_t* local_time);
-    Status get_repetition();
-    Status put_repetition_interval(const wchar_t* interval);
-    Status get_actions();
-    Status create_exec_action();
-    Status query_exec_action();
-    Status put_action_path(const wchar_t* path);
-    Status put_action_arguments(const wchar_t* arguments);
-    Status register_task(const wchar_t* name, std::int32_t flags, const wchar_t* user, std::int32_t logon_type,
-                         const wchar_t* security);
-
-    // The registered tasks of the root folder.
-    Status get_tasks();
-    Status get_task_count(std::int32_t& count);
-    Status get_task(std::int32_t index);  // from 1; the steps below are on it
-    Status get_task_name(std::wstring& name);
-    Status get_task_state(std::int32_t& state);
-    Status put_task_enabled(bool on);
-
-    Status delete_task(const wchar_t* name);
-
-private:
-    struct State;
-    State* state_;
+    delete_task,
 };
+
+// One of the registered tasks, and how far it came: to a failed get_task or get_task_name, or, when it has the name, to
+// put_task_enabled.
+struct TaskItem {
+    std::int32_t index;  // from 1
+    TaskStep step;
+};
+
+struct TaskResult {
+    TaskStep step = TaskStep::enter;  // the last that was done, or the one that failed
+    std::int32_t status = 0;          // its status: negative for a failure, in the numbers of Windows
+    std::vector<TaskItem> items;      // of disable_task
+};
+
+struct ScheduledTask {
+    std::string author;
+    std::int32_t run_level = 0;  // 1 is the highest
+    bool start_when_available = false;
+    std::string execution_time_limit = "PT72H";  // empty or no time at all: none
+    bool disallow_start_if_on_batteries = true;
+    std::string trigger_id;
+    std::string start_boundary;  // local time, "2026-11-12T09:08:00"
+    std::string interval;        // empty: a single start
+    std::string path;
+    std::string arguments;
+    std::string user;
+    std::int32_t logon_type = 0;
+};
+
+// Makes the task or replaces the one of that name.
+TaskResult register_task(const std::string& name, const ScheduledTask& task);
+
+// Goes through all tasks of the root folder, and over those that fail.
+TaskResult disable_task(const std::string& name);
+
+TaskResult delete_task(const std::string& name);
 
 }  // namespace platform

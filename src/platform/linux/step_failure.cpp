@@ -17,7 +17,7 @@ void fail_step(const std::string& name, std::int32_t status) {
     failure = status;
 }
 
-std::int32_t step_status(const char* name) {
+std::int32_t step_status(const std::string& name) {
     const std::lock_guard guard(mutex);
     return failing == name ? failure : 0;
 }

@@ -1,8 +1,11 @@
-// For tests of the stand-in machine: lets one step of the task scheduler or of the event subscription fail.
+// For tests of the stand-in machine: lets one step of the task scheduler, of the event subscription or of the endpoint
+// fail.
 #pragma once
 
 #include <cstdint>
 #include <string>
+#include <type_traits>
+#include <typeinfo>
 
 namespace platform {
 
@@ -10,6 +13,23 @@ namespace platform {
 void fail_step(const std::string& name, std::int32_t status);
 
 // What the step is to answer with: the status above, or 0.
-std::int32_t step_status(const char* name);
+std::int32_t step_status(const std::string& name);
+
+// The same for steps that the floor's header lists.
+template <class Step>
+concept ListedStep = std::is_enum_v<Step>;
+
+template <ListedStep Step>
+std::string step_name(Step step) {
+    return typeid(Step).name() + std::to_string(static_cast<int>(step));
+}
+
+void fail_step(ListedStep auto step, std::int32_t status) {
+    fail_step(step_name(step), status);
+}
+
+std::int32_t step_status(ListedStep auto step) {
+    return step_status(step_name(step));
+}
 
 }  // namespace platform

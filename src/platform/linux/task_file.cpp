@@ -104,7 +104,7 @@ TaskDefinition parse_task(const std::string& text) {
     return task;
 }
 
-TaskFault task_fault(const TaskDefinition& task) {
+TaskFault task_fault(const ScheduledTask& task) {
     if (task.path.empty() || task.start_boundary.empty()) {
         return TaskFault::missing;
     }

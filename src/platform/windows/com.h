@@ -6,7 +6,6 @@
 
 #include <oleauto.h>
 
-#include <memory>
 #include <new>
 #include <utility>
 
@@ -36,28 +35,30 @@ private:
     int entered_ = 0;
 };
 
-struct ComReleaser {
-    void operator()(IUnknown* object) const { object->Release(); }
-};
-
 template <class Interface>
-using ComPointer = std::unique_ptr<Interface, ComReleaser>;
-
-// Where a call puts the object that it hands out: `owner` lets go of what it held and has the new one when the
-// expression ends.
-template <class Interface>
-class Received {
+class ComPointer {
 public:
-    explicit Received(ComPointer<Interface>& owner) : owner_(owner) { owner_.reset(); }
-    ~Received() { owner_.reset(object_); }
-    Received(const Received&) = delete;
-    Received& operator=(const Received&) = delete;
+    ComPointer() = default;
+    ~ComPointer() { release(); }
+    ComPointer(const ComPointer&) = delete;
+    ComPointer& operator=(const ComPointer&) = delete;
 
-    operator Interface**() { return &object_; }
-    operator void**() { return reinterpret_cast<void**>(&object_); }
+    Interface* get() const { return object_; }
+    Interface* operator->() const { return object_; }
+
+    // Where a call puts the object that it hands out.
+    Interface** put() {
+        release();
+        return &object_;
+    }
 
 private:
-    ComPointer<Interface>& owner_;
+    void release() {
+        if (object_ != nullptr) {
+            std::exchange(object_, nullptr)->Release();
+        }
+    }
+
     Interface* object_ = nullptr;
 };
 

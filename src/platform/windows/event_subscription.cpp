@@ -98,7 +98,7 @@ bool EventObject::integer(const std::wstring& property, std::int32_t& value) con
         return false;
     }
     ComPointer<IWbemQualifierSet> qualifiers;  // asked for, and never looked into
-    state_.object.GetPropertyQualifierSet(property.c_str(), Received(qualifiers));
+    state_.object.GetPropertyQualifierSet(property.c_str(), qualifiers.put());
     OwnedVariant number;  // a byte or a short stays one in its variant
     if (FAILED(::VariantChangeType(&number, &data, 0, VT_I4))) {
         return false;
@@ -129,13 +129,13 @@ EventSubscription::Status EventSubscription::enter() {
 }
 
 EventSubscription::Status EventSubscription::create_locator() {
-    return ::CoCreateInstance(__uuidof(WbemLocator), nullptr, CLSCTX_INPROC_SERVER, __uuidof(IWbemLocator),
-                              Received(state_->locator));
+    return ::CoCreateInstance(__uuidof(WbemLocator), nullptr, CLSCTX_INPROC_SERVER,
+                              IID_PPV_ARGS(state_->locator.put()));
 }
 
 EventSubscription::Status EventSubscription::connect(const wchar_t* name_space) {
     return state_->locator->ConnectServer(make_text(name_space).get(), nullptr, nullptr, nullptr, 0, nullptr, nullptr,
-                                          Received(state_->services));
+                                          state_->services.put());
 }
 
 EventSubscription::Status EventSubscription::set_blanket() {
@@ -144,16 +144,15 @@ EventSubscription::Status EventSubscription::set_blanket() {
 }
 
 void EventSubscription::create_stub(std::shared_ptr<EventReceiver> receiver) {
-    ::CoCreateInstance(__uuidof(UnsecuredApartment), nullptr, CLSCTX_LOCAL_SERVER, __uuidof(IUnsecuredApartment),
-                       Received(state_->stub_maker));
-    auto* const sink = new EventSink(std::move(receiver));
-    sink->AddRef();
-    state_->sink.reset(sink);
-    if (state_->stub_maker != nullptr) {
-        state_->stub_maker->CreateObjectStub(sink, Received(state_->stub));
+    ::CoCreateInstance(__uuidof(UnsecuredApartment), nullptr, CLSCTX_LOCAL_SERVER,
+                       IID_PPV_ARGS(state_->stub_maker.put()));
+    *state_->sink.put() = new EventSink(std::move(receiver));
+    state_->sink->AddRef();
+    if (state_->stub_maker.get() != nullptr) {
+        state_->stub_maker->CreateObjectStub(state_->sink.get(), state_->stub.put());
     }
-    if (state_->stub != nullptr) {
-        state_->stub->QueryInterface(__uuidof(IWbemObjectSink), Received(state_->stub_sink));
+    if (state_->stub.get() != nullptr) {
+        state_->stub->QueryInterface(IID_PPV_ARGS(state_->stub_sink.put()));
     }
 }
 

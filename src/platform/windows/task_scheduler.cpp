@@ -4,194 +4,154 @@
 
 #include <taskschd.h>
 
+#include <optional>
+
 #include "platform/windows/com.h"
+#include "platform/windows/wide.h"
 
 namespace platform {
-
-// Released from the last to the first.
-struct TaskScheduler::State {
-    Apartment apartment;
-    ComPointer<ITaskService> service;
-    ComPointer<ITaskFolder> folder;
-    ComPointer<ITaskDefinition> definition;
-    ComPointer<IRegistrationInfo> information;
-    ComPointer<IPrincipal> principal;
-    ComPointer<ITaskSettings> settings;
-    ComPointer<ITriggerCollection> triggers;
-    ComPointer<ITrigger> trigger;
-    ComPointer<ITimeTrigger> time_trigger;
-    ComPointer<IRepetitionPattern> repetition;
-    ComPointer<IActionCollection> actions;
-    ComPointer<IAction> action;
-    ComPointer<IExecAction> exec_action;
-    ComPointer<IRegisteredTask> registered;
-    ComPointer<IRegisteredTaskCollection> tasks;
-    ComPointer<IRegisteredTask> task;
-};
-
 namespace {
+
+using Step = TaskStep;
+
+OwnedText text_of(const std::string& text) {
+    return make_text(to_wide(text).c_str());
+}
 
 VARIANT_BOOL to_system(bool on) {
     return on ? VARIANT_TRUE : VARIANT_FALSE;
 }
 
-}  // namespace
+// One act on its way; released from the last to the first.
+struct Visit {
+    TaskResult result;
+    Apartment apartment;
+    ComPointer<ITaskService> service;
+    ComPointer<ITaskFolder> folder;
 
-TaskScheduler::TaskScheduler() : state_(new State) {}
+    // Whether the act goes on after this step.
+    bool did(Step step, HRESULT status) {
+        result.step = step;
+        result.status = status;
+        return SUCCEEDED(status);
+    }
 
-TaskScheduler::~TaskScheduler() {
-    delete state_;
+    bool get_root_folder() {
+        const OwnedVariant none;
+        return did(Step::enter, apartment.enter()) &&
+               did(Step::create_service, ::CoCreateInstance(__uuidof(::TaskScheduler), nullptr, CLSCTX_INPROC_SERVER,
+                                                            IID_PPV_ARGS(service.put()))) &&
+               did(Step::connect, service->Connect(none, none, none, none)) &&
+               did(Step::get_root_folder, service->GetFolder(make_text(L"\\").get(), folder.put()));
+    }
+};
+
+bool describe(Visit& visit, ITaskDefinition& definition, const ScheduledTask& task) {
+    ComPointer<IRegistrationInfo> information;
+    ComPointer<IPrincipal> principal;
+    ComPointer<ITaskSettings> settings;
+    return visit.did(Step::get_registration_info, definition.get_RegistrationInfo(information.put())) &&
+           visit.did(Step::put_author, information->put_Author(text_of(task.author).get())) &&
+           visit.did(Step::get_principal, definition.get_Principal(principal.put())) &&
+           visit.did(Step::put_run_level, principal->put_RunLevel(static_cast<TASK_RUNLEVEL_TYPE>(task.run_level))) &&
+           visit.did(Step::get_settings, definition.get_Settings(settings.put())) &&
+           visit.did(Step::put_start_when_available,
+                     settings->put_StartWhenAvailable(to_system(task.start_when_available))) &&
+           visit.did(Step::put_execution_time_limit,
+                     settings->put_ExecutionTimeLimit(text_of(task.execution_time_limit).get())) &&
+           visit.did(Step::put_disallow_start_if_on_batteries,
+                     settings->put_DisallowStartIfOnBatteries(to_system(task.disallow_start_if_on_batteries)));
 }
 
-TaskScheduler::Status TaskScheduler::enter() {
-    return state_->apartment.enter();
+bool set_trigger(Visit& visit, ITaskDefinition& definition, const ScheduledTask& task) {
+    ComPointer<ITriggerCollection> triggers;
+    ComPointer<ITrigger> trigger;
+    ComPointer<ITimeTrigger> time_trigger;
+    ComPointer<IRepetitionPattern> repetition;
+    return visit.did(Step::get_triggers, definition.get_Triggers(triggers.put())) &&
+           visit.did(Step::create_time_trigger, triggers->Create(TASK_TRIGGER_TIME, trigger.put())) &&
+           visit.did(Step::query_time_trigger, trigger->QueryInterface(IID_PPV_ARGS(time_trigger.put()))) &&
+           visit.did(Step::put_trigger_id, time_trigger->put_Id(text_of(task.trigger_id).get())) &&
+           visit.did(Step::put_start_boundary, time_trigger->put_StartBoundary(text_of(task.start_boundary).get())) &&
+           visit.did(Step::get_repetition, time_trigger->get_Repetition(repetition.put())) &&
+           visit.did(Step::put_repetition_interval, repetition->put_Interval(text_of(task.interval).get()));
 }
 
-TaskScheduler::Status TaskScheduler::create_service() {
-    return ::CoCreateInstance(__uuidof(::TaskScheduler), nullptr, CLSCTX_INPROC_SERVER, __uuidof(ITaskService),
-                              Received(state_->service));
+bool set_action(Visit& visit, ITaskDefinition& definition, const ScheduledTask& task) {
+    ComPointer<IActionCollection> actions;
+    ComPointer<IAction> action;
+    ComPointer<IExecAction> exec_action;
+    return visit.did(Step::get_actions, definition.get_Actions(actions.put())) &&
+           visit.did(Step::create_exec_action, actions->Create(TASK_ACTION_EXEC, action.put())) &&
+           visit.did(Step::query_exec_action, action->QueryInterface(IID_PPV_ARGS(exec_action.put()))) &&
+           visit.did(Step::put_action_path, exec_action->put_Path(text_of(task.path).get())) &&
+           visit.did(Step::put_action_arguments, exec_action->put_Arguments(text_of(task.arguments).get()));
 }
 
-TaskScheduler::Status TaskScheduler::connect() {
-    const OwnedVariant none;
-    return state_->service->Connect(none, none, none, none);
-}
-
-TaskScheduler::Status TaskScheduler::get_root_folder() {
-    return state_->service->GetFolder(make_text(L"\\").get(), Received(state_->folder));
-}
-
-TaskScheduler::Status TaskScheduler::new_task() {
-    return state_->service->NewTask(0, Received(state_->definition));
-}
-
-TaskScheduler::Status TaskScheduler::get_registration_info() {
-    return state_->definition->get_RegistrationInfo(Received(state_->information));
-}
-
-TaskScheduler::Status TaskScheduler::put_author(const wchar_t* author) {
-    return state_->information->put_Author(make_text(author).get());
-}
-
-TaskScheduler::Status TaskScheduler::get_principal() {
-    return state_->definition->get_Principal(Received(state_->principal));
-}
-
-TaskScheduler::Status TaskScheduler::put_run_level(std::int32_t level) {
-    return state_->principal->put_RunLevel(static_cast<TASK_RUNLEVEL_TYPE>(level));
-}
-
-TaskScheduler::Status TaskScheduler::get_settings() {
-    return state_->definition->get_Settings(Received(state_->settings));
-}
-
-TaskScheduler::Status TaskScheduler::put_start_when_available(bool on) {
-    return state_->settings->put_StartWhenAvailable(to_system(on));
-}
-
-TaskScheduler::Status TaskScheduler::put_execution_time_limit(const wchar_t* limit) {
-    return state_->settings->put_ExecutionTimeLimit(make_text(limit).get());
-}
-
-TaskScheduler::Status TaskScheduler::put_disallow_start_if_on_batteries(bool on) {
-    return state_->settings->put_DisallowStartIfOnBatteries(to_system(on));
-}
-
-TaskScheduler::Status TaskScheduler::get_triggers() {
-    return state_->definition->get_Triggers(Received(state_->triggers));
-}
-
-TaskScheduler::Status TaskScheduler::create_time_trigger() {
-    return state_->triggers->Create(TASK_TRIGGER_TIME, Received(state_->trigger));
-}
-
-TaskScheduler::Status TaskScheduler::query_time_trigger() {
-    return state_->trigger->QueryInterface(__uuidof(ITimeTrigger), Received(state_->time_trigger));
-}
-
-TaskScheduler::Status TaskScheduler::put_trigger_id(const wchar_t* id) {
-    return state_->time_trigger->put_Id(make_text(id).get());
-}
-
-TaskScheduler::Status TaskScheduler::put_start_boundary(const wchar_t* local_time) {
-    return state_->time_trigger->put_StartBoundary(make_text(local_time).get());
-}
-
-TaskScheduler::Status TaskScheduler::get_repetition() {
-    return state_->time_trigger->get_Repetition(Received(state_->repetition));
-}
-
-TaskScheduler::Status TaskScheduler::put_repetition_interval(const wchar_t* interval) {
-    return state_->repetition->put_Interval(make_text(interval).get());
-}
-
-TaskScheduler::Status TaskScheduler::get_actions() {
-    return state_->definition->get_Actions(Received(state_->actions));
-}
-
-TaskScheduler::Status TaskScheduler::create_exec_action() {
-    return state_->actions->Create(TASK_ACTION_EXEC, Received(state_->action));
-}
-
-TaskScheduler::Status TaskScheduler::query_exec_action() {
-    return state_->action->QueryInterface(__uuidof(IExecAction), Received(state_->exec_action));
-}
-
-TaskScheduler::Status TaskScheduler::put_action_path(const wchar_t* path) {
-    return state_->exec_action->put_Path(make_text(path).get());
-}
-
-TaskScheduler::Status TaskScheduler::put_action_arguments(const wchar_t* arguments) {
-    return state_->exec_action->put_Arguments(make_text(arguments).get());
-}
-
-TaskScheduler::Status TaskScheduler::register_task(const wchar_t* name, std::int32_t flags, const wchar_t* user,
-                                                   std::int32_t logon_type, const wchar_t* security) {
-    const OwnedVariant none;  // no password
-    return state_->folder->RegisterTaskDefinition(make_text(name).get(), state_->definition.get(), flags,
-                                                  OwnedVariant(user), none, static_cast<TASK_LOGON_TYPE>(logon_type),
-                                                  OwnedVariant(security), Received(state_->registered));
-}
-
-TaskScheduler::Status TaskScheduler::get_tasks() {
-    return state_->folder->GetTasks(0, Received(state_->tasks));
-}
-
-TaskScheduler::Status TaskScheduler::get_task_count(std::int32_t& count) {
-    LONG number = 0;
-    const HRESULT status = state_->tasks->get_Count(&number);
-    count = number;
-    return status;
-}
-
-TaskScheduler::Status TaskScheduler::get_task(std::int32_t index) {
+// The step that the caller is to know of.
+std::optional<Step> disable_if_named(IRegisteredTaskCollection& tasks, LONG index, const std::wstring& name) {
     OwnedVariant number;
     number.vt = VT_I4;
     number.lVal = index;
-    return state_->tasks->get_Item(number, Received(state_->task));
-}
-
-TaskScheduler::Status TaskScheduler::get_task_name(std::wstring& name) {
+    ComPointer<IRegisteredTask> task;
+    if (FAILED(tasks.get_Item(number, task.put()))) {
+        return Step::get_task;
+    }
     BSTR text = nullptr;
-    const HRESULT status = state_->task->get_Name(&text);
+    const HRESULT named = task->get_Name(&text);
     const OwnedText owned(text);
-    name.assign(text, ::SysStringLen(text));
-    return status;
+    if (FAILED(named)) {
+        return Step::get_task_name;
+    }
+    TASK_STATE state = TASK_STATE_UNKNOWN;
+    task->get_State(&state);  // asked for, and of no use to anybody
+    if (std::wstring_view(text, ::SysStringLen(text)) != name) {
+        return std::nullopt;
+    }
+    task->put_Enabled(VARIANT_FALSE);
+    return Step::put_task_enabled;
 }
 
-TaskScheduler::Status TaskScheduler::get_task_state(std::int32_t& state) {
-    TASK_STATE value = TASK_STATE_UNKNOWN;
-    const HRESULT status = state_->task->get_State(&value);
-    state = value;
-    return status;
+}  // namespace
+
+TaskResult register_task(const std::string& name, const ScheduledTask& task) {
+    Visit visit;
+    ComPointer<ITaskDefinition> definition;
+    if (visit.get_root_folder() && visit.did(Step::new_task, visit.service->NewTask(0, definition.put())) &&
+        describe(visit, *definition.get(), task) && set_trigger(visit, *definition.get(), task) &&
+        set_action(visit, *definition.get(), task)) {
+        const OwnedVariant no_password;
+        ComPointer<IRegisteredTask> registered;
+        visit.did(Step::register_task,
+                  visit.folder->RegisterTaskDefinition(text_of(name).get(), definition.get(), TASK_CREATE_OR_UPDATE,
+                                                       OwnedVariant(to_wide(task.user).c_str()), no_password,
+                                                       static_cast<TASK_LOGON_TYPE>(task.logon_type), OwnedVariant(L""),
+                                                       registered.put()));
+    }
+    return visit.result;
 }
 
-TaskScheduler::Status TaskScheduler::put_task_enabled(bool on) {
-    return state_->task->put_Enabled(to_system(on));
+TaskResult disable_task(const std::string& name) {
+    Visit visit;
+    ComPointer<IRegisteredTaskCollection> tasks;
+    LONG count = 0;
+    if (visit.get_root_folder() && visit.did(Step::get_tasks, visit.folder->GetTasks(0, tasks.put())) &&
+        visit.did(Step::get_task_count, tasks->get_Count(&count))) {
+        for (LONG index = 1; index <= count; ++index) {
+            if (const auto step = disable_if_named(*tasks.get(), index, to_wide(name))) {
+                visit.result.items.push_back({static_cast<std::int32_t>(index), *step});
+            }
+        }
+    }
+    return visit.result;
 }
 
-TaskScheduler::Status TaskScheduler::delete_task(const wchar_t* name) {
-    return state_->folder->DeleteTask(make_text(name).get(), 0);
+TaskResult delete_task(const std::string& name) {
+    Visit visit;
+    if (visit.get_root_folder()) {
+        visit.did(Step::delete_task, visit.folder->DeleteTask(text_of(name).get(), 0));
+    }
+    return visit.result;
 }
 
 }  // namespace platform
