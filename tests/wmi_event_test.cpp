@@ -95,11 +95,9 @@ TEST_F(WmiEvents, CollectForTwoNumbersAndOnlyThroughTheGates) {
 }
 
 TEST_F(WmiEvents, LeaveTheirNumberInTheRegistryOnlyIfItIsOneOfTheTwo) {
-    platform::EventSubscription subscription;
-    ASSERT_TRUE(subscription.enter() >= 0 && subscription.create_locator() >= 0 &&
-                subscription.connect(L"ROOT\\WMI") >= 0 && subscription.set_blanket() >= 0);
-    subscription.create_stub(std::make_shared<EventSink>(154, 155));
-    ASSERT_GE(subscription.start(L"WQL", L"SELECT * FROM ZorvQelWmiEvent"), 0);
+    const platform::EventSubscription subscription(true, L"ROOT\\WMI", L"SELECT * FROM ZorvQelWmiEvent",
+                                                   std::make_shared<EventSink>(154, 155));
+    ASSERT_EQ(subscription.status, 0);
     SetSession(4, 1);
     StartTrace();
     WriteRegDword(kLocalMachine, kProductKey, kPendingEvent, 0);
@@ -116,7 +114,7 @@ TEST_F(WmiEvents, LeaveTheirNumberInTheRegistryOnlyIfItIsOneOfTheTwo) {
 }
 
 TEST_F(WmiEvents, EndAReceiverForGoodAtTheThirdSetUpThatFails) {
-    platform::fail_step("connect", -5);
+    platform::fail_step(platform::EventStep::connect, -5);
     platform::set_clock({0, 0.001});
     std::vector<std::string> expected;
     for (const char* words :

@@ -24,15 +24,14 @@ constexpr Event kEvents[] = {
     {155, L" [WmiEventManager] WMI 2 ( connector )", JOB_TRIGGER_WMI_CONNECTOR},
 };
 
-bool Done(platform::EventSubscription::Status status, const char* call, const char* step) {
-    if (status >= 0) {
-        return true;
-    }
-    LogMessage(std::string(" [WmiEventManager] Set WMI Event Receiver fail ") + call +
-               " failed:. Error code = " + std::to_string(status));
-    LogMessage(std::string("[WmiEventManager] Set WMI Event Receiver fail : ") + step);
-    return false;
-}
+// What the trace says of a failed step, in the order of platform::EventStep; no step has the number 2.
+constexpr struct {
+    const char *call, *number;
+} kSteps[] = {{"CoInitializeEx", "1"},
+              {"CoCreateInstance", "3"},
+              {"ConnectServer", "4"},
+              {"CoSetProxyBlanket", "5"},
+              {"ExecNotificationQueryAsync", "6"}};
 
 void CollectFor(const std::wstring& number) {
     for (const Event& event : kEvents) {
@@ -80,21 +79,17 @@ void WmiEventManager::initWmiEventReceiver(bool initCom) {
 }
 
 int WmiEventManager::setWmiEventReceiver(bool initCom) {
-    platform::EventSubscription subscription;
-    if ((initCom && !Done(subscription.enter(), "CoInitializeEx", "Step1")) ||
-        !Done(subscription.create_locator(), "CoCreateInstance", "Step3") ||
-        !Done(subscription.connect(L"ROOT\\WMI"), "ConnectServer", "Step4") ||
-        !Done(subscription.set_blanket(), "CoSetProxyBlanket", "Step5")) {
-        return 1;
-    }
     const auto sink = std::make_shared<EventSink>(kEvents[0].number, kEvents[1].number);
-    subscription.create_stub(sink);
-    if (!Done(subscription.start(L"WQL", L"SELECT * FROM ZorvQelWmiEvent"), "ExecNotificationQueryAsync", "Step6")) {
+    const platform::EventSubscription subscription(initCom, L"ROOT\\WMI", L"SELECT * FROM ZorvQelWmiEvent", sink);
+    if (subscription.status < 0) {
+        const auto& [call, number] = kSteps[static_cast<std::size_t>(subscription.step)];
+        LogMessage(std::string(" [WmiEventManager] Set WMI Event Receiver fail ") + call +
+                   " failed:. Error code = " + std::to_string(subscription.status));
+        LogMessage(std::string("[WmiEventManager] Set WMI Event Receiver fail : Step") + number);
         return 1;
     }
     LogMessage("[WmiEventManager] Set WMI Event Receiver OK");
     waitForWmiEvent(*sink);
-    subscription.cancel();
     return 0;
 }
 

@@ -1,7 +1,5 @@
-// A subscription to the events of a class that the firmware reports, one call for each step that the system's
-// interfaces have. Every call answers with the system's status: negative for a failure, in the numbers of Windows.
-// Whatever exists is released and left with the object: services, locator, apartment, stub, sink, the stub's sink. It
-// belongs to one thread; the receiver is called on threads of the system, also shortly after `cancel`.
+// A subscription to the events of a class that the firmware reports: set up as a whole, cancelled and released at its
+// end. It belongs to one thread; the receiver is called on threads of the system, also shortly after the end.
 #pragma once
 
 #include <cstdint>
@@ -32,28 +30,32 @@ public:
     virtual void SetStatus(std::int32_t flags) = 0;
 };
 
+// In their order.
+enum class EventStep {
+    enter,  // COM, in the multithreaded apartment
+    create_locator,
+    connect,
+    set_blanket,
+    start,  // a failure to make the stub through which the receiver is called shows here
+};
+
 class EventSubscription {
 public:
-    using Status = std::int32_t;
-
-    EventSubscription();
+    // Subscribes, up to the first step that fails. Without `enter_com` the thread is in COM already.
+    EventSubscription(bool enter_com, const wchar_t* name_space, const wchar_t* query,
+                      std::shared_ptr<EventReceiver> receiver);
     ~EventSubscription();
     EventSubscription(const EventSubscription&) = delete;
     EventSubscription& operator=(const EventSubscription&) = delete;
 
-    Status enter();  // COM, in the multithreaded apartment
-    Status create_locator();
-    Status connect(const wchar_t* name_space);
-    Status set_blanket();
-
-    // The stub through which the system calls the receiver. Its own failures show as that of `start`.
-    void create_stub(std::shared_ptr<EventReceiver> receiver);
-    Status start(const wchar_t* language, const wchar_t* query);
-    Status cancel();
+    // The last step that was done, or the one that failed, and its status: negative for a failure, in the numbers of
+    // Windows.
+    EventStep step = EventStep::enter;
+    std::int32_t status = 0;
 
 private:
     struct State;
-    State* state_;
+    std::unique_ptr<State> state_;
 };
 
 }  // namespace platform

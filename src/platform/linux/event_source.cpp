@@ -5,7 +5,6 @@
 #include <mutex>
 
 #include "platform/linux/line_server.h"
-#include "platform/linux/step_failure.h"
 
 namespace platform {
 
@@ -81,9 +80,6 @@ std::uint32_t listen() {
 }  // namespace
 
 bool EventObject::property_names(std::vector<std::wstring>& names) const {
-    if (step_status("property_names") < 0) {
-        return false;
-    }
     names.clear();
     for (const auto& property : state_.properties.items()) {
         names.push_back(to_wide(property.key()).value_or(L""));
@@ -93,7 +89,7 @@ bool EventObject::property_names(std::vector<std::wstring>& names) const {
 
 bool EventObject::integer(const std::wstring& property, std::int32_t& value) const {
     const auto found = state_.properties.find(to_utf8(property));
-    if (step_status("integer") < 0 || found == state_.properties.end() || !found->is_number_integer()) {
+    if (found == state_.properties.end() || !found->is_number_integer()) {
         return false;
     }
     using Limits = std::numeric_limits<std::int32_t>;
@@ -115,16 +111,11 @@ std::uint32_t add_event_receiver(const std::shared_ptr<EventReceiver>& receiver)
     return 0;
 }
 
-void remove_event_receiver(const std::shared_ptr<EventReceiver>& receiver, bool tell) {
+void remove_event_receiver(const std::shared_ptr<EventReceiver>& receiver) {
     const std::lock_guard guard(shared().mutex);
-    const auto found = std::find(shared().receivers.begin(), shared().receivers.end(), receiver);
-    if (found == shared().receivers.end()) {
-        return;
-    }
-    if (tell) {
+    if (std::erase(shared().receivers, receiver) != 0) {
         shared().server.post([receiver] { guarded([&] { receiver->SetStatus(0); }); });
     }
-    shared().receivers.erase(found);
 }
 
 }  // namespace platform

@@ -12,8 +12,8 @@ namespace platform {
 // From now on events come to the receiver. 0, or the system's error when the process cannot listen.
 std::uint32_t add_event_receiver(const std::shared_ptr<EventReceiver>& receiver);
 
-// No event is begun with it any more, though one may still be under way. With `tell`, the receiver hears of its end
+// No event is begun with it any more, though one may still be under way; a receiver that was there hears of its end
 // behind that.
-void remove_event_receiver(const std::shared_ptr<EventReceiver>& receiver, bool tell);
+void remove_event_receiver(const std::shared_ptr<EventReceiver>& receiver);
 
 }  // namespace platform

@@ -32,4 +32,13 @@ std::int32_t step_status(ListedStep auto step) {
     return step_status(step_name(step));
 }
 
+// Goes from one step to another, up to one that is to fail, and leaves in `result` how far it came.
+template <ListedStep Step>
+void pass_steps(Step first, Step last, auto& result) {
+    for (int step = static_cast<int>(first); step <= static_cast<int>(last) && result.status == 0; ++step) {
+        result.step = static_cast<Step>(step);
+        result.status = step_status(result.step);
+    }
+}
+
 }  // namespace platform

@@ -76,14 +76,8 @@ Status write_task(const Descriptor& folder, const std::string& file, const TaskD
 // On the way to an act's last step nothing fails but what a test lets fail; the act itself is left to that step.
 TaskResult pass(Step first, Step last) {
     TaskResult result;
-    const auto walk = [&result](Step from, Step to) {
-        for (int step = static_cast<int>(from); step <= static_cast<int>(to) && result.status >= 0; ++step) {
-            result.step = static_cast<Step>(step);
-            result.status = step_status(result.step);
-        }
-    };
-    walk(Step::enter, Step::get_root_folder);
-    walk(first, last);
+    pass_steps(Step::enter, Step::get_root_folder, result);
+    pass_steps(first, last, result);
     return result;
 }
 

@@ -116,54 +116,49 @@ struct EventSubscription::State {
     ComPointer<IUnsecuredApartment> stub_maker;
     ComPointer<IWbemLocator> locator;
     ComPointer<IWbemServices> services;
+
+    // Without a stub there is no sink to give, which the start refuses.
+    IWbemObjectSink* make_stub(std::shared_ptr<EventReceiver> receiver) {
+        ::CoCreateInstance(__uuidof(UnsecuredApartment), nullptr, CLSCTX_LOCAL_SERVER, IID_PPV_ARGS(stub_maker.put()));
+        *sink.put() = new EventSink(std::move(receiver));
+        sink->AddRef();
+        if (stub_maker.get() != nullptr) {
+            stub_maker->CreateObjectStub(sink.get(), stub.put());
+        }
+        if (stub.get() != nullptr) {
+            stub->QueryInterface(IID_PPV_ARGS(stub_sink.put()));
+        }
+        return stub_sink.get();
+    }
 };
 
-EventSubscription::EventSubscription() : state_(new State) {}
+EventSubscription::EventSubscription(bool enter_com, const wchar_t* name_space, const wchar_t* query,
+                                     std::shared_ptr<EventReceiver> receiver)
+    : state_(new State) {
+    const auto did = [this](EventStep done, HRESULT result) {
+        step = done;
+        status = result;
+        return SUCCEEDED(result);
+    };
+    auto& [apartment, stub_sink, sink, stub, stub_maker, locator, services] = *state_;
+    if ((!enter_com || did(EventStep::enter, apartment.enter())) &&
+        did(EventStep::create_locator,
+            ::CoCreateInstance(__uuidof(WbemLocator), nullptr, CLSCTX_INPROC_SERVER, IID_PPV_ARGS(locator.put()))) &&
+        did(EventStep::connect, locator->ConnectServer(make_text(name_space).get(), nullptr, nullptr, nullptr, 0,
+                                                       nullptr, nullptr, services.put())) &&
+        did(EventStep::set_blanket,
+            ::CoSetProxyBlanket(services.get(), RPC_C_AUTHN_WINNT, RPC_C_AUTHZ_NONE, nullptr, RPC_C_AUTHN_LEVEL_CALL,
+                                RPC_C_IMP_LEVEL_IMPERSONATE, nullptr, EOAC_NONE))) {
+        IWbemObjectSink* const target = state_->make_stub(std::move(receiver));
+        did(EventStep::start, services->ExecNotificationQueryAsync(make_text(L"WQL").get(), make_text(query).get(),
+                                                                   WBEM_FLAG_SEND_STATUS, nullptr, target));
+    }
+}
 
 EventSubscription::~EventSubscription() {
-    delete state_;
-}
-
-EventSubscription::Status EventSubscription::enter() {
-    return state_->apartment.enter();
-}
-
-EventSubscription::Status EventSubscription::create_locator() {
-    return ::CoCreateInstance(__uuidof(WbemLocator), nullptr, CLSCTX_INPROC_SERVER,
-                              IID_PPV_ARGS(state_->locator.put()));
-}
-
-EventSubscription::Status EventSubscription::connect(const wchar_t* name_space) {
-    return state_->locator->ConnectServer(make_text(name_space).get(), nullptr, nullptr, nullptr, 0, nullptr, nullptr,
-                                          state_->services.put());
-}
-
-EventSubscription::Status EventSubscription::set_blanket() {
-    return ::CoSetProxyBlanket(state_->services.get(), RPC_C_AUTHN_WINNT, RPC_C_AUTHZ_NONE, nullptr,
-                               RPC_C_AUTHN_LEVEL_CALL, RPC_C_IMP_LEVEL_IMPERSONATE, nullptr, EOAC_NONE);
-}
-
-void EventSubscription::create_stub(std::shared_ptr<EventReceiver> receiver) {
-    ::CoCreateInstance(__uuidof(UnsecuredApartment), nullptr, CLSCTX_LOCAL_SERVER,
-                       IID_PPV_ARGS(state_->stub_maker.put()));
-    *state_->sink.put() = new EventSink(std::move(receiver));
-    state_->sink->AddRef();
-    if (state_->stub_maker.get() != nullptr) {
-        state_->stub_maker->CreateObjectStub(state_->sink.get(), state_->stub.put());
+    if (status >= 0) {
+        state_->services->CancelAsyncCall(state_->stub_sink.get());
     }
-    if (state_->stub.get() != nullptr) {
-        state_->stub->QueryInterface(IID_PPV_ARGS(state_->stub_sink.put()));
-    }
-}
-
-// Without a stub there is no sink to give, which the system refuses.
-EventSubscription::Status EventSubscription::start(const wchar_t* language, const wchar_t* query) {
-    return state_->services->ExecNotificationQueryAsync(make_text(language).get(), make_text(query).get(),
-                                                        WBEM_FLAG_SEND_STATUS, nullptr, state_->stub_sink.get());
-}
-
-EventSubscription::Status EventSubscription::cancel() {
-    return state_->services->CancelAsyncCall(state_->stub_sink.get());
 }
 
 }  // namespace platform
