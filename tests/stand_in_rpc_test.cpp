@@ -126,24 +126,7 @@ RpcProcedures procedures() {
 }
 
 RpcStatus start(std::uint32_t most = 1234) {
-    RpcSecurity security;
-    std::uint32_t count = 0;
-    RpcStatus status = security.derive_capabilities(L"Zorv.Test", count);
-    const auto then = [&](const auto& step) { status = status == 0 ? step() : status; };
-    then([&] { return security.allocate_everyone(); });
-    then([&] { return security.build_access_list(); });
-    then([&] { return security.set_descriptor(); });
-    then([&] { return use_rpc_endpoint(L"ncalrpc", 10, L"Endpoint", security); });
-    then([&] { return register_rpc_interface(procedures(), 33, most, security); });
-    then(inquire_rpc_bindings);
-    then(map_rpc_endpoint);
-    return status;
-}
-
-void stop() {
-    unregister_rpc_interface();
-    unmap_rpc_endpoint();
-    free_rpc_bindings();
+    return RpcEndpoint({L"Endpoint", L"Zorv.Test", 10, most}, procedures()).status();
 }
 
 // A client with one context, number 1.
@@ -180,7 +163,7 @@ protected:
         listener_ = std::thread([] { EXPECT_EQ(listen_for_rpc(1, 1234), 0U); });
     }
     ~StandInRpc() override {
-        stop();
+        stop_rpc_endpoint();
         listener_.join();
         book_.Wait([this] { return book_.closed == book_.opened; });  // each context, by its rundown or before
         set_rpc_limits({});
@@ -388,7 +371,7 @@ TEST(StandInRpcClients, LeaveNothingBehind) {
                 client.Send(call % 2 == 0 ? "GetModelName" : "Nothing");
             }
         }
-        stop();
+        stop_rpc_endpoint();
         EXPECT_FALSE(std::filesystem::exists(machine_path(kSocket)));
         notes.Wait([&] { return notes.closed == notes.opened; });
         descriptors = round == 0 ? entries("/proc/self/fd") : descriptors;
@@ -409,7 +392,7 @@ TEST(StandInRpcEndpoint, IsOpenToEveryoneOnceUntilItIsStopped) {
     struct stat status {};
     EXPECT_EQ(::stat(machine_path(kSocket).c_str(), &status), 0);
     EXPECT_EQ(status.st_mode, S_IFSOCK | 0666U);
-    stop();
+    stop_rpc_endpoint();
     EXPECT_EQ(listen_for_rpc(1, 1234), 0U) << "the stop came first";
 }
 

@@ -109,23 +109,19 @@ TEST(RpcSecurity, GrantsAllToEveryoneAndTheCapabilityAndFreesWhatItGot) {
         EXPECT_EQ(entries[1].Trustee.TrusteeType, TRUSTEE_IS_UNKNOWN);
         EXPECT_EQ(entries[0].grfAccessMode, SET_ACCESS);
         EXPECT_EQ(entries[1].grfAccessMode, SET_ACCESS);
-        return trueSetEntries(count, entries, old, list);
+        given.emplace_back(entries[0].Trustee.ptstrName, "everyone");
+        const DWORD status = trueSetEntries(count, entries, old, list);
+        given.emplace_back(*list, "list");
+        return status;
     });
     wantedSids = 1;
     {
         RpcSecurity security;
-        std::uint32_t count = 0;
-        ASSERT_EQ(security.derive_capabilities(kPackage, count), 0U);
-        ASSERT_EQ(count, 1U);
-        ASSERT_EQ(security.allocate_everyone(), 0U);
-        ASSERT_EQ(security.build_access_list(), 0U);
-        ASSERT_EQ(security.set_descriptor(), 0U);
+        ASSERT_EQ(security.set_up(kPackage), 0U);
         EXPECT_TRUE(freed.empty());
-        given.emplace_back(security.state()->everyone.get(), "everyone");
-        given.emplace_back(security.state()->access_list.get(), "list");
         wchar_t* text = nullptr;
-        ASSERT_TRUE(::ConvertSecurityDescriptorToStringSecurityDescriptorW(
-            &security.state()->descriptor, SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr));
+        ASSERT_TRUE(::ConvertSecurityDescriptorToStringSecurityDescriptorW(security.descriptor(), SDDL_REVISION_1,
+                                                                           DACL_SECURITY_INFORMATION, &text, nullptr));
         EXPECT_STREQ(text, L"D:(A;;GA;;;WD)(A;;GA;;;S-1-15-3-1024-1-2-3-4-5-6-7-8)");
         trueLocalFree(text);
     }
@@ -155,6 +151,11 @@ TEST(RpcEndpoint, IsOpenedAndClosedStepByStep) {
                      "RpcServerRegisterIf3 60 null null 21 4d2 ffffffff null 40001", "RpcServerInqBindings",
                      "RpcEpRegisterW 60 7 null null", "RpcServerListen 1 4d2 0", "RpcServerUnregisterIf 60 null 0",
                      "RpcEpUnregister 60 7 null", "RpcBindingVectorFree *"}));
+    for (const std::size_t step : {1, 2, 4, 5}) {
+        failing = step;
+        EXPECT_EQ(calls_of([] { EXPECT_EQ(zorvalis::RpcServerStart(), kFailure); }).size(), step);
+    }
+    failing = 0;
 }
 
 TEST(RpcMemory, IsZerosForAnyOutputAndTakesNothingWhereNobodyWrites) {
@@ -255,17 +256,16 @@ void big_call(RpcContext, const wchar_t* input, wchar_t* output, std::int32_t si
 class Rpc : public testing::Test {
 protected:
     static void SetUpTestSuite() {
-        RpcSecurity security;
-        ASSERT_EQ(security.set_descriptor(), 0U);  // without a list it lets everyone in
+        HOOK(GetProcAddress, find);
+        wantedSids = 1;
         const std::wstring name(endpoint.begin(), endpoint.end());
-        ASSERT_EQ(use_rpc_endpoint(L"ncalrpc", 10, name.c_str(), security), 0U);
         static RpcProcedures procedures{};
         procedures.RemoteOpen = []() -> RpcContext { return &closedContexts; };
         procedures.RemoteClose = [](RpcContext context) { static_cast<decltype(closedContexts)*>(context)->release(); };
         procedures.BigDataServiceCall = big_call;
-        ASSERT_EQ(register_rpc_interface(procedures, 33, 1234, security), 0U);
+        ASSERT_EQ(RpcEndpoint({name.c_str(), kPackage, 10, 1234}, procedures).status(), 0U);
     }
-    static void TearDownTestSuite() { EXPECT_EQ(unregister_rpc_interface(), 0U); }
+    static void TearDownTestSuite() { stop_rpc_endpoint(); }
 
     static inline const std::string endpoint = "ZorvTest" + std::to_string(::GetCurrentProcessId());
 };

@@ -12,13 +12,7 @@
 namespace zorvalis {
 namespace {
 
-constexpr wchar_t kPackage[] = L"Zorv.Zorvinfo_k7rt2xw94hmpa";
-constexpr wchar_t kProtocol[] = L"ncalrpc";
-constexpr wchar_t kEndpoint[] = L"ZorvHelpRpcEndpoint";
-constexpr std::uint32_t kMostCallsOfEndpoint = 10;
-constexpr std::uint32_t kMostCalls = 1234;
-constexpr std::uint32_t kAutoListenAndLocalOnly = 33;
-constexpr std::uint32_t kInvalidParameter = 87;
+constexpr platform::RpcEndpointSettings kEndpoint = {L"ZorvHelpRpcEndpoint", L"Zorv.Zorvinfo_k7rt2xw94hmpa", 10, 1234};
 constexpr std::uint32_t kAlreadyListening = 1713;
 
 std::atomic<bool> stopping{false};  // nobody asks: a start that has begun goes on to its end
@@ -111,53 +105,22 @@ constexpr platform::RpcProcedures kProcedures = {
     BigDataServiceCall,
 };
 
-// Everyone, and packaged applications with the capability; the endpoint and the interface are protected alike.
-std::uint32_t SetUpSecurity(platform::RpcSecurity& security) {
-    std::uint32_t capabilities = 0;
-    std::uint32_t status = security.derive_capabilities(kPackage, capabilities);
-    if (status == 0 && capabilities != 1) {
-        status = kInvalidParameter;
-    }
-    if (status == 0) {
-        status = security.allocate_everyone();
-    }
-    if (status == 0) {
-        status = security.build_access_list();
-    }
-    return status == 0 ? security.set_descriptor() : status;
-}
-
 }  // namespace
 
 std::uint32_t RpcServerStart() {
     LogMessage("[RpcServer] RpcServerStart");
     stopping = false;
-    platform::RpcSecurity security;
-    std::uint32_t status = SetUpSecurity(security);
-    if (status == 0) {
-        status = platform::use_rpc_endpoint(kProtocol, kMostCallsOfEndpoint, kEndpoint, security);
+    const platform::RpcEndpoint endpoint(kEndpoint, kProcedures);
+    if (endpoint.status() != 0) {
+        return endpoint.status();
     }
-    if (status == 0) {
-        status = platform::register_rpc_interface(kProcedures, kAutoListenAndLocalOnly, kMostCalls, security);
-    }
-    if (status == 0) {
-        status = platform::inquire_rpc_bindings();
-    }
-    if (status == 0) {
-        status = platform::map_rpc_endpoint();
-    }
-    if (status == 0) {
-        status = platform::listen_for_rpc(1, kMostCalls);
-        status = status == kAlreadyListening ? 0 : status;
-    }
-    return status;
+    const std::uint32_t status = platform::listen_for_rpc(1, kEndpoint.most_calls);
+    return status == kAlreadyListening ? 0 : status;
 }
 
 void RpcServerStop() {
     stopping = true;
-    platform::unregister_rpc_interface();
-    platform::unmap_rpc_endpoint();
-    platform::free_rpc_bindings();
+    platform::stop_rpc_endpoint();
 }
 
 }  // namespace zorvalis

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
-#include <cwchar>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -17,7 +16,6 @@
 #include "platform/linux/rpc_call.h"
 #include "platform/linux/rpc_frame.h"
 #include "platform/linux/rpc_limits.h"
-#include "platform/linux/rpc_security.h"
 #include "platform/linux/rpc_threads.h"
 #include "platform/linux/step_failure.h"
 
@@ -25,14 +23,12 @@ namespace platform {
 namespace {
 
 constexpr RpcStatus kAddressInUse = 10048;
-constexpr RpcStatus kProtocolNotSupported = 1703;
 constexpr RpcStatus kInvalidEndpoint = 1706;
-constexpr RpcStatus kAlreadyRegistered = 1712;
 constexpr RpcStatus kAlreadyListening = 1713;
 constexpr RpcStatus kNoProtocols = 1714;
-constexpr RpcStatus kUnknownInterface = 1717;
 constexpr RpcStatus kDuplicateEndpoint = 1740;
 
+constexpr unsigned kEveryone = 0666;
 constexpr rlim_t kDescriptors = 1 << 16;
 constexpr std::size_t kMostConnections = 4096;
 constexpr std::size_t kMostWaiting = 2048;   // calls of one connection
@@ -53,7 +49,7 @@ struct Endpoint : std::enable_shared_from_this<Endpoint> {
     void call(LineServer::Connection connection, Session& session, const std::string& line);
 
     RpcProcedures procedures{};
-    bool registered = false, listening = false;                           // guarded by the mutex of Shared
+    bool listening = false;                                               // guarded by the mutex of Shared
     std::map<LineServer::Connection, std::shared_ptr<Session>> sessions;  // the server thread's own
     LineServer server;
 };
@@ -120,7 +116,7 @@ void raise_descriptor_limit() {
     }
 }
 
-LineLimits line_limits(const RpcLimits& limits, unsigned mode) {
+LineLimits line_limits(const RpcLimits& limits) {
     LineLimits result;
     result.connections = kMostConnections;
     result.line = kLongestRpcLine;
@@ -130,7 +126,7 @@ LineLimits line_limits(const RpcLimits& limits, unsigned mode) {
     result.unread = limits.unread;
     result.too_long =
         rpc_error_line(nullptr, kRpcInvalidRequest, "Invalid Request: a message has at most 4194304 bytes");
-    result.mode = mode;
+    result.mode = kEveryone;
     return result;
 }
 
@@ -144,30 +140,27 @@ void wait_for_the_end(std::shared_ptr<Endpoint> endpoint) {
     }
 }
 
-}  // namespace
-
-void set_rpc_limits(const RpcLimits& limits) {
-    const std::lock_guard guard(shared().mutex);
-    shared().limits = limits;
-}
-
-// How many may wait to connect is the system's affair.
-RpcStatus use_rpc_endpoint(const wchar_t* protocol, std::uint32_t, const wchar_t* endpoint,
-                           const RpcSecurity& security) {
-    const std::string name = to_utf8(endpoint);
-    if (std::wcscmp(protocol, L"ncalrpc") != 0) {
-        return kProtocolNotSupported;
-    }
+// There are neither packages nor bindings nor a mapper: a client finds the socket by its name.
+RpcStatus start(const RpcEndpointSettings& settings, const RpcProcedures& procedures) {
+    const std::string name = to_utf8(settings.name);
     if (name.empty() || name.find('/') != std::string::npos) {
         return kInvalidEndpoint;
     }
     const std::lock_guard guard(shared().mutex);
-    if (const RpcStatus failure = failure_of("use_rpc_endpoint"); failure != 0 || shared().endpoint != nullptr) {
+    if (const RpcStatus failure = failure_of("start_rpc_endpoint"); failure != 0 || shared().endpoint != nullptr) {
         return failure != 0 ? failure : kDuplicateEndpoint;
     }
     raise_descriptor_limit();
-    auto opened = std::make_shared<Endpoint>(line_limits(shared().limits, security.state()->mode));
-    const std::uint32_t error = opened->server.open("run/" + name);
+    auto opened = std::make_shared<Endpoint>(line_limits(shared().limits));
+    opened->procedures = procedures;
+    RpcThreads::get().set_limits(settings.most_calls, shared().limits.thread);
+    Endpoint& endpoint = *opened;
+    std::uint32_t error = endpoint.server.open("run/" + name);
+    if (error == 0) {
+        error =
+            endpoint.server.start([&endpoint](auto connection, auto& line) { return endpoint.take(connection, line); },
+                                  [&endpoint](auto connection) { endpoint.end(connection); });
+    }
     if (error == 0) {
         shared().endpoint = std::move(opened);
         shared().used = true;
@@ -175,35 +168,19 @@ RpcStatus use_rpc_endpoint(const wchar_t* protocol, std::uint32_t, const wchar_t
     return error == kAddressInUse ? kDuplicateEndpoint : error;
 }
 
-// Calls are served from here on, as the flags ask for; those of other machines never come.
-RpcStatus register_rpc_interface(const RpcProcedures& procedures, std::uint32_t, std::uint32_t most_calls,
-                                 const RpcSecurity&) {
+}  // namespace
+
+void set_rpc_limits(const RpcLimits& limits) {
     const std::lock_guard guard(shared().mutex);
-    const RpcStatus failure = failure_of("register_rpc_interface");
-    if (failure != 0 || shared().endpoint == nullptr) {
-        return failure != 0 ? failure : kNoProtocols;
-    }
-    Endpoint& endpoint = *shared().endpoint;
-    if (endpoint.registered) {
-        return kAlreadyRegistered;
-    }
-    endpoint.procedures = procedures;
-    RpcThreads::get().set_limits(most_calls, shared().limits.thread);
-    const std::uint32_t error =
-        endpoint.server.start([&endpoint](auto connection, auto& line) { return endpoint.take(connection, line); },
-                              [&endpoint](auto connection) { endpoint.end(connection); });
-    endpoint.registered = error == 0;
-    return error;
+    shared().limits = limits;
 }
 
-// There are neither bindings nor a mapper: a client finds the socket by its name.
-RpcStatus inquire_rpc_bindings() {
-    return failure_of("inquire_rpc_bindings");
-}
+struct RpcEndpoint::Security {};
 
-RpcStatus map_rpc_endpoint() {
-    return failure_of("map_rpc_endpoint");
-}
+RpcEndpoint::RpcEndpoint(const RpcEndpointSettings& settings, const RpcProcedures& procedures)
+    : status_(start(settings, procedures)) {}
+
+RpcEndpoint::~RpcEndpoint() = default;
 
 RpcStatus listen_for_rpc(std::uint32_t, std::uint32_t) {
     std::unique_lock guard(shared().mutex);
@@ -219,27 +196,16 @@ RpcStatus listen_for_rpc(std::uint32_t, std::uint32_t) {
     return 0;
 }
 
-RpcStatus unregister_rpc_interface() {
+void stop_rpc_endpoint() {
     std::shared_ptr<Endpoint> last;
-    bool registered = false;
     {
         const std::lock_guard guard(shared().mutex);
         last = std::exchange(shared().endpoint, nullptr);
-        registered = last != nullptr && last->registered;
         shared().unregistered.notify_all();
     }
     if (last != nullptr) {
         wait_for_the_end(std::move(last));
     }
-    return registered ? 0 : kUnknownInterface;
-}
-
-RpcStatus unmap_rpc_endpoint() {
-    return 0;
-}
-
-RpcStatus free_rpc_bindings() {
-    return 0;
 }
 
 }  // namespace platform

@@ -19,7 +19,7 @@ namespace {
 
 constexpr unsigned kAnySize = static_cast<unsigned>(-1);
 
-// Stops may come from several threads.
+// Stops may come from several threads, and during a start.
 std::mutex bindingsMutex;
 RPC_BINDING_VECTOR* bindings = nullptr;
 
@@ -27,60 +27,48 @@ RPC_WSTR text_of(const wchar_t* text) {
     return reinterpret_cast<RPC_WSTR>(const_cast<wchar_t*>(text));
 }
 
-RpcStatus status_of(RPC_STATUS status) {
-    return static_cast<RpcStatus>(status);
+RpcStatus map_endpoint() {
+    const std::lock_guard lock(bindingsMutex);
+    const RPC_STATUS status = ::RpcServerInqBindings(&bindings);  // kept until the stop
+    return static_cast<RpcStatus>(
+        status == RPC_S_OK ? ::RpcEpRegisterW(serve_Zorvalis_v1_0_s_ifspec, bindings, nullptr, nullptr) : status);
+}
+
+RpcStatus start(const RpcEndpointSettings& settings, const RpcProcedures& procedures, RpcSecurity& security) {
+    if (const RpcStatus failure = security.set_up(settings.package); failure != 0) {
+        return failure;
+    }
+    RPC_STATUS status = ::RpcServerUseProtseqEpW(text_of(L"ncalrpc"), settings.most_waiting, text_of(settings.name),
+                                                 security.descriptor());
+    if (status == RPC_S_OK) {
+        set_rpc_procedures(procedures);
+        status = ::RpcServerRegisterIf3(serve_Zorvalis_v1_0_s_ifspec, nullptr, nullptr,
+                                        RPC_IF_AUTOLISTEN | RPC_IF_ALLOW_LOCAL_ONLY, settings.most_calls, kAnySize,
+                                        nullptr, security.descriptor());
+    }
+    return status == RPC_S_OK ? map_endpoint() : static_cast<RpcStatus>(status);
 }
 
 }  // namespace
 
-RpcStatus use_rpc_endpoint(const wchar_t* protocol, std::uint32_t most_calls, const wchar_t* endpoint,
-                           const RpcSecurity& security) {
-    return status_of(
-        ::RpcServerUseProtseqEpW(text_of(protocol), most_calls, text_of(endpoint), &security.state()->descriptor));
-}
+struct RpcEndpoint::Security : RpcSecurity {};
 
-RpcStatus register_rpc_interface(const RpcProcedures& procedures, std::uint32_t flags, std::uint32_t most_calls,
-                                 const RpcSecurity& security) {
-    set_rpc_procedures(procedures);
-    return status_of(::RpcServerRegisterIf3(serve_Zorvalis_v1_0_s_ifspec, nullptr, nullptr, flags, most_calls, kAnySize,
-                                            nullptr, &security.state()->descriptor));
-}
+RpcEndpoint::RpcEndpoint(const RpcEndpointSettings& settings, const RpcProcedures& procedures)
+    : security_(new Security), status_(start(settings, procedures, *security_)) {}
 
-RpcStatus inquire_rpc_bindings() {
-    const std::lock_guard lock(bindingsMutex);
-    return status_of(::RpcServerInqBindings(&bindings));
-}
-
-RpcStatus map_rpc_endpoint() {
-    const std::lock_guard lock(bindingsMutex);
-    if (bindings == nullptr) {  // stopped meanwhile
-        return RPC_S_NO_BINDINGS;
-    }
-    return status_of(::RpcEpRegisterW(serve_Zorvalis_v1_0_s_ifspec, bindings, nullptr, nullptr));
-}
+RpcEndpoint::~RpcEndpoint() = default;
 
 RpcStatus listen_for_rpc(std::uint32_t least_threads, std::uint32_t most_calls) {
-    return status_of(::RpcServerListen(least_threads, most_calls, FALSE));
+    return static_cast<RpcStatus>(::RpcServerListen(least_threads, most_calls, FALSE));
 }
 
-RpcStatus unregister_rpc_interface() {
-    return status_of(::RpcServerUnregisterIf(serve_Zorvalis_v1_0_s_ifspec, nullptr, FALSE));
-}
-
-RpcStatus unmap_rpc_endpoint() {
+void stop_rpc_endpoint() {
+    ::RpcServerUnregisterIf(serve_Zorvalis_v1_0_s_ifspec, nullptr, FALSE);
     const std::lock_guard lock(bindingsMutex);
-    if (bindings == nullptr) {
-        return RPC_S_NO_BINDINGS;
+    if (bindings != nullptr) {
+        ::RpcEpUnregister(serve_Zorvalis_v1_0_s_ifspec, bindings, nullptr);
+        ::RpcBindingVectorFree(&bindings);  // clears it too
     }
-    return status_of(::RpcEpUnregister(serve_Zorvalis_v1_0_s_ifspec, bindings, nullptr));
-}
-
-RpcStatus free_rpc_bindings() {
-    const std::lock_guard lock(bindingsMutex);
-    if (bindings == nullptr) {
-        return RPC_S_NO_BINDINGS;
-    }
-    return status_of(::RpcBindingVectorFree(&bindings));  // clears it too
 }
 
 }  // namespace platform

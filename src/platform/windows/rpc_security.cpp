@@ -37,53 +37,40 @@ RpcStatus status_of(BOOL done) {
 
 }  // namespace
 
-RpcSecurity::State::~State() {
-    free_sids(group_sids, group_count);
-    free_sids(capability_sids, capability_count);
-}
-
-RpcSecurity::RpcSecurity() : state_(new State) {}
-
 RpcSecurity::~RpcSecurity() {
-    delete state_;
+    free_sids(group_sids_, group_count_);
+    free_sids(capability_sids_, capability_count_);
 }
 
-RpcStatus RpcSecurity::derive_capabilities(const wchar_t* name, std::uint32_t& count) {
-    count = 0;
+RpcStatus RpcSecurity::derive_capabilities(const wchar_t* package) {
     for (const wchar_t* library_name : kLibraries) {
         const SharedLibrary library(library_name);
         if (auto* const derive = library.function<Derive>(kDerive)) {
-            const RpcStatus status = status_of(derive(name, &state_->group_sids, &state_->group_count,
-                                                      &state_->capability_sids, &state_->capability_count));
-            count = state_->capability_count;
-            return status;
+            return status_of(derive(package, &group_sids_, &group_count_, &capability_sids_, &capability_count_));
         }
     }
     return ERROR_PROC_NOT_FOUND;
 }
 
-RpcStatus RpcSecurity::allocate_everyone() {
+RpcStatus RpcSecurity::set_up(const wchar_t* package) {
+    if (const RpcStatus status = derive_capabilities(package); status != ERROR_SUCCESS || capability_count_ != 1) {
+        return status != ERROR_SUCCESS ? status : ERROR_INVALID_PARAMETER;
+    }
     SID_IDENTIFIER_AUTHORITY world = SECURITY_WORLD_SID_AUTHORITY;
     PSID sid = nullptr;
-    const RpcStatus status =
-        status_of(::AllocateAndInitializeSid(&world, 1, SECURITY_WORLD_RID, 0, 0, 0, 0, 0, 0, 0, &sid));
-    state_->everyone.reset(sid);
-    return status;
-}
-
-RpcStatus RpcSecurity::build_access_list() {
-    EXPLICIT_ACCESSW entries[] = {all_access(state_->everyone.get(), TRUSTEE_IS_WELL_KNOWN_GROUP),
-                                  all_access(*state_->capability_sids, TRUSTEE_IS_UNKNOWN)};
+    if (!::AllocateAndInitializeSid(&world, 1, SECURITY_WORLD_RID, 0, 0, 0, 0, 0, 0, 0, &sid)) {
+        return ::GetLastError();
+    }
+    everyone_.reset(sid);
+    EXPLICIT_ACCESSW entries[] = {all_access(sid, TRUSTEE_IS_WELL_KNOWN_GROUP),
+                                  all_access(*capability_sids_, TRUSTEE_IS_UNKNOWN)};
     PACL list = nullptr;
-    const RpcStatus status = ::SetEntriesInAclW(2, entries, nullptr, &list);
-    state_->access_list.reset(list);
-    return status;
-}
-
-RpcStatus RpcSecurity::set_descriptor() {
-    const bool done = ::InitializeSecurityDescriptor(&state_->descriptor, SECURITY_DESCRIPTOR_REVISION) &&
-                      ::SetSecurityDescriptorDacl(&state_->descriptor, TRUE, state_->access_list.get(), FALSE);
-    return status_of(done);
+    if (const DWORD error = ::SetEntriesInAclW(2, entries, nullptr, &list); error != ERROR_SUCCESS) {
+        return error;
+    }
+    access_list_.reset(list);
+    return status_of(::InitializeSecurityDescriptor(&descriptor_, SECURITY_DESCRIPTOR_REVISION) &&
+                     ::SetSecurityDescriptorDacl(&descriptor_, TRUE, list, FALSE));
 }
 
 }  // namespace platform

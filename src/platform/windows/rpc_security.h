@@ -1,4 +1,5 @@
-// What a security descriptor of the endpoint is made of.
+// Who may connect to the endpoint: a security descriptor of two entries, everyone and one capability of packaged
+// applications. What was obtained for it is freed with it.
 #pragma once
 
 #include <windows.h>
@@ -10,19 +11,28 @@
 
 namespace platform {
 
-struct RpcSecurity::State {
-    State() = default;
-    ~State();
-    State(const State&) = delete;
-    State& operator=(const State&) = delete;
+class RpcSecurity {
+public:
+    RpcSecurity() = default;
+    ~RpcSecurity();
+    RpcSecurity(const RpcSecurity&) = delete;
+    RpcSecurity& operator=(const RpcSecurity&) = delete;
 
-    PSID* group_sids = nullptr;
-    DWORD group_count = 0;
-    PSID* capability_sids = nullptr;
-    DWORD capability_count = 0;
-    Owned<::FreeSid, PSID> everyone;
-    Owned<::LocalFree, PACL> access_list;
-    SECURITY_DESCRIPTOR descriptor{};
+    // Once. 0, or the status of the step that failed.
+    RpcStatus set_up(const wchar_t* package);
+
+    SECURITY_DESCRIPTOR* descriptor() { return &descriptor_; }
+
+private:
+    RpcStatus derive_capabilities(const wchar_t* package);
+
+    PSID* group_sids_ = nullptr;
+    DWORD group_count_ = 0;
+    PSID* capability_sids_ = nullptr;
+    DWORD capability_count_ = 0;
+    Owned<::FreeSid, PSID> everyone_;
+    Owned<::LocalFree, PACL> access_list_;
+    SECURITY_DESCRIPTOR descriptor_{};
 };
 
 }  // namespace platform
