@@ -9,7 +9,6 @@
 #include "common/files.h"
 #include "common/log.h"
 #include "platform/digest.h"
-#include "platform/error.h"
 #include "platform/files.h"
 
 namespace zorvalis {
@@ -17,11 +16,13 @@ namespace {
 
 constexpr std::string_view kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-void LogFailure(const char* format) {
-    std::array<char, 64> text{};
-    std::snprintf(text.data(), text.size(), format, static_cast<int>(platform::last_error()));
-    LogMessage(text.data());
-}
+// What the log says of a failed step, in the order of platform::DigestStep.
+constexpr const char* kFailures[] = {nullptr,
+                                     "CryptAcquireContext failed: %d\n",
+                                     "CryptAcquireContext failed: %d\n",  // the words of both steps
+                                     "ReadFile failed: %d\n",
+                                     "CryptHashData failed: %d\n",
+                                     "CryptGetHashParam failed: %d\n"};
 
 std::string Hexadecimal(const std::array<std::uint8_t, 16>& digest) {
     constexpr char kDigits[] = "0123456789abcdef";
@@ -31,24 +32,6 @@ std::string Hexadecimal(const std::array<std::uint8_t, 16>& digest) {
         text += kDigits[byte & 0x0F];
     }
     return text;
-}
-
-bool HashFile(platform::InputFile& file, platform::Md5& md5) {
-    std::array<char, 1024> block;
-    for (;;) {
-        std::size_t count = 0;
-        if (!file.read(block.data(), block.size(), count)) {
-            LogFailure("ReadFile failed: %d\n");
-            return false;
-        }
-        if (count == 0) {
-            return true;
-        }
-        if (!md5.add(block.data(), count)) {
-            LogFailure("CryptHashData failed: %d\n");
-            return false;
-        }
-    }
 }
 
 // What of a file could be read, in a text of the file's size: an unread tail is zeros.
@@ -110,24 +93,16 @@ std::string ChunkPath(const std::string& path, std::int32_t start, std::int32_t 
 void createMD5forFile(const std::string& path, std::optional<std::string>& md5) {
     LogMessage("createMD5 path: " + path);
     LogMessage("mbsrtowcs_s: 0");  // the floor takes the path as it is
-    platform::InputFile file;
-    if (!file.open(path)) {
+    const platform::DigestResult result = platform::md5_of_file(path);
+    if (!result.digest) {
+        if (const char* const format = kFailures[static_cast<std::size_t>(result.step)]) {
+            std::array<char, 64> words{};
+            std::snprintf(words.data(), words.size(), format, static_cast<int>(result.error));
+            LogMessage(words.data());
+        }
         return;
     }
-    platform::Md5 hash;
-    if (!hash.acquire_provider() || !hash.create_hash()) {
-        LogFailure("CryptAcquireContext failed: %d\n");  // the words of both steps
-        return;
-    }
-    if (!HashFile(file, hash)) {
-        return;
-    }
-    std::array<std::uint8_t, 16> digest{};
-    if (!hash.value(digest)) {
-        LogFailure("CryptGetHashParam failed: %d\n");
-        return;
-    }
-    const std::string text = Hexadecimal(digest);
+    const std::string text = Hexadecimal(*result.digest);
     LogMessage("MD5 is: " + text);
     md5 = text;
     LogMessage("strcpy_s: 0");

@@ -5,7 +5,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "platform/error.h"
+#include <memory>
+
 #include "platform/files.h"
 #include "platform/linux/late_library.h"
 #include "platform/linux/machine_file.h"
@@ -13,6 +14,7 @@
 namespace platform {
 namespace {
 
+constexpr std::size_t kBlock = 1024;
 constexpr std::uint32_t kNoProvider = 0x8009001D;  // NTE_PROVIDER_DLL_FAIL
 constexpr std::uint32_t kBadHash = 0x80090002;     // NTE_BAD_HASH
 
@@ -39,68 +41,52 @@ const Crypto& crypto() {
     return kCrypto;
 }
 
-bool succeeded(bool success, std::uint32_t error) {
-    if (!success) {
-        set_last_error(error);
+// Empty for a folder too, which opens for reading here.
+Descriptor open_input(const std::string& path) {
+    const std::string name = native_path(path);
+    Descriptor file(retry([&] { return ::open(name.c_str(), O_RDONLY | O_CLOEXEC); }));
+    struct stat status {};
+    if (file && ::fstat(file.get(), &status) == 0 && S_ISDIR(status.st_mode)) {
+        errno = EISDIR;
+        return {};
     }
-    return success;
+    return file;
 }
 
 }  // namespace
 
-struct Md5::State {
-    EVP_MD_CTX* context = nullptr;
-};
-
-Md5::Md5() : state_(new State) {}
-
-Md5::~Md5() {
-    if (state_->context != nullptr) {
-        crypto().context_free(state_->context);
+DigestResult md5_of_file(const std::string& path) {
+    DigestResult result;
+    const auto did = [&result](DigestStep step, bool done, std::uint32_t error) {
+        result.step = step;
+        result.error = done ? 0 : error;
+        return done;
+    };
+    const Descriptor file = open_input(path);
+    if (!did(DigestStep::open, static_cast<bool>(file), windows_error(errno)) ||
+        !did(DigestStep::acquire_provider, crypto().complete, kNoProvider)) {
+        return result;
     }
-    delete state_;
-}
-
-bool Md5::acquire_provider() {
-    return succeeded(crypto().complete, kNoProvider);
-}
-
-bool Md5::create_hash() {
-    state_->context = crypto().context_new();
-    return succeeded(state_->context != nullptr && crypto().init(state_->context, crypto().md5(), nullptr) == 1,
-                     kBadHash);
-}
-
-bool Md5::add(const void* data, std::size_t size) {
-    return succeeded(crypto().update(state_->context, data, size) == 1, kBadHash);
-}
-
-bool Md5::value(std::array<std::uint8_t, 16>& digest) {
-    unsigned int length = 0;
-    return succeeded(crypto().final(state_->context, digest.data(), &length) == 1 && length == digest.size(), kBadHash);
-}
-
-InputFile::~InputFile() {
-    if (handle_ >= 0) {
-        ::close(static_cast<int>(handle_));
+    const std::unique_ptr<EVP_MD_CTX, decltype(crypto().context_free)> context(crypto().context_new(),
+                                                                               crypto().context_free);
+    if (!did(DigestStep::create_hash, context != nullptr && crypto().init(context.get(), crypto().md5(), nullptr) == 1,
+             kBadHash)) {
+        return result;
     }
-}
-
-bool InputFile::open(const std::string& path) {
-    const std::string name = native_path(path);
-    const int file = retry([&] { return ::open(name.c_str(), O_RDONLY | O_CLOEXEC); });
-    handle_ = file;
-    struct stat status {};
-    if (file >= 0 && ::fstat(file, &status) == 0 && S_ISDIR(status.st_mode)) {
-        return succeeded(false, windows_error(EISDIR));  // a folder opens for reading here
+    std::array<char, kBlock> block;
+    for (ssize_t count = 1; count != 0;) {
+        count = retry([&] { return ::read(file.get(), block.data(), block.size()); });
+        if (!did(DigestStep::read, count >= 0, windows_error(errno)) ||
+            !did(DigestStep::add, crypto().update(context.get(), block.data(), static_cast<std::size_t>(count)) == 1,
+                 kBadHash)) {
+            return result;
+        }
     }
-    return succeeded(file >= 0, windows_error(errno));
-}
-
-bool InputFile::read(void* buffer, std::size_t size, std::size_t& count) {
-    const ssize_t got = retry([&] { return ::read(static_cast<int>(handle_), buffer, size); });
-    count = got > 0 ? static_cast<std::size_t>(got) : 0;
-    return succeeded(got >= 0, windows_error(errno));
+    std::array<std::uint8_t, 16> digest{};
+    if (did(DigestStep::value, crypto().final(context.get(), digest.data(), nullptr) == 1, kBadHash)) {
+        result.digest = digest;
+    }
+    return result;
 }
 
 }  // namespace platform
