@@ -2,12 +2,10 @@
 #include <sqlite3.h>
 #ifndef _WIN32
 #include <sys/resource.h>
-#include <sys/stat.h>
 #endif
 
 #include <csignal>
 #include <filesystem>
-#include <fstream>
 #include <thread>
 
 #include "collection/data_collector.h"
