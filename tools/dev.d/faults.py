@@ -56,7 +56,7 @@ ACCEPTED = [
     (r"damaged", r"status, .*|setting, .*stopped", r"stray beside its file: E_00_201901_V1-0\.db\.cached\.temp",
      "what a failed cycle leaves goes with the next cycle of its file, or with the file"),
     (r"damaged", r"setting, (bytes|text) .*stopped", r"next pass: (no row in \w+|not the server's settings|"
-     r".*job0 ended early: (parse error|type must be string).*)|"
+     r".*job0 ended early: (parse error|type must be string).*|.*\bDoC?Job Exception.*)|"
      r"service: (no event is recorded|it cannot be switched off|start, events, switch, stop end with \[(0, )+1, 0\])",
      "a stored setting file that is broken stops timed work until it is removed"),
     (r"damaged", r"setting, (folder|no rights): .*", r"next pass: not the server's settings",
