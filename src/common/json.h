@@ -75,7 +75,7 @@ inline bool IsNumber(std::string_view text) {
            at == text.size();
 }
 
-// Behind the text that begins at `at`.
+// Behind the text that begins at `at`; behind the end of all for one that has no closing quote.
 inline std::size_t EndOfText(std::string_view text, std::size_t at) {
     for (++at; at < text.size() && text[at] != '"'; ++at) {
         at += text[at] == '\\' ? 1 : 0;

@@ -16,15 +16,11 @@ const Json& Member(const Json& answer, const char* key) {
 
 // The parser would refuse such a body too, but only with an error that holds the text, however long, several times.
 bool EndsInsideText(std::string_view body) {
-    bool inside = false;
-    for (std::size_t at = 0; at < body.size(); ++at) {
-        if (body[at] == '"') {
-            inside = !inside;
-        } else if (inside && body[at] == '\\') {
-            ++at;
-        }
+    std::size_t at = 0;
+    while (at < body.size()) {
+        at = body[at] == '"' ? json_detail::EndOfText(body, at) : at + 1;
     }
-    return inside;
+    return at > body.size();
 }
 
 }  // namespace
