@@ -22,7 +22,7 @@
 #include <thread>
 #include <vector>
 
-#include "common/json.h"
+#include "base/json.h"
 #include "measure.h"
 #include "platform/linux/service_control.h"
 

@@ -2,9 +2,10 @@
 #include <cstdio>
 #include <cwchar>
 
+#include "base/json.h"
+#include "base/text.h"
 #include "client/system_info.h"
-#include "common/json.h"
-#include "common/text.h"
+#include "common/wide_to_utf8.h"
 #include "jobs/job_manager.h"
 #include "platform/machine.h"
 #include "platform/text.h"

@@ -2,7 +2,7 @@
 #include <set>
 #include <stdexcept>
 
-#include "common/json.h"
+#include "base/json.h"
 #include "platform/linux/rpc_call.h"
 #include "platform/linux/rpc_frame.h"
 #include "platform/rpc_callback.h"

@@ -1,7 +1,7 @@
 #include <cstdio>
 
+#include "base/json.h"
 #include "common/files.h"
-#include "common/json.h"
 #include "common/registry.h"
 #include "common/version.h"
 #include "jobs/job_manager.h"

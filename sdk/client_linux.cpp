@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "connection_linux.h"
+#include "platform/linux/wide.h"
 #include "platform/machine.h"
 
 namespace zorvalis_client {

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <thread>
 
-#include "common/json.h"
+#include "base/json.h"
 #include "platform/linux/machine_file.h"
 #include "zorvalis_client.h"
 

@@ -1,11 +1,12 @@
 // The small helpers that everything stands on: numbers, texts, times, files, the registry's sentinel, JSON.
 #include <gtest/gtest.h>
 
+#include "base/number.h"
 #include "common/code_page.h"
 #include "common/file_log.h"
 #include "common/log.h"
-#include "common/number.h"
 #include "common/time.h"
+#include "common/wide_to_utf8.h"
 #include "platform/module.h"
 #include "store/db_file.h"
 #include "support/notebook.h"

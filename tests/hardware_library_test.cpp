@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "common/json.h"
+#include "base/json.h"
 #include "platform/library.h"
 #include "platform/machine.h"
 #include "support/machine.h"

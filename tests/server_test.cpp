@@ -4,7 +4,7 @@
 
 #include <csignal>
 
-#include "common/json.h"
+#include "base/json.h"
 #include "support/reference_server.h"
 
 namespace zorvalis {

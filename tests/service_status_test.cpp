@@ -14,7 +14,7 @@
 #else
 #include <sstream>
 
-#include "common/json.h"
+#include "base/json.h"
 #include "platform/linux/machine_file.h"
 #include "platform/linux/service_control.h"
 #endif

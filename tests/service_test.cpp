@@ -1,4 +1,5 @@
 // The service's protocol in this process, and the built executable as a service of the stand-in machine.
+#include "common/wide_to_utf8.h"
 #include "service/service_base.h"
 
 #include <gtest/gtest.h>

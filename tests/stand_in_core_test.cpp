@@ -9,10 +9,10 @@
 #include <filesystem>
 #include <thread>
 
+#include "base/number.h"
 #include "collection/collectors.h"
 #include "collection/zorv_win_io_dll.h"
 #include "common/log.h"
-#include "common/number.h"
 #include "common/time.h"
 #include "store/db_file.h"
 #include "store/telemetry_db.h"

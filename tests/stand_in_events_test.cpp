@@ -8,6 +8,7 @@
 
 #include "platform/event_subscription.h"
 #include "platform/linux/machine_socket.h"
+#include "platform/linux/wide.h"
 #include "support/machine.h"
 
 namespace platform {

@@ -1,4 +1,5 @@
 // The scheduled task as the jobs leave it, in the stand-in machine's own form.
+#include "common/wide_to_utf8.h"
 #include "jobs/task_scheduler_setting.h"
 
 #include <gtest/gtest.h>

@@ -3,15 +3,15 @@
 #include <cstdio>
 #include <stdexcept>
 
+#include "base/number.h"
 #include "client/consent.h"
 #include "client/system_info.h"
 #include "common/code_page.h"
 #include "common/device_identity.h"
 #include "common/log.h"
-#include "common/number.h"
-#include "common/text.h"
 #include "common/time.h"
 #include "common/version.h"
+#include "common/wide_to_utf8.h"
 #include "jobs/job_manager.h"
 
 namespace zorvalis {

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cwchar>
 
+#include "base/text.h"
 #include "client/consent.h"
 #include "client/device_modes.h"
 #include "collection/zorv_win_io_dll.h"
@@ -13,8 +14,8 @@
 #include "common/device_identity.h"
 #include "common/log.h"
 #include "common/registry.h"
-#include "common/text.h"
 #include "common/version.h"
+#include "common/wide_to_utf8.h"
 #include "jobs/job_manager.h"
 #include "platform/library.h"
 #include "platform/rpc_callback.h"

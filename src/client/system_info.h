@@ -8,7 +8,7 @@
 #include <map>
 #include <string>
 
-#include "common/json.h"
+#include "base/json.h"
 
 namespace zorvalis {
 

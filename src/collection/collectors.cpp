@@ -3,11 +3,11 @@
 #include <array>
 #include <string_view>
 
+#include "base/text.h"
 #include "collection/dispatch.h"
 #include "common/device_identity.h"
 #include "common/log.h"
 #include "common/registry.h"
-#include "common/text.h"
 #include "store/db_file.h"
 #include "store/telemetry_db.h"
 
@@ -18,19 +18,24 @@ namespace {
 struct Collector {
     CollectionKind kind;
     std::uint32_t mask;
-    bool atPowerOff;  // runs also for power off (11) and suspend (12)
+    bool atPowerOff;  // runs also for power off and suspend
     const char* retrieving;
     const char* triggered;
 };
 
-constexpr Collector kBatteryPower = {CollectionKind::Battery_Power, 2, false,
+constexpr std::uint32_t kAnyEvent =
+    CJ_POWERONOFF | CJ_SUSPENDRESUME | CJ_ACDC | CJ_LIDOPENCLOSE | CJ_QUIETFAN | CJ_BATTERYHEALTH | CJ_WMIEVENT;
+
+constexpr Collector kBatteryPower = {CollectionKind::Battery_Power, CJ_BATTERYPOWER, false,
                                      "[collectBatteryPowerData] bp data retrieving",
                                      "[collectBatteryPowerData] bp triggerType= "};
-constexpr Collector kThermal = {CollectionKind::Thermal, 1, false, "[collectThermalData] thermal data retrieving",
+constexpr Collector kThermal = {CollectionKind::Thermal, CJ_THERMAL, false,
+                                "[collectThermalData] thermal data retrieving",
                                 "[collectThermalData] thermal triggerType= "};
-constexpr Collector kSystemInfo = {CollectionKind::SysInfo, 4, false, "[collectSystemInfoData] sysinfo data retrieving",
+constexpr Collector kSystemInfo = {CollectionKind::SysInfo, CJ_SYSTEMINFO, false,
+                                   "[collectSystemInfoData] sysinfo data retrieving",
                                    "[collectSystemInfoData] sysinfo triggerType= "};
-constexpr Collector kUserBehavior = {CollectionKind::UserBehavior, 2032, true,
+constexpr Collector kUserBehavior = {CollectionKind::UserBehavior, kAnyEvent, true,
                                      "[collectUserBehaviorData] ub data retrieving",
                                      "[collectUserBehaviorData] ub triggerType= "};
 
@@ -59,14 +64,15 @@ constexpr std::int32_t kBatteryHealthMode = 8;  // the column of UserBehavior th
 
 void SetEvent(const DataCollector& collector, SampleRow& row, const std::string& timeText) {
     setEventTimeColumn(row, collector.triggerType, timeText);
-    if (collector.triggerType < 20 || collector.triggerType > 22) {
+    if (collector.triggerType < JOB_TRIGGER_BATTERY_HEALTH_100 ||
+        collector.triggerType > JOB_TRIGGER_BATTERY_HEALTH_60) {
         row[kBatteryHealthMode] = "NULL";
     }
     LogMessage("[collectUserBehaviorData] columnnnnnn= " + row[EventColumns()[collector.triggerType]]);
 }
 
 void Collect(const Collector& words, const std::string& timeText, std::int32_t triggerType, std::uint32_t funcMask) {
-    const bool goesDown = triggerType == 11 || triggerType == 12;
+    const bool goesDown = triggerType == JOB_TRIGGER_POWER_OFF || triggerType == JOB_TRIGGER_SUSPEND;
     if ((funcMask & words.mask) == 0 || (goesDown && !words.atPowerOff)) {
         return;
     }

@@ -14,28 +14,6 @@ void SetColumn(const DataCollector& collector, SampleRow& row, const char* name,
 
 }  // namespace
 
-DbClass classOfTrigger(std::int32_t triggerType) {
-    if (triggerType >= 10 && triggerType <= 22) {
-        return DbClass::event;
-    }
-    if (triggerType == 23 || triggerType == 24) {
-        return DbClass::wmi_event;
-    }
-    return DbClass::periodic;
-}
-
-const char* LetterOf(DbClass dbClass) {
-    switch (dbClass) {
-        case DbClass::event:
-            return "E";
-        case DbClass::wmi_event:
-            return "W";
-        case DbClass::periodic:
-            break;
-    }
-    return "O";
-}
-
 std::int32_t findColumn(const DataCollector& collector, const std::string& name) {
     for (std::int32_t index = 0; index < collector.columnCount; ++index) {
         if (collector.rows[index].columnName == name) {

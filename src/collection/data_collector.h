@@ -7,11 +7,9 @@
 
 #include "collection/metric_catalogue.h"
 #include "collection/metric_row.h"
+#include "collection/triggers.h"
 
 namespace zorvalis {
-
-// The family of a database file; its number is the file's type on the upload side.
-enum class DbClass : std::int32_t { periodic = 1, event = 2, wmi_event = 3 };
 
 struct DataCollector {
     explicit DataCollector(CollectionKind kind)
@@ -26,10 +24,6 @@ struct DataCollector {
     DbClass dbClass = DbClass::periodic;
     MetricCatalogue rows;
 };
-
-// A class follows from the job trigger alone.
-DbClass classOfTrigger(std::int32_t triggerType);
-const char* LetterOf(DbClass dbClass);
 
 // The index of a column, or -1.
 std::int32_t findColumn(const DataCollector& collector, const std::string& name);

@@ -7,8 +7,8 @@
 
 #include "collection/zorv_win_io_dll.h"
 #include "common/device_identity.h"
-#include "common/text.h"
 #include "common/version.h"
+#include "common/wide_to_utf8.h"
 
 namespace zorvalis {
 namespace {

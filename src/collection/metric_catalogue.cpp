@@ -1,5 +1,7 @@
 #include "collection/metric_catalogue.h"
 
+#include "collection/triggers.h"
+
 namespace zorvalis {
 namespace {
 
@@ -108,8 +110,21 @@ const MetricCatalogue& kUserBehavior = *new MetricCatalogue{
 // clang-format on
 
 std::map<std::int32_t, std::int32_t>& eventColumns = *new std::map<std::int32_t, std::int32_t>{
-    {10, 3}, {11, 4},  {12, 5}, {13, 6}, {14, 11}, {15, 12}, {16, 13}, {17, 14},
-    {18, 9}, {19, 10}, {20, 7}, {21, 7}, {22, 7},  {23, 15}, {24, 16},
+    {JOB_TRIGGER_POWER_ON, 3},
+    {JOB_TRIGGER_POWER_OFF, 4},
+    {JOB_TRIGGER_SUSPEND, 5},
+    {JOB_TRIGGER_RESUME, 6},
+    {JOB_TRIGGER_AC_IN, 11},
+    {JOB_TRIGGER_AC_OUT, 12},
+    {JOB_TRIGGER_LID_OPEN, 13},
+    {JOB_TRIGGER_LID_CLOSE, 14},
+    {JOB_TRIGGER_QUIET_FAN_ON, 9},
+    {JOB_TRIGGER_QUIET_FAN_OFF, 10},
+    {JOB_TRIGGER_BATTERY_HEALTH_100, 7},
+    {JOB_TRIGGER_BATTERY_HEALTH_80, 7},
+    {JOB_TRIGGER_BATTERY_HEALTH_60, 7},
+    {JOB_TRIGGER_WMI_DGPU, 15},
+    {JOB_TRIGGER_WMI_CONNECTOR, 16},
 };
 
 }  // namespace

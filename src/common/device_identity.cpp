@@ -4,10 +4,10 @@
 #include <cwchar>
 #include <string_view>
 
+#include "base/text.h"
 #include "collection/zorv_win_io_dll.h"
 #include "common/log.h"
 #include "common/registry.h"
-#include "common/text.h"
 #include "platform/uuid.h"
 
 namespace zorvalis {

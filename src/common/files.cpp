@@ -6,8 +6,8 @@
 #include <cstring>
 #include <vector>
 
+#include "base/text.h"
 #include "common/log.h"
-#include "common/text.h"
 #include "platform/files.h"
 #include "platform/module.h"
 #include "platform/text.h"

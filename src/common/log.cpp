@@ -3,7 +3,7 @@
 #include <atomic>
 #include <cstring>
 
-#include "common/text.h"
+#include "common/wide_to_utf8.h"
 #include "platform/event_log.h"
 #include "platform/lock.h"
 #include "platform/trace.h"

@@ -7,8 +7,8 @@
 #include <cstdio>
 #include <exception>
 
+#include "base/text.h"
 #include "common/log.h"
-#include "common/text.h"
 
 namespace zorvalis {
 

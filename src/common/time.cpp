@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <ctime>
 
-#include "common/number.h"
+#include "base/number.h"
 #include "platform/clock.h"
 
 namespace zorvalis {

@@ -1,8 +1,8 @@
 #include "events/event_sink.h"
 
+#include "base/text.h"
 #include "common/log.h"
 #include "common/registry.h"
-#include "common/text.h"
 
 namespace zorvalis {
 

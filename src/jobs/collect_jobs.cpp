@@ -2,12 +2,12 @@
 #include <array>
 #include <string_view>
 
+#include "base/number.h"
+#include "base/text.h"
 #include "collection/collectors.h"
 #include "collection/zorv_win_io_dll.h"
 #include "common/log.h"
-#include "common/number.h"
 #include "common/registry.h"
-#include "common/text.h"
 #include "jobs/job_manager.h"
 #include "jobs/product_activation.h"
 #include "jobs/schedule_predicates.h"

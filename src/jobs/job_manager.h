@@ -11,44 +11,11 @@
 #include <optional>
 #include <string>
 
+#include "collection/triggers.h"
 #include "platform/lock.h"
 #include "settings/setting_file_manager.h"
 
 namespace zorvalis {
-
-// What a collect job is to do.
-enum FuncMask : std::uint32_t {
-    CJ_THERMAL = 1,
-    CJ_BATTERYPOWER = 2,
-    CJ_SYSTEMINFO = 4,
-    CJ_UPLOAD = 8,
-    CJ_POWERONOFF = 16,
-    CJ_SUSPENDRESUME = 32,
-    CJ_ACDC = 64,
-    CJ_LIDOPENCLOSE = 128,
-    CJ_QUIETFAN = 256,
-    CJ_BATTERYHEALTH = 512,
-    CJ_WMIEVENT = 1024,
-};
-
-// Why a sample is taken; 0 to 9 are the frequency numbers of timed passes.
-enum JobTrigger : std::uint32_t {
-    JOB_TRIGGER_POWER_ON = 10,
-    JOB_TRIGGER_POWER_OFF = 11,
-    JOB_TRIGGER_SUSPEND = 12,
-    JOB_TRIGGER_RESUME = 13,
-    JOB_TRIGGER_AC_IN = 14,
-    JOB_TRIGGER_AC_OUT = 15,
-    JOB_TRIGGER_LID_OPEN = 16,
-    JOB_TRIGGER_LID_CLOSE = 17,
-    JOB_TRIGGER_QUIET_FAN_ON = 18,
-    JOB_TRIGGER_QUIET_FAN_OFF = 19,
-    JOB_TRIGGER_BATTERY_HEALTH_100 = 20,
-    JOB_TRIGGER_BATTERY_HEALTH_80 = 21,
-    JOB_TRIGGER_BATTERY_HEALTH_60 = 22,
-    JOB_TRIGGER_WMI_DGPU = 23,
-    JOB_TRIGGER_WMI_CONNECTOR = 24,
-};
 
 // The lock that every job of this process holds. Never destroyed, and there before JobManager is.
 platform::Lock& JobLock();

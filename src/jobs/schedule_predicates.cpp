@@ -6,11 +6,11 @@
 #include <ctime>
 #include <optional>
 
+#include "base/number.h"
+#include "base/text.h"
 #include "collection/zorv_win_io_dll.h"
 #include "common/log.h"
-#include "common/number.h"
 #include "common/registry.h"
-#include "common/text.h"
 #include "common/time.h"
 #include "jobs/ruling_settings.h"
 #include "platform/clock.h"

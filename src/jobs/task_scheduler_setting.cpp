@@ -6,7 +6,7 @@
 #include <random>
 
 #include "common/log.h"
-#include "common/text.h"
+#include "common/wide_to_utf8.h"
 #include "platform/clock.h"
 #include "platform/module.h"
 #include "platform/task_scheduler.h"

@@ -2,10 +2,10 @@
 // files to the upload.
 #include <array>
 
+#include "base/number.h"
+#include "base/text.h"
 #include "common/log.h"
-#include "common/number.h"
 #include "common/registry.h"
-#include "common/text.h"
 #include "jobs/job_manager.h"
 #include "upload/file_status.h"
 #include "upload/http_client.h"

@@ -3,7 +3,7 @@
 #include <array>
 #include <cstdio>
 
-#include "common/text.h"
+#include "base/text.h"
 #include "platform/clock.h"
 #include "platform/error.h"
 #include "platform/module.h"

@@ -3,11 +3,11 @@
 #include <array>
 #include <string>
 
+#include "base/text.h"
 #include "client/rpc_server.h"
 #include "common/device_identity.h"
 #include "common/log.h"
 #include "common/registry.h"
-#include "common/text.h"
 #include "common/version.h"
 #include "jobs/job_manager.h"
 #include "jobs/schedule_predicates.h"

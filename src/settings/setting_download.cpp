@@ -2,10 +2,10 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/text.h"
 #include "collection/zorv_win_io_dll.h"
 #include "common/log.h"
 #include "common/registry.h"
-#include "common/text.h"
 #include "common/version.h"
 #include "settings/period_codes.h"
 #include "settings/setting_file_manager.h"

@@ -4,10 +4,10 @@
 #include <cstdint>
 #include <utility>
 
+#include "base/text.h"
 #include "common/files.h"
 #include "common/log.h"
 #include "common/registry.h"
-#include "common/text.h"
 #include "common/version.h"
 #include "platform/files.h"
 

@@ -13,7 +13,7 @@
 #include <optional>
 #include <string>
 
-#include "common/json.h"
+#include "base/json.h"
 
 namespace zorvalis {
 

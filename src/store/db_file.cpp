@@ -8,12 +8,12 @@
 #include <stdexcept>
 #include <vector>
 
+#include "base/text.h"
 #include "collection/data_collector.h"
 #include "common/device_identity.h"
 #include "common/files.h"
 #include "common/log.h"
 #include "common/registry.h"
-#include "common/text.h"
 #include "common/time.h"
 #include "platform/files.h"
 

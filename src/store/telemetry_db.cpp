@@ -8,9 +8,9 @@
 #include <utility>
 #include <vector>
 
+#include "base/number.h"
 #include "common/files.h"
 #include "common/log.h"
-#include "common/number.h"
 #include "platform/files.h"
 #include "store/db_file.h"
 #include "store/sqlite_vfs.h"

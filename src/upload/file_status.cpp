@@ -9,9 +9,9 @@
 #include <string_view>
 #include <utility>
 
+#include "base/number.h"
 #include "common/files.h"
 #include "common/log.h"
-#include "common/number.h"
 #include "platform/files.h"
 #include "store/db_file.h"
 #include "upload/chunk_hash.h"

@@ -6,10 +6,10 @@
 #include <utility>
 #include <vector>
 
+#include "base/text.h"
 #include "common/deployment.h"
 #include "common/log.h"
 #include "common/registry.h"
-#include "common/text.h"
 #include "platform/error.h"
 #include "platform/http.h"
 

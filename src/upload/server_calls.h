@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "common/json.h"
+#include "base/json.h"
 
 namespace zorvalis {
 

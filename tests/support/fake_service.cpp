@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <sstream>
 
-#include "common/json.h"
+#include "base/json.h"
 #include "platform/linux/power_settings.h"
 #include "platform/linux/service_control.h"
 #include "platform/machine.h"

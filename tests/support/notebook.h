@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
+#include "base/json.h"
+#include "base/text.h"
 #include "common/files.h"
-#include "common/json.h"
 #include "common/registry.h"
-#include "common/text.h"
 #include "jobs/job_manager.h"
 #include "platform/clock.h"
 #include "platform/files.h"

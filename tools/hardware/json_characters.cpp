@@ -1,12 +1,11 @@
+#include "base/utf8.h"
 #include "json_cursor.h"
 #include "json_text.h"
 
 namespace zorvalis {
 namespace {
 
-constexpr char32_t kSubstitute = 0xFFFD;
-
-// A text's characters, one by one; what is no UTF-8 or half a pair becomes the substitute.
+// A text's characters, one by one; half a surrogate pair and what is not UTF-8 are replaced.
 class TextReader {
 public:
     TextReader(std::string_view raw, bool bare) : cursor_(Over(raw)), quoted_(!bare && raw.starts_with('"')) {
@@ -65,28 +64,15 @@ private:
             }
         }
         cursor_.at = after;
-        return kSubstitute;
+        return kReplacementCharacter;
     }
 
+    // A byte that begins no character is replaced alone.
     char32_t Utf8() {
-        const auto lead = static_cast<unsigned char>(*cursor_.at++);
-        if (lead < 0x80) {
-            return lead;
-        }
-        const int more = lead >= 0xF0 ? 3 : lead >= 0xE0 ? 2 : 1;
-        if (lead < 0xC2 || lead > 0xF4) {
-            return kSubstitute;
-        }
-        char32_t c = lead & (0x3F >> more);
-        for (int i = 0; i < more; ++i) {
-            if (cursor_.at == cursor_.end || (*cursor_.at & 0xC0) != 0x80) {
-                return kSubstitute;
-            }
-            c = c << 6 | (static_cast<unsigned char>(*cursor_.at++) & 0x3F);
-        }
-        constexpr char32_t kSmallest[] = {0, 0x80, 0x800, 0x10000};
-        const bool valid = c >= kSmallest[more] && c <= 0x10FFFF && (c < 0xD800 || c > 0xDFFF);
-        return valid ? c : kSubstitute;
+        char32_t c = kReplacementCharacter;
+        const std::size_t length = DecodeUtf8({cursor_.at, static_cast<std::size_t>(cursor_.end - cursor_.at)}, c);
+        cursor_.at += length > 0 ? length : 1;
+        return c;
     }
 
     Cursor cursor_;
@@ -95,16 +81,7 @@ private:
 
 // One character in the units of `Char`; the result is their number, at most 4.
 int Encode(char32_t c, char* units) {
-    if (c < 0x80) {
-        units[0] = static_cast<char>(c);
-        return 1;
-    }
-    const int more = c < 0x800 ? 1 : c < 0x10000 ? 2 : 3;
-    for (int i = more; i > 0; --i, c >>= 6) {
-        units[i] = static_cast<char>(0x80 | (c & 0x3F));
-    }
-    units[0] = static_cast<char>((0xF00 >> (more + 1)) | c);
-    return more + 1;
+    return static_cast<int>(EncodeUtf8(c, units));
 }
 
 int Encode(char32_t c, wchar_t* units) {
@@ -144,7 +121,7 @@ void AddCharacter(Line& json, char32_t c) {
         constexpr std::string_view kHex = "0123456789abcdef";
         json.Add(c < 0x10 ? "\\u000" : "\\u001").Add(std::string_view(&kHex[c & 0xF], 1));
     } else {
-        json.Add(std::string_view(units, static_cast<std::size_t>(Encode(c, units))));
+        json.Add(std::string_view(units, EncodeUtf8(c, units)));
     }
 }
 
@@ -174,8 +151,7 @@ void AddQuoted(Line& json, const wchar_t* text) {
         if (sizeof(wchar_t) == 2 && (c & 0xFC00) == 0xD800 && (text[1] & 0xFC00) == 0xDC00) {
             c = 0x10000 + ((c & 0x3FF) << 10 | (static_cast<char32_t>(*++text) & 0x3FF));
         }
-        const bool valid = c <= 0x10FFFF && (c < 0xD800 || c > 0xDFFF);
-        AddCharacter(json, valid ? c : kSubstitute);
+        AddCharacter(json, IsCharacter(c) ? c : kReplacementCharacter);
     }
     json.Add("\"");
 }

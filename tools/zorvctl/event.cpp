@@ -6,8 +6,8 @@
 #include <map>
 #include <memory>
 
+#include "base/json.h"
 #include "commands.h"
-#include "common/json.h"
 #include "output.h"
 #include "platform/files.h"
 #include "platform/linux/power_settings.h"

@@ -14,7 +14,7 @@
 #include <unistd.h>
 #endif
 
-#include "common/text.h"
+#include "common/wide_to_utf8.h"
 
 namespace zorvalis {
 

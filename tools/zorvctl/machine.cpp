@@ -6,12 +6,12 @@
 #include <memory>
 #include <optional>
 
+#include "base/json.h"
 #include "commands.h"
 #include "common/code_page.h"
 #include "common/files.h"
-#include "common/json.h"
 #include "common/registry.h"
-#include "common/text.h"
+#include "common/wide_to_utf8.h"
 #include "host.h"
 #include "jobs/schedule_predicates.h"
 #include "output.h"

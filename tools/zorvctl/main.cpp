@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "commands.h"
-#include "common/text.h"
 #include "common/version.h"
+#include "common/wide_to_utf8.h"
 #include "host.h"
 #include "output.h"
 #if defined(_WIN32)

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "base/utf8.h"
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/machine.h"
@@ -21,25 +22,6 @@ void CheckOutput(bool written) {
         throw ClosedOutput{};
     }
     Require(written, std::string("the output cannot be written: ") + std::strerror(errno));
-}
-
-// The length of the character at the start of `bytes`, which are not empty, in UTF-8; 0 when there is no valid one.
-std::size_t DecodeUtf8(std::string_view bytes, char32_t& character) {
-    const auto first = static_cast<unsigned char>(bytes[0]);
-    const std::size_t length = first < 0x80 ? 1 : first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
-    character = length == 1 ? first : first & (0xFFU >> (length + 1));
-    if ((first >= 0x80 && first < 0xC2) || first > 0xF4 || bytes.size() < length) {
-        return 0;
-    }
-    for (const char next : bytes.substr(1, length - 1)) {
-        if ((static_cast<unsigned char>(next) & 0xC0) != 0x80) {
-            return 0;
-        }
-        character = character << 6 | (static_cast<unsigned char>(next) & 0x3FU);
-    }
-    const bool overlong = (length == 3 && character < 0x800) || (length == 4 && character < 0x10000);
-    const bool surrogate = character >= 0xD800 && character <= 0xDFFF;
-    return overlong || surrogate || character > 0x10FFFF ? 0 : length;
 }
 
 struct WidthRange {

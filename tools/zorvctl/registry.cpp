@@ -5,10 +5,11 @@
 #include <cwctype>
 #include <memory>
 
+#include "base/text.h"
 #include "commands.h"
 #include "common/code_page.h"
 #include "common/registry.h"
-#include "common/text.h"
+#include "common/wide_to_utf8.h"
 #include "output.h"
 
 namespace zorvalis {

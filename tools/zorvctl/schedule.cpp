@@ -4,14 +4,15 @@
 #include <cstdio>
 #include <ctime>
 
+#include "base/number.h"
+#include "base/text.h"
 #include "collection/zorv_win_io_dll.h"
 #include "common/code_page.h"
 #include "common/files.h"
-#include "common/number.h"
 #include "common/registry.h"
-#include "common/text.h"
 #include "common/time.h"
 #include "common/version.h"
+#include "common/wide_to_utf8.h"
 #include "jobs/schedule_predicates.h"
 #include "output.h"
 #include "platform/clock.h"

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "common/json.h"
+#include "base/json.h"
 
 namespace zorvalis {
 

@@ -7,10 +7,10 @@
 #include <memory>
 #include <thread>
 
+#include "base/json.h"
+#include "base/text.h"
 #include "commands.h"
 #include "common/code_page.h"
-#include "common/json.h"
-#include "common/text.h"
 #include "output.h"
 #include "platform/error.h"
 #include "platform/linux/service_control.h"

@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "common/json.h"
+#include "base/json.h"
 #include "zorvalis_client.h"
 
 namespace zorvalis {

@@ -6,7 +6,7 @@
 #include "commands.h"
 #include "common/deployment.h"
 #include "common/registry.h"
-#include "common/text.h"
+#include "common/wide_to_utf8.h"
 #include "output.h"
 #include "schedule.h"
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "common/json.h"
+#include "base/json.h"
 #include "output.h"
 
 namespace zorvalis {

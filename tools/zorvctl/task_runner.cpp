@@ -12,7 +12,7 @@
 #include <cstring>
 #include <filesystem>
 
-#include "common/json.h"
+#include "base/json.h"
 #include "output.h"
 #include "platform/clock.h"
 #include "platform/files.h"

@@ -8,9 +8,9 @@
 #include <memory>
 #include <thread>
 
+#include "base/json.h"
+#include "base/text.h"
 #include "commands.h"
-#include "common/json.h"
-#include "common/text.h"
 #include "host.h"
 #include "output.h"
 #include "platform/files.h"

@@ -5,7 +5,7 @@
 #include <mutex>
 #include <string>
 
-#include "common/json.h"
+#include "base/json.h"
 #include "upload_store.h"
 
 namespace zorvalis {

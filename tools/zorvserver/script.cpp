@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "common/json.h"
+#include "base/json.h"
 
 namespace zorvalis {
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/linux/machine_file.h"
+#include "platform/linux/wide.h"
 #include "platform/machine.h"
 
 // A leak checker's own work at the exit of a program; null in a build without one.

@@ -7,6 +7,7 @@
 
 #include "platform/clock.h"
 #include "platform/linux/machine_file.h"
+#include "platform/linux/wide.h"
 
 namespace platform {
 namespace {

@@ -5,6 +5,7 @@
 #include <mutex>
 
 #include "platform/linux/line_server.h"
+#include "platform/linux/wide.h"
 
 namespace platform {
 

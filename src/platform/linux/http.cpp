@@ -12,6 +12,7 @@
 #include "platform/linux/curl_library.h"
 #include "platform/linux/machine_file.h"
 #include "platform/linux/network_file.h"
+#include "platform/linux/wide.h"
 
 namespace platform {
 namespace {

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "platform/linux/machine_file.h"
+#include "platform/linux/wide.h"
 #include "platform/module.h"
 
 namespace platform {

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <utility>
 
-#include "common/json.h"
+#include "base/json.h"
 
 namespace platform {
 
@@ -61,10 +61,5 @@ std::optional<zorvalis::Json> read_machine_json(const char* name);
 
 // A system error in the numbers of Windows.
 std::uint32_t windows_error(int error);
-
-// Strict UTF-8; nothing when the bytes are none.
-std::optional<std::wstring> to_wide(std::string_view text);
-// What is no character becomes U+FFFD.
-std::string to_utf8(std::wstring_view text);
 
 }  // namespace platform

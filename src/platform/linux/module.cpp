@@ -8,6 +8,7 @@
 
 #include "platform/error.h"
 #include "platform/linux/machine_file.h"
+#include "platform/linux/wide.h"
 
 namespace platform {
 namespace {

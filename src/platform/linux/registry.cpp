@@ -8,6 +8,7 @@
 #include <cstdio>
 
 #include "platform/linux/registry_key.h"
+#include "platform/linux/wide.h"
 
 namespace platform {
 namespace {

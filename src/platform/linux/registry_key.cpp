@@ -10,6 +10,8 @@
 #include <algorithm>
 #include <memory>
 
+#include "platform/linux/wide.h"
+
 namespace platform {
 namespace {
 

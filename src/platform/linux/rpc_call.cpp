@@ -13,6 +13,7 @@
 
 #include "platform/linux/machine_file.h"
 #include "platform/linux/rpc_frame.h"
+#include "platform/linux/wide.h"
 
 namespace platform {
 namespace {

@@ -18,6 +18,7 @@
 #include "platform/linux/rpc_limits.h"
 #include "platform/linux/rpc_threads.h"
 #include "platform/linux/step_failure.h"
+#include "platform/linux/wide.h"
 
 namespace platform {
 namespace {

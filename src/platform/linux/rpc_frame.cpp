@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "platform/linux/machine_file.h"
+#include "platform/linux/wide.h"
 #include "platform/text.h"
 
 namespace platform {

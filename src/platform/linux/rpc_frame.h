@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "common/json.h"
+#include "base/json.h"
 
 namespace platform {
 

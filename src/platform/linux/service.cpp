@@ -25,6 +25,7 @@
 #include "platform/linux/machine_file.h"
 #include "platform/linux/power_settings.h"
 #include "platform/linux/service_control.h"
+#include "platform/linux/wide.h"
 
 namespace platform {
 namespace {

@@ -3,7 +3,7 @@
 #include <array>
 #include <new>
 
-#include "common/json.h"
+#include "base/json.h"
 #include "platform/linux/power_settings.h"
 
 namespace platform {

@@ -13,6 +13,7 @@
 #include "platform/linux/machine_file.h"
 #include "platform/linux/registry_key.h"
 #include "platform/linux/service_control.h"
+#include "platform/linux/wide.h"
 
 namespace platform {
 namespace {

@@ -7,7 +7,7 @@
 #include <ctime>
 #include <string_view>
 
-#include "common/json.h"
+#include "base/json.h"
 #include "platform/clock.h"
 
 namespace platform {

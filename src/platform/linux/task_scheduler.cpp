@@ -10,6 +10,7 @@
 #include "platform/linux/registry_key.h"
 #include "platform/linux/step_failure.h"
 #include "platform/linux/task_file.h"
+#include "platform/linux/wide.h"
 
 namespace platform {
 namespace {

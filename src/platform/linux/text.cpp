@@ -5,15 +5,15 @@
 #include <cstring>
 #include <cwchar>
 
+#include "base/utf8.h"
 #include "platform/error.h"
-#include "platform/linux/machine_file.h"
+#include "platform/linux/wide.h"
 
 namespace platform {
 namespace {
 
 constexpr std::uint32_t kInvalidParameter = 87;
 constexpr std::uint32_t kInsufficientBuffer = 122;
-constexpr char32_t kReplacement = 0xFFFD;
 
 // Code page 1252 from 0x80 to 0x9F; the five bytes without a character are the control codes of their number.
 constexpr std::array<char16_t, 32> kAnsi = {
@@ -21,10 +21,6 @@ constexpr std::array<char16_t, 32> kAnsi = {
     0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
     0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178,
 };
-
-bool is_character(char32_t c) {
-    return c <= 0x10FFFF && (c < 0xD800 || c > 0xDFFF);
-}
 
 std::wstring from_ansi(std::string_view text) {
     std::wstring result;
@@ -45,28 +41,10 @@ std::string to_ansi(std::wstring_view text) {
         } else if (c < 0x80 || (c >= 0xA0 && c <= 0xFF)) {
             result += static_cast<char>(c);
         } else {
-            result += c > 0xFFFF && is_character(c) ? "??" : "?";  // a pair of units on Windows
+            result += c > 0xFFFF && zorvalis::IsCharacter(c) ? "??" : "?";  // a pair of units on Windows
         }
     }
     return result;
-}
-
-// The length of the sequence that begins with `lead`, 0 for none, and the least character it may hold.
-int sequence_length(unsigned char lead, char32_t& least) {
-    if (lead < 0x80) {
-        least = 0;
-        return 1;
-    }
-    if (lead >= 0xC2 && lead < 0xE0) {
-        least = 0x80;
-        return 2;
-    }
-    if (lead >= 0xE0 && lead < 0xF0) {
-        least = 0x800;
-        return 3;
-    }
-    least = 0x10000;
-    return lead >= 0xF0 && lead < 0xF5 ? 4 : 0;
 }
 
 // Hands a finished text to a caller who counts, or has room for `capacity` characters.
@@ -102,21 +80,9 @@ std::optional<std::wstring> to_wide(std::string_view text) {
     std::wstring result;
     result.reserve(text.size());
     while (!text.empty()) {
-        const auto lead = static_cast<unsigned char>(text.front());
-        char32_t least = 0;
-        const int length = sequence_length(lead, least);
-        if (length == 0 || static_cast<std::size_t>(length) > text.size()) {
-            return std::nullopt;
-        }
-        char32_t c = length == 1 ? lead : static_cast<char32_t>(lead & (0x7F >> length));
-        for (int i = 1; i < length; ++i) {
-            const auto byte = static_cast<unsigned char>(text[i]);
-            if ((byte & 0xC0) != 0x80) {
-                return std::nullopt;
-            }
-            c = c << 6 | (byte & 0x3F);
-        }
-        if (c < least || !is_character(c)) {
+        char32_t c = 0;
+        const std::size_t length = zorvalis::DecodeUtf8(text, c);
+        if (length == 0) {
             return std::nullopt;
         }
         result += static_cast<wchar_t>(c);
@@ -129,19 +95,10 @@ std::string to_utf8(std::wstring_view text) {
     std::string result;
     result.reserve(text.size());
     for (const wchar_t wide : text) {
-        auto c = static_cast<char32_t>(wide);
-        if (c < 0x80) {
-            result += static_cast<char>(c);
-            continue;
-        }
-        if (!is_character(c)) {
-            c = kReplacement;
-        }
-        const int following = c < 0x800 ? 1 : c < 0x10000 ? 2 : 3;
-        result += static_cast<char>(0xFF00 >> (following + 1) | c >> (6 * following));
-        for (int i = following - 1; i >= 0; --i) {
-            result += static_cast<char>(0x80 | (c >> (6 * i) & 0x3F));
-        }
+        const auto c = static_cast<char32_t>(wide);
+        char bytes[4];
+        result.append(bytes,
+                      zorvalis::EncodeUtf8(zorvalis::IsCharacter(c) ? c : zorvalis::kReplacementCharacter, bytes));
     }
     return result;
 }

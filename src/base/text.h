@@ -1,18 +1,16 @@
-// Plain conversions of text, none of which says anything about itself.
+// Plain conversions of text that need no code page and cannot fail.
 #pragma once
 
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace zorvalis {
 
-// An empty text for a failed conversion.
-std::string WideToUtf8(const std::wstring& text);
-
-// Character by character, with no code page: right for plain ASCII, and never a failure.
-std::wstring WidenBytes(const std::string& text);
-std::string NarrowBytes(const std::wstring& text);
+// Character by character: right for plain ASCII. Narrowing keeps the lowest byte of each character.
+std::wstring WidenBytes(std::string_view text);
+std::string NarrowBytes(std::wstring_view text);
 
 // The fields between separators. Empty ones inside count, an empty one behind a final separator does not.
 template <class Char>

@@ -1,19 +1,17 @@
-#include "common/number.h"
+#include "base/number.h"
 
-#include <cctype>
 #include <limits>
 #include <stdexcept>
-
-#include "common/text.h"
 
 namespace zorvalis {
 namespace {
 
 enum class Outcome { number, no_number, too_large };
 
-Outcome Parse(const std::string& text, std::int64_t& number) {
+template <class Char>
+Outcome Parse(const std::basic_string<Char>& text, std::int64_t& number) {
     std::size_t at = 0;
-    while (at < text.size() && std::isspace(static_cast<unsigned char>(text[at])) != 0) {
+    while (at < text.size() && (text[at] == ' ' || (text[at] >= '\t' && text[at] <= '\r'))) {
         ++at;
     }
     const bool negative = at < text.size() && text[at] == '-';
@@ -24,7 +22,7 @@ Outcome Parse(const std::string& text, std::int64_t& number) {
     number = 0;
     bool fits = true;
     for (; at < text.size() && text[at] >= '0' && text[at] <= '9'; ++at) {
-        const int digit = text[at] - '0';
+        const int digit = static_cast<int>(text[at]) - '0';
         fits = fits && !__builtin_mul_overflow(number, 10, &number) &&
                !__builtin_add_overflow(number, negative ? -digit : digit, &number);
     }
@@ -34,9 +32,8 @@ Outcome Parse(const std::string& text, std::int64_t& number) {
     return fits ? Outcome::number : Outcome::too_large;
 }
 
-}  // namespace
-
-std::int32_t ParseInt32(const std::string& text) {
+template <class Char>
+std::int32_t Int32(const std::basic_string<Char>& text) {
     std::int64_t number = 0;
     const Outcome outcome = Parse(text, number);
     if (outcome == Outcome::no_number) {
@@ -49,11 +46,8 @@ std::int32_t ParseInt32(const std::string& text) {
     return static_cast<std::int32_t>(number);
 }
 
-std::int32_t ParseInt32(const std::wstring& text) {
-    return ParseInt32(WideToUtf8(text));
-}
-
-std::int64_t ParseInt64(const std::string& text) {
+template <class Char>
+std::int64_t Int64(const std::basic_string<Char>& text) {
     std::int64_t number = 0;
     const Outcome outcome = Parse(text, number);
     if (outcome == Outcome::no_number) {
@@ -65,8 +59,22 @@ std::int64_t ParseInt64(const std::string& text) {
     return number;
 }
 
+}  // namespace
+
+std::int32_t ParseInt32(const std::string& text) {
+    return Int32(text);
+}
+
+std::int32_t ParseInt32(const std::wstring& text) {
+    return Int32(text);
+}
+
+std::int64_t ParseInt64(const std::string& text) {
+    return Int64(text);
+}
+
 std::int64_t ParseInt64(const std::wstring& text) {
-    return ParseInt64(WideToUtf8(text));
+    return Int64(text);
 }
 
 }  // namespace zorvalis
