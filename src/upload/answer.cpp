@@ -8,13 +8,15 @@
 namespace zorvalis {
 namespace {
 
+// JSON null for a missing member: reading it as a text or a number then throws like any member of the wrong type.
 const Json& Member(const Json& answer, const char* key) {
     static const Json* const kNull = new Json;
     const auto found = answer.find(key);
     return found != answer.end() ? *found : *kNull;
 }
 
-// The parser would refuse such a body too, but only with an error that holds the text, however long, several times.
+// Whether a text in the body has no closing quote. The parser refuses such a body too, but its error copies the whole
+// text, which can be megabytes, several times.
 bool EndsInsideText(std::string_view body) {
     std::size_t at = 0;
     while (at < body.size()) {

@@ -16,10 +16,11 @@ namespace {
 
 constexpr std::string_view kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-// What the log says of a failed step, in the order of platform::DigestStep.
+// The log line of each failed platform::DigestStep, in that order; %d is its error number. A file that cannot be opened
+// is not logged.
 constexpr const char* kFailures[] = {nullptr,
                                      "CryptAcquireContext failed: %d\n",
-                                     "CryptAcquireContext failed: %d\n",  // the words of both steps
+                                     "CryptAcquireContext failed: %d\n",  // Kept: create_hash has the same words
                                      "ReadFile failed: %d\n",
                                      "CryptHashData failed: %d\n",
                                      "CryptGetHashParam failed: %d\n"};
@@ -34,7 +35,7 @@ std::string Hexadecimal(const std::array<std::uint8_t, 16>& digest) {
     return text;
 }
 
-// What of a file could be read, in a text of the file's size: an unread tail is zeros.
+// The contents of a file. Kept: a short read is only logged, with `shortWords`; zeros stand for what was not read.
 std::string ReadFile(std::FILE* file, const char* shortWords) {
     const std::int64_t size = std::max<std::int64_t>(platform::seek_to_end(file), 0);
     std::rewind(file);
@@ -69,7 +70,7 @@ std::string Decode(const std::string& text) {
     for (const char c : text) {
         const std::size_t value = kAlphabet.find(c);
         if (value == std::string_view::npos) {
-            break;  // the padding, or no Base64
+            break;  // the padding, or a character that is not Base64
         }
         group = group << 6 | static_cast<std::uint32_t>(value);
         bits += 6;
@@ -81,7 +82,8 @@ std::string Decode(const std::string& text) {
     return bytes;
 }
 
-// Empty when it does not fit: a path that is cut could be the source's own.
+// Empty when the path exceeds the product's 260 bytes: cut off, it could name the source file, which would then be
+// overwritten.
 std::string ChunkPath(const std::string& path, std::int32_t start, std::int32_t block) {
     std::array<char, 260> buffer{};
     const int length = std::snprintf(buffer.data(), buffer.size(), "%s_MD5_%d_%d", path.c_str(), start, block);
@@ -92,7 +94,7 @@ std::string ChunkPath(const std::string& path, std::int32_t start, std::int32_t 
 
 void createMD5forFile(const std::string& path, std::optional<std::string>& md5) {
     LogMessage("createMD5 path: " + path);
-    LogMessage("mbsrtowcs_s: 0");  // the floor takes the path as it is
+    LogMessage("mbsrtowcs_s: 0");  // Kept: reports a conversion; md5_of_file takes the path as it is
     const platform::DigestResult result = platform::md5_of_file(path);
     if (!result.digest) {
         if (const char* const format = kFailures[static_cast<std::size_t>(result.step)]) {
@@ -105,7 +107,7 @@ void createMD5forFile(const std::string& path, std::optional<std::string>& md5) 
     const std::string text = Hexadecimal(*result.digest);
     LogMessage("MD5 is: " + text);
     md5 = text;
-    LogMessage("strcpy_s: 0");
+    LogMessage("strcpy_s: 0");  // Kept: reports a copy, which cannot fail
     LogMessage("createMD5forFile md5 is: " + text);
 }
 
@@ -120,7 +122,7 @@ std::string getMD5(const std::string& path, std::int32_t start, std::int32_t blo
     const auto block = static_cast<std::int32_t>(std::min<std::int64_t>(blockSize, total - start));
     LogMessage("getMD5 blocksize: " + std::to_string(block));
     std::fseek(source.get(), start, SEEK_SET);
-    const std::string chunk = ChunkPath(path, start, block);  // a last, short piece names its true length
+    const std::string chunk = ChunkPath(path, start, block);  // a short last piece has its real length in its name
     if (chunk.empty()) {
         return "";
     }
@@ -129,7 +131,7 @@ std::string getMD5(const std::string& path, std::int32_t start, std::int32_t blo
     if (target == nullptr || !platform::copy_bytes(source.get(), target.get(), block, 0)) {
         target.reset();
         platform::remove_file(chunk);
-        return "";  // neither half a chunk nor an old one that can't be replaced is sent
+        return "";  // half a chunk, or an old one that could not be replaced, must not be sent
     }
     target.reset();
     source.reset();
@@ -152,7 +154,7 @@ std::string getMD5(const std::string& path, std::int32_t start, std::int32_t blo
 void RemoveLeftovers(const std::string& fileName) {
     std::vector<platform::FolderEntry> entries;
     platform::list_folder(kDataFolder, entries);
-    const std::string chunk = fileName + "_MD5_";
+    const std::string chunk = fileName + "_MD5_";  // then start and length in decimal, both perhaps negative
     for (const platform::FolderEntry& entry : entries) {
         if (entry.name.starts_with(chunk) &&
             entry.name.find_first_not_of("-0123456789_", chunk.size()) == std::string::npos) {

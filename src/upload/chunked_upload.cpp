@@ -1,5 +1,6 @@
-// The upload of BG_FILESTATUS_CONTROLLER: each file goes to the server in small pieces, from where the server says it
-// stopped. Every step is written to the file's row as it is reached; a process that dies leaves the row as it rested.
+// The upload of BG_FILESTATUS_CONTROLLER (startUpload, uploading): each file goes to the server in small pieces, from
+// the offset that the server names. Every step is written to the file's row as it is reached, so the row of an upload
+// that was killed shows how far it got. Nothing is tried again within a run; the next run of the upload job does that.
 #include <algorithm>
 #include <array>
 #include <limits>
@@ -26,6 +27,7 @@ namespace {
 
 constexpr std::uint32_t kPause = 200;  // milliseconds before a chunk and before the finish
 
+// Bytes of the file in one piece, by the caller's index. The first stands for every index that is not listed.
 constexpr std::array<std::int32_t, 7> kChunkSizes = {8192, 16384, 32768, 65536, 131072, 262144, 524288};
 
 std::int32_t ChunkSizeOf(std::int32_t index) {
@@ -36,15 +38,17 @@ std::string Quoted(std::string text) {
     return "'" + std::move(text) + "'";
 }
 
+// Whether the row's file exists. A row can be planted: what its name may not be counts as missing.
 bool IsThere(const std::string& name) {
     return IsRecordedName(name) && IsInDataFolder(name);
 }
 
+// The server could not be reached, or answered with a status other than 200.
 bool IsNoAnswer(const Json& answer) {
     return answer == 0;
 }
 
-// The row of the file that is being sent.
+// Writes columns of the row of the file that is being sent. A failed write is only logged: the upload goes on.
 class Row {
 public:
     Row(sqlite3* database, const std::string& fileName) : database_(database), fileName_(fileName) {}
@@ -60,29 +64,30 @@ private:
     const std::string& fileName_;
 };
 
-// A file on its way: what is known of it, and the text that its row will say of the attempt.
+// A file on its way. The steps below fill it in and return 0 to go on, or the result code that ends the attempt.
 struct Sending {
     const Row& row;
     const FileRecord& record;
     std::string path;
     std::int64_t size = 0;
     std::string md5 = {};
-    std::string uuid = {};
-    std::int64_t offset = 0;
-    std::string response = "OK";
+    std::string uuid = {};        // the server's, of this attempt
+    std::int64_t offset = 0;      // of the first byte that the server does not have
+    std::string response = "OK";  // becomes the row's FILE_SERVER_RESPONSE
 };
 
+// Ends the attempt with `code`, and with `response` in the row.
 std::int32_t Ended(Sending& file, std::int32_t code, std::string response) {
     file.response = std::move(response);
     return code;
 }
 
-// Measures the file and makes its checksum when the row has none: a file that changed after its first attempt keeps the
-// old one. 0 to go on.
+// Step 1: size and MD5. Kept: a row that has an MD5 keeps it, so a file that got rows after its first attempt is
+// announced with its old checksum.
 std::int32_t Measure(Sending& file) {
     LogMessage("[BG_FILESTATUS_CONTROLLER][uploading] Step1 get file total size and file checksum");
     file.size = GetFileSize(file.path);
-    // An offset has 32 bits, and so has the row's size, which reads as -1 when it is no such number.
+    // Offsets have 32 bits, and so has the size in the row: a value that does not fit there was read as -1.
     if (file.size < 0 || file.size > std::numeric_limits<std::int32_t>::max() || file.record.size < 0) {
         file.row.SetStage("'filesize < 0'");
         return BG_UPLOAD_STATUS_ERROR;
@@ -108,7 +113,7 @@ std::int32_t Measure(Sending& file) {
     return 0;
 }
 
-// 0 to go on; success when the server has the whole file already.
+// Step 2. Success when the server has the whole file already.
 std::int32_t AskWhereToStart(Sending& file) {
     LogMessage("[BG_FILESTATUS_CONTROLLER][uploading] Step2. Query current file start position");
     file.row.SetStage("'inituploadfile'");
@@ -131,19 +136,21 @@ std::int32_t AskWhereToStart(Sending& file) {
     LogMessage("[BG_FILESTATUS_CONTROLLER][uploading] Step2 inituploadjson[\"status\"].get<std::string>() =  \"OK\" " +
                DumpJson(inituploadjson));
     file.uuid = AnswerText(inituploadjson, "fileuuid");
-    if (file.record.uuid.empty()) {
+    if (file.record.uuid.empty()) {  // Kept: the row keeps its first one, this attempt uses the latest
         file.row.Set(FILE_UUID, Quoted(file.uuid));
     }
     file.offset = AnswerNumber(inituploadjson, "filesize");
     return 0;
 }
 
-// 0 to go on with the next chunk. What was sent is deleted; a chunk that failed stays.
+// Step 3, once for each piece. Deletes the chunk file when the server has taken it; after a failure it stays until the
+// next attempt begins.
 std::int32_t SendChunk(Sending& file, std::int32_t chunkSize) {
     LogMessage("[BG_FILESTATUS_CONTROLLER][uploading] Step3 uploadbytes: " + std::to_string(file.offset) + " < " +
                " filesize: " + std::to_string(file.size));
     file.row.SetStage("'getMD5'");
     std::optional<std::string> chunkPath;
+    // A cycle of another process replaces the file and leaves it missing for a moment: keep it out while reading.
     platform::FileLock lock = LockDatabaseFile(file.record.fileName);
     const std::string md5 = getMD5(file.path, static_cast<std::int32_t>(file.offset), chunkSize, false, chunkPath);
     lock = {};
@@ -152,11 +159,11 @@ std::int32_t SendChunk(Sending& file, std::int32_t chunkSize) {
     }
     LogMessage("BG_FILESTATUS_CONTROLLER: uploading : Step3 split the file and get md5:" + md5);
     if (!chunkPath) {
-        return 0;  // once more from the same offset
+        return 0;  // Kept: without a chunk file, the same offset is tried again
     }
     LogMessage("[BG_FILESTATUS_CONTROLLER][uploading] Step3 chunkfilepath != NULL");
     const std::string chunk = base64_FileEncode(*chunkPath);
-    if (chunk == " ") {
+    if (chunk == " ") {  // the chunk file cannot be opened
         LogMessage("[BG_FILESTATUS_CONTROLLER][uploading] Step3 chunkbase64 is empty");
         return Ended(file, BG_UPLOAD_STATUS_BASE64_ERROR, "BG_UPLOAD_STATUS_BASE64_ERROR");
     }
@@ -180,6 +187,7 @@ std::int32_t SendChunk(Sending& file, std::int32_t chunkSize) {
     return 0;
 }
 
+// Step 4: the server is told that it has all pieces.
 std::int32_t FinishFile(Sending& file) {
     LogMessage("[BG_FILESTATUS_CONTROLLER][uploading] Step 4 call finishupload: uploadbytes " +
                std::to_string(file.offset) + " " + std::to_string(file.size));
@@ -198,8 +206,8 @@ std::int32_t FinishFile(Sending& file) {
 
 std::int32_t SendToServer(Sending& file, std::int32_t chunkSize) {
     std::int32_t code = AskWhereToStart(file);
-    // The offset that the server names is believed, also one below zero, whose pieces are empty. So that they do not go
-    // on for hours, an attempt has a hundred pieces more than the whole file.
+    // The offset that the server names is believed, even a negative one: pieces before the first byte are sent empty.
+    // A hundred pieces more than the file has end such an attempt, which could otherwise last for hours.
     constexpr std::int64_t kMostEmptyPieces = 100;
     std::int64_t pieces = file.size / chunkSize + 1 + kMostEmptyPieces;
     while (code == 0 && file.offset < file.size) {
@@ -210,10 +218,11 @@ std::int32_t SendToServer(Sending& file, std::int32_t chunkSize) {
     return code == 0 ? FinishFile(file) : code;
 }
 
-// What a run's result becomes after one file.
+// Writes the row's FILE_STATUS after an attempt; any failed file makes the run's `result` a failure. A file that does
+// not exist is none: `uploading` has set its status to 2.
 void RecordOutcome(const Row& row, std::int32_t code, std::int32_t& result) {
     if (code < BG_UPLOAD_STATUS_INITUPLOADFILE_ERROR) {
-        row.Set(FILE_STATUS, std::int64_t{code} - 1);
+        row.Set(FILE_STATUS, std::int64_t{code} - 1);  // success, 2, becomes uploaded, 1
     } else if (code != BG_UPLOAD_STATUS_FILE_NOT_EXIST) {
         row.Set(FILE_STATUS, std::int64_t{3});
         result = BG_UPLOAD_STATUS_ERROR;
@@ -249,10 +258,12 @@ std::int32_t BG_FILESTATUS_CONTROLLER::startUpload(std::int32_t fileType, std::i
             row.Set(FILE_UPLOAD_START_TIME, Quoted(NowTimeString()));
             row.Set(FILE_UPLOAD_STATUS, std::int64_t{BG_UPLOAD_STATUS_IN_PROGRESS});
             row.SetStage("'initUploadFile start'");
-            if (const platform::FileLock lock = LockDatabaseFile(file.fileName);
-                IsThere(file.fileName)) {  // one that is gone is not made anew
+            // A file that leaves the machine has all four tables. A missing one must stay missing: this would make it.
+            if (const platform::FileLock lock = LockDatabaseFile(file.fileName); IsThere(file.fileName)) {
                 createAllTables(file.fileName, static_cast<DbClass>(file.fileType));
             }
+            // Kept: an answer that is not JSON, or has no status, throws out of the whole run. Its try is not counted,
+            // and the files behind it wait.
             const std::int32_t code = uploading(cycle.Connection(), file, chunkIndex);
             row.Set(FILE_UPLOADED_TIME, Quoted(NowTimeString()));
             LogMessage("[BG_FILESTATUS_CONTROLLER][startUpload] file: " + file.fileName +
@@ -276,7 +287,7 @@ std::int32_t BG_FILESTATUS_CONTROLLER::uploading(sqlite3* database, const FileRe
     }
     Sending file{row, record, kDataFolder + record.fileName};
     platform::FileLock lock = LockDatabaseFile(record.fileName);
-    if (lock.held() && IsRecordedName(record.fileName)) {
+    if (lock.held() && IsRecordedName(record.fileName)) {  // without the lock another process may be using them
         RemoveLeftovers(record.fileName);
     }
     if (!IsThere(record.fileName)) {
@@ -287,7 +298,7 @@ std::int32_t BG_FILESTATUS_CONTROLLER::uploading(sqlite3* database, const FileRe
     }
     const std::int32_t unmeasured = Measure(file);
     if (unmeasured != 0) {
-        return unmeasured;  // these rows keep their older response
+        return unmeasured;  // Kept: the row keeps the response of an earlier attempt, as for a missing file
     }
     lock = {};
     const std::int32_t code = SendToServer(file, ChunkSizeOf(chunkIndex));

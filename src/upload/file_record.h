@@ -1,4 +1,5 @@
-// One row of the table FILESTATUS: what a database file is, how far it got, what the server last said.
+// One row of the table FILESTATUS in "BGFS.db": what a database file is, how far its upload got, what the server last
+// said. The values of `status`:
 //
 //   0  registered, not yet sent
 //   1  uploaded
@@ -12,23 +13,24 @@
 
 namespace zorvalis {
 
+// A date that was never set. It sorts before every real one, so such a file counts as the oldest.
 inline constexpr char kNoDate[] = "1900-01-01 00:00:00";
 
 struct FileRecord {
-    std::string fileName;
-    std::int32_t fileType = 0;  // 1, 2 or 3, the class of the database file
-    std::string createDate = kNoDate;
+    std::string fileName;              // bare, in the data folder
+    std::int32_t fileType = 0;         // 1, 2 or 3, the DbClass of the file
+    std::string createDate = kNoDate;  // "2026-11-12"; says when the file may be sent, and which is the oldest
     std::int32_t status = 0;
-    std::int32_t size = 0;
-    std::int32_t uploadBytes = 0;
-    std::string uploadStartTime = kNoDate;
-    std::string uploadedTime = kNoDate;
-    std::int32_t uploadStatus = 0;  // 1 while an attempt runs, then its result code
+    std::int32_t size = 0;                  // bytes, as last measured; -1 for a value that is not a 32-bit number
+    std::int32_t uploadBytes = 0;           // that the server has taken; only written, since the server is asked
+    std::string uploadStartTime = kNoDate;  // of the latest attempt, local time
+    std::string uploadedTime = kNoDate;     // the end of the latest attempt, good or bad
+    std::int32_t uploadStatus = 0;          // 1 while an attempt runs, then its result code
     std::string serverResponse;
-    std::string md5;
-    std::string uuid;
+    std::string md5;   // of the whole file, in lower-case hexadecimal digits
+    std::string uuid;  // the server's name for the upload
     std::int32_t tryCount = 0;
-    std::string uploadStage;
+    std::string uploadStage;  // the step reached, in words
 };
 
 enum FileColumn : std::int32_t {
@@ -48,7 +50,7 @@ enum FileColumn : std::int32_t {
     FILE_UPLOAD_STAGE,
 };
 
-// A column is either a number or a text of the record.
+// How a column is declared, and which member of FileRecord it holds: one of the two pointers is null.
 struct FileColumnRow {
     bool primaryKey;
     const char* name;

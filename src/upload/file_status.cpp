@@ -1,3 +1,4 @@
+// The table FILESTATUS: registering, listing and deleting files. Sending them is in chunked_upload.cpp.
 #include "upload/file_status.h"
 
 #include <sqlite3.h>
@@ -21,9 +22,10 @@ namespace zorvalis {
 namespace {
 
 constexpr char kOpenError[] = "OPEN ERROR";
-constexpr char kGone[] = "2";
+constexpr char kGone[] = "2";  // the status of a row whose file is gone
 
-// Runs in place of a statement that a value would change: SQLite refuses it, and says so as of any that fails.
+// Run in place of a statement whose values would change its meaning: SQLite refuses it, so that the caller fails and
+// logs as for any bad statement.
 const std::string kBroken = "'";
 
 using RowCallback = int (*)(void*, int, char**, char**);
@@ -32,13 +34,13 @@ bool Run(sqlite3* database, const std::string& sql, RowCallback callback = nullp
     return sqlite3_exec(database, sql.c_str(), callback, context, nullptr) == SQLITE_OK;
 }
 
-// What stands between single quotes and stays there. Nothing is escaped: a text of the server's that holds a quote
-// breaks its statement, and may not end one and begin the next.
+// Whether a text may stand between single quotes. Kept: quotes are not escaped, so a server's text with a quote is not
+// stored; what it must never do is end its statement and begin another.
 bool IsText(std::string_view text) {
     return text.find_first_of(std::string_view("'\0", 2)) == std::string_view::npos;
 }
 
-// A value of updateFileStatus: a number, or a text with the quotes that it brings.
+// Whether updateFileStatus takes the value: a decimal integer, or a text that brings its quotes.
 bool IsValue(std::string_view value) {
     if (value.size() > 1 && value.starts_with('\'') && value.ends_with('\'')) {
         return IsText(value.substr(1, value.size() - 2));
@@ -47,7 +49,8 @@ bool IsValue(std::string_view value) {
     return !digits.empty() && digits.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
-// Rows on their way out of SQLite, and the error that may not pass through it.
+// The rows that a callback collects. No exception may pass through SQLite's C code, so the callback keeps it here and
+// stops the select; Rethrow throws it afterwards.
 template <class Row>
 struct Selection {
     std::vector<Row> rows;
@@ -60,6 +63,7 @@ struct Selection {
     }
 };
 
+// Kept: SQLite's NULL reads as the text "ISNULL".
 std::string ValueOf(char** values, int column) {
     return values[column] != nullptr ? values[column] : "ISNULL";
 }
@@ -81,8 +85,8 @@ int bgSelectDeleteFileCallback(void* context, int columns, char** values, char**
     return 0;
 }
 
-// -1 for what no column of the table ever holds, NULL and numbers beyond 32 bits among them: one such row may not end
-// the run for all files. As a size it is a bad one; as a number of tries it costs one more.
+// -1 for what the product never writes into a column, such as NULL or more than 32 bits: one planted row must not end
+// the run for all files. A size of -1 fails its file; a try count of -1 grants it one more try.
 std::int32_t NumberOf(const std::string& value) {
     try {
         return ParseInt32(value);
@@ -145,7 +149,7 @@ std::string CommitStatement(const FileRecord& record) {
 }  // namespace
 
 bool IsRecordedName(const std::string& name) {
-    std::string lower = name;  // Windows' names have no case
+    std::string lower = name;  // Windows compares file names without case
     std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char c) { return std::tolower(c); });
     return IsBareFileName(name) && lower != "bgfs.db" && lower.find(".cached") == std::string::npos;
 }
@@ -318,7 +322,7 @@ bool updateFileStatus(sqlite3* database, const std::vector<std::string>& columns
 
 bool updateFileStatus(FileColumn column, sqlite3* database, const std::string& fileName, std::string value) {
     std::vector<std::string> values;
-    values.push_back(std::move(value));  // which may be large: a list in braces would hold it three times
+    values.push_back(std::move(value));  // a list in braces would copy it, and a server's text can be megabytes
     return updateFileStatus(database, {kFileColumns[column].name}, values, 1, fileName);
 }
 

@@ -1,3 +1,4 @@
+// The four calls are one procedure, Exchange, and a table of log lines for each of them.
 #include "upload/http_client.h"
 
 #include <algorithm>
@@ -17,15 +18,15 @@ namespace zorvalis {
 namespace {
 
 constexpr wchar_t kUserAgent[] = L"ZORV Zorvalis/1.0";
-constexpr std::int32_t kResolveTimeout = 10000;
-constexpr std::uint32_t kMostBody = 16 << 20;   // bytes
-constexpr std::uint32_t kErrorTooLong = 12184;  // WinHTTP's own for an answer past one of its limits
+constexpr std::int32_t kResolveTimeout = 10000;  // milliseconds
+constexpr std::uint32_t kMostBody = 16 << 20;    // bytes
+constexpr std::uint32_t kErrorTooLong = 12184;   // WinHTTP's number for an answer that exceeds a limit
 constexpr std::uint16_t kPlainPort = 80;
 constexpr std::uint16_t kSecurePort = 443;
 // Unknown authority, wrong usage, wrong name, wrong date.
 constexpr std::uint32_t kIgnoreCertificateFaults = 0x3300;
 
-// What the four calls say. A line that is null is not written.
+// The log lines of one call; null for a line that it does not write.
 struct Words {
     const char* name;
     const char* specify;  // followed by the server
@@ -59,7 +60,7 @@ constexpr Words kPost = {"[HttpPost]",
                          "[HttpPost] result_s: ",
                          "[HttpPost] Out of memory",
                          "[HttpPost][WinHttpReceiveResponse] Error has occurred: "};
-// The code's line calls every code an error, 200 too.
+// Kept: the line with the status code says "Error" for every code, 200 included.
 constexpr Words kSSLGet = {"[HttpSSLGet]",
                            nullptr,
                            nullptr,
@@ -104,8 +105,8 @@ void LogError(const Words& words, const char* step, const char* text) {
     LogMessage(std::string(words.name) + step + text + std::to_string(platform::last_error()));
 }
 
-// False when the exchange is over. A refused certificate goes on to the answer, which fails in its turn: the request is
-// never sent again with checks relaxed.
+// False ends the exchange. Kept: after a refused certificate the checks are relaxed, but the request is not sent again,
+// so waiting for the answer fails as well. No request ever leaves with relaxed checks.
 bool Send(platform::HttpExchange& exchange, const Request& request) {
     LogLine(request.words.send);
     if (!exchange.send(request.header, request.body)) {
@@ -138,7 +139,8 @@ bool IsAnsweredWith200(platform::HttpExchange& exchange, const Words& words) {
     return code == 200;
 }
 
-// What had been read when a read failed is the result. An answer without end is read up to a limit, and no further.
+// Kept: when a read fails, what was read until then is the result and not kTransportError. So does an answer end that
+// exceeds the limit.
 std::string ReadBody(platform::HttpExchange& exchange, const Words& words) {
     std::string result;
     try {
@@ -163,7 +165,7 @@ std::string ReadBody(platform::HttpExchange& exchange, const Words& words) {
             }
             left -= count;
             LogLine(words.piece, piece.data());
-            result += piece.data();  // up to its first NUL
+            result += piece.data();  // Kept: up to the first NUL byte of each piece
         }
     } catch (const std::bad_alloc&) {
         LogLine(words.outOfMemory);
@@ -171,6 +173,7 @@ std::string ReadBody(platform::HttpExchange& exchange, const Words& words) {
     return result;
 }
 
+// One request from the session to its end. The inner scope closes all handles before the last line is logged.
 std::string Exchange(const Request& request) {
     const Words& words = request.words;
     std::string result = kTransportError;
@@ -178,7 +181,7 @@ std::string Exchange(const Request& request) {
         platform::HttpExchange exchange;
         if (!exchange.open(kUserAgent)) {
             LogError(words, "[WinHttpOpen]", " Error has occurred: ");
-            return result;
+            return result;  // Kept: the one failure without the last line
         }
         exchange.set_timeouts(kResolveTimeout, request.connectTimeout, request.sendTimeout, request.receiveTimeout);
         LogLine(words.specify, request.server);

@@ -1,4 +1,5 @@
-// The only way out to the network: four blocking calls, each complete in itself and safe from any thread.
+// The only way out to the network: four blocking calls. Each opens, uses and closes everything it needs, so any thread
+// may call at any time. No call throws for a failed exchange or tries again.
 #pragma once
 
 #include <cstdint>
@@ -6,30 +7,34 @@
 
 namespace zorvalis {
 
-// The result of a call that failed, or was answered by anything but 200. A body of exactly this word reads as one too.
+// The result of a call that failed or got a status other than 200. Kept: a server's body of exactly this word counts as
+// a failure too.
 inline constexpr char kTransportError[] = "error";
 
-// `server` is a bare host name; timeouts are in milliseconds. A body is sent, and an answer read, up to a NUL byte in
-// each piece. `contentType` 1 is JSON, anything else plain text. The result is the body of a 200 answer, or what could
-// be read of it, 16 MiB at most.
+// Plain HTTP on port 80. `server` is a bare host name, timeouts are in milliseconds, `contentType` 1 is JSON and
+// anything else plain text. Returns the body of an answer with status 200, or kTransportError. Kept: when reading fails
+// half way, the result is what was read until then; a body is sent up to its first NUL byte, and each piece of an
+// answer is taken up to its first NUL byte. An answer is cut after 16 MiB.
 std::string HttpGet(std::string server, std::string path, std::int32_t connectTimeout, std::int32_t sendTimeout,
                     std::int32_t receiveTimeout);
 std::string HttpPost(std::string server, std::string path, std::string postcontent, std::int32_t contentType,
                      std::int32_t connectTimeout, std::int32_t sendTimeout, std::int32_t receiveTimeout);
 
-// Over TLS; the test server is handed over to the plain calls.
+// The same over TLS on port 443, with the server's certificate checked. The build's test server is spoken to without
+// TLS, by the calls above.
 std::string HttpSSLGet(std::string server, std::string path, std::int32_t connectTimeout, std::int32_t sendTimeout,
                        std::int32_t receiveTimeout);
 std::string HttpSSLPost(std::string server, std::string path, std::string postcontent, std::int32_t contentType,
                         std::int32_t connectTimeout, std::int32_t sendTimeout, std::int32_t receiveTimeout);
 
-// Whether the machine counts as connected.
+// Whether Windows counts the machine as connected; on the stand-in machine network.json says so.
 bool checkNewtWork();
 
-// The server's host, read afresh for each request.
+// The server's bare host name, in spite of "URL": the registry value BGSERVER_URL, or the host that the build names.
+// Read afresh for each request.
 std::string getBGServerURL();
 
-// The timeouts and the content type that every caller passes.
+// The timeouts, in milliseconds, and the content type that every caller passes.
 constexpr std::int32_t kConnectTimeout = 10000;
 constexpr std::int32_t kTransferTimeout = 30000;
 constexpr std::int32_t kJsonContent = 1;

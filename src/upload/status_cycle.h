@@ -1,4 +1,4 @@
-// One cycle on the status database, which ends with its scope, also for an error that passes through.
+// One cycle (open, work, close) on the status database. It ends with its scope, also when an exception passes.
 #pragma once
 
 #include <sqlite3.h>
@@ -15,16 +15,17 @@ public:
     ~StatusCycle() {
         try {
             Close();
-        } catch (...) {  // there is no memory for a log line
+        } catch (...) {  // out of memory: nothing can be logged either
         }
     }
     StatusCycle(const StatusCycle&) = delete;
     StatusCycle& operator=(const StatusCycle&) = delete;
 
-    int Result() const { return result_; }  // SQLite's, of the open
+    int Result() const { return result_; }  // SQLite's result of the open
     bool IsOpen() const { return database_.db != nullptr; }
     sqlite3* Connection() const { return database_.db; }
 
+    // False when SQLite refuses to close the connection; the file has been written back all the same.
     bool Close() {
         if (IsOpen()) {
             closeDB(database_);
