@@ -20,9 +20,10 @@
 namespace zorvalis {
 namespace {
 
-using PathBuffer = std::array<char, 260>;
+using PathBuffer = std::array<char, 260>;  // the longest path that the product uses
 
-// A path that would be cut could be the file's own.
+// The path of a file that goes with a database file. Throws when it is too long: cut off, it could be the database
+// file's own.
 std::string Companion(const std::string& path, const char* ending) {
     PathBuffer buffer{};
     if (std::snprintf(buffer.data(), buffer.size(), "%s%s", path.c_str(), ending) >= static_cast<int>(buffer.size())) {
@@ -35,17 +36,19 @@ std::string NameOf(const std::string& path) {
     return path.substr(path.find_last_of('\\') + 1);
 }
 
+// Whether anything has that name; a link counts even when it leads nowhere.
 bool IsThere(const std::string& path) {
     return platform::file_exists(path) || platform::folder_exists(path) || platform::is_link(path);
 }
 
-// The same routine transforms both ways.
+// To the resting form and back: an exclusive or with the key undoes itself.
 bool CopyTransformed(std::FILE* from, std::FILE* to, std::uint8_t key) {
     constexpr std::int64_t kWhole = std::numeric_limits<std::int64_t>::max();
     return platform::copy_bytes(from, to, kWhole, key);
 }
 
-// What a wipe spares of others' cycles: the working files of any other database that a process holds the lock of.
+// The files that emptying the folder spares: the working files of this process's open cycles, and those of any database
+// but the `condemned` one whose lock another process holds.
 std::set<std::string> KeptInWipe(const std::string& condemned) {
     std::set<std::string> kept(OpenWorkingCopies().begin(), OpenWorkingCopies().end());
     std::vector<platform::FolderEntry> entries;
@@ -59,6 +62,7 @@ std::set<std::string> KeptInWipe(const std::string& condemned) {
     return kept;
 }
 
+// Where the next pass looks for a new file of the trigger's class.
 const wchar_t* RegistryValueOf(std::int32_t triggerType) {
     switch (classOfTrigger(triggerType)) {
         case DbClass::event:
@@ -95,17 +99,19 @@ bool decryptDBFast(TelemetryDb& handle, std::uint8_t key) {
     bool gone = true;
     for (const std::string& left : {cached, temporary, journal}) {
         platform::remove_file(left);
-        // The system keeps a working copy that a leaked connection of ours holds open; it can be written over.
+        // Windows does not delete a working copy that a leaked connection of this process (a failed initDB's) holds
+        // open. Writing over it works, so that does not end the cycle.
         gone &= !IsThere(left) || OpenWorkingCopies().count(NameOf(left)) != 0;
     }
     handle.cachedPath = cached;
+    // Kept: a resting file that cannot be opened counts as absent. The cycle's end replaces it by a new database.
     if (!gone || resting == nullptr) {
         return gone;
     }
     LogMessage("[decryptDBFast] " + handle.path + " exist");
     const platform::File copy = platform::open_file(cached, "wb+");
     return copy != nullptr && CopyTransformed(resting.get(), copy.get(), key) &&
-           !IsThere(journal);  // SQLite would replay it into the new copy
+           !IsThere(journal);  // another process has put one back, and SQLite would replay it into the copy
 }
 
 void encryptDBFast(TelemetryDb& handle, std::uint8_t key) {
@@ -121,6 +127,8 @@ void encryptDBFast(TelemetryDb& handle, std::uint8_t key) {
     }
     copy.reset();
     resting.reset();
+    // Kept: a process that is killed between delete and rename leaves only the .temp, which the next cycle deletes. The
+    // file's rows are then lost.
     platform::remove_file(handle.cachedPath);
     platform::remove_file(handle.path);
     platform::rename_file(temporary, handle.path);
@@ -134,7 +142,7 @@ void validateDB(TelemetryDb& handle) {
     LogMessage("[validateDB] fileExist");
     int valid = 1;
     sqlite3* db = nullptr;
-    if (sqlite3_open(platform::native_path(handle.cachedPath).c_str(), &db) != SQLITE_OK) {
+    if (sqlite3_open(platform::native_path(handle.cachedPath).c_str(), &db) != SQLITE_OK) {  // `db` is usable anyway
         valid = 0;
         LogMessage("[validateDB] sqlite3_open fail");
     }
@@ -146,6 +154,8 @@ void validateDB(TelemetryDb& handle) {
         valid = 0;
         LogMessage("[validateDB] sqlite3_close fail");
     }
+    // Kept: nothing is repaired or saved. The caller goes on with an empty database, which is not registered again and
+    // is therefore not sent until the month changes its name.
     if (valid == 0) {
         RemoveAllFilesInFolder(kDataFolder, KeptInWipe(NameOf(handle.path)));
         ReportServiceEvent(L"validate file false", kWarning);
@@ -154,7 +164,7 @@ void validateDB(TelemetryDb& handle) {
 }
 
 std::multiset<std::string>& OpenWorkingCopies() {
-    static auto* const names = new std::multiset<std::string>;
+    static auto* const names = new std::multiset<std::string>;  // never destroyed: pool threads use it to the end
     return *names;
 }
 
@@ -164,10 +174,10 @@ int integritycheckCallback(void* context, int count, char** values, char** names
         return 0;
     }
     const char* const value = values[0] != nullptr ? values[0] : "ISNULL";
-    *static_cast<int*>(context) = std::strcmp(value, "ok") == 0 ? 1 : 0;  // the last row decides
+    *static_cast<int*>(context) = std::strcmp(value, "ok") == 0 ? 1 : 0;  // a later row overwrites it; "ok" comes alone
     LogMessage(std::string("[integritycheckCallback] azColName: ") + names[0] + " value " + value);
     return 0;
-} catch (...) {  // nothing may pass through SQLite; without memory the line is lost
+} catch (...) {  // no exception may pass through SQLite's C code; out of memory, only the log line is lost
     return 0;
 }
 
@@ -177,7 +187,7 @@ std::string getAutoDBFileName() {
     std::size_t used = 0;
     const auto append = [&](char c) {
         if (used >= buffer.size()) {
-            throw std::out_of_range("device UUID too long for a file name");  // fatal to the collection
+            throw std::out_of_range("device UUID too long for a file name");  // Kept: ends the whole collection
         }
         buffer[used++] = c;
     };
@@ -189,7 +199,7 @@ std::string getAutoDBFileName() {
     append('_');
     const std::string now = NowTimeString();
     if (now.size() >= 19) {
-        for (const std::size_t at : {0, 1, 2, 3, 5, 6}) {  // year and month
+        for (const std::size_t at : {0, 1, 2, 3, 5, 6}) {  // year and month of "2026-11-12 09:08:07"
             append(now[at]);
         }
     }
@@ -208,6 +218,7 @@ void setDbPath(DataCollector& collector) {
         return;
     }
     LogMessage("db file doesn't exist");
+    // Kept: replaces the name of an older file that no pass has taken yet. That file is then never sent.
     const std::string now = NowTimeString();
     const std::string value = collector.dbName + ";" + std::to_string(static_cast<std::int32_t>(collector.dbClass)) +
                               ";" + (now.size() >= 19 ? now.substr(0, 10) : "");

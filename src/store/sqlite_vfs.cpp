@@ -13,10 +13,10 @@
 namespace zorvalis {
 namespace {
 
-constexpr std::int64_t kJulianMillisecondsOf1970 = 210866760000000;
+constexpr std::int64_t kJulianMillisecondsOf1970 = 210866760000000;  // SQLite counts from noon, 24 November 4714 BC
 constexpr double kMillisecondsOfDay = 86400000.0;
 
-sqlite3_vfs* system = nullptr;
+sqlite3_vfs* system = nullptr;  // SQLite's own access to files, which the functions below fall back to
 
 int CurrentTimeInt64(sqlite3_vfs*, sqlite3_int64* time) {
     *time = kJulianMillisecondsOf1970 + platform::now_microseconds() / 1000;
@@ -30,7 +30,8 @@ int CurrentTime(sqlite3_vfs* vfs, double* time) {
     return SQLITE_OK;
 }
 
-// The same operations without the flush. The system has a few tables of operations, by the kind of file.
+// A copy of the table of file operations in which flushing does nothing. SQLite has a few such tables, one for each
+// kind of file; a ninth would be used as it is.
 const sqlite3_io_methods* WithoutFlush(const sqlite3_io_methods* methods) {
     struct Pair {
         const sqlite3_io_methods* original = nullptr;
@@ -51,7 +52,8 @@ const sqlite3_io_methods* WithoutFlush(const sqlite3_io_methods* methods) {
     return methods;
 }
 
-// Of another's making: a transaction over several databases is none of ours, and no database of ours has a log.
+// Refuses super-journals and write-ahead logs. The product makes neither, so such a file was planted. A null `pMethods`
+// tells SQLite that nothing was opened.
 int Open(sqlite3_vfs* vfs, const char* name, sqlite3_file* file, int flags, int* opened) {
     if ((flags & (SQLITE_OPEN_SUPER_JOURNAL | SQLITE_OPEN_WAL)) != 0) {
         file->pMethods = nullptr;
@@ -68,29 +70,33 @@ bool IsJournal(std::string_view name) {
     return name.ends_with("-journal");
 }
 
-// SQLite takes a journal that names a super-journal back only when that is there, and deletes it then.
+// A journal can name a super-journal, any file at all; SQLite replays it only if that file exists, and then deletes the
+// file. So no file but a journal exists for SQLite.
 int Access(sqlite3_vfs* vfs, const char* name, int flags, int* result) {
     *result = 0;
     return flags != SQLITE_ACCESS_EXISTS || IsJournal(name) ? system->xAccess(vfs, name, flags, result) : SQLITE_OK;
 }
 
-// As it stands, so that a link in the file's place is not resolved: SQLite's own open then refuses it.
+// On Linux SQLite would resolve links here and then open what they lead to. Unresolved, a link in the database's place
+// reaches SQLite's open, which refuses it.
 int FullPath(sqlite3_vfs* vfs, const char* name, int size, char* path) {
     return name[0] == '/' && std::snprintf(path, size, "%s", name) < size
                ? SQLITE_OK
                : system->xFullPathname(vfs, name, size, path);
 }
 
+// Only journals: see Access.
 int Delete(sqlite3_vfs* vfs, const char* name, int sync) {
     return IsJournal(name) ? system->xDelete(vfs, name, sync) : SQLITE_IOERR_DELETE;
 }
 
-constexpr int kLongestStatement = 1 << 20;  // far above any sample's; a longer one would swell its file for good
+// Bytes; far more than any sample needs. What a server's longer text would add to a file stays there for good.
+constexpr int kLongestStatement = 1 << 20;
 
-constexpr int kLongestValue = 4 << 20;
+constexpr int kLongestValue = 4 << 20;  // bytes, of a text or a whole row
 
-// For every connection of the process. A statement reaches no second file, neither by ATTACH nor by VACUUM INTO, which
-// attaches too; and a file that another has planted brings no statements of its own, which need never end.
+// SQLite calls it for every new connection of the process. No statement reaches a second file, be it by ATTACH or by
+// VACUUM INTO, which attaches too. Views and triggers in a planted file do not run; they could run for ever.
 int Limit(sqlite3* database, const char**, const sqlite3_api_routines*) {
     sqlite3_limit(database, SQLITE_LIMIT_ATTACHED, 0);
     sqlite3_limit(database, SQLITE_LIMIT_SQL_LENGTH, kLongestStatement);
@@ -103,7 +109,7 @@ int Limit(sqlite3* database, const char**, const sqlite3_api_routines*) {
 
 bool Register() {
     system = sqlite3_vfs_find(nullptr);
-    static sqlite3_vfs vfs = *system;  // SQLite keeps it
+    static sqlite3_vfs vfs = *system;  // static: SQLite keeps a pointer to it
     vfs.zName = "machine";
     vfs.pNext = nullptr;
     vfs.xOpen = Open;

@@ -1,12 +1,14 @@
-// How SQLite meets the system: it tells the time by the machine's clock, `date('now')` included, and never waits for
-// the disk, and no connection reaches a second file. A working copy lives for one cycle and is thrown away after a
-// crash of any kind, whatever reached the disk. Beside a database there is its journal and nothing else: what a planted
-// journal names is neither read nor deleted.
+// What this process changes about SQLite:
+//
+//   the time    `date('now')` and the like go by the machine's clock, which tests and simulations shift
+//   the disk    SQLite never waits for it: a working copy lives for one cycle and is thrown away after a crash
+//   the files   a connection reaches its database and that one's journal, nothing else; other files that a journal or a
+//               database planted by another user names are neither read nor deleted
 #pragma once
 
 namespace zorvalis {
 
-// Once for the process; any thread. Holds for later connections.
+// Call before sqlite3_open, on any thread, as often as you like. Connections that are open already stay as they are.
 void PrepareSqlite();
 
 }  // namespace zorvalis

@@ -18,11 +18,12 @@
 namespace zorvalis {
 namespace {
 
+// The name of the working copy.
 std::string NameOf(const TelemetryDb& handle) {
     return handle.cachedPath.substr(handle.cachedPath.find_last_of('\\') + 1);
 }
 
-// The first half of a cycle. A connection that did not open is released at once.
+// The first half of a cycle, up to the connection. The handle keeps the file's lock only when all of it succeeded.
 int Open(const std::string& dbName, TelemetryDb& handle, std::uint8_t key) {
     PrepareSqlite();
     if (!IsBareFileName(dbName)) {
@@ -48,19 +49,19 @@ int Open(const std::string& dbName, TelemetryDb& handle, std::uint8_t key) {
     return result;
 }
 
-// The second half; the file goes back to its resting form whatever the close returned.
+// The second half. Kept: the file is written back even when SQLite refuses to close the connection.
 int Close(TelemetryDb& handle, std::uint8_t key) {
     const int result = sqlite3_close(handle.db);
     if (result == SQLITE_OK) {
         handle.db = nullptr;
     }
-    OpenWorkingCopies().extract(NameOf(handle));  // one: a leaked connection keeps its own
+    OpenWorkingCopies().extract(NameOf(handle));  // one entry only: a leaked connection keeps its own
     encryptDBFast(handle, key);
     handle.lock = {};
     return result;
 }
 
-// One cycle with the default key. An error that passes through ends it as its close does.
+// One cycle with the default key. When an exception passes, the destructor ends it properly.
 class Cycle {
 public:
     explicit Cycle(const std::string& dbName) : opened_(Open(dbName, handle_, kDbKey) == SQLITE_OK) {}
@@ -68,7 +69,7 @@ public:
         if (opened_) {
             try {
                 End();
-            } catch (...) {  // there is no memory for a log line
+            } catch (...) {  // out of memory: nothing can be logged either
             }
         }
     }
@@ -83,7 +84,8 @@ public:
         return Close(handle_, kDbKey);
     }
 
-    // The connection stays open for the life of the process, and the working copy where it is; the lock does not.
+    // Kept: leaves the connection open for the life of the process and the working copy on disk, so the next cycle
+    // starts again from the resting file. The list keeps the connection reachable; the file's lock is released.
     void Abandon() {
         static auto* const connections = new std::vector<sqlite3*>;
         connections->push_back(handle_.db);
@@ -95,7 +97,7 @@ private:
     bool opened_;
 };
 
-// Runs a statement; `message` is SQLite's for a failed one.
+// Runs a statement. When it fails, `message` is SQLite's text about it.
 int Execute(sqlite3* db, const std::string& sql, int (*callback)(void*, int, char**, char**), void* context,
             std::string& message) {
     char* text = nullptr;
@@ -112,6 +114,7 @@ void LogInitFailure(const std::string& dbName, const std::string& message, const
     LogMessage("[initDB] Error executing " + dbName + ".db sql statemant " + sql);
 }
 
+// The value as it stands in an INSERT. Kept: nothing is escaped, and a type word that is not known gives no value.
 std::string Value(const MetricRow& row, const std::string& value) {
     const bool number = row.typeWord == "INTEGER" || row.typeWord == "DOUBLE";
     const bool text = row.typeWord == "STRING" || row.typeWord == "DATE";
@@ -187,7 +190,7 @@ void initDB(const std::string& dbName, const std::string& sql) {
 
 void insert(const std::string& dbName, const std::string& sql) {
     Cycle cycle(dbName);
-    if (!cycle.IsOpen()) {
+    if (!cycle.IsOpen()) {  // Kept: the lines say "Bat" for all four kinds of samples
         LogMessage("insertBatDB Error Opening " + dbName + ".db datbase");
         return;
     }

@@ -1,5 +1,6 @@
-// SQL over database files. A schema comes from a metric catalogue; statements are plain text, with no escaping of any
-// kind; each operation is a whole cycle of open, work and close on a file that rests transformed. Under the job lock.
+// SQL over database files. The columns of a table come from a metric catalogue, statements are plain text, and each
+// operation is a whole cycle of open, work and close on a file that rests transformed (db_file.h). Callers hold the job
+// lock.
 #pragma once
 
 #include <cstdint>
@@ -11,28 +12,31 @@
 
 namespace zorvalis {
 
-// `columnCount` of `rows` and `values` are used.
+// The statements for a table and for one row of it, from the first `columnCount` of `rows` and `values`. Kept: values
+// are not escaped, so a quote in one of them breaks the statement and the row is lost.
 std::string buildCreateTable(const std::string& tableName, const MetricCatalogue& rows, std::int32_t columnCount);
 std::string buildInsert(const std::string& tableName, const MetricCatalogue& rows, const SampleRow& values,
                         std::int32_t columnCount);
 
-// `dbName` is a file name in the data folder. Failures go to the logs; a row whose insert fails is lost.
+// Run a schema statement, and an insert, on the file `dbName` of the data folder. Only initDB makes that folder. A
+// failure is only logged; a row whose insert fails is lost.
 void initDB(const std::string& dbName, const std::string& sql);
 void insert(const std::string& dbName, const std::string& sql);
 
-// 9999 for every failure, which is above every limit, so that nothing is stored when the count can't be had.
+// How many rows the table has. 9999 for every failure: more than any limit allows, so nothing is stored when the rows
+// cannot be counted.
 std::int32_t totalRecord(const std::string& dbName, const std::string& tableName);
 
-// The row callback of totalRecord and its context: the count, or the error of a value that is no number, which may not
-// pass through SQLite and is raised once the cycle has ended.
+// SQLite's row callback in totalRecord, and its context. No exception may pass through SQLite's C code: the error of a
+// value that is not a number waits in `error`, and totalRecord throws it afterwards.
 struct RecordCount {
     std::int32_t count = 9999;
     std::exception_ptr error;
 };
 int totalRecordCallback(void* context, int columns, char** values, char** names);
 
-// A cycle for callers that run several statements on `handle.db`. The result is SQLite's; when it is not 0 there is no
-// connection. `key` 0 means the default key.
+// A cycle for callers that run several statements on `handle.db`; closeDB must end it. Returns SQLite's result; unless
+// it is 0 there is no connection and nothing to close. `key` is the byte of the transform, 0 stands for kDbKey.
 int openDB(const std::string& dbName, TelemetryDb& handle, std::uint8_t key = 0);
 void closeDB(TelemetryDb& handle, std::uint8_t key = 0);
 

@@ -1,4 +1,4 @@
-// One open cycle on a database file: the file rests transformed at `path`, and is worked on as `cachedPath`.
+// One open cycle on a database file, owned by whoever runs it.
 #pragma once
 
 #include <string>
@@ -11,9 +11,9 @@ namespace zorvalis {
 
 struct TelemetryDb {
     sqlite3* db = nullptr;
-    std::string path;
-    std::string cachedPath;
-    platform::FileLock lock = {};  // while the cycle is open
+    std::string path;              // of the resting file, whose bytes are transformed
+    std::string cachedPath;        // of the plain working copy that SQLite has open
+    platform::FileLock lock = {};  // keeps other processes off the file until the cycle ends
 };
 
 }  // namespace zorvalis
