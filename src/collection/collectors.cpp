@@ -1,3 +1,4 @@
+// The four collectors are one procedure, Collect, and a row of Collector for each.
 #include "collection/collectors.h"
 
 #include <array>
@@ -60,7 +61,7 @@ constexpr std::array<RecordLimits, 12> RecordLimitTable = {{
     {DbClass::wmi_event, "UserBehavior", 24},
 }};
 
-constexpr std::int32_t kBatteryHealthMode = 8;  // the column of UserBehavior that only a mode change keeps
+constexpr std::int32_t kBatteryHealthMode = 8;  // the column of UserBehavior that has a value at a mode change only
 
 void SetEvent(const DataCollector& collector, SampleRow& row, const std::string& timeText) {
     setEventTimeColumn(row, collector.triggerType, timeText);
@@ -68,6 +69,7 @@ void SetEvent(const DataCollector& collector, SampleRow& row, const std::string&
         collector.triggerType > JOB_TRIGGER_BATTERY_HEALTH_60) {
         row[kBatteryHealthMode] = "NULL";
     }
+    // Kept: the spelling of the line.
     LogMessage("[collectUserBehaviorData] columnnnnnn= " + row[EventColumns()[collector.triggerType]]);
 }
 
@@ -86,7 +88,7 @@ void Collect(const Collector& words, const std::string& timeText, std::int32_t t
         }
     }
     setDbPath(collector);
-    genDB(collector);  // for every sample, also when nothing will be stored
+    genDB(collector);  // Kept: for every sample, also when the table turns out to be full
     if (!canStoreData(collector, collector.dbName, collector.tableName)) {
         return;
     }
@@ -94,7 +96,7 @@ void Collect(const Collector& words, const std::string& timeText, std::int32_t t
     SampleRow row = RetrieveData(collector);
     setFreqColumn(collector, row, triggerType);
     setLocalTimeColumn(collector, row, timeText);
-    LogMessage(words.triggered + row[1]);  // `freq`, but `local_time` in SysInfo
+    LogMessage(words.triggered + row[1]);  // Kept: the line tells `freq`, but in SysInfo element 1 is `local_time`
     if (words.kind == CollectionKind::SysInfo) {
         updateSystemInfoRegistry(row);
     }
@@ -131,7 +133,7 @@ SampleRow RetrieveData(const DataCollector& collector) {
         if (metric.sourceKind == kNoSource) {
             continue;
         }
-        if (metric.specialFlag == 1) {
+        if (metric.specialFlag == 1) {  // no row has it: the one way to a column named "serial_number"
             if (metric.columnName == "serial_number") {
                 element = getSerialNumber();
             }
@@ -158,7 +160,7 @@ bool canStoreData(const DataCollector& collector, const std::string& dbName, con
     LogMessage("canStoreData dbname: " + dbName + " tablename: " + tableName +
                " totalrecords: " + std::to_string(count) + " limit: " + std::to_string(limit));
     LogMessage("out canStoreData:============>");
-    return count <= limit;  // less or equal on purpose
+    return count <= limit;  // Kept: not "less than"
 }
 
 std::int32_t getRecordLimit(DbClass dbClass, const std::string& tableName) {
@@ -203,7 +205,7 @@ void updateSystemInfoRegistry(SampleRow row) {
             updated = 1;
         }
     }
-    // The flag is the position at which the words begin: "sUpdated: " tells a change.
+    // Kept: after a change the line lacks its first letter, "sUpdated: ".
     LogMessage(std::string("isUpdated: ").substr(updated));
 }
 

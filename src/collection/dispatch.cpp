@@ -1,3 +1,5 @@
+// One table, kChain, tells for each function which dispatcher serves it, how it is called and how its result becomes
+// text.
 #include "collection/dispatch.h"
 
 #include <algorithm>
@@ -13,7 +15,7 @@
 namespace zorvalis {
 namespace {
 
-// Which dispatcher serves a name.
+// Which dispatcher serves a name. `none` is a function of the library that no column can be filled with.
 enum class Side { direct, wmi, both, none };
 
 // How the function is called and its result turned into text.
@@ -74,7 +76,7 @@ constexpr std::array<Function, 84> kChain = {{
     {"Battery_Read_Current", Side::direct, Read::signed_integer},
     {"Battery_Read_Temperature", Side::direct, Read::unsigned_integer},
     {"Battery_Read_DesignedCapacity", Side::direct, Read::unsigned_integer},
-    {"Battery_Read_FullChargedCapcity", Side::direct, Read::unsigned_integer},  // the export is misspelt
+    {"Battery_Read_FullChargedCapcity", Side::direct, Read::unsigned_integer},  // Kept: the library's spelling
     {"Battery_Read_ASOC", Side::direct, Read::floating_float},
     {"Battery_Read_Capacity", Side::direct, Read::unsigned_integer},
     {"Battery_Read_ChargingVoltage", Side::direct, Read::unsigned_integer},
@@ -126,6 +128,7 @@ constexpr std::array<Function, 84> kChain = {{
     {"GetRandomUUID", Side::both, Read::device_uuid},
 }};
 
+// With six digits behind the point.
 std::string Fixed(double value) {
     std::array<char, 400> text{};
     std::snprintf(text.data(), text.size(), "%f", value);
@@ -133,7 +136,7 @@ std::string Fixed(double value) {
 }
 
 std::string ReadAsText(ZorvWinIoDll& zorvWinIoDll, const Function& function, std::uint8_t flag) {
-    const char* const name = function.name.data();  // a literal, so it is terminated
+    const char* const name = function.name.data();  // of a literal, so it ends with a NUL
     WideBuffer wide{};
     NarrowBuffer narrow{};
     switch (function.read) {

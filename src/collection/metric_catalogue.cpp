@@ -1,3 +1,4 @@
+// The catalogues as data. A new sensor is a row here; docs/design.md lists what else it needs.
 #include "collection/metric_catalogue.h"
 
 #include "collection/triggers.h"
@@ -5,9 +6,10 @@
 namespace zorvalis {
 namespace {
 
-// columnName, typeWord, resultKind, sourceKind, functionName, dispatchIndex, wmiFlag, specialFlag.
-// Never destroyed, as pool threads may still read them while the process ends. Row order is column order. Columns whose
-// function is "NA" and that no collector sets are NULL in every row.
+// The members of a row: columnName, typeWord, resultKind, sourceKind, functionName, dispatchIndex, wmiFlag, specialFlag
+// (metric_row.h). The order of rows is the order of columns in the database. The tables are never destroyed, since pool
+// threads may still read them while the process ends. Kept: server_time and the three application lists have no source
+// and are NULL in every row; other columns with "NA" are set by the collector.
 
 // clang-format off
 const MetricCatalogue& kBatteryPower = *new MetricCatalogue{
@@ -63,7 +65,8 @@ const MetricCatalogue& kSysInfo = *new MetricCatalogue{
 // clang-format on
 
 // clang-format off
-// volume_level is a direct read by its source and takes the WMI flag by its dispatch: the dispatch is what counts.
+// Kept: volume_level is a direct read (1) by its sourceKind, but its dispatchIndex, which decides, is that of the reads
+// with a flag (0): its function takes one.
 const MetricCatalogue& kThermal = *new MetricCatalogue{
     {"local_time", "DATE", 0, 3, "NA", 1, 0, 0},
     {"freq", "INTEGER", 0, 3, "NA", 1, 0, 0},
@@ -109,6 +112,7 @@ const MetricCatalogue& kUserBehavior = *new MetricCatalogue{
 };
 // clang-format on
 
+// Job trigger and column of UserBehavior.
 std::map<std::int32_t, std::int32_t>& eventColumns = *new std::map<std::int32_t, std::int32_t>{
     {JOB_TRIGGER_POWER_ON, 3},
     {JOB_TRIGGER_POWER_OFF, 4},

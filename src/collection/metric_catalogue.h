@@ -1,5 +1,5 @@
-// The four catalogues, one for each kind of sample, and the column that each event's time goes to. Built before the
-// service starts. The catalogues are never written to.
+// The four catalogues, one for each kind of sample, and the column that each event's time goes to. They are built
+// before main begins; the catalogues never change, so any thread may read them.
 #pragma once
 
 #include <cstdint>
@@ -16,8 +16,8 @@ const char* TableName(CollectionKind kind);
 
 const MetricCatalogue& CatalogueOf(CollectionKind kind);
 
-// From job trigger to the column index of UserBehavior. A look-up that inserts maps an unlisted trigger to column 0.
-// Used under the job lock.
+// From job trigger to the column index of UserBehavior. Kept: callers look triggers up with [], which adds an unlisted
+// one with column 0; that is `local_time`, which holds the same time already. Callers hold the job lock.
 std::map<std::int32_t, std::int32_t>& EventColumns();
 
 }  // namespace zorvalis

@@ -8,24 +8,25 @@
 
 namespace zorvalis {
 
-constexpr std::int32_t kNoSource = 3;  // nothing in RetrieveData fills the column
-constexpr std::int32_t INDEX_WMI = 0;  // the row is read through DispatchWmi, any other index through DispatchDirect
+constexpr std::int32_t kNoSource = 3;  // sourceKind: RetrieveData leaves the column at "NULL"
+constexpr std::int32_t INDEX_WMI = 0;  // dispatchIndex: read by DispatchWmi; any other index by DispatchDirect
 
 struct MetricRow {
     std::string columnName;
     std::string typeWord;      // STRING, INTEGER, DOUBLE or DATE; selects the quoting of the value
     std::int32_t resultKind;   // 0 none, 1 narrow text, 2 wide text, 3, 4 unsigned, 7 signed, 8 floating, 9 boolean;
-                               // descriptive only
-    std::int32_t sourceKind;   // 0 the WMI-shaped reads, 1 the direct reads, 2 the service itself, 3 nothing
-    std::string functionName;  // in the hardware function table, or "NA"
+                               // for the reader only, no code looks at it
+    std::int32_t sourceKind;   // 0 the reads with a flag, 1 the direct reads, 2 the service itself, 3 kNoSource; only
+                               // the last is looked at
+    std::string functionName;  // a name of kChain in dispatch.cpp, or "NA"
     std::int32_t dispatchIndex;
-    std::uint8_t wmiFlag;      // last argument of the flag-taking reads; 0 in samples of class W
-    std::uint8_t specialFlag;  // 1 selects the serial-number branch; 0 in every row there is
+    std::uint8_t wmiFlag;      // handed to the reads with a flag; a collector sets it to 0 for samples of class W
+    std::uint8_t specialFlag;  // Kept: 1 would read the serial number, but it is 0 in every row
 };
 
 using MetricCatalogue = std::vector<MetricRow>;
 
-// One text for each row of a catalogue; the text "NULL" stands for no value.
+// The values of one sample, in the order of its catalogue. The text "NULL" stands for no value.
 using SampleRow = std::vector<std::string>;
 
 }  // namespace zorvalis

@@ -13,7 +13,7 @@ std::string NarrowText(const NarrowBuffer& buffer) {
 
 ZorvWinIoDll::ZorvWinIoDll() : library_(kHardwareLibrary) {
     if (auto* const initialize = library_.function<std::int32_t()>("InitializeWinIo")) {
-        initialize();  // its result says nothing that matters here
+        initialize();  // Kept: its result is ignored, and reads are made after a failure too
     } else {
         ReportServiceEvent(L" InitWinIo fail ", kWarning);
     }
@@ -27,6 +27,7 @@ ZorvWinIoDll::~ZorvWinIoDll() {
     }
 }
 
+// `missing` is the result when the library does not have the export.
 template <class Result, class... Arguments>
 Result ZorvWinIoDll::Call(const char* name, Result missing, Arguments... arguments) const {
     auto* const function = library_.function<Result(Arguments...)>(name);
@@ -81,7 +82,7 @@ void ZorvWinIoDll::ReadWide(const char* name, wchar_t* buffer, std::uint8_t flag
     Fill(name, buffer, flag);
 }
 
-// Support is one byte; what lies above it in the register says nothing.
+// The export returns a boolean of one byte. Read as a wider integer, it would carry random upper bits.
 std::uint8_t ZorvWinIoDll::WMICheckBatteryHealthSupport(std::uint8_t flag) {
     return ReadFlaggedByte("WMICheckBatteryHealthSupport", flag);
 }

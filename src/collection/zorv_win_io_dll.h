@@ -1,6 +1,7 @@
-// The closed hardware library, loaded by name for the life of one object. Every export is looked up at each call; a
-// library or an export that is missing gives the default of its call shape. Objects are private to their user; the
-// library itself counts and locks. No exception may leave an export: it would end the process.
+// The closed hardware library, loaded by name for the life of one object. Every export is looked up at each call; when
+// the library or the export is missing, the call returns the default that stands below. Each user makes an object of
+// its own; that several are alive at once, on several threads, is the library's to handle. An exception that leaves an
+// export ends the process.
 #pragma once
 
 #include <array>
@@ -13,12 +14,13 @@
 
 namespace zorvalis {
 
-// Texts are read into buffers of this many characters; the exports take no length and keep within it.
+// Texts are read into buffers of this many characters. The exports take no length: that their texts fit is up to the
+// library.
 constexpr std::size_t kTextCapacity = 150;
 using WideBuffer = std::array<wchar_t, kTextCapacity>;
 using NarrowBuffer = std::array<char, kTextCapacity>;
 
-// A buffer's text, up to its first zero.
+// A buffer's text, up to its first NUL.
 template <std::size_t size>
 std::wstring WideText(const std::array<wchar_t, size>& buffer) {
     return std::wstring(buffer.data(), wcsnlen(buffer.data(), size));
@@ -29,13 +31,15 @@ inline constexpr wchar_t kHardwareLibrary[] = L"ZorvWinIo64.dll";
 
 class ZorvWinIoDll {
 public:
-    // Loads and initialises, shuts down and frees; only a missing lifecycle export is reported, to the event log.
+    // Loads and initialises the library; shuts it down and unloads it. Only that one of these two exports is missing is
+    // reported, to the event log.
     ZorvWinIoDll();
     ~ZorvWinIoDll();
 
     bool Exports(const char* name) const;
 
-    // One for each call shape. Missing: 0; a text buffer is left alone.
+    // One for each shape of an export. When it is missing they return 0, or leave the text buffer as it is. `flag` goes
+    // to the library as it stands; the product passes 1, but 0 in samples of class W.
     std::uint32_t ReadInteger(const char* name);
     double ReadDouble(const char* name);
     float ReadFloat(const char* name);
@@ -45,7 +49,8 @@ public:
     std::uint8_t ReadFlaggedByte(const char* name, std::uint8_t flag);
     void ReadWide(const char* name, wchar_t* buffer, std::uint8_t flag);
 
-    // The board's GUID by way of its cached copy. `buffer` is zeroed and holds kTextCapacity characters.
+    // The board's GUID: the copy in the registry, else the library's answer, which is copied there. The caller zeroes
+    // `buffer`, of kTextCapacity characters. Defined in common/device_identity.cpp.
     void wmiGetBoardUUID(wchar_t* buffer, std::uint8_t flag);
 
     std::uint8_t WMICheckBatteryHealthSupport(std::uint8_t flag);
@@ -58,7 +63,8 @@ public:
     void WMIGetProductName(wchar_t* buffer, std::uint8_t flag);
     void WMIGetWiFiCardName(wchar_t* buffer, std::uint8_t flag);
 
-    // Records of non-volatile storage: 0 for success, 1 also for a missing export or a null record.
+    // Records in the machine's non-volatile storage; their layout is the library's (a UUID has 16 bytes). 0 for
+    // success, 1 also for a missing export or a null record.
     std::int32_t GPNV_Get_RandomUUID(void* record);
     std::int32_t GPNV_Set_RandomUUID(void* record);
     std::int32_t GPNV_Get_ActivatedTime(void* record);
@@ -66,7 +72,7 @@ public:
     std::int32_t GPNV_Get_ManufacturedTime(void* record);
     std::int32_t GPNV_Set_ManufacturedTime(void* record);
 
-    // No caller reads these yet.
+    // Kept: nothing in the product calls these.
     std::uint32_t EC_ReadEcChipId();
     std::uint32_t EC_ReadEcChipName();
     std::uint32_t EC_ReadEcFwRev();
