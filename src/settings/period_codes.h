@@ -1,4 +1,5 @@
-// The period codes of the setting file: what each means in seconds, and the frequency number that samples carry.
+// The period codes of the setting file: the seconds that each stands for, and the number that timed samples carry in
+// their column `freq`.
 #pragma once
 
 #include <array>
@@ -10,7 +11,7 @@ namespace zorvalis {
 struct PeriodCode {
     std::string_view code;
     std::int32_t seconds;
-    std::int32_t frequency;  // 0: has none
+    std::int32_t frequency;  // 0: the code has no number
 };
 
 constexpr std::array<PeriodCode, 11> kPeriodCodes = {{
@@ -22,9 +23,9 @@ constexpr std::array<PeriodCode, 11> kPeriodCodes = {{
     {"m30", 1800, 6},
     {"m60", 3600, 7},
     {"d1", 86400, 8},
-    {"d7", 604800, 0},  // valid as a period, without a number: samples carry 0
+    {"d7", 604800, 0},  // Kept: a valid period without a number of its own, so its samples carry 0
     {"d30", 2592000, 9},
-    {"CheckSNForZPRP", 86400, 0},  // product activation's alone
+    {"CheckSNForZPRP", 86400, 0},  // product activation's job; no setting file has it
 }};
 
 }  // namespace zorvalis

@@ -1,4 +1,4 @@
-// The download of SettingFileManager: what the server may replace the stored setting file with.
+// The download of SettingFileManager: the query to the server, and what the stored file may be replaced with.
 #include <algorithm>
 #include <utility>
 
@@ -68,7 +68,7 @@ std::int32_t SettingFileManager::TakeAnswer(const Json& answer) {
         return Refused("[SettingFileManager] Json file error");
     }
     if (*status != "OK") {
-        // The client goes back to its default behaviour, and the download counts as failed all the same.
+        // The server has no settings for this machine: the default file rules again. Kept: counts as a failed download.
         RemoveSettingFile();
         ReloadSettingFile();
         AskForReload();
@@ -87,7 +87,9 @@ std::int32_t SettingFileManager::TakeAnswer(const Json& answer) {
     if (!IsPeriodCode(period)) {
         return Refused("[SettingFileManager] json downloadSetting syntax error");
     }
-    tree["version"] = version->get<std::string>();  // never what the document itself says
+    // The version is the answer's and never the document's own. Kept: another one than this service's is stored too,
+    // and the reload below then falls back to the default file.
+    tree["version"] = version->get<std::string>();
     SaveSettingFile(DumpJson(tree));
     LogMessage("[SettingFileManager] save ok");
     ReloadSettingFile();
@@ -95,7 +97,7 @@ std::int32_t SettingFileManager::TakeAnswer(const Json& answer) {
     return 0;
 }
 
-// The running service loads the file too.
+// Wakes the reload loop of the running service, which is another process than a pass.
 void SettingFileManager::AskForReload() const {
     WriteRegDword(kLocalMachine, kProductKey, L"NEEDRELOAD_SETTING_FILE", 1);
 }

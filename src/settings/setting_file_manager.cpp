@@ -1,3 +1,4 @@
+// Which file rules, loading it, and the stored file on disk. The download is in setting_download.cpp.
 #include "settings/setting_file_manager.h"
 
 #include <array>
@@ -34,9 +35,9 @@ void SettingFileManager::ReloadSettingFile() {
             }
             LoadJobValues(loaded);
         }
-        // Any other switch leaves everything as it was.
+        // Kept: any other text of the switch loads nothing.
     } catch (...) {
-        Publish(loaded);  // what was loaded before the error stays loaded
+        Publish(loaded);  // Kept: what was loaded before the error counts
         throw;
     }
     Publish(loaded);
@@ -57,6 +58,8 @@ void SettingFileManager::Publish(const Loaded& loaded) {
     current_ = std::move(settings);
 }
 
+// An update of the service makes the stored file stale until the next download. The default file's version is never
+// compared.
 bool SettingFileManager::StoredFileRules(const Json& tree) {
     if (tree.is_null()) {
         LogMessage("[SettingFileManager][ReloadSettingFile] settingfile == NULL Get default file");
@@ -84,7 +87,7 @@ void SettingFileManager::LoadJobValues(Loaded& loaded) {
             if (FindSettingText(*loaded.tree, NarrowBytes(kJobWord[index]), value)) {
                 loaded.jobValues[index] = WidenBytes(value);
             }
-        } catch (std::uint32_t code) {  // a system error alone; the JSON library's errors pass through
+        } catch (std::uint32_t code) {  // Kept: a Windows error number only; a value that is not a text ends the load
             ReportServiceEvent(L"SettingFileManager::ReloadSettingFile Fail", kWarning);
             LogMessage("[SettingFileManagerget] json err" + std::to_string(code));
         }
@@ -95,10 +98,10 @@ Json SettingFileManager::LoadJsonFile(const std::string& name) const {
     std::string path;
     if (name == settingFileName_) {
         path = kProductFolder + name;
-        path = HasLink(path) ? "" : path;  // nobody else's file rules
+        path = HasLink(path) ? "" : path;  // a link could lead to a file that another user wrote
     } else if (name == defaultFileName_) {
         const std::string folder = getCurrentPath();
-        path = folder.empty() ? "" : folder + name;  // never the current folder's
+        path = folder.empty() ? "" : folder + name;  // the bare name would open the file in the current folder
     }
     const platform::File file = platform::open_file(path, "rb");
     if (file == nullptr) {
@@ -115,7 +118,7 @@ Json SettingFileManager::LoadJsonFile(const std::string& name) const {
 void SettingFileManager::SaveSettingFile(const std::string& text) const {
     const std::string path = kProductFolder + settingFileName_;
     if (platform::is_link(path)) {
-        platform::remove_file(path);  // what it leads to is another's
+        platform::remove_file(path);  // the link, so that what it leads to is not overwritten
     }
     if (RefusesLink(path)) {
         return;
@@ -126,7 +129,7 @@ void SettingFileManager::SaveSettingFile(const std::string& text) const {
 }
 
 void SettingFileManager::RemoveSettingFile() const {
-    if (!HasLink(kProductFolder)) {  // the file itself may be one, and goes
+    if (!HasLink(kProductFolder)) {  // the file itself may be a link, which is then deleted
         platform::remove_file(kProductFolder + settingFileName_);
     }
 }

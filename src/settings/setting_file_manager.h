@@ -1,8 +1,9 @@
-// The setting file that rules what is collected, how often and for how long: the stored one, or "default.json" beside
-// the executable when the stored one is missing, stale or switched off. A member of JobManager.
+// The setting file that rules what is collected, how often and for how long: "setting.json", stored from the server's
+// answer, or "default.json" beside the executable when there is no stored one, when it is of another version of the
+// service, and while the main switch is off. A member of JobManager.
 //
-// A load replaces the present settings as one snapshot; readers keep the one they took. Loads may come from the job
-// thread and from the reload loop at once.
+// A load publishes a new snapshot of the settings; a reader keeps the one it took. The job thread and the service's
+// reload loop may load at the same time.
 #pragma once
 
 #include <array>
@@ -17,7 +18,8 @@
 
 namespace zorvalis {
 
-// The job keys in the order of their indices: four timed kinds, then seven events.
+// The job keys in the order of their indices: four timed kinds, whose value is a period code, then seven events, which
+// are on when their value is the key's own word.
 inline constexpr std::size_t kJobWords = 11;
 inline constexpr std::array<const wchar_t*, kJobWords> kJobWord = {
     L"thermal", L"battery_power",  L"systeminfo", L"upload",         L"poweronoff", L"suspend_resume",
@@ -25,39 +27,44 @@ inline constexpr std::array<const wchar_t*, kJobWords> kJobWord = {
 };
 
 struct Settings {
-    std::array<std::wstring, kJobWords> jobValues;  // a value outlives a load that does not mention its key
-    Json tree;                                      // the tree last loaded, null at first
+    std::array<std::wstring, kJobWords> jobValues;  // Kept: a value stays when a later file does not have its key
+    Json tree;                                      // the file loaded last, null at first; for the control keys
 };
 
 class SettingFileManager {
 public:
+    // The present snapshot, from any thread.
     std::shared_ptr<const Settings> Current() const;
 
-    // Decides which file rules and loads it. Raises the JSON library's errors for a broken or wrongly typed file.
+    // Decides which file rules and loads it. Kept: a stored file that is not JSON, or has a value that is not a text,
+    // throws (std::invalid_argument, std::domain_error) instead of giving way to the default file.
     void ReloadSettingFile();
 
-    // Asks the server for a new setting file, and stores and loads it. 0, or -1 for any refusal, in which the stored
-    // file stays, unless the server drops it. Raises the JSON library's errors for an answer that is no JSON or has
-    // values of a wrong type.
+    // Asks the server for a new setting file, stores it and loads it. 0 for success, -1 for any refusal: the stored
+    // file stays, unless the server said that there is none for this machine, which deletes it. Throws as
+    // ReloadSettingFile does for an answer that is not JSON or has values of a wrong type.
     std::int32_t UpdateSettingFile();
 
-    // The same, once the server has answered.
+    // The second half of UpdateSettingFile: what to do with the server's answer.
     std::int32_t TakeAnswer(const Json& answer);
 
-    // The server's answer; the JSON number 0 stands for none.
+    // The server's answer; the JSON number 0 when the server could not be reached.
     Json GetSettingFileFromServer() const;
+
+    // The machine's model name from the hardware library, by which the server chooses the file; empty without one.
     std::string GetModelName() const;
 
-    // The parsed file, null when it cannot be read. Raises std::invalid_argument for a file that does not parse.
+    // One of the two files by its name, parsed; null when it cannot be read. Throws std::invalid_argument for a file
+    // that is not JSON.
     Json LoadJsonFile(const std::string& name) const;
 
-    // Writes the stored file in place, with its folders. A failure is silent: the next load sees the old file or none,
-    // never a part of one.
+    // Writes the stored file in place and makes its folders. A failure is not reported: the next load sees the old file
+    // or none, but never half of one.
     void SaveSettingFile(const std::string& text) const;
     void RemoveSettingFile() const;
 
 private:
-    // What one load found.
+    // What one load found. What is empty leaves the present settings as they are.
     struct Loaded {
         std::array<std::optional<std::wstring>, kJobWords> jobValues;
         std::optional<Json> tree;
@@ -74,7 +81,8 @@ private:
     const std::string defaultFileName_ = "default.json";
 };
 
-// The text under a control key. False when the tree has no such key; raises for a value that is no string.
+// The text under a key of the file. False when the tree does not have the key; throws std::domain_error for a value
+// that is not a text.
 bool FindSettingText(const Json& tree, const std::string& key, std::string& text);
 
 }  // namespace zorvalis
