@@ -1,5 +1,5 @@
-// What the service does on threads of the pool: it serves clients, and what it puts off until two minutes after its
-// start.
+// What the service does on threads of the pool: serving clients from its start on, and, two minutes later, making the
+// scheduled task, receiving hardware events and reloading the setting file.
 #include "service/zorvalis_service.h"
 
 #include "client/rpc_server.h"
@@ -19,7 +19,7 @@ bool IsReloadNeeded() {
     return ReadRegDword(kLocalMachine, kProductKey, kNeedReload) == L"1";
 }
 
-// A setting file that is broken does not end the loop: the next one may be sound.
+// A broken setting file goes to the event log and does not end the loop: the next file may be sound.
 void Reload() {
     AtRoot("ReloadSettingFile", [] { JobManager::GetInstance().ReloadSettingFile(); });
 }
@@ -35,7 +35,7 @@ void ReloadForEver() {
     }
     SettleReload();
     for (;;) {
-        WaitRegKeyChange(kLocalMachine, kProductKey);  // any value written there wakes it, our own included
+        WaitRegKeyChange(kLocalMachine, kProductKey);  // any value that is written under the key ends the wait
         if (IsReloadNeeded()) {
             LogMessage("[ReloadSettingFIleServiceTimerThread] Need Reload Setting FIle");
             Reload();
@@ -46,7 +46,7 @@ void ReloadForEver() {
 
 void ReceiveWmiEvents() {
     LogMessage("[ZorvalisService] Create WMIServiceTimerThread.");
-    const ZorvalisService service(kServiceName, true, true, false);  // for its event provider, and what its end does
+    const ZorvalisService service(kServiceName, true, true, false);  // Kept: registers the event provider once more
     LogMessage("[ZorvalisService] Init Wmi Receiver Start");
     WmiEventManager manager;
     manager.initWmiEventReceiver(true);

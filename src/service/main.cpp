@@ -1,5 +1,6 @@
-// One executable, started by the service manager, by an administrator, or by the scheduled tasks. Only the first
-// argument counts; the exit code is 0 on every path.
+// The executable's entry. The service manager starts it without an option, an administrator with -install or -remove,
+// the scheduled tasks with -j0 or -j1. Only the first argument counts; one without a dash or slash is no option. The
+// exit code is always 0, also after a failure, which is printed or in the event log.
 #include <array>
 #include <cstdio>
 #include <cwctype>
@@ -26,7 +27,7 @@ void Install() {
     InstallService(kServiceName, kServiceName, kAutomaticStart, L"", nullptr, nullptr);
 }
 
-// The tasks go whatever became of the service.
+// Deletes the scheduled tasks even when the service could not be removed.
 void Remove() {
     UninstallService(kServiceName);
     TaskSchedulerSetting bridge;

@@ -13,8 +13,8 @@
 namespace zorvalis {
 namespace {
 
-// All timed work. Each job catches its own failures, so that every step runs; only the first use of JobManager may
-// fail as a whole, for a setting file that is broken.
+// A collection pass: all timed work, in this order. Each job catches its own errors, so the ones behind it run too.
+// Only making the JobManager may throw and end the pass, when the setting file is broken.
 void job0() {
     LogMessage("job0 <---");
     const std::int64_t now = platform::now_seconds();
@@ -35,7 +35,8 @@ void job1() {
     LogMessage("job1  --->");
 }
 
-// The one place that lifts the suppression of lid and power source events, set when the service starts.
+// The service drops lid and power source events from its start on (see OnSettingChange); this is the one place that
+// lets it record them again.
 void LiftSkipOnPowerEvent() {
     if (ReadRegDword(kLocalMachine, kProductKey, L"SKIP_ONPOWEREVENT") == L"1") {
         LogMessage("Disable SkipOnPowerEvent");
@@ -51,7 +52,7 @@ void Traced(void (*pass)()) {
     pass();
 }
 
-// The object is never run: it keeps the event provider registered for the length of the pass.
+// `service` is never run. Kept: it registers the event provider for the length of the pass.
 void RunPass(const char* name, void (*prepare)(), void (*pass)()) {
     AtRoot(name, [&] {
         const ZorvalisService service(kServiceName, true, true, false);

@@ -1,10 +1,11 @@
-// The two short passes that scheduled tasks start, each in a process of its own. They share no memory with the
-// running service; what passes between them lies in the registry and in files.
+// The two short passes that scheduled tasks start, each in a process of its own. They share no memory with the running
+// service: it and a pass talk through registry values and files.
 #pragma once
 
 namespace zorvalis {
 
-// What `-j0` and `-j1` do. Nothing leaves them: an error that no job has caught goes to the event log in words.
+// What `-j0` and `-j1` run: a collection pass, and product activation's. They do not throw; an error that no job has
+// caught goes to the event log.
 void RunJob0();
 void RunJob1();
 

@@ -1,4 +1,5 @@
-// The power settings that the service listens to.
+// The power settings that the service listens to, under Windows' own names and numbers. A change carries one number:
+// lid 0 closed, 1 open; power source 0 mains, 1 battery, 2 a short-term source; display 0 off, 1 on, 2 dimmed.
 #pragma once
 
 #include "platform/guid.h"

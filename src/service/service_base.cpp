@@ -20,16 +20,16 @@ constexpr platform::Guid kEventProvider = {
 constexpr std::uint8_t kErrorLevel = 2;
 
 std::mutex servedMutex;
-bool isServed = false;  // the dispatcher runs
+bool isServed = false;  // the service manager's dispatcher runs; under servedMutex
 
-// Held while a report is made, so that the manager gets reports in the order in which the state changed: two threads
-// that change it at once could otherwise both report what the later one left there, and a stop would be lost.
+// Held while a report is made, so that the service manager gets reports in the order in which the state changed: two
+// threads that change it at once could otherwise both report what the later one left there, and a stop would be lost.
 std::mutex statusMutex;
 
 constexpr std::uint32_t kAcceptStop = 1;
 constexpr std::uint32_t kAcceptPauseContinue = 2;
 constexpr std::uint32_t kAcceptPowerAndSession = 0xC0;
-constexpr std::uint32_t kAcceptPreshutdown = 0x100;  // in the place of plain shutdown
+constexpr std::uint32_t kAcceptPreshutdown = 0x100;  // instead of shutdown, which comes too late to write a row
 
 }  // namespace
 
@@ -60,7 +60,8 @@ CServiceBase::~CServiceBase() {
     }
     const platform::ServiceStatusHandle handle = s_statusHandle;
     if (s_service != nullptr && handle != 0) {
-        // Of every instance, also a pass's or a timer's own; and it is the status handle, which no registration gave.
+        // Kept: every instance does this, the one in ReceiveWmiEvents too, and with the status handle. It is not the
+        // handle of any registration, so nothing is unregistered.
         platform::unregister_power_setting(handle);
     }
     CServiceBase* self = this;
@@ -96,10 +97,10 @@ bool CServiceBase::Run(CServiceBase& service) {
     };
     serve(true);
     const bool result = platform::run_service(service.name, [](std::uint32_t argc, wchar_t** argv) {
-        // A service that cannot register its handler is one that the manager never hears of.
+        // ServiceMain throws when it cannot register its handler. The service manager then never hears of the service.
         AtRoot("ServiceMain", [&] { ServiceMain(argc, argv); });
     });
-    serve(false);  // a stop from the pool has come to its end before the service goes
+    serve(false);  // waits for a StopServed that runs: the caller destroys the service next
     return result;
 }
 
@@ -119,7 +120,8 @@ void CServiceBase::ServiceMain(std::uint32_t argc, wchar_t** argv) {
         throw ServiceError{platform::last_error()};
     }
     service.Start(argc, argv);
-    // Also after a failed start, when the service itself may be gone. The handles are kept by nobody.
+    // Kept: also after a failed start. `service` may then be destroyed already, so only `handle` is used. The handles
+    // of the registrations are dropped: they last as long as the process.
     for (const platform::Guid& setting :
          {GUID_LIDSWITCH_STATE_CHANGE, GUID_ACDC_POWER_SOURCE, GUID_CONSOLE_DISPLAY_STATE}) {
         platform::register_power_setting(handle, setting);
@@ -148,7 +150,7 @@ std::uint32_t CServiceBase::HandleControl(std::uint32_t control, std::uint32_t e
             service.Shutdown();
             break;
         default:
-            break;  // interrogation and plain shutdown included
+            break;  // also interrogate and plain shutdown: answered with 0, and no status is reported
     }
     return 0;
 }
@@ -159,7 +161,7 @@ void CServiceBase::SetServiceStatus(std::uint32_t state, std::uint32_t exitCode,
     if (!stops) {
         keptState = state;
     }
-    // A start that ends while the endpoint's failure stops the service does not make the manager believe that it runs.
+    // A start may end while StopServed stops the service: the service manager must not be told that it runs.
     if (stops || status.state != kStopPending) {
         Report(state, exitCode, waitHint);
     }
@@ -172,7 +174,7 @@ void CServiceBase::ResumeAfterStop() {
 
 void CServiceBase::Report(std::uint32_t state, std::uint32_t exitCode, std::uint32_t waitHint) {
     if (status.state == kStopped) {
-        return;  // for the manager the handle is closed
+        return;  // the service manager has closed the handle
     }
     status.state = state;
     status.exit_code = exitCode;
@@ -181,7 +183,7 @@ void CServiceBase::Report(std::uint32_t state, std::uint32_t exitCode, std::uint
     platform::set_service_status(statusHandle, status);
 }
 
-// `fallback` gets the error's code, 0 for anything that is none.
+// Runs `call` and logs what it throws. `fallback` then gets the Windows error number, 0 for anything else.
 template <class Call, class Fallback>
 void CServiceBase::Guarded(const wchar_t* function, const wchar_t* failure, Call call, Fallback fallback) {
     try {
@@ -252,7 +254,7 @@ void CServiceBase::Shutdown() {
         L"Service Shutdown", L"Service failed to shut down.",
         [&] {
             OnShutdown();
-            SetServiceStatus(kStopped);  // with no pending report before it
+            SetServiceStatus(kStopped);  // Kept: without a pending report before it, and a failed one reports nothing
         },
         [](std::uint32_t) {});
 }

@@ -13,6 +13,7 @@
 namespace zorvalis {
 namespace {
 
+// Rights that are asked of the service manager and of a service, in Windows' numbers.
 constexpr std::uint32_t kConnect = 1;
 constexpr std::uint32_t kConnectAndCreate = 3;
 constexpr std::uint32_t kQueryStatus = 4;
@@ -36,7 +37,7 @@ void StopAndWait(platform::ServiceManager& manager, const char* name) {
     std::printf("Stopping %s.", name);
     std::fflush(stdout);
     platform::sleep_milliseconds(1000);
-    while (manager.query_service(status) && status.state == kStopPending) {  // with no upper limit
+    while (manager.query_service(status) && status.state == kStopPending) {  // Kept: for as long as it takes
         PrintNow(".");
         platform::sleep_milliseconds(1000);
     }
@@ -57,9 +58,9 @@ void InstallService(const wchar_t* name, const wchar_t* displayName, std::uint32
         PrintFailure("OpenSCManager");
         return;
     }
+    // Kept: the path is not quoted, which is unsafe in a folder with a blank (docs/known-weaknesses.md).
     const platform::ServiceRegistration registration = {
-        name,        displayName,  kOwnProcess, startType, kNormalErrorControl,
-        path.data(), dependencies, account,     password};  // the path without quotes
+        name, displayName, kOwnProcess, startType, kNormalErrorControl, path.data(), dependencies, account, password};
     if (!manager.create_service(registration, kQueryStatus)) {
         PrintFailure("CreateService");
         return;

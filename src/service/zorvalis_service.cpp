@@ -1,3 +1,4 @@
+// Start, stop, shutdown and power events. What runs later on pool threads is in deferred_work.cpp.
 #include "service/zorvalis_service.h"
 
 #include <array>
@@ -16,6 +17,7 @@
 namespace zorvalis {
 namespace {
 
+// Windows' names and numbers.
 enum PowerEventType : std::uint32_t {
     PBT_APMSUSPEND = 4,
     PBT_APMRESUMESUSPEND = 7,
@@ -41,7 +43,7 @@ void OnLid(std::uint32_t data) {
         LogMessage("Lid Open");
         Collect(L"lid_open_close", JOB_TRIGGER_LID_OPEN);
     } else if (data == 0) {
-        Collect(L"lid_open_close", JOB_TRIGGER_LID_CLOSE);  // without a line of its own
+        Collect(L"lid_open_close", JOB_TRIGGER_LID_CLOSE);  // Kept: nothing is logged for it
     }
 }
 
@@ -55,7 +57,7 @@ void OnPowerSource(std::uint32_t data) {
     }
 }
 
-// The first display that goes on after a shutdown is the machine's power-on.
+// The first time that the display goes on after a shutdown is recorded as the machine's power-on.
 void OnDisplay(std::uint32_t data, bool isPowerOnOwed) {
     constexpr std::array<const char*, 3> kWords = {"Display_Off", "Display_On", "Display_Dimmed"};
     if (data >= kWords.size()) {
@@ -69,8 +71,8 @@ void OnDisplay(std::uint32_t data, bool isPowerOnOwed) {
     }
 }
 
-// False when the change is dropped: the states that come with the registration are none, and until the first pass
-// nobody can tell them from real ones.
+// False when the change is dropped. Windows answers a registration with the present state, as if it had just changed.
+// So lid and power source count only after the first pass (SKIP_ONPOWEREVENT); real changes before that are lost too.
 bool OnSettingChange(const platform::PowerSettingChange& change, bool skips, bool isPowerOnOwed) {
     if (change.setting == GUID_LIDSWITCH_STATE_CHANGE) {
         if (skips) {
@@ -105,6 +107,7 @@ void ZorvalisService::OnStart(std::uint32_t, wchar_t**) {
         }
         WriteRegDword(kLocalMachine, kProductKey, L"SKIP_ONPOWEREVENT", 1);
     }
+    // Started on every machine, also on one that may not collect yet.
     LogMessage("[ZorvalisService] call RPC service. (Thread) Start");
     if (platform::PoolWork* const work = platform::create_pool_work(RpcServiceWork, nullptr)) {
         platform::submit_pool_work(work);
@@ -131,6 +134,7 @@ void ZorvalisService::SetTimerThread(int which) {
     }
 }
 
+// Writes no power-off record: the machine goes on running. The timers' work ends with the process.
 void ZorvalisService::OnStop() {
     LogMessage("[ZorvalisService] OnStop +++++++++++++++++++++++");
     RpcServerStop();
@@ -149,6 +153,7 @@ void ZorvalisService::OnShutdown() {
 void ZorvalisService::OnPowerEvent(std::uint32_t eventType, void* eventData) {
     LogMessage("[ZorvalisService] OnPowerEvent : " + std::to_string(eventType) + "++++++++++++");
     JobManager& jobManager = JobManager::GetInstance();
+    // Kept: both are read for every event, also for those that need neither.
     const bool skips = ReadRegDword(kLocalMachine, kProductKey, L"SKIP_ONPOWEREVENT") == L"1";
     const bool isPowerOnOwed = ReadRegDword(kLocalMachine, kProductKey, L"ISPOWERON") == L"1";
     if (eventType == PBT_APMSUSPEND) {
@@ -162,7 +167,7 @@ void ZorvalisService::OnPowerEvent(std::uint32_t eventType, void* eventData) {
     } else if (eventType == PBT_POWERSETTINGCHANGE && eventData != nullptr) {
         const auto& change = *static_cast<const platform::PowerSettingChange*>(eventData);
         if (!OnSettingChange(change, skips, isPowerOnOwed)) {
-            return;
+            return;  // Kept: without the closing line
         }
     }
     LogMessage("[ZorvalisService] OnPowerEvent : " + std::to_string(eventType) + "---------------");

@@ -1,6 +1,6 @@
-// The service's own behaviour: what runs at its start, the work that is put off for two minutes, what a power event
-// turns into, and what is recorded when the machine shuts down. It holds almost no state: what outlives a process is
-// in the registry, and all work is JobManager's.
+// The service's own behaviour: what runs at its start, the work that it puts off for two minutes, what a power event
+// leads to, and what is recorded when the machine shuts down. It holds almost no state: what must outlive the process
+// is in the registry, and JobManager does all work.
 #pragma once
 
 #include <atomic>
@@ -20,22 +20,25 @@ public:
     void OnPowerEvent(std::uint32_t eventType, void* eventData) override;
     void OnSessionChange() override;
 
-    // 0 for the task scheduler creator, 1 for the WMI receiver.
+    // Starts a timer that fires once, two minutes later: 0 makes the scheduled task, 1 begins to receive hardware
+    // events. A timer that cannot be made is left out without a word.
     void SetTimerThread(int which);
 
 private:
-    // Serves clients for as long as the endpoint listens. A failed or ended endpoint takes the service down.
+    // The rest runs on threads of the pool (deferred_work.cpp).
+
+    // Serves clients for as long as the endpoint listens. An endpoint that cannot be opened stops the service.
     static void RpcServiceWork(void*);
 
     static void TaskSchedulerCreatorTimer(void*);
 
-    // Stays in the receiver's loop for as long as that runs.
+    // Receives hardware events; keeps its thread until the receiver gives up.
     static void WmiReceiverTimer(void*);
 
-    // Never returns: it reloads the setting file whenever another process asks for it in the registry.
+    // Never returns: reloads the setting file whenever NEEDRELOAD_SETTING_FILE in the registry asks for it.
     static void ReloadSettingFileTimer(void*);
 
-    // None is ever cancelled or closed, and a resume puts a new one in the place of the first.
+    // Kept: timers are never cancelled or closed, and each resume overwrites taskSchedulerTimer with a new one.
     std::atomic<platform::PoolTimer*> taskSchedulerTimer{nullptr};
     std::atomic<platform::PoolTimer*> wmiReceiverTimer{nullptr};
     std::atomic<platform::PoolTimer*> reloadSettingTimer{nullptr};
