@@ -9,7 +9,7 @@ namespace zorvalis {
 void EventSink::Indicate(const platform::EventObject& object) {
     std::vector<std::wstring> names;
     object.property_names(names);
-    for (const std::wstring& name : names) {
+    for (const std::wstring& name : names) {  // a name without a readable number is passed over
         std::int32_t number = 0;
         if (name != L"EventID" || !object.integer(name, number)) {
             continue;
@@ -22,6 +22,7 @@ void EventSink::Indicate(const platform::EventObject& object) {
     }
 }
 
+// 0: the query has ended, 2: it is in progress.
 void EventSink::SetStatus(std::int32_t flags) {
     if (flags == 0) {
         LogMessage("[EventSink] Call complete. hResult");

@@ -1,5 +1,5 @@
-// What the system calls for each hardware event, on threads of its own. It only leaves the event's number in the
-// registry; whether anything is collected is decided by the thread that waits for that.
+// What WMI (on the stand-in machine, its event source) calls for each hardware event, on a thread of its own. It only
+// writes the event's number to the registry; WmiEventManager's thread, which waits there, decides what to collect.
 #pragma once
 
 #include <atomic>
@@ -9,8 +9,10 @@
 
 namespace zorvalis {
 
-inline constexpr wchar_t kPendingEvent[] = L"WMIEVENTID";  // 0 for none
+// The registry value with the number of the latest event; 0 when none is pending. A second event overwrites the first.
+inline constexpr wchar_t kPendingEvent[] = L"WMIEVENTID";
 
+// Passes on the events with the numbers `first` and `second`; others are traced and dropped.
 class EventSink : public platform::EventReceiver {
 public:
     EventSink(std::int32_t first, std::int32_t second) : first_(first), second_(second) {}
@@ -19,7 +21,7 @@ public:
     void SetStatus(std::int32_t flags) override;
 
 private:
-    std::atomic<std::int32_t> last_{0};  // of those that were accepted
+    std::atomic<std::int32_t> last_{0};  // the last event that was passed on. Kept: nothing reads it
     const std::int32_t first_;
     const std::int32_t second_;
 };

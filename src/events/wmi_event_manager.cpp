@@ -24,7 +24,7 @@ constexpr Event kEvents[] = {
     {155, L" [WmiEventManager] WMI 2 ( connector )", JOB_TRIGGER_WMI_CONNECTOR},
 };
 
-// What the trace says of a failed step, in the order of platform::EventStep; no step has the number 2.
+// The call and the number that the trace names for a failed platform::EventStep, in that order. Kept: no step is 2.
 constexpr struct {
     const char *call, *number;
 } kSteps[] = {{"CoInitializeEx", "1"},
@@ -33,6 +33,7 @@ constexpr struct {
               {"CoSetProxyBlanket", "5"},
               {"ExecNotificationQueryAsync", "6"}};
 
+// Does nothing for a number that is not one of the two, such as 0.
 void CollectFor(const std::wstring& number) {
     for (const Event& event : kEvents) {
         if (number == std::to_wstring(event.number)) {
@@ -62,8 +63,8 @@ void SettleEvent() {
 }  // namespace
 
 void WmiEventManager::initWmiEventReceiver(bool initCom) {
-    constexpr std::uint32_t kMinute = 60000;
-    for (std::uint32_t wait = 0;;) {  // a good cycle in between does not reset it
+    constexpr std::uint32_t kMinute = 60000;  // milliseconds
+    for (std::uint32_t wait = 0;;) {          // Kept: good cycles between two failures do not reset it
         while (setWmiEventReceiver(initCom) != 1) {
         }
         wait += kMinute;
@@ -95,18 +96,19 @@ int WmiEventManager::setWmiEventReceiver(bool initCom) {
 
 void WmiEventManager::waitForWmiEvent(EventSink&) {
     SettleEvent();
-    WaitRegKeyChange(kLocalMachine, kProductKey);  // of any value under the key
+    WaitRegKeyChange(kLocalMachine, kProductKey);  // any value under the key ends the wait
     const std::wstring mainSwitch = ReadRegString(kLocalMachine, kProductKey, L"MainSwitch");
     const std::wstring number = ReadRegDword(kLocalMachine, kProductKey, kPendingEvent);
     if (mainSwitch == ERROR_READREG || mainSwitch == L"0") {
         LogMessage("[WmiEventManager][waitForWmiEvent] WMI event do not collect!!");
-        return;  // with the number where it is
+        return;  // Kept: the number stays until the next cycle begins
     }
     if (mainSwitch != L"1") {
         return;
     }
     LogMessage("[WmiEventManager][waitForWmiEvent] WMI event need to collect!!");
-    // A setting or a registry text that holds no number does not end the receiver: the next one may be sound.
+    // A setting or a registry text that is not a number goes to the event log and does not end the receiver: the next
+    // one may be sound.
     AtRoot("waitForWmiEvent", [&] { CollectIfDue(number); });
     SettleEvent();
 }
