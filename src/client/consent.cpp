@@ -10,10 +10,11 @@
 namespace zorvalis {
 namespace {
 
+// The library's one function that is called. 1 stands for recorded.
 using SetAPInfo = std::int32_t(const char* uuid, const wchar_t* windowsAccount, const char* appName,
                                const char* appVersion, std::int32_t isAgreePP, const SystemTime* time);
 
-// `prepare` gives the texts in the library's forms, account, name and version, and logs them.
+// One call of the library. `prepare` returns Texts, in the forms that the library takes, and traces them.
 template <class Prepare>
 bool Record(const std::string& name, const SystemTime& time, bool isAgreePP, Prepare prepare) {
     LogMessage("[SystemInfoClass] <-- " + name);
@@ -22,7 +23,7 @@ bool Record(const std::string& name, const SystemTime& time, bool isAgreePP, Pre
         const platform::SharedLibrary library(L"ChkReg.dll");
         auto* const setAPInfo = library.function<SetAPInfo>("SetAPInfo");
         if (setAPInfo == nullptr) {
-            return false;
+            return false;  // Kept: without the closing line
         }
         const std::string uuid = getDeviceUUID();
         const auto [windowsAccount, appName, appVersion] = prepare();

@@ -1,4 +1,4 @@
-// Hands a user's answer to the privacy policy, with the device's identity, to the closed library that records it. No
+// Hands a user's answer to the privacy policy, with the device's UUID, to the closed library that records it. Takes no
 // lock: two calls may load the library at once.
 #pragma once
 
@@ -8,8 +8,8 @@
 
 namespace zorvalis {
 
-// Both are true exactly when the library says that the answer was recorded; a missing library gives false. Wide text,
-// and text in the ANSI code page.
+// True when the library says that it recorded the answer; false for any other result, and without the library. `time`
+// is when the user answered. CallPP takes wide texts, CallPPForString texts in the ANSI code page.
 bool CallPP(const std::wstring& windowsAccount, const std::wstring& appName, const std::wstring& appVersion,
             const SystemTime& time, bool isAgreePP);
 bool CallPPForString(std::string windowsAccount, std::string appName, std::string appVersion, SystemTime time,

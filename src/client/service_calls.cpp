@@ -1,4 +1,4 @@
-// The JSON way: from the text of a call to the text of its answer.
+// The JSON way: from the text of a call to the text of its answer. The direct way is in system_info.cpp.
 #include <array>
 #include <cstdio>
 #include <stdexcept>
@@ -17,7 +17,7 @@
 namespace zorvalis {
 namespace {
 
-// A value that is no object lacks every key.
+// A value that is not an object has no keys, so such a call is answered like one whose key is missing.
 bool HasKey(const Json& value, const char* key) {
     if (value.is_object() && value.contains(key)) {
         return true;
@@ -46,7 +46,7 @@ void SetAppFolderFrom(const std::string& path) {
     JobManager::GetInstance().DoJob(L"jobSetAppFolder", 0, 0);
 }
 
-// The words tell how the job ended, not which way the switch was set.
+// Kept: True and False in the event log tell whether the job succeeded, not which way the switch was set.
 bool SetMainSwitchFrom(const std::string& on) {
     JobManager::GetInstance().RequestMainSwitch(on == "1" ? 1 : 0);
     const bool done = JobManager::GetInstance().DoJob(L"jobSetMainSwitch", 0, 0) == 1;
@@ -54,7 +54,7 @@ bool SetMainSwitchFrom(const std::string& on) {
     return done;
 }
 
-// Functions 14 and 15 record a change that the client has made itself; the mode stays as it is.
+// Functions 14 and 15 only record a change that the client has made by itself; they do not set the mode.
 void CollectQuietFan(const std::string& on) {
     if (on == "1") {
         JobManager::GetInstance().DoCollectJob(L"quiet_fan", JOB_TRIGGER_QUIET_FAN_ON, false, 0);
@@ -103,7 +103,7 @@ std::string SystemInfoClass::BigDataServiceCallDispatcher(std::wstring input) {
         return "";
     }
     std::string answer;
-    // Of all errors only this kind is caught. The others end the client's call, and leave the lock held.
+    // Kept: only this kind of error is caught. Any other leaves the job lock held and is a fault for the client.
     try {
         answer = AnswerCall(WideToUtf8(input));
     } catch (const std::invalid_argument& error) {
@@ -132,7 +132,7 @@ std::string SystemInfoClass::AnswerCall(const std::string& input) {
         function = JsonInteger(call["function"]);
         runs = HasKey(call, "version");
     } else {
-        answer = MakeAnswer(false, "Function unavailable", -1, -1);  // nobody sees it: the next step has other words
+        answer = MakeAnswer(false, "Function unavailable", -1, -1);  // Kept: overwritten by "Version unavailable"
     }
     if (runs) {
         version = JsonInteger(call["version"]);
@@ -161,7 +161,7 @@ SystemInfoClass::Outcome SystemInfoClass::TestAndRun(std::int32_t function, std:
             return {false, "Parameter not supported"};
         }
         for (const auto& [key, value] : call["parameter"].get<std::map<std::string, Json>>()) {
-            if (value.is_string()) {  // others are dropped without a word
+            if (value.is_string()) {  // Kept: members of other types are dropped without a word
                 parameters[key] = value.get<std::string>();
             }
         }
@@ -175,7 +175,7 @@ SystemInfoClass::Outcome SystemInfoClass::Run(std::int32_t function, Parameters 
         json["p1"] = text;
         return Outcome{true, DumpJson(json)};
     };
-    std::string& p1 = parameters["p1"];  // a missing one is empty
+    std::string& p1 = parameters["p1"];  // a missing one reads as an empty text
     switch (function) {
         case kGetModelName:
         case kGetSerialNumber:

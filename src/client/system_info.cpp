@@ -1,4 +1,4 @@
-// The direct way: getters that deliver by callback, and setters.
+// The direct way: getters that answer by callback, and setters. The JSON way is in service_calls.cpp.
 #include "client/system_info.h"
 
 #include <algorithm>
@@ -23,9 +23,10 @@
 namespace zorvalis {
 namespace {
 
-constexpr std::uint8_t kFlag = 1;  // of the hardware functions
+constexpr std::uint8_t kFlag = 1;  // what the hardware functions take as their flag
 
-using TextBuffer = std::array<wchar_t, 256>;  // longer than those of the collection: the exports take no length
+// Longer than the collectors' buffers, to be on the safe side: the exports take no length.
+using TextBuffer = std::array<wchar_t, 256>;
 
 struct NameFunction {
     std::int32_t number;
@@ -58,14 +59,14 @@ constexpr std::array<SystemInfoMember, 7> kSystemInfo = {{
     {"hdd", "WMIGetHDDInfo", "hdd==========: "},
 }};
 
-// As the C library's own conversion does it without a locale: byte by byte, up to the first character that is none.
+// Kept: as the C library converts in the "C" locale, character by character up to the first one beyond 255.
 std::string NarrowWithoutLocale(const std::wstring& text) {
     const auto end =
         std::find_if(text.begin(), text.end(), [](wchar_t c) { return static_cast<std::uint32_t>(c) > 0xFF; });
     return NarrowBytes(std::wstring(text.begin(), end));
 }
 
-// All or nothing: a text that does not fit leaves an empty one.
+// All or nothing: a text that does not fit leaves an empty text. `outputSize` counts characters.
 void CopyBounded(wchar_t* output, std::int32_t outputSize, const wchar_t* text) {
     if (output == nullptr || outputSize <= 0) {
         return;
@@ -77,7 +78,7 @@ void CopyBounded(wchar_t* output, std::int32_t outputSize, const wchar_t* text) 
     }
 }
 
-// Between the two lines that every direct call writes.
+// Every call that is not left by an exception writes these two trace lines around its work.
 template <class Call>
 void Traced(const std::string& name, Call call) {
     LogMessage("[SystemInfoClass] <-- " + name);
@@ -132,7 +133,7 @@ std::string SystemInfoClass::NameText(std::int32_t function) {
     ZorvWinIoDll zorvWinIoDll;
     TextBuffer buffer{};
     zorvWinIoDll.ReadWide(name.function, buffer.data(), kFlag);
-    std::string text = NarrowBytes(WideText(buffer));  // mangles what is not Latin, and that is accepted
+    std::string text = NarrowBytes(WideText(buffer));  // Kept: characters beyond 255 are mangled
     LogMessage(name.words + text);
     return text;
 }
@@ -176,7 +177,7 @@ std::int32_t SystemInfoClass::QuietFanMode() {
 std::int32_t SystemInfoClass::MainSwitch() {
     const std::wstring text = ReadRegString(kLocalMachine, kProductKey, L"MainSwitch");
     LogMessage("[SystemInfoClass] Func_GetMainSwitchByUser : return : " + WideToUtf8(text));
-    return text == L"1" ? 1 : 0;  // a failed read too
+    return text == L"1" ? 1 : 0;  // Kept: a value that is missing reads as off here, although collecting is on then
 }
 
 void SystemInfoClass::GetTestDataFunc(std::int64_t value, std::int64_t cookie) {
@@ -259,7 +260,8 @@ void SystemInfoClass::SetBatteryHealth(std::int64_t value, std::int64_t cookie) 
         {60, JOB_TRIGGER_BATTERY_HEALTH_60, L" SetBatteryHealth 60"},
     }};
     Traced("SetBatteryHealth", [&] {
-        platform::callback_integer(static_cast<std::int32_t>(value), kSetBatteryHealth, cookie);  // whatever it is
+        // Kept: the client hears its value back before anything is done, also one that is then ignored.
+        platform::callback_integer(static_cast<std::int32_t>(value), kSetBatteryHealth, cookie);
         const auto* const mode =
             std::find_if(kModes.begin(), kModes.end(), [=](const Mode& one) { return one.value == value; });
         if (mode != kModes.end()) {
@@ -295,7 +297,7 @@ void SystemInfoClass::SetMyZorvPP(const wchar_t* windowsAccount, const wchar_t* 
         *result = 0;
         const bool complete =
             windowsAccount != nullptr && appName != nullptr && appVersion != nullptr && timeText != nullptr;
-        if (complete && isAgreePP) {  // a refusal does not reach the library this way
+        if (complete && isAgreePP) {  // Kept: a refusal does not reach the library this way
             const SystemTime time = ParseSystemTime(WideByte2Ansi(timeText));
             *result = CallPP(windowsAccount, appName, appVersion, time, isAgreePP) ? 1 : 0;
         }

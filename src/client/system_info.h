@@ -1,7 +1,7 @@
-// What is behind every call of a client. A client asks in one of two ways: with a JSON text that is answered by one, or
-// directly, where a value goes back by a callback into the client while its call runs. One instance serves one client
-// context; it has no state, and any number of calls may run on it at once. What they do is kept apart by the job lock,
-// for which a call waits 60 seconds and is then dropped.
+// What is behind every call of a client (docs/rpc.md). A client asks in one of two ways: with a JSON text that is
+// answered by a JSON text, or directly, where the value goes back by a callback into the client while its call runs.
+// One instance serves one client context. It has no state, so any number of calls may run on it at once, on threads of
+// the transport. The job lock keeps their work apart: a call waits 60 seconds for it and is then dropped.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +12,8 @@
 
 namespace zorvalis {
 
-// The numbers of the functions, in calls as in callbacks.
+// The functions' numbers, in JSON calls and in callbacks. Kept: 6 and 7 are for callbacks only; a JSON call of them is
+// refused.
 enum ServiceFunction : std::int32_t {
     kGetModelName = 0,
     kGetSerialNumber = 1,
@@ -37,17 +38,20 @@ enum ServiceFunction : std::int32_t {
 
 class SystemInfoClass {
 public:
-    // The answer to `input` in `output`, which has room for `outputSize` characters; empty when there is none or when
-    // it does not fit. Raises what the dispatcher raises.
+    // Writes the answer to the JSON call `input` to `output`, which has room for `outputSize` characters; an empty text
+    // when there is no answer or it does not fit. Throws what the dispatcher throws.
     void BigDataServiceCall(const wchar_t* input, wchar_t* output, std::int32_t outputSize);
 
-    // Empty when no answer could be made. A call with members of the wrong type raises, and leaves with the job lock
-    // held: from then on only its thread is served.
+    // The answer to a JSON call; empty for a call that is not JSON, or when the job lock cannot be had. Kept: a call
+    // with members of the wrong type throws std::domain_error (std::out_of_range for a consent number that is too
+    // large) and leaves the job lock held: from then on only calls on the same thread are served.
     std::string BigDataServiceCallDispatcher(std::wstring input);
 
-    // Runs a getter and delivers its value by callback; without the job lock there is no callback.
+    // Runs a getter and sends its value by callback, together with the client's `cookie`. Makes no callback when the
+    // job lock cannot be had, or for a function that is no direct getter.
     void SystemInfoDispatcher(std::int32_t function, std::int64_t cookie);
 
+    // A way through all layers and back, for developers: asks the test library to add one.
     void GetTestDataFunc(std::int64_t value, std::int64_t cookie);
     void GetModelName(std::int64_t cookie);
     void GetSerialNumber(std::int64_t cookie);
@@ -59,23 +63,25 @@ public:
     void GetSystemInfoData(std::int64_t cookie);
     void GetMainSwitchByUser(std::int64_t cookie);
     void GetVersionString(std::int64_t cookie);
+    // Answers in the buffer, like BigDataServiceCall, and without the job lock.
     void GetUUID(wchar_t* output, std::int32_t outputSize);
 
-    // These change something, and take the job lock only through their jobs.
+    // These change something. They do not take the job lock themselves, but each of their jobs does.
     void SetAppFolder(const wchar_t* path, std::int64_t cookie);
     void SetBatteryHealth(std::int64_t value, std::int64_t cookie);
     void SetQuietFan(bool on, std::int64_t cookie);
     void SetMainSwitchByUser(bool on, std::int64_t cookie);
-    // `result` is 1 when the consent was recorded. Only an agreement is.
+    // `result` becomes 1 when the consent was recorded, else 0. Kept: this way records an agreement only, the JSON
+    // function a refusal too.
     void SetMyZorvPP(const wchar_t* windowsAccount, const wchar_t* appName, const wchar_t* appVersion,
                      const wchar_t* timeText, bool isAgreePP, std::int32_t* result);
 
-    // The text of one of the seven functions behind the system information; empty for any other name.
+    // The library's text for one of the seven functions in kSystemInfo; empty for any other name.
     std::wstring ReadFromDllFunction(const std::string& name);
     Json RetriveSystemInfoJson();
 
 private:
-    // How a function of the JSON way ended, and the text that goes with it.
+    // How a function called by JSON ended, and the text for the answer's "parameter".
     struct Outcome {
         bool success;
         std::string parameter;
@@ -86,7 +92,8 @@ private:
     Outcome TestAndRun(std::int32_t function, std::int32_t version, const Json& call);
     Outcome Run(std::int32_t function, Parameters parameters);
 
-    // The values, as both ways deliver them: narrow text, of which nobody says in which code page it is.
+    // The values, as both ways deliver them. Kept: names are narrowed byte by byte, the system information is in the
+    // ANSI code page, and a client is told neither.
     std::string NameText(std::int32_t function);
     std::string SystemInfoText();
     std::int32_t BatteryHealthMode();
