@@ -1,4 +1,5 @@
-// Conversions between UTF-8, the ANSI code page and wide text. A failed conversion is an empty text and a log line.
+// Conversions between UTF-8, the machine's ANSI code page and wide text, up to the first NUL. A conversion that fails
+// gives an empty text and a trace line.
 #pragma once
 
 #include <memory>
@@ -10,7 +11,7 @@ std::wstring Utf82Unicode(const std::string& text);
 std::string WideByte2Ansi(const std::wstring& text);
 std::string Utf8ToAnsi(const std::string& text);
 
-// From the ANSI code page, without a log line. The caller owns the buffer.
+// From the ANSI code page. A failure gives an empty text and no trace line.
 std::unique_ptr<wchar_t[]> AnsiToWideBuffer(const char* text);
 
 }  // namespace zorvalis

@@ -1,3 +1,4 @@
+// The device's UUID and serial number, and the board's GUID (ZorvWinIoDll::wmiGetBoardUUID).
 #include "common/device_identity.h"
 
 #include <algorithm>
@@ -13,6 +14,7 @@
 namespace zorvalis {
 namespace {
 
+// Writes the UUID to the registry and returns it as text.
 std::string KeepCopy(const platform::Uuid& uuid, const char* words) {
     const std::wstring text = platform::uuid_to_text(uuid);
     std::string result = NarrowBytes(text);
@@ -21,7 +23,7 @@ std::string KeepCopy(const platform::Uuid& uuid, const char* words) {
     return result;
 }
 
-// Asked here, since the C library's answer differs by system and locale.
+// Windows and Linux differ about it, and so do locales: a fixed list gives the same text everywhere.
 bool IsWhiteSpace(wchar_t c) {
     constexpr std::wstring_view kOthers = L" \u0085\u00A0\u1680\u2028\u2029\u202F\u205F\u3000";
     return (c >= L'\t' && c <= L'\r') || (c >= L'\u2000' && c <= L'\u200A') ||
@@ -39,9 +41,10 @@ std::string getDeviceUUID() {
         if (copy != ERROR_READREG) {
             return NarrowBytes(copy);
         }
-        // Kept in the registry alone: the next failure of the storage finds it there.
+        // Kept: this one is in the registry only. When the storage works again, the UUID is another.
         return KeepCopy(platform::create_uuid(), "[getDeviceUUID] uuid: ");
     }
+    // Storage that was never written holds 0xFF in every byte.
     const bool blank = std::all_of(uuid.begin(), uuid.end(), [](std::uint8_t byte) { return byte == 0xFF; });
     if (blank) {
         uuid = platform::create_uuid();
@@ -80,7 +83,7 @@ void ZorvWinIoDll::wmiGetBoardUUID(wchar_t* buffer, std::uint8_t flag) {
         return;
     }
     std::erase_if(cached, IsWhiteSpace);
-    // The buffer comes zeroed, so the text needs no terminator of its own.
+    // The caller has zeroed the buffer, so the text ends with a NUL.
     cached.copy(buffer, kTextCapacity - 1);
 }
 

@@ -19,7 +19,7 @@ void WriteTestLog(std::string text) {
     std::tm now{};
     platform::local_time(platform::now_seconds(), now);
     CreateDebugLogFolder();
-    // The doubled backslash is the folder's own and the name's.
+    // Kept: two backslashes in a row, the folder's last character and the name's first.
     const platform::File file = platform::open_file(
         "C:\\ProgramData\\Zorv\\Zorvcore\\Zorvalis\\DebugLog\\"
         "\\Testlog.txt",

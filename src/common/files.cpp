@@ -15,8 +15,8 @@
 namespace zorvalis {
 namespace {
 
-// Windows opens the device for its name in any folder and with any ending, and a superscript 1 to 3 counts as the
-// digit.
+// Whether Windows opens a device for the name. It does so in any folder and with any ending, and takes a superscript 1,
+// 2 or 3 in "COM1" for the digit.
 bool IsDevice(std::string_view name) {
     std::string stem(name.substr(0, name.find('.')));
     stem.erase(stem.find_last_not_of(' ') + 1);
@@ -84,7 +84,7 @@ std::int64_t GetFileSize(const std::string& path) {
 bool IsBareFileName(std::string_view name) {
     constexpr std::string_view kElsewhere("\\/:\0", 4);
     return !name.empty() && name.find_first_of(kElsewhere) == std::string_view::npos && name.back() != '.' &&
-           name.back() != ' ' && !IsDevice(name);  // Windows drops a last dot or blank
+           name.back() != ' ' && !IsDevice(name);
 }
 
 bool IsInDataFolder(const std::string& name) {
@@ -94,7 +94,7 @@ bool IsInDataFolder(const std::string& name) {
 
 std::string getCurrentPath() {
     constexpr std::size_t kCapacity = 260;
-    constexpr std::size_t kExecutableName = 22;  // no separator is searched for
+    constexpr std::size_t kExecutableName = 22;  // Kept: the name's length; no separator is searched for
     std::array<wchar_t, kCapacity> module{};
     std::array<char, kCapacity> path{};
     platform::module_file_name(module.data(), static_cast<int>(kCapacity));

@@ -15,24 +15,26 @@ constexpr platform::Guid kTraceControl = {0xeb75ff2f, 0xdde7, 0x4f4d, {0x8e, 0xc
 constexpr platform::Guid kTraceMessages = {
     0x57b959a4, 0xc260, 0x3299, {0x33, 0xa3, 0x27, 0x53, 0xb4, 0x16, 0xe0, 0xa4}};
 
-constexpr std::uint32_t kMessageFlags = 0x2B;  // sequence, GUID, timestamp, system information
+constexpr std::uint32_t kMessageFlags = 0x2B;  // send along: sequence, GUID, timestamp, system information
 constexpr std::uint16_t kNarrowMessage = 10;
 constexpr std::uint16_t kWideMessage = 11;
-constexpr std::uint8_t kLevel = 4;  // every message has this level and flag bit 0
+constexpr std::uint8_t kLevel = 4;  // every message has this level and this flag; a session must ask for both
 constexpr std::uint32_t kFlag = 1;
 constexpr std::uint32_t kInvalidParameter = 0x57;
 
-// Written by the system's callback thread and by start and stop, read by every thread that logs.
+// Written by ControlTrace, on a thread of Windows, and by start and stop; read by every thread that logs, without a
+// lock.
 struct TraceControlBlock {
     std::atomic<std::uint64_t> logger{0};
     std::atomic<std::uint8_t> level{0};
     std::atomic<std::uint32_t> flags{0};
     std::atomic<std::uint64_t> registration{0};
-    std::atomic<TraceControlBlock*> started{nullptr};  // the list of blocks, of which there is only one
+    std::atomic<TraceControlBlock*> started{nullptr};  // this block between start and stop, else null
 };
 
 TraceControlBlock controlBlock;
 
+// Called when a trace session turns the provider on or off. Returns a Windows error number, 0 for success.
 std::uint32_t ControlTrace(std::uint32_t request, void* context, void* buffer) {
     auto& block = *static_cast<TraceControlBlock*>(context);
     switch (request) {
@@ -100,7 +102,7 @@ void ReportServiceEvent(const wchar_t* text, std::uint16_t type) {
         if (owned) {
             platform::report_event(L"Zorvalis", type, L"Zorvalis", text);
         }
-    } catch (...) {  // without memory the entry is lost, and the caller may be in a handler of its own
+    } catch (...) {  // out of memory the entry is lost: the caller may be handling an exception itself
     }
     if (owned) {
         EventLogLock().release();

@@ -1,5 +1,6 @@
-// The registry as the system uses it: every value reads as text, and a failed read is the text "ERROR_READREG", which
-// callers compare with before they parse.
+// The registry as the product uses it: every value reads as text, and a failed read is the text "ERROR_READREG", with
+// which callers compare before they parse. Any thread may call. Kept: on Windows a successful read or write leaves its
+// key's handle open for the life of the process.
 #pragma once
 
 #include <cstdint>
@@ -21,17 +22,19 @@ inline constexpr wchar_t kConfigKey[] = L"SOFTWARE\\Zorv\\Config";
 inline constexpr wchar_t kFactoryConfigKey[] = L"SOFTWARE\\Zorv\\FactoryConfig";
 inline constexpr wchar_t kSetupStateKey[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Setup\\State";
 
-// A value has one type: a number does not read as a string, nor a string as a number.
+// ERROR_READREG when the key or value is missing, has the other type, or is a text of more than 254 characters. A
+// number reads as decimal text.
 std::wstring ReadRegString(RegistryRoot root, std::wstring key, std::wstring value);
 std::wstring ReadRegDword(RegistryRoot root, std::wstring key, std::wstring value);
 
+// True on success. A write makes missing keys.
 bool WriteRegString(RegistryRoot root, std::wstring key, std::wstring value, std::wstring data);
 bool WriteRegDword(RegistryRoot root, std::wstring key, std::wstring value, std::uint32_t data);
 bool DeleteRegValue(RegistryRoot root, std::wstring key, std::wstring value);
 bool DeleteRegKey(RegistryRoot root, std::wstring key);
 
-// Returns after a change of the key or of anything below it. When the key cannot be opened it returns at once, so that
-// a caller in a loop spins for as long as that lasts; on the stand-in machine it takes a second then.
+// Returns after a change of the key or of anything below it, by any process. Kept: when the key cannot be opened it
+// returns at once, so a caller in a loop then takes a whole processor; on the stand-in machine it takes a second.
 void WaitRegKeyChange(RegistryRoot root, std::wstring key);
 
 }  // namespace zorvalis

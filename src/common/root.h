@@ -1,5 +1,5 @@
-// Where nothing may leave: at the root of a thread that the system runs, and in loops that outlive what fails in them.
-// An error that nobody has caught goes to the event log in words, and the process goes on.
+// Where an exception must not pass: at the root of a thread that Windows or a library calls us on, and in a loop that
+// is to outlive what fails in it. AtRoot writes the exception to the event log, and the process goes on.
 #pragma once
 
 #include <array>
@@ -15,10 +15,11 @@ namespace zorvalis {
 inline void ReportEarlyEnd(const char* name, const char* why) noexcept {
     try {
         ReportServiceEvent((WidenBytes(name) + L" ended early" + WidenBytes(why)).c_str(), kWarning);
-    } catch (...) {  // there is no memory for the words
+    } catch (...) {  // out of memory: nothing can be reported
     }
 }
 
+// Runs `call`. `name` stands at the start of the entry, "<name> ended early: <why>".
 template <class Call>
 void AtRoot(const char* name, Call call) noexcept {
     try {
@@ -27,7 +28,7 @@ void AtRoot(const char* name, Call call) noexcept {
         std::array<char, 200> why{};
         std::snprintf(why.data(), why.size(), ": %s", error.what());
         ReportEarlyEnd(name, why.data());
-    } catch (std::uint32_t error) {  // one of the system's
+    } catch (std::uint32_t error) {  // a Windows error number
         std::array<char, 20> why{};
         std::snprintf(why.data(), why.size(), ": 0x%08lx", static_cast<unsigned long>(error));
         ReportEarlyEnd(name, why.data());

@@ -11,7 +11,7 @@
 namespace zorvalis {
 namespace {
 
-// The format spells its fields out: the short forms %F and %T give nothing in every C library.
+// `format` is strftime's, without the short forms %F and %T: not every C library knows them.
 std::string LocalText(std::int64_t seconds, const char* format) {
     std::tm local{};
     if (!platform::local_time(seconds, local)) {
@@ -48,7 +48,7 @@ SystemTime ParseSystemTime(const std::string& text) {
 bool SystemTimeToTicks(const SystemTime& time, std::uint64_t& ticks) {
     using namespace std::chrono;
     const year_month_day date{year{time.year}, month{time.month}, day{time.day}};
-    // The calendar types keep one byte of a month or day.
+    // Months and days are compared too, since the calendar types keep only their lowest byte.
     if (time.year < 1601 || time.year > 30827 || time.month > 12 || time.day > 31 || !date.ok() || time.hour > 23 ||
         time.minute > 59 || time.second > 59 || time.milliseconds > 999) {
         return false;

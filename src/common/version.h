@@ -1,4 +1,5 @@
-// The version of the service, which the setting file, the records and the registry carry.
+// The version of the service, as clients, records and the registry show it. A stored setting file rules only when it
+// has the same.
 #pragma once
 
 namespace zorvalis {

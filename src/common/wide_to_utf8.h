@@ -1,11 +1,11 @@
-// The one conversion that logging needs too, so it logs nothing itself; code_page.h has those that do.
+// The one conversion that traces nothing, since tracing needs it itself. Those of code_page.h do.
 #pragma once
 
 #include <string>
 
 namespace zorvalis {
 
-// An empty text for a failed conversion.
+// An empty text when the conversion fails.
 std::string WideToUtf8(const std::wstring& text);
 
 }  // namespace zorvalis
