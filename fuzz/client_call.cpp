@@ -1,3 +1,5 @@
+// An application's call in JSON (FuzzClientCall): any text must be answered in the documented form, or not at all, and
+// nothing may be written behind the client's buffer.
 #include <array>
 #include <cstdio>
 #include <cwchar>
@@ -15,7 +17,7 @@ using namespace zorvalis;
 
 namespace {
 
-// As a client's text arrives; bytes that are no UTF-8 become characters each.
+// The bytes as the wide text that arrives from a client. When they are not UTF-8, each byte becomes a character.
 std::wstring Arrived(std::string_view bytes) {
     const std::string text(bytes.substr(0, bytes.find('\0')));
     std::wstring wide(text.size() + 1, L'\0');
@@ -24,6 +26,7 @@ std::wstring Arrived(std::string_view bytes) {
     return length > 0 ? wide.substr(0, length - 1) : WidenBytes(text);
 }
 
+// 1 for success, 0 for an error, -1 for no answer; any other form is a finding.
 std::int32_t Judge(const std::string& text) {
     if (text.empty()) {
         return -1;
@@ -47,13 +50,13 @@ std::int32_t FuzzClientCall(std::string_view bytes) {
     std::remove((platform::machine_folder() + "/eventlog.jsonl").c_str());
     constexpr std::int32_t kSize = 300;
     std::array<wchar_t, kSize + 1> output{};
-    output.back() = L'#';
+    output.back() = L'#';  // behind the buffer: must stay
     const std::int32_t result = Attempt([&] {
         SystemInfoClass().BigDataServiceCall(Arrived(bytes).c_str(), output.data(), kSize);
         return Judge(WideToUtf8(output.data()));
     });
     if (result == kRaised) {
-        JobLock().release();  // which such a call leaves held
+        JobLock().release();  // a call that throws leaves it held
     }
     if (output.back() != L'#') {
         Finding("an answer beyond the end of the buffer");

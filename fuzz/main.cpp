@@ -1,4 +1,4 @@
-// The fuzzer's own main calls this with each input.
+// A fuzzer's program: libFuzzer's own main calls this with each input. The build names the target.
 #include <cstddef>
 #include <cstdint>
 

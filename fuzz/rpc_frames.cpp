@@ -1,3 +1,5 @@
+// The stand-in machine's local endpoint (FuzzRpcFrames): whatever lines a client sends, the procedures must get sound
+// arguments, each answer must follow the protocol, and each context must be closed once.
 #include <cwchar>
 #include <set>
 #include <stdexcept>
@@ -20,7 +22,7 @@ void Expect(bool holds, const char* what) {
     }
 }
 
-// The context is in use, a text has its end.
+// A procedure must only get a context that is open.
 void Use(platform::RpcContext context) {
     Expect(*static_cast<int*>(context) == 1, "a context that is not open");
 }
@@ -38,7 +40,7 @@ void Copy(const wchar_t* text, wchar_t* output, std::int32_t size) {
     Expect(output[room - 1] == L'\0', "a buffer that is not cleared");
 }
 
-// Procedures that use all that they are given.
+// Procedures that touch all that they are given, so that the sanitizers see what is wrong with it.
 platform::RpcProcedures Procedures() {
     const auto text = [](platform::RpcContext context, std::int64_t cookie) {
         Use(context);
@@ -74,7 +76,7 @@ platform::RpcProcedures Procedures() {
     return p;
 }
 
-// 0 for a result, else the error's code.
+// The code of an answer: 0 for a result, else the error's number. A form that is not the protocol's is a finding.
 std::int32_t CodeOf(const std::string& line) {
     const Json answer = zorvalis::ParseJson(line);
     Expect(line.find('\n') == std::string::npos && answer.size() == 3 && answer.at("jsonrpc") == "2.0" &&

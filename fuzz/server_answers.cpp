@@ -1,3 +1,5 @@
+// The server's answers while a file is sent (FuzzServerAnswers): whatever it answers, the upload must end with a result
+// code or with an error for bad input.
 #include <sqlite3.h>
 
 #include <cstring>
@@ -21,7 +23,7 @@ struct DatabaseCloser {
 };
 using Database = std::unique_ptr<sqlite3, DatabaseCloser>;
 
-// The file to send; the result is the status database with its row, in the clear.
+// Makes the file to send. Returns the bytes of the status database with its row, without the resting transform.
 std::string MakeFiles() {
     {
         BG_FILESTATUS_CONTROLLER controller;
@@ -37,7 +39,7 @@ std::string MakeFiles() {
     return image;
 }
 
-// A copy in memory for each input, since an answer's text becomes part of a statement.
+// A fresh copy in memory for each input: an answer's text becomes part of a statement and may change the database.
 Database OpenStatusDb() {
     static const std::string kImage = MakeFiles();
     sqlite3* database = nullptr;
@@ -50,6 +52,7 @@ Database OpenStatusDb() {
     return Database(database);
 }
 
+// "!500\nbody" has the status 500, any other text 200.
 ServerAnswer AnswerOf(std::string_view text) {
     if (!text.starts_with('!')) {
         return {L"200", std::string(text)};

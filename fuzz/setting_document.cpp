@@ -1,3 +1,5 @@
+// The setting file (FuzzSettingDocument): whatever it says, the predicates and the download must work with it or refuse
+// it, and what is stored must read as the same again.
 #include <cstdio>
 
 #include "base/json.h"
@@ -14,7 +16,7 @@ using namespace zorvalis;
 
 namespace {
 
-// With every key, so that no value of an earlier input lives on.
+// With every key, since a value stays when a later file does not have its key: no earlier input may shine through.
 constexpr char kUsual[] = R"({"version": "2.0.6.0", "downloadSetting": "d1", "intervalTimer": "1",
     "totalCollectTime": "600", "thermal": "m30", "battery_power": "m10", "systeminfo": "d1", "upload": "d1",
     "poweronoff": "poweronoff", "suspend_resume": "suspend_resume", "ac_dc": "ac_dc",
@@ -28,7 +30,7 @@ JobManager& Jobs() {
 }
 
 void Store(const std::string& text) {
-    platform::remove_file(kStored);  // a file that is written anew waits for a disk
+    platform::remove_file(kStored);  // some file systems wait for the disk when a file is overwritten
     FuzzMachine().setting(text);
 }
 
@@ -45,7 +47,7 @@ void StartAnew() {
     Jobs().ReloadSettingFile();
 }
 
-// What a pass and an event do by the settings that rule now.
+// Asks all that a pass and an event ask of the settings that rule now.
 void Obey() {
     const std::int64_t now = platform::now_seconds();
     for (const bool timed : {true, false}) {
@@ -56,6 +58,7 @@ void Obey() {
     }
 }
 
+// The result of UpdateSettingFile when the server gives that answer.
 std::int32_t Download(std::string answer) {
     SetAnswers({{L"200", std::move(answer)}});
     const std::int32_t result = Attempt([] { return Jobs().UpdateSettingFile(); });
@@ -65,7 +68,7 @@ std::int32_t Download(std::string answer) {
     return result;
 }
 
-// The document in an answer that is right otherwise; a character for each byte.
+// An answer that is right except for its document, in which each byte is a character.
 std::string Wrapped(std::string_view document) {
     std::string text;
     for (const char c : document) {

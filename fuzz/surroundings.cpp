@@ -1,3 +1,4 @@
+// The surroundings, and the functions of the platform floor that they replace (namespace platform, below).
 #include "surroundings.h"
 
 #include <algorithm>
@@ -15,7 +16,7 @@
 namespace {
 
 constexpr std::uint32_t kConnectionError = 12030;
-constexpr std::size_t kPiece = 64;  // small, so that a NUL cuts one piece and others follow
+constexpr std::size_t kPiece = 64;  // bytes of one read; small, so that a NUL cuts one piece and others follow
 
 std::vector<ServerAnswer> answers;
 std::size_t next = 0;

@@ -1,6 +1,6 @@
-// What a target runs in: a machine that lives as long as the process, a server that is a list of answers, and hardware
-// that is a notebook. Both stand at the platform floor in place of its network and its shared libraries, so that a run
-// takes a millisecond.
+// What a target runs in: a machine that lives as long as the process, a server that is a list of answers, and a
+// hardware library that says "Notebook". The last two replace the platform floor's HTTP client and shared libraries
+// when the program is linked, so that a run takes a millisecond.
 #pragma once
 
 #include <stdexcept>
@@ -12,21 +12,22 @@
 #include "targets.h"
 
 struct ServerAnswer {
-    std::wstring status;
+    std::wstring status;  // the HTTP status in decimal
     std::string body;
 };
 
-// The answers to the exchanges from now on. After the last one the connection is lost, once: nothing is tried again.
+// The answers to the exchanges from now on. The exchange after the last one fails, and one more is a finding: the
+// product does not try again.
 void SetAnswers(std::vector<ServerAnswer> answers);
 
 // A notebook that is switched on and may collect. Its waits take no time.
 TestMachine& FuzzMachine();
 
-// Ends the process.
+// Reports what must not happen, and ends the process.
 [[noreturn]] void Finding(const char* what);
 
-// The result of `step`, or kRaised for an error that the system raises for bad input. An out_of_range that names a
-// function is the standard library's: an index that nobody checked.
+// The result of `step`, or kRaised when it throws what the product throws for bad input. An out_of_range whose text
+// names a function comes from the standard library, from an index that nobody checked: it passes on and ends the run.
 template <class Step>
 std::int32_t Attempt(Step step) {
     try {
