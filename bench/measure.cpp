@@ -71,6 +71,7 @@ void MakeMachine(const fs::path& machine) {
     fs::create_directories(machine);
     fs::copy_file(bin / "hardware.json", machine / "hardware.json");
     WriteRegString(kLocalMachine, kSetupStateKey, L"ImageState", L"IMAGE_STATE_COMPLETE");
+    // A machine collects from a week after its manufacture on.
     const std::time_t twoMonthsAgo = std::time(nullptr) - 60 * 86400;
     wchar_t date[20];
     std::wcsftime(date, std::size(date), L"%Y/%m/%d", std::localtime(&twoMonthsAgo));

@@ -1,4 +1,4 @@
-// What a process costs, and the machine on which the programs of this folder let it run.
+// What the benchmarks share: measuring what a process costs, and making the machine that it runs on.
 #pragma once
 
 #include <filesystem>
@@ -8,24 +8,25 @@
 struct Cost {
     double wall = 0;    // milliseconds
     double cpu = 0;     // milliseconds
-    double memory = 0;  // peak, MiB; at least that of the program that measures
+    double memory = 0;  // peak, MiB; never less than that of the measuring program, which the child starts as
 };
 
-// Runs a command to its end; one that fails ends this program too. `input` is a file for its standard input, or empty.
+// Runs a command to its end and measures it; a command that fails ends this program too. `input` is a file for its
+// standard input, or empty.
 Cost RunProcess(const std::vector<std::string>& command, const std::string& input = "");
 
-// Replaces this process; ends it when the command cannot be started.
+// Makes this process the command; ends it with 127 when the command cannot be started.
 [[noreturn]] void Execute(const std::vector<std::string>& command);
 
-// Of each number by itself.
+// The median of each number by itself.
 Cost Median(std::vector<Cost> costs);
 
-// The build that this program is part of.
+// The folder of the build that this program is part of.
 std::filesystem::path BuildFolder();
 
-// Makes a new machine in the folder, and it is this process's machine from now on. It may collect; every kind is due in
-// its first pass, but nothing that asks for the server.
+// Makes a new stand-in machine in the folder and lets this process and its children use it. It may collect. In its
+// first pass every kind of sample is due, but no upload and no query for settings, which need the server.
 void MakeMachine(const std::filesystem::path& machine);
 
-// As if what this timer stands for had just been done.
+// Sets a registry timer to now, so that its work is not due.
 void StartTimer(const wchar_t* name);

@@ -1,5 +1,6 @@
-// What a whole `-j0` pass costs, as a process, beside the plain program of floor_pass.cpp that does the same file
-// operations; then the same by the number of rows that the file holds already.
+// pass-bench [RUNS]: what a whole `-j0` pass costs as a process, beside floor_pass.cpp, which makes the same file
+// operations; on a new file, and by the number of rows that the file has already. RUNS, 15 without it, are made of
+// each.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -22,7 +23,8 @@ namespace {
 
 constexpr CollectionKind kKinds[] = {CollectionKind::Battery_Power, CollectionKind::Thermal, CollectionKind::SysInfo};
 
-// The file of this machine and month, holding `rows` rows of each timed kind that has room for them.
+// Makes the file of this machine and month with `rows` rows of each timed kind, or as many as its table takes. Returns
+// its name.
 std::string FillFile(int rows) {
     const std::string name = "O_" + getAutoDBFileName() + ".db";
     for (const CollectionKind kind : kKinds) {
@@ -40,6 +42,7 @@ std::string FillFile(int rows) {
     return name;
 }
 
+// What floor-pass reads: the statements of the samples of one pass.
 void WriteStatements(const fs::path& file) {
     std::ofstream out(file);
     for (const CollectionKind kind : kKinds) {
@@ -56,7 +59,7 @@ void PrintRow(const char* what, const Cost& pass, const Cost& floor) {
                 floor.wall, floor.cpu, floor.memory, pass.wall / floor.wall, pass.cpu / floor.cpu);
 }
 
-// What one read of a sensor costs: the library is loaded, initialised, asked, shut down and freed.
+// Microseconds for one read of a sensor: the library is loaded, initialised, asked, shut down and unloaded.
 double ReadCost() {
     constexpr int kReads = 500;
     const auto start = std::chrono::steady_clock::now();

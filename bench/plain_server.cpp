@@ -1,5 +1,5 @@
-// The floor under a call: a plain program that listens on a socket and answers each line with a constant one, and does
-// nothing else: it reads nothing of the line, has no thread for a call, no lock, no hardware and no log.
+// plain-server SOCKET: what rpc-bench compares the service with. It answers each line with the same constant line. It
+// does not look at the line and has no threads, no lock, no hardware and no log, so a service cannot be cheaper.
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/un.h>

@@ -1,5 +1,6 @@
-// The floor under an upload: a plain program that sends a file to the server in the same pieces, with the same requests
-// and headers and a connection for each, as the system does, and does nothing else: no status row, no chunk file.
+// plain-upload HOST ADDRESS CA FILE NAME: what upload-bench compares an upload with. It sends FILE to the server under
+// NAME as the product does, in the same pieces, with the same requests and headers and a connection for each. It keeps
+// no status row and no chunk file, so an upload cannot be cheaper. CA is the certificate of the server's authority.
 #include <curl/curl.h>
 #include <openssl/evp.h>
 
@@ -12,7 +13,7 @@ namespace {
 
 constexpr std::size_t kChunk = 16384;
 
-std::string host, address, authority;
+std::string host, address, authority;  // as on the command line
 
 [[noreturn]] void Fail(const std::string& text) {
     std::fprintf(stderr, "plain-upload: %s\n", text.c_str());
@@ -24,7 +25,7 @@ std::size_t Append(char* bytes, std::size_t size, std::size_t count, void* text)
     return size * count;
 }
 
-// A POST unless the body is empty. The answer must say "OK".
+// One request: a GET when the body is empty, else a POST. An answer without "OK" ends the program.
 std::string Call(const std::string& path, const std::string& body) {
     CURL* const easy = curl_easy_init();
     std::string answer;
@@ -69,14 +70,14 @@ std::string Hexadecimal(EVP_MD_CTX* md5) {
 }
 
 std::string Base64(const char* bytes, std::size_t size) {
-    std::string text((size + 2) / 3 * 4 + 1, '\0');  // the function ends its text with a NUL
+    std::string text((size + 2) / 3 * 4 + 1, '\0');  // EVP_EncodeBlock writes a NUL behind the text
     EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()), reinterpret_cast<const unsigned char*>(bytes),
                     static_cast<int>(size));
     text.pop_back();
     return text;
 }
 
-// Gives each piece of the file with its size, then rewinds it.
+// Calls `piece` with each piece of the file, then rewinds the file.
 template <class Piece>
 void ForEachPiece(std::FILE* file, Piece piece) {
     static char bytes[kChunk];

@@ -1,6 +1,6 @@
-// What a call of an application costs: a thousand connections to the running service, a hundred calls on each, some of
-// them bad, beside the same load on the plain socket server of plain_server.cpp. Each answer is checked; what the load
-// leaves behind in the service is compared with what an equal load before it left.
+// rpc-bench: what a call of an application costs. A thousand connections make a hundred calls each to the running
+// service, four in ten of them bad; plain_server.cpp gets the same load. Every answer of the service is checked. It
+// fails when the service has more descriptors or much more memory after a second such load than after the first.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/epoll.h>
@@ -36,10 +36,11 @@ namespace {
     std::exit(1);
 }
 
-// What a client asks for in turn, and a piece of what answers it; null: by one callback, then nothing.
+// The calls that a client makes in turn. `answer` must stand in the answer; null for a getter, which is answered by one
+// callback and a result of null.
 struct CallKind {
     const char* method;
-    const char* parameters;  // behind the context
+    const char* parameters;  // those after the context
     const char* answer;
 };
 constexpr CallKind kCalls[] = {
@@ -67,7 +68,7 @@ struct Load {
     }
 };
 
-// One connection, with one call at a time.
+// A client with one call at a time. Without `checks` it takes any line for an answer: the plain server's are constant.
 class Connection {
 public:
     Connection(const std::string& path, std::size_t number, bool checks) : next_(number), checks_(checks) {
@@ -95,7 +96,7 @@ public:
         Send(call.method, "\"context\":" + std::to_string(context_) + "," + call.parameters);
     }
 
-    // Takes what there is. True when the call has ended, which lasted that long.
+    // Reads one line. True when it was the answer; then `milliseconds` is how long the call took.
     bool Take(double& milliseconds) {
         const std::string line = ReceiveLine();
         if (line.find("\"method\"") != std::string::npos) {
@@ -184,15 +185,16 @@ Load Run(const std::string& path, int clients, int calls, bool checks) {
     return load;
 }
 
-// A server in a process of its own, until the end of the scope.
+// A server process, until the end of the scope. The constructor returns when it listens on `socket`.
 class Server {
 public:
     Server(const std::vector<std::string>& command, const fs::path& socket) {
         child_ = fork();
         if (child_ == 0) {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);  // also when this program is stopped
+            prctl(PR_SET_PDEATHSIG, SIGKILL);  // ends with this program, also when that is killed
             setenv(platform::kServiceVariable, "Zorvalis", 1);
-            dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO);  // a word there for each call that is no JSON
+            dup2(open("/dev/null", O_WRONLY),
+                 STDOUT_FILENO);  // the service prints a line for each call that is no JSON
             Execute(command);
         }
         while (!fs::exists(socket)) {
@@ -219,7 +221,8 @@ public:
         return pages * static_cast<double>(sysconf(_SC_PAGESIZE)) / (1 << 20);
     }
 
-    // For the connections that this program has closed, but not for what else the service has opened meanwhile.
+    // The service closes its ends of our connections a little later. Waits a second at most: it may also have opened
+    // other files for good.
     void WaitForDescriptors(long most) const {
         for (int tries = 0; Descriptors() > most && tries < 100; ++tries) {
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
@@ -242,14 +245,14 @@ void Row(const char* name, const Load& service, const Load& plain) {
 }  // namespace
 
 int main() {
-    // What a thousand threads leave in the allocator differs by some MiB from run to run.
+    // MiB. What a thousand threads leave in the allocator differs by that much from run to run.
     constexpr double kMostGrowth = 16;
     constexpr int kClients = 1000, kCallsOfEach = 100, kCallsAlone = 5000;
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
     limit.rlim_cur = limit.rlim_max;
     setrlimit(RLIMIT_NOFILE, &limit);
-    // A socket's path is short.
+    // The path of a socket has at most 107 characters, and the build's folder may be longer.
     static std::string folder = (fs::temp_directory_path() / "zorv-rpc-XXXXXX").string();
     if (mkdtemp(folder.data()) == nullptr) {
         Fail("no folder can be made in " + fs::temp_directory_path().string());

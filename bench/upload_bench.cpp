@@ -1,6 +1,6 @@
-// What it costs to send a file: a `-j0` pass in which only the upload is due, beside the plain program of
-// plain_upload.cpp that makes the same requests. Both talk over TLS to one reference server on loopback, whose own time
-// is in the wall time of both. What arrived is compared with what was sent.
+// upload-bench [RUNS [FOLDER]]: what it costs to send a file. A `-j0` pass in which only the upload is due stands
+// beside plain_upload.cpp, which makes the same requests. Both talk over TLS to one reference server on loopback, whose
+// own time is in the wall time of both. What arrived is compared with what was sent. FOLDER takes machine and server.
 #include <signal.h>
 #include <sqlite3.h>
 #include <sys/prctl.h>
@@ -36,7 +36,7 @@ constexpr double kPause = 200;  // milliseconds before each chunk and before the
     std::exit(1);
 }
 
-// The reference server, with an authority of its own, until the end of the scope.
+// The reference server, with a certificate authority of its own, until the end of the scope.
 class Server {
 public:
     explicit Server(const fs::path& folder) : folder_(folder) {
@@ -49,7 +49,7 @@ public:
         }
         if (child_ == 0) {
             dup2(output[1], STDOUT_FILENO);
-            prctl(PR_SET_PDEATHSIG, SIGTERM);  // also when this program is stopped
+            prctl(PR_SET_PDEATHSIG, SIGTERM);  // ends with this program, also when that is killed
             Execute({program, "--quiet", "--data", folder / "data", "--cert", folder / "server.pem", "--key",
                      folder / "server.key"});
         }
@@ -79,7 +79,7 @@ private:
     std::string address_;
 };
 
-// A database file of that many bytes, as it rests, with all tables; one row more fills at most a page.
+// Makes a database file of about `size` bytes in the data folder, with all tables. Its rows fill a page each.
 void MakeFile(const std::string& name, std::size_t size) {
     createAllTables(name, DbClass::periodic);
     initDB(name, "CREATE TABLE Padding (bytes BLOB);");
@@ -110,7 +110,7 @@ public:
     UploadBench(const fs::path& folder, const Server& server)
         : machine_(folder / "upload-machine"), sample_(folder / "upload.db"), server_(server) {}
 
-    // From now on with a file of that size.
+    // Makes a new machine and the file of that size that the next runs send.
     void Prepare(std::size_t size) {
         MakeMachine(machine_);
         for (const wchar_t* timer : {L"GetThermal", L"GetBatteryPower", L"GetSystemInfo"}) {
@@ -126,6 +126,7 @@ public:
 
     std::size_t Chunks() const { return chunks_; }
 
+    // A pass that sends the file; without `waits` the product's sleeps take no time.
     Cost Pass(bool waits) {
         const std::string name = NextName("pass");
         fs::remove_all(Data());
@@ -156,11 +157,12 @@ public:
 private:
     fs::path Data() const { return machine_ / "ProgramData/Zorv/Zorvcore/Zorvalis/data"; }
 
-    // The server takes each name once.
+    // The server takes a file of each name only once.
     std::string NextName(const char* word) { return word + std::to_string(++runs_) + ".db"; }
 
     void Compare(const std::string& name) const {
-        RunProcess({"/usr/bin/cmp", server_.File(name), sample_});  // apart, so that this program stays small
+        // In a process of its own: a child's peak memory is never less than that of this program.
+        RunProcess({"/usr/bin/cmp", server_.File(name), sample_});
     }
 
     fs::path machine_;
@@ -173,9 +175,9 @@ private:
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::setvbuf(stdout, nullptr, _IOLBF, 0);  // rows as they come
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);  // show each row at once
     const int runs = argc > 1 ? std::atoi(argv[1]) : 9;
-    // The cost of making and deleting small files, of which a pass has many, is the file system's.
+    // A pass makes and deletes many small files, so the file system of the folder decides much: it can be chosen.
     const fs::path folder = argc > 2 ? fs::path(argv[2]) : BuildFolder() / "bench";
     const Server server(folder / "upload-server");
     UploadBench bench(folder, server);
