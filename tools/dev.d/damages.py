@@ -1,9 +1,13 @@
-"""How faults.py damages a file of a machine."""
+"""How faults.py damages a file of a machine: DAMAGES lists a file, words for the report, and the function that does it.
+
+Each function takes a random.Random, the file's path and the Machine.
+"""
 import json
 
 FILES = ("O", "aged", "status", "setting")  # the month's, one that waits for its upload, BGFS.db, setting.json
 
 
+# Flips `count` bits, in the first `end` bytes.
 def flipped(rng, image, count=1, end=None):
     image = bytearray(image)
     for _ in range(count):
@@ -16,6 +20,7 @@ def overwritten(rng, image):
     return image[:start] + rng.randbytes(min(rng.randint(1, 5000), len(image) - start)) + image[start + 5000:]
 
 
+# From a function of the random source and the contents, as bytes or as text, to one that damages the file.
 def of_bytes(change):
     return lambda rng, path, _machine: path.write_bytes(change(rng, path.read_bytes()))
 
@@ -24,6 +29,7 @@ def of_text(change):
     return lambda rng, path, _machine: path.write_text(change(rng, path.read_text()))
 
 
+# Deletes the file and lets `make` put something else in its place.
 def replaced(make):
     def damage(_rng, path, machine):
         path.unlink()
@@ -32,7 +38,7 @@ def replaced(make):
 
 
 def planted(statement):
-    """A status database that is sound and says what no server and no pass would have it say."""
+    """Runs SQL in the status database: it stays sound for SQLite, but says what the product would never write."""
     def damage(_rng, path, machine):
         database = machine.database(path.name)
         for one in statement.replace("AGED", machine.aged).split(";"):
@@ -41,7 +47,7 @@ def planted(statement):
     return damage
 
 
-# From the file's bytes.
+# Damages to the file's bytes.
 BYTES = [
     flipped,
     lambda rng, image: flipped(rng, image, rng.randint(2, 40)),
@@ -55,7 +61,7 @@ BYTES = [
     lambda rng, image: image + rng.randbytes(rng.randint(1, 9000)),
     lambda rng, image: bytes(len(image)),
 ]
-# In the file's place.
+# Other things in the file's place, or the same file without rights.
 PLACE = {
     "folder": replaced(lambda path, _folder: path.mkdir()),
     "dangling link": replaced(lambda path, _folder: path.symlink_to("nowhere")),
@@ -64,7 +70,7 @@ PLACE = {
     "no rights": lambda _rng, path, _machine: path.chmod(0),
 }
 STATUS = [planted(statement) for statement in (
-    *(f"UPDATE FILESTATUS SET FILE_STATUS = 0, {values} WHERE FILE_NAME LIKE 'E_05%'"  # so that it is to be sent
+    *(f"UPDATE FILESTATUS SET FILE_STATUS = 0, {values} WHERE FILE_NAME LIKE 'E_05%'"  # status 0: to be sent
       for values in ("FILE_SIZE = 4294967296", "FILE_SIZE = -1, FILE_TRY_COUNT = -5", "FILE_NAME = 'a''b'",
                      "FILE_CREATEDATE = NULL", "FILE_SIZE = 'x', FILE_MD5 = NULL, FILE_UUID = NULL",
                      "FILE_NAME = '../' || FILE_NAME")),
@@ -78,7 +84,7 @@ SETTING = [
     lambda rng, text: rng.choice(["null", "0", "[]", "{}", '""', "1e400", "\xef\xbb\xbf" + text, text + text]),
 ]
 
-# The victim, words, and what does it: all ways for all files.
+# The file to damage, words for the report, and what does it. Damages to bytes and place are tried on all files.
 DAMAGES = ([(victim, f"bytes {index}", of_bytes(change)) for index, change in enumerate(BYTES) for victim in FILES] +
            [(victim, words, damage) for words, damage in PLACE.items() for victim in FILES] +
            [("status", f"statement {index}", damage) for index, damage in enumerate(STATUS)] +

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Lets each file operation of a pass and of the service fail, or kills it there, damages files, and looks what is left.
+"""Lets each file operation of a pass and of the service fail, or kills the process there, and damages files of a
+machine. Each time it looks at what is left, and whether the next pass and the service work.
 
     faults.py BIN MEMORY [--seed N] [--damaged N] [--every N] [--case NAME]
 
@@ -26,18 +27,20 @@ import time
 
 from damages import DAMAGES, PLACE
 
-TABLES = {"Thermal": 97, "Battery_Power": 289, "SysInfo": 2}  # and the most rows of a month
+TABLES = {"Thermal": 97, "Battery_Power": 289, "SysInfo": 2}  # the timed tables, and how many rows a month's file takes
 TIMERS = ("getSettingFile", "GetThermal", "GetBatteryPower", "GetSystemInfo", "upload")
-EVENTS = (("event", "suspend"), ("event", "wmi", "154"))  # a row in a file each
-LIMIT = 20  # seconds for what takes a hundredth of one
+EVENTS = (("event", "suspend"), ("event", "wmi", "154"))  # each brings a row, in two different files
+LIMIT = 20  # seconds until a process counts as hanging; usually it takes a hundredth of one
 PRODUCT = "ProgramData/Zorv/Zorvcore/Zorvalis"
 KEY = "registry/HKEY_LOCAL_MACHINE/SOFTWARE/Zorv/Zorvcore/Zorvalis"
-OLDEST, KEPT = "E_00_201901_V1-0.db", "E_07_201901_V1-0.db"  # one goes by the keep limit, one stays and is not used
+OLDEST, KEPT = "E_00_201901_V1-0.db", "E_07_201901_V1-0.db"  # the keep limit deletes one; nothing touches the other
+# What is run (a pass on a machine with files, a pass on a fresh one, the service) and what happens to its operations.
 SERIES = {"pass": ("kill", "enospc", "full", "eio", "read"), "first": ("kill", "enospc", "full", "eio", "read"),
           "service": ("kill", "full", "eio")}
 
-# What the design accepts: the case, the operation that was hit or what was damaged, the finding, and why; NAME is the
-# resting file of the operation. All else counts, and all does where nothing was made to fail.
+# The findings that the design accepts: patterns of the case, of the operation that was hit or what was damaged, and of
+# the finding; and why it is accepted. NAME stands for the resting file of the operation. Any other finding fails the
+# run, and so does every finding of a case in which no operation was made to fail.
 ACCEPTED = [
     (r"\w+-(kill|eio)", r"renameat2 .*\.cached\.temp", r"lost: of NAME .*|stray for good: NAME\.cached\.temp",
      "a resting file is deleted before its successor takes its name"),
@@ -74,13 +77,13 @@ ACCEPTED = [
 
 
 def drop_rights():
-    """Started programs are not above a file's rights, even for root."""
+    """Makes a file's rights count for the started programs, even when this runs as root."""
     for capability in (1, 2):  # CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH
-        ctypes.CDLL(None).prctl(24, capability, 0, 0, 0)  # PR_CAPBSET_DROP; without effect for others
+        ctypes.CDLL(None).prctl(24, capability, 0, 0, 0)  # PR_CAPBSET_DROP; fails without effect for other users
 
 
 class Database:
-    """A resting file, in memory."""
+    """A copy in memory of a database file, without the resting transform."""
 
     def __init__(self, image):
         self.connection = sqlite3.connect(":memory:", isolation_level=None)
@@ -95,7 +98,7 @@ class Database:
         return self.connection.serialize()
 
     def contents(self):
-        """How many rows each table has, and each file that is registered."""
+        """The number of rows of each table, and in the status database 1 for each registered file."""
         if self.rows("PRAGMA integrity_check") != [(b"ok",)]:
             raise sqlite3.DatabaseError("fails the integrity check")
         names = [name.decode() for name, in self.rows("SELECT name FROM sqlite_master WHERE type = 'table'")]
@@ -106,6 +109,8 @@ class Database:
 
 
 class Machine:
+    """A stand-in machine in a folder, and the programs that run on it."""
+
     def __init__(self, rig, folder):
         self.rig, self.folder, self.name = rig, folder, folder.name
         self.data, self.stored = folder / PRODUCT / "data", folder / PRODUCT / "setting.json"
@@ -120,7 +125,7 @@ class Machine:
 
     @staticmethod
     def end(process):
-        """Its exit code, 128 and a signal's number as a shell has it; "hang" for one that took too long."""
+        """The exit code, 128 and the signal's number for a killed process, or "hang" after LIMIT seconds."""
         try:
             code = process.wait(LIMIT)
             return code if code >= 0 else 128 - code
@@ -133,7 +138,8 @@ class Machine:
         return self.end(self.start(self.rig.bin / words[0], *words[1:]))
 
     def fault(self, kind, number, *words, **variables):
-        folder = self.folder / "ProgramData" if kind == "read" else self.folder  # a registry's reads do not fail
+        # Windows' registry does not fail to be read, so reads of the registry in files are left alone.
+        folder = self.folder / "ProgramData" if kind == "read" else self.folder
         return self.start(self.rig.bin / "zorvfault", folder, self.log, kind, number, self.rig.bin / words[0],
                           *words[1:], **variables)
 
@@ -156,7 +162,7 @@ class Machine:
             (self.folder / KEY / name).unlink(missing_ok=True)
 
     def events(self):
-        """The new entries of the event log; a line may be torn."""
+        """The new lines of the event log that report an error. A killed process may have left half a line."""
         path = self.folder / "eventlog.jsonl"
         lines = path.read_text().splitlines() if path.exists() else []
         new, self.seen = lines[self.seen:], len(lines)
@@ -187,7 +193,7 @@ class Machine:
 
 
 class Rig:
-    """What all cases share: programs, server, and the machines that are copied for each."""
+    """What all cases share: the programs, the server, and a template machine for each series, copied for each case."""
 
     def __init__(self, arguments):
         self.bin, self.memory, self.seed = arguments.bin.resolve(), arguments.memory, arguments.seed
@@ -210,7 +216,7 @@ class Rig:
         first = Machine(self, self.memory / "first")
         assert first.run("zorvctl", "machine", "init") == 0, "no machine can be made"
         assert first.run("zorvalis-agent-service", "-install") == 0
-        # Noon: a run may take hours without meeting the next day, whose passes collect nothing.
+        # Late in the evening the machine's clock is set to noon: passes after midnight would collect nothing.
         now = time.localtime()
         noon = (12 - now.tm_hour) * 3600 - now.tm_min * 60 if now.tm_hour > 18 or now.tm_hour < 1 else 0
         (first.folder / "clock.json").write_text(json.dumps({"wait": 0, "offset": noon}))
@@ -222,19 +228,20 @@ class Rig:
         full = Machine(self, self.memory / "pass")
         assert full.run("zorvalis-agent-service", "-j0") == 0 and full.stored.exists(), "the usual pass fails"
         full.make_due()
-        # The server's document replaces a longer one.
+        # Longer than the server's document, which will replace it: what is left of it behind the new text must go.
         full.stored.write_text(json.dumps(self.setting | {"note": "x" * 200}))
         resting = (full.data / full.o_file()).read_bytes()
         self.key = bytes(byte ^ resting[0] ^ ord("S") for byte in range(256))
-        # Ten files of a class were sent, an eleventh waits for its registration: some chunks, in which a row lies.
+        # Ten files of a class were sent. An eleventh, several chunks long and with rows, waits to be registered.
         status, aged = full.database("BGFS.db"), full.database(full.o_file())
         for number in range(10):
             name = OLDEST.replace("00", f"{number:02}", 1)
             (full.data / name).write_bytes(resting)
             status.rows("INSERT INTO FILESTATUS VALUES (?, 2, ?, 1, 16384, 16384, '', '', 2, 'OK', '', '', 1, '')",
                         name, f"2019-01-{number + 1:02}")
-        (full.data / (OLDEST + ".cached.temp")).write_bytes(resting)  # a cycle was interrupted, long ago
-        (full.data / ("E" + full.o_file()[1:])).write_bytes(resting)  # or an event would take the registration's place
+        (full.data / (OLDEST + ".cached.temp")).write_bytes(resting)  # as an interrupted cycle leaves it
+        # The file of this month's events exists: an event that made it would overwrite the eleventh's registration.
+        (full.data / ("E" + full.o_file()[1:])).write_bytes(resting)
         aged.rows("CREATE TABLE Padding AS SELECT randomblob(20000) AS bytes")
         for name, database in (("BGFS.db", status), ("aged", aged)):
             (full.data / name).write_bytes(database.image().translate(self.key))
@@ -243,10 +250,11 @@ class Rig:
         self.before["pass"]["BGFS.db"].pop(OLDEST)
         self.before["pass"]["BGFS.db"].pop("FILESTATUS")
         self.before["service"] = self.before["pass"]
-        # The service starts from where a pass has let its events count. One of its two files is there, one is not.
+        # For the service: a pass has run, so that events count. The file of one of EVENTS exists, the other's does not.
         shutil.copytree(full.folder, self.memory / "service", ignore=shutil.ignore_patterns("aged", "*.temp"))
 
 
+# What was there before and is not any more: files, tables, rows.
 def losses(before, after):
     if before and KEPT not in after:
         yield "emptied: the data folder"
@@ -258,7 +266,7 @@ def losses(before, after):
 
 
 def look(machine, series):
-    """What is wrong right after a fault."""
+    """What is wrong on disk right after the fault, before anything else runs."""
     findings = []
     found = machine.contents(findings)
     findings += losses(machine.rig.before[series], found)
@@ -272,7 +280,7 @@ def look(machine, series):
 
 
 def go_on(machine, series):
-    """What is wrong with the next pass."""
+    """Runs the next pass and tells what is wrong with it."""
     findings = []
     machine.events()
     before = machine.contents([]).get(machine.o_file(), {})
@@ -290,7 +298,7 @@ def go_on(machine, series):
     findings += [] if same else ["next pass: not the server's settings"]
     if series == "pass" and not machine.is_sent():
         findings.append("next pass: never sent")
-    worked = {machine.o_file(), "BGFS.db"}  # on which this pass did
+    worked = {machine.o_file(), "BGFS.db"}  # the files that this pass had open, whose leftovers it must have deleted
     for path in machine.data.glob("*"):
         if path.suffix != ".db":
             resting = re.sub(r"(\.db)\.cached(\.temp|-journal)?$", r"\1", path.name)
@@ -300,7 +308,7 @@ def go_on(machine, series):
 
 
 def quiet(machine, process):
-    """Waits until the watched service does nothing more with files."""
+    """Waits until the service has not touched a file for 60 ms."""
     size, since, start = -1, time.time(), time.time()
     while process.poll() is None and time.time() < start + LIMIT and time.time() < since + 0.06:
         now = machine.log.stat().st_size if machine.log.exists() else 0
@@ -309,16 +317,17 @@ def quiet(machine, process):
         time.sleep(0.01)
 
 
+# How many events are recorded.
 def behaviour(machine):
     return sum(counts.get("UserBehavior", 0) for counts in machine.contents([]).values())
 
 
 def serve(machine):
-    """What is wrong with a service that starts now: it records, its user can switch it off, and it stops."""
+    """Starts the service and tells what is wrong: it must record events, let itself be switched off, and stop."""
     before, end, again = behaviour(machine), time.time() + 10, 0
     codes = [machine.run("zorvctl", "service", "start")]
     while behaviour(machine) < before + len(EVENTS) and time.time() < end:
-        if time.time() > again:  # what comes before the service listens is dropped or refused
+        if time.time() > again:  # an event that comes before the service listens is lost, so send it again
             codes[1:] = [machine.run("zorvctl", *words) for words in EVENTS]
             again = time.time() + 2
         time.sleep(0.02)
@@ -331,7 +340,7 @@ def serve(machine):
 
 
 def fault_case(rig, name, series, kind, number):
-    """The operation that was hit, and what is wrong."""
+    """Lets operation `number` fail. Returns its line in the log and the findings."""
     machine = rig.copy(series, name)
     if series == "service":
         process = machine.fault(kind, number, "zorvalis-agent-service", ZORV_SERVICE="Zorvalis")
@@ -354,7 +363,10 @@ def fault_case(rig, name, series, kind, number):
 
 
 def damaged_case(rig, name, number):
-    """What was damaged and how, what came of it, and what is wrong. The first cases are all damages of all files."""
+    """Damages one file and runs a pass. Returns what was damaged and what came of it, and the findings.
+
+    The first cases try each of DAMAGES once, later ones draw one.
+    """
     rng = random.Random(f"{rig.seed} {number}")
     machine = rig.copy("pass", name)
     elsewhere, other = machine.folder / "elsewhere", rng.randbytes(9000)
@@ -384,6 +396,7 @@ def damaged_case(rig, name, number):
     return f"{victim}, {words}: {outcome}", findings
 
 
+# Returns the case's name, what was hit, the findings that count, and the reasons of those that are accepted.
 def try_case(rig, name):
     series, *rest = name.split("-")
     try:
@@ -404,6 +417,7 @@ def clean(rig, name):
     (rig.server / "data/files" / Machine(rig, rig.memory / name).aged).unlink(missing_ok=True)
 
 
+# A case in a process of the pool, which has `the_rig` from its fork.
 def work(name):
     result = try_case(the_rig, name)
     clean(the_rig, name)
@@ -413,7 +427,7 @@ def work(name):
 def cases(rig, arguments):
     for series, kinds in SERIES.items():
         for kind in kinds:
-            # How many there are to fail, and that nothing is found where none does.
+            # One run without a fault counts the operations, and must have no findings.
             name = f"{series}-{kind}-0"
             _, _, findings, _ = try_case(rig, name)
             assert not findings, f"{name}, without a fault: {findings}"

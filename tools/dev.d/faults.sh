@@ -1,7 +1,8 @@
-# Faults at every file operation, and damaged files. Sourced by ./dev.
+# ./dev faults: faults at every file operation, and damaged files. Sourced by ./dev.
 # shellcheck shell=bash disable=SC2154
 
-# A build's programs, and the options of faults.py.
+# Runs faults.py with the programs of the build $1 and the other arguments. Machines lie in memory, since a run makes
+# thousands; without address randomisation, so that the sanitizers work on every kernel.
 try_faults() {
     local bin=$PWD/build/$1/bin memory=/dev/shm steady=()
     ! setarch -R true 2>/dev/null || steady=(setarch -R)
@@ -12,7 +13,8 @@ try_faults() {
     "${steady[@]}" python3 -B tools/dev.d/faults.py "$bin" "$memory" "${@:2}"
 }
 
-# --asan takes the sanitizers' build, whose reports are findings as well; --built PRESET one as it is.
+# --asan builds and takes the address sanitizer's build, whose reports are findings too; --built PRESET takes the build
+# that is there. Other arguments go to faults.py.
 faults() {
     local preset=linux-release status=0
     if [ "${1:-}" = --built ]; then

@@ -1,11 +1,12 @@
-# The fuzzers, all at once, each for the whole time. Sourced by ./dev.
+# ./dev fuzz [SECONDS]: all fuzzers at once, each for the whole time. Sourced by ./dev.
 # shellcheck shell=bash disable=SC2154
 
 fuzz_packages=(clang libclang-rt-14-dev)
 fuzz_options=(ASAN_OPTIONS=allow_addr2line=1 UBSAN_OPTIONS=print_stacktrace=1)
 fuzzers=(client_call rpc_frames setting_document server_answers)
 
-# What a fuzzer said at its end, in a line: runs, speed, coverage, new inputs. With a finding, its report.
+# Prints in a line how the fuzzer $1 ended: runs, speed, coverage, inputs. When it failed (status $2), also the end of
+# its report and how to run the input again.
 fuzz_outcome() {
     local name=$1 status=$2 log=$logs/fuzz-$1.log folder=build/fuzz/$1 input edges all
     edges=$(grep -o ' cov: [0-9]*' "$log" | tail -1 | grep -o '[0-9]*' || true)
@@ -29,7 +30,7 @@ fuzz() {
     ! setarch -R true 2>/dev/null || steady=(setarch -R)
     [ -w $memory ] || memory=${TMPDIR:-/tmp}
     memory=$(mktemp -d "$memory/zorv-fuzz.XXXXXX")
-    # shellcheck disable=SC2064  # this folder, now
+    # shellcheck disable=SC2064  # the folder's name is put in now
     trap "kill \$(jobs -p) 2>/dev/null || true; wait; rm -rf '$memory'" EXIT
     trap "exit 130" INT TERM
     for name in "${fuzzers[@]}"; do

@@ -1,8 +1,9 @@
-# The service on a machine of its own under build/, with time shortened, and the soak. Sourced by ./dev.
+# What runs a service on a machine of its own under build/, with time shortened: ./dev run --live, soak and bench --idle.
+# Sourced by ./dev.
 # shellcheck shell=bash disable=SC2154
 
-# A fresh machine in the folder $1, with the service installed and running; gone with the script. $2 shortens its waits,
-# $3 is what its clock is ahead.
+# Makes a fresh machine in the folder $1, installs the service and starts it; it is stopped when the script ends. The
+# product's waits take $2 times as long, and the machine's clock is $3 seconds ahead.
 start_service() {
     export ZORV_MACHINE=$1 PATH=$PWD/build/linux-release/bin:$PATH
     step build-linux-release ./dev build linux-release zorvalis zorv_hardware zorvctl zorvserver || exit 1
@@ -17,12 +18,13 @@ start_service() {
     at_exit "zorvctl service stop >/dev/null 2>&1 || true"
 }
 
+# Prints the rows that were stored since the last call.
 new_rows() {
     zorvctl show --json 2>/dev/null | python3 tools/dev.d/new_rows.py "$ZORV_MACHINE/seen.json" || true
 }
 
-# Somebody plays a day; what was recorded comes as it is recorded. The day begins at noon, since a fresh machine collects
-# on its first day and, by the default settings, pauses for a day from midnight on.
+# ./dev run --live: a person plays a machine's day and sees rows as they are stored. The day begins at noon: a fresh
+# machine collects on its first day and, by the default settings, pauses for a day from midnight on.
 live() {
     local line='' words status=0 part
     start_service "$PWD/build/live" 0.02 $(($(date -d 'today 12:00' +%s) - $(date +%s)))
@@ -43,12 +45,12 @@ then pauses for a day, which lasts 24 to 25 minutes.
 Lid and mains count from the first pass on: until then nobody can tell them from the states that come with the start.
 
 END
-    while [ $status -eq 0 ] || [ $status -gt 128 ]; do  # 1 is the end of the input, and more than 128 that of the second
+    while [ $status -eq 0 ] || [ $status -gt 128 ]; do  # of `read`: 1 at the end of the input, above 128 after a second
         new_rows
         status=0
         IFS= read -r -t 1 part || status=$?
         line+=$part
-        [ $status -le 128 ] || continue  # what has come of the line is kept for its rest
+        [ $status -le 128 ] || continue  # half a line is kept until the rest of it comes
         read -r words <<<"$line"
         line=
         # shellcheck disable=SC2086  # words of a command
@@ -66,7 +68,7 @@ END
     zorvctl service stop
 }
 
-# Days of passes and events in minutes, counted row by row against what the rules give.
+# ./dev soak [DAYS]: lives through days in minutes and compares the number of rows with what the rules give.
 soak() {
     local days=${1:-30}
     require_count "$days" "soak for how many days"
@@ -75,7 +77,7 @@ soak() {
     python3 tools/dev.d/soak.py "$days" "$(service_process)"
 }
 
-# The number of the service's process on this machine.
+# Prints the process id of the service on this machine.
 service_process() {
     local folder
     for folder in /proc/[0-9]*; do
@@ -84,12 +86,13 @@ service_process() {
     done 2>/dev/null
 }
 
-# What a running service takes while nothing happens, over a minute.
+# ./dev bench --idle: what the service takes in a minute in which nothing happens. Fails for any processor time, or 8 MiB of
+# memory.
 idle() {
     local process before after memory
     start_service "$PWD/build/idle" 0.001
     rm -f "$ZORV_MACHINE/trace.json"
-    sleep 5  # its two minutes are over
+    sleep 5  # the work that the service puts off for two minutes is done
     process=$(service_process)
     before=$(awk '{print $14 + $15}' "/proc/$process/stat")
     sleep 60

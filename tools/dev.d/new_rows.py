@@ -1,12 +1,13 @@
 #!/usr/bin/env python3
-"""Prints the rows that `zorvctl show --json`, on the standard input, has more than the last time.
+"""Prints the rows of `zorvctl show --json`, read from the standard input, that were not there the last time.
 
-    zorvctl show --json | new_rows.py STATE        STATE is the file that keeps what was there
+    zorvctl show --json | new_rows.py STATE        STATE is a file that remembers how many rows there were
 """
 import json
 import os
 import sys
 
+# The trigger numbers of column `freq`; the others are those of timed passes.
 OCCASIONS = {10: "power on", 11: "power off", 12: "suspend", 13: "resume", 14: "mains in", 15: "mains out",
              16: "lid open", 17: "lid closed", 18: "quiet fan on", 19: "quiet fan off", 20: "battery to 100 %",
              21: "battery to 80 %", 22: "battery to 60 %", 23: "graphics event", 24: "connector event"}
@@ -20,7 +21,7 @@ def main(state):
         with open(state, encoding="utf-8") as file:
             seen = json.load(file)
     fresh = []
-    for database in json.loads(sys.stdin.read() or "[]"):  # nothing, before the first file
+    for database in json.loads(sys.stdin.read() or "[]"):  # zorvctl prints nothing before there is a file
         name = os.path.basename(database["file"])
         for table, rows in database["tables"].items():
             if table not in SHOWN:

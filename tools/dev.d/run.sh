@@ -1,7 +1,8 @@
-# The whole road on one machine under build/: settings come down, a pass collects, its file goes up. Sourced by ./dev.
+# ./dev run [--again]: the whole road on one machine under build/. Settings come down, a pass collects, its file goes
+# up. --again makes everything due at once. Sourced by ./dev.
 # shellcheck shell=bash disable=SC2154
 
-# One traced pass, in a few lines.
+# Runs one pass with its trace on, and prints in a few lines what it did.
 pass() {
     local trace=$ZORV_MACHINE/trace.log due
     rm -f "$trace"

@@ -1,18 +1,20 @@
-# What has to be installed, and how: Debian packages that are missing, and SQLite's source. Sourced by ./dev.
+# ./dev setup: installs the Debian packages that are missing, and fetches SQLite's source for the Windows side. Sourced
+# by ./dev.
 # shellcheck shell=bash disable=SC2154
 
 linux_packages=(g++ cmake ninja-build ccache libsqlite3-dev nlohmann-json3-dev libcli11-dev googletest libgtest-dev
                 libcurl4-openssl-dev libssl-dev libcpp-httplib-dev clang-format python3)
 windows_packages=(g++-mingw-w64-x86-64-posix mingw-w64-tools wine wine64)
 
-# SQLite's source for the Windows side, from a registry package that carries it.
+# Debian has no SQLite for mingw-w64. This package of a registry carries its source; the sums say which.
 sqlite_package=better-sqlite3@8.7.0
 sqlite_c_sha256=f5be70b2a4b79337743701d6e5674dfb33d12ec9b2b28772eb09d33ba9ef757b
 sqlite_h_sha256=5f864e05f3268d6976c16c34d1a7803d69f604c89ac0e867893f9bb5bf1ab6b5
 
 is_installed() { [ "$(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null)" = installed ]; }
 
-# The folder changes with each update; the lists in it carry the server's dates.
+# Whether the package lists were updated within a day. An update touches the folder `partial`; the lists themselves
+# carry the server's dates.
 has_fresh_package_lists() {
     [ -n "$(find /var/lib/apt/lists -maxdepth 1 -name '*_Packages*' -print -quit)" ] &&
         [ -n "$(find /var/lib/apt/lists/partial -maxdepth 0 -mtime -1)" ]
@@ -36,12 +38,14 @@ install_packages() {
     fi
 }
 
+# Whether the folder $1 has the expected source.
 sqlite_is_right() {
     [ -f "$1/sqlite3.c" ] && [ -f "$1/sqlite3.h" ] &&
         sha256sum --status -c <<<"$sqlite_c_sha256  $1/sqlite3.c
 $sqlite_h_sha256  $1/sqlite3.h"
 }
 
+# Puts the source into build/deps, from the user's cache or fetched anew.
 setup_sqlite_source() {
     local here=build/deps/sqlite3 kept=$cache/sqlite3 fetched=build/deps/fetched
     local source=$fetched/package/deps/sqlite3

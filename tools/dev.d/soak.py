@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
 """Lets a machine with a running service live through days, and compares its rows with what the rules give.
 
-    soak.py DAYS PROCESS       of the service; the machine is the one of ZORV_MACHINE
+    soak.py DAYS PROCESS       PROCESS is the service's process id; the machine is the one of ZORV_MACHINE
 
-Each day: the passes of the scheduled task, and between them lid, mains, suspend and firmware events. A pass is asked for
-in the machine's own time, by moving its clock to the next start. Collecting goes on every second day from the first
-one on (intervalTimer "1"); thermal and battery every 30 minutes, system information daily.
+Each day it runs the passes of the scheduled task, every five minutes, and between them lid, mains and suspend events.
+For each pass it moves the machine's clock to the start. The machine collects on every second day from the first on
+(intervalTimer "1"): thermal and battery every 30 minutes, system information daily.
 """
 import collections
 import json
@@ -15,6 +15,7 @@ import sys
 import time
 
 MACHINE = os.environ["ZORV_MACHINE"]
+# How many rows a table takes, by the file's class: one more than its limit, or 0 where no row of that kind comes.
 LIMITS = {"O": {"Thermal": 97, "Battery_Power": 289, "SysInfo": 2, "UserBehavior": 0},
           "E": {"Thermal": 109, "Battery_Power": 109, "SysInfo": 0, "UserBehavior": 109},
           "W": {"Thermal": 25, "Battery_Power": 25, "SysInfo": 0, "UserBehavior": 25}}
@@ -36,12 +37,13 @@ def set_time(when):
 
 
 def held(process):
-    """KiB of memory, threads, descriptors."""
+    """What the process holds: KiB of memory, threads, descriptors."""
     with open(f"/proc/{process}/status", encoding="utf-8") as text:
         fields = dict(line.split(":", 1) for line in text)
     return int(fields["VmRSS"].split()[0]), int(fields["Threads"]), len(os.listdir(f"/proc/{process}/fd"))
 
 
+# The rows that are there, by class, month and table.
 def stored():
     counts = collections.Counter()
     for database in json.loads(zorvctl("show", "--json")):
@@ -54,8 +56,9 @@ def stored():
 
 def main(days, process):
     midnight = time.mktime(time.strptime(time.strftime("%Y-%m-%d", time.localtime(machine_time())), "%Y-%m-%d"))
-    start = midnight + 86400 + 60  # the do-job days begin with a whole one
-    zorvctl("registry", "set", "product", "lastDojobTime", str(int(midnight + 86400)))  # whoever has asked today already
+    start = midnight + 86400 + 60  # tomorrow, so that the first do-job day is a whole one
+    # Even when today was a do-job day already.
+    zorvctl("registry", "set", "product", "lastDojobTime", str(int(midnight + 86400)))
     expected = collections.Counter()
 
     def expect(letter, month, tables):
@@ -80,7 +83,7 @@ def main(days, process):
                 for words in (("lid", "close"), ("lid", "open"), ("ac", "out"), ("ac", "in"), ("suspend",), ("resume",)):
                     zorvctl("event", *words)
                     if day % 2 == 0:
-                        # Going to sleep brings its own row and nothing else.
+                        # Suspend brings a row of UserBehavior and no samples.
                         samples = [] if words == ("suspend",) else ["Thermal", "Battery_Power"]
                         expect("E", month, ["UserBehavior", *samples])
         if first is None:

@@ -1,9 +1,10 @@
-# All test programs of all sides, each step with its log, and one count at the end. Sourced by ./dev.
+# ./dev test: all test programs of both sides, each step with its log, and one count at the end. Sourced by ./dev, whose
+# other commands use `step` too.
 # shellcheck shell=bash disable=SC2154
 
 passed=0 failed=0 skipped=0
 
-# Runs one step into its log; what failed is shown whole.
+# Runs a command as the step $1, with its output in a log, and prints how it ended. The log of a failed step is shown.
 step() {
     local name=$1 log=$logs/$1.log start=${EPOCHREALTIME/[.,]/} status=0 result=ok time
     shift
@@ -17,7 +18,7 @@ step() {
     return $status
 }
 
-# A test program with a time limit. A sanitizer's report is a failure, whichever process it comes from.
+# Runs a test program with a time limit. A report of a sanitizer is a failure, whichever process has written it.
 watched() {
     local status=0 reports
     timeout --foreground -k 10 900 "$@" || status=$?
@@ -29,7 +30,8 @@ watched() {
     return 1
 }
 
-# Adds up what a test program said. One that died, or ran nothing, has failed.
+# Adds the results in the log of step $1, which ended with status $2, to the counts. A program that ended early, ran no
+# test or failed outside of a test counts as one failure.
 count() {
     local log=$logs/$1.log status=$2 ok bad
     ok=$(grep -c '^\[       OK \]' "$log" || true)
@@ -43,6 +45,7 @@ count() {
     passed=$((passed + ok)) failed=$((failed + bad))
 }
 
+# Runs all test programs of the build $1; the other arguments are a command that starts them.
 run_programs() {
     local side=$1 program name status
     shift
@@ -61,6 +64,7 @@ run_programs() {
     fi
 }
 
+# Builds the preset $1 and runs its test programs.
 test_side() {
     local side=$1
     shift
@@ -72,7 +76,8 @@ test_side() {
     fi
 }
 
-# A sample of ./dev faults, each Nth operation, as one test.
+# A sample of ./dev faults as one test: of the build $1, each $2nd operation. The other arguments are a command that
+# starts it.
 test_faults() {
     if step "$1-faults" watched "${@:3}" ./dev faults --built "$1" --every "$2" --damaged 79 --seed 1; then
         passed=$((passed + 1))
@@ -83,7 +88,7 @@ test_faults() {
 
 test_linux() {
     local report=log_path=$PWD/$logs/sanitizer steady=()
-    # The sanitizers' fixed memory map does not go with every kernel's randomisation.
+    # The sanitizers expect a fixed memory map, which some kernels' address randomisation gets in the way of.
     ! setarch -R true 2>/dev/null || steady=(setarch -R)
     step check ./dev check || failed=$((failed + 1))
     test_side linux-debug
@@ -93,7 +98,8 @@ test_linux() {
     test_side linux-tsan "${steady[@]}" env TSAN_OPTIONS="$report:suppressions=$PWD/tools/dev.d/tsan.supp"
 }
 
-# A prefix of our own, made once and copied for each run, so that every run starts on the same machine.
+# Wine's prefix, the machine that it shows to programs, is made once and copied for each run, so that every run starts
+# on the same machine. It asks for no display and no proxy.
 wine_environment() {
     export WINEPREFIX=$PWD/build/wine-prefix WINEARCH=win64 WINEDEBUG=-all
     export WINEDLLOVERRIDES='mscoree,mshtml=;winedbg.exe,winemenubuilder.exe=d'
@@ -114,7 +120,7 @@ start_wine() {
     stop_wine
     [ -d "$template" ] || make_wine_template "$template" || return
     rm -rf "$WINEPREFIX"
-    # The server stays, so that the prefix lives on between programs.
+    # wineserver -p keeps Wine's server, and with it the state of the prefix, alive between programs.
     mkdir -p build && cp -a "$template" "$WINEPREFIX" && wineserver -p &&
         timeout --foreground 120 wine cmd /c exit
 }
@@ -125,7 +131,8 @@ stop_wine() {
     wineserver -w || true
 }
 
-# The reference server is a Linux program: it runs beside Wine, and the tests are told where it keeps its things.
+# The reference server is a Linux program and runs beside Wine. The tests under Wine find its folder by
+# $ZORV_TEST_SERVER.
 start_test_server() {
     export ZORV_TEST_SERVER=build/test-server
     rm -rf "$ZORV_TEST_SERVER"
@@ -149,7 +156,7 @@ run_tests() {
     rm -f "$logs"/*
     unset ZORV_MACHINE "${!GTEST_@}"
     export LC_ALL=C.UTF-8
-    trap "exit 130" INT TERM  # some programs take the signal and end as if nothing were
+    trap "exit 130" INT TERM  # some test programs end with 0 after such a signal
     case ${1:-all} in
         linux) test_linux ;;
         windows) test_windows ;;

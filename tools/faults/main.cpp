@@ -2,11 +2,13 @@
 //
 //     zorvfault FOLDER LOG KIND N PROGRAM [ARGUMENT...]
 //
-// The kernel stops every call that could count and asks here what is to become of it (seccomp's user notification), so
-// the calls of all threads, of the C library itself and of loaded libraries are seen, and nothing is loaded into the
-// program. LOG gets a line for each operation that counted, its call and its path: line N is the one that was hit. KIND
-// is one of kKinds, which each count for themselves; N 0 only counts. The exit code is the program's, 128 and the
-// signal's number, or 125 when the program cannot be watched, which a call ends whose path cannot be read.
+// The kernel stops each system call that could count and asks this program what is to become of it (seccomp's user
+// notification). So it sees the calls of all threads, of the C library and of loaded libraries, without loading
+// anything into the program. LOG gets a line for each operation that counted, with its call and path: line N is the one
+// that was hit. KIND is one of kKinds, and each kind counts other operations; with N 0 they are only counted.
+//
+// The exit code is the program's, 128 and the signal's number, or 125 when the program cannot be watched: so it ends at
+// a call whose path cannot be read.
 #include <fcntl.h>
 #include <linux/audit.h>
 #include <linux/filter.h>
@@ -39,11 +41,11 @@ constexpr unsigned kArchitecture = AUDIT_ARCH_X86_64;
 constexpr unsigned kArchitecture = AUDIT_ARCH_AARCH64;
 #endif
 
-// What a call does to a file. Only what takes space fails on a full disk; an open counts by its flags.
+// What a call does to a file. On a full disk only the calls fail that take space. What an open does depends on its
+// flags.
 enum class Does { open, read, takesSpace, change };
 
-// Where a call names its file: in which argument, and whether by a descriptor, by a path, or by a folder's descriptor
-// and a path after it.
+// How a call names its file: by a descriptor, by a path, or by a folder's descriptor and a path in the next argument.
 enum class By { descriptor, path, folder };
 
 struct Call {
@@ -51,11 +53,11 @@ struct Call {
     const char* name;
     Does does;
     By by;
-    int argument;  // of the descriptor, path or folder
+    int argument;  // the number of the argument with the descriptor, path or folder
 };
 
 constexpr Call kCalls[] = {
-#ifdef SYS_open  // a processor without these has only the ones below
+#ifdef SYS_open  // newer processors have only the calls below
     {SYS_open, "open", Does::open, By::path, 0},
     {SYS_rename, "rename", Does::change, By::path, 0},
     {SYS_unlink, "unlink", Does::change, By::path, 0},
@@ -89,9 +91,9 @@ constexpr Call kCalls[] = {
 
 struct Kind {
     const char* name;
-    int error;     // 0: killed, before the call; after it is before the next one
-    bool reads;    // the reading operations are counted, else the changing ones
-    bool forGood;  // from the Nth on all of them fail
+    int error;     // errno of the failing call; 0 kills the program before the call (before N + 1 is after N)
+    bool reads;    // counts the reading operations, else the changing ones
+    bool forGood;  // the Nth and all after it fail
 };
 
 constexpr Kind kKinds[] = {
@@ -104,7 +106,8 @@ constexpr Kind kKinds[] = {
     std::_Exit(125);
 }
 
-// The calling thread and all that it starts are watched through the descriptor.
+// Lets the kernel watch the calling thread and all that it starts. Returns the descriptor at which the kernel asks, -1
+// when it refuses.
 int Watch() {
     std::vector<sock_filter> filter = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, arch)),
                                        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, kArchitecture, 1, 0),
@@ -123,7 +126,8 @@ int Watch() {
         ::syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_NEW_LISTENER, &program));
 }
 
-// A descriptor that is handed to another process rides beside one byte. With none in it, it is waited for.
+// Hands a descriptor to the process at the other end of the socket, beside one byte of data; with -1, waits for one and
+// returns it. -1 on failure.
 int Hand(int socket, int descriptor) {
     char byte = 0;
     alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> space{};
@@ -146,7 +150,7 @@ int Hand(int socket, int descriptor) {
     return ::sendmsg(socket, &message, 0) == 1 ? 0 : -1;
 }
 
-// The text at an address of the stopped program; it may end before an unmapped page. Nothing when it cannot be read.
+// The text at an address of the stopped program, cut at the end of mapped memory. Nothing when it cannot be read.
 std::optional<std::string> TextAt(const std::string& process, std::uint64_t address) {
     std::array<char, PATH_MAX> text{};
     const int memory = ::open((process + "/mem").c_str(), O_RDONLY | O_CLOEXEC);
@@ -158,7 +162,7 @@ std::optional<std::string> TextAt(const std::string& process, std::uint64_t addr
     return length > 0 ? std::optional<std::string>(text.data()) : std::nullopt;
 }
 
-// Empty for a descriptor that is not open. Nothing when it cannot be read.
+// Where a link in /proc leads; empty for a descriptor that is not open. Nothing when it cannot be read.
 std::optional<std::string> TargetOf(const std::string& link) {
     std::array<char, PATH_MAX> text{};
     const bool read = ::readlink(link.c_str(), text.data(), text.size() - 1) >= 0 || errno == ENOENT;
@@ -181,6 +185,7 @@ std::optional<std::string> PathOf(const Call& call, const seccomp_notif& asked) 
     return folder ? std::optional(*folder + "/" + *path) : std::nullopt;
 }
 
+// Whether the call is one of those that this kind counts. `connection`: it is about a socket, not a file.
 bool Counts(const Call& call, const seccomp_notif& asked, const Kind& kind, bool connection) {
     Does does = call.does;
     if (does == Does::open) {
@@ -208,7 +213,7 @@ void Supervise(int listener, pid_t program, const Options& options) {
     for (pollfd ready = {listener, POLLIN, 0}; ::poll(&ready, 1, -1) >= 0 && (ready.revents & POLLIN) != 0;) {
         seccomp_notif asked{};
         if (::ioctl(listener, SECCOMP_IOCTL_NOTIF_RECV, &asked) != 0) {
-            continue;  // it is gone already
+            continue;  // the program that called was killed meanwhile
         }
         seccomp_notif_resp answer{asked.id, 0, 0, SECCOMP_USER_NOTIF_FLAG_CONTINUE};
         for (const Call& call : kCalls) {
@@ -217,7 +222,7 @@ void Supervise(int listener, pid_t program, const Options& options) {
             }
             const std::optional<std::string> found = PathOf(call, asked);
             if (!found && ::ioctl(listener, SECCOMP_IOCTL_NOTIF_ID_VALID, &asked.id) == 0) {
-                ::kill(program, SIGKILL);  // the call still waits: it would go uncounted
+                ::kill(program, SIGKILL);  // the call is still waiting, and nobody can tell whether it counts
                 Fail(call.name);
             }
             const std::string path = found.value_or("");
@@ -235,7 +240,7 @@ void Supervise(int listener, pid_t program, const Options& options) {
             }
             break;
         }
-        ::ioctl(listener, SECCOMP_IOCTL_NOTIF_SEND, &answer);  // fails for one that is gone
+        ::ioctl(listener, SECCOMP_IOCTL_NOTIF_SEND, &answer);  // fails when the caller was killed, which is fine
     }
 }
 
@@ -261,7 +266,7 @@ int main(int count, char** arguments) {
     if (options.log == nullptr || ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets) != 0) {
         Fail(arguments[2]);
     }
-    std::setvbuf(options.log, nullptr, _IOLBF, 0);  // whoever waits until the program is quiet watches it grow
+    std::setvbuf(options.log, nullptr, _IOLBF, 0);  // faults.py watches the log grow to see when the program is quiet
     const pid_t program = ::fork();
     if (program == 0) {
         const int listener = Watch();
