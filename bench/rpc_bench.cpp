@@ -193,8 +193,7 @@ public:
         if (child_ == 0) {
             prctl(PR_SET_PDEATHSIG, SIGKILL);  // ends with this program, also when that is killed
             setenv(platform::kServiceVariable, "Zorvalis", 1);
-            dup2(open("/dev/null", O_WRONLY),
-                 STDOUT_FILENO);  // the service prints a line for each call that is no JSON
+            dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO);  // the service prints a line for each bad call
             Execute(command);
         }
         while (!fs::exists(socket)) {

@@ -1,6 +1,6 @@
-// The one door to the JSON library. It settles what the system's texts and habits expect of it: a document that does
-// not parse raises std::invalid_argument, a value of the wrong type std::domain_error, both with the bare message; a
-// number too large for a double is null; text is written byte for byte.
+// The one place that includes the JSON library. It makes the library behave as the product's log lines and callers
+// expect: a document that does not parse throws std::invalid_argument, a value of the wrong type std::domain_error,
+// both with the bare message; a number too large for a double reads as null; bytes of texts are written as they are.
 #pragma once
 
 #include <algorithm>
@@ -13,23 +13,24 @@
 
 namespace zorvalis::json_detail {
 
-// The library ends the parse at a number that no double holds.
+// Thrown by the library's parser at a number that is too large for a double.
 struct HugeNumber : std::invalid_argument {
     using std::invalid_argument::invalid_argument;
 };
 
-// The library's own errors carry an id and begin with "[json.exception.NAME.ID] ", which is cut off.
+// What the library calls in place of `throw`. Its own errors have an id and begin with "[json.exception.NAME.ID] ",
+// which is cut off.
 template <class Exception>
 [[noreturn]] void Raise(const Exception& exception) {
     if constexpr (requires { exception.id; }) {
         const std::string_view message = exception.what();
         const std::size_t end = message.find("] ");
-        constexpr std::size_t kLongest = 500;  // the library quotes what it read last, all of it
+        constexpr std::size_t kLongest = 500;  // the library quotes the whole text that it read last
         const std::string text(message.substr(end == std::string_view::npos ? 0 : end + 2, kLongest));
         if (exception.id == 406) {
             throw HugeNumber(text);
         }
-        if (exception.id / 100 == 1) {  // the parser's
+        if (exception.id / 100 == 1) {  // from the parser; 4 stands for keys and indices that are missing
             throw std::invalid_argument(text);
         }
         if (exception.id / 100 == 4) {
@@ -75,7 +76,7 @@ inline bool IsNumber(std::string_view text) {
            at == text.size();
 }
 
-// Behind the text that begins at `at`; behind the end of all for one that has no closing quote.
+// The position behind the text (in quotes) that begins at `at`; beyond text.size() when it has no closing quote.
 inline std::size_t EndOfText(std::string_view text, std::size_t at) {
     for (++at; at < text.size() && text[at] != '"'; ++at) {
         at += text[at] == '\\' ? 1 : 0;
@@ -83,7 +84,8 @@ inline std::size_t EndOfText(std::string_view text, std::size_t at) {
     return at + 1;
 }
 
-// Before the parser, whose own way of asking takes a time that grows with the square of a list's length.
+// Throws for a document that is nested too deeply. The parser could be asked to watch the depth itself, but then needs
+// a time that grows with the square of a list's length.
 inline void RefuseDeep(std::string_view text) {
     int depth = 0;
     for (std::size_t at = 0; at < text.size();) {
@@ -96,7 +98,7 @@ inline void RefuseDeep(std::string_view text) {
     }
 }
 
-// null, with blanks behind it, in the place of each number that is too large for a double.
+// The document with `null`, and blanks up to the old length, in the place of each number too large for a double.
 inline std::string WithoutHugeNumbers(std::string_view text) {
     constexpr std::string_view kNull = "null";
     std::string result(text);
@@ -116,6 +118,7 @@ inline std::string WithoutHugeNumbers(std::string_view text) {
 
 }  // namespace json_detail
 
+// Throws std::invalid_argument for a text that is not JSON or is nested more than kDeepestJson deep.
 inline Json ParseJson(std::string_view text) {
     json_detail::RefuseDeep(text);
     try {
@@ -125,14 +128,15 @@ inline Json ParseJson(std::string_view text) {
     }
 }
 
-// Raises std::domain_error for any other type, of which a boolean is one.
+// Throws std::domain_error for any other type; a boolean is not a number.
 inline void RequireNumber(const Json& value) {
     if (!value.is_number()) {
         throw std::domain_error(std::string("type must be number, but is ") + value.type_name());
     }
 }
 
-// A number's lower 32 bits, without its fraction; one of a fraction's kind that does not fit is the least integer.
+// The lower 32 bits of a whole number. A number written with a fraction or exponent loses its fraction; when it does
+// not fit into 32 bits, it gives INT32_MIN. Throws std::domain_error for any other type.
 inline std::int32_t JsonInteger(const Json& value) {
     RequireNumber(value);
     if (value.is_number_float()) {
@@ -192,8 +196,8 @@ inline Json WidenAll(const Json& value) {
 
 }  // namespace json_detail
 
-// The compact form, keys in ascending byte order. The library refuses to write bytes that are no UTF-8; here every
-// byte passes as it is, then by way of a text in which each byte is a character.
+// The compact form, keys in ascending byte order. The library refuses to write texts that are not UTF-8. Their bytes
+// are written as they are: each byte is made a character first (WidenAll) and a byte again afterwards (Narrow).
 inline std::string DumpJson(const Json& value) {
     try {
         return value.dump();

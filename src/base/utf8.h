@@ -6,16 +6,16 @@
 
 namespace zorvalis {
 
-// Stands in a text for what is no character.
+// Stands in a text for bytes that are not a character.
 inline constexpr char32_t kReplacementCharacter = 0xFFFD;
 
-// Neither beyond the last character nor half of a surrogate pair.
+// False beyond the last character of Unicode, and for half of a surrogate pair.
 constexpr bool IsCharacter(char32_t c) {
     return c <= 0x10FFFF && (c < 0xD800 || c > 0xDFFF);
 }
 
-// The bytes that the character at the start of `bytes` takes, 1 to 4. 0 when there is none: the text is empty, or
-// begins with a broken, overlong or forbidden sequence; `character` is not set then.
+// Reads the character at the start of `bytes` and returns how many bytes it takes, 1 to 4. Returns 0 and leaves
+// `character` alone when `bytes` is empty or begins with a broken, overlong or forbidden sequence.
 constexpr std::size_t DecodeUtf8(std::string_view bytes, char32_t& character) {
     const auto lead = static_cast<unsigned char>(bytes.empty() ? 0x80 : bytes.front());
     const std::size_t length = lead < 0x80 ? 1 : lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
@@ -38,7 +38,7 @@ constexpr std::size_t DecodeUtf8(std::string_view bytes, char32_t& character) {
     return length;
 }
 
-// Writes a character's bytes to `bytes`, which has room for four; returns how many they are.
+// Writes a character to `bytes`, which has room for four, and returns how many bytes it takes. `c` is a character.
 constexpr std::size_t EncodeUtf8(char32_t c, char* bytes) {
     if (c < 0x80) {
         bytes[0] = static_cast<char>(c);

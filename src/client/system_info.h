@@ -48,7 +48,7 @@ public:
     std::string BigDataServiceCallDispatcher(std::wstring input);
 
     // Runs a getter and sends its value by callback, together with the client's `cookie`. Makes no callback when the
-    // job lock cannot be had, or for a function that is no direct getter.
+    // job lock cannot be had, or for a number that is not a direct getter's.
     void SystemInfoDispatcher(std::int32_t function, std::int64_t cookie);
 
     // A way through all layers and back, for developers: asks the test library to add one.

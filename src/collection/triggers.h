@@ -1,11 +1,12 @@
-// Why a sample is taken, and what follows from that alone: which work it asks for and which file it goes to.
+// Why a sample is taken (the job trigger), which file it goes to for that reason alone, and the bits that say what a
+// collect job is to do.
 #pragma once
 
 #include <cstdint>
 
 namespace zorvalis {
 
-// What a collect job is to do; a job may ask for several.
+// What a collect job is to do, as bits of a mask: thermal, battery and system samples, an upload, records of events.
 enum FuncMask : std::uint32_t {
     CJ_THERMAL = 1,
     CJ_BATTERYPOWER = 2,
@@ -20,7 +21,7 @@ enum FuncMask : std::uint32_t {
     CJ_WMIEVENT = 1024,
 };
 
-// Why a sample is taken; 0 to 9 are the frequency numbers of timed passes.
+// Stored in a sample's column `freq`. 0 to 9 are timed samples, with the number of their period code.
 enum JobTrigger : std::int32_t {
     JOB_TRIGGER_POWER_ON = 10,
     JOB_TRIGGER_POWER_OFF = 11,
@@ -39,10 +40,10 @@ enum JobTrigger : std::int32_t {
     JOB_TRIGGER_WMI_CONNECTOR = 24,
 };
 
-// The family of a database file; its number is the file's type on the upload side.
+// The family of a database file: timed samples, events, hardware events. Its number is the file's type for the upload.
 enum class DbClass : std::int32_t { periodic = 1, event = 2, wmi_event = 3 };
 
-// Any number that is no event's counts as a timed one.
+// A number that is not one of the events above counts as timed.
 constexpr DbClass classOfTrigger(std::int32_t triggerType) {
     if (triggerType >= JOB_TRIGGER_POWER_ON && triggerType <= JOB_TRIGGER_BATTERY_HEALTH_60) {
         return DbClass::event;

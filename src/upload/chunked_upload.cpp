@@ -218,8 +218,8 @@ std::int32_t SendToServer(Sending& file, std::int32_t chunkSize) {
     return code == 0 ? FinishFile(file) : code;
 }
 
-// Writes the row's FILE_STATUS after an attempt; any failed file makes the run's `result` a failure. A file that does
-// not exist is none: `uploading` has set its status to 2.
+// Writes the row's FILE_STATUS after an attempt; any failed file makes the run's `result` a failure. A missing file
+// does not: `uploading` has set its status to 2.
 void RecordOutcome(const Row& row, std::int32_t code, std::int32_t& result) {
     if (code < BG_UPLOAD_STATUS_INITUPLOADFILE_ERROR) {
         row.Set(FILE_STATUS, std::int64_t{code} - 1);  // success, 2, becomes uploaded, 1

@@ -1,5 +1,5 @@
-# What runs a service on a machine of its own under build/, with time shortened: ./dev run --live, soak and bench --idle.
-# Sourced by ./dev.
+# What runs a service on a machine of its own under build/, with time shortened: ./dev run --live, ./dev soak and
+# ./dev bench --idle. Sourced by ./dev.
 # shellcheck shell=bash disable=SC2154
 
 # Makes a fresh machine in the folder $1, installs the service and starts it; it is stopped when the script ends. The
@@ -86,8 +86,8 @@ service_process() {
     done 2>/dev/null
 }
 
-# ./dev bench --idle: what the service takes in a minute in which nothing happens. Fails for any processor time, or 8 MiB of
-# memory.
+# ./dev bench --idle: what the service takes in a minute in which nothing happens. Fails for any processor time, or for
+# 8 MiB of memory.
 idle() {
     local process before after memory
     start_service "$PWD/build/idle" 0.001
