@@ -24,7 +24,7 @@
 
 #include "base/json.h"
 #include "measure.h"
-#include "platform/linux/service_control.h"
+#include "platform/stand_in/service_control.h"
 
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;

@@ -6,7 +6,8 @@
 #include <cstring>
 #include <utility>
 
-#include "platform/linux/machine_socket.h"
+#include "platform/linux/windows_error.h"
+#include "platform/stand_in/machine_socket.h"
 
 namespace zorvalis_client {
 namespace {

@@ -12,7 +12,7 @@
 #include <thread>
 
 #include "base/json.h"
-#include "platform/linux/machine_file.h"
+#include "platform/stand_in/descriptor.h"
 #include "zorvalis_client.h"
 
 namespace zorvalis_client {

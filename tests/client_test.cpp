@@ -16,7 +16,7 @@
 #include "support/notebook.h"
 #include "support/traced.h"
 #ifndef _WIN32
-#include "platform/linux/step_failure.h"
+#include "platform/stand_in/step_failure.h"
 #endif
 
 namespace zorvalis {

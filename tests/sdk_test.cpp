@@ -9,7 +9,9 @@
 #include <optional>
 #include <thread>
 
-#include "platform/linux/machine_socket.h"
+#include "base/json.h"
+#include "platform/machine.h"
+#include "platform/stand_in/machine_socket.h"
 #include "support/machine.h"
 #include "zorvalis_client.h"
 
@@ -31,7 +33,7 @@ public:
         thread_.join();
     }
 
-    std::string Path() const { return platform::machine_path("run/scripted"); }
+    std::string Path() const { return platform::machine_folder() + "/run/scripted"; }
 
 private:
     void Run() {

@@ -15,8 +15,8 @@
 #include <sstream>
 
 #include "base/json.h"
-#include "platform/linux/machine_file.h"
-#include "platform/linux/service_control.h"
+#include "platform/machine.h"
+#include "platform/stand_in/service_control.h"
 #endif
 
 namespace zorvalis {
@@ -40,7 +40,7 @@ class Reports {
 public:
     static std::string states() {
         std::string states;
-        std::istringstream log(read_text(platform::machine_path(platform::kRefusedStatusLog)));
+        std::istringstream log(read_text(platform::machine_folder() + "/" + platform::kRefusedStatusLog));
         for (std::string line; std::getline(log, line);) {
             states += ParseJson(line).at("state").dump();
         }

@@ -16,7 +16,7 @@
 #include <thread>
 
 #include "jobs/task_scheduler_setting.h"
-#include "platform/linux/line_client.h"
+#include "platform/stand_in/line_client.h"
 #include "platform/thread_pool.h"
 #include "service/service_install.h"
 #include "service/zorvalis_service.h"

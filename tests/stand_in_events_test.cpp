@@ -7,8 +7,8 @@
 #include <mutex>
 
 #include "platform/event_subscription.h"
-#include "platform/linux/machine_socket.h"
 #include "platform/linux/wide.h"
+#include "platform/stand_in/machine_socket.h"
 #include "support/machine.h"
 
 namespace platform {

@@ -12,10 +12,11 @@
 #include <string_view>
 #include <thread>
 
-#include "platform/linux/line_client.h"
-#include "platform/linux/rpc_limits.h"
+#include "platform/machine.h"
 #include "platform/rpc_callback.h"
 #include "platform/rpc_endpoint.h"
+#include "platform/stand_in/line_client.h"
+#include "platform/stand_in/rpc_limits.h"
 #include "support/machine.h"
 
 namespace platform {
@@ -372,7 +373,7 @@ TEST(StandInRpcClients, LeaveNothingBehind) {
             }
         }
         stop_rpc_endpoint();
-        EXPECT_FALSE(std::filesystem::exists(machine_path(kSocket)));
+        EXPECT_FALSE(std::filesystem::exists(machine_folder() + "/" + kSocket));
         notes.Wait([&] { return notes.closed == notes.opened; });
         descriptors = round == 0 ? entries("/proc/self/fd") : descriptors;
         threads = round == 0 ? entries("/proc/self/task") : threads;
@@ -390,7 +391,7 @@ TEST(StandInRpcEndpoint, IsOpenToEveryoneOnceUntilItIsStopped) {
     ASSERT_EQ(start(), 0U);
     EXPECT_EQ(start(), 1740U);
     struct stat status {};
-    EXPECT_EQ(::stat(machine_path(kSocket).c_str(), &status), 0);
+    EXPECT_EQ(::stat((machine_folder() + "/" + kSocket).c_str(), &status), 0);
     EXPECT_EQ(status.st_mode, S_IFSOCK | 0666U);
     stop_rpc_endpoint();
     EXPECT_EQ(listen_for_rpc(1, 1234), 0U) << "the stop came first";

@@ -9,11 +9,11 @@
 
 #include "platform/clock.h"
 #include "platform/error.h"
-#include "platform/linux/line_client.h"
-#include "platform/linux/machine_socket.h"
-#include "platform/linux/service_control.h"
 #include "platform/machine.h"
 #include "platform/service.h"
+#include "platform/stand_in/line_client.h"
+#include "platform/stand_in/machine_socket.h"
+#include "platform/stand_in/service_control.h"
 #include "support/fake_service.h"
 #include "support/machine.h"
 

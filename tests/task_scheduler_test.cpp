@@ -5,8 +5,8 @@
 #include <gtest/gtest.h>
 
 #include "common/time.h"
-#include "platform/linux/step_failure.h"
 #include "platform/module.h"
+#include "platform/stand_in/step_failure.h"
 #include "platform/task_scheduler.h"
 #include "support/notebook.h"
 #include "support/traced.h"

@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "common/log.h"
-#include "platform/linux/step_failure.h"
+#include "platform/stand_in/step_failure.h"
 #include "support/notebook.h"
 #include "support/traced.h"
 

@@ -10,6 +10,16 @@
 
 namespace platform {
 
+// Causes that callers tell apart, in the numbers of Windows, and two exit codes of a service that Windows sets.
+constexpr std::uint32_t kAccessDenied = 5;
+constexpr std::uint32_t kInvalidServiceControl = 1052;
+constexpr std::uint32_t kServiceRequestTimeout = 1053;
+constexpr std::uint32_t kServiceDoesNotExist = 1060;
+constexpr std::uint32_t kServiceCannotAcceptControl = 1061;
+constexpr std::uint32_t kServiceNotActive = 1062;
+constexpr std::uint32_t kProcessAborted = 1067;
+constexpr std::uint32_t kServiceNeverStarted = 1077;
+
 struct ServiceRegistration {
     const wchar_t* name;
     const wchar_t* display_name;

@@ -4,9 +4,9 @@
 #include <sstream>
 
 #include "base/json.h"
-#include "platform/linux/power_settings.h"
-#include "platform/linux/service_control.h"
 #include "platform/machine.h"
+#include "platform/stand_in/events.h"
+#include "platform/stand_in/service_control.h"
 #include "support/machine.h"
 
 namespace {

@@ -8,8 +8,8 @@
 #include <thread>
 #include <vector>
 
-#include "platform/linux/line_client.h"
 #include "platform/service.h"
+#include "platform/stand_in/line_client.h"
 
 class FakeService {
 public:

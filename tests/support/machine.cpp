@@ -22,7 +22,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "platform/linux/machine_socket.h"
+#include "platform/stand_in/machine_socket.h"
 #endif
 
 namespace {

@@ -10,7 +10,7 @@
 
 #include "file_text.h"
 #include "line.h"
-#include "platform/linux/machine_place.h"
+#include "platform/stand_in/machine_place.h"
 
 namespace zorvalis {
 namespace {

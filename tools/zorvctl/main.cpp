@@ -13,9 +13,8 @@
 #include "common/wide_to_utf8.h"
 #include "host.h"
 #include "output.h"
-#if defined(_WIN32)
-#include "platform/windows/process.h"
-#endif
+
+namespace zorvalis {
 
 namespace {
 
@@ -29,22 +28,24 @@ std::string NamedCommand(const CLI::App& app) {
     return name;
 }
 
-int Run(std::vector<std::string> arguments) {
+}  // namespace
+
+int RunTool(std::vector<std::string> arguments) {
     CLI::App app("Looks after a machine that the Zorvalis service collects on, and shows what was recorded.",
                  "zorvctl");
-    app.set_version_flag("--version", std::string("zorvctl ") + zorvalis::kServiceVersion);
+    app.set_version_flag("--version", std::string("zorvctl ") + kServiceVersion);
     app.require_subcommand(1);
-    zorvalis::AddMachineCommands(app);
-    zorvalis::AddShowCommand(app);
-    zorvalis::AddUploadsCommand(app);
-    zorvalis::AddSettingsCommand(app);
-    zorvalis::AddRegistryCommands(app);
-    zorvalis::AddTraceCommand(app);
-    zorvalis::AddLogCommand(app);
-    zorvalis::AddServiceCommands(app);
-    zorvalis::AddCallCommands(app);
-    zorvalis::AddEventCommands(app);
-    zorvalis::AddTaskCommands(app);
+    AddMachineCommands(app);
+    AddShowCommand(app);
+    AddUploadsCommand(app);
+    AddSettingsCommand(app);
+    AddRegistryCommands(app);
+    AddTraceCommand(app);
+    AddLogCommand(app);
+    AddServiceCommands(app);
+    AddCallCommands(app);
+    AddEventCommands(app);
+    AddTaskCommands(app);
 
     try {
         try {
@@ -54,41 +55,26 @@ int Run(std::vector<std::string> arguments) {
             if (error.get_exit_code() != 0) {
                 const std::vector<std::string> rest = app.remaining(true);
                 const std::string what = rest.empty() ? error.what() : rest.front() + " is not known here";
-                zorvalis::Complain(what + "\nTry: " + NamedCommand(app) + " --help");
+                Complain(what + "\nTry: " + NamedCommand(app) + " --help");
                 return 2;
             }
             std::ostringstream help;
             app.exit(error, help, help);
-            zorvalis::Print(help.str());
+            Print(help.str());
         }
-        zorvalis::FlushOutput();
-    } catch (const zorvalis::ClosedOutput&) {
+        FlushOutput();
+    } catch (const ClosedOutput&) {
         return 0;
-    } catch (const zorvalis::Failure& failure) {
+    } catch (const Failure& failure) {
         if (!failure.text.empty()) {
-            zorvalis::Complain(failure.text);
+            Complain(failure.text);
         }
         return failure.exitCode;
     } catch (const std::exception& error) {
-        zorvalis::Complain(error.what());
+        Complain(error.what());
         return 1;
     }
     return 0;
 }
 
-}  // namespace
-
-#if defined(_WIN32)
-int wmain(int argc, wchar_t** argv) {
-    platform::distrust_users();
-    std::vector<std::string> arguments;
-    for (int i = 1; i < argc; ++i) {
-        arguments.push_back(zorvalis::WideToUtf8(argv[i]));
-    }
-#else
-int main(int argc, char** argv) {
-    std::vector<std::string> arguments(argv + 1, argv + argc);
-#endif
-    zorvalis::PrepareOutput();
-    return Run(std::move(arguments));
-}
+}  // namespace zorvalis

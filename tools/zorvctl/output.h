@@ -31,8 +31,8 @@ void FlushOutput();
 // One line on the error output, behind what was printed so far.
 void Complain(const std::string& text);
 
-// Bytes as valid UTF-8: what is none becomes "\xNN". With `controls`, so do control characters, but for "\n", "\r",
-// "\t".
+// Bytes as valid UTF-8: a byte that belongs to no character becomes "\xNN". With `controls`, so do control characters,
+// but for "\n", "\r", "\t".
 std::string ReadableText(std::string_view bytes, bool controls = true);
 
 // Columns on a terminal of a readable text: two for East Asian wide characters and pictures, none for combining marks.
@@ -48,10 +48,11 @@ std::string ReadWholeFile(const std::string& path);
 // Leaves no file behind when it cannot be written completely.
 void WriteWholeFile(const std::string& path, std::string_view bytes);
 
-// Fails, in words that say what to do, when this side has stand-in machines and there is none to work on.
+// On Linux fails, in words that say what to do, when there is no stand-in machine that could be used.
 void CheckMachine();
 
-// The stand-in machine's folder. On Windows a failure that ends in `instead`, what serves in its place there.
-std::string StandInMachine(const char* instead);
+// The stand-in machine's folder. On Windows a failure that ends in `instead`, what serves in its place there; sources
+// that only Linux compiles give none.
+std::string StandInMachine(const char* instead = "");
 
 }  // namespace zorvalis

@@ -1,20 +1,15 @@
-// Starts the service as its manager does, says how it is, and sends it controls.
+// zorvctl service: starts the service as the service manager does, says how it is, and sends it controls.
 
 #include <CLI/CLI.hpp>
 #include <chrono>
-#include <cmath>
-#include <filesystem>
 #include <memory>
 #include <thread>
 
 #include "base/json.h"
-#include "base/text.h"
 #include "commands.h"
 #include "common/code_page.h"
 #include "output.h"
 #include "platform/error.h"
-#include "platform/linux/service_control.h"
-#include "platform/machine.h"
 #include "platform/service_manager.h"
 #include "service/service_base.h"
 #include "service_process.h"
@@ -118,31 +113,6 @@ private:
     platform::ServiceManager manager_;
 };
 
-std::string StatusLog() {
-    const std::string machine = platform::machine_folder();
-    const std::string log = machine + "/" + platform::kStatusLog;
-    return machine.empty() || !std::filesystem::exists(log) ? "" : log;
-}
-
-std::uintmax_t ReportedBytes() {
-    return StatusLog().empty() ? 0 : std::filesystem::file_size(StatusLog());
-}
-
-// When the service last came into the state; empty where nobody has kept it.
-std::string Since(std::uint32_t state) {
-    double since = 0;
-    for (const std::string& line : SplitString(StatusLog().empty() ? "" : ReadWholeFile(StatusLog()), '\n')) {
-        try {
-            const Json report = ParseJson(line);
-            const bool same = report.at("state").get<std::uint32_t>() == state;
-            since = !same ? 0 : since > 0 ? since : report.at("time").get<double>();
-        } catch (const std::logic_error&) {
-            // no report of a service
-        }
-    }
-    return since > 0 ? " since " + LocalTimeText(since) : "";
-}
-
 std::string ExitWords(std::uint32_t exitCode) {
     return exitCode == platform::kServiceNeverStarted ? "never started"
            : exitCode == platform::kProcessAborted    ? "none: it ended without a report"
@@ -151,7 +121,8 @@ std::string ExitWords(std::uint32_t exitCode) {
 
 void PrintStatus(const std::string& name, const ServiceStatus& status) {
     const std::string hint = status.wait_hint == 0 ? "" : ", wait " + std::to_string(status.wait_hint) + " ms";
-    Print(FitTo(name, 12) + StateWord(status.state) + Since(status.state) + "\n");
+    const double since = InStateSince(status.state);
+    Print(FitTo(name, 12) + StateWord(status.state) + (since > 0 ? " since " + LocalTimeText(since) : "") + "\n");
     if (status.state != kStopped) {
         Print("accepts     " + AcceptedWords(status.accepted) + "\n");
         Print("checkpoint  " + std::to_string(status.checkpoint) + hint + "\n");
@@ -165,36 +136,25 @@ void Status(const std::string& name) {
     Require(status.state != kStopped, "");
 }
 
-// The words for a service that has ended; empty when all went as it should. `reported`: it said anything at all.
-std::string EndWords(const std::string& name, const ServiceStatus& status, const StartedService& started,
-                     bool reported) {
-    if (!reported) {
-        const std::string death = started.Death();
+// The words for a service that has ended; empty when all went as it should.
+std::string EndWords(const std::string& name, const ServiceStatus& status, const StartedService& started) {
+    const std::string death = started.Death();
+    if (!started.HasReported()) {
         return name + " ended without a report" + (death.empty() ? "" : ": " + death);
     }
-    if (!started.Death().empty()) {
-        return name + " has not stopped as it should: " + started.Death();
+    if (!death.empty()) {
+        return name + " has not stopped as it should: " + death;
     }
     return status.exit_code == 0 ? "" : name + " stopped with exit code " + ExitWords(status.exit_code);
 }
 
-std::string ExecutablePath(const std::string& machine, const std::string& name) {
-    try {
-        return ParseJson(ReadWholeFile(machine + "/services/" + name + ".json")).at("path").get<std::string>();
-    } catch (const std::logic_error& error) {
-        throw Failure{machine + "/services/" + name + ".json does not say what to start: " + error.what()};
-    }
-}
-
 void Run(const std::string& name) {
-    const std::string machine =
-        StandInMachine("the service manager alone starts services; `zorvctl service start` asks it to");
+    StandInMachine("the service manager alone starts services; `zorvctl service start` asks it to");
     Service service(name, kMayQuery);
     Require(service.Query().state == kStopped, name + " is running already");
-    const std::uintmax_t before = ReportedBytes();
-    StartedService started(name, ExecutablePath(machine, name), "");
+    StartedService started(name, Ground::foreground);
     started.WaitForEnd();
-    const std::string problem = EndWords(name, service.Query(), started, ReportedBytes() > before);
+    const std::string problem = EndWords(name, service.Query(), started);
     Require(problem.empty(), problem);
 }
 
@@ -202,16 +162,9 @@ void Start(const std::string& name) {
     Service service(name, kMayQuery);
     ServiceStatus status = service.Query();
     Require(status.state == kStopped, name + " is running already");
-    const std::string machine = platform::machine_folder();
-    const std::string log = machine.empty() ? "" : machine + "/run/" + name + ".log";
-    if (!machine.empty()) {
-        std::filesystem::create_directories(machine + "/run");
-    }
-    const std::string path = machine.empty() ? "" : ExecutablePath(machine, name);
-    const std::uintmax_t before = ReportedBytes();
-    StartedService started(name, path, log);
+    StartedService started(name, Ground::background);
+    const std::string output = started.Output().empty() ? "" : "; its output goes to " + started.Output();
     const auto limit = std::chrono::steady_clock::now() + kStartLimit;
-    const std::string output = log.empty() ? "" : "; its output goes to " + log;
     do {
         Require(std::chrono::steady_clock::now() < limit,
                 name + " has not said within 30 seconds that it is running, and was left alone" + output);
@@ -221,7 +174,7 @@ void Start(const std::string& name) {
             return Print(name + " is running" + output + "\n");
         }
     } while (!started.HasEnded(status));
-    const std::string problem = EndWords(name, service.Query(), started, machine.empty() || ReportedBytes() > before);
+    const std::string problem = EndWords(name, service.Query(), started);
     throw Failure{(problem.empty() ? name + " has stopped again" : problem) + output};
 }
 
@@ -244,8 +197,7 @@ void Preshutdown(const std::string& name) {
     Service service(name, kMayQuery);
     const RunningService running;
     std::string answer;
-    Require(SendToMachine(platform::kControlSocket, R"({"control": 15})", &answer),
-            ErrorWords(platform::kServiceNotActive, name));
+    Require(SendPreshutdown(answer), ErrorWords(platform::kServiceNotActive, name));
     Require(!answer.empty(), name + " ended without an answer");
     const std::uint32_t error = ParseJson(answer).value("result", 0U);
     Require(error == 0, ErrorWords(error, name));

@@ -1,20 +1,23 @@
-// What the service commands need of the side on which they run: starting the service as its manager does, and the
-// sockets of a stand-in machine, which Windows lacks.
+// What the service commands need of the side on which they run. Linux: the service is a process that this tool starts,
+// on a stand-in machine, which keeps what the service reported. Windows: the service manager starts it.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "platform/service.h"
 
 namespace zorvalis {
 
+enum class Ground { foreground, background };
+
 class StartedService {
 public:
-    // On the stand-in machine the executable at `path`, in the foreground with this tool's output, or detached with its
-    // output in the file `log`; on Windows by the service manager, without either. Throws a Failure.
-    StartedService(const std::string& name, const std::string& path, const std::string& log);
+    // Linux: the executable that the service registered, in the foreground with this tool's output, or detached with
+    // its output in a file. Throws a Failure.
+    StartedService(const std::string& name, Ground ground);
 
-    // Of its process; on Windows when it is reported as stopped.
+    // Windows: when the status says so.
     bool HasEnded(const platform::ServiceStatus& status);
 
     // Until its process has ended; whoever asks this tool to end asks the service to stop.
@@ -23,12 +26,20 @@ public:
     // How the process ended, where it was against its will; else empty.
     std::string Death() const;
 
+    // Whether it said anything at all.
+    bool HasReported() const;
+
+    // The file that its output goes to, empty for none.
+    const std::string& Output() const { return output_; }
+
 private:
     int process_ = 0;
     int result_ = 0;
+    std::uintmax_t reportsBefore_ = 0;  // of other runs, in bytes
+    std::string output_;
 };
 
-// The process behind run/control, if there is one, so that its end can be waited for.
+// Linux: the process that takes the machine's controls, so that its end can be waited for.
 class RunningService {
 public:
     RunningService();
@@ -42,8 +53,10 @@ private:
     int process_ = -1;
 };
 
-// Sends a line to a socket of the machine, and waits for its answer when one is wanted; a lost answer is empty. False
-// when nobody listens.
-bool SendToMachine(const std::string& socket, const std::string& line, std::string* answer);
+// When the service last came into the state, in seconds since 1970; 0 where nobody has kept it.
+double InStateSince(std::uint32_t state);
+
+// Tells the service that the machine shuts down. False when no service runs; an answer that got lost is empty.
+bool SendPreshutdown(std::string& answer);
 
 }  // namespace zorvalis

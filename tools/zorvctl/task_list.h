@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/task_file.h"
+#include "platform/stand_in/task_file.h"
 
 namespace zorvalis {
 

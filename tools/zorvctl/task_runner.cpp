@@ -1,9 +1,6 @@
 #include "task_runner.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
@@ -42,23 +39,23 @@ std::int64_t Sooner(std::int64_t a, std::int64_t b) {
     return a == Wakeup::kNoLimit ? b : b == Wakeup::kNoLimit ? a : std::min(a, b);
 }
 
+constexpr char kLock[] = "tasks";
+
+// The file behind the lock.
 std::string LockPath(const std::string& machine) {
-    return machine + "/run/tasks.lock";
+    return machine + "/run/" + kLock + ".lock";
 }
 
 }  // namespace
 
 bool TasksAreRun(const std::string& machine) {
-    const platform::Descriptor lock(open(LockPath(machine).c_str(), O_RDONLY | O_CLOEXEC));
-    return lock && flock(lock.get(), LOCK_SH | LOCK_NB) != 0;
+    return platform::file_exists(LockPath(machine)) && !platform::FileLock(kLock, 0).held();
 }
 
 TaskRunner::TaskRunner(const std::string& machine, const RunOptions& options)
-    : machine_(machine), options_(options), wakeup_(machine) {
-    std::filesystem::create_directories(machine + "/run");
-    lock_ = platform::Descriptor(open(LockPath(machine).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
-    Require(bool(lock_), LockPath(machine) + " cannot be made: check who may write there");
-    Require(flock(lock_.get(), LOCK_EX | LOCK_NB) == 0, "the tasks of this machine are run already");
+    : machine_(machine), options_(options), lock_(kLock, 0), wakeup_(machine) {
+    Require(platform::file_exists(LockPath(machine)), LockPath(machine) + " cannot be made: check who may write there");
+    Require(lock_.held(), "the tasks of this machine are run already");
 }
 
 TaskRunner::~TaskRunner() {

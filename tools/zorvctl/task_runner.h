@@ -1,4 +1,4 @@
-// Starts the tasks of a stand-in machine when they are due, as the system's task scheduler does.
+// Starts the tasks of a stand-in machine when they are due, as the task scheduler of Windows does.
 #pragma once
 
 #include <chrono>
@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/machine_file.h"
+#include "platform/file_lock.h"
 #include "task_list.h"
 #include "task_wakeup.h"
 
@@ -61,7 +61,7 @@ private:
 
     const std::string machine_;
     const RunOptions options_;
-    platform::Descriptor lock_;
+    const platform::FileLock lock_;
     Wakeup wakeup_;
     std::vector<Task> tasks_;
     std::map<std::string, Seen> seen_;  // by name

@@ -11,7 +11,7 @@
 #include <filesystem>
 
 #include "output.h"
-#include "platform/linux/task_file.h"
+#include "platform/stand_in/task_file.h"
 
 namespace zorvalis {
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/linux/machine_file.h"
+#include "platform/stand_in/descriptor.h"
 
 namespace zorvalis {
 

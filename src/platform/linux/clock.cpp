@@ -7,7 +7,8 @@
 #include <cerrno>
 #include <cmath>
 
-#include "platform/linux/machine_file.h"
+#include "platform/linux/machine_json.h"
+#include "platform/linux/machine_path.h"
 
 namespace platform {
 namespace {

@@ -9,7 +9,8 @@
 
 #include "platform/files.h"
 #include "platform/linux/late_library.h"
-#include "platform/linux/machine_file.h"
+#include "platform/linux/windows_error.h"
+#include "platform/stand_in/descriptor.h"
 
 namespace platform {
 namespace {

@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/machine_file.h"
 #include "platform/linux/wide.h"
 #include "platform/machine.h"
 

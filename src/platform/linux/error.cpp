@@ -2,7 +2,7 @@
 
 #include <cerrno>
 
-#include "platform/linux/machine_file.h"
+#include "platform/linux/windows_error.h"
 
 namespace platform {
 namespace {

@@ -1,7 +1,7 @@
 #include "platform/event_log.h"
 
 #include "platform/clock.h"
-#include "platform/linux/machine_file.h"
+#include "platform/linux/machine_json.h"
 #include "platform/linux/wide.h"
 
 namespace platform {

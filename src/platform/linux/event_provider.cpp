@@ -6,8 +6,11 @@
 #include <set>
 
 #include "platform/clock.h"
-#include "platform/linux/machine_file.h"
+#include "platform/linux/machine_json.h"
+#include "platform/linux/machine_path.h"
 #include "platform/linux/wide.h"
+#include "platform/linux/windows_error.h"
+#include "platform/stand_in/descriptor.h"
 
 namespace platform {
 namespace {

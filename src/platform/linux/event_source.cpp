@@ -4,8 +4,10 @@
 #include <limits>
 #include <mutex>
 
+#include "base/json.h"
 #include "platform/linux/line_server.h"
 #include "platform/linux/wide.h"
+#include "platform/stand_in/events.h"
 
 namespace platform {
 
@@ -15,7 +17,6 @@ struct EventObject::State {
 
 namespace {
 
-constexpr char kSocket[] = "run/events";
 constexpr std::size_t kLongestLine = 4096;
 
 using Receivers = std::vector<std::shared_ptr<EventReceiver>>;
@@ -69,7 +70,7 @@ std::optional<std::string> deliver(LineServer::Connection, const std::string& li
 
 // With the mutex held. A socket of another machine, or one whose file was taken away, is made anew.
 std::uint32_t listen() {
-    const std::uint32_t error = shared().server.listens_at(kSocket) ? 0 : shared().server.open(kSocket);
+    const std::uint32_t error = shared().server.listens_at(kEventSocket) ? 0 : shared().server.open(kEventSocket);
     if (error != 0 || shared().started) {
         return error;
     }

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "platform/linux/event_source.h"
-#include "platform/linux/step_failure.h"
+#include "platform/stand_in/step_failure.h"
 
 namespace platform {
 

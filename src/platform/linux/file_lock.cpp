@@ -10,7 +10,8 @@
 #include <thread>
 #include <utility>
 
-#include "platform/linux/machine_file.h"
+#include "platform/linux/machine_path.h"
+#include "platform/stand_in/descriptor.h"
 
 namespace platform {
 namespace {

@@ -11,8 +11,10 @@
 #include <cstring>
 #include <string_view>
 
-#include "platform/linux/machine_file.h"
+#include "platform/linux/machine_path.h"
+#include "platform/linux/windows_error.h"
 #include "platform/machine.h"
+#include "platform/stand_in/descriptor.h"
 
 namespace platform {
 namespace {

@@ -10,7 +10,6 @@
 
 #include "platform/error.h"
 #include "platform/linux/curl_library.h"
-#include "platform/linux/machine_file.h"
 #include "platform/linux/network_file.h"
 #include "platform/linux/wide.h"
 

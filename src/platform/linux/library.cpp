@@ -12,9 +12,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/machine_file.h"
 #include "platform/linux/wide.h"
 #include "platform/module.h"
+#include "platform/stand_in/descriptor.h"
 
 namespace platform {
 namespace {

@@ -1,10 +1,10 @@
-#include "platform/linux/line_client.h"
+#include "platform/stand_in/line_client.h"
 
 #include <sys/socket.h>
 
 #include <array>
 
-#include "platform/linux/machine_socket.h"
+#include "platform/stand_in/machine_socket.h"
 
 namespace platform {
 

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/linux/machine_file.h"
+#include "platform/stand_in/descriptor.h"
 
 namespace platform {
 

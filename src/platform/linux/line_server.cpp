@@ -13,7 +13,9 @@
 #include <tuple>
 #include <utility>
 
-#include "platform/linux/machine_socket.h"
+#include "platform/linux/machine_path.h"
+#include "platform/linux/windows_error.h"
+#include "platform/stand_in/machine_socket.h"
 
 namespace platform {
 namespace {

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "platform/linux/line_peer.h"
-#include "platform/linux/machine_file.h"
+#include "platform/stand_in/descriptor.h"
 
 namespace platform {
 

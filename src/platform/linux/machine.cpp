@@ -6,7 +6,7 @@
 #include <climits>
 #include <string>
 
-#include "platform/linux/machine_place.h"
+#include "platform/stand_in/machine_place.h"
 
 namespace platform {
 namespace {

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "platform/linux/machine_file.h"
+#include "platform/linux/machine_path.h"
 #include "platform/linux/wide.h"
 #include "platform/machine.h"
 #include "platform/module.h"

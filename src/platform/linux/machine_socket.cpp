@@ -1,4 +1,5 @@
-#include "platform/linux/machine_socket.h"
+#include "platform/stand_in/machine_socket.h"
+#include "platform/linux/machine_path.h"
 
 #include <fcntl.h>
 #include <sys/file.h>

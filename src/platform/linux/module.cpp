@@ -7,7 +7,6 @@
 #include <mutex>
 
 #include "platform/error.h"
-#include "platform/linux/machine_file.h"
 #include "platform/linux/wide.h"
 
 namespace platform {

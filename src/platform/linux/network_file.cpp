@@ -1,6 +1,7 @@
 #include "platform/linux/network_file.h"
 
-#include "platform/linux/machine_file.h"
+#include "platform/linux/machine_json.h"
+#include "platform/linux/machine_path.h"
 
 namespace platform {
 namespace {

@@ -2,7 +2,8 @@
 
 #include <charconv>
 
-#include "platform/linux/machine_file.h"
+#include "platform/linux/machine_json.h"
+#include "platform/stand_in/events.h"
 
 namespace platform {
 namespace {

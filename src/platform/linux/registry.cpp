@@ -8,7 +8,9 @@
 #include <cstdio>
 
 #include "platform/linux/registry_key.h"
+#include "platform/linux/whole_file.h"
 #include "platform/linux/wide.h"
+#include "platform/stand_in/descriptor.h"
 
 namespace platform {
 namespace {

@@ -10,6 +10,8 @@
 #include <algorithm>
 #include <memory>
 
+#include "platform/linux/machine_path.h"
+#include "platform/linux/whole_file.h"
 #include "platform/linux/wide.h"
 
 namespace platform {

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/machine_file.h"
 #include "platform/registry.h"
+#include "platform/stand_in/descriptor.h"
 
 namespace platform {
 

@@ -7,6 +7,7 @@
 
 #include "platform/clock.h"
 #include "platform/linux/registry_key.h"
+#include "platform/stand_in/descriptor.h"
 
 namespace platform {
 namespace {

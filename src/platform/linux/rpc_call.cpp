@@ -11,7 +11,7 @@
 #include <optional>
 #include <stdexcept>
 
-#include "platform/linux/machine_file.h"
+#include "base/json.h"
 #include "platform/linux/rpc_frame.h"
 #include "platform/linux/wide.h"
 

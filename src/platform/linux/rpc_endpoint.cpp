@@ -15,10 +15,10 @@
 #include "platform/linux/line_server.h"
 #include "platform/linux/rpc_call.h"
 #include "platform/linux/rpc_frame.h"
-#include "platform/linux/rpc_limits.h"
 #include "platform/linux/rpc_threads.h"
-#include "platform/linux/step_failure.h"
 #include "platform/linux/wide.h"
+#include "platform/stand_in/rpc_limits.h"
+#include "platform/stand_in/step_failure.h"
 
 namespace platform {
 namespace {

@@ -3,7 +3,6 @@
 #include <new>
 #include <utility>
 
-#include "platform/linux/machine_file.h"
 #include "platform/linux/wide.h"
 #include "platform/text.h"
 

@@ -20,12 +20,15 @@
 
 #include "platform/clock.h"
 #include "platform/error.h"
-#include "platform/linux/line_client.h"
 #include "platform/linux/line_server.h"
-#include "platform/linux/machine_file.h"
+#include "platform/linux/machine_json.h"
+#include "platform/linux/machine_path.h"
 #include "platform/linux/power_settings.h"
 #include "platform/linux/service_control.h"
 #include "platform/linux/wide.h"
+#include "platform/linux/windows_error.h"
+#include "platform/stand_in/descriptor.h"
+#include "platform/stand_in/line_client.h"
 
 namespace platform {
 namespace {
@@ -166,7 +169,7 @@ std::optional<std::string> take_line(LineServer::Connection sender, const std::s
     }
     const std::lock_guard guard(shared().mutex);
     Run& run = *shared().run;
-    if (control->asksForStatus) {
+    if (control->asks_for_status) {
         return status_line(run.status);
     }
     if (run.status.state == kServiceStopped) {

@@ -4,7 +4,7 @@
 #include <new>
 
 #include "base/json.h"
-#include "platform/linux/power_settings.h"
+#include "platform/stand_in/events.h"
 
 namespace platform {
 namespace {

@@ -6,49 +6,30 @@
 #include <string>
 
 #include "platform/service.h"
+#include "platform/service_manager.h"
+#include "platform/stand_in/service_control.h"
 
 namespace platform {
 
-inline constexpr char kControlSocket[] = "run/control";
-inline constexpr char kStatusLog[] = "status.jsonl";
-inline constexpr char kRefusedStatusLog[] = "refused-status.jsonl";  // reports that nobody takes
-inline constexpr char kServiceVariable[] = "ZORV_SERVICE";  // its name, for the process that is started as a service
-
-// States.
-constexpr std::uint32_t kServiceStopped = 1;
-constexpr std::uint32_t kServiceStartPending = 2;
-constexpr std::uint32_t kServiceStopPending = 3;
-constexpr std::uint32_t kServiceLastState = 7;
-
-// Errors.
-constexpr std::uint32_t kAccessDenied = 5;
+// Errors, beside those of service_manager.h.
 constexpr std::uint32_t kInvalidHandle = 6;
 constexpr std::uint32_t kNotEnoughMemory = 8;
 constexpr std::uint32_t kInvalidData = 13;
 constexpr std::uint32_t kGenFailure = 31;
 constexpr std::uint32_t kInvalidParameter = 87;
 constexpr std::uint32_t kInvalidName = 123;
-constexpr std::uint32_t kInvalidServiceControl = 1052;
-constexpr std::uint32_t kServiceRequestTimeout = 1053;
 constexpr std::uint32_t kServiceAlreadyRunning = 1056;
-constexpr std::uint32_t kServiceDoesNotExist = 1060;
-constexpr std::uint32_t kServiceCannotAcceptControl = 1061;
-constexpr std::uint32_t kServiceNotActive = 1062;
 constexpr std::uint32_t kNotStartedAsService = 1063;
-constexpr std::uint32_t kProcessAborted = 1067;
 constexpr std::uint32_t kServiceMarkedForDelete = 1072;
 constexpr std::uint32_t kServiceExists = 1073;
-constexpr std::uint32_t kServiceNeverStarted = 1077;
 constexpr std::uint32_t kServiceNotInProcess = 1083;
 
 constexpr std::uint32_t kOwnProcess = 0x10;
 constexpr std::uint32_t kControlStop = 1;
 constexpr std::uint32_t kControlInterrogate = 4;
-constexpr std::uint32_t kControlPowerEvent = 13;
-constexpr std::uint32_t kPowerSettingChange = 0x8013;  // the event type
 
 struct ServiceControl {
-    bool asksForStatus = false;
+    bool asks_for_status = false;
     std::uint32_t control = 0;
     std::uint32_t event_type = 0;
     std::optional<PowerSettingChange> change;
@@ -57,7 +38,7 @@ struct ServiceControl {
 // Nothing, and a sentence in `problem`, for a line that asks for nothing sensible.
 std::optional<ServiceControl> parse_service_control(const std::string& line, std::string& problem);
 
-// Controls that a program may send through the service manager; the others are the system's own.
+// Controls that a program may send through the service manager; the others come from Windows alone.
 bool is_manager_control(std::uint32_t control);
 
 // 0 when a service of that status takes the control, else why not.

@@ -7,13 +7,16 @@
 #include <array>
 #include <optional>
 
+#include "base/json.h"
 #include "platform/error.h"
 #include "platform/files.h"
-#include "platform/linux/line_client.h"
-#include "platform/linux/machine_file.h"
+#include "platform/linux/machine_path.h"
 #include "platform/linux/registry_key.h"
 #include "platform/linux/service_control.h"
 #include "platform/linux/wide.h"
+#include "platform/linux/windows_error.h"
+#include "platform/stand_in/descriptor.h"
+#include "platform/stand_in/line_client.h"
 
 namespace platform {
 namespace {

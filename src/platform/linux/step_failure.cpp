@@ -1,4 +1,4 @@
-#include "platform/linux/step_failure.h"
+#include "platform/stand_in/step_failure.h"
 
 #include <mutex>
 

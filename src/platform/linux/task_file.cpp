@@ -1,4 +1,4 @@
-#include "platform/linux/task_file.h"
+#include "platform/stand_in/task_file.h"
 
 #include <algorithm>
 #include <array>

@@ -5,12 +5,17 @@
 
 #include <algorithm>
 #include <optional>
+#include <stdexcept>
 #include <vector>
 
+#include "platform/linux/machine_path.h"
 #include "platform/linux/registry_key.h"
-#include "platform/linux/step_failure.h"
-#include "platform/linux/task_file.h"
+#include "platform/linux/whole_file.h"
 #include "platform/linux/wide.h"
+#include "platform/linux/windows_error.h"
+#include "platform/stand_in/descriptor.h"
+#include "platform/stand_in/step_failure.h"
+#include "platform/stand_in/task_file.h"
 
 namespace platform {
 namespace {

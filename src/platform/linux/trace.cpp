@@ -15,8 +15,11 @@
 #include <thread>
 
 #include "platform/clock.h"
-#include "platform/linux/machine_file.h"
+#include "platform/linux/machine_json.h"
+#include "platform/linux/machine_path.h"
+#include "platform/linux/whole_file.h"
 #include "platform/machine.h"
+#include "platform/stand_in/descriptor.h"
 
 namespace platform {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <sys/random.h>
 
-#include "platform/linux/machine_file.h"
+#include "platform/stand_in/descriptor.h"
 
 namespace platform {
 

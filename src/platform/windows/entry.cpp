@@ -3,8 +3,6 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "platform/windows/process.h"
-
 // Pool threads may still run, for ever: the process ends without destroying what they use.
 int wmain(int argc, wchar_t** argv) {
     platform::distrust_users();

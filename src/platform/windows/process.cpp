@@ -1,4 +1,4 @@
-#include "platform/windows/process.h"
+#include "platform/entry.h"
 
 #include <windows.h>
 

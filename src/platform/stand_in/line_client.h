@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "platform/linux/machine_file.h"
+#include "platform/stand_in/descriptor.h"
 
 namespace platform {
 

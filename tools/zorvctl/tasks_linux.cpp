@@ -8,7 +8,7 @@
 #include "commands.h"
 #include "output.h"
 #include "platform/clock.h"
-#include "platform/linux/task_file.h"
+#include "platform/stand_in/task_file.h"
 #include "schedule.h"
 #include "task_list.h"
 #include "task_runner.h"
@@ -16,8 +16,6 @@
 namespace zorvalis {
 
 namespace {
-
-constexpr char kOnWindows[] = "use the system's own task scheduler";
 
 struct RunWords {
     std::string until, duration;
@@ -52,7 +50,7 @@ std::string TaskText(const Task& task, std::int64_t now) {
 }
 
 void ListTasks() {
-    const std::string machine = StandInMachine(kOnWindows);
+    const std::string machine = StandInMachine();
     const std::vector<Task> tasks = ReadTasks(machine);
     for (const Task& task : tasks) {
         Print(TaskText(task, platform::now_seconds()));
@@ -89,7 +87,7 @@ std::int64_t ParseSpan(const std::string& text) {
 
 void RunTasks(const RunWords& words) {
     RunOptions options = words.options;
-    const std::string machine = StandInMachine(kOnWindows);
+    const std::string machine = StandInMachine();
     if (!words.until.empty()) {
         options.until = ParseTime(words.until);
     }

@@ -7,12 +7,12 @@
 
 namespace platform {
 
-// The folder's path in two pieces; both empty when there is none.
+// The folder's path in two pieces; both empty when the environment names no place.
 struct MachinePlace {
     std::string_view base, rest;
 };
 
-// ZORV_MACHINE, else the user's state folder. A relative XDG_STATE_HOME is none.
+// ZORV_MACHINE, else the user's state folder. A relative XDG_STATE_HOME does not count.
 inline MachinePlace machine_place() {
     const auto environment = [](const char* name) -> std::string_view {
         const char* const value = std::getenv(name);

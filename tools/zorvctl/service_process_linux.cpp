@@ -1,13 +1,5 @@
 #include "service_process.h"
 
-#include "output.h"
-
-#if defined(_WIN32)
-#include <windows.h>
-
-#include "common/code_page.h"
-#include "platform/windows/handles.h"
-#else
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
@@ -19,49 +11,37 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 
-#include "platform/linux/line_client.h"
-#include "platform/linux/service_control.h"
+#include "base/json.h"
+#include "base/text.h"
+#include "output.h"
 #include "platform/machine.h"
-#endif
+#include "platform/stand_in/line_client.h"
+#include "platform/stand_in/service_control.h"
 
 namespace zorvalis {
 
-#if defined(_WIN32)
-
-StartedService::StartedService(const std::string& name, const std::string&, const std::string&) {
-    using Handle = platform::Owned<::CloseServiceHandle, SC_HANDLE>;
-    const Handle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
-    const Handle service(manager == nullptr ? nullptr
-                                            : OpenServiceW(manager.get(), Utf82Unicode(name).c_str(), SERVICE_START));
-    const bool started = service != nullptr && StartServiceW(service.get(), 0, nullptr) != FALSE;
-    const DWORD error = GetLastError();  // not beside the call: arguments have no order
-    Require(started, name + " cannot be started: error " + std::to_string(error));
-}
-
-bool StartedService::HasEnded(const platform::ServiceStatus& status) {
-    return status.state == SERVICE_STOPPED;
-}
-
-void StartedService::WaitForEnd() {}
-
-std::string StartedService::Death() const {
-    return "";
-}
-
-RunningService::RunningService() = default;
-
-RunningService::~RunningService() = default;
-
-void RunningService::WaitForEnd() const {}
-
-bool SendToMachine(const std::string&, const std::string&, std::string*) {
-    return false;
-}
-
-#else
-
 namespace {
+
+std::string StatusLog() {
+    return platform::machine_folder() + "/" + platform::kStatusLog;
+}
+
+std::uintmax_t ReportedBytes() {
+    std::error_code missing;
+    const std::uintmax_t size = std::filesystem::file_size(StatusLog(), missing);
+    return missing ? 0 : size;
+}
+
+std::string ExecutablePath(const std::string& machine, const std::string& name) {
+    const std::string file = machine + "/services/" + name + ".json";
+    try {
+        return ParseJson(ReadWholeFile(file)).at("path").get<std::string>();
+    } catch (const std::logic_error& error) {
+        throw Failure{file + " does not say what to start: " + error.what()};
+    }
+}
 
 volatile sig_atomic_t serviceProcess = 0;
 
@@ -104,19 +84,25 @@ public:
 
 }  // namespace
 
-StartedService::StartedService(const std::string& name, const std::string& path, const std::string& log) {
+StartedService::StartedService(const std::string& name, Ground ground) : reportsBefore_(ReportedBytes()) {
+    const std::string machine = platform::machine_folder();
+    if (ground == Ground::background) {
+        std::filesystem::create_directories(machine + "/run");
+        output_ = machine + "/run/" + name + ".log";
+    }
+    const std::string path = ExecutablePath(machine, name);
     setenv(platform::kServiceVariable, name.c_str(), 1);
-    setenv("ZORV_MACHINE", platform::machine_folder().c_str(), 1);
+    setenv("ZORV_MACHINE", machine.c_str(), 1);
     sigset_t stops, before;
     sigemptyset(&stops);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         sigaddset(&stops, signal);
     }
     sigprocmask(SIG_BLOCK, &stops, &before);  // until there is a process to pass them on to
-    const SpawnSettings settings(before, log);
+    const SpawnSettings settings(before, output_);
     char* const arguments[] = {const_cast<char*>(path.c_str()), nullptr};
     const int error = posix_spawn(&process_, path.c_str(), &settings.files, &settings.attributes, arguments, environ);
-    if (error == 0 && log.empty()) {
+    if (error == 0 && ground == Ground::foreground) {
         serviceProcess = process_;
         for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
             std::signal(signal, StopService);
@@ -141,6 +127,10 @@ std::string StartedService::Death() const {
                                        : "";
 }
 
+bool StartedService::HasReported() const {
+    return ReportedBytes() > reportsBefore_;
+}
+
 RunningService::RunningService() {
     platform::LineClient control;
     if (control.open(platform::kControlSocket, 1) && control.process() > 0) {
@@ -161,17 +151,30 @@ void RunningService::WaitForEnd() const {
     }
 }
 
-bool SendToMachine(const std::string& socket, const std::string& line, std::string* answer) {
-    platform::LineClient client;
-    if (!client.open(socket, 0) || !client.send(line)) {
+double InStateSince(std::uint32_t state) {
+    double since = 0;
+    for (const std::string& line : SplitString(ReportedBytes() == 0 ? "" : ReadWholeFile(StatusLog()), '\n')) {
+        try {
+            const Json report = ParseJson(line);
+            const bool same = report.at("state").get<std::uint32_t>() == state;
+            since = !same ? 0 : since > 0 ? since : report.at("time").get<double>();
+        } catch (const std::logic_error&) {
+            // no report of a service
+        }
+    }
+    return since;
+}
+
+bool SendPreshutdown(std::string& answer) {
+    constexpr char kPreshutdown[] = R"({"control": 15})";
+    platform::LineClient service;
+    if (!service.open(platform::kControlSocket, 0) || !service.send(kPreshutdown)) {
         return false;
     }
-    if (answer != nullptr && !client.receive(*answer)) {
-        answer->clear();
+    if (!service.receive(answer)) {
+        answer.clear();
     }
     return true;
 }
-
-#endif
 
 }  // namespace zorvalis

@@ -1,0 +1,52 @@
+#include "host.h"
+
+#include <pwd.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+
+namespace zorvalis {
+
+namespace {
+
+volatile std::sig_atomic_t interrupted = 0;
+
+void Interrupt(int) {
+    interrupted = 1;
+}
+
+}  // namespace
+
+int TerminalWidth() {
+    winsize size{};
+    const bool known = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    return isatty(STDOUT_FILENO) == 0 ? 0 : known ? size.ws_col : 80;
+}
+
+std::string UserName() {
+    const passwd* const user = getpwuid(geteuid());
+    return user == nullptr ? std::to_string(geteuid()) : user->pw_name;
+}
+
+void UseMachine(const char* folder) {
+    setenv("ZORV_MACHINE", folder, 1);
+}
+
+void CatchInterruption() {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        std::signal(signal, Interrupt);
+    }
+}
+
+bool Interrupted() {
+    return interrupted != 0;
+}
+
+}  // namespace zorvalis
+
+int main(int argc, char** argv) {
+    std::signal(SIGPIPE, SIG_IGN);  // a write to a closed pipe then fails instead of ending the tool
+    return zorvalis::RunTool({argv + 1, argv + argc});
+}
