@@ -1,6 +1,6 @@
-// The service database, one call for each of the system's own: what an administrator's command asks of it. An object
-// holds at most one open database and one open service, closes both, and belongs to one thread. A failed call leaves
-// its cause in `last_error`.
+// The service database, as an administrator's command uses it: one call for each call of Windows. On the stand-in
+// machine it is the folder services/. An object holds at most one open database and one open service, closes both, and
+// belongs to one thread. A call that returns false leaves a Windows error number in `last_error`.
 #pragma once
 
 #include <cstdint>
@@ -10,6 +10,7 @@
 
 namespace platform {
 
+// Types, access masks and controls are the numbers of Windows.
 // Causes that callers tell apart, in the numbers of Windows, and two exit codes of a service that Windows sets.
 constexpr std::uint32_t kAccessDenied = 5;
 constexpr std::uint32_t kInvalidServiceControl = 1052;
@@ -27,9 +28,9 @@ struct ServiceRegistration {
     std::uint32_t start_type;
     std::uint32_t error_control;
     const wchar_t* path;
-    const wchar_t* dependencies;  // names, each with its null, and a null; no name at all is ""
-    const wchar_t* account;       // null for the local system
-    const wchar_t* password;      // null for none
+    const wchar_t* dependencies;  // names, each ended by a null, and one more null at the end; "" for no dependency
+    const wchar_t* account;       // null for LocalSystem
+    const wchar_t* password;      // null when the account needs none
 };
 
 class ServiceManager {
@@ -43,7 +44,7 @@ public:
     bool create_service(const ServiceRegistration& registration, std::uint32_t access);
     bool open_service(const wchar_t* name, std::uint32_t access);
 
-    // On the open service.
+    // These three act on the open service.
     bool control_service(std::uint32_t control, ServiceStatus& status);
     bool query_service(ServiceStatus& status);
     bool delete_service();

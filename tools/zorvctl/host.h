@@ -1,5 +1,5 @@
-// The few things that the tool asks of its host and the platform floor has no need of: the entry, the terminal, its
-// user, interruption.
+// What the tool asks of Windows or Linux and the platform floor does not offer, since the service needs none of it: the
+// entry, the terminal, the user's name, interruption.
 #pragma once
 
 #include <string>
@@ -10,17 +10,17 @@ namespace zorvalis {
 // Defined by the tool. The side's own main prepares the output and calls this with the arguments in UTF-8.
 int RunTool(std::vector<std::string> arguments);
 
-// The terminal's width in columns, 0 when the output is a file or a pipe.
+// The terminal's width in columns (80 when it does not tell); 0 when the output is a file or a pipe.
 int TerminalWidth();
 
 // The account that runs the tool.
 std::string UserName();
 
-// The machine's folder for this process, instead of the one that the environment names.
+// Makes `folder` the stand-in machine of this process and of those it starts, by ZORV_MACHINE. Does nothing on Windows.
 void UseMachine(const char* folder);
 
-// From the first call on, Ctrl-C and requests to end do not end the process but make `Interrupted` true. Only for
-// commands that work on a stand-in machine.
+// From this call on, Ctrl-C, SIGTERM and a closed terminal do not end the process but make `Interrupted` true. Only for
+// commands that work on a stand-in machine: nothing on Windows.
 void CatchInterruption();
 bool Interrupted();
 

@@ -1,4 +1,5 @@
-// What every command of the tool works with: its output, its complaints, text made fit for a person's eyes, files.
+// What every command of the tool uses: output, complaints, text that a terminal can show, whole files, the check that
+// there is a machine. One thread.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +8,8 @@
 
 namespace zorvalis {
 
-// Ends a command. An empty text means that everything has been said already.
+// Thrown to end a command: main prints the text and exits with the code. An empty text prints nothing, since the
+// command has complained already.
 struct Failure {
     std::string text;
     int exitCode = 1;
@@ -21,38 +23,40 @@ inline void Require(bool holds, const std::string& otherwise, int exitCode = 1) 
     }
 }
 
-// Nobody reads the output any more.
+// Thrown when the reader of the output has closed the pipe.
 struct ClosedOutput {};
 
-// Both throw ClosedOutput, or a Failure when the output cannot be written.
+// Both throw ClosedOutput, or a Failure when the output cannot be written for another reason.
 void Print(std::string_view text);
 void FlushOutput();
 
-// One line on the error output, behind what was printed so far.
+// Prints "zorvctl: " and one line to the error output, after flushing what was printed so far.
 void Complain(const std::string& text);
 
-// Bytes as valid UTF-8: a byte that belongs to no character becomes "\xNN". With `controls`, so do control characters,
-// but for "\n", "\r", "\t".
+// Makes any bytes valid UTF-8: a byte that is not becomes "\xNN". With `controls`, control characters are escaped too:
+// as "\n", "\r", "\t" or "\xNN".
 std::string ReadableText(std::string_view bytes, bool controls = true);
 
-// Columns on a terminal of a readable text: two for East Asian wide characters and pictures, none for combining marks.
+// How many columns of a terminal a readable text takes: two for each East Asian wide character or picture, none for a
+// combining mark.
 int DisplayWidth(std::string_view text);
 
-// A readable text in exactly `width` columns: padded, or cut with an ellipsis.
+// A readable text in exactly `width` columns: padded with blanks, or cut and ended with an ellipsis.
 std::string FitTo(const std::string& text, int width, bool rightAligned = false);
 
-// "2026-11-12 09:08:07.006" for seconds since 1970.
+// Seconds since 1970 as local time, "2026-11-12 09:08:07.006".
 std::string LocalTimeText(double seconds);
 
+// Both throw a Failure that names the path and what to check.
 std::string ReadWholeFile(const std::string& path);
-// Leaves no file behind when it cannot be written completely.
+// Deletes the file again when it cannot be written completely.
 void WriteWholeFile(const std::string& path, std::string_view bytes);
 
-// On Linux fails, in words that say what to do, when there is no stand-in machine that could be used.
+// On Linux, throws a Failure that says what to do when there is no usable stand-in machine. Does nothing on Windows.
 void CheckMachine();
 
-// The stand-in machine's folder. On Windows a failure that ends in `instead`, what serves in its place there; sources
-// that only Linux compiles give none.
+// The stand-in machine's folder, which exists. On Windows it throws a Failure that ends with `instead`, which says what
+// to use there; sources for Linux alone give none.
 std::string StandInMachine(const char* instead = "");
 
 }  // namespace zorvalis
