@@ -1,7 +1,7 @@
-// The machine's clock and its waits.
+// The machine's clock and its waits. Any thread.
 //
-// Tests and simulations shift the clock and shorten waits through one switch, `set_clock`; on the stand-in machine
-// its clock.json does the same for every process of the machine. Both add up.
+// Tests and simulations shift the clock and shorten waits of their own process by `set_clock`. On the stand-in machine
+// clock.json does the same for every process; its offset is added to the switch's, its factor multiplies the switch's.
 #pragma once
 
 #include <cstdint>
@@ -11,12 +11,12 @@ namespace platform {
 
 struct ClockSwitch {
     std::int64_t offset_seconds = 0;
-    double wait_factor = 1.0;  // on sleeps, timers and timed waits; a running wait keeps its factor
+    double wait_factor = 1.0;  // multiplies sleeps, timers and timed waits; a wait that has begun keeps its length
 };
 
 void set_clock(const ClockSwitch& clock);
 
-// Seconds since 1970, UTC.
+// Seconds since 1970, UTC. This and the two below include the offset.
 std::int64_t now_seconds();
 
 // Units of 100 nanoseconds since 1601, UTC.
@@ -25,18 +25,19 @@ std::uint64_t now_ticks();
 // Microseconds since 1970, for time stamps in logs.
 std::int64_t now_microseconds();
 
-// Both go by the machine's time zone of this moment: a notebook travels while the service runs.
+// This and local_seconds read the machine's time zone at each call: a notebook travels while the service runs.
 //
-// False when the time has no calendar form; `local` is zeroed then.
+// False for a time that the C library of Windows has no date for, before 1970 or after 3000; `local` is zeroed then.
 bool local_time(std::int64_t seconds, std::tm& local);
 
-// The way back. Fields beyond their range carry over, and `local` is put right; whether summer time rules is found
-// out. -1 outside the C library's years.
+// Seconds since 1970 for a local time. Fields out of range carry over (32 January is 1 February), and `local` is
+// corrected to that; tm_isdst is looked up, not read. -1 outside the years that the C library knows.
 std::int64_t local_seconds(std::tm& local);
 
+// Sleeps for the scaled time.
 void sleep_milliseconds(std::uint32_t milliseconds);
 
-// The length of a wait of `milliseconds` under the present switch, in microseconds.
+// How long a wait of `milliseconds` lasts under the present factors, in microseconds.
 std::int64_t scaled_wait(std::uint32_t milliseconds);
 
 }  // namespace platform

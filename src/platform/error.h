@@ -1,4 +1,5 @@
-// The calling thread's last system error, in the numbers of Windows on both sides.
+// The calling thread's last error: GetLastError on Windows; on the stand-in machine a number that the failed call of
+// this floor has left, translated to that of Windows. It tells why a call has just failed and nothing after a success.
 #pragma once
 
 #include <cstdint>

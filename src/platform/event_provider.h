@@ -1,4 +1,5 @@
-// The event provider of this process: texts at a level, for whoever collects the machine's events.
+// An event provider of this process: texts with a level, which Windows hands to whoever collects events of this
+// provider; provider.jsonl on the stand-in machine. Any thread.
 #pragma once
 
 #include <cstdint>
@@ -7,10 +8,12 @@
 
 namespace platform {
 
-// The result is a system status, 0 for success; `registration` is then not 0 and is to be given back.
+// 0, or a Windows error number. After success `registration` is not 0 and belongs to the caller, who hands it to
+// unregister_event_provider.
 std::uint32_t register_event_provider(const Guid& provider, std::uint64_t& registration);
 void unregister_event_provider(std::uint64_t registration);
 
+// A text that cannot be written is lost, and the caller is not told.
 void write_event_text(std::uint64_t registration, std::uint8_t level, std::uint64_t keyword, const wchar_t* text);
 
 }  // namespace platform

@@ -1,5 +1,6 @@
-// A subscription to the events of a class that the firmware reports: set up as a whole, cancelled and released at its
-// end. It belongs to one thread; the receiver is called on threads of the system, also shortly after the end.
+// A subscription to the events that the firmware reports through WMI, or that lines in the stand-in machine's
+// run/events report. The constructor sets it up, the destructor cancels it. One thread makes and ends it; the receiver
+// is called on threads of WMI (of the stand-in's event source), and may still be called shortly after the destructor.
 #pragma once
 
 #include <cstdint>
@@ -9,47 +10,49 @@
 
 namespace platform {
 
-// One event, for the length of a call.
+// One event. Valid only inside the Indicate that was given it.
 class EventObject {
 public:
     struct State;
     explicit EventObject(State& state) : state_(state) {}
 
-    // False when they cannot be had.
+    // The names of all properties of the event; false when Windows cannot list them.
     bool property_names(std::vector<std::wstring>& names) const;
+    // False when the property is missing or is no number of 32 bits; `value` is unchanged then.
     bool integer(const std::wstring& property, std::int32_t& value) const;
 
 private:
     State& state_;
 };
 
+// What these throw is swallowed.
 class EventReceiver {
 public:
     virtual ~EventReceiver() = default;
     virtual void Indicate(const EventObject& object) = 0;
+    // Progress or end of the subscription; `flags` are WMI's.
     virtual void SetStatus(std::int32_t flags) = 0;
 };
 
-// In their order.
+// The steps of setting up, in their order.
 enum class EventStep {
-    enter,  // COM, in the multithreaded apartment
+    enter,  // the calling thread enters COM's multithreaded apartment
     create_locator,
     connect,
     set_blanket,
-    start,  // a failure to make the stub through which the receiver is called shows here
+    start,  // also fails when the stub, through which WMI would call the receiver, could not be made
 };
 
 class EventSubscription {
 public:
-    // Subscribes, up to the first step that fails. Without `enter_com` the thread is in COM already.
+    // Makes the steps up to the first that fails. `enter_com` is false on a thread that is in COM already.
     EventSubscription(bool enter_com, const wchar_t* name_space, const wchar_t* query,
                       std::shared_ptr<EventReceiver> receiver);
     ~EventSubscription();
     EventSubscription(const EventSubscription&) = delete;
     EventSubscription& operator=(const EventSubscription&) = delete;
 
-    // The last step that was done, or the one that failed, and its status: negative for a failure, in the numbers of
-    // Windows.
+    // The last step made, or the one that failed, and its HRESULT: negative for a failure.
     EventStep step = EventStep::enter;
     std::int32_t status = 0;
 

@@ -1,5 +1,5 @@
-// A lock of a name between processes, for as long as the object lives. Re-entrant for its thread; a process that ends
-// gives its locks up.
+// A lock with a name, between the threads of all processes of the machine. It is held as long as the object lives, and
+// freed when its process ends in any way. A thread that holds it gets it again at once.
 #pragma once
 
 #include <cstdint>
@@ -12,11 +12,11 @@ class FileLock {
 public:
     FileLock() = default;  // holds nothing
 
-    // Waits for at most so many milliseconds, real ones, not scaled by clock.json: others hold the lock for real work.
-    // Ends on the thread that made it. `name` is a file's bare name.
+    // Waits at most so long for the lock. These are real milliseconds, not scaled by clock.json: others hold the lock
+    // for real work. The object must end on the thread that made it. `name` is a file's name without its folder.
     FileLock(const std::string& name, std::uint32_t milliseconds);
 
-    // False after a wait in vain, and where there can be no lock.
+    // False when the wait ran out, or the lock could not be made or belongs to a stranger.
     bool held() const { return state_ != nullptr; }
 
 private:

@@ -1,5 +1,5 @@
-// Files and folders. Paths are UTF-8 in the system's own form, "C:\ProgramData\..." with backslashes; on the
-// stand-in machine such a path lies in the machine's folder, and any other path is the host's own.
+// Files and folders. Paths are UTF-8. The core writes them as on Windows, "C:\ProgramData\..."; on the stand-in machine
+// a path on C: lies in the machine's folder, and any other path is one of the Linux host. Any thread.
 #pragma once
 
 #include <cstdint>
@@ -15,28 +15,28 @@ struct FileCloser {
 };
 using File = std::unique_ptr<std::FILE, FileCloser>;
 
-// `mode` as for fopen; null on failure. A file belongs to one thread at a time.
+// `mode` as for fopen; null on failure. Only one thread at a time may use a file: the C library's lock is left out.
 File open_file(const std::string& path, const char* mode);
 
 // Moves to the end and returns the position there, which is the size; -1 on failure.
 std::int64_t seek_to_end(std::FILE* file);
 
-// Byte by byte through the C library's buffers, each byte exclusive-ored with `key`: up to `most` bytes, or to the end
-// of `from`. False for a byte that cannot be read, or written through to the system.
+// Copies at most `most` bytes, or up to the end of `from`, each exclusive-ored with `key`, and flushes the C library's
+// buffer. False when reading, writing or flushing fails.
 bool copy_bytes(std::FILE* from, std::FILE* to, std::int64_t most, std::uint8_t key);
 
-// Puts `text` in the place of what the file holds, in place: room is made with blanks behind the old text, one write
-// goes over all of it, and what is left over is cut. A process that is killed in between leaves the old text or the new
-// one whole, perhaps with blanks behind it. A new file has its name only with its text, or goes with its process until
-// then; only on a Linux file system without unnamed files does a kill leave it empty. False when not all came through:
-// the file is then gone, or as it was when it could not even be opened.
+// Replaces the file's text in place: blanks are appended until the new text fits, one write covers the whole file, and
+// what is left over is cut off. A process that is killed meanwhile leaves the old text or the new one whole, perhaps
+// followed by blanks. A file that did not exist appears together with its text (Windows deletes it with the process
+// until then); only a Linux file system without unnamed files (O_TMPFILE) can be left with an empty one. False on
+// failure: the file has been deleted, or is unchanged when it could not be opened.
 bool replace_text(const std::string& path, const std::string& text);
 
-bool file_exists(const std::string& path);                         // a file, no folder
+bool file_exists(const std::string& path);                         // false for a folder
 bool folder_exists(const std::string& path);                       // a closing backslash is allowed
-bool is_link(const std::string& path);                             // the last part; not followed
-bool create_folder(const std::string& path);                       // one level
-bool remove_file(const std::string& path);                         // never a folder
+bool is_link(const std::string& path);                             // whether the last part is a link or junction
+bool create_folder(const std::string& path);                       // one level; false when it exists
+bool remove_file(const std::string& path);                         // false for a folder
 bool rename_file(const std::string& from, const std::string& to);  // fails when `to` exists
 
 struct FolderEntry {
@@ -44,10 +44,11 @@ struct FolderEntry {
     bool folder;
 };
 
-// All entries of a folder but "." and "..", and on Linux those with a backslash. The result is 0 or the system's error.
+// All entries of a folder but "." and "..", on Linux also without names that hold a backslash, which would be read as a
+// path. 0, or a Windows error number, with the entries found so far.
 std::uint32_t list_folder(const std::string& folder, std::vector<FolderEntry>& entries);
 
-// The path as other libraries of this process open it, in UTF-8.
+// The same path as the operating system knows it, for libraries that open files themselves (SQLite). UTF-8.
 std::string native_path(const std::string& path);
 
 }  // namespace platform

@@ -1,4 +1,4 @@
-// A GUID in its field form, in this machine's byte order.
+// A GUID as Windows lays it out: four fields, the numbers in this machine's byte order.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,5 @@
-// A re-entrant lock private to this process, with a timed wait: the job lock and the event log lock.
-// Its owner is a thread; an owner thread that ends leaves the lock abandoned.
+// A re-entrant lock inside this process, with a timed wait: the job lock and the event log lock. It behaves as a
+// Windows mutex: a thread owns it, and an owner that ends without releasing leaves the lock abandoned.
 #pragma once
 
 #include <cstdint>
@@ -13,13 +13,14 @@ public:
     Lock(const Lock&) = delete;
     Lock& operator=(const Lock&) = delete;
 
-    // True when the lock was had within `milliseconds`; 0 waits without limit. The thread that waits on an
-    // abandoned lock owns it from then on, yet its wait counts as failed. A lock that could not be made never succeeds.
+    // True when the caller got the lock within `milliseconds` (scaled, see clock.h); 0 waits without limit. On an
+    // abandoned lock the caller becomes the owner, but the result is false. Also false for a lock that is not `valid`.
     bool wait(std::uint32_t milliseconds);
 
-    // One release for each wait that gave ownership. Ignored from a thread that is not the owner.
+    // To be called once for each wait that gave ownership. Does nothing on a thread that is not the owner.
     void release();
 
+    // False when the lock could not be made.
     bool valid() const;
 
 private:

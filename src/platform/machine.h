@@ -1,14 +1,16 @@
-// The stand-in machine's folder, for the tools beside the service. On Windows the machine is the real one.
+// The stand-in machine's folder, for the tools beside the service. On Windows, where the machine is the real one, both
+// functions return an empty text. Any thread.
 #pragma once
 
 #include <string>
 
 namespace platform {
 
-// The folder in UTF-8: ZORV_MACHINE, else the user's state folder. Empty on Windows.
+// The folder's absolute path in UTF-8: ZORV_MACHINE, else zorv-machine in the user's state folder.
 std::string machine_folder();
 
-// Why the machine cannot be used (a path too long, say), in a sentence; empty when it can. Makes a missing folder.
+// Why the machine cannot be used (a path too long, say), in a sentence; empty when it can be used. Makes the folder
+// when it is missing.
 std::string machine_problem();
 
 }  // namespace platform

@@ -1,7 +1,7 @@
-// Open contexts of the local endpoint, numbered from 1, of which none comes twice: a client's late or repeated call
-// finds nothing. A context is taken out once, and none ends under a call that uses it. On the stand-in machine each
-// connection has a table and its contexts end with it; on Windows the process has one and the RPC runtime runs down
-// what a dead client has left. Any thread.
+// The open contexts of the local endpoint under the numbers that clients know them by. Numbers start at 1 and are never
+// used again, so that a late or repeated call finds no context of another client. A call that has found a context keeps
+// it open until it returns. On the stand-in machine each connection has a table, which ends with it; on Windows the
+// process has one, and the RPC runtime closes what a dead client left open. Any thread.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@
 
 namespace platform {
 
-// Closed by whoever holds it last.
+// Closes the context when its last holder lets go of it.
 class OpenContext {
 public:
     OpenContext(void* (*open)(), void (*close)(void* context)) : close_(close), context_(open()) {}
@@ -21,7 +21,7 @@ public:
         try {
             close_(context_);
         } catch (...) {
-            // There may be no call any more that it could be a fault of.
+            // Swallowed: there may be no call left that could end with this fault.
         }
     }
     OpenContext(const OpenContext&) = delete;
@@ -36,9 +36,10 @@ private:
 
 class RpcContexts {
 public:
+    // `most` is how many may be open at once.
     explicit RpcContexts(std::size_t most = std::numeric_limits<std::size_t>::max()) : most_(most) {}
 
-    // Its number, 0 when there are too many.
+    // The context's number; 0, and the context is not kept, when too many are open.
     std::uint64_t add(std::shared_ptr<OpenContext> context) {
         const std::lock_guard guard(mutex_);
         if (contexts_.size() >= most_) {
@@ -48,14 +49,14 @@ public:
         return last_;
     }
 
-    // Null when there is none of that number.
+    // Null for an unknown number.
     std::shared_ptr<OpenContext> find(std::uint64_t number) {
         const std::lock_guard guard(mutex_);
         const auto found = contexts_.find(number);
         return found != contexts_.end() ? found->second : nullptr;
     }
 
-    // The same, and there is none of that number from now on.
+    // As `find`, and the number is unknown from now on.
     std::shared_ptr<OpenContext> take(std::uint64_t number) {
         const std::lock_guard guard(mutex_);
         auto node = contexts_.extract(number);

@@ -1,21 +1,21 @@
-// The procedures of the local endpoint, in the order of their numbers, as the service hands them to the floor, which
-// calls them with what a client sent. They run on threads of the transport, many at once, also on one context. An
-// error that leaves one ends the call as a fault at the client, and nothing else.
+// The procedures of the local endpoint, in the order of their numbers. The service fills the table; the floor calls
+// them with what a client sent, on threads of the transport, many at once, also on one context. An exception that
+// leaves one ends that call with a fault at the client and has no other effect.
 #pragma once
 
 #include <cstdint>
 
 namespace platform {
 
-// What RemoteOpen hands out: the floor passes it on as it is, never null, and gives it back once, when no call uses it
-// any more. Clients get a number in its place.
+// What the service's RemoteOpen returns, never null. The floor passes it to each call of that context and to
+// RemoteClose once, after the last call that uses it. Clients see a number instead.
 using RpcContext = void*;
 
-// Text is terminated. A text buffer has room for `outputSize` characters and comes zeroed; a cookie is the client's
-// own.
+// Texts end with a null. `output` is a zeroed buffer of `outputSize` characters, the terminator included. `cookie` is
+// a number of the client's own, which its callbacks bring back.
 struct RpcProcedures {
     RpcContext (*RemoteOpen)();
-    void (*RemoteClose)(RpcContext context);  // also of a client that died
+    void (*RemoteClose)(RpcContext context);  // also for a client that died
     void (*GetTestDataFunc)(RpcContext context, std::int64_t value, std::int64_t cookie);
     void (*GetModelName)(RpcContext context, std::int64_t cookie);
     void (*GetSerialNumber)(RpcContext context, std::int64_t cookie);

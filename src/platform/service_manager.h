@@ -10,7 +10,6 @@
 
 namespace platform {
 
-// Types, access masks and controls are the numbers of Windows.
 // Causes that callers tell apart, in the numbers of Windows, and two exit codes of a service that Windows sets.
 constexpr std::uint32_t kAccessDenied = 5;
 constexpr std::uint32_t kInvalidServiceControl = 1052;
@@ -21,6 +20,7 @@ constexpr std::uint32_t kServiceNotActive = 1062;
 constexpr std::uint32_t kProcessAborted = 1067;
 constexpr std::uint32_t kServiceNeverStarted = 1077;
 
+// Types, access masks and controls are the numbers of Windows.
 struct ServiceRegistration {
     const wchar_t* name;
     const wchar_t* display_name;

@@ -1,5 +1,5 @@
-// The system's task scheduler. Each function is one whole act: it enters COM, goes through its steps and, at the first
-// that fails, no further; then it releases everything and leaves COM. Texts are UTF-8. Any thread.
+// The Task Scheduler of Windows; files under tasks/ on the stand-in machine. Each function enters COM, makes its steps
+// up to the first that fails, releases everything and leaves COM. Texts are UTF-8. Any thread.
 #pragma once
 
 #include <cstdint>
@@ -8,9 +8,9 @@
 
 namespace platform {
 
-// The steps in their order: what every act begins with, then those of each act.
+// The steps in their order: those that every function begins with, then those of each function.
 enum class TaskStep {
-    enter,  // COM, in the multithreaded apartment
+    enter,  // the calling thread enters COM's multithreaded apartment
     create_service,
     connect,
     get_root_folder,
@@ -47,38 +47,38 @@ enum class TaskStep {
     delete_task,
 };
 
-// One of the registered tasks, and how far it came: to a failed get_task or get_task_name, or, when it has the name, to
-// put_task_enabled.
+// What disable_task met at one registered task: get_task or get_task_name when that step failed, put_task_enabled when
+// the task has the name and was to be disabled.
 struct TaskItem {
     std::int32_t index;  // from 1
     TaskStep step;
 };
 
 struct TaskResult {
-    TaskStep step = TaskStep::enter;  // the last that was done, or the one that failed
-    std::int32_t status = 0;          // its status: negative for a failure, in the numbers of Windows
-    std::vector<TaskItem> items;      // of disable_task
+    TaskStep step = TaskStep::enter;  // the last one made, or the one that failed
+    std::int32_t status = 0;          // its HRESULT: negative for a failure
+    std::vector<TaskItem> items;      // filled by disable_task only
 };
 
 struct ScheduledTask {
     std::string author;
     std::int32_t run_level = 0;  // 1 is the highest
     bool start_when_available = false;
-    std::string execution_time_limit = "PT72H";  // empty or no time at all: none
+    std::string execution_time_limit = "PT72H";  // empty or a duration of 0: no limit
     bool disallow_start_if_on_batteries = true;
     std::string trigger_id;
     std::string start_boundary;  // local time, "2026-11-12T09:08:00"
-    std::string interval;        // empty: a single start
+    std::string interval;        // an ISO 8601 duration; empty: the task starts once
     std::string path;
     std::string arguments;
     std::string user;
     std::int32_t logon_type = 0;
 };
 
-// Makes the task or replaces the one of that name.
+// Makes the task, or replaces the one that has the name.
 TaskResult register_task(const std::string& name, const ScheduledTask& task);
 
-// Goes through all tasks of the root folder, and over those that fail.
+// Looks at every task of the root folder; one that cannot be read is skipped.
 TaskResult disable_task(const std::string& name);
 
 TaskResult delete_task(const std::string& name);

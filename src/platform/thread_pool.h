@@ -1,6 +1,6 @@
-// The process's default pool of threads, which grows: work that runs at once, and timers that fire once. A callback
-// may block for as long as it likes, or for ever. Neither work nor timers are closed: what is pending ends with the
-// process.
+// A pool of threads for the whole process: work that runs at once, and timers that fire once. The pool grows, so a
+// callback may block as long as it likes, or for ever. Work and timers are never cancelled: what is pending ends with
+// the process. Any thread.
 #pragma once
 
 #include <cstdint>
@@ -10,20 +10,20 @@ namespace platform {
 struct PoolWork;
 struct PoolTimer;
 
-// Nothing may leave it.
+// It must not throw.
 using PoolCallback = void (*)(void* context);
 
-// Null when it cannot be made. It is submitted once and not used after that: the stand-in machine frees it then, and
-// Windows never.
+// Null when it cannot be made. Submit it once and do not use it afterwards: the stand-in machine frees it then, the
+// Windows side never does.
 PoolWork* create_pool_work(PoolCallback callback, void* context);
 void submit_pool_work(PoolWork* work);
 
-// Null when it cannot be made. It fires once, `milliseconds` from the start, by the machine's clock of waits. It is not
-// used after its start: the stand-in machine frees it then, Windows when it fires, before the callback.
+// Null when it cannot be made. Start it once and do not use it afterwards: it fires after `milliseconds`, scaled (see
+// clock.h). The stand-in machine frees it at the start, the Windows side when it fires, before the callback.
 PoolTimer* create_pool_timer(PoolCallback callback, void* context);
 void start_pool_timer(PoolTimer* timer, std::uint32_t milliseconds);
 
-// For tests: whether the next works and timers can be made at all.
+// For tests: while this is on, making work or a timer fails.
 void refuse_pool_items(bool refused);
 
 }  // namespace platform

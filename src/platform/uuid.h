@@ -1,5 +1,5 @@
-// UUIDs as 16 bytes in memory order and as text. The text reads the first three fields as little-endian numbers, in
-// lower case, on both sides.
+// UUIDs as 16 bytes and as text. The text is in lower case and reads the first three fields as little-endian numbers,
+// as Windows does, so its digits do not follow the order of the bytes. Any thread.
 #pragma once
 
 #include <array>
