@@ -1,3 +1,4 @@
+// Windows' clock and sleeps. There is no clock.json here: only `set_clock` shifts and shortens.
 #include "platform/clock.h"
 
 #include <windows.h>
@@ -16,6 +17,7 @@ constexpr std::int64_t kTicks = 10000000;  // in a second
 std::atomic<std::int64_t> switchOffset{0};
 std::atomic<double> switchFactor{1.0};
 
+// In units of 100 nanoseconds, shifted by the switch.
 std::int64_t ticks_since_1970() {
     FILETIME now;
     ::GetSystemTimeAsFileTime(&now);
@@ -23,12 +25,13 @@ std::int64_t ticks_since_1970() {
     return static_cast<std::int64_t>(ticks) - kTicksFrom1601 + switchOffset.load() * kTicks;
 }
 
-// Towards the past also before 1970.
+// Rounds down, also for times before 1970.
 std::int64_t floor_divide(std::int64_t ticks, std::int64_t unit) {
     return ticks / unit - (ticks % unit < 0 ? 1 : 0);
 }
 
-// The C runtime reads the time zone once, into variables that all threads share and that are wrong while it reads.
+// The C runtime reads the time zone only once, so _tzset reads it again for each conversion. It writes variables that
+// all threads share, hence the lock.
 template <class Convert>
 auto in_present_zone(Convert convert) {
     static SRWLOCK lock = SRWLOCK_INIT;
@@ -63,7 +66,7 @@ bool local_time(std::int64_t seconds, std::tm& local) {
     if (in_present_zone([&] { return ::_localtime64_s(&local, &time); }) == 0) {
         return true;
     }
-    local = std::tm{};  // the library leaves -1 in every field
+    local = std::tm{};  // the C runtime leaves -1 in every field
     return false;
 }
 

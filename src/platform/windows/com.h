@@ -1,5 +1,5 @@
-// COM as this side uses it: a thread's stay in the multithreaded apartment, pointers, texts and values, each given back
-// at its owner's end. A text that cannot be allocated is std::bad_alloc.
+// RAII for COM: a thread's stay in the multithreaded apartment, pointers, texts and values. A text that cannot be
+// allocated raises std::bad_alloc.
 #pragma once
 
 #include <windows.h>
@@ -13,7 +13,7 @@
 
 namespace platform {
 
-// To be the first member of what holds pointers: it is left after they are released.
+// Make it the first member of an object that holds pointers: COM must be left only after they are released.
 class Apartment {
 public:
     Apartment() = default;
@@ -46,7 +46,7 @@ public:
     Interface* get() const { return object_; }
     Interface* operator->() const { return object_; }
 
-    // Where a call puts the object that it hands out.
+    // For a call that hands out an object: releases the present one and gives the place for the new one.
     Interface** put() {
         release();
         return &object_;

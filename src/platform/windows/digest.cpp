@@ -1,3 +1,4 @@
+// The digest by CryptoAPI, a kilobyte at a time.
 #include "platform/digest.h"
 
 #include <windows.h>
@@ -35,7 +36,7 @@ struct Handles {
     bool open(const std::string& path) {
         const std::wstring name = to_wide(path);
         return done_in_time(name, [&] {
-            // Shared as the files of the C library are.
+            // With the sharing of the C library: a file that it has open for writing elsewhere opens here too.
             file = ::CreateFileW(name.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
                                  FILE_ATTRIBUTE_NORMAL, nullptr);
             return file != INVALID_HANDLE_VALUE;

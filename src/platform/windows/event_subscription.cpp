@@ -1,3 +1,5 @@
+// An asynchronous WMI notification query. WMI calls the receiver through a stub of the unsecured apartment, so that it
+// needs no right to call into this process.
 #include "platform/event_subscription.h"
 
 #include <windows.h>
@@ -19,7 +21,7 @@ namespace {
 
 using OwnedArray = Owned<::SafeArrayDestroy, SAFEARRAY*>;
 
-// What the system calls, through its stub, on threads of its own; it lives for as long as somebody refers to it.
+// What WMI calls, on threads of its own. COM counts its references, so it may outlive the subscription.
 class EventSink final : public IWbemObjectSink {
 public:
     explicit EventSink(std::shared_ptr<EventReceiver> receiver) : receiver_(std::move(receiver)) {}
@@ -50,7 +52,7 @@ public:
                 EventObject::State state = {*objects[i]};
                 receiver_->Indicate(EventObject(state));
             }
-        } catch (...) {  // the call ends, the flow of events goes on
+        } catch (...) {  // WMI would not know what to do with it; the next event still comes
         }
         return WBEM_S_NO_ERROR;
     }
@@ -97,9 +99,9 @@ bool EventObject::integer(const std::wstring& property, std::int32_t& value) con
     if (FAILED(state_.object.Get(property.c_str(), 0, &data, nullptr, nullptr))) {
         return false;
     }
-    ComPointer<IWbemQualifierSet> qualifiers;  // asked for, and never looked into
+    ComPointer<IWbemQualifierSet> qualifiers;  // Kept: fetched, and not used
     state_.object.GetPropertyQualifierSet(property.c_str(), qualifiers.put());
-    OwnedVariant number;  // a byte or a short stays one in its variant
+    OwnedVariant number;  // WMI gives smaller integers in their own variant type
     if (FAILED(::VariantChangeType(&number, &data, 0, VT_I4))) {
         return false;
     }
@@ -107,7 +109,7 @@ bool EventObject::integer(const std::wstring& property, std::int32_t& value) con
     return true;
 }
 
-// Released from the last to the first.
+// Members are released from the last to the first; COM is left at the very end.
 struct EventSubscription::State {
     Apartment apartment;
     ComPointer<IWbemObjectSink> stub_sink;
@@ -117,7 +119,7 @@ struct EventSubscription::State {
     ComPointer<IWbemLocator> locator;
     ComPointer<IWbemServices> services;
 
-    // Without a stub there is no sink to give, which the start refuses.
+    // Null when a call fails: the start then gets a null sink, and its refusal is the failure that the core sees.
     IWbemObjectSink* make_stub(std::shared_ptr<EventReceiver> receiver) {
         ::CoCreateInstance(__uuidof(UnsecuredApartment), nullptr, CLSCTX_LOCAL_SERVER, IID_PPV_ARGS(stub_maker.put()));
         *sink.put() = new EventSink(std::move(receiver));
@@ -156,6 +158,7 @@ EventSubscription::EventSubscription(bool enter_com, const wchar_t* name_space, 
 }
 
 EventSubscription::~EventSubscription() {
+    // Only a subscription that has started is cancelled.
     if (status >= 0) {
         state_->services->CancelAsyncCall(state_->stub_sink.get());
     }

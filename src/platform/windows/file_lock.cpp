@@ -1,3 +1,4 @@
+// The lock is a named mutex of the whole machine, which only LocalSystem and administrators may open.
 #include "platform/file_lock.h"
 
 #include <windows.h>
@@ -15,8 +16,8 @@ namespace {
 
 using OwnedMemory = Owned<::LocalFree, void*>;
 
-// Anybody may make a mutex of that name first, and keep it. Only one is waited for that belongs to whom ours would: to
-// the administrators, for a process of LocalSystem.
+// Any user could make a mutex of that name first and hold it for ever. So only a mutex is waited for whose owner is the
+// owner that this process would give it: the administrators, for a process of LocalSystem.
 bool is_ours(HANDLE mutex) {
     struct {
         TOKEN_OWNER owner;
@@ -34,6 +35,7 @@ bool is_ours(HANDLE mutex) {
     return ::EqualSid(owner, own.owner.Owner) != FALSE;
 }
 
+// Null when it cannot be opened or belongs to a stranger.
 OwnedHandle open_mutex(const std::string& name) {
     PSECURITY_DESCRIPTOR descriptor = nullptr;
     if (!::ConvertStringSecurityDescriptorToSecurityDescriptorW(L"D:P(A;;GA;;;SY)(A;;GA;;;BA)", SDDL_REVISION_1,

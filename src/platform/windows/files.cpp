@@ -1,3 +1,5 @@
+// Files by Win32 and the C runtime. What is refused because another program holds the file is tried again
+// (busy_file.h).
 #include "platform/files.h"
 
 #include <windows.h>
@@ -31,6 +33,7 @@ bool cut_at(HANDLE file, std::int64_t size) {
     return ::SetFilePointerEx(file, end, nullptr, FILE_BEGIN) != FALSE && ::SetEndOfFile(file) != FALSE;
 }
 
+// Sets whether Windows deletes the file when its last handle is closed.
 bool delete_with_handle(HANDLE file, bool deletes) {
     FILE_DISPOSITION_INFO disposition{deletes};
     return ::SetFileInformationByHandle(file, FileDispositionInfo, &disposition, sizeof disposition) != FALSE;
@@ -82,7 +85,7 @@ bool replace_text(const std::string& path, const std::string& text) {
     if (!done_in_time(name, open)) {
         return false;
     }
-    // Until the text is in it, a new file goes with its handle, however that is closed.
+    // A new file is marked for deletion until its text is written: if the process ends, Windows deletes it.
     LARGE_INTEGER old{};
     bool whole = (!fresh || delete_with_handle(file.get(), true)) && ::GetFileSizeEx(file.get(), &old) != FALSE;
     const auto size = static_cast<std::int64_t>(text.size());
@@ -108,7 +111,7 @@ bool folder_exists(const std::string& path) {
 }
 
 bool is_link(const std::string& path) {
-    // Behind a closing backslash the link's target would be looked at.
+    // With a backslash at the end Windows would look at the link's target.
     const std::string link = path.substr(0, path.find_last_not_of('\\') + 1);
     return has_attributes(link, FILE_ATTRIBUTE_REPARSE_POINT, FILE_ATTRIBUTE_REPARSE_POINT);
 }
@@ -128,7 +131,8 @@ bool rename_file(const std::string& from, const std::string& to) {
         if (::MoveFileW(source.c_str(), target.c_str()) != FALSE) {
             return true;
         }
-        // A target that is deleted, and still open somewhere, is there and refuses to be looked at.
+        // A target that was deleted while somebody has it open still exists and refuses its attributes. It goes soon,
+        // so the error is turned into one that is_busy tries again.
         const DWORD error = ::GetLastError();
         const bool leaves = error == ERROR_ALREADY_EXISTS &&
                             ::GetFileAttributesW(target.c_str()) == INVALID_FILE_ATTRIBUTES &&
@@ -141,7 +145,7 @@ bool rename_file(const std::string& from, const std::string& to) {
 std::uint32_t list_folder(const std::string& folder, std::vector<FolderEntry>& entries) {
     entries.clear();
     if (folder.empty()) {
-        return ERROR_PATH_NOT_FOUND;  // with the pattern alone the system would list the drive's root
+        return ERROR_PATH_NOT_FOUND;  // for "\*" alone Windows would list the drive's root
     }
     WIN32_FIND_DATAW found;
     const HANDLE search = ::FindFirstFileW(to_wide(folder + "\\*").c_str(), &found);
@@ -155,7 +159,7 @@ std::uint32_t list_folder(const std::string& folder, std::vector<FolderEntry>& e
             error = ::GetLastError();
         }
     }
-    ::FindClose(search);  // of a failed search too, where it does nothing
+    ::FindClose(search);  // does nothing when the search did not begin
     return error == ERROR_NO_MORE_FILES ? ERROR_SUCCESS : error;
 }
 

@@ -1,4 +1,4 @@
-// A GUID as the system's calls take it.
+// Turns the floor's Guid into the GUID that Windows' calls take.
 #pragma once
 
 #include <windows.h>

@@ -1,5 +1,5 @@
-// What this side holds until a scope's end: one alias for each closing function. An object that is to stay open is
-// given up with `release()`.
+// Owners of Windows' handles: one alias for each closing function, which runs at the owner's end. `release()` gives the
+// handle up and leaves it open.
 #pragma once
 
 #include <windows.h>

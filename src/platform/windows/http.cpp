@@ -1,3 +1,4 @@
+// The exchange by WinHTTP. Each function is one of its calls, whose last error is left as it is.
 #include "platform/http.h"
 
 #include "platform/windows/handles.h"
@@ -14,7 +15,7 @@ using OwnedInternet = Owned<close_internet, HINTERNET>;
 
 }  // namespace
 
-// Closed from the last to the first.
+// Members are closed from the last to the first: request, connection, session.
 struct HttpExchange::State {
     OwnedInternet session;
     OwnedInternet connection;

@@ -6,6 +6,7 @@
 namespace platform {
 namespace {
 
+// Notes in `error` the first thing that is missing; nothing is looked up after that. The library stays loaded.
 class LateLibrary {
 public:
     LateLibrary(const wchar_t* name, DWORD& error)
@@ -29,7 +30,8 @@ private:
     DWORD& error_;
 };
 
-// What is once complete stays. A library that could not be had may be had later: the next one to ask tries anew.
+// Loads the functions once for the process. After a failure the next caller tries again: memory or handles may be free
+// by then.
 template <class Functions>
 Functions& loaded(void (*load)(Functions& functions)) {
     static std::mutex loading;
@@ -46,7 +48,7 @@ Functions& loaded(void (*load)(Functions& functions)) {
             ::SetLastError(found.error);
             return none;
         }
-        complete = new Functions(found);  // for the life of the process
+        complete = new Functions(found);  // never freed, nor is the library
     }
     return *complete;
 }

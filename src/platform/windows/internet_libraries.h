@@ -1,7 +1,7 @@
-// The system's two network libraries, each loaded when it is first asked something and kept: loading them costs a pass
-// that only collects more than a sample. Both are taken from the system's folder only.
+// WinHTTP and WinINet, each loaded from System32 at its first use and kept. They are not linked, because loading them
+// costs more than a whole sample, and most passes send nothing. Any thread.
 //
-// A test may put a function of its own in the place of one.
+// Tests replace single functions in these structs.
 #pragma once
 
 #include <windows.h>
@@ -22,13 +22,13 @@ struct WinHttp {
     decltype(&::WinHttpQueryDataAvailable) query_data_available;
     decltype(&::WinHttpReadData) read_data;
     decltype(&::WinHttpCloseHandle) close_handle;
-    DWORD error;  // while they are looked for
+    DWORD error;  // why loading failed; not for callers
 };
 
-// Without functions, and with the system's last error, where they cannot be had now.
+// All pointers are null when the library cannot be loaded now; the last error then says why.
 WinHttp& winhttp();
 
-// The headers of the two exclude each other.
+// Declared by hand: the headers of WinHTTP and WinINet cannot be included together.
 struct WinInet {
     BOOL(WINAPI* get_connected_state)(DWORD* flags, DWORD reserved);
     DWORD error;

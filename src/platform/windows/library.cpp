@@ -1,3 +1,4 @@
+// LoadLibrary; `distrust_users` (process.h) has restricted the folders in which Windows looks.
 #include "platform/library.h"
 
 #include <windows.h>
@@ -12,7 +13,7 @@ SharedLibrary::~SharedLibrary() {
 
 void* SharedLibrary::symbol(const char* name) const {
     if (handle_ == nullptr) {
-        return nullptr;  // the system would look among the executable's own exports
+        return nullptr;  // GetProcAddress would take null for the executable and find the executable's exports
     }
     return reinterpret_cast<void*>(::GetProcAddress(static_cast<HMODULE>(handle_), name));
 }

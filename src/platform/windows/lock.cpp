@@ -1,3 +1,4 @@
+// The lock is an unnamed Windows mutex. WAIT_ABANDONED makes the caller its owner and still counts as a failed wait.
 #include "platform/lock.h"
 
 #include "platform/windows/handles.h"

@@ -1,3 +1,4 @@
+// There is no stand-in machine on Windows.
 #include "platform/machine.h"
 
 namespace platform {

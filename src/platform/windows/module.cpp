@@ -25,7 +25,7 @@ int module_file_name(wchar_t* buffer, int capacity) {
     const auto size = static_cast<DWORD>(capacity);
     if (path.empty()) {
         const DWORD length = ::GetModuleFileNameW(nullptr, buffer, size);
-        return length < size ? static_cast<int>(length) : 0;  // the size itself: the path did not fit
+        return length < size ? static_cast<int>(length) : 0;  // Windows returns `size` for a path that was cut
     }
     if (path.size() >= size) {
         ::SetLastError(ERROR_INSUFFICIENT_BUFFER);

@@ -1,4 +1,4 @@
-// Apart from the exchange: nothing of it is needed to know that there is no network.
+// is_online of platform/http.h. It asks WinINet, so that a machine without network never loads WinHTTP.
 #include "platform/http.h"
 #include "platform/windows/internet_libraries.h"
 

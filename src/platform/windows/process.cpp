@@ -11,7 +11,7 @@ void distrust_users() {
     if (set_policy != nullptr) {
         PROCESS_MITIGATION_REDIRECTION_TRUST_POLICY policy{};
         policy.EnforceRedirectionTrust = 1;
-        set_policy(ProcessRedirectionTrustPolicy, &policy, sizeof policy);  // refused before Windows 11
+        set_policy(ProcessRedirectionTrustPolicy, &policy, sizeof policy);  // fails, and may, before Windows 11
     }
 }
 

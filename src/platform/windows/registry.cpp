@@ -1,3 +1,6 @@
+// The registry of Windows.
+//
+// Kept: after a successful read or write the key's handle stays open for the life of the process.
 #include "platform/registry.h"
 
 #include <algorithm>
@@ -10,7 +13,7 @@
 namespace platform {
 namespace {
 
-constexpr std::size_t kTextCapacity = 255;  // 510 bytes, the terminator included
+constexpr std::size_t kTextCapacity = 255;  // units, the terminator included: a buffer of 510 bytes
 constexpr DWORD kWatchedChanges =
     REG_NOTIFY_CHANGE_NAME | REG_NOTIFY_CHANGE_ATTRIBUTES | REG_NOTIFY_CHANGE_LAST_SET | REG_NOTIFY_CHANGE_SECURITY;
 
@@ -37,7 +40,7 @@ bool read_value(RegistryRoot root, const std::wstring& key, const std::wstring& 
             ERROR_SUCCESS) {
         return false;
     }
-    opened.release();  // stays open for the life of the process; only a failed read closes its key
+    opened.release();  // Kept: only a read that fails closes its key
     return true;
 }
 
@@ -55,7 +58,7 @@ bool write_value(RegistryRoot root, const std::wstring& key, const std::wstring&
     if (::RegSetValueExW(opened.get(), value.c_str(), 0, type, static_cast<const BYTE*>(data), size) != ERROR_SUCCESS) {
         return false;
     }
-    opened.release();  // stays open, as after a read
+    opened.release();  // Kept: open, as after a read
     return true;
 }
 
@@ -187,7 +190,7 @@ void RegistryWatch::wait() {
         return;
     }
     const bool failed = ::WaitForSingleObject(state->changed.get(), INFINITE) == WAIT_FAILED;
-    // The event goes only after the key; a failed wait leaves both open.
+    // Kept: a failed wait leaves key and event open, and a key that cannot be closed leaves the event open.
     if (failed) {
         state->key.release();
         state->changed.release();

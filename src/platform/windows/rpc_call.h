@@ -1,4 +1,5 @@
-// Marks the calling thread as one that serves a client's call: only then is there somebody to call back.
+// Marks the calling thread, while the object lives, as one that serves a client's call. Callbacks do nothing on any
+// other thread (platform/rpc_callback.h).
 #pragma once
 
 namespace platform {

@@ -1,3 +1,4 @@
+// The endpoint by the RPC runtime, over ncalrpc, with the stubs that the build generates from sdk/zorvalis.idl.
 #include "platform/rpc_endpoint.h"
 
 #include <windows.h>
@@ -10,16 +11,16 @@
 #include "platform/windows/rpc_security.h"
 #include "zorvalis_rpc.h"
 
-// Not in this compiler's headers.
+// mingw's import library has this function, its headers do not.
 extern "C" __declspec(dllimport) RPC_STATUS RPC_ENTRY
     RpcServerRegisterIf3(RPC_IF_HANDLE, UUID*, RPC_MGR_EPV*, unsigned, unsigned, unsigned, RPC_IF_CALLBACK_FN*, void*);
 
 namespace platform {
 namespace {
 
-constexpr unsigned kAnySize = static_cast<unsigned>(-1);
+constexpr unsigned kAnySize = static_cast<unsigned>(-1);  // no limit on what a call carries
 
-// Stops may come from several threads, and during a start.
+// Guards `bindings`: several threads may stop the endpoint, also while another starts it.
 std::mutex bindingsMutex;
 RPC_BINDING_VECTOR* bindings = nullptr;
 

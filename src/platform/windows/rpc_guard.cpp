@@ -2,8 +2,8 @@
 
 #include <windows.h>
 
-// A frame with an exception handler, which this compiler has no words for. The handler unwinds to the landing, with the
-// status in the place of the call's result.
+// A function with an exception handler in assembler, since g++ has no __try. The handler unwinds to the landing, where
+// the raised status is in eax, the register of the function's result.
 asm(R"(
     .text
     .globl zorv_guard_call
@@ -29,13 +29,15 @@ extern "C" char zorv_guard_landing[];
 
 namespace {
 
+// Windows calls the handler a second time while it unwinds, when nothing is left to decide.
 bool is_unwinding(const EXCEPTION_RECORD* record) {
     constexpr DWORD kUnwinding = 0x66;
     return (record->ExceptionFlags & kUnwinding) != 0;
 }
 
-// The two that the processor raises and nobody may go on after, or that a debugger waits for. The other end of a call
-// can name these codes too, for its fault; but what is raised for a fault cannot be continued.
+// A stack overflow, after which the process must not go on, or a breakpoint, for which a debugger waits: these are not
+// caught. The other end of a call may send the same codes as its fault; the RPC runtime raises those as
+// noncontinuable, which tells them apart.
 bool is_processors_own(const EXCEPTION_RECORD* record) {
     const DWORD code = record->ExceptionCode;
     return (code == EXCEPTION_STACK_OVERFLOW || code == EXCEPTION_BREAKPOINT) &&
@@ -46,7 +48,7 @@ bool is_processors_own(const EXCEPTION_RECORD* record) {
 
 extern "C" {
 
-// The other end decides what is raised here: it comes back under its own code, whatever it is.
+// Catches every other code: a fault carries whatever code the other end chose.
 __attribute__((used)) EXCEPTION_DISPOSITION zorv_guard_handler(EXCEPTION_RECORD* record, void* frame, CONTEXT*,
                                                                DISPATCHER_CONTEXT* dispatcher) {
     if (!is_unwinding(record) && !is_processors_own(record)) {

@@ -1,13 +1,13 @@
-// Runs a call into the RPC runtime, which raises its failures as exceptions of the system's own kind, which C++ cannot
-// catch. The service's callbacks and the clients' calls go through it, on any thread.
+// Runs a call into the RPC runtime, which reports failures as structured exceptions of Windows, which C++ cannot catch.
+// The service's callbacks and the clients' calls go through it. Any thread.
 #pragma once
 
 #include <cstdint>
 
 namespace platform {
 
-// The status that was raised, of whatever code, 0 for none. Frames between are left without their destructors: `call`
-// only calls a stub.
+// 0, or the status that was raised. Destructors between the raise and here do not run, so `call` must do nothing but
+// call a stub.
 std::uint32_t rpc_guarded(void (*call)(void*), void* context);
 
 template <class Call>

@@ -1,3 +1,4 @@
+// Memory of the generated stubs: small blocks from the heap, large ones as pages of their own.
 #include "platform/windows/rpc_memory.h"
 
 #include <windows.h>
@@ -10,12 +11,13 @@
 
 namespace {
 
-// A client names the size of its output: none makes the service take as much memory as it likes.
+// A client names the size of its output buffer; this limit keeps it from exhausting the service's memory.
 constexpr SIZE_T kLargestBlock = 16 << 20;
 
-constexpr SIZE_T kPages = 0x10000;  // from here on; also what the addresses of pages are a multiple of
+// From this size on a block is pages of its own. Addresses that VirtualAlloc returns are multiples of it too.
+constexpr SIZE_T kPages = 0x10000;
 
-// The heap's blocks lie behind a header, and never where Windows' own allocation begins.
+// Tells pages from a heap block: a heap block lies behind a header, never at the start of a Windows allocation.
 bool has_pages(const void* memory) {
     MEMORY_BASIC_INFORMATION info{};
     return reinterpret_cast<std::uintptr_t>(memory) % kPages == 0 && ::VirtualQuery(memory, &info, sizeof info) != 0 &&

@@ -1,13 +1,14 @@
-// Where the generated stubs of either end take their memory from: big blocks are pages of their own, which the heap's
-// reuse of memory never makes costly.
+// The memory that the generated stubs of client and service allocate (MIDL_user_allocate). Large blocks are pages fresh
+// from Windows, zeroed and unused, so that an output buffer of a megabyte costs only what the answer fills.
 #pragma once
 
 #include <cstddef>
 
 namespace platform {
 
-// Zeroes a stub's block that nobody has written to. Pages of its own are zeros from the start and take no memory as
-// long as they are left alone. Nothing behind `size` is touched: the runtime's own list lies there.
+// Zeroes a block that the stub has allocated and nobody has written to. A block of pages is skipped: it is zero
+// already, and touching it would take memory. Touches nothing behind `size`, where the RPC runtime keeps a list of its
+// own.
 void clear_rpc_block(void* memory, std::size_t size);
 
 }  // namespace platform

@@ -10,9 +10,11 @@ namespace {
 constexpr char kDerive[] = "DeriveCapabilitySidsFromName";
 using Derive = BOOL WINAPI(const wchar_t*, PSID**, DWORD*, PSID**, DWORD*);
 
-// Its home, and the name of the set that it belongs to, which leads there on every Windows that has it.
+// Where the function is looked for: the library that holds it, then the API set that forwards to it. Windows before 10
+// has neither, so it is not linked.
 constexpr const wchar_t* kLibraries[] = {L"kernelbase.dll", L"api-ms-win-security-base-l1-2-2.dll"};
 
+// An array from DeriveCapabilitySidsFromName: each entry and the array itself are freed.
 void free_sids(PSID* sids, DWORD count) {
     if (sids != nullptr) {
         std::for_each(sids, sids + count, ::LocalFree);

@@ -1,5 +1,5 @@
-// Who may connect to the endpoint: a security descriptor of two entries, everyone and one capability of packaged
-// applications. What was obtained for it is freed with it.
+// The security descriptor that says who may connect to the endpoint: everyone, and packaged applications that have one
+// capability. It owns what it points to.
 #pragma once
 
 #include <windows.h>
@@ -18,7 +18,7 @@ public:
     RpcSecurity(const RpcSecurity&) = delete;
     RpcSecurity& operator=(const RpcSecurity&) = delete;
 
-    // Once. 0, or the status of the step that failed.
+    // To be called once. 0, or the status of the step that failed.
     RpcStatus set_up(const wchar_t* package);
 
     SECURITY_DESCRIPTOR* descriptor() { return &descriptor_; }

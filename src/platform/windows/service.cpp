@@ -1,3 +1,4 @@
+// The service by the dispatcher of Windows.
 #include "platform/service.h"
 
 #include <windows.h>
@@ -13,9 +14,9 @@ static_assert(offsetof(PowerSettingChange, setting) == offsetof(POWERBROADCAST_S
               offsetof(PowerSettingChange, size) == offsetof(POWERBROADCAST_SETTING, DataLength) &&
               offsetof(PowerSettingChange, data) == offsetof(POWERBROADCAST_SETTING, Data));
 
-constexpr DWORD kMainMilliseconds = 10000;
+constexpr DWORD kMainMilliseconds = 10000;  // for a ServiceMain that still runs after the stop
 
-// A process has one service. They are set before the system can call them.
+// A process has one service. Each is set before Windows can call it.
 ServiceMain serviceMain = nullptr;
 ServiceHandler serviceHandler = nullptr;
 HANDLE mainEnded = nullptr;
@@ -42,8 +43,9 @@ bool run_service(const wchar_t* name, ServiceMain main) {
     if (::StartServiceCtrlDispatcherW(services) == FALSE) {
         return false;
     }
-    // A service may have stopped while it was starting; its start still uses what the caller takes away. The manager
-    // knows of the stop already: the process ends before the service is destroyed under a start that hangs.
+    // A service may report that it is stopped while its ServiceMain still runs. ServiceMain uses objects that the
+    // caller destroys after this returns, so a ServiceMain that hangs ends the process; the manager knows of the stop
+    // already.
     if (::WaitForSingleObject(mainEnded, kMainMilliseconds) == WAIT_TIMEOUT) {
         ::TerminateProcess(::GetCurrentProcess(), 0);
     }

@@ -7,6 +7,7 @@ namespace {
 
 using OwnedService = Owned<::CloseServiceHandle, SC_HANDLE>;
 
+// Fills `to` only after a success.
 bool deliver(bool done, const SERVICE_STATUS& from, ServiceStatus& to) {
     if (done) {
         to = {from.dwServiceType,
@@ -22,7 +23,7 @@ bool deliver(bool done, const SERVICE_STATUS& from, ServiceStatus& to) {
 
 }  // namespace
 
-// Closed from the last to the first.
+// Members are closed from the last to the first.
 struct ServiceManager::State {
     OwnedService manager;
     OwnedService service;

@@ -1,3 +1,4 @@
+// Task Scheduler by COM. Every call goes through Visit::did, which notes its step and status.
 #include "platform/task_scheduler.h"
 
 #include <windows.h>
@@ -22,14 +23,15 @@ VARIANT_BOOL to_system(bool on) {
     return on ? VARIANT_TRUE : VARIANT_FALSE;
 }
 
-// One act on its way; released from the last to the first.
+// One visit to the scheduler: how far it came, and what it holds. Members are released from the last to the first, so
+// COM is left at the end.
 struct Visit {
     TaskResult result;
     Apartment apartment;
     ComPointer<ITaskService> service;
     ComPointer<ITaskFolder> folder;
 
-    // Whether the act goes on after this step.
+    // Notes the step; false when it failed, and no further step is to be made.
     bool did(Step step, HRESULT status) {
         result.step = step;
         result.status = status;
@@ -88,7 +90,7 @@ bool set_action(Visit& visit, ITaskDefinition& definition, const ScheduledTask& 
            visit.did(Step::put_action_arguments, exec_action->put_Arguments(text_of(task.arguments).get()));
 }
 
-// The step that the caller is to know of.
+// The step for TaskResult::items; nothing for a task of another name.
 std::optional<Step> disable_if_named(IRegisteredTaskCollection& tasks, LONG index, const std::wstring& name) {
     OwnedVariant number;
     number.vt = VT_I4;
@@ -104,7 +106,7 @@ std::optional<Step> disable_if_named(IRegisteredTaskCollection& tasks, LONG inde
         return Step::get_task_name;
     }
     TASK_STATE state = TASK_STATE_UNKNOWN;
-    task->get_State(&state);  // asked for, and of no use to anybody
+    task->get_State(&state);  // Kept: fetched, and not used
     if (std::wstring_view(text, ::SysStringLen(text)) != name) {
         return std::nullopt;
     }

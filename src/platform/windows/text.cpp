@@ -7,7 +7,7 @@
 namespace platform {
 
 int multi_byte_to_wide(std::uint32_t code_page, const char* text, int length, wchar_t* result, int capacity) {
-    ::SetLastError(ERROR_SUCCESS);  // a success leaves the error of an older call otherwise
+    ::SetLastError(ERROR_SUCCESS);  // a success would leave the error of an older call
     const DWORD flags = code_page == kCodePageUtf8 ? MB_ERR_INVALID_CHARS : 0;
     return ::MultiByteToWideChar(code_page, flags, text, length, result, capacity);
 }
@@ -19,7 +19,7 @@ int wide_to_multi_byte(std::uint32_t code_page, const wchar_t* text, int length,
 
 std::wstring to_wide(std::string_view text) {
     const auto length = static_cast<int>(text.size());
-    std::wstring wide(text.size(), L'\0');  // no UTF-8 text has more units than bytes
+    std::wstring wide(text.size(), L'\0');  // UTF-16 never has more units than UTF-8 has bytes
     wide.resize(::MultiByteToWideChar(CP_UTF8, 0, text.data(), length, wide.data(), length));
     return wide;
 }

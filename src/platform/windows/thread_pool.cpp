@@ -1,3 +1,4 @@
+// The default thread pool of Windows.
 #include "platform/thread_pool.h"
 
 #include <windows.h>
@@ -30,11 +31,11 @@ void CALLBACK run_work(PTP_CALLBACK_INSTANCE, void* context, PTP_WORK) {
     work.callback(work.context);
 }
 
-// It fires once. What is ours goes then; the system's timer stays until the process ends.
+// The timer fires once, so our part is freed now; Windows' timer object stays until the process ends.
 void CALLBACK run_timer(PTP_CALLBACK_INSTANCE, void* context, PTP_TIMER) {
     std::unique_ptr<PoolTimer> started(static_cast<PoolTimer*>(context));
     const PoolTimer timer = *started;
-    started.reset();  // before a callback that may never return
+    started.reset();  // now, since the callback may never return
     timer.callback(timer.context);
 }
 

@@ -1,3 +1,4 @@
+// The trace provider by Windows' event tracing.
 #include "platform/trace.h"
 
 #include <windows.h>
@@ -16,7 +17,7 @@ namespace {
 std::mutex controlMutex;
 TraceControl providerControl = nullptr;  // a process has one provider at a time
 
-// Held for the length of a call, so that `unregister_trace` can wait for it.
+// The lock is held during the call: `unregister_trace` waits for it, so that no call runs after it has returned.
 ULONG WINAPI forward_control(WMIDPREQUESTCODE request, void* context, ULONG*, void* buffer) {
     const std::lock_guard guard(controlMutex);
     return providerControl != nullptr ? providerControl(request, context, buffer) : ERROR_SUCCESS;
@@ -69,7 +70,7 @@ std::uint32_t trace_flags(std::uint64_t logger) {
 void send_trace(std::uint64_t logger, std::uint32_t message_flags, const Guid& messages, std::uint16_t number,
                 const char* text, std::size_t length) {
     const GUID guid = to_system(messages);
-    // Pairs of address and size, ended by a null address.
+    // The arguments after `number` are pairs of address and size, ended by a null address.
     ::TraceMessage(logger, message_flags, &guid, number, text, length, nullptr);
 }
 

@@ -1,4 +1,4 @@
-// A scaled wait in the unit of the system's own waits.
+// Scaled waits in milliseconds, for the wait functions of Windows.
 #pragma once
 
 #include <windows.h>
@@ -10,7 +10,7 @@
 
 namespace platform {
 
-// Rounded up, and never the value that means no limit.
+// Rounded up, and never INFINITE, which would wait without limit.
 inline DWORD wait_milliseconds(std::uint32_t milliseconds) {
     const std::int64_t wait = (scaled_wait(milliseconds) + 999) / 1000;
     return static_cast<DWORD>(std::clamp<std::int64_t>(wait, 0, INFINITE - 1));

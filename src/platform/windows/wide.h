@@ -1,5 +1,5 @@
-// UTF-8 as the floor's headers speak it, to and from the wide text of the system's calls. Nothing fails: what is not
-// convertible becomes a replacement character, so that a damaged path names no file.
+// From the UTF-8 of the floor's headers to the UTF-16 of Windows' calls, and back. Neither fails: what cannot be
+// converted becomes a replacement character, so that a damaged path names no file.
 #pragma once
 
 #include <string>
