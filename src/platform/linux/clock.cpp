@@ -1,3 +1,4 @@
+// The clock of the Linux host, shifted by `set_clock` and by the machine's clock.json.
 #include "platform/clock.h"
 
 #include <time.h>
@@ -15,8 +16,8 @@ namespace {
 
 constexpr std::int64_t kMicroseconds = 1000000;
 constexpr std::uint64_t kTicksFrom1601 = 116444736000000000;
-constexpr double kLargestOffset = 1e11;               // about three thousand years
-constexpr std::int64_t kEndOfCalendar = 32535215999;  // the year 3000, where Windows ends too
+constexpr double kLargestOffset = 1e11;               // seconds, about three thousand years
+constexpr std::int64_t kEndOfCalendar = 32535215999;  // the end of 3000, as in Windows' C library
 
 std::atomic<std::int64_t> switchOffset{0};
 std::atomic<double> switchFactor{1.0};
@@ -26,9 +27,9 @@ struct MachineClock {
     double factor = 1;
 };
 
-// Read at each use: any program may change the file at any time.
+// clock.json is read at each use, since any program may change it at any time.
 MachineClock read_machine_clock() {
-    // What an editor has half written is not yet another time.
+    // Values of the last sound file: while an editor has written only half of it, the clock must not jump.
     static std::atomic<double> lastOffset{0};
     static std::atomic<double> lastFactor{1};
     const auto json = read_machine_json("clock.json");
@@ -89,7 +90,7 @@ std::int64_t now_microseconds() {
 }
 
 bool local_time(std::int64_t seconds, std::tm& local) {
-    ::tzset();  // localtime_r looks at the zone once
+    ::tzset();  // localtime_r alone would keep the time zone of its first call
     local = std::tm{};
     const std::time_t time = seconds;
     if (seconds >= 0 && seconds <= kEndOfCalendar && ::localtime_r(&time, &local) != nullptr) {
@@ -107,7 +108,7 @@ std::int64_t local_seconds(std::tm& local) {
 void sleep_milliseconds(std::uint32_t milliseconds) {
     const std::int64_t wait = scaled_wait(milliseconds);
     timespec rest{wait / kMicroseconds, wait % kMicroseconds * 1000};
-    // A sleep of nothing would still be one.
+    // For a wait of 0 the kernel is not asked: even an empty sleep gives the processor away for a while.
     while (wait > 0 && ::clock_nanosleep(CLOCK_MONOTONIC, 0, &rest, &rest) == EINTR) {
     }
 }

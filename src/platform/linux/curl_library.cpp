@@ -23,7 +23,7 @@ Curl load_curl() {
         library.find(found.multi_perform, "curl_multi_perform") && library.find(found.multi_poll, "curl_multi_poll") &&
         library.find(found.multi_info, "curl_multi_info_read") &&
         library.find(found.multi_cleanup, "curl_multi_cleanup") && found.global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
-    // The TLS library writes to sockets whose other end may be gone.
+    // OpenSSL writes to sockets whose other end may be gone; the signal would end the process.
     std::signal(SIGPIPE, SIG_IGN);
     return found;
 }
@@ -43,7 +43,7 @@ const Curl& curl() {
         if (!library.complete) {
             return kNone;
         }
-        loaded = new Curl(library);  // for the life of the process
+        loaded = new Curl(library);  // never freed, nor is the library
     }
     return *loaded;
 }

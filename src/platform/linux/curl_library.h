@@ -1,4 +1,4 @@
-// libcurl, loaded when the first request is made.
+// libcurl, loaded when the first request is made and kept: most passes send nothing.
 #pragma once
 
 #include <curl/curl.h>
@@ -23,7 +23,7 @@ struct Curl {
     bool complete;
 };
 
-// `complete` only where it can be used; after a failure the next one to ask tries anew.
+// `complete` is false when libcurl cannot be loaded; the next caller tries again. Any thread.
 const Curl& curl();
 
 }  // namespace platform

@@ -1,3 +1,4 @@
+// The digest by libcrypto. CryptoAPI's provider and hash become its library and context.
 #include "platform/digest.h"
 
 #include <fcntl.h>
@@ -42,7 +43,7 @@ const Crypto& crypto() {
     return kCrypto;
 }
 
-// Empty for a folder too, which opens for reading here.
+// Linux opens a folder for reading, Windows does not: so a folder is refused here.
 Descriptor open_input(const std::string& path) {
     const std::string name = native_path(path);
     Descriptor file(retry([&] { return ::open(name.c_str(), O_RDONLY | O_CLOEXEC); }));

@@ -1,3 +1,4 @@
+// main: checks the machine's folder and widens the arguments.
 #include "platform/entry.h"
 
 #include <unistd.h>
@@ -10,7 +11,7 @@
 #include "platform/linux/wide.h"
 #include "platform/machine.h"
 
-// A leak checker's own work at the exit of a program; null in a build without one.
+// The leak sanitizer's check, which it makes in exit(). We end by _exit, so it is called here. Null in other builds.
 // NOLINTNEXTLINE(bugprone-reserved-identifier)
 extern "C" [[gnu::weak]] void __lsan_do_leak_check();
 
@@ -20,14 +21,14 @@ std::wstring widen(const char* argument) {
     if (auto text = platform::to_wide(argument)) {
         return *std::move(text);
     }
-    std::wstring text;  // no UTF-8: each byte as it is
+    std::wstring text;  // not UTF-8: each byte becomes the character of its number
     for (; *argument != '\0'; ++argument) {
         text += static_cast<wchar_t>(static_cast<unsigned char>(*argument));
     }
     return text;
 }
 
-// Pool threads may still run, for ever: the process ends without destroying what they use.
+// _exit instead of a return: pool threads may run for ever, and no destructor may take away what they use.
 [[noreturn]] void end_process(int code) {
     std::fflush(nullptr);
     if (__lsan_do_leak_check != nullptr) {

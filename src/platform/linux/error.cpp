@@ -1,3 +1,4 @@
+// A number for each thread, and the translation of errno to the numbers of Windows.
 #include "platform/error.h"
 
 #include <cerrno>

@@ -1,3 +1,4 @@
+// An entry is a line of eventlog.jsonl.
 #include "platform/event_log.h"
 
 #include "platform/clock.h"

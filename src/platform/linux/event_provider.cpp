@@ -1,3 +1,4 @@
+// A text is a line of provider.jsonl. There is one provider and one keyword, so neither is written.
 #include "platform/event_provider.h"
 
 #include <fcntl.h>
@@ -17,7 +18,7 @@ namespace {
 
 constexpr char kLog[] = "provider.jsonl";
 
-// Never destroyed, as threads may still write while the process ends.
+// Never destroyed: threads may still write while the process ends.
 struct Shared {
     std::mutex mutex;
     std::set<std::uint64_t> registered;
@@ -32,7 +33,8 @@ Shared& shared() {
 }  // namespace
 
 std::uint32_t register_event_provider(const Guid&, std::uint64_t& registration) {
-    // Nobody listens where the log is something else than a file; it is made by the first text.
+    // Fails as Windows may when the log cannot be written, say a pipe without a reader. Makes no file: the first text
+    // does.
     const Descriptor log(::open(machine_path(kLog).c_str(), O_WRONLY | O_APPEND | O_NONBLOCK | O_CLOEXEC));
     if (!log && errno != ENOENT) {
         return windows_error(errno);

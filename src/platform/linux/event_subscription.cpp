@@ -1,3 +1,5 @@
+// A subscription is a receiver in the list of event_source.h. The steps can only fail where a test asks for it
+// (step_failure.h), and at last when the socket cannot be opened.
 #include "platform/event_subscription.h"
 
 #include <utility>
@@ -11,7 +13,7 @@ struct EventSubscription::State {
     std::shared_ptr<EventReceiver> receiver;
 };
 
-// There is one class of events, whatever the query calls it.
+// The namespace and the query are not looked at: the machine has one class of events.
 EventSubscription::EventSubscription(bool enter_com, const wchar_t*, const wchar_t*,
                                      std::shared_ptr<EventReceiver> receiver)
     : state_(new State{std::move(receiver)}) {

@@ -1,3 +1,4 @@
+// The lock is flock on run/<name>.lock. The kernel frees it when the process ends.
 #include "platform/file_lock.h"
 
 #include <fcntl.h>
@@ -25,13 +26,13 @@ struct Held {
 
 std::mutex tableMutex;
 
-// What the threads of this process hold.
+// What the threads of this process hold, so that a thread gets its own lock again.
 std::map<Owner, Held>& table() {
-    static auto* const held = new std::map<Owner, Held>;  // never destroyed: pool threads outlive the statics
+    static auto* const held = new std::map<Owner, Held>;  // never destroyed: pool threads run until the process ends
     return *held;
 }
 
-// In the machine's run folder: in the data folder only resting files stay.
+// The file is made in run/, not beside the locked one: the data folder holds only database files at rest.
 Descriptor open_lock(std::string name) {
     std::replace(name.begin(), name.end(), '/', '_');
     make_folders(machine_path("run"));
@@ -40,7 +41,7 @@ Descriptor open_lock(std::string name) {
         retry([&] { return ::open(path.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0666); }));
 }
 
-// flock has no wait with a limit.
+// Tries again each millisecond, since flock cannot wait with a limit.
 bool lock_within(int file, std::uint32_t milliseconds) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
     while (::flock(file, LOCK_EX | LOCK_NB) != 0) {
@@ -75,7 +76,7 @@ FileLock::FileLock(const std::string& name, std::uint32_t milliseconds) {
         table()[state->owner] = {std::move(file), 1};
         state_ = std::move(state);
     } else {
-        delete state.release();  // nothing to give up
+        delete state.release();  // without Release, which would free a lock that it does not hold
     }
 }
 

@@ -1,3 +1,4 @@
+// Files of the Linux host. A path on C: is one below the machine's folder.
 #include "platform/files.h"
 
 #include <dirent.h>
@@ -26,6 +27,7 @@ struct FolderCloser {
     void operator()(DIR* folder) const { ::closedir(folder); }
 };
 
+// Without one closing backslash, which folder_exists allows.
 std::string folder_path(const std::string& path) {
     std::string folder = native_path(path);
     if (folder.size() > 1 && folder.back() == '\\') {
@@ -34,7 +36,7 @@ std::string folder_path(const std::string& path) {
     return folder;
 }
 
-// 0 for what is not there.
+// 0 when there is nothing at the path. Follows links.
 mode_t mode_of(const std::string& path) {
     struct stat status {};
     return ::stat(path.c_str(), &status) == 0 ? status.st_mode : 0;
@@ -42,10 +44,10 @@ mode_t mode_of(const std::string& path) {
 
 bool write_at(int file, const std::string& text, std::int64_t at) {
     return retry([&] { return ::pwrite(file, text.data(), text.size(), at); }) ==
-           static_cast<ssize_t>(text.size());  // the rest of a partial one would not fit either
+           static_cast<ssize_t>(text.size());  // a short write means a full disk: no second try
 }
 
-// Without a name until the text is in it.
+// Writes an unnamed file and then gives it the name, which fails when another file has taken it meanwhile.
 bool create_text(const std::string& path, const std::string& text) {
     const std::string folder = path.substr(0, path.find_last_of('/'));
     const Descriptor unnamed(retry([&] { return ::open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666); }));
@@ -54,7 +56,7 @@ bool create_text(const std::string& path, const std::string& text) {
         return write_at(unnamed.get(), text, 0) &&
                ::linkat(AT_FDCWD, handle.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0;
     }
-    // Not every file system knows such files.
+    // Without O_TMPFILE in this file system, a kill between the two calls leaves an empty file.
     const Descriptor named(retry([&] { return ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666); }));
     const bool whole = named && write_at(named.get(), text, 0);
     if (named && !whole) {
@@ -79,7 +81,7 @@ File open_file(const std::string& path, const char* mode) {
     const bool ofMachine = name != path;
     File file;
     if (ofMachine) {
-        // Whatever another has put in the place of a file: no link is followed, and no pipe waited for.
+        // Another program may have put a link or a pipe in the file's place: follow none, and do not wait for a pipe.
         const bool both = std::strchr(mode, '+') != nullptr;
         const int access = both ? O_RDWR : *mode == 'r' ? O_RDONLY : O_WRONLY;
         const int creates = *mode == 'w' ? O_CREAT | O_TRUNC : *mode == 'a' ? O_CREAT | O_APPEND : 0;
@@ -90,13 +92,13 @@ File open_file(const std::string& path, const char* mode) {
         file.reset(std::fopen(name.c_str(), (std::string(mode) + "e").c_str()));
     }
     struct stat status {};
-    // A folder opens for reading here, which no caller expects.
+    // Linux opens a folder for reading, and a device or pipe: callers expect a file, as on Windows.
     if (file != nullptr && (::fstat(::fileno(file.get()), &status) != 0 ||
                             (ofMachine ? !S_ISREG(status.st_mode) : S_ISDIR(status.st_mode)))) {
         return nullptr;
     }
     if (file != nullptr) {
-        // One thread's own; a lock for every byte costs more than the byte.
+        // The header allows one thread at a time, so stdio need not lock for each byte, which costs more than the byte.
         ::__fsetlocking(file.get(), FSETLOCKING_BYCALLER);
     }
     return file;
@@ -159,7 +161,7 @@ bool create_folder(const std::string& path) {
     if (::mkdir(folder.c_str(), 0777) == 0) {
         return true;
     }
-    // The drive itself is always there.
+    // On Windows drive C: always exists, so the machine's folder is made when it is missing.
     return errno == ENOENT && path.compare(0, kDrive.size(), kDrive) == 0 && !folder_exists(std::string(kDrive)) &&
            make_folders(machine_folder()) && ::mkdir(folder.c_str(), 0777) == 0;
 }
@@ -177,7 +179,7 @@ bool rename_file(const std::string& from, const std::string& to) {
     if (errno != EINVAL && errno != ENOSYS) {
         return false;
     }
-    // Not every file system knows the flag.
+    // Without RENAME_NOREPLACE in this file system the check and the renaming are two calls.
     struct stat status {};
     return ::lstat(target.c_str(), &status) != 0 && ::rename(source.c_str(), target.c_str()) == 0;
 }
@@ -191,7 +193,7 @@ std::uint32_t list_folder(const std::string& folder, std::vector<FolderEntry>& e
     errno = 0;
     while (const dirent* const entry = ::readdir(list.get())) {
         const std::string_view name = entry->d_name;
-        // Windows has no name with a backslash; in a path it would part folders.
+        // The core would take a backslash in a name for a separator of folders.
         if (name != "." && name != ".." && name.find('\\') == std::string_view::npos) {
             struct stat status {};
             const bool known = ::fstatat(::dirfd(list.get()), entry->d_name, &status, 0) == 0;

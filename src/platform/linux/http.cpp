@@ -1,3 +1,5 @@
+// The exchange by libcurl: one transfer, driven by hand so that it stops after each step of WinHTTP. Errors are those
+// that WinHTTP reports for the same fault.
 #include "platform/http.h"
 
 #include <algorithm>
@@ -26,7 +28,7 @@ constexpr std::uint32_t kInvalidServerResponse = 12152;
 constexpr std::uint32_t kChannelError = 12157;
 
 constexpr std::size_t kBuffered = 64 * 1024;  // the transfer pauses while this much waits to be read
-constexpr std::size_t kPiece = 8 * 1024;
+constexpr std::size_t kPiece = 8 * 1024;      // of the body, that query_available announces at most
 
 std::uint32_t error_of(CURLcode code) {
     switch (code) {
@@ -53,7 +55,7 @@ std::uint32_t error_of(CURLcode code) {
     }
 }
 
-// What a request line cannot carry is escaped, as the system does.
+// The path for the request line; blanks, control characters and bytes from 127 on are escaped, as WinHTTP does.
 std::string target_of(const std::wstring& path) {
     constexpr char kDigits[] = "0123456789ABCDEF";
     std::string target = path.starts_with(L'/') ? "" : "/";
@@ -68,17 +70,17 @@ std::string target_of(const std::wstring& path) {
     return target;
 }
 
-// Zero and less are no limit.
+// A timeout of 0 or less means no limit.
 std::int64_t limit_of(std::int32_t timeout) {
     return timeout > 0 ? timeout : INT_MAX;
 }
 
 }  // namespace
 
-// One transfer of libcurl's, driven by hand from step to step.
+// One transfer of libcurl. The callbacks below run inside `drive`, on the caller's thread.
 struct HttpExchange::State {
     std::string agent;
-    std::int64_t connectTimeout = INT_MAX;  // milliseconds, the TLS handshake included
+    std::int64_t connectTimeout = INT_MAX;  // milliseconds, as the next two; includes the TLS handshake
     std::int64_t sendTimeout = INT_MAX;
     std::int64_t receiveTimeout = INT_MAX;
     std::string host;
@@ -94,16 +96,16 @@ struct HttpExchange::State {
 
     std::string body;
     std::size_t sent = 0;
-    bool connected = false;  // and the certificate accepted
+    bool connected = false;  // TLS too: the certificate is accepted
     long status = 0;
     bool headDone = false;
-    std::string arrived;
-    std::size_t taken = 0;
+    std::string arrived;    // the part of the body that was received,
+    std::size_t taken = 0;  // and how much of it `read` has given away
     bool paused = false;
     bool done = false;
-    bool usable = false;  // the request went out
+    bool usable = false;  // the whole request was sent, so an answer may come
     CURLcode result = CURLE_OK;
-    std::chrono::steady_clock::time_point progress;
+    std::chrono::steady_clock::time_point progress;  // when bytes last moved
 
     State() = default;
     State(const State&) = delete;
@@ -128,7 +130,7 @@ struct HttpExchange::State {
     void moved() { progress = std::chrono::steady_clock::now(); }
 
     bool fail() const {
-        // A head that breaks off is no error to libcurl.
+        // libcurl reports success for an answer that ends within its head.
         set_last_error(result == CURLE_OK ? kInvalidServerResponse : error_of(result));
         return false;
     }
@@ -150,13 +152,13 @@ struct HttpExchange::State {
         return piece;
     }
 
-    // The head ends with an empty line; that of an interim answer does not count.
+    // Called for each line of the head. An empty line ends it, but not that of an interim answer (status 1xx).
     static std::size_t on_header(char* buffer, std::size_t size, std::size_t count, void* context) {
         auto& state = *static_cast<State*>(context);
         const std::string_view line(buffer, size * count);
         state.moved();
         if (state.headDone) {
-            return line.size();  // after the last chunk
+            return line.size();  // a trailer, behind the last chunk of the body
         }
         if (line.starts_with("HTTP/")) {
             const std::size_t blank = std::min(line.find(' '), line.size() - 1);
@@ -178,7 +180,7 @@ struct HttpExchange::State {
         try {
             state.arrived.append(buffer, size * count);
         } catch (const std::bad_alloc&) {
-            return 0;  // which ends the transfer
+            return 0;  // tells libcurl to end the transfer
         }
         return size * count;
     }
@@ -188,11 +190,13 @@ struct HttpExchange::State {
         curl().easy_setopt(easy, option, value);
     }
 
+    // Sets the request up. libcurl connects to `address`, but names and checks `host`.
     void prepare(const wchar_t* header, const std::string& address) {
         const std::string url = (secure ? "https://" : "http://") + host + ":" + std::to_string(port) + "/";
         route = curl().list_append(nullptr, (host + ":" + std::to_string(port) + ":" + address).c_str());
+        // A name without a value removes libcurl's own header: WinHTTP sends none of these by itself.
         add_header(header != nullptr ? to_utf8(header) : "Content-Type:");
-        add_header("Accept:");  // none of these without a value is the system's habit
+        add_header("Accept:");
         add_header("Expect:");
         set(CURLOPT_URL, url.c_str());
         set(CURLOPT_REQUEST_TARGET, target.c_str());
@@ -217,11 +221,12 @@ struct HttpExchange::State {
         }
         const std::string authority = read_network().authority;
         if (!authority.empty()) {
-            set(CURLOPT_CAINFO, authority.c_str());  // beside the host's folder of certificates
+            set(CURLOPT_CAINFO, authority.c_str());  // libcurl still trusts the host's folder of certificates
         }
     }
 
-    // Lets the transfer run until a step is reached or it is over. False when nothing moves for that long.
+    // Runs the transfer until `reached` is true or the transfer ends. False when no byte moves for `timeout`
+    // milliseconds, which ends the transfer.
     template <class Condition>
     bool drive(std::int64_t timeout, Condition reached) {
         moved();
@@ -266,6 +271,7 @@ bool HttpExchange::open(const wchar_t* user_agent) {
     return true;
 }
 
+// The resolve timeout has no use: a name is looked up in network.json.
 bool HttpExchange::set_timeouts(std::int32_t, std::int32_t connect, std::int32_t send, std::int32_t receive) {
     state_->connectTimeout = limit_of(connect);
     state_->sendTimeout = limit_of(send);
@@ -310,13 +316,14 @@ bool HttpExchange::send(const wchar_t* header, const std::string& body) {
         return false;
     }
     const auto isSent = [&] { return state.headDone || (state.connected && state.sent == state.body.size()); };
-    // While it connects, libcurl's own limit holds; from then on each piece has the send timeout.
+    // While it connects, libcurl's own connect timeout ends it first; afterwards the send timeout holds for each piece.
     state.drive(state.connectTimeout + state.sendTimeout, [&] { return state.connected; });
     state.drive(state.sendTimeout, isSent);
-    state.usable = isSent();  // what went wrong afterwards is the answer's affair
+    state.usable = isSent();  // a fault after that is reported by `receive`
     return state.usable || state.fail();
 }
 
+// Without effect: `receive` fails after a refused certificate, as it does with WinHTTP.
 bool HttpExchange::set_security_flags(std::uint32_t) {
     return true;
 }

@@ -1,4 +1,5 @@
-// A system library that is loaded when it is first needed and kept, since starting it costs more than a whole sample.
+// A library of the Linux host that is loaded when it is first needed and stays loaded. It is not linked, because the
+// start of such a library costs more than a whole sample.
 #pragma once
 
 #include <dlfcn.h>

@@ -1,3 +1,4 @@
+// dlopen of the library beside the executable (or beside the path of set_module_path).
 #include "platform/library.h"
 
 #include <dlfcn.h>
@@ -25,7 +26,8 @@ bool read_part(int file, Part* part, std::size_t count, ElfW(Off) offset) {
     return retry([=] { return ::pread(file, part, size, static_cast<off_t>(offset)); }) == static_cast<ssize_t>(size);
 }
 
-// The loader maps a file that is cut short all the same, and the process ends at the first page that is not there.
+// Whether the file holds all of its segments. dlopen maps a truncated file too, and the process would die by SIGBUS at
+// the first missing page.
 bool is_whole_library(const std::string& path) {
     const Descriptor file(retry([&] { return ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC); }));
     struct stat status {};
@@ -46,7 +48,7 @@ bool is_whole_library(const std::string& path) {
     return true;
 }
 
-// The loader has a lock of its own, which the thread sanitizer does not see. Never destroyed.
+// dlopen locks by itself, but the thread sanitizer does not see that lock. Never destroyed.
 std::mutex& loader() {
     static auto* const mutex = new std::mutex;
     return *mutex;
@@ -63,7 +65,7 @@ SharedLibrary::SharedLibrary(const wchar_t* name) : handle_(nullptr) {
     if (path.ends_with(".dll")) {
         path.replace(path.size() - 4, 4, ".so");
     }
-    // A path without a slash would be searched for everywhere.
+    // For a name without a slash dlopen would search the host's library folders.
     if (path.find('/') != std::string::npos && is_whole_library(path)) {
         const std::lock_guard guard(loader());
         handle_ = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);

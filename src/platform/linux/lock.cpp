@@ -1,3 +1,5 @@
+// The rules of a Windows mutex, built from a mutex, a condition and the owner's id. A thread that ends abandons its
+// locks by the destructor of a thread_local list.
 #include "platform/lock.h"
 
 #include <unistd.h>
@@ -18,10 +20,10 @@ namespace platform {
 struct Lock::State {
     std::mutex mutex;
     std::condition_variable released;
-    std::thread::id owner;  // while count > 0
+    std::thread::id owner;  // valid while count > 0
     std::uint32_t count = 0;
     bool abandoned = false;
-    std::shared_ptr<State> self;  // until the Lock ends; the owner's list keeps the state too
+    std::shared_ptr<State> self;  // until the Lock ends; the owner's list may keep the state longer
 
     void abandon() {
         const std::lock_guard guard(mutex);
@@ -36,7 +38,7 @@ struct Lock::State {
 
         ~Owned() {
             if (::gettid() == ::getpid()) {
-                return;  // the end of the main thread is the end of the process: nobody goes on
+                return;  // the process ends with its main thread
             }
             for (const auto& state : states) {
                 state->abandon();
@@ -61,6 +63,7 @@ Lock::~Lock() {
 bool Lock::wait(std::uint32_t milliseconds) {
     const std::int64_t limit = milliseconds == 0 ? 0 : scaled_wait(milliseconds);
     auto& owned = State::owned.states;
+    // Before the lock is taken: push_back below must not fail.
     owned.reserve(owned.size() + 1);
     const auto caller = std::this_thread::get_id();
 

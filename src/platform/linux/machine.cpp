@@ -1,3 +1,4 @@
+// Where the machine's folder is, as an absolute path.
 #include "platform/machine.h"
 
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// Whether the machine's folder can be used: it exists, and its paths fit sockets and the core's buffers.
 #include <sys/un.h>
 
 #include <array>
@@ -15,7 +16,7 @@ namespace platform {
 namespace {
 
 constexpr std::string_view kLongestSocket = "/run/ZorvHelpRpcEndpoint";
-// Every other path of the machine fits a 260-byte buffer when this one fits a socket's name.
+// A folder whose socket paths fit sockaddr_un has no path that is too long for the core's 260-byte buffers.
 constexpr std::size_t kLongestFolder = sizeof(sockaddr_un::sun_path) - 1 - kLongestSocket.size();
 constexpr std::size_t kPathBuffer = 260;
 

@@ -30,7 +30,7 @@ std::wstring true_path() {
 }  // namespace
 
 int module_file_name(wchar_t* buffer, int capacity) {
-    // Asked for once: the link changes its text when the file is replaced under a running process.
+    // Read once: the kernel adds " (deleted)" to the link when the file is replaced under the running process.
     static const auto* const own = new std::wstring(true_path());
     const std::lock_guard guard(pathMutex);
     const std::wstring& path = given_path().empty() ? *own : given_path();

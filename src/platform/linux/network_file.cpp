@@ -8,6 +8,7 @@ namespace {
 
 constexpr char kNetworkFile[] = "network.json";
 
+// Only "online": false counts; anything else is online.
 bool is_offline(const zorvalis::Json& json) {
     const auto online = json.find("online");
     return online != json.end() && online->is_boolean() && !online->get<bool>();

@@ -1,5 +1,6 @@
 // network.json of the stand-in machine: whether it is online, where host names lead, and which authority it trusts
-// beside the host's own store. Read at each use; without the file it is online and no host resolves.
+// beside those of the Linux host. Read at each use; without the file the machine is online and no host resolves. Any
+// thread.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +10,7 @@ namespace platform {
 
 struct Network {
     bool online = true;
-    std::string authority;  // path of a file of certificates, or empty
+    std::string authority;  // absolute path of a PEM file of certificates, or empty
 };
 
 Network read_network();

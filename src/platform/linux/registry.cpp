@@ -1,3 +1,5 @@
+// A value is a file in its key's folder: the type on the first line, then the data. Reads need no lock, since a write
+// renames a whole file into place.
 #include "platform/registry.h"
 
 #include <fcntl.h>
@@ -15,8 +17,8 @@
 namespace platform {
 namespace {
 
-constexpr std::size_t kLongestText = 254;
-constexpr int kAttempts = 1000;  // each lost to somebody who deleted the key at that moment
+constexpr std::size_t kLongestText = 254;  // 16-bit units
+constexpr int kAttempts = 1000;            // a write fails when another program deletes the key at that moment
 
 struct ValueText {
     std::string type;
@@ -51,7 +53,7 @@ bool read_value(RegistryRoot root, const std::wstring& key, const std::wstring& 
     if (read_value_file(folder.get(), name, text)) {
         return true;
     }
-    // Only a look for the name in another case needs a folder that holds still.
+    // Perhaps it has the name in another case. That search lists the folder, which must not change meanwhile.
     if (!lock_key_shared(folder.get())) {
         return false;
     }
@@ -151,7 +153,7 @@ bool delete_registry_key(RegistryRoot root, const std::wstring& key) {
     }
     const std::string name = parts->back();
     parts->pop_back();
-    // From the top down, as subkeys come and go under the lock of their parent only.
+    // The parent is locked first: subkeys are made and deleted only under the lock of their parent.
     const Descriptor parent = open_key(*parts, false);
     if (!parent || !lock_key(parent.get())) {
         return false;

@@ -19,14 +19,15 @@ namespace {
 
 constexpr char kRegistryFolder[] = "registry";
 
-// A leading dot is kept for temporary files, and for "." and "..".
+// Names with a leading dot are reserved for temporary files (and are "." and "..").
 bool is_name(std::string_view name) {
     return !name.empty() && name.front() != '.' && name.find('/') == std::string_view::npos &&
            name.find('\0') == std::string_view::npos;
 }
 
+// In upper case, for comparing.
 std::wstring folded(const std::string& name) {
-    // Never freed. Without that locale only ASCII letters have a case.
+    // Never freed. On a host without this locale only ASCII letters are compared without case.
     static const locale_t kLocale = ::newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
     std::wstring text = to_wide(name).value_or(L"");
     for (wchar_t& c : text) {
@@ -46,6 +47,7 @@ Descriptor open_folder(int base, const char* name) {
     return Descriptor(retry([=] { return ::openat(base, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
 }
 
+// Not open, with errno set, when there is no such subkey in any case of letters.
 Descriptor open_subkey(int folder, const std::string& name) {
     Descriptor subkey = open_folder(folder, name.c_str());
     if (subkey || !lock_key_shared(folder)) {
@@ -96,7 +98,7 @@ std::optional<std::vector<std::string>> key_entries(int folder, KeyEntry kind) {
     struct FolderCloser {
         void operator()(DIR* list) const { ::closedir(list); }
     };
-    const int again = ::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);  // a position of its own
+    const int again = ::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);  // `folder` keeps its position
     const std::unique_ptr<DIR, FolderCloser> list(again < 0 ? nullptr : ::fdopendir(again));
     if (list == nullptr) {
         const Descriptor unused(again);
@@ -110,7 +112,7 @@ std::optional<std::vector<std::string>> key_entries(int folder, KeyEntry kind) {
             return errno == 0 ? std::optional(std::move(names)) : std::nullopt;
         }
         const unsigned char wanted = kind == KeyEntry::subkey ? DT_DIR : DT_REG;
-        const bool known = entry->d_type == DT_DIR || entry->d_type == DT_REG;  // else a link, or not told
+        const bool known = entry->d_type == DT_DIR || entry->d_type == DT_REG;  // else a link, or unknown
         if (is_name(entry->d_name) && (known ? entry->d_type == wanted : is_kind(folder, entry->d_name, kind))) {
             names.emplace_back(entry->d_name);
         }
@@ -159,7 +161,7 @@ Descriptor open_key(const KeyParts& parts, bool make) {
     for (const std::string& part : parts) {
         path.append("/").append(part);
     }
-    Descriptor key = open_folder(AT_FDCWD, path.c_str());  // names mostly come in the case of their first writing
+    Descriptor key = open_folder(AT_FDCWD, path.c_str());  // mostly the names are in the case of the folders
     if (key || (make && !make_folders(registry))) {
         return key;
     }

@@ -1,6 +1,6 @@
-// The registry's keys as folders of the stand-in machine: their names in any case, and the lock that serialises the
-// writers of one folder, in this process and in others. The folder itself is locked, so no lock file exists. The
-// scheduled tasks' folder is treated in the same way.
+// The registry's keys as folders of the stand-in machine: finding names in any case, and the lock that lets one writer
+// at a time into a folder, in this process and in others. The lock is flock on the folder itself, so there is no lock
+// file. The folders of scheduled tasks and services use the same functions. Failures leave errno. Any thread.
 #pragma once
 
 #include <optional>
@@ -12,16 +12,16 @@
 
 namespace platform {
 
-// Where a value is written before it takes its name. One name for a folder is enough under the folder's lock, and
-// what a killed process left is used up by the next write.
+// The file that a value is written to before it is renamed. The folder's lock allows one writer, so one name is enough;
+// the next write overwrites what a killed process left.
 inline constexpr char kTemporary[] = ".new";
 
 using KeyParts = std::vector<std::string>;
 
-// The folder names of a key, its root first; nothing for a key that can have no folder.
+// The folder names of a key, its root first; nothing for a key that cannot be a folder (an empty part, a slash).
 std::optional<KeyParts> key_parts(RegistryRoot root, const std::wstring& key);
 
-// The file name of a value; empty for one that can have no file.
+// The file name of a value; empty when the name cannot be a file's.
 std::string value_file(const std::wstring& value);
 
 enum class KeyEntry { subkey, value };
@@ -29,19 +29,19 @@ enum class KeyEntry { subkey, value };
 // The names of all subkeys or all values of an open key; nothing when the folder cannot be listed.
 std::optional<std::vector<std::string>> key_entries(int folder, KeyEntry kind);
 
-// The name under which the folder holds `name`, in whatever case; empty when it does not. Nothing when that cannot be
-// told, with errno set.
+// The name in the case in which the folder holds it; empty when it does not. Nothing, with errno set, when the folder
+// cannot be listed.
 std::optional<std::string> find_entry(int folder, const std::string& name, KeyEntry kind);
 
-// Replaces a value's file, or makes it, under the folder's lock, which stays. 0, or the error; ENOENT when the folder
-// has been deleted.
+// Locks the folder, until `folder` is closed, and makes or replaces a value's file. 0, or an errno; ENOENT means that
+// the folder has been deleted.
 int write_entry(int folder, const std::string& name, const std::string& text);
 
-// An open key, without its lock. With `make`, missing keys are made; ENOENT then says that a key went away at the
-// same time, and the call is to be made again.
+// Opens a key, without locking it. With `make`, missing keys are made; ENOENT then means that another program deleted
+// one at that moment, and the caller may try again.
 Descriptor open_key(const KeyParts& parts, bool make);
 
-// Held until the descriptor is closed.
+// One writer, or many readers; the lock is held until the descriptor is closed. Waits without limit.
 bool lock_key(int folder);
 bool lock_key_shared(int folder);
 

@@ -1,3 +1,4 @@
+// RegistryWatch by inotify, with a watch on each folder of the key and on the folders above it.
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/inotify.h>
@@ -16,9 +17,9 @@ constexpr std::uint32_t kKeyItself = IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT 
 constexpr std::uint32_t kOfValues = IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE;
 constexpr std::uint32_t kOfSubkeys = IN_CREATE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE;
 
-constexpr std::uint32_t kUnarmedMilliseconds = 1000;  // so that a loop around it burns no processor
+constexpr std::uint32_t kUnarmedMilliseconds = 1000;  // so that a caller's loop around a failed arm does not spin
 
-// A folder is watched before its subfolders are listed, so that one made meanwhile is a change of the folder.
+// Watches a folder before it lists its subfolders: one that is made meanwhile then counts as a change of the folder.
 bool watch_tree(int changes, int folder) {
     const std::string path = "/proc/self/fd/" + std::to_string(folder);
     if (::inotify_add_watch(changes, path.c_str(), kOfValues | kOfSubkeys | IN_DELETE_SELF | IN_MOVE_SELF) < 0) {
@@ -26,7 +27,7 @@ bool watch_tree(int changes, int folder) {
     }
     const auto subkeys = key_entries(folder, KeyEntry::subkey);
     if (!subkeys) {
-        return errno == ENOENT;  // gone meanwhile, which is a change of its parent
+        return errno == ENOENT;  // deleted meanwhile, which the watch on its parent reports
     }
     for (const std::string& name : *subkeys) {
         const Descriptor subkey(::openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
@@ -37,7 +38,7 @@ bool watch_tree(int changes, int folder) {
     return true;
 }
 
-// The folders above a key, up to the registry's own: one that is moved away takes the key along.
+// Watches the folders above a key, up to the registry's own: if one is moved or deleted, the key goes with it.
 bool watch_above(int changes, int folder, std::size_t levels) {
     std::string path = "/proc/self/fd/" + std::to_string(folder);
     for (std::size_t level = 0; level < levels; ++level) {
@@ -90,7 +91,7 @@ void RegistryWatch::wait() {
     alignas(inotify_event) std::array<char, 4096> buffer;
     for (bool changed = false; !changed;) {
         const ssize_t size = retry([&] { return ::read(state_->changes.get(), buffer.data(), buffer.size()); });
-        changed = size <= 0;  // nothing more will come
+        changed = size <= 0;  // a failed read: return, since no event will come
         for (ssize_t offset = 0; offset < size;) {
             const auto& event = *reinterpret_cast<const inotify_event*>(buffer.data() + offset);
             changed |= is_change(event);

@@ -1,3 +1,5 @@
+// The endpoint is a socket of lines (line_server.h). The server's thread takes the lines, RpcThreads make the calls
+// (rpc_call.h).
 #include "platform/rpc_endpoint.h"
 
 #include <sys/resource.h>
@@ -35,13 +37,14 @@ constexpr std::size_t kMostConnections = 4096;
 constexpr std::size_t kMostWaiting = 2048;   // calls of one connection
 constexpr std::size_t kMostContexts = 4096;  // of one connection
 
-// One connection and its contexts, which end with it: a running call holds it, and so does the server.
+// One connection and its contexts. Held by the endpoint and by each running call; the contexts close with the last
+// holder.
 struct Session {
     RpcContexts contexts{kMostContexts};
     std::atomic<bool> gone{false};
 };
 
-// From its opening to the end of the last call, which may be long after its stop.
+// Lives until its last call has returned, which may be long after the stop.
 struct Endpoint : std::enable_shared_from_this<Endpoint> {
     explicit Endpoint(LineLimits limits) : server(std::move(limits)) {}
 
@@ -51,7 +54,7 @@ struct Endpoint : std::enable_shared_from_this<Endpoint> {
 
     RpcProcedures procedures{};
     bool listening = false;                                               // guarded by the mutex of Shared
-    std::map<LineServer::Connection, std::shared_ptr<Session>> sessions;  // the server thread's own
+    std::map<LineServer::Connection, std::shared_ptr<Session>> sessions;  // used by the server's thread only
     LineServer server;
 };
 
@@ -60,21 +63,22 @@ struct Shared {
     std::condition_variable unregistered;
     RpcLimits limits;
     std::shared_ptr<Endpoint> endpoint;
-    bool used = false;  // there has been an endpoint
+    bool used = false;  // an endpoint has been started once
 };
 
-// Never destroyed, as threads may still ask while the process ends.
+// Never destroyed: threads may still use it while the process ends.
 Shared& shared() {
     static auto* const state = new Shared;
     return *state;
 }
 
+// On the server's thread: hands a line to a thread of the calls. Answers by itself only when there is none.
 std::optional<std::string> Endpoint::take(LineServer::Connection connection, const std::string& line) {
     auto& session = sessions[connection];
     if (session == nullptr) {
         session = std::make_shared<Session>();
     }
-    auto self = weak_from_this().lock();  // none when nobody was there to wait for the last calls
+    auto self = weak_from_this().lock();  // null while the endpoint is being destroyed
     const bool taken =
         self != nullptr && RpcThreads::get().submit([self = std::move(self), session = session, connection, line] {
             self->call(connection, *session, line);
@@ -82,21 +86,22 @@ std::optional<std::string> Endpoint::take(LineServer::Connection connection, con
     return taken ? std::nullopt : std::optional(rpc_error_line(nullptr, kRpcFault, "no thread for the call"));
 }
 
-// On a thread of the calls.
+// On a thread of RpcThreads.
 void Endpoint::call(LineServer::Connection connection, Session& session, const std::string& line) {
     std::string answer;
     try {
         const RpcSend send = [&](std::string callback) { server.send(connection, std::move(callback)); };
         answer = session.gone ? "" : make_rpc_call(procedures, session.contexts, line, send);
-    } catch (...) {  // no memory, and no answer then
+    } catch (...) {  // out of memory: the call ends without an answer
     }
     try {
         server.answer(connection, std::move(answer), line.size());
-    } catch (const std::bad_alloc&) {  // the client waits until it gives up
+    } catch (const std::bad_alloc&) {  // the client waits in vain
     }
 }
 
-// The contexts are run down by its last running call, or else on a thread of the calls.
+// On the server's thread. The session is let go on a thread of RpcThreads, since closing a context may take long; if
+// calls still run, the last of them closes the contexts.
 void Endpoint::end(LineServer::Connection connection) {
     if (auto node = sessions.extract(connection)) {
         node.mapped()->gone = true;
@@ -108,7 +113,7 @@ RpcStatus failure_of(const char* step) {
     return static_cast<RpcStatus>(step_status(step));
 }
 
-// A thousand clients are a thousand descriptors.
+// Each client takes a descriptor.
 void raise_descriptor_limit() {
     rlimit limit{};
     if (::getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < kDescriptors) {
@@ -131,17 +136,17 @@ LineLimits line_limits(const RpcLimits& limits) {
     return result;
 }
 
-// A thread waits for the end of the calls that run, and for that of the server's thread.
+// Lets a thread of its own wait for the running calls and then for the server's thread.
 void wait_for_the_end(std::shared_ptr<Endpoint> endpoint) {
     endpoint->server.finish();
     try {
         std::thread([endpoint] { endpoint->server.join(); }).detach();
     } catch (const std::system_error&) {
-        // Then the server is stopped with the last who holds the endpoint.
+        // Without a thread, the server stops when the last holder lets the endpoint go.
     }
 }
 
-// There are neither packages nor bindings nor a mapper: a client finds the socket by its name.
+// Of the settings, the package and the queue length have no meaning here: everyone may connect to the socket.
 RpcStatus start(const RpcEndpointSettings& settings, const RpcProcedures& procedures) {
     const std::string name = to_utf8(settings.name);
     if (name.empty() || name.find('/') != std::string::npos) {
@@ -190,7 +195,7 @@ RpcStatus listen_for_rpc(std::uint32_t, std::uint32_t) {
         return failure != 0 ? failure : kNoProtocols;
     }
     if (endpoint == nullptr || endpoint->listening) {
-        return endpoint != nullptr ? kAlreadyListening : 0;  // the stop may have come first
+        return endpoint != nullptr ? kAlreadyListening : 0;  // 0: the endpoint was stopped before this call
     }
     endpoint->listening = true;
     shared().unregistered.wait(guard, [&] { return shared().endpoint != endpoint; });

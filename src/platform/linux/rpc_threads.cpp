@@ -21,7 +21,7 @@ void RpcThreads::set_limits(std::size_t most, std::chrono::milliseconds idle) {
 }
 
 bool RpcThreads::submit(Task task) {
-    Task refused;  // whose end may wait for others
+    Task refused;  // destroyed after the mutex is released: its destructor may wait for other threads
     const std::lock_guard guard(mutex_);
     if (busy_ < most_ && !idle_.empty()) {
         Worker& worker = *idle_.back();
@@ -46,7 +46,7 @@ bool RpcThreads::add_thread() {
         std::thread(&RpcThreads::run, this).detach();
         ++threads_;
         return true;
-    } catch (const std::exception&) {  // no thread, or no memory for one
+    } catch (const std::exception&) {  // the kernel gives no thread, or there is no memory
         return false;
     }
 }
@@ -57,16 +57,16 @@ void RpcThreads::run() {
     while (wait(guard, self)) {
         guard.unlock();
         self.task();
-        self.task = nullptr;  // with what it holds
+        self.task = nullptr;  // without the mutex, as what it holds is destroyed here
         guard.lock();
         --busy_;
     }
     if (--threads_ == 0) {
-        ::malloc_trim(0);  // or the memory of a burst of clients would stay for years
+        ::malloc_trim(0);  // gives the memory of a burst of clients back to the kernel
     }
 }
 
-// Until there is a task; false when there has been none for long.
+// Waits for a task; false when none has come for idleTime_, and the thread is to end.
 bool RpcThreads::wait(std::unique_lock<std::mutex>& guard, Worker& worker) {
     if (busy_ < most_ && !waiting_.empty()) {
         ++busy_;
@@ -76,7 +76,7 @@ bool RpcThreads::wait(std::unique_lock<std::mutex>& guard, Worker& worker) {
     }
     idle_.push_back(&worker);
     if (worker.given.wait_for(guard, idleTime_, [&] { return worker.task != nullptr; })) {
-        return true;  // whoever gave it took the worker out
+        return true;  // `submit` has taken the worker out of idle_
     }
     idle_.erase(std::find(idle_.begin(), idle_.end(), &worker));
     return false;

@@ -1,6 +1,6 @@
-// The threads that make the calls of the local endpoint, apart from the process' pool, since calls come in bursts and
-// may wait for a minute. They are made on demand and reused last in, first out, so that the rest of them may end. Any
-// thread.
+// The threads that make the calls of the local endpoint. They are not those of thread_pool.h, since calls come in
+// bursts and may wait for a minute. Threads are made on demand; the one that became idle last is used first, so that
+// the others stay idle long enough to end. Any thread.
 #pragma once
 
 #include <chrono>
@@ -15,15 +15,15 @@ namespace platform {
 
 class RpcThreads {
 public:
-    using Task = std::function<void()>;  // lets nothing out
+    using Task = std::function<void()>;  // must not throw
 
-    // The process' own, which never end: their threads may still run when it does.
+    // The object of the process. Never destroyed: its threads may run until the process ends.
     static RpcThreads& get();
 
-    // At most so many at once; the next task waits. A thread ends when it has had none for the time.
+    // At most `most` tasks run at once, further ones wait. A thread that had no task for `idle` ends.
     void set_limits(std::size_t most, std::chrono::milliseconds idle);
 
-    // False when there is no thread and none can be made.
+    // False, and the task is destroyed, when there is no thread and none can be made.
     bool submit(Task task);
 
 private:
@@ -32,6 +32,7 @@ private:
         Task task;
     };
 
+    // These run with mutex_ held, but `run`, which takes it.
     bool add_thread();
     void run();
     bool wait(std::unique_lock<std::mutex>& guard, Worker& worker);

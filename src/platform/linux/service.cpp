@@ -1,3 +1,6 @@
+// The service without a service manager: `zorvctl service` starts the process, run/control (a socket of lines) brings
+// the controls, status.jsonl gets the reports, power.json has the power settings. The main thread dispatches, the
+// server's thread only queues.
 #include "platform/service.h"
 
 #include <fcntl.h>
@@ -37,8 +40,8 @@ constexpr char kLockFile[] = "run/control.lock";
 constexpr ServiceStatusHandle kStatusHandle = 1;
 constexpr std::intptr_t kFirstRegistration = 0x1000;  // never a status handle
 constexpr std::size_t kMostWaiting = 4096;
-constexpr int kPredecessorSeconds = 10;            // for the last of a service that has stopped
-constexpr std::uint32_t kMainMilliseconds = 5000;  // for a ServiceMain that ends late
+constexpr int kPredecessorSeconds = 10;            // for a service that has stopped and whose process still ends
+constexpr std::uint32_t kMainMilliseconds = 5000;  // for a ServiceMain that still runs after the stop; scaled
 
 LineLimits limits() {
     LineLimits limits;
@@ -48,11 +51,11 @@ LineLimits limits() {
 
 struct WaitingControl {
     ServiceControl what;
-    LineServer::Connection sender = 0;  // 0 for the system itself
+    LineServer::Connection sender = 0;  // 0 for a signal or a power setting: no one gets an answer
     std::size_t size = 0;               // of its line
 };
 
-// One run of the service; all of it but the server is guarded by the mutex of Shared.
+// One run of the service. The mutex of Shared guards all members but the server.
 struct Run {
     LineServer server{limits()};
     ServiceHandler handler = nullptr;
@@ -64,12 +67,12 @@ struct Run {
     std::shared_ptr<bool> mainEnded = std::make_shared<bool>(false);
 };
 
-// Never destroyed, as threads may still report while the process ends.
+// Never destroyed: threads may still report while the process ends.
 struct Shared {
     std::mutex mutex;
     std::condition_variable mainEnded;
     std::unique_ptr<Run> run;
-    Descriptor wake{::eventfd(0, EFD_CLOEXEC)};  // of the dispatcher
+    Descriptor wake{::eventfd(0, EFD_CLOEXEC)};  // wakes the dispatcher
 };
 
 Shared& shared() {
@@ -84,7 +87,7 @@ void wake_dispatcher() {
     ::eventfd_write(shared().wake.get(), 1);
 }
 
-// SIGTERM and SIGINT are the stop control. Their former actions come back at the end.
+// While it lives, SIGTERM and SIGINT are the stop control.
 class StopSignals {
 public:
     StopSignals() {
@@ -131,18 +134,18 @@ std::string error_line(const std::string& problem) {
     return zorvalis::DumpJson({{"error", problem}});
 }
 
-// Whether a service that holds the machine is on its way out, and the next one has but to wait.
+// Whether the service that holds the machine has stopped and only its process still ends.
 bool predecessor_leaves() {
     LineClient predecessor;
     if (!predecessor.open(kControlSocket, 1)) {
-        return true;  // it has not bound its socket yet, or not any more
+        return true;  // its socket is not open yet, or closed already
     }
     std::string answer;
     return predecessor.send("{\"status\":true}") && predecessor.receive(answer) &&
            answer.find("\"state\":1,") != std::string::npos;
 }
 
-// One service has the machine, for as long as the file is open. 0 or a system error.
+// Makes this process the machine's only service, as long as `lock` is open. 0, or a Windows error number.
 std::uint32_t take_machine(Descriptor& lock) {
     make_folders(machine_path("run"));
     const std::string path = machine_path(kLockFile);
@@ -160,7 +163,7 @@ std::uint32_t take_machine(Descriptor& lock) {
     return 0;
 }
 
-// On the server's thread.
+// On the server's thread: queues a control for the dispatcher, and answers by itself only what needs no handler.
 std::optional<std::string> take_line(LineServer::Connection sender, const std::string& line) {
     std::string problem;
     auto control = parse_service_control(line, problem);
@@ -173,7 +176,7 @@ std::optional<std::string> take_line(LineServer::Connection sender, const std::s
         return status_line(run.status);
     }
     if (run.status.state == kServiceStopped) {
-        return result_line(kServiceNotActive);  // the dispatcher may be gone
+        return result_line(kServiceNotActive);  // the dispatcher may have ended
     }
     if (run.waiting.size() >= kMostWaiting) {
         return error_line("too many controls are waiting");
@@ -183,7 +186,7 @@ std::optional<std::string> take_line(LineServer::Connection sender, const std::s
     return std::nullopt;
 }
 
-// Why the control is not delivered: a line for its sender; empty when it is to be.
+// Why the control is refused, as a line for its sender; empty when it is to be delivered.
 std::string refusal_line(const Run& run, const ServiceControl& control) {
     const std::uint32_t error =
         run.handler != nullptr ? refusal(control.control, run.status) : kServiceCannotAcceptControl;
@@ -197,7 +200,7 @@ std::string refusal_line(const Run& run, const ServiceControl& control) {
     return "";
 }
 
-// With the mutex held, but for the handler itself.
+// Called with the mutex held, which is released while the handler runs.
 void deliver(std::unique_lock<std::mutex>& guard, Run& run, WaitingControl waiting) {
     std::string answer = refusal_line(run, waiting.what);
     if (answer.empty()) {
@@ -212,12 +215,13 @@ void deliver(std::unique_lock<std::mutex>& guard, Run& run, WaitingControl waiti
     }
 }
 
-// A service that is still starting gets the stop when it has started.
+// Whether a signal asks for a stop. A service that is still starting gets it when it has started.
 bool stop_is_due(const Run& run) {
     return run.handler != nullptr && run.status.state != kServiceStartPending && signalled.exchange(false);
 }
 
-// Until the service has stopped, or can never report it.
+// Delivers controls until the service has reported that it is stopped, or its ServiceMain has ended without ever
+// registering a handler, so that it never will.
 void dispatch(Run& run) {
     std::unique_lock guard(shared().mutex);
     while (run.status.state != kServiceStopped && !(*run.mainEnded && run.handler == nullptr)) {
@@ -252,7 +256,7 @@ std::thread start_main(std::wstring name, ServiceMain main, const std::shared_pt
     });
 }
 
-// One that does not end still uses what the caller takes away: the process ends first.
+// Waits for ServiceMain. One that hangs uses objects that the caller will destroy, so the process ends here.
 void end_main(std::thread& thread, const std::shared_ptr<bool>& ended) {
     const auto limit = std::chrono::microseconds(scaled_wait(kMainMilliseconds));
     std::unique_lock guard(shared().mutex);
@@ -272,11 +276,11 @@ bool fail(std::uint32_t error) {
 bool started_as_service(const wchar_t* name) {
     const char* const started = std::getenv(kServiceVariable);
     const bool result = started != nullptr && started == to_utf8(name);
-    ::unsetenv(kServiceVariable);  // it is not for the processes that this one starts
+    ::unsetenv(kServiceVariable);  // processes that this one starts must not inherit it
     return result;
 }
 
-// The handle's run, when there is one and it has a handler.
+// The run that the handle stands for; null when there is none, or its handler is not registered yet.
 Run* find_run(ServiceStatusHandle handle) {
     Run* const run = shared().run.get();
     return handle == kStatusHandle && run != nullptr && run->handler != nullptr ? run : nullptr;
@@ -354,11 +358,11 @@ ServiceStatusHandle register_service_handler(const wchar_t*, ServiceHandler hand
 }
 
 bool set_service_status(ServiceStatusHandle handle, const ServiceStatus& status) {
-    const std::lock_guard guard(shared().mutex);  // so that the log has the order of the reports
+    const std::lock_guard guard(shared().mutex);  // held while logging, so that the lines are in order
     Run* const run = find_run(handle);
     if (run == nullptr || run->status.state == kServiceStopped) {
         log_status(kRefusedStatusLog, status);
-        return fail(kInvalidHandle);  // which the manager has closed when the service said that it is stopped
+        return fail(kInvalidHandle);  // Windows closes the handle when a service reports that it is stopped
     }
     if (status.state < kServiceStopped || status.state > kServiceLastState) {
         return fail(kInvalidData);

@@ -1,3 +1,5 @@
+// The service database is the folder services/, a file for each service. Statuses and controls go to the running
+// service's socket run/control.
 #include "platform/service_manager.h"
 
 #include <fcntl.h>
@@ -21,9 +23,9 @@
 namespace platform {
 namespace {
 
-constexpr std::uint32_t kMayCreate = 2;  // of the manager
+// Access rights: the first is one of the manager, the others are a service's.
+constexpr std::uint32_t kMayCreate = 2;
 
-// Of a service.
 constexpr std::uint32_t kMayQuery = 4;
 constexpr std::uint32_t kMayStop = 0x20;
 constexpr std::uint32_t kMayPause = 0x40;
@@ -32,7 +34,7 @@ constexpr std::uint32_t kMaySendOwn = 0x100;
 constexpr std::uint32_t kMayDelete = 0x10000;
 
 constexpr std::size_t kLongestName = 256;
-constexpr int kAnswerSeconds = 30;  // as the real manager waits
+constexpr int kAnswerSeconds = 30;  // as the service manager of Windows waits
 
 using zorvalis::Json;
 
@@ -49,6 +51,7 @@ std::string text_or(const wchar_t* text, const char* otherwise) {
     return text != nullptr ? to_utf8(text) : otherwise;
 }
 
+// `list` is made as ServiceRegistration::dependencies.
 Json names_in(const wchar_t* list) {
     Json names = Json::array();
     for (; list != nullptr && *list != L'\0'; list += std::wstring_view(list).size() + 1) {
@@ -57,7 +60,7 @@ Json names_in(const wchar_t* list) {
     return names;
 }
 
-// 0 or a system error.
+// 0, or a Windows error number.
 std::uint32_t write_new_service(const std::wstring& name, const std::string& text) {
     const std::string path = machine_path("services");
     make_folders(path);
@@ -72,6 +75,7 @@ std::uint32_t write_new_service(const std::wstring& name, const std::string& tex
     return error == 0 ? 0 : windows_error(error);
 }
 
+// The access right that sending the control takes.
 std::uint32_t right_for(std::uint32_t control) {
     switch (control) {
         case kControlStop:
@@ -97,7 +101,7 @@ Json parse_answer(const std::string& line) {
     }
 }
 
-// The last line that a service has reported; null when there is none.
+// The last status that any service of this machine has reported, from the end of status.jsonl; null when there is none.
 Json last_report() {
     const Descriptor log(::open(machine_path(kStatusLog).c_str(), O_RDONLY | O_CLOEXEC));
     std::array<char, 4096> tail;
@@ -109,6 +113,7 @@ Json last_report() {
     return parse_answer(text.substr(text.find_last_of('\n') + 1));
 }
 
+// The status of a service that does not run: its last exit code, or that it has never run, or that its process died.
 ServiceStatus stopped_status() {
     const Json report = last_report();
     const auto state = member(report, "state");
@@ -130,7 +135,7 @@ ServiceStatus ask_status(LineClient& service) {
     return {kOwnProcess, *state, number("accepted"), number("exitCode"), 0, number("checkpoint"), number("waitHint")};
 }
 
-// 0 or why the control did not reach the service.
+// 0, the number that the service's handler returned, or why the control did not reach it.
 std::uint32_t send_control(LineClient& service, std::uint32_t control) {
     std::string answer;
     if (!service.send(zorvalis::DumpJson({{"control", control}})) || !service.receive(answer)) {
@@ -152,6 +157,7 @@ struct ServiceManager::State {
     std::wstring service;  // empty for none
     std::uint32_t serviceAccess = 0;
 
+    // 0 when the open service was opened with this right, else a Windows error number.
     std::uint32_t may(std::uint32_t right) const {
         return service.empty() ? kInvalidHandle : (serviceAccess & right) == 0 ? kAccessDenied : 0;
     }

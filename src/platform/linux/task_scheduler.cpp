@@ -1,3 +1,5 @@
+// A task is a file in tasks/ (task_file.h), handled like a registry value. The steps of COM exist only so that tests
+// can let one fail.
 #include "platform/task_scheduler.h"
 
 #include <fcntl.h>
@@ -33,6 +35,7 @@ constexpr Status kInvalidValue = status_of(0x80041318);  // SCHED_E_INVALIDVALUE
 constexpr Status kMissingNode = status_of(0x80041319);   // SCHED_E_MISSINGNODE
 constexpr Status kCorruptTask = status_of(0x80041321);   // SCHED_E_INVALID_TASK_HASH
 
+// An errno as the HRESULT of its Windows error.
 Status from_error(int error) {
     return error == 0 ? 0 : status_of(0x80070000U | windows_error(error));
 }
@@ -51,7 +54,7 @@ Descriptor open_folder(bool make) {
     return Descriptor(retry([&] { return ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
 }
 
-// The name of a task's file in its own case; empty when there is none.
+// The name of a task's file as the folder has it, found in any case; empty when there is none.
 std::string find_task(const Descriptor& folder, const std::string& file) {
     return folder ? find_entry(folder.get(), file, KeyEntry::value).value_or("") : "";
 }
@@ -79,7 +82,8 @@ Status write_task(const Descriptor& folder, const std::string& file, const TaskD
     return from_error(write_entry(folder.get(), file, task_text(name_of(file), task)));
 }
 
-// On the way to an act's last step nothing fails but what a test lets fail; the act itself is left to that step.
+// Makes the steps of an act; only a test lets one fail. The caller then does the act itself and sets the status of the
+// last step.
 TaskResult pass(Step first, Step last) {
     TaskResult result;
     pass_steps(Step::enter, Step::get_root_folder, result);
@@ -87,7 +91,7 @@ TaskResult pass(Step first, Step last) {
     return result;
 }
 
-// The stand-in machine knows neither users nor permissions: it keeps the user's name.
+// The user's name is stored and not checked: the stand-in machine has no users and no permissions.
 Status store_task(const std::string& name, const ScheduledTask& task) {
     if (const TaskFault fault = task_fault(task); fault != TaskFault::none) {
         return fault == TaskFault::missing ? kMissingNode : kInvalidValue;
@@ -114,7 +118,7 @@ Status remove_task(const std::string& name) {
     return existing.empty() ? kNoTask : from_error(::unlinkat(folder.get(), existing.c_str(), 0) == 0 ? 0 : errno);
 }
 
-// The step that the caller is to know of.
+// The step for TaskResult::items; nothing for a task of another name.
 std::optional<Step> disable_if_named(const Descriptor& folder, const std::string& file, const std::string& name) {
     TaskDefinition task;
     if (step_status(Step::get_task) < 0 || read_task(folder, file, task) < 0) {

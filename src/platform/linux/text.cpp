@@ -1,3 +1,4 @@
+// UTF-8 and code page 1252 by hand, independent of the host's locale.
 #include "platform/text.h"
 
 #include <algorithm>
@@ -41,13 +42,13 @@ std::string to_ansi(std::wstring_view text) {
         } else if (c < 0x80 || (c >= 0xA0 && c <= 0xFF)) {
             result += static_cast<char>(c);
         } else {
-            result += c > 0xFFFF && zorvalis::IsCharacter(c) ? "??" : "?";  // a pair of units on Windows
+            result += c > 0xFFFF && zorvalis::IsCharacter(c) ? "??" : "?";  // Windows has two units for it, and replaces each
         }
     }
     return result;
 }
 
-// Hands a finished text to a caller who counts, or has room for `capacity` characters.
+// Copies the text, or only counts it when `capacity` is 0; fails, with the buffer filled, when it does not fit.
 template <class Char>
 int deliver(const std::basic_string<Char>& text, Char* result, int capacity) {
     if (capacity > 0) {

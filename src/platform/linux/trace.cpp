@@ -1,3 +1,5 @@
+// A trace session is trace.json; messages are lines of trace.log. A thread watches the session file and calls the
+// provider's control callback.
 #include "platform/trace.h"
 
 #include <poll.h>
@@ -29,20 +31,19 @@ constexpr char kLogFile[] = "trace.log";
 constexpr std::uint32_t kInvalidHandle = 6;
 constexpr std::uint32_t kNoResources = 1450;  // ERROR_NO_SYSTEM_RESOURCES
 
-// A logger is its session: bit 63, the level from bit 32 on, and the flags.
+// A logger is a number that holds the session itself: bit 63 set, the level from bit 32 on, the flags below.
 constexpr std::uint64_t kLogger = 1ULL << 63;
 
 struct Provider {
     TraceControl control = nullptr;
     void* context = nullptr;
-    std::uint64_t logger = 0;  // 0 without a session
-    Descriptor changes;        // of the machine's folder
+    std::uint64_t logger = 0;  // 0 when no session is on
+    Descriptor changes;        // inotify, on the machine's folder
     Descriptor stop;
     std::thread watcher;
 };
 
-// Guards the log's descriptor and the list, both shared by all threads. Never destroyed, as threads may still log
-// while the process ends.
+// The mutex guards the log's descriptor and the list. Never destroyed: threads may still log while the process ends.
 struct Shared {
     std::mutex mutex;
     Descriptor log;
@@ -55,6 +56,7 @@ Shared& shared() {
     return *state;
 }
 
+// The session as a logger; 0 when there is none.
 std::uint64_t read_session() {
     const auto json = read_machine_json(kSessionFile);
     if (!json) {
@@ -69,6 +71,7 @@ std::uint64_t read_session() {
     return kLogger | member("level", 0xFF) << 32 | member("flags", 0xFFFFFFFF);
 }
 
+// Reads the session anew and tells the provider.
 void follow_session(Provider& provider) {
     const std::uint64_t before = provider.logger;
     provider.logger = read_session();
@@ -84,7 +87,8 @@ void follow_session(Provider& provider) {
     }
 }
 
-// Whether one of the changes that are waiting is the session file's, or takes the log away.
+// Takes all waiting changes; true when one is of the session file, or the log was deleted or moved, so that it must be
+// opened anew.
 bool session_changed(int changes) {
     alignas(inotify_event) std::array<char, 4096> buffer;
     bool changed = false;
@@ -102,10 +106,11 @@ bool session_changed(int changes) {
     return changed;
 }
 
-// The kernel takes longer to give a watch back than a short pass runs, so a process watches once it has lived this
-// long; what changed until then is seen there.
+// Ending an inotify watch takes the kernel longer than a short pass runs. So a process starts to watch only when it has
+// lived this long, and then reads the session once more, for what changed until then.
 constexpr int kUnwatchedMilliseconds = 100;
 
+// The watcher's thread.
 void watch(Provider& provider) try {
     pollfd stop = {provider.stop.get(), POLLIN, 0};
     if (retry([&] { return ::poll(&stop, 1, kUnwatchedMilliseconds); }) != 0) {
@@ -123,9 +128,10 @@ void watch(Provider& provider) try {
             follow_session(provider);
         }
     }
-} catch (...) {  // without memory the session stays as it is
+} catch (...) {  // out of memory: the session stays as it is
 }
 
+// One line: tabs and line ends are escaped, as docs/stand-in-machine.md says.
 std::string escaped(std::string_view text) {
     std::string result;
     for (const char c : text) {

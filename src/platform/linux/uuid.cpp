@@ -9,7 +9,7 @@ namespace platform {
 Uuid create_uuid() {
     Uuid uuid{};
     retry([&uuid] { return ::getrandom(uuid.data(), uuid.size(), 0); });
-    // Version 4, in the third field, whose high byte comes second.
+    // Version 4. It belongs into the high byte of the third field, which is the second one in little-endian order.
     uuid[7] = static_cast<std::uint8_t>((uuid[7] & 0x0F) | 0x40);
     uuid[8] = static_cast<std::uint8_t>((uuid[8] & 0x3F) | 0x80);
     return uuid;

@@ -1,4 +1,4 @@
-// The limits of the local endpoint that tests cannot wait for or fill.
+// Those limits of the local endpoint that tests lower, since they cannot wait so long or send so much.
 #pragma once
 
 #include <chrono>
@@ -7,12 +7,12 @@
 namespace platform {
 
 struct RpcLimits {
-    std::chrono::milliseconds unread{10000};  // for a client that reads nothing of what waits for it
-    std::size_t unread_bytes = 16 << 20;      // for one, in its queue
-    std::chrono::milliseconds thread{20000};  // for which one has nothing to do
+    std::chrono::milliseconds unread{10000};  // a client that reads no answer for so long is cut off
+    std::size_t unread_bytes = 16 << 20;      // and so is one for which so many bytes of answers wait
+    std::chrono::milliseconds thread{20000};  // a thread of RpcThreads that has no call for so long ends
 };
 
-// Of the endpoints from now on.
+// For endpoints that start from now on. Any thread.
 void set_rpc_limits(const RpcLimits& limits);
 
 }  // namespace platform

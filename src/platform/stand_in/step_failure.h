@@ -1,5 +1,5 @@
 // For tests of the stand-in machine: lets one step of the task scheduler, of the event subscription or of the endpoint
-// fail.
+// fail, where nothing real would. Any thread.
 #pragma once
 
 #include <cstdint>
@@ -9,13 +9,13 @@
 
 namespace platform {
 
-// From now on the step of that name (the name of the call) fails with that status; an empty name: none does.
+// From now on the step of that name (that of the call) fails with `status`, and no other; an empty name ends that.
 void fail_step(const std::string& name, std::int32_t status);
 
-// What the step is to answer with: the status above, or 0.
+// The status that the step is to answer with: the one above, or 0.
 std::int32_t step_status(const std::string& name);
 
-// The same for steps that the floor's header lists.
+// The same for steps that are an enumeration in a header of the floor.
 template <class Step>
 concept ListedStep = std::is_enum_v<Step>;
 
@@ -32,7 +32,7 @@ std::int32_t step_status(ListedStep auto step) {
     return step_status(step_name(step));
 }
 
-// Goes from one step to another, up to one that is to fail, and leaves in `result` how far it came.
+// Makes the steps from `first` to `last` up to one that a test lets fail; `result` gets the last step and its status.
 template <ListedStep Step>
 void pass_steps(Step first, Step last, auto& result) {
     for (int step = static_cast<int>(first); step <= static_cast<int>(last) && result.status == 0; ++step) {
