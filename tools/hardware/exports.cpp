@@ -1,5 +1,5 @@
-// The exports of the stand-in library, each in its call shape. They answer from hardware_file.h, wherever they are
-// called from; nothing is kept between two calls but the count of users.
+// The exports of the stand-in library, each with the signature of the real one. Each call opens hardware.json anew
+// (hardware_file.h); only the count of users is kept between calls. Any thread.
 #include <atomic>
 #include <cstdint>
 
@@ -16,11 +16,12 @@
 namespace zorvalis {
 namespace {
 
-constexpr std::uint32_t kAllOnes = 0xFFFFFFFF;
-constexpr int kTextCapacity = 150;
+constexpr std::uint32_t kAllOnes = 0xFFFFFFFF;  // the failure of an integer call
+constexpr int kTextCapacity = 150;              // units that a caller's buffer holds, terminator included
 
 std::atomic<std::uint32_t> users{0};
 
+// The answer of the export `name`; `flag` is the flag byte that the caller gave.
 std::uint32_t Integer(const char* name, std::uint8_t flag = 1) {
     HardwareFile file;
     const Answer answer = file.Ask(name, flag);
@@ -46,7 +47,8 @@ void Text(const char* name, Char* buffer, std::uint8_t flag = 1) {
     }
 }
 
-// Writes what the getter reads, unless the setter's own member says otherwise.
+// Writes `json` into `member`, which the getter reads. A member of the setter's own name can make the call fail or go
+// missing, or set its status.
 std::int32_t Set(const char* setter, const char* member, std::uint8_t flag, std::string_view json) {
     HardwareFile file(FileText::Purpose::change);
     const Answer own = file.Ask(setter, flag);

@@ -1,5 +1,5 @@
-// The text of hardware.json, read as a whole; one file for each operating system. A reader sees the file before or
-// after another process's change, never in between.
+// hardware.json as a text in memory, and its replacement. Each operating system has its own source. A reader gets the
+// file before or after another process's change, never half of it.
 #pragma once
 
 #include <cstddef>
@@ -11,7 +11,7 @@ namespace zorvalis {
 
 class FileText {
 public:
-    // `change` keeps all other writers out, in every process, until the object ends.
+    // With `change`, all other writers in every process wait until the object ends.
     enum class Purpose { read, change };
 
     explicit FileText(Purpose purpose);
@@ -19,10 +19,10 @@ public:
     FileText(const FileText&) = delete;
     FileText& operator=(const FileText&) = delete;
 
-    // Empty when there is no file, or one of more than a megabyte.
+    // Empty when there is no file, or it has more than a megabyte. Valid while the object lives.
     std::string_view text() const { return {data_, size_}; }
 
-    // Puts a new file of these pieces in the place of the one that was read; false when that fails.
+    // Replaces the file by one of these pieces, which may point into `text`. Only with `change`; false on failure.
     bool Replace(std::initializer_list<std::string_view> pieces);
 
 private:

@@ -1,3 +1,4 @@
+// The writers' lock is flock on hardware.json itself; a new file is renamed into place.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/file.h>
@@ -22,7 +23,7 @@ void MachineFolder(Line& folder) {
     folder = {place.base.empty() ? "/dev/null" : place.base, place.rest};
 }
 
-// The path that the library was loaded by, up to its last slash.
+// The folder that the library was loaded from, with its closing slash.
 void OwnFolder(Line& folder) {
     Dl_info info{};
     std::string_view path;
@@ -36,11 +37,11 @@ void OwnFolder(Line& folder) {
 }
 
 int OpenFor(const char* path) {
-    // Not to be held up by a pipe in the file's place.
+    // O_NONBLOCK: does not wait if someone has put a pipe in the file's place.
     return open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
 }
 
-// Leaves the folder of the file in `folder`.
+// Opens the machine's file or else the one beside the library; `folder` tells which. -1 when there is neither.
 int OpenCurrent(Line& folder) {
     for (void (*const find)(Line&) : {MachineFolder, OwnFolder}) {
         find(folder);
@@ -64,8 +65,8 @@ bool SameFile(int left, int right) {
     return fstat(left, &a) == 0 && fstat(right, &b) == 0 && a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
-// Locks the file itself, so that no lock file is left behind: whoever waited may find that another file has taken its
-// place in the meantime.
+// Opens and locks the file itself, so that no lock file is left behind. While this waits, the holder of the lock may
+// rename a new file into its place; then the new one is locked.
 int OpenLocked() {
     int file = OpenCurrent();
     while (file >= 0) {
@@ -126,7 +127,7 @@ FileText::~FileText() {
 }
 
 bool FileText::Replace(std::initializer_list<std::string_view> pieces) {
-    // Under the lock this finds the file that was read.
+    // While we hold the lock nobody replaces the file, so this finds the folder of the one that was read.
     Line folder;
     const int current = OpenCurrent(folder);
     if (current >= 0) {

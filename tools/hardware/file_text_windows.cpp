@@ -1,3 +1,4 @@
+// A named mutex keeps readers and writers apart; a new file is moved into place.
 #include <windows.h>
 
 #include <array>
@@ -41,7 +42,7 @@ bool OwnFolder(Path& folder) {
     return true;
 }
 
-// Leaves the folder of the file in `folder`.
+// Opens the machine's file or else the one beside the library; `folder` tells which.
 HANDLE OpenCurrent(Path& folder) {
     for (bool (*const find)(Path&) : {MachineFolder, OwnFolder}) {
         if (!find(folder)) {
@@ -61,7 +62,8 @@ HANDLE OpenCurrent(Path& folder) {
     return INVALID_HANDLE_VALUE;
 }
 
-// An open file cannot be replaced here, so readers take turns with writers; one that hangs is not waited for longer.
+// Windows cannot replace a file that is open, so readers take turns with writers. After five seconds a process that
+// hangs is no longer waited for.
 HANDLE TakeTurn() {
     const HANDLE turn = CreateMutexW(nullptr, FALSE, L"Global\\ZorvWinIo64.hardware.json");
     if (turn != nullptr) {
@@ -110,7 +112,7 @@ FileText::~FileText() {
 }
 
 bool FileText::Replace(std::initializer_list<std::string_view> pieces) {
-    // In its turn this finds the file that was read.
+    // While we have the turn nobody replaces the file, so this finds the folder of the one that was read.
     Path folder;
     const HANDLE current = OpenCurrent(folder);
     if (lock_ == -1 || current == INVALID_HANDLE_VALUE) {

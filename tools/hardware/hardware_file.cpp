@@ -6,6 +6,7 @@
 namespace zorvalis {
 namespace {
 
+// Whether the member is true.
 bool Holds(std::string_view object, std::string_view name) {
     return FindMember(object, name) == "true";
 }

@@ -1,4 +1,4 @@
-// What the machine that the library really runs on has to say.
+// Answers from the machine that the library really runs on, for "source": "host".
 #pragma once
 
 #include <string_view>
@@ -7,8 +7,8 @@
 
 namespace zorvalis {
 
-// Adds the host's answer for an export as bare words or digits; false when the host does not know. `root` is put
-// before each path that is read.
+// Adds the host's answer for the export `name` as plain words or digits. False when the host has none; `answer` may
+// then hold a part. `root` is put before each path that is read.
 bool AskHost(const char* root, std::string_view name, Line& answer);
 
 }  // namespace zorvalis

@@ -20,7 +20,7 @@ bool BiosDate(const Host& host, Line& answer) {
     return true;
 }
 
-// What is carried about is a notebook, whichever of the kinds its firmware names.
+// The firmware's chassis number as a word; all portable kinds but the tablet are "Notebook".
 bool Chassis(const Host& host, Line& answer) {
     std::int64_t type = 0;
     if (!host.Number({"/sys/class/dmi/id/chassis_type"}, type)) {
@@ -63,14 +63,15 @@ bool MemorySize(const Host& host, Line& answer) {
     if (!host.Field({"/proc/meminfo"}, "MemTotal", total)) {
         return false;
     }
-    // The kernel keeps some for itself, so what is left is rounded up.
+    // MemTotal, in KiB, lacks what the kernel keeps for itself, so it is rounded up to whole gigabytes.
     answer.Add((std::strtoll(total.c_str(), nullptr, 10) + 1048575) / 1048576).Add(" GB");
     return true;
 }
 
 enum class DiskPart { model, size, both };
 
-// Fixed disks, those that spin, those that do not, or all. A host with disks, but none of that kind, answers nothing.
+// Lists the fixed disks that spin, or do not, or all. False only when the host has no disk at all: an empty list is an
+// answer too. Sizes are in 10^9 bytes.
 bool Disks(const Host& host, Line& answer, bool spinning, bool still, DiskPart part) {
     bool known = false;
     host.Any({kBlocks}, [&](std::string_view name) {
@@ -98,7 +99,7 @@ bool Disks(const Host& host, Line& answer, bool spinning, bool still, DiskPart p
     return known;
 }
 
-// The driver and, on PCI, the card's numbers.
+// The driver's name and, for a PCI card, its vendor and device number: the host keeps no better name.
 bool WiFiCard(const Host& host, Line& answer) {
     return host.Any({kNetworks}, [&](std::string_view name) {
         if ((!host.Exists({kNetworks, name, "/phy80211"}) && !host.Exists({kNetworks, name, "/wireless"})) ||

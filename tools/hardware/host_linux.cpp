@@ -1,3 +1,4 @@
+// Reading of the host's small files, and the search through both tables of reads.
 #include "host_linux.h"
 
 #include <fcntl.h>

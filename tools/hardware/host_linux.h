@@ -1,4 +1,5 @@
-// The Linux host's files, as the reads of its two subjects see them: what it is, and what it measures.
+// The Linux host's files under /sys, /proc and /etc, and the two tables that answer exports from them: what the host is
+// (host_identity_linux.cpp), and what it measures (host_sensors_linux.cpp).
 #pragma once
 
 #include <dirent.h>
@@ -13,7 +14,7 @@
 
 namespace zorvalis {
 
-// A path in pieces.
+// A path in pieces, which are joined as they are.
 using Pieces = std::initializer_list<std::string_view>;
 
 class Host {
@@ -21,16 +22,16 @@ public:
     // `root` is put before each path.
     explicit Host(const char* root) : root_(root) {}
 
-    // A short file without its closing blanks; false when there is nothing in it.
+    // The first 4000 bytes of a file, without blanks at the end; false when it is missing or empty.
     bool Read(Pieces path, Line& text) const;
     bool Number(Pieces path, std::int64_t& number) const;
     bool Is(Pieces path, std::string_view word) const;
     bool Exists(Pieces path) const;
 
-    // The rest of the first line that begins with `key`, without the blanks, colons and quotes around it.
+    // Adds the rest of the first line that begins with `key`, without blanks, colons and quotes around it.
     bool Field(Pieces path, std::string_view key, Line& answer) const;
 
-    // Calls `visit` with the names in a folder, in their order, until it returns true; whether it did.
+    // Calls `visit` with each name in the folder, sorted, until it returns true; returns whether it did.
     template <class Visit>
     bool Any(Pieces folder, Visit visit) const {
         Line full = Path(folder);
@@ -52,10 +53,10 @@ private:
     std::string_view root_;
 };
 
-// Items of a list are parted by commas.
+// Adds a comma when the list has an item already.
 Line& NextItem(Line& list);
 
-// How the host answers for an export: adds bare words or digits, or returns false.
+// How the host answers for the export `name`: `read` adds plain words or digits, or returns false.
 struct HostRead {
     std::string_view name;
     bool (*read)(const Host&, Line&);

@@ -18,7 +18,7 @@ void AddTenths(Line& answer, std::int64_t tenths) {
     answer.Add(tenths / 10).Add(".").Add(tenths % 10);
 }
 
-// Degrees of the first sensor of one of these chips.
+// Degrees Celsius of the first sensor whose chip is one of these.
 bool Temperature(const Host& host, Pieces chips, Line& answer) {
     return host.Any({kSensors}, [&](std::string_view sensor) {
         Line chip;
@@ -47,7 +47,7 @@ bool Fans(const Host& host, Line& answer) {
     return !answer.view().empty();
 }
 
-// Finds the machine's own battery, not that of a mouse.
+// Calls `visit` for each battery of the machine until it returns true; that of a mouse has the scope "Device".
 template <class Visit>
 bool InBattery(const Host& host, Visit visit) {
     return host.Any({kSupplies}, [&](std::string_view name) {
@@ -56,6 +56,7 @@ bool InBattery(const Host& host, Visit visit) {
     });
 }
 
+// `divisor` turns the kernel's unit (mostly millionths) into the export's.
 bool BatteryNumber(const Host& host, std::string_view file, std::int64_t divisor, Line& answer) {
     return InBattery(host, [&](std::string_view name) {
         std::int64_t number = 0;
@@ -67,7 +68,8 @@ bool BatteryNumber(const Host& host, std::string_view file, std::int64_t divisor
     });
 }
 
-// In mWh, also where the battery counts in charge: `which` is "full", "full_design" or "now".
+// In mWh. A battery that counts charge instead of energy is converted with its design voltage. `which` is "full",
+// "full_design" or "now".
 bool Energy(const Host& host, std::string_view name, std::string_view which, std::int64_t& energy) {
     if (host.Number({kSupplies, name, "/energy_", which}, energy)) {
         energy /= 1000;
@@ -93,6 +95,7 @@ bool Capacity(const Host& host, std::string_view which, Line& answer) {
     });
 }
 
+// In percent with one decimal: the full charge against the design's.
 bool StateOfHealth(const Host& host, Line& answer) {
     return InBattery(host, [&](std::string_view name) {
         std::int64_t full = 0;
@@ -105,7 +108,7 @@ bool StateOfHealth(const Host& host, Line& answer) {
     });
 }
 
-// In mA, below zero while the battery empties.
+// In mA, negative while the battery discharges.
 bool Current(const Host& host, Line& answer) {
     return InBattery(host, [&](std::string_view name) {
         std::int64_t current = 0;
@@ -192,12 +195,12 @@ Ticks CpuTicks(const Host& host) {
     for (int i = 0; i < 8; ++i) {
         const std::int64_t count = std::strtoll(at, &at, 10);
         ticks.all += count;
-        ticks.idle += i == 3 || i == 4 ? count : 0;  // idle, and waiting for a disk
+        ticks.idle += i == 3 || i == 4 ? count : 0;  // idle, and waiting for input or output
     }
     return ticks;
 }
 
-// In tenths of a percent, over a tenth of a second.
+// In tenths of a percent, measured over a tenth of a second, for which the caller waits.
 bool CpuUsage(const Host& host, std::int64_t& tenths) {
     const Ticks before = CpuTicks(host);
     const timespec while_measured{0, 100'000'000};
@@ -211,6 +214,7 @@ bool CpuUsage(const Host& host, std::int64_t& tenths) {
     return true;
 }
 
+// In watts.
 bool PowerLimit(const Host& host, std::string_view which, Line& answer) {
     std::int64_t limit = 0;
     if (!host.Number({"/sys/class/powercap/intel-rapl:0/constraint_", which, "_power_limit_uw"}, limit)) {

@@ -2,7 +2,7 @@
 
 namespace zorvalis {
 
-// The stand-in reads a Linux host only; here the file answers.
+// Only a Linux host is read: on Windows the file answers always.
 bool AskHost(const char*, std::string_view, Line&) {
     return false;
 }

@@ -1,3 +1,4 @@
+// The characters of JSON texts: out of a document into a caller's buffer, and back into a document.
 #include "base/utf8.h"
 #include "json_cursor.h"
 #include "json_text.h"
@@ -5,7 +6,7 @@
 namespace zorvalis {
 namespace {
 
-// A text's characters, one by one; half a surrogate pair and what is not UTF-8 are replaced.
+// Reads a text character by character. A byte that is not UTF-8 and half a surrogate pair become U+FFFD.
 class TextReader {
 public:
     TextReader(std::string_view raw, bool bare) : cursor_(Over(raw)), quoted_(!bare && raw.starts_with('"')) {
@@ -51,6 +52,7 @@ private:
         return value;
     }
 
+    // The character after "\u", which may take two escapes.
     char32_t Unit() {
         const char32_t first = Hex();
         if (first < 0xD800 || first > 0xDFFF) {
@@ -79,7 +81,7 @@ private:
     bool quoted_;
 };
 
-// One character in the units of `Char`; the result is their number, at most 4.
+// One character in units of `Char`, that is UTF-8, UTF-16 or UTF-32; returns how many units, at most 4.
 int Encode(char32_t c, char* units) {
     return static_cast<int>(EncodeUtf8(c, units));
 }

@@ -1,4 +1,4 @@
-// A place in a JSON text, for the walk over a document and for the reading of its texts.
+// A position in a JSON text, used by both json_text.cpp and json_characters.cpp.
 #pragma once
 
 #include <string_view>
@@ -24,7 +24,7 @@ struct Cursor {
     }
 };
 
-// The digit's value, or -1.
+// The digit's value, or -1 for another character.
 inline int HexDigit(char c) {
     if (c >= '0' && c <= '9') {
         return c - '0';

@@ -1,3 +1,5 @@
+// A walk over the whole document that checks it and builds nothing: each Skip function moves behind one element and
+// returns false when it is not valid.
 #include "json_text.h"
 
 #include <cmath>
@@ -7,7 +9,7 @@
 namespace zorvalis {
 namespace {
 
-constexpr int kDeepest = 32;  // the walk recurses
+constexpr int kDeepest = 32;  // levels; the walk recurses, and the stack is the caller's
 
 bool SkipEscape(Cursor& cursor) {
     if (cursor.at == cursor.end) {
@@ -77,7 +79,7 @@ bool SkipWord(Cursor& cursor, std::string_view word) {
 
 bool SkipValue(Cursor& cursor, int depth);
 
-// Calls `visit` with each member's name, as it is written, and raw value.
+// Calls `visit` with the name of each member, its escapes as they are, and its raw value.
 template <class Visit>
 bool SkipObject(Cursor& cursor, int depth, Visit visit) {
     if (depth > kDeepest || !cursor.Take('{')) {
@@ -175,7 +177,7 @@ bool ReadNumber(std::string_view raw, double& result) {
     if (!SkipNumber(cursor) || cursor.at != cursor.end) {
         return false;
     }
-    // By hand: the conversions of the C library follow the process's locale.
+    // By hand, since strtod follows the locale of the process.
     double digits = 0;
     double scale = 1;
     bool fraction = false;

@@ -1,5 +1,5 @@
-// JSON as far as the stand-in library needs it: members found, and values read, in a text that stays where it is.
-// A raw value is its text in the document, quotes included; numbers also read as texts.
+// The little JSON that the stand-in library needs: finds a member and reads its value in a text, without allocating. A
+// raw value is its text in the document, quotes included; a number can also be read as a text.
 #pragma once
 
 #include <cstdint>
@@ -9,20 +9,21 @@
 
 namespace zorvalis {
 
-// The raw value of a member of the object that `text` is. Empty when the member is absent, and for any member when
-// the text is not one whole and faultless object. Of members with one name the last counts.
+// The raw value of a member of the object `text`. Empty when the member is absent, and always when the text as a whole
+// is not one valid object. When a name comes twice, the last one counts.
 std::string_view FindMember(std::string_view text, std::string_view name);
 
-// Numbers, true and false. Integers are taken modulo 2^32; fractions are cut off. False for anything else.
+// Read a number, or true and false as 1 and 0. An integer is taken modulo 2^32, its fraction is cut off. False for any
+// other value; `result` is unchanged then.
 bool ReadInteger(std::string_view raw, std::uint32_t& result);
 bool ReadNumber(std::string_view raw, double& result);
 
-// Copies as much of a text as fits into `capacity` characters, terminator included; no character is split. The
-// narrow form is UTF-8. `bare` text is no JSON: its quotes are its own.
+// Copy as much of a text as fits into `capacity` units, terminator included, without splitting a character. The narrow
+// form is UTF-8. With `bare`, the text is not a JSON value: quotes and backslashes are copied as they are.
 void CopyText(std::string_view raw, char* buffer, int capacity, bool bare = false);
 void CopyText(std::string_view raw, wchar_t* buffer, int capacity, bool bare = false);
 
-// Appends a text as a raw value, quoted and escaped.
+// Append a text as a raw value, quoted and escaped. In the narrow form only ASCII is kept, other bytes become "?".
 void AddQuoted(Line& json, std::string_view text);
 void AddQuoted(Line& json, const wchar_t* text);
 

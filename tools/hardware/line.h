@@ -1,5 +1,5 @@
-// A text of limited length on the stack. The stand-in library allocates no C++ object and throws nothing: it is loaded
-// and freed some fifty times in a pass, and a C++ runtime linked into it would leave its memory behind each time.
+// A text of at most 4095 bytes on the stack. The stand-in library uses no C++ object that allocates or throws: it is
+// loaded and freed some fifty times in a pass, and a C++ runtime inside it would leave memory behind each time.
 #pragma once
 
 #include <array>
@@ -20,7 +20,7 @@ public:
         }
     }
 
-    // What does not fit is dropped as a whole, and remembered.
+    // A piece that does not fit is dropped, and `whole` is false from then on.
     Line& Add(std::string_view piece) {
         if (piece.size() > data_.size() - 1 - size_) {
             whole_ = false;
@@ -58,12 +58,12 @@ public:
     }
 
 private:
-    std::array<char, 4096> data_;  // left as it is: only its first size_ bytes count
+    std::array<char, 4096> data_;  // not initialised beyond size_
     std::size_t size_ = 0;
     bool whole_ = true;
 };
 
-// The library's own can throw, in unoptimised code.
+// Used instead of starts_with and ends_with: in unoptimised code those call functions that can throw.
 inline bool BeginsWith(std::string_view text, std::string_view start) {
     return text.size() >= start.size() && std::string_view(text.data(), start.size()) == start;
 }

@@ -1,5 +1,5 @@
-// Stands in for a hardware library of another generation, in tests: it knows one reading, and can be neither
-// initialised nor shut down.
+// For tests, a hardware library of another generation: it has one reading, and no exports to initialise it or shut it
+// down.
 #include <cstdint>
 
 #ifdef _WIN32

@@ -10,13 +10,14 @@
 namespace zorvalis {
 namespace {
 
+// Statuses of a record's call, see nv_storage.h.
 constexpr std::int32_t kNotThere = 1;
 constexpr std::int32_t kFailed = -1;
 constexpr int kRecordCapacity = 150;
 constexpr std::size_t kTimeSize = 20;  // "2021-03-05 10:20:30" and its terminator
 
 constexpr std::size_t kUuidSize = 16;
-// The first three fields of the text lie in memory with their lowest byte first.
+// Which byte of the record each pair of digits is: the first three fields are stored with their lowest byte first.
 constexpr std::array<std::uint8_t, kUuidSize> kUuidOrder = {3, 2, 1, 0, 5, 4, 7, 6, 8, 9, 10, 11, 12, 13, 14, 15};
 
 bool IsDash(std::size_t index) {
@@ -55,7 +56,7 @@ void AddUuid(Line& text, const std::uint8_t* uuid) {
     }
 }
 
-// What a member says of a call: 0 to go on, otherwise the status at which it ends.
+// The status with which a member ends the call; 0 when the call may go on.
 std::int32_t Refusal(const Answer& answer) {
     switch (answer.kind) {
         case Answer::Kind::missing:
@@ -67,7 +68,7 @@ std::int32_t Refusal(const Answer& answer) {
     }
 }
 
-// The storage itself must be there, and must not be the word for failing.
+// As Refusal, for the storage's own member, which must exist and must not be "fail".
 std::int32_t StorageRefusal(const Answer& storage) {
     if (storage.kind == Answer::Kind::given && storage.value == "\"fail\"") {
         return kFailed;
@@ -75,6 +76,7 @@ std::int32_t StorageRefusal(const Answer& storage) {
     return storage.value.empty() && storage.kind != Answer::Kind::failed ? kNotThere : Refusal(storage);
 }
 
+// The status of a call that succeeds: the number that its own member gives, or 0.
 std::int32_t Status(const Answer& own) {
     std::uint32_t status = 0;
     if (!ReadInteger(own.result, status)) {

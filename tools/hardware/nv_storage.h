@@ -1,12 +1,12 @@
-// Non-volatile storage behind the three pairs of record exports. A status of 0 is success, 1 a storage that is not
-// there, anything else a failure.
+// The non-volatile storage behind the three pairs of record exports. Status 0 is success, 1 means that the machine has
+// no such storage, any other is a failure.
 #pragma once
 
 #include <cstdint>
 
 namespace zorvalis {
 
-// Blank storage is all bytes 0xFF: the 16 of a UUID, or as many as a time text takes.
+// A record is a UUID of 16 bytes, or a time as text with its terminator, 20 bytes. Blank storage has all bytes 0xFF.
 enum class NvForm { uuid, text };
 
 struct NvItem {
@@ -22,6 +22,7 @@ inline constexpr NvItem kNvActivatedTime = {NvForm::text, "GPNV_Get_ActivatedTim
 inline constexpr NvItem kNvManufacturedTime = {NvForm::text, "GPNV_Get_ManufacturedTime", "GPNV_Set_ManufacturedTime",
                                                "GPNV_ManufacturedTime"};
 
+// `record` has the 16 or 20 bytes of the item's form; a text may be longer, up to 150 bytes. Both return the status.
 std::int32_t ReadRecord(const NvItem& item, std::uint8_t* record);
 std::int32_t WriteRecord(const NvItem& item, const std::uint8_t* record);
 

@@ -42,7 +42,7 @@ std::string to_ansi(std::wstring_view text) {
         } else if (c < 0x80 || (c >= 0xA0 && c <= 0xFF)) {
             result += static_cast<char>(c);
         } else {
-            result += c > 0xFFFF && zorvalis::IsCharacter(c) ? "??" : "?";  // Windows has two units for it, and replaces each
+            result += c > 0xFFFF && zorvalis::IsCharacter(c) ? "??" : "?";  // two units on Windows, each replaced
         }
     }
     return result;
