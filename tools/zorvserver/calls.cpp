@@ -14,11 +14,12 @@ namespace fs = std::filesystem;
 
 constexpr std::size_t kLongestName = 200;
 
+// An answer that is nothing but its status.
 Reply Word(const char* status, std::string subject = "", std::string bytes = "") {
     return {{{"status", status}}, std::move(subject), std::move(bytes)};
 }
 
-// A single name that cannot lead out of its folder.
+// Whether a client's name may be a file name: it cannot lead out of its folder.
 bool IsPlainName(const std::string& name) {
     const auto control = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; };
     return !name.empty() && name.size() <= kLongestName && name[0] != '.' &&
@@ -29,6 +30,7 @@ std::string Text(const Json& request, const char* key) {
     return request.at(key).get<std::string>();
 }
 
+// For the log: the bytes held, those that came, and the size of the file, as "16384+16384/40960".
 std::string Span(const Upload& upload, std::size_t bytes) {
     return std::to_string(upload.held) + "+" + std::to_string(bytes) + "/" + std::to_string(upload.size);
 }
@@ -45,7 +47,7 @@ Reply Calls::Answer(const std::string& call, const std::string& input) {
         return call == "query"            ? Query(request)
                : call == "inituploadfile" ? InitUploadFile(request)
                                           : UploadFileChunk(request);
-    } catch (const std::logic_error& error) {  // no JSON, a member that is missing or of another type
+    } catch (const std::logic_error& error) {  // not JSON, or a member is missing or has another type
         return Word("BAD_REQUEST", error.what());
     }
 }
@@ -90,7 +92,7 @@ Reply Calls::InitUploadFile(const Json& request) {
     return {{{"status", "OK"}, {"fileuuid", upload->uuid}, {"filesize", upload->held}}, fileName, Span(*upload, 0)};
 }
 
-// A chunk says nothing about its place: it goes behind the bytes that are held.
+// A chunk does not say its place: it is appended to the bytes that are held.
 Reply Calls::UploadFileChunk(const Json& request) {
     const std::string checksum = Text(request, "checksum"), uuid = Text(request, "fileuuid");
     const std::optional<std::string> chunk = DecodeBase64(request.at("filechunk").get_ref<const std::string&>());
@@ -129,7 +131,7 @@ Reply Calls::FinishUpload(const std::string& uuid) {
             return Word("SIZE_MISMATCH", upload->fileName, span);
         }
         if (store_.Md5(*upload) != upload->checksum) {
-            store_.Discard(*upload);  // none of these bytes can be trusted: the next try begins at 0
+            store_.Discard(*upload);  // which of the bytes are wrong is unknown: the next try begins at 0
             return Word("CHECKSUM_MISMATCH", upload->fileName, span);
         }
         store_.Finish(*upload);

@@ -1,4 +1,4 @@
-// The four calls of the protocol, without any HTTP: what a client sends and the answer that is due.
+// The four calls of the protocol, without HTTP: from what a client sends to the answer that it gets.
 #pragma once
 
 #include <filesystem>
@@ -12,17 +12,17 @@ namespace zorvalis {
 
 struct Reply {
     Json answer;
-    // For the log: the file, or what else the call was about, and which bytes of it; may be empty.
+    // For the log: the file, or what else the call was about, and which bytes; either may be empty.
     std::string subject, bytes;
 };
 
 class Calls {
 public:
-    // Without a folder of settings no client has one.
+    // `settings` is the folder of setting documents; when it is empty, no client gets one.
     Calls(UploadStore& store, std::filesystem::path settings) : store_(store), settings_(std::move(settings)) {}
 
-    // `call` is the word behind "/api/FS/", `input` the body, or the rest of the path for "finishupload". Any thread;
-    // requests are answered one after another. Every refusal is a word in "status"; raises what the store raises.
+    // `call` is the word after "/api/FS/"; `input` is the body, for "finishupload" the rest of the path. A refusal is a
+    // word in "status". Any thread; requests are answered one after another. Raises what the store raises.
     Reply Answer(const std::string& call, const std::string& input);
 
 private:

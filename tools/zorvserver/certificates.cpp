@@ -1,3 +1,4 @@
+// The certificates by OpenSSL: RSA keys of 2048 bits, version 3, SHA-256.
 #include "certificates.h"
 
 #include <arpa/inet.h>
@@ -34,6 +35,7 @@ constexpr long kDay = 24 * 60 * 60;
 constexpr long kCaDays = 3650;
 constexpr long kServerDays = 730;
 
+// Raises `otherwise`, and OpenSSL's reason when there is one.
 void Check(bool holds, const std::string& otherwise) {
     if (!holds) {
         const unsigned long code = ERR_get_error();
@@ -53,7 +55,8 @@ void Extend(X509* certificate, X509* issuer, int extension, const std::string& v
     Check(made != nullptr && X509_add_ext(certificate, made.get(), -1) == 1, "\"" + value + "\" fits no certificate");
 }
 
-// A new key and a certificate that is neither extended nor signed yet. RSA is what every client takes.
+// A new key and a certificate without extensions and signature. RSA, since every client accepts it. The days count from
+// now.
 Identity Begin(const std::string& name, long fromDay, long toDay) {
     Identity identity{Key(EVP_RSA_gen(2048)), Certificate(X509_new())};
     X509* const certificate = identity.certificate.get();
@@ -103,6 +106,7 @@ std::string AlternativeNames(const std::vector<std::string>& hosts) {
     return names;
 }
 
+// The first host is also the common name.
 Identity MakeServer(const Identity& ca, const std::vector<std::string>& hosts, bool expired) {
     Identity server = Begin(hosts.front(), expired ? -30 : -1, expired ? -1 : kServerDays);
     X509* const certificate = server.certificate.get();
@@ -127,6 +131,7 @@ void Write(const fs::path& folder, const std::string& name, const Identity& iden
     const fs::path certificate = folder / (name + ".pem"), key = folder / (name + ".key");
     Check(PEM_write_X509(Open(certificate, "wb").get(), identity.certificate.get()) == 1,
           certificate.string() + " cannot be written");
+    // Only the owner may read the key.
     const mode_t mask = ::umask(077);
     const File keyFile = Open(key, "wb");
     ::umask(mask);

@@ -1,4 +1,4 @@
-// Digests, Base64 and identifiers as they stand in the requests.
+// MD5 digests, Base64 and UUIDs as they appear in requests and answers.
 #pragma once
 
 #include <filesystem>
@@ -8,16 +8,16 @@
 
 namespace zorvalis {
 
-// 32 lower-case hexadecimal digits. The second raises std::runtime_error for a file that cannot be read.
+// Both return 32 lower-case hexadecimal digits. The second raises std::runtime_error when the file cannot be read.
 std::string Md5OfText(std::string_view bytes);
 std::string Md5OfFile(const std::filesystem::path& path);
 bool IsMd5(std::string_view text);
 
-// Nothing unless the text is exactly what an encoder writes: whole groups, padding only where it is needed, no line
-// breaks, no stray bits.
+// Strict: nothing unless the text is exactly what an encoder writes, in whole groups, with padding only where needed,
+// without line breaks, and with zero bits where the last character has unused ones.
 std::optional<std::string> DecodeBase64(std::string_view text);
 
-// A random UUID in its usual form.
+// A random UUID (version 4) as text, in lower case.
 std::string NewUuid();
 
 }  // namespace zorvalis

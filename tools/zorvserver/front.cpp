@@ -1,3 +1,4 @@
+// HTTP by the HTTP library. It gives every request to Handle, which logs one line for it.
 #include "front.h"
 
 #include <netinet/in.h>
@@ -19,11 +20,11 @@ constexpr std::size_t kLargestRequest = 1 << 20;
 constexpr const char* kPostCalls[] = {"query", "inituploadfile", "uploadfilechunk"};
 constexpr char kFinish[] = "finishupload";
 
-// The call that a request is for, and its input; an empty call when there is none of that name and verb.
+// The call that a request is for, and its input; an empty call when the server has none of that path and verb.
 std::pair<std::string, std::string> CallOf(const httplib::Request& request) {
     std::string path = request.path;
     if (path.starts_with("http://") ||
-        path.starts_with("https://")) {  // the whole address, as some ask who know a proxy
+        path.starts_with("https://")) {  // a client behind a proxy may send the whole address
         path.erase(0, path.find('/', path.find("://") + 3));
     }
     if (!path.starts_with(kRoot)) {
@@ -41,8 +42,8 @@ std::pair<std::string, std::string> CallOf(const httplib::Request& request) {
     return {};
 }
 
-// Ends the connection of a request under the HTTP library, which hands out no socket: it is the one of this process
-// that leads from our port to the client's.
+// Closes the connection of a request without an answer. The HTTP library does not hand out its socket, so this looks
+// among the descriptors of the process for the one that connects our port with the client's.
 void Cut(const httplib::Request& request) {
     const auto port = [](int descriptor, auto name) {
         sockaddr_in address{};
@@ -59,7 +60,7 @@ void Cut(const httplib::Request& request) {
     }
 }
 
-// Half of the body under a head that announces all of it.
+// Sends half of the body after a head that announces all of it; the library then closes the connection.
 void SendHalf(const std::string& body, httplib::Response& response) {
     response.set_content_provider(body.size(), kJson, [body](std::size_t, std::size_t, httplib::DataSink& sink) {
         sink.write(body.data(), body.size() / 2);
@@ -67,6 +68,7 @@ void SendHalf(const std::string& body, httplib::Response& response) {
     });
 }
 
+// A JSON object of `size` bytes, made piece by piece.
 void SendHuge(std::size_t size, httplib::Response& response) {
     static const std::string head = R"({"status":"HUGE","padding":")", tail = "\"}";
     response.set_content_provider(size, kJson, [size](std::size_t offset, std::size_t, httplib::DataSink& sink) {
@@ -77,7 +79,7 @@ void SendHuge(std::size_t size, httplib::Response& response) {
     });
 }
 
-// Clients choose names: what could disturb a terminal becomes "?".
+// Clients choose names, so control characters, which could disturb a terminal, become "?".
 std::string Printable(std::string text) {
     std::replace_if(
         text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }, '?');
@@ -104,16 +106,16 @@ void Front::Attach(httplib::Server& server, const char* scheme) {
     };
     server.Get(".*", handle);
     server.Post(".*", handle);
-    // What never reaches Handle: a broken, too large or strange request.
+    // For requests that never reach Handle: broken, too large, or with another verb.
     server.set_error_handler([this, scheme](const httplib::Request& request, httplib::Response& response) {
         if (!response.has_header("Server")) {
             Log(scheme, request.method + " " + request.path, {}, "refused, HTTP " + std::to_string(response.status));
         }
     });
     server.set_payload_max_length(kLargestRequest);
-    server.set_keep_alive_max_count(1);  // clients open a connection for each call anyway, and a stop waits for none
+    server.set_keep_alive_max_count(1);  // the product opens a connection for each call; a stop need not wait
     server.set_tcp_nodelay(true);
-    // Not the library's own choice, with which a second server could share the port.
+    // The library's default, SO_REUSEPORT, would let a second server share the port.
     server.set_socket_options([](socket_t socket) {
         const int yes = 1;
         ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);

@@ -1,5 +1,5 @@
-// The HTTP side of the server: takes requests from either listener, has them answered, spoils the answer when the
-// script says so, and prints a line for each.
+// The HTTP side of the server: takes requests from both listeners, has Calls answer them, spoils the answer when the
+// script says so, and prints a line for each request.
 #pragma once
 
 #include <httplib.h>
@@ -17,15 +17,16 @@ class Front {
 public:
     Front(Calls& calls, Script& script, bool quiet) : calls_(calls), script_(script), quiet_(quiet) {}
 
-    // `scheme` is for the log only.
+    // Makes `server` give its requests to this object. `scheme` is for the log only.
     void Attach(httplib::Server& server, const char* scheme);
 
-    // Slow answers wait no longer; their connections are closed.
+    // Ends the waiting of slow answers and closes their connections. Any thread.
     void Stop();
 
 private:
     void Handle(const httplib::Request& request, httplib::Response& response, const char* scheme);
-    // False when `reply`, perhaps changed, is still to be sent.
+    // Does what the script says. True when `response` is complete; false when `reply`, perhaps changed, is still to be
+    // sent.
     bool Spoil(const Misdeed& misdeed, Reply& reply, const httplib::Request& request, httplib::Response& response);
     void Log(const std::string& scheme, const std::string& call, const Reply& reply, const std::string& outcome);
 

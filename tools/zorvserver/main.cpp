@@ -1,4 +1,5 @@
-// zorvserver: the reference server, for development, demonstrations and acceptance on one machine.
+// zorvserver: the reference server, for development, demonstrations and acceptance on one machine. Here are its
+// options, its two listeners, and its end by a signal.
 
 #include <CLI/CLI.hpp>
 #include <atomic>
@@ -75,7 +76,7 @@ void Define(CLI::App& app, Options& options) {
         ->excludes(expired);
 }
 
-// A listener on a thread of its own. When it ends by itself, the whole server does.
+// A listener on a thread of its own. When it ends by itself, it ends the whole server by a signal.
 class Listener {
 public:
     Listener(std::unique_ptr<httplib::Server> server, const char* scheme, int port, zorvalis::Front& front)
@@ -96,13 +97,13 @@ public:
             ::kill(::getpid(), SIGTERM);
         });
     }
-    // Waits for the requests that are under way. False when the listener had ended before.
+    // Waits for the requests that are being answered. False when the listener had already ended by itself.
     bool Stop() {
         if (!thread_.joinable()) {
             return true;
         }
         while (!server_->is_running() && !ended_) {
-            std::this_thread::yield();  // a stop before the start would be lost
+            std::this_thread::yield();  // the library loses a stop that comes before the listener runs
         }
         const bool running = !ended_;
         server_->stop();
@@ -118,7 +119,7 @@ private:
 };
 
 int Serve(const Options& options) {
-    // Only the main thread hears of these.
+    // Blocked in all threads, so that sigwait below gets them.
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGTERM);

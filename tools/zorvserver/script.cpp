@@ -1,3 +1,4 @@
+// The script's lines, read and rewritten as a whole file for each request.
 #include "script.h"
 
 #include <fstream>
@@ -13,10 +14,11 @@ namespace {
 namespace fs = std::filesystem;
 using Kind = Misdeed::Kind;
 
+// The kinds by name, with the member that holds the kind's number and the range of that number.
 constexpr struct {
     const char* name;
     Kind kind;
-    const char* number;  // the member that holds it
+    const char* number;  // null when the kind has none
     std::int64_t least, most;
 } kKinds[] = {
     {"status", Kind::status, "code", 200, 599},
@@ -66,6 +68,7 @@ std::vector<std::string> Lines(const fs::path& path) {
     return lines;
 }
 
+// Refuses members that it does not know, so that a misspelt one is noticed.
 Line Parse(const fs::path& path, const std::string& text) {
     try {
         const Json line = ParseJson(text);

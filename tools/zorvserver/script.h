@@ -1,8 +1,8 @@
-// Makes the server misbehave on demand. The script is a file with a JSON object a line:
+// Makes the server misbehave on demand. The script is a file of lines, each a JSON object:
 //     {"call": "uploadfilechunk", "nth": 3, "do": "status", "code": 500}
-// Only the first line counts. Each request of its call ("*", or no "call": any request) lowers its "nth" (absent: 1) in
-// the file; at 1 the line is taken out and done. So the file always shows what is still to come, and may be written
-// anew at any time. The kinds are in kMisdeedHelp. Any thread; raises std::runtime_error for a line that is wrong.
+// Only the first line counts. Each request of its "call" ("*" or absent: any call) lowers its "nth" (absent: 1) in the
+// file; at 1 the line is taken out and done. So the file always shows what is still to come, and may be rewritten at
+// any time. kMisdeedHelp lists the kinds. Any thread; raises std::runtime_error for a line that is wrong.
 #pragma once
 
 #include <cstdint>
@@ -30,9 +30,10 @@ struct Misdeed {
     enum class Kind { status, garbage, empty, body, huge, drop, half, slow, dropAfter, offset };
     Kind kind;
     std::string name;
-    std::int64_t number = 0;  // code, mib, ms or offset
-    std::string text;
+    std::int64_t number = 0;  // "code", "mib", "ms" or "offset"
+    std::string text;         // "text", the body of the answer
 
+    // Whether the request is done before it is answered badly. The order of Kind says so.
     bool DoneBefore() const { return kind >= Kind::half; }
 };
 
@@ -41,10 +42,10 @@ public:
     // A file that does not exist is an empty script; so is an empty path.
     explicit Script(std::filesystem::path path) : path_(std::move(path)) {}
 
-    // Checks every line.
+    // Raises for the first line that is wrong.
     void Check() const;
 
-    // What is to be done to this request of `call`.
+    // What to do to this request of `call`; nothing when it is to be answered well. Counts it in the file.
     std::optional<Misdeed> Next(const std::string& call);
 
 private:

@@ -1,3 +1,4 @@
+// The store's SQLite records and files. Order makes it safe against a kill: sync the bytes, then write the record.
 #include "upload_store.h"
 
 #include <fcntl.h>
@@ -97,6 +98,7 @@ private:
     int it_;
 };
 
+// Makes new and renamed entries of the folder durable.
 void SyncFolder(const fs::path& folder) {
     Descriptor(folder, O_RDONLY | O_DIRECTORY).Sync();
 }
@@ -172,7 +174,7 @@ Upload UploadStore::Start(const std::string& fileName, const std::string& checks
 
 void UploadStore::Append(const Upload& upload, std::string_view bytes) {
     const Descriptor part(PartOf(upload.uuid), O_WRONLY);
-    part.CutTo(upload.held);  // what a killed server wrote but did not count
+    part.CutTo(upload.held);  // removes what a killed server wrote but did not count
     part.Append(bytes, upload.held);
     part.Sync();
     Statement(records_, "UPDATE uploads SET held = ?, chunks = chunks + 1, changed = CURRENT_TIMESTAMP WHERE uuid = ?")
@@ -202,7 +204,8 @@ void UploadStore::Discard(const Upload& upload) {
     fs::remove(PartOf(upload.uuid));
 }
 
-// A part without a record is a replaced one; a part of a finished upload was not moved before a kill.
+// A part without a record belongs to an upload that was replaced, and is deleted. A part of a finished upload was left
+// by a kill before its move, which is made now.
 void UploadStore::TidyParts() {
     std::vector<std::string> uuids;
     for (const auto& entry : fs::directory_iterator(folder_ / "parts")) {

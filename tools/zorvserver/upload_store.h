@@ -1,6 +1,6 @@
-// What the server holds: records of the uploads in SQLite (records.db), received files in files/, the bytes of those
-// still on their way in parts/. All of it survives a kill at any moment: bytes are on disk before they are counted, and
-// counted before anyone hears of it. One thread at a time; raises std::runtime_error when the disk or SQLite fails.
+// What the server holds: records of the uploads in SQLite (records.db), received files in files/, the bytes of
+// unfinished ones in parts/. It survives a kill at any moment: bytes are on disk before the record counts them, and
+// counted before the client is answered. One thread at a time; raises std::runtime_error when the disk or SQLite fails.
 #pragma once
 
 #include <cstdint>
@@ -16,31 +16,33 @@ namespace zorvalis {
 
 struct Upload {
     std::string fileName;
-    std::string checksum;  // of the whole file
+    std::string checksum;  // MD5 of the whole file, as the client announced it
     std::int64_t size = 0;
     std::string uuid;
-    std::int64_t held = 0;  // the bytes from the start that are safe here
+    std::int64_t held = 0;  // bytes from the start of the file that are on disk and counted
     bool finished = false;
 };
 
 class UploadStore {
 public:
-    // Makes what is missing. Only one process at a time may have the folder.
+    // Makes the folder and what is missing in it. Raises when another process has the folder.
     explicit UploadStore(const std::filesystem::path& folder);
     ~UploadStore();
     UploadStore(const UploadStore&) = delete;
     UploadStore& operator=(const UploadStore&) = delete;
 
-    // There is one record for a file name. One whose bytes somebody removed from the folder counts as none.
+    // There is one record for each file name. Nothing also when somebody has removed the file from the folder.
     std::optional<Upload> FindByName(const std::string& fileName) const;
     std::optional<Upload> FindByUuid(const std::string& uuid) const;
 
-    // A new upload in place of the one that had the name; a file received earlier stays until this one is finished.
+    // Replaces the upload of that name by a new one. A file received earlier stays until the new one is finished.
     Upload Start(const std::string& fileName, const std::string& checksum, std::int64_t size);
+    // Appends to the bytes held; they are on disk when it returns.
     void Append(const Upload& upload, std::string_view bytes);
     std::string Md5(const Upload& upload) const;
-    // Makes the part the received file of that name.
+    // Moves the part to files/, over an older file of that name.
     void Finish(const Upload& upload);
+    // Deletes the record and the part.
     void Discard(const Upload& upload);
 
 private:
