@@ -1,5 +1,5 @@
-// The commands of zorvctl. Each function hangs its group below the application; a command runs while the arguments
-// are parsed, and ends early by throwing a Failure.
+// The commands of zorvctl. Each function adds its group to the application. The command line library runs a command as
+// a callback while it parses the arguments; a command that fails throws a Failure (output.h).
 #pragma once
 
 #include <string>
@@ -10,7 +10,7 @@ class App;
 
 namespace zorvalis {
 
-// Checks the N of an option such as --last.
+// A validator for the N of an option such as --last: empty, or the complaint.
 inline std::string FromOne(const std::string& number) {
     return number == "0" ? "N begins at 1" : "";
 }

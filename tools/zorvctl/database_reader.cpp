@@ -1,3 +1,4 @@
+// A file at rest is transformed back in memory and opened by sqlite3_deserialize.
 #include "database_reader.h"
 
 #include <string_view>
@@ -10,7 +11,7 @@ namespace zorvalis {
 namespace {
 
 constexpr std::string_view kHeader("SQLite format 3\0", 16);
-constexpr std::size_t kHeaderSize = 100, kWriteVersion = 18, kReadVersion = 19;
+constexpr std::size_t kHeaderSize = 100, kWriteVersion = 18, kReadVersion = 19;  // bytes of SQLite's file header
 
 std::string Quoted(const std::string& name, char quote) {
     std::string quoted(1, quote);
@@ -34,7 +35,7 @@ DatabaseReader::DatabaseReader(const std::string& path) : path_(path), plain_(Re
             path + " is damaged or no database file: it holds neither a resting database nor a plain one");
 
     image_ = plain_;
-    // A write-ahead log is a file beside the database; an image in memory opens only without one.
+    // SQLite opens an image in memory only when its header does not ask for a write-ahead log, a file beside it (2).
     if (image_[kReadVersion] == 2) {
         image_[kWriteVersion] = image_[kReadVersion] = 1;
     }
@@ -95,7 +96,7 @@ Table DatabaseReader::Read(const std::string& table, const std::vector<std::stri
     const std::string from = " FROM " + Quoted(table, '"');
     const std::size_t all = std::stoull(Texts("SELECT count(*)" + from)[0]);
     const std::size_t skipped = last > 0 && last < all ? all - last : 0;
-    // Without an order the rows come as they were written.
+    // Without ORDER BY, SQLite returns rows in the order in which they were inserted.
     return {table, columns, Query("SELECT " + list + from + " LIMIT -1 OFFSET " + std::to_string(skipped)), all};
 }
 

@@ -1,4 +1,5 @@
-// Reads a database file, resting or plain, in memory: the file is read once, and nothing is ever written beside it.
+// Reads a database file, at rest or plain. The file is read once into memory, so that SQLite writes nothing beside it
+// and the service is not disturbed. One thread.
 #pragma once
 
 #include <sqlite3.h>
@@ -11,31 +12,32 @@
 namespace zorvalis {
 
 struct Cell {
-    int type = SQLITE_NULL;  // SQLite's word for it
-    std::string text;        // as it is stored; empty for NULL
+    int type = SQLITE_NULL;  // SQLITE_INTEGER and the like
+    std::string text;        // a number in SQLite's text form, a blob's bytes; empty for NULL
 };
 using Row = std::vector<Cell>;
 
 struct Table {
     std::string name;
     std::vector<std::string> columns;
-    std::vector<Row> rows;    // in the order in which they came into the file
-    std::size_t allRows = 0;  // in the file, those that were not asked for included
+    std::vector<Row> rows;    // those asked for, in the order of their insertion
+    std::size_t allRows = 0;  // how many the file has
 };
 
 class DatabaseReader {
 public:
-    // Raises a Failure, in words, for a file that is missing, empty, damaged or no database.
+    // Throws a Failure for a file that is missing, empty, damaged or not a database.
     explicit DatabaseReader(const std::string& path);
 
     std::vector<std::string> TableNames() const;
     std::vector<std::string> ColumnNames(const std::string& table) const;
 
-    // The newest `last` rows, or all for 0.
+    // The `last` newest rows; all for 0.
     Table Read(const std::string& table, const std::vector<std::string>& columns, std::size_t last) const;
 
-    // The plain SQLite file.
+    // The file's bytes as a plain SQLite file.
     const std::string& Plain() const { return plain_; }
+    // Whether the file was at rest, with every byte transformed.
     bool WasResting() const { return resting_; }
 
 private:
@@ -44,7 +46,7 @@ private:
 
     std::string path_;
     std::string plain_;
-    std::string image_;  // what the connection works on, for as long as it lives
+    std::string image_;  // the connection's memory; declared before it, so that it lives longer
     bool resting_ = false;
     std::unique_ptr<sqlite3, int (*)(sqlite3*)> connection_{nullptr, sqlite3_close};
 };

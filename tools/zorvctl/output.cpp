@@ -17,13 +17,14 @@ namespace zorvalis {
 namespace {
 
 void CheckOutput(bool written) {
-    // For a pipe that was closed, Windows knows no better word than an invalid argument.
+    // A closed pipe is EPIPE on Linux; the C runtime of Windows reports it as EINVAL.
     if (!written && (errno == EPIPE || errno == EINVAL)) {
         throw ClosedOutput{};
     }
     Require(written, std::string("the output cannot be written: ") + std::strerror(errno));
 }
 
+// Characters that do not take one column: combining marks and joiners (0), East Asian wide forms and pictures (2).
 struct WidthRange {
     char32_t first, last;
     int width;
@@ -43,7 +44,7 @@ int CharacterWidth(char32_t character) {
     return 1;
 }
 
-// The bytes of `text` that fill at most `width` columns, and the columns that they fill.
+// How many bytes of `text` fit into `width` columns; `used` gets the columns that they take.
 std::size_t BytesWithin(std::string_view text, int width, int& used) {
     used = 0;
     for (std::size_t end = 0; end < text.size();) {

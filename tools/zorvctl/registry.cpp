@@ -1,3 +1,4 @@
+// `zorvctl registry`: lists, reads and changes the registry below HKEY_LOCAL_MACHINE, on either side.
 #include "platform/registry.h"
 
 #include <CLI/CLI.hpp>
@@ -32,13 +33,14 @@ bool SameName(const std::wstring& a, const std::wstring& b) {
                       [](wchar_t x, wchar_t y) { return std::towlower(x) == std::towlower(y); });
 }
 
+// An argument of the command line as wide text; a Failure when it is not UTF-8.
 std::wstring Wide(const std::string& text) {
     std::wstring wide = Utf82Unicode(text);
     Require(!wide.empty() || text.empty(), "this is no valid UTF-8: " + ReadableText(text), kWrongUsage);
     return wide;
 }
 
-// The key below HKEY_LOCAL_MACHINE, with backslashes and none at either end.
+// An argument as a key below HKEY_LOCAL_MACHINE, with backslashes between its parts and none at either end.
 std::wstring ParseKey(const std::string& text) {
     std::wstring wide = Wide(text);
     std::replace(wide.begin(), wide.end(), L'/', L'\\');

@@ -1,3 +1,4 @@
+// `zorvctl show`: prints what database files hold, or writes one as a plain SQLite file. Never changes them.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
@@ -29,7 +30,7 @@ struct ShownFile {
     std::vector<Table> tables;
 };
 
-// Those of `present` that are wanted, in the order in which they are wanted; all when none is named.
+// The names of `wanted` that are present, in the order of `wanted`; all that are present when `wanted` is empty.
 Names Chosen(const Names& present, const Names& wanted) {
     Names chosen;
     std::copy_if(wanted.begin(), wanted.end(), std::back_inserter(chosen), [&](const std::string& name) {
@@ -38,6 +39,7 @@ Names Chosen(const Names& present, const Names& wanted) {
     return wanted.empty() ? present : chosen;
 }
 
+// The database files in the machine's data folder, sorted.
 Names MachineDatabases() {
     CheckMachine();
     const std::string folder = platform::native_path(kDataFolder);
@@ -54,7 +56,8 @@ Names MachineDatabases() {
     return paths;
 }
 
-// The files that can be read, with what was asked for of them. What cannot be had is told in `failures`.
+// Reads what was asked for from every file that can be read; `failures` gets a line for each file that cannot, and for
+// each table or column that no file has.
 std::vector<ShownFile> ReadFiles(const ShowOptions& options, Names& failures) {
     std::vector<ShownFile> files;
     std::set<std::string> tables, columns;
@@ -78,7 +81,7 @@ std::vector<ShownFile> ReadFiles(const ShowOptions& options, Names& failures) {
             failures.push_back(failure.text);
         }
     }
-    // One name may be missing from some of the files, but not from all.
+    // A name may be missing in some files, but not in all.
     const auto missing = [&](const char* what, const Names& wanted, const std::set<std::string>& known) {
         for (const std::string& name : wanted) {
             if (!files.empty() && !known.contains(name)) {
@@ -110,7 +113,7 @@ void PrintForPeople(const std::vector<ShownFile>& files, bool everyRow) {
     }
 }
 
-// One table stands alone; several are told apart by a line with file and table.
+// When there are several tables, each is headed by a comment line with file and table.
 void PrintCsv(const std::vector<ShownFile>& files) {
     std::vector<std::pair<std::string, std::string>> blocks;
     for (const ShownFile& file : files) {

@@ -11,9 +11,10 @@ namespace zorvalis {
 namespace {
 
 constexpr int kGap = 2;
-constexpr int kWidestSample = 29;  // of several side by side, so that three fit 120 columns
+constexpr int kWidestSample = 29;  // columns of a row that stands beside others, so that three fit 120 columns
 
-// A cell as text, NULL included. Only a person's view wants control characters made visible.
+// A cell as text: "NULL", X'..' for a blob. `controls` escapes control characters, which only the view for a person
+// needs.
 std::string CellText(const Cell& cell, bool controls = true) {
     if (cell.type != SQLITE_BLOB) {
         return cell.type == SQLITE_NULL ? "NULL" : ReadableText(cell.text, controls);
@@ -27,7 +28,7 @@ std::string CellText(const Cell& cell, bool controls = true) {
     return text + "'";
 }
 
-// Lines made of fields with a gap between them and no blanks at their ends.
+// Collects lines of fields, with a gap between the fields and no blanks at the end of a line.
 class Lines {
 public:
     void Add(const std::string& field) { line_ += (line_.empty() ? "" : std::string(kGap, ' ')) + field; }
@@ -52,6 +53,7 @@ std::string Title(const Table& table, std::size_t shown) {
            (shown < table.allRows ? ", the last " + std::to_string(shown) : "") + "\n";
 }
 
+// A line for each row, below the column names. Columns without texts are right-aligned.
 std::string ViewRows(const Table& table, const std::vector<int>& widths, const ViewOptions& options) {
     Lines lines;
     std::vector<bool> numbers;
@@ -75,6 +77,7 @@ std::string ViewRows(const Table& table, const std::vector<int>& widths, const V
     return Title(table, table.rows.size()) + lines.Text();
 }
 
+// A line for each column, and in it as many rows side by side as fit; without `everyRow` only the last ones that fit.
 std::string ViewColumns(const Table& table, const std::vector<int>& widths, const ViewOptions& options) {
     int nameWidth = 0;
     for (const std::string& column : table.columns) {

@@ -1,4 +1,4 @@
-// The forms in which rows are printed: for a person, as CSV, as JSON. Pure functions of a table.
+// The texts in which a table is printed: for a person, as CSV, as JSON. Pure functions of the table.
 #pragma once
 
 #include <string>
@@ -8,19 +8,20 @@
 namespace zorvalis {
 
 struct ViewOptions {
-    int width = 120;        // columns that a line may take
-    bool dimNulls = false;  // by an escape sequence
-    bool everyRow = false;  // also where rows stand side by side and only the last few fit
+    int width = 120;        // of a line, in terminal columns
+    bool dimNulls = false;  // print NULL dim, by an escape sequence
+    bool everyRow = false;  // in blocks, when rows stand side by side and only the last few fit
 };
 
-// Aligned, a row a line; a table too wide for that, with a column a line and rows side by side.
+// Aligned, one line for each row. A table too wide for that gets one line for each column, with the rows side by side.
 std::string ViewTable(const Table& table, const ViewOptions& options);
 
-// A line of column names, then a row a line; NULL is nothing, an empty text is a pair of quotes.
+// A line of column names, then one line for each row. NULL is an empty field, an empty text a pair of quotes.
 std::string TableAsCsv(const Table& table);
 
-// An array of objects, a row a line, their members in column order.
+// An array of objects, one line for each row, with members in column order.
 std::string TableAsJson(const Table& table);
+// A text as a JSON string; bytes that are not UTF-8 are escaped first.
 std::string JsonText(const std::string& bytes);
 
 }  // namespace zorvalis

@@ -1,4 +1,5 @@
-// The trace session and the event log: what the service says about itself.
+// `zorvctl trace` and `zorvctl log`: the stand-in machine's trace session and event log, in which the service says what
+// it does.
 
 #include <CLI/CLI.hpp>
 #include <chrono>
@@ -31,7 +32,7 @@ struct LogOptions {
     bool json = false;
 };
 
-// Line ends inside a text are kept, and what follows them is indented.
+// Undoes the escapes of trace.log. Line ends inside the text are kept, and the lines after them are indented.
 std::string ReadableMessage(const std::string& escaped) {
     std::string plain;
     for (std::size_t i = 0; i < escaped.size(); ++i) {
@@ -47,7 +48,7 @@ std::string ReadableMessage(const std::string& escaped) {
     return readable;
 }
 
-// A line holds time, process, message number and text; anything else is printed as it is.
+// A line of trace.log has time, process id, message number and text; any other line is printed as it is.
 std::string ReadableTraceLine(const std::string& line) {
     const std::vector<std::string> fields = SplitString(line, '\t');
     if (fields.size() < 3) {
@@ -57,12 +58,13 @@ std::string ReadableTraceLine(const std::string& line) {
            (fields.size() > 3 ? ReadableMessage(fields[3]) : "") + "\n";
 }
 
+// Prints what is appended to trace.log, line by line.
 class LogFollower {
 public:
     LogFollower(const std::string& path, bool fromStart) : path_(path), offset_(fromStart ? 0 : Size()) {}
 
     void PrintNew() {
-        if (Size() < offset_) {  // the log was emptied or made anew
+        if (Size() < offset_) {  // the log was emptied or replaced
             offset_ = 0;
             partial_.clear();
         }
@@ -96,7 +98,7 @@ private:
 };
 
 void TurnOn(const std::string& session, const TraceOptions& options) {
-    // Renamed into place, so that nobody reads half of it.
+    // Renamed into place, so that the service never reads half of it.
     WriteWholeFile(session + ".new", "{\"level\": " + std::to_string(options.level) +
                                          ", \"flags\": " + std::to_string(options.flags) + "}\n");
     std::filesystem::rename(session + ".new", session);
@@ -129,7 +131,7 @@ void Trace(const TraceOptions& options) {
     follower.PrintNew();
 }
 
-// Raises what the JSON library raises for a line that is no entry.
+// Raises std::logic_error, as the JSON library does, for a line that is not an entry.
 std::string ReadableEntry(const std::string& line) {
     const Json entry = ParseJson(line);
     const int type = entry.at("type").get<int>();
