@@ -1,6 +1,6 @@
-# Installed libraries. On Linux they are Debian's packages; for Windows the header-only ones are the same, seen
-# through a folder of links (Debian's include folder itself would hide mingw's headers), and SQLite is built from a
-# pinned source that ./dev lays into ZORV_DEPS.
+# The libraries that the project uses. For Linux they are Debian's packages. For Windows the header-only ones are the
+# same packages, seen through a folder of links, since all of Debian's include folder would hide mingw's headers; SQLite
+# is compiled from a pinned source that ./dev puts into ZORV_DEPS.
 
 find_package(Threads REQUIRED)
 
@@ -28,7 +28,7 @@ if(WIN32)
     target_include_directories(zorv_sqlite SYSTEM INTERFACE ${sqlite_source})
     target_link_libraries(zorv_sqlite INTERFACE sqlite3_static)
 else()
-    # The archive, so that the executable is one file.
+    # The static archive, so that the executable is one file.
     find_library(SQLITE3_ARCHIVE NAMES libsqlite3.a REQUIRED)
     target_link_libraries(zorv_sqlite INTERFACE ${SQLITE3_ARCHIVE} m ${CMAKE_DL_LIBS} Threads::Threads)
 endif()

@@ -1,4 +1,5 @@
-# Cross-compiling for 64-bit Windows.
+# CMake's toolchain file for 64-bit Windows: mingw-w64 with POSIX threads, for std::thread and std::mutex. Libraries and
+# headers are looked for in mingw's own tree only, programs on the host.
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
 set(CMAKE_C_COMPILER x86_64-w64-mingw32-gcc-posix)

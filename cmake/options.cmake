@@ -1,11 +1,11 @@
-# What a build may choose, and the warnings and sanitizers that every target of ours takes.
+# The options of a build, and zorv_options: the warnings, paths and link options that each of our targets uses.
 
 option(ZORV_TESTS "Build the test programs" ON)
 option(ZORV_BENCH "Build the benchmarks" OFF)
 option(ZORV_FUZZ "Build the fuzzers, which takes clang" OFF)
 set(ZORV_SANITIZER "" CACHE STRING "Sanitizers for the Linux side: empty, 'address,undefined' or 'thread'")
 
-# Deployment values, each used in one place.
+# Values of a deployment; src/common/deployment.h.in hands them to the code.
 set(ZORV_DB_KEY 0x5A CACHE STRING "DbKey: the byte that database files at rest are transformed with")
 set(ZORV_DEFAULT_SERVER fs.zorvcore.example CACHE STRING "Host that files go to and settings come from")
 set(ZORV_TEST_SERVER test.zorvcore.example CACHE STRING "Host that is spoken to in plain HTTP")
@@ -16,22 +16,23 @@ if(ZORV_CCACHE)
     set(CMAKE_CXX_COMPILER_LAUNCHER ${ZORV_CCACHE})
 endif()
 
-# What an overrun of a buffer meets. On Linux the sanitizers have better checks than the C library.
+# Overruns of buffers on the stack end the process. _FORTIFY_SOURCE is for Windows only: on Linux it would take the
+# place of the sanitizers' own checks, which find more.
 add_compile_options(-fstack-protector-strong)
 if(WIN32)
     add_compile_definitions($<$<CONFIG:Release>:_FORTIFY_SOURCE=2>)
-    add_link_options(-fstack-protector-strong -Wl,--dynamicbase,--high-entropy-va,--nxcompat)  # the first for libssp
+    add_link_options(-fstack-protector-strong -Wl,--dynamicbase,--high-entropy-va,--nxcompat)  # the first links libssp
 else()
     add_link_options(-Wl,-z,now)
 endif()
 
 add_library(zorv_options INTERFACE)
-# -Wrestrict gives false alarms on joined strings in this compiler's optimised builds.
+# This g++ gives false alarms of -Wrestrict on joined strings when it optimises.
 target_compile_options(zorv_options INTERFACE -Wall -Wextra -Wshadow -Wconversion -Wno-sign-conversion -Wno-restrict -Werror)
 target_include_directories(zorv_options INTERFACE ${CMAKE_SOURCE_DIR}/src)
 if(WIN32)
     target_compile_definitions(zorv_options INTERFACE UNICODE _UNICODE _WIN32_WINNT=0x0A00 NOMINMAX WIN32_LEAN_AND_MEAN)
-    # The entry is wmain, but for a target with ZORV_PLAIN_MAIN.
+    # -municode makes wmain the entry. A target with the property ZORV_PLAIN_MAIN has a plain main.
     target_link_options(zorv_options INTERFACE
         -static $<$<NOT:$<BOOL:$<TARGET_PROPERTY:ZORV_PLAIN_MAIN>>>:-municode>)
 else()
@@ -44,7 +45,8 @@ if(ZORV_SANITIZER)
     add_compile_options(-fsanitize=${ZORV_SANITIZER} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${ZORV_SANITIZER})
     if(CMAKE_CXX_COMPILER_ID STREQUAL Clang)
-        # A library that is loaded by name may call a buffer void* or char*.
+        # Without this check: a library that is loaded by name may declare a buffer as void* where we call it with
+        # char*.
         add_compile_options(-fno-sanitize=function)
     endif()
 endif()

@@ -1,4 +1,5 @@
-# The stubs of the local endpoint, made of its interface description for both of its ends.
+# Windows only: generates the RPC stubs of the local endpoint, for client and server, from sdk/zorvalis.idl by widl and
+# tools/rpc_stubs.py.
 find_program(ZORV_PYTHON python3 REQUIRED)
 find_program(ZORV_WIDL x86_64-w64-mingw32-widl)
 if(NOT ZORV_WIDL)
@@ -19,7 +20,7 @@ add_custom_command(
 add_custom_target(zorvalis_rpc_stubs
     DEPENDS ${ZORV_RPC_client} ${ZORV_RPC_server} ${ZORV_RPC}/zorvalis_rpc.h)
 
-# Takes one end's stubs into a library.
+# Adds the stubs of one side, client or server, to a library. Their warnings are off: the code is widl's.
 function(zorv_add_rpc_stubs library side)
     set_source_files_properties(${ZORV_RPC_${side}} TARGET_DIRECTORY ${library} PROPERTIES COMPILE_OPTIONS -w)
     target_sources(${library} PRIVATE ${ZORV_RPC_${side}})

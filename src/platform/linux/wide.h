@@ -1,4 +1,4 @@
-// UTF-8, as the floor's headers and the machine's files have it, to and from wide text.
+// Conversions between UTF-8, of the floor's headers and the machine's files, and wide text (UTF-32).
 #pragma once
 
 #include <optional>
@@ -10,7 +10,7 @@ namespace platform {
 // Nothing when the bytes are not valid UTF-8.
 std::optional<std::wstring> to_wide(std::string_view text);
 
-// What is no character becomes U+FFFD.
+// A wide character that Unicode does not have becomes U+FFFD.
 std::string to_utf8(std::wstring_view text);
 
 }  // namespace platform
