@@ -10,7 +10,7 @@ namespace platform {
 
 class FileLock {
 public:
-    FileLock() = default;  // holds nothing
+    FileLock() = default;  // not held
 
     // Waits at most so long for the lock. These are real milliseconds, not scaled by clock.json: others hold the lock
     // for real work. The object must end on the thread that made it. `name` is a file's name without its folder.

@@ -1,3 +1,4 @@
+// Looks an answer up in the file, and with "source": "host" asks the host instead.
 #include "hardware_file.h"
 
 #include "host.h"

@@ -69,7 +69,7 @@ private:
         return kReplacementCharacter;
     }
 
-    // A byte that begins no character is replaced alone.
+    // Of an invalid sequence only the first byte is replaced; reading goes on at the next byte.
     char32_t Utf8() {
         char32_t c = kReplacementCharacter;
         const std::size_t length = DecodeUtf8({cursor_.at, static_cast<std::size_t>(cursor_.end - cursor_.at)}, c);

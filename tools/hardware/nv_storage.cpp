@@ -1,3 +1,4 @@
+// The records' texts in hardware.json, converted to the bytes of a record and back.
 #include "nv_storage.h"
 
 #include <algorithm>

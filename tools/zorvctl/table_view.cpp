@@ -139,7 +139,7 @@ std::string ViewTable(const Table& table, const ViewOptions& options) {
     if (table.rows.empty()) {
         return Title(table, 0);
     }
-    std::vector<int> widths, headed;  // of the cells alone, and with the column's name above them
+    std::vector<int> widths, headed;  // the columns' widths, without and with the name above
     int line = -kGap;
     for (std::size_t i = 0; i < table.columns.size(); ++i) {
         int width = 0;

@@ -1,3 +1,4 @@
+// Each call checks what it was sent strictly and answers with the first fault it finds.
 #include "calls.h"
 
 #include <algorithm>

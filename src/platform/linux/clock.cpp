@@ -15,9 +15,9 @@ namespace platform {
 namespace {
 
 constexpr std::int64_t kMicroseconds = 1000000;
-constexpr std::uint64_t kTicksFrom1601 = 116444736000000000;
-constexpr double kLargestOffset = 1e11;               // seconds, about three thousand years
-constexpr std::int64_t kEndOfCalendar = 32535215999;  // the end of 3000, as in Windows' C library
+constexpr std::uint64_t kTicksFrom1601 = 116444736000000000;  // to 1970, in units of 100 nanoseconds
+constexpr double kLargestOffset = 1e11;                       // seconds, about three thousand years
+constexpr std::int64_t kEndOfCalendar = 32535215999;          // the end of 3000, as in Windows' C library
 
 std::atomic<std::int64_t> switchOffset{0};
 std::atomic<double> switchFactor{1.0};

@@ -47,7 +47,7 @@ int main(int argc, char** argv) {
     }
     std::vector<std::wstring> texts(static_cast<std::size_t>(argc));
     std::transform(argv, argv + argc, texts.begin(), widen);
-    std::vector<const wchar_t*> arguments(texts.size() + 1);  // with a null at their end
+    std::vector<const wchar_t*> arguments(texts.size() + 1);  // ends with a null pointer
     std::transform(texts.begin(), texts.end(), arguments.begin(), [](const auto& text) { return text.c_str(); });
     end_process(program_main(argc, arguments.data()));
 }

@@ -1,3 +1,4 @@
+// By the link /proc/self/exe.
 #include "platform/module.h"
 
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// Keys are found first by the path as it is given, and only then, part by part, in any case of letters.
 #include "platform/linux/registry_key.h"
 
 #include <dirent.h>

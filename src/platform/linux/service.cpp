@@ -52,7 +52,7 @@ LineLimits limits() {
 struct WaitingControl {
     ServiceControl what;
     LineServer::Connection sender = 0;  // 0 for a signal or a power setting: no one gets an answer
-    std::size_t size = 0;               // of its line
+    std::size_t size = 0;               // of the line that brought it, in bytes
 };
 
 // One run of the service. The mutex of Shared guards all members but the server.

@@ -1,3 +1,4 @@
+// Random UUIDs from the kernel's generator, printed as Windows does.
 #include "platform/uuid.h"
 
 #include <sys/random.h>

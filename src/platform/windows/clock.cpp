@@ -11,8 +11,8 @@
 namespace platform {
 namespace {
 
-constexpr std::int64_t kTicksFrom1601 = 116444736000000000;
-constexpr std::int64_t kTicks = 10000000;  // in a second
+constexpr std::int64_t kTicksFrom1601 = 116444736000000000;  // to 1970, in units of 100 nanoseconds
+constexpr std::int64_t kTicks = 10000000;                    // in a second
 
 std::atomic<std::int64_t> switchOffset{0};
 std::atomic<double> switchFactor{1.0};

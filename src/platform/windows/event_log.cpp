@@ -1,3 +1,4 @@
+// By ReportEvent, with the source registered for each entry.
 #include "platform/event_log.h"
 
 #include "platform/windows/handles.h"

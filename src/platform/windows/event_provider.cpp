@@ -1,3 +1,4 @@
+// By Windows' event tracing (EventRegister, EventWriteString).
 #include "platform/event_provider.h"
 
 #include <windows.h>

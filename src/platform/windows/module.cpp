@@ -1,3 +1,4 @@
+// By GetModuleFileName.
 #include "platform/module.h"
 
 #include <windows.h>

@@ -68,7 +68,7 @@ void stop_rpc_endpoint() {
     const std::lock_guard lock(bindingsMutex);
     if (bindings != nullptr) {
         ::RpcEpUnregister(serve_Zorvalis_v1_0_s_ifspec, bindings, nullptr);
-        ::RpcBindingVectorFree(&bindings);  // clears it too
+        ::RpcBindingVectorFree(&bindings);  // sets it to null too
     }
 }
 

@@ -1,3 +1,4 @@
+// DeriveCapabilitySidsFromName is looked up at run time, the rest is linked.
 #include "platform/windows/rpc_security.h"
 
 #include <algorithm>

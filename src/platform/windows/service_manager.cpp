@@ -1,3 +1,4 @@
+// By the service control manager's own calls.
 #include "platform/service_manager.h"
 
 #include "platform/windows/handles.h"

@@ -1,3 +1,4 @@
+// By Windows' own conversions; also those of wide.h.
 #include "platform/text.h"
 
 #include <windows.h>

@@ -64,7 +64,7 @@ PoolTimer* create_pool_timer(PoolCallback callback, void* context) {
 }
 
 void start_pool_timer(PoolTimer* timer, std::uint32_t milliseconds) {
-    const std::int64_t ticks = -10 * scaled_wait(milliseconds);  // below zero: from now, in units of 100 nanoseconds
+    const std::int64_t ticks = -10 * scaled_wait(milliseconds);  // negative: relative to now; in units of 100 ns
     FILETIME due = {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
     ::SetThreadpoolTimer(timer->item, &due, 0, 0);
 }

@@ -1,3 +1,4 @@
+// By the UUID functions of the RPC runtime.
 #include "platform/uuid.h"
 
 #include <windows.h>
