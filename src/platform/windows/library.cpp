@@ -1,4 +1,4 @@
-// LoadLibrary; `distrust_users` (process.h) has restricted the folders in which Windows looks.
+// LoadLibrary; `distrust_users` (entry.h) has restricted the folders in which Windows looks.
 #include "platform/library.h"
 
 #include <windows.h>
