@@ -127,8 +127,6 @@ TEST(RegTimer, IsDueAtItsIntervalAndStartsAnewAtAWholeMinute) {
     } cases[] = {{L"GetThermal", ERROR_READREG, 59, 300, true, L"1700000040"},
                  {L"GetThermal", L"1700000040", 299, 300, false, L"1700000040"},
                  {L"GetThermal", L"1700000040", 300, 300, true, L"1700000340"},
-                 {L"GetThermal", L"1700000040", -900, 300, false, L"1700000040"},
-                 {L"GetThermal", L"9223372036854775807", 0, 1, true, L"1700000040"},
                  {L"upload", ERROR_READREG, 0, 86400, true, ERROR_READREG},
                  {L"upload", L"1700000040", 86400, 86400, true, L"1700000040"},
                  {L"upload", L"1700000040", 86399, 86400, false, L"1700000040"},

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
-#include <array>
-#include <ctime>
-
+#include "base/number.h"
+#include "common/time.h"
+#include "common/wide_to_utf8.h"
 #include "jobs/schedule_predicates.h"
 #include "support/notebook.h"
 
@@ -44,63 +44,91 @@ TEST(Readiness, ComesAfterMoreThanAWeek) {
         const wchar_t* fake;
         bool ready;
         const wchar_t* fakeAfter;
-    } cases[] = {{"long ago, with text after the numbers", L"2019/1/2 10:00", kNone, true, kNone},
-                 {"a week and a day", L"2026/11/12", kNone, true, kNone},
+    } cases[] = {{"a week and a day", L"2026/11/12", kNone, true, kNone},
                  {"a day less than a week", L"2026/11/14", kNone, false, kNone},
-                 {"tomorrow", L"2026/11/21", kNone, false, kNone},
                  {"malformed, a good fake date", L"2019-01-02", L"2026/11/01", true, L"2026/11/01"},
-                 {"four fields", L"2019/01/02/3", L"2026/11/19", false, L"2026/11/19"},
-                 {"a final slash", L"2019/01/", L"2026/11/01", true, L"2026/11/01"},
                  {"none", kNone, kNone, false, L"2026/11/20"},
-                 {"both malformed", L"2019", L"yesterday", false, L"2026/11/20"},
-                 {"the factory's wins", L"2019/1/2", L"2026/11/19", true, L"2026/11/19"}};
+                 {"both malformed", L"2019", L"yesterday", false, L"2026/11/20"}};
     const Notebook machine;
+    SetClock(2026, 11, 20, 0, 0, 0);
     for (const auto& one : cases) {
-        SetClock(2026, 11, 20, 0, 0, 0);
         SetFactoryDate(one.factory);
         SetValue(L"FakeManufacturingDate", one.fake);
         EXPECT_EQ(isReadyToDoJobByManufacturingDate(), one.ready) << one.name;
         EXPECT_EQ(Value(L"FakeManufacturingDate"), one.fakeAfter) << one.name;
     }
-    SetFactoryDate(L"2026/11/13");
-    bool ready = true;
-    std::int64_t midnight = 0;
-    do {  // again if the clock ticks meanwhile
-        midnight = SetClock(2026, 11, 20, 0, 0, 0);
-        ready = isReadyToDoJobByManufacturingDate();
-    } while (platform::now_seconds() != midnight);
-    EXPECT_FALSE(ready) << "exactly a week";
-    SetClock(2026, 11, 20, 0, 0, 30);
-    EXPECT_TRUE(isReadyToDoJobByManufacturingDate());
     SetFactoryDate(L"a/b/c");
     EXPECT_THROW(isReadyToDoJobByManufacturingDate(), std::invalid_argument);
 }
 
-TEST(CollectTime, IsOverAfterItsMonths) {
-    const char* const kBlank = "\"blank\"";
+TEST(Rules, LetTheFactorysDateWin) {
+    const struct {
+        const wchar_t *factory, *substitute;
+        DateSource source;
+    } cases[] = {{L"2019/1/2", L"2026/11/19", DateSource::factory},
+                 {L"2019/1/2 10:00", ERROR_READREG, DateSource::factory},
+                 {L"2019/01/02/3", L"2026/11/19", DateSource::substitute},
+                 {L"2019/01/", L"2026/11/01", DateSource::substitute},
+                 {ERROR_READREG, L"2026/11/01", DateSource::substitute},
+                 {L"2019-01-02", L"yesterday", DateSource::none}};
+    for (const auto& one : cases) {
+        const ManufacturingDate date = ChooseDate(one.factory, one.substitute);
+        EXPECT_EQ(date.source, one.source) << WideToUtf8(one.factory);
+        EXPECT_EQ(date.text, one.source == DateSource::factory      ? one.factory
+                             : one.source == DateSource::substitute ? one.substitute
+                                                                    : L"");
+    }
+    EXPECT_FALSE(IsOlderThanAWeek(AgeInSeconds({2026, 11, 13}, 1000, 1000 + 7 * kDay))) << "exactly a week";
+    EXPECT_TRUE(IsOlderThanAWeek(AgeInSeconds({2026, 11, 13}, 1000, 1001 + 7 * kDay)));
+    EXPECT_FALSE(IsOlderThanAWeek(AgeInSeconds({9999, 1, 1}, -1, 1000))) << "a year that the C library lacks";
+    EXPECT_TRUE(IsOlderThanAWeek(AgeInSeconds({-5, 1, 1}, -1, 1000)));
+}
+
+TEST(Rules, EndThePeriodAfterItsMonths) {
+    const std::uint64_t now = *ManufacturingTicks("2026/11/17") + 12 * 3600 * kTicksPerSecond;
+    const struct {
+        const char* name;
+        const char *activated, *made;
+        std::int32_t months;
+        PeriodState state;
+    } cases[] = {{"within a month", "\xFF", "2026/10/19", 1, PeriodState::within},
+                 {"after it", "\xFF", "2026/10/18", 1, PeriodState::over},
+                 {"no months", "\xFF", "2026/10/19", 0, PeriodState::over},
+                 {"the future", "\xFF", "2026/12/24", 1, PeriodState::future},
+                 {"activation wins", "2026-10-25 10:20:30", "2019/1/1", 1, PeriodState::within},
+                 {"activated long ago", "2019-10-25 10:20:30", "2026/11/1", 1, PeriodState::over},
+                 {"the last second, in local time of UTC+8", "2026-10-18 20:00:01", "", 1, PeriodState::within},
+                 {"the first one after it", "2026-10-18 20:00:00", "", 1, PeriodState::over},
+                 {"no activation date", "2026-13-45 10:20:30", "2026/11/1", 1, PeriodState::within},
+                 {"no activation", "", "2026/11/1", 1, PeriodState::within},
+                 {"no date", "\xFF", "2026/13/1", 1, PeriodState::no_start},
+                 {"this tick", "2026-11-17 20:00:00", "", 1, PeriodState::over},
+                 {"months that wrap to one", "\xFF", "2026/10/1", 1658, PeriodState::over},
+                 {"and lie within it", "\xFF", "2026/10/30", 1658, PeriodState::within},
+                 {"months beyond 31 bits of seconds", "\xFF", "1960/1/1", 829, PeriodState::within}};
+    for (const auto& one : cases) {
+        const std::optional<std::uint64_t> activated = ActivationTicks(one.activated);
+        const CollectPeriod period = PeriodAt(activated ? activated : ManufacturingTicks(one.made), one.months, now);
+        EXPECT_EQ(period.state, one.state) << one.name;
+        EXPECT_EQ(period.IsOver(), one.state != PeriodState::within) << one.name;
+    }
+    EXPECT_EQ(PeriodAt(ManufacturingTicks("1970/1/2"), 1, now).until, 31 * kDay);
+}
+
+TEST(CollectTime, GoesByTheHardwareAndTheSettings) {
     const struct {
         const char* name;
         const char* months;     // JSON
         const char* activated;  // JSON
-        const wchar_t* factory;
         bool over;
-    } cases[] = {{"within a month of manufacture", "\"1 month\"", kBlank, L"2026/10/23", false},
-                 {"thirty days after it", "\"1\"", kBlank, L"2026/10/21", true},
-                 {"no key", "null", kBlank, L"2026/10/23", true},
-                 {"no months", "\"0\"", kBlank, L"2026/10/23", true},
-                 {"in the future", "\"1\"", kBlank, L"2026/12/24", true},
-                 {"activation wins", "\"1\"", "\"2026-10-25 10:20:30\"", L"2019/1/1", false},
-                 {"activated long ago", "\"1\"", "\"2019-10-25 10:20:30\"", L"2026/11/1", true},
-                 {"activation is no date", "\"1\"", "\"2026-13-45 10:20:30\"", L"2026/11/1", false},
-                 {"activation cannot be read", "\"1\"", "\"fail\"", L"2026/11/1", false},
-                 {"manufacture is no date", "\"1\"", kBlank, L"2026/13/1", true},
-                 {"months that wrap to one", "\"1658\"", kBlank, L"2026/10/1", true},
-                 {"and lie within it", "\"1658\"", kBlank, L"2026/10/30", false},
-                 {"months beyond 31 bits of seconds", "\"829\"", kBlank, L"1960/1/1", false}};
+    } cases[] = {{"within a month of manufacture", "\"1 month\"", "\"blank\"", false},
+                 {"no key", "null", "\"blank\"", true},
+                 {"activated long ago", "\"1\"", "\"2019-10-25 10:20:30\"", true},
+                 {"activation cannot be read", "\"1\"", "\"fail\"", false}};
     Notebook machine;
-    SetClock(2026, 11, 20, 20);  // the dates are UTC's: the same day or the next in every zone
+    SetClock(2026, 11, 20, 20);
+    SetFactoryDate(L"2026/10/23");
     for (const auto& one : cases) {
-        SetFactoryDate(one.factory);
         machine.change_hardware(std::string("{\"GPNV_ActivatedTime\": ") + one.activated + "}");
         machine.change_setting(std::string("{\"totalCollectTime\": ") + one.months + "}");
         EXPECT_EQ(isOverTotalCollectTime(), one.over) << one.name;
@@ -109,19 +137,6 @@ TEST(CollectTime, IsOverAfterItsMonths) {
     EXPECT_THROW(isOverTotalCollectTime(), std::invalid_argument);
     machine.change_setting(R"({"totalCollectTime": 36})");
     EXPECT_THROW(isOverTotalCollectTime(), std::domain_error);
-}
-
-TEST(CollectTime, TakesTheActivationForLocalTimeOfUtcPlus8) {
-    Notebook machine;
-    const std::time_t end = SetClock(2026, 11, 20, 12);
-    const std::time_t start = end - 30 * kDay + 8 * 3600;
-    std::array<char, 40> text{};
-    std::strftime(text.data(), text.size(), "\"%Y-%m-%d %H:%M:%S\"", std::gmtime(&start));
-    machine.change_hardware(std::string("{\"GPNV_ActivatedTime\": ") + text.data() + "}");
-    machine.change_setting(R"({"totalCollectTime": "1"})");
-    EXPECT_TRUE(isOverTotalCollectTime());
-    SetClock(2026, 11, 20, 11, 59, 0);
-    EXPECT_FALSE(isOverTotalCollectTime());
 }
 
 TEST(DojobDay, BeginsAtMidnightAndLeavesTheInterval) {
@@ -144,32 +159,59 @@ TEST(DojobDay, BeginsAtMidnightAndLeavesTheInterval) {
     }
 }
 
-TEST(DojobDay, FollowsItsSettingAndItsStoredStart) {
-    const struct {
-        const char* interval;  // JSON
-        std::int64_t ago;      // the stored start, in seconds before now
-        bool today;
-        bool started;
-    } cases[] = {{"\"0\"", kDay - 60, true, false},
-                 {"\"0\"", kDay, true, true},
-                 {"\"3\"", 4 * kDay - 60, false, false},
-                 {"\"3 days\"", 4 * kDay, true, true},
-                 {"\"-1\"", 60, true, true},
-                 {"null", 60, false, false},
-                 {"\"24855\"", 2 * kDay, false, false},
-                 {"\"24856\"", 2 * kDay, true, true}};  // the last one wraps
+TEST(DojobDay, FailsWithoutNumbers) {
     Notebook machine;
-    for (const auto& one : cases) {
-        const std::int64_t now = SetClock(2026, 11, 20, 12);
-        machine.change_setting(std::string("{\"intervalTimer\": ") + one.interval + "}");
-        SetValue(L"lastDojobTime", std::to_wstring(now - one.ago));
-        EXPECT_EQ(isSpecificDojobDay(), one.today) << one.interval;
-        EXPECT_EQ(Value(L"lastDojobTime"), std::to_wstring(now - (one.started ? kDay / 2 : one.ago))) << one.interval;
-    }
     SetValue(L"lastDojobTime", L"yesterday");
     EXPECT_THROW(isSpecificDojobDay(), std::invalid_argument);
-    SetValue(L"lastDojobTime", L"9223372036854775807");  // wraps into the past
-    EXPECT_TRUE(isSpecificDojobDay());
+    machine.change_setting(R"({"intervalTimer": "never"})");
+    RemoveValue(L"lastDojobTime");
+    EXPECT_THROW(isSpecificDojobDay(), std::invalid_argument);
+    machine.change_setting(R"({"intervalTimer": null})");
+    EXPECT_FALSE(isSpecificDojobDay());
+    EXPECT_EQ(Value(L"lastDojobTime"), ERROR_READREG);
+}
+
+TEST(Rules, LeaveTheInterval) {
+    constexpr std::int64_t kNow = 1700000000;
+    const struct {
+        std::int32_t pause;
+        std::int64_t last;
+        DojobState state;
+    } cases[] = {{0, kNow - kDay + 60, DojobState::runs},
+                 {0, kNow - kDay, DojobState::begins},
+                 {3, kNow - 4 * kDay + 60, DojobState::paused},
+                 {3, kNow - 4 * kDay, DojobState::begins},
+                 {-1, kNow - 60, DojobState::begins},
+                 {1, kNow + kDay, DojobState::runs},
+                 {1, 0, DojobState::first},
+                 {24855, kNow - 2 * kDay, DojobState::paused},
+                 {24856, kNow - 2 * kDay, DojobState::begins},   // wraps
+                 {1, 9223372036854775807, DojobState::begins}};  // into the past
+    for (const auto& one : cases) {
+        const DojobDay day = DojobDayAt(one.pause, one.last, kNow);
+        EXPECT_EQ(day.state, one.state) << one.pause << " " << one.last;
+        EXPECT_EQ(DojobDayAt(one.pause, one.last, day.next).state,
+                  one.last == 0 ? DojobState::first : DojobState::begins);
+    }
+}
+
+TEST(Rules, MakeATimerDueAtItsInterval) {
+    constexpr std::int64_t kNow = 1700000300;
+    const struct {
+        const wchar_t* stored;
+        TimerState state;
+        std::int64_t next;
+    } cases[] = {{ERROR_READREG, TimerState::first, kNow},
+                 {L"1700000001", TimerState::waiting, kNow + 1},
+                 {L"1700000000", TimerState::due, kNow},
+                 {L"1700000301", TimerState::future, kNow + 301},
+                 {L"9223372036854775807", TimerState::due, WrapAdd(9223372036854775807, 300)}};
+    for (const auto& one : cases) {
+        const RegTimer timer = TimerAt(one.stored, kNow, 300);
+        EXPECT_EQ(timer.state, one.state) << WideToUtf8(one.stored);
+        EXPECT_EQ(timer.next, one.next) << WideToUtf8(one.stored);
+    }
+    EXPECT_THROW(TimerAt(L"soon", kNow, 300), std::invalid_argument);
 }
 
 }  // namespace

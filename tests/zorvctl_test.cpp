@@ -1,13 +1,16 @@
 // The built zorvctl as a process: what it prints, its exit codes, and the files that it touches or leaves alone.
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <map>
 
 #include "common/code_page.h"
 #include "common/deployment.h"
 #include "common/time.h"
+#include "common/wide_to_utf8.h"
 #include "platform/event_log.h"
 #include "store/telemetry_db.h"
 #include "support/file_server.h"
@@ -196,52 +199,155 @@ TEST(ZorvctlSettings, SayWhichFileRulesAndWhatItMeans) {
 }
 
 #ifndef _WIN32
-TEST(ZorvctlSettings, AgreeWithWhatAPassDoes) {
-    const auto daysAgo = [](int days, char separator) {
-        std::string date = EpochTextToTimeString(std::to_string(platform::now_seconds() - days * 86400)).substr(0, 10);
-        date[4] = date[7] = separator;
-        return date;
+// From now on, for every process of the machine.
+void MoveClock(std::int64_t to) {
+    platform::set_clock({});
+    write_text(platform::machine_folder() + "/clock.json",
+               "{\"offset\": " + std::to_string(to - std::time(nullptr)) + "}");
+}
+
+constexpr const char* kTimed[] = {"thermal", "battery_power", "systeminfo", "upload"};
+
+// What the tool says that the next pass does: the kinds as the letters of their keys, "tbsu" for all. And when one does
+// something again, 0 for never.
+struct Said {
+    std::string kinds;
+    std::int64_t next = 0;
+};
+
+Said Ask() {
+    const ToolResult settings = run_zorvctl("settings --json");
+    if (settings.code != 0) {
+        return {};
+    }
+    const Json all = ParseJson(settings.output), keys = all["keys"];
+    if (const std::string heldBack = all["heldBack"]; !heldBack.empty()) {
+        return {"", heldBack.find("pause") == heldBack.npos ? 0 : keys["intervalTimer"]["next"].get<std::int64_t>()};
+    }
+    Said said;
+    for (const char* key : kTimed) {
+        if (const Json& at = keys[key]["next"]; at.is_number()) {
+            const std::int64_t next = at;
+            said.kinds += next <= platform::now_seconds() ? std::string(1, key[0]) : "";
+            said.next = said.next == 0 ? next : std::min(said.next, next);
+        }
+    }
+    return said;
+}
+
+// Lets a pass run. The kinds that it did: new rows, and for the upload a new time.
+std::string Pass(const Notebook& machine) {
+    const auto traces = [&] {
+        std::map<char, std::string> found = {{'u', WideToUtf8(Value(L"upload"))}};
+        for (const std::string& rows : SplitString(machine.stored(), ',')) {
+            found[static_cast<char>(std::tolower(rows[rows.find("O ") + 2]))] += rows;
+        }
+        return found;
     };
-    const std::string lately = daysAgo(30, '/'), longAgo = daysAgo(300, '/'), noTime;
-    const struct {
+    auto before = traces();
+    EXPECT_EQ(std::system(("\"" + machine.executable() + "\" -j0").c_str()), 0);
+    auto after = traces();
+    std::string kinds;
+    for (const char* key : kTimed) {
+        kinds += before[key[0]] != after[key[0]] ? std::string(1, key[0]) : "";
+    }
+    return kinds;
+}
+
+// The other commands say the same.
+void ExpectOneAnswer(const std::string& name, bool collects) {
+    const ToolResult settings = run_zorvctl("settings"), status = run_zorvctl("machine status");
+    EXPECT_EQ(status.code == 0, collects) << name << status.output;
+    const std::string mark = "held back: ";
+    const std::size_t at = settings.output.find(mark);
+    const std::string why = settings.code != 0 ? settings.errors.substr(9) : settings.output.substr(at + mark.size());
+    EXPECT_EQ(settings.code == 0 && at == std::string::npos, collects) << name << settings.output;
+    for (const std::string& other : {status.output, run_zorvctl("uploads").output}) {
+        EXPECT_EQ(other.find(why.substr(0, why.find_last_not_of(".\n") + 1)) != other.npos, !collects) << name << other;
+    }
+}
+
+TEST(Zorvctl, SaysWhatAPassDoes) {
+    constexpr char kNewYork[] = "EST5EDT,M3.2.0,M11.1.0", kBerlin[] = "CET-1CEST,M3.5.0,M10.5.0/3", kTaipei[] = "CST-8",
+                   kLordHowe[] = "<+1030>-10:30<+11>-11,M10.1.0,M4.1.0";
+    constexpr char kOneMonth[] = R"({"totalCollectTime": "1"})", kActivated[] = "2026-05-11 12:00:00";
+    struct State {
         const char* name;
-        std::string manufactured, activated;
-        const wchar_t* mainSwitch;
-        bool collects;
-    } cases[] = {{"made lately", lately, noTime, ERROR_READREG, true},
-                 {"made long ago", longAgo, noTime, L"1", false},
-                 {"a blank behind the date", lately + " ", noTime, L"1", true},
-                 {"a date that no year has", "2026/2/30", noTime, L"1", false},
-                 {"younger than a week", daysAgo(2, '/'), noTime, L"1", false},
-                 {"to be made", daysAgo(-30, '/'), noTime, L"1", false},
-                 {"no date", "soon", noTime, L"1", false},
-                 {"no numbers", "a/b/c", noTime, L"1", false},
-                 {"activated lately", longAgo, daysAgo(30, '-'), L"1", true},
-                 {"activated long ago", lately, daysAgo(300, '-'), L"1", false},
-                 {"an empty switch", lately, noTime, L"", false},
-                 {"switched off", lately, noTime, L"0", false}};
-    for (const auto& one : cases) {
+        const char* zone;
+        int month, day, hour, minute;  // of 2026
+        const char* does;              // which kinds
+        const wchar_t* made = L"2026/1/5";
+        const char* settings = "{}";  // merged into the usual ones
+        std::vector<std::pair<const wchar_t*, const wchar_t*>> values = {};
+        const char* activated = "blank";
+        const char* chassis = "Notebook";
+    };
+    const auto midnight = [](const char* zone, int month, int day) {
+        const TimeZone there(zone);
+        return std::to_wstring(SetClock(2026, month, day, 0));
+    };
+    const std::wstring longDay = midnight(kNewYork, 11, 1), shortDay = midnight(kNewYork, 3, 8),
+                       halfHour = midnight(kLordHowe, 4, 5), tuesday = midnight(kBerlin, 6, 9),
+                       autumn = std::to_wstring(std::stoll(midnight(kBerlin, 10, 25)) + 43200),
+                       noon = std::to_wstring(std::stoll(tuesday) + 43200);
+    const State states[] = {
+        {"made long ago", kBerlin, 6, 10, 12, 0, "tbsu"},
+        {"another version's settings", kBerlin, 6, 10, 12, 0, "tbsu", L"2026/1/5", R"({"version": "1"})"},
+        {"some kinds", kBerlin, 6, 10, 12, 0, "bu", L"2026/1/5", R"({"thermal": "m7", "systeminfo": null})"},
+        {"switched off", kBerlin, 6, 10, 12, 0, "", L"2026/1/5", "{}", {{L"MainSwitch", L"0"}}},
+        {"an empty switch", kBerlin, 6, 10, 12, 0, "", L"2026/1/5", "{}", {{L"MainSwitch", L""}}},
+        {"another chassis", kBerlin, 6, 10, 12, 0, "", L"2026/1/5", "{}", {}, "blank", "Desktop"},
+        {"younger than a week", kBerlin, 6, 10, 12, 0, "", L"2026/6/8"},
+        {"to be made", kBerlin, 6, 10, 12, 0, "", L"2026/7/8"},
+        {"no date", kTaipei, 6, 10, 3, 0, "", L"soon"},
+        {"no numbers", kBerlin, 6, 10, 12, 0, "", L"a/b/c"},
+        {"no such day", kBerlin, 6, 10, 12, 0, "", L"2026/2/30"},
+        {"a substitute", kBerlin, 6, 10, 12, 0, "tbsu", L"soon", "{}", {{L"FakeManufacturingDate", L"2026/6/1"}}},
+        {"over", kBerlin, 6, 10, 12, 0, "", L"2026/1/5", R"({"totalCollectTime": "3"})"},
+        {"no months", kBerlin, 6, 10, 12, 0, "", L"2026/1/5", R"({"totalCollectTime": "many"})"},
+        {"no pause", kBerlin, 6, 10, 12, 0, "", L"2026/1/5", R"({"intervalTimer": null})"},
+        {"no day", kBerlin, 6, 10, 12, 0, "", L"2026/1/5", "{}", {{L"lastDojobTime", L"soon"}}},
+        {"a timer that waits", kBerlin, 6, 9, 12, 9, "tsu", L"2026/1/5", "{}", {{L"GetBatteryPower", noon.c_str()}}},
+        {"a timer of tomorrow", kBerlin, 6, 8, 12, 0, "tbs", L"2026/1/5", "{}", {{L"upload", noon.c_str()}}},
+        {"a timer without a number", kBerlin, 6, 9, 12, 0, "", L"2026/1/5", "{}", {{L"upload", L"soon"}}},
+        {"a pause", kBerlin, 6, 10, 12, 0, "", L"2026/1/5", "{}", {{L"lastDojobTime", tuesday.c_str()}}},
+        {"after 24 of 25 hours", kNewYork, 11, 1, 23, 30, "", L"2026/1/5", "{}", {{L"lastDojobTime", longDay.c_str()}}},
+        {"within 24 hours", kNewYork, 3, 9, 0, 30, "tbsu", L"2026/1/5", "{}", {{L"lastDojobTime", shortDay.c_str()}}},
+        {"half an hour", kLordHowe, 4, 5, 23, 45, "", L"2026/1/5", "{}", {{L"lastDojobTime", halfHour.c_str()}}},
+        {"a short week", kBerlin, 3, 30, 0, 30, "", L"2026/3/23"},
+        {"a long week", kBerlin, 10, 25, 23, 30, "tbsu", L"2026/10/19", "{}", {{L"lastDojobTime", autumn.c_str()}}},
+        {"the 25th hour begins no day", kBerlin, 10, 25, 23, 30, ""},
+        {"a month ends at midnight UTC", kNewYork, 10, 31, 20, 1, "", L"2026/10/2", kOneMonth},
+        {"not before", kNewYork, 10, 31, 19, 58, "tbsu", L"2026/10/2", kOneMonth},
+        {"activated", kTaipei, 6, 10, 11, 58, "tbsu", L"2025/1/5", kOneMonth, {}, kActivated},
+        {"activated too long ago", kTaipei, 6, 10, 12, 1, "", L"2026/6/1", kOneMonth, {}, kActivated},
+    };
+    for (const State& one : states) {
+        const TimeZone zone(one.zone);
         Notebook machine;
-        machine.change_setting(R"({"totalCollectTime": "3"})");
-        machine.default_setting(R"({"totalCollectTime": "3", "intervalTimer": "1", "thermal": "m5", "upload": "d1"})");
-        machine.change_hardware(one.activated.empty() ? "{}"
-                                                      : "{\"GPNV_ActivatedTime\": \"" + one.activated + " 10:00:00\"}");
+        machine.install_service();
+        machine.change_hardware(std::string(R"({"GPNV_ActivatedTime": ")") + one.activated +
+                                R"(", "WMIGetSystemChassisTypes": ")" + one.chassis + "\"}");
         write_text(platform::machine_folder() + "/hardware.json", read_text(machine.bin_folder() + "hardware.json"));
-        WriteRegString(kLocalMachine, kFactoryConfigKey, L"ManufacturingDate", WidenBytes(one.manufactured));
-        SetValue(L"MainSwitch", one.mainSwitch);  // the sentinel's own text reads as a missing value
-        const auto ask = [&] {
-            const std::string heldBack = ParseJson(run_zorvctl("settings --json").output)["heldBack"];
-            EXPECT_EQ(heldBack.empty(), one.collects) << one.name << ": " << heldBack;
-            const ToolResult status = run_zorvctl("machine status");
-            EXPECT_EQ(status.code == 0, one.collects) << one.name << status.output;
-            const std::string uploads = run_zorvctl("uploads").output;
-            EXPECT_EQ(uploads.find(heldBack.empty() ? "held back" : heldBack) == uploads.npos, one.collects)
-                << one.name << uploads;
-        };
-        ask();
-        EXPECT_EQ(std::system(("\"" + machine.install_service() + "\" -j0").c_str()), 0);
-        EXPECT_EQ(!machine.stored().empty(), one.collects) << one.name;
-        ask();
+        machine.default_setting(read_text(built("default.json")));  // the tool takes the one beside itself
+        machine.change_setting(one.settings);
+        WriteRegString(kLocalMachine, kFactoryConfigKey, L"ManufacturingDate", one.made);
+        for (const auto& [name, text] : one.values) {
+            SetValue(name, text);
+        }
+        MoveClock(SetClock(2026, one.month, one.day, one.hour, one.minute));
+        EXPECT_EQ(Ask().kinds, one.does) << one.name;
+        ExpectOneAnswer(one.name, *one.does != '\0');
+        EXPECT_EQ(Pass(machine), one.does) << one.name;
+        // What comes next, a minute early and in time.
+        const std::int64_t next = Ask().next;
+        for (const std::int64_t at : {next - 60, next}) {
+            if (next != 0) {
+                MoveClock(at);
+                const std::string kinds = Ask().kinds;
+                EXPECT_EQ(Pass(machine), kinds) << one.name << " " << at - next;
+            }
+        }
     }
 }
 

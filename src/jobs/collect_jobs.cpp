@@ -5,7 +5,6 @@
 #include "base/number.h"
 #include "base/text.h"
 #include "collection/collectors.h"
-#include "collection/zorv_win_io_dll.h"
 #include "common/log.h"
 #include "common/registry.h"
 #include "jobs/job_manager.h"
@@ -18,26 +17,25 @@ namespace {
 
 constexpr std::int64_t kDay = 86400;
 
-// In the order of the setting file's job keys. A timed kind has a timer, an event kind none; an event also takes a
-// thermal and a battery sample.
+// In the order of the setting file's job keys, the timed kinds first. Most events also take a thermal and a battery
+// sample.
 struct Kind {
-    const wchar_t* timer;
     std::uint32_t mask;
     const char* words;
 };
 
 constexpr std::array<Kind, kJobWords> kKinds = {{
-    {L"GetThermal", CJ_THERMAL, "BigdataCheck - CJ_THERMAL"},
-    {L"GetBatteryPower", CJ_BATTERYPOWER, "BigdataCheck - CJ_BATTERYPOWER"},
-    {L"GetSystemInfo", CJ_SYSTEMINFO, "BigdataCheck - CJ_SYSTEMINFO"},
-    {L"upload", CJ_UPLOAD, "BigdataCheck - CJ_UPLOAD"},
-    {nullptr, CJ_POWERONOFF | CJ_THERMAL | CJ_BATTERYPOWER, "BigdataCheck - CJ_POWERONOFF"},
-    {nullptr, CJ_SUSPENDRESUME | CJ_THERMAL | CJ_BATTERYPOWER, "BigdataCheck - CJ_SUSPENDRESUME"},
-    {nullptr, CJ_ACDC | CJ_THERMAL | CJ_BATTERYPOWER, "BigdataCheck - CJ_ACDC"},
-    {nullptr, CJ_LIDOPENCLOSE | CJ_THERMAL | CJ_BATTERYPOWER, "BigdataCheck - CJ_LIDOPENCLOSE"},
-    {nullptr, CJ_QUIETFAN, "BigdataCheck - CJ_QUIETFAN"},
-    {nullptr, CJ_BATTERYHEALTH, "BigdataCheck - CJ_BATTERYHEALTH"},
-    {nullptr, CJ_WMIEVENT | CJ_THERMAL | CJ_BATTERYPOWER, "BigdataCheck - CJ_WMIEVENT"},
+    {CJ_THERMAL, "BigdataCheck - CJ_THERMAL"},
+    {CJ_BATTERYPOWER, "BigdataCheck - CJ_BATTERYPOWER"},
+    {CJ_SYSTEMINFO, "BigdataCheck - CJ_SYSTEMINFO"},
+    {CJ_UPLOAD, "BigdataCheck - CJ_UPLOAD"},
+    {CJ_POWERONOFF | CJ_THERMAL | CJ_BATTERYPOWER, "BigdataCheck - CJ_POWERONOFF"},
+    {CJ_SUSPENDRESUME | CJ_THERMAL | CJ_BATTERYPOWER, "BigdataCheck - CJ_SUSPENDRESUME"},
+    {CJ_ACDC | CJ_THERMAL | CJ_BATTERYPOWER, "BigdataCheck - CJ_ACDC"},
+    {CJ_LIDOPENCLOSE | CJ_THERMAL | CJ_BATTERYPOWER, "BigdataCheck - CJ_LIDOPENCLOSE"},
+    {CJ_QUIETFAN, "BigdataCheck - CJ_QUIETFAN"},
+    {CJ_BATTERYHEALTH, "BigdataCheck - CJ_BATTERYHEALTH"},
+    {CJ_WMIEVENT | CJ_THERMAL | CJ_BATTERYPOWER, "BigdataCheck - CJ_WMIEVENT"},
 }};
 
 constexpr std::int32_t kThermalKind = 0;
@@ -96,10 +94,9 @@ void JobManager::Collect(const std::wstring& action, std::uint32_t trigger, bool
 
 std::uint32_t JobManager::BigdataCheck(std::wstring action, bool timed, std::int64_t now) {
     ZorvWinIoDll zorvWinIoDll;
-    WideBuffer enclosure{};
-    zorvWinIoDll.WMIGetSystemChassisTypes(enclosure.data(), 1);
-    LogMessageW(L"Enclosure Type = " + WideText(enclosure));
-    if (WideText(enclosure) != L"Notebook") {
+    const std::wstring enclosure = ChassisText(zorvWinIoDll);
+    LogMessageW(L"Enclosure Type = " + enclosure);
+    if (!IsCollectingChassis(enclosure)) {
         return 0;
     }
     if (!activation::IsDeviceClassAllowed()) {
@@ -112,7 +109,7 @@ std::uint32_t JobManager::BigdataCheck(std::wstring action, bool timed, std::int
     std::uint32_t funcMask = 0;
     for (std::size_t index = 0; index < kKinds.size(); ++index) {
         const Kind& kind = kKinds[index];
-        const bool isTimedKind = kind.timer != nullptr;
+        const bool isTimedKind = index < kTimedKinds;
         if (isTimedKind != timed) {
             continue;
         }
@@ -129,7 +126,7 @@ std::uint32_t JobManager::BigdataCheck(std::wstring action, bool timed, std::int
 
 bool JobManager::IsDue(std::size_t kind, const Settings& settings, std::int64_t now) {
     const auto period = intervalSeconds.find(NarrowBytes(settings.jobValues[kind]));
-    return period != intervalSeconds.end() && checkRegTimer(kKinds[kind].timer, now, period->second);
+    return period != intervalSeconds.end() && checkRegTimer(kTimerNames[kind].value, now, period->second);
 }
 
 std::uint32_t JobManager::triggerCodeOf(std::int32_t kindIndex) const {
@@ -141,7 +138,7 @@ bool JobManager::checkRegTimer(std::wstring name, std::int64_t now, std::int32_t
     LogMessage("checkRegTimer start");
     const std::wstring stamp = std::to_wstring(WholeMinute(now));
     const std::wstring stored = ReadRegString(kLocalMachine, kProductKey, name);
-    if (stored != ERROR_READREG && now < WrapAdd(ParseInt64(stored), interval)) {
+    if (!TimerAt(stored, now, interval).IsDue()) {
         return false;
     }
     // These two start anew once the outcome of their work is known.

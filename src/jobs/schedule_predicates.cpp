@@ -18,15 +18,6 @@
 namespace zorvalis {
 namespace {
 
-constexpr std::int32_t kDay = 86400;
-constexpr std::int32_t kMonth = 2592000;
-constexpr double kWeek = 604800.0;
-constexpr std::uint64_t kEightHours = 288000000000;  // in units of 100 nanoseconds
-
-bool HasThreeFields(const std::wstring& date) {
-    return SplitString(date, L'/').size() == 3;
-}
-
 std::wstring ReadProductValue(const wchar_t* name) {
     return ReadRegString(kLocalMachine, kProductKey, name);
 }
@@ -41,15 +32,62 @@ std::string AgeText(std::uint64_t seconds) {
            std::to_string(seconds % 60) + ")";
 }
 
-// Whether `start` lies less than `limit` seconds back. Unsigned throughout: a start in the future is very long ago.
-bool IsWithin(std::uint64_t start, std::uint32_t limit) {
-    const std::uint64_t difference = platform::now_ticks() - start;
-    const std::uint64_t age = difference / kTicksPerSecond;
-    LogMessage("[Utility]  diff : " + AgeText(age));
-    return difference != 0 && age < limit;
+std::optional<std::uint64_t> LoggedActivation() {
+    ZorvWinIoDll zorvWinIoDll;
+    const std::string text = ActivationText(zorvWinIoDll);
+    if (!HoldsActivation(text)) {
+        LogMessage("[Utility]  Get activation time from GPNV fail.\n");
+        return std::nullopt;
+    }
+    LogMessage("[Utility]  Get activation time from GPNV : " + text);
+    LogMessage("[Utility]  regActivatedTimeString : " + text);
+    return ActivationTicks(text);
 }
 
-std::int64_t LocalMidnight(std::int64_t seconds) {
+std::optional<std::uint64_t> LoggedManufacture() {
+    const std::string date = NarrowBytes(getManufacturingDate());
+    if (date.empty()) {
+        return std::nullopt;
+    }
+    LogMessage("[Utility]  manufacturingDateString : " + date);
+    return ManufacturingTicks(date);
+}
+
+void WriteLastDojobTime(std::int64_t midnight) {
+    WriteRegString(kLocalMachine, kProductKey, L"lastDojobTime", std::to_wstring(midnight));
+}
+
+}  // namespace
+
+std::string ActivationText(ZorvWinIoDll& library) {
+    std::array<char, kTextCapacity + 1> text{};
+    library.GPNV_Get_ActivatedTime(text.data());
+    return text.data();
+}
+
+std::wstring ChassisText(ZorvWinIoDll& library) {
+    WideBuffer text{};
+    library.WMIGetSystemChassisTypes(text.data(), 1);
+    return WideText(text);
+}
+
+ManufacturingDate StoredManufacturingDate() {
+    const std::wstring factory = ReadRegString(kLocalMachine, kFactoryConfigKey, L"ManufacturingDate");
+    const ManufacturingDate date = ChooseDate(factory, ERROR_READREG);
+    return date.source == DateSource::none ? ChooseDate(factory, ReadProductValue(L"FakeManufacturingDate")) : date;
+}
+
+double AgeInSeconds(const std::wstring& date) {
+    const Day day = DayOf(date);
+    std::tm local{};
+    local.tm_year = WrapSubtract32(day.year, 1900);
+    local.tm_mon = WrapSubtract32(day.month, 1);
+    local.tm_mday = day.day;
+    const std::int64_t now = platform::now_seconds();
+    return AgeInSeconds(day, platform::local_seconds(local), now);
+}
+
+std::int64_t MidnightBefore(std::int64_t seconds) {
     std::tm local{};
     if (!platform::local_time(seconds, local)) {
         LogMessage("Invalid argument to _localtime64_s.");
@@ -60,109 +98,20 @@ std::int64_t LocalMidnight(std::int64_t seconds) {
     return platform::local_seconds(local);  // midnight may lie on the other side of a clock change
 }
 
-// From local midnight of a date until now.
-double SecondsSince(std::int32_t year, std::int32_t month, std::int32_t day) {
-    std::tm date{};
-    date.tm_year = WrapSubtract32(year, 1900);
-    date.tm_mon = WrapSubtract32(month, 1);
-    date.tm_mday = day;
-    const auto now = static_cast<double>(platform::now_seconds());
-    const std::int64_t midnight = platform::local_seconds(date);
-    if (midnight == -1) {
-        // Outside the C library's years, which differ by system; the mean year tells past from future.
-        return now - (static_cast<double>(year) - 1970) * 31556952;
-    }
-    return now - static_cast<double>(midnight);
-}
-
-void WriteLastDojobTime(std::int64_t midnight) {
-    WriteRegString(kLocalMachine, kProductKey, L"lastDojobTime", std::to_wstring(midnight));
-}
-
-}  // namespace
-
-// The firmware holds it in local time of UTC+8, brought to UTC.
-std::optional<std::uint64_t> ActivationTime() {
-    ZorvWinIoDll zorvWinIoDll;
-    std::array<char, kTextCapacity + 1> text{};
-    zorvWinIoDll.GPNV_Get_ActivatedTime(text.data());
-    if (static_cast<unsigned char>(text[0]) == 255) {
-        LogMessage("[Utility]  Get activation time from GPNV fail.\n");
-        return std::nullopt;
-    }
-    LogMessage(std::string("[Utility]  Get activation time from GPNV : ") + text.data());
-    SystemTime time;
-    std::sscanf(text.data(), "%hu-%hu-%hu %hu:%hu:%hu", &time.year, &time.month, &time.day, &time.hour, &time.minute,
-                &time.second);
-    LogMessage(std::string("[Utility]  regActivatedTimeString : ") + text.data());
-    std::uint64_t ticks = 0;
-    if (!SystemTimeToTicks(time, ticks)) {
-        return std::nullopt;
-    }
-    return ticks - kEightHours;
-}
-
-// The manufacturing date as it stands, without a shift.
-std::optional<std::uint64_t> ManufacturingTime(const std::wstring& date) {
-    const std::string text = NarrowBytes(date);
-    if (text.empty()) {
-        return std::nullopt;
-    }
-    SystemTime time;
-    std::sscanf(text.c_str(), "%hu/%hu/%hu", &time.year, &time.month, &time.day);
-    LogMessage("[Utility]  manufacturingDateString : " + text);
-    std::uint64_t ticks = 0;
-    if (!SystemTimeToTicks(time, ticks)) {
-        return std::nullopt;
-    }
-    return ticks;
-}
-
-std::uint32_t CollectSeconds(std::int32_t months) {
-    return static_cast<std::uint32_t>(WrapMultiply(months, kMonth));  // compared as unsigned
-}
-
-bool MainSwitchIsOn(const std::wstring& value) {
-    return value == L"1" || value == ERROR_READREG;
-}
-
-std::wstring StoredManufacturingDate() {
-    std::wstring factory = ReadRegString(kLocalMachine, kFactoryConfigKey, L"ManufacturingDate");
-    if (factory != ERROR_READREG && HasThreeFields(factory)) {
-        return factory;
-    }
-    std::wstring fake = ReadProductValue(L"FakeManufacturingDate");
-    return fake != ERROR_READREG && HasThreeFields(fake) ? fake : L"";
-}
-
-double AgeInSeconds(const std::wstring& date) {
-    const std::vector<std::wstring> fields = SplitString(date, L'/');
-    return SecondsSince(ParseInt32(fields[0]), ParseInt32(fields[1]), ParseInt32(fields[2]));
-}
-
-bool IsOlderThanAWeek(double seconds) {
-    return seconds > kWeek;
-}
-
 bool isImageStateComplete() {
     LogMessage("[isImageStateComplete] start");
     const std::wstring state = ReadRegString(kLocalMachine, kSetupStateKey, L"ImageState");
-    if (state == ERROR_READREG) {
-        LogMessage("[isImageStateComplete] REG_IMAGE_STATE is NULL");
-        return false;
-    }
-    if (state == L"IMAGE_STATE_COMPLETE") {
-        LogMessage("[isImageStateComplete] REG_IMAGE_STATE == IMAGE_STATE_COMPLETE");
-        return true;
-    }
-    LogMessage("[isImageStateComplete] REG_IMAGE_STATE != IMAGE_STATE_COMPLETE");
-    return false;
+    const ImageState verdict = ImageStateOf(state);
+    LogMessage(verdict == ImageState::missing    ? "[isImageStateComplete] REG_IMAGE_STATE is NULL"
+               : verdict == ImageState::complete ? "[isImageStateComplete] REG_IMAGE_STATE == IMAGE_STATE_COMPLETE"
+                                                 : "[isImageStateComplete] REG_IMAGE_STATE != IMAGE_STATE_COMPLETE");
+    return verdict == ImageState::complete;
 }
 
 std::wstring getManufacturingDate() {
-    std::wstring stored = StoredManufacturingDate();
-    if (!stored.empty()) {
-        return stored;
+    const ManufacturingDate stored = StoredManufacturingDate();
+    if (stored.source != DateSource::none) {
+        return stored.text;
     }
     writeFakeManufacturingDate();
     const std::wstring written = ReadProductValue(L"FakeManufacturingDate");
@@ -180,7 +129,7 @@ bool isReadyToDoJobByManufacturingDate() {
         return false;
     }
     const std::wstring date = getManufacturingDate();
-    if (date == ERROR_READREG || !HasThreeFields(date)) {
+    if (!HasThreeFields(date)) {
         writeFakeManufacturingDate();
         return false;
     }
@@ -199,7 +148,7 @@ bool isMainSwitchEnable() {
     if (value == ERROR_READREG) {
         WriteRegString(kLocalMachine, kProductKey, L"MainSwitch", L"1");
     }
-    return MainSwitchIsOn(value);
+    return IsOn(MainSwitchOf(value));
 }
 
 bool isOverTotalCollectTime() {
@@ -209,18 +158,18 @@ bool isOverTotalCollectTime() {
         return true;
     }
     const std::int32_t months = ParseInt32(text);
-    const std::uint32_t limit = CollectSeconds(months);
     LogMessage("[Utility]  totalCollectTime from setting file : " + std::to_string(months) + "months.\n");
-    std::optional<std::uint64_t> start = ActivationTime();
+    std::optional<std::uint64_t> start = LoggedActivation();
     if (!start) {
-        start = ManufacturingTime(getManufacturingDate());
+        start = LoggedManufacture();
     }
-    if (start && IsWithin(*start, limit)) {
-        LogMessage("[Utility]  isOverTotalCollectTimeStatus = false.\n");
-        return false;
+    const CollectPeriod period = PeriodAt(start, months, platform::now_ticks());
+    if (start) {
+        LogMessage("[Utility]  diff : " + AgeText(period.age));
     }
-    LogMessage("[Utility]  isOverTotalCollectTimeStatus = true.\n");
-    return true;
+    LogMessage(period.IsOver() ? "[Utility]  isOverTotalCollectTimeStatus = true.\n"
+                               : "[Utility]  isOverTotalCollectTimeStatus = false.\n");
+    return period.IsOver();
 }
 
 bool isSpecificDojobDay() {
@@ -230,33 +179,29 @@ bool isSpecificDojobDay() {
         return false;
     }
     LogMessage("[Utility] specificTime : " + text);
-    const std::int64_t settingDuringTime = WrapMultiply(ParseInt32(text), kDay);
-    const std::wstring stored = ReadProductValue(L"lastDojobTime");
-    const std::int64_t regLastDoTime = stored == ERROR_READREG ? 0 : ParseInt64(stored);
+    const std::int32_t pauseDays = ParseInt32(text);
+    const std::int64_t regLastDoTime = LastDojobTime(ReadProductValue(L"lastDojobTime"));
     const std::int64_t currentTimestamp = platform::now_seconds();
-    const std::int64_t midnightTimeStamp = LocalMidnight(currentTimestamp);
-    if (regLastDoTime == 0) {
+    const std::int64_t midnightTimeStamp = MidnightBefore(currentTimestamp);
+    const DojobDay day = DojobDayAt(pauseDays, regLastDoTime, currentTimestamp);
+    if (day.state == DojobState::first) {
         LogMessage("[Utility] never set lastDojobTime");
         WriteLastDojobTime(midnightTimeStamp);
         return true;
     }
-    const std::int64_t gapEnd = WrapAdd(regLastDoTime, settingDuringTime);
     LogMessage("[Utility] regLastDoTime : " + std::to_string(regLastDoTime));
-    LogMessage("[Utility] settingDuringTime : " + std::to_string(settingDuringTime));
+    LogMessage("[Utility] settingDuringTime : " + std::to_string(day.pause));
     LogMessage("[Utility] currentTimestamp : " + std::to_string(currentTimestamp));
     LogMessage("[Utility] midnightTimeStamp : " + std::to_string(midnightTimeStamp));
-    LogMessage("[Utility] regLastDoTime + settingDuringTime : " + std::to_string(gapEnd));
-    if (WrapAdd(gapEnd, kDay) <= currentTimestamp) {
-        // The words leave out the day that the test adds.
+    LogMessage("[Utility] regLastDoTime + settingDuringTime : " + std::to_string(day.gapEnd));
+    if (day.state == DojobState::begins) {
+        // Kept: the words leave out the day that the rule adds.
         LogMessage("[Utility] regLastDoTime + settingDuringTime <= currentTimestamp : ");
         WriteLastDojobTime(midnightTimeStamp);
-        return true;
-    }
-    if (WrapSubtract(currentTimestamp, regLastDoTime) < kDay) {
+    } else if (day.state == DojobState::runs) {
         LogMessage("[Utility] currentTimestamp - regLastDoTime < 86400");
-        return true;
     }
-    return false;
+    return day.IsToday();
 }
 
 }  // namespace zorvalis

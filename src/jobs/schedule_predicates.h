@@ -1,29 +1,26 @@
 // Whether this machine may collect at all: the user has not switched it off, it has left the factory and been in use
-// for a week, the collection period is not over, and today is a do-job day. Some of them write registry values as a
-// side effect. Number parsers raise their errors for settings and registry texts that hold no number.
+// for a week, the collection period is not over, and today is a do-job day. The predicates read what rules.h judges,
+// log it, and some write registry values. Number parsers raise their errors for settings and registry texts that hold
+// no number.
 #pragma once
 
-#include <cstdint>
-#include <optional>
 #include <string>
+
+#include "collection/zorv_win_io_dll.h"
+#include "jobs/rules.h"
 
 namespace zorvalis {
 
-// What the predicates below make of what they read; these change nothing, so that others may ask too.
+// Read what the rules ask for and change nothing, so that zorvctl may read it too.
+std::string ActivationText(ZorvWinIoDll& library);
+std::wstring ChassisText(ZorvWinIoDll& library);
+ManufacturingDate StoredManufacturingDate();
 
-// The start of the collection period as the firmware or a date with slashes tells it, in units of 100 nanoseconds since
-// 1601. A missing hardware library is reported to the event log.
-std::optional<std::uint64_t> ActivationTime();
-std::optional<std::uint64_t> ManufacturingTime(const std::wstring& date);
-std::uint32_t CollectSeconds(std::int32_t months);
-bool MainSwitchIsOn(const std::wstring& value);
+// The local midnight just past.
+std::int64_t MidnightBefore(std::int64_t seconds);
 
-// The factory's date, or else its substitute; empty when neither has three fields.
-std::wstring StoredManufacturingDate();
-
-// Seconds from local midnight of a date with three fields until now, and whether a machine of that age may collect.
+// From local midnight of a date with three fields until now.
 double AgeInSeconds(const std::wstring& date);
-bool IsOlderThanAWeek(double seconds);
 
 // False in a factory image and in the out-of-box setup.
 bool isImageStateComplete();

@@ -16,10 +16,7 @@ namespace {
 
 constexpr std::int32_t kNoNetwork = -2;
 constexpr std::int32_t kHour = 3600;
-
-constexpr std::int32_t kKeptFiles = 10;
 constexpr std::int32_t kChunkIndex = 1;
-constexpr std::int32_t kAgeInDays = 2;
 
 }  // namespace
 

@@ -28,4 +28,14 @@ constexpr std::array<PeriodCode, 11> kPeriodCodes = {{
     {"CheckSNForZPRP", 86400, 0},  // product activation's job; no setting file has it
 }};
 
+// 0 for a text that is no period code.
+constexpr std::int32_t PeriodSeconds(std::string_view code) {
+    for (const PeriodCode& one : kPeriodCodes) {
+        if (one.code == code) {
+            return one.seconds;
+        }
+    }
+    return 0;
+}
+
 }  // namespace zorvalis

@@ -1,5 +1,4 @@
 // The download of SettingFileManager: the query to the server, and what the stored file may be replaced with.
-#include <algorithm>
 #include <utility>
 
 #include "base/text.h"
@@ -20,11 +19,6 @@ constexpr std::int32_t kRefused = -1;
 std::int32_t Refused(const char* words) {
     LogMessage(words);
     return kRefused;
-}
-
-bool IsPeriodCode(const std::string& text) {
-    return std::any_of(kPeriodCodes.begin(), kPeriodCodes.end(),
-                       [&](const PeriodCode& one) { return one.code == text; });
 }
 
 }  // namespace
@@ -84,7 +78,7 @@ std::int32_t SettingFileManager::TakeAnswer(const Json& answer) {
     if (!FindSettingText(tree, "downloadSetting", period)) {
         return Refused("[SettingFileManager] json do not have downloadSetting token");
     }
-    if (!IsPeriodCode(period)) {
+    if (PeriodSeconds(period) == 0) {
         return Refused("[SettingFileManager] json downloadSetting syntax error");
     }
     // The version is the answer's and never the document's own. Kept: another one than this service's is stored too,

@@ -14,6 +14,23 @@
 
 namespace zorvalis {
 
+MainSwitch MainSwitchOf(const std::wstring& text) {
+    return text == ERROR_READREG ? MainSwitch::never_asked
+           : text == L"1"        ? MainSwitch::on
+           : text == L"0"        ? MainSwitch::off
+                                 : MainSwitch::other;
+}
+
+Ruling ChooseRuling(MainSwitch mainSwitch, const Json& stored, std::string& version) {
+    if (mainSwitch == MainSwitch::off || mainSwitch == MainSwitch::other) {
+        return mainSwitch == MainSwitch::off ? Ruling::default_off : Ruling::none;
+    }
+    return stored.is_null()                               ? Ruling::default_none_stored
+           : !FindSettingText(stored, "version", version) ? Ruling::default_no_version
+           : version != kServiceVersion                   ? Ruling::default_other_version
+                                                          : Ruling::stored;
+}
+
 std::shared_ptr<const Settings> SettingFileManager::Current() const {
     const std::lock_guard<std::mutex> guard(mutex_);
     return current_;
@@ -21,21 +38,20 @@ std::shared_ptr<const Settings> SettingFileManager::Current() const {
 
 void SettingFileManager::ReloadSettingFile() {
     LogMessage("[SettingFileManager] ReloadSettingFile");
-    const std::wstring mainSwitch = ReadRegString(kLocalMachine, kProductKey, L"MainSwitch");
+    const MainSwitch mainSwitch = MainSwitchOf(ReadRegString(kLocalMachine, kProductKey, L"MainSwitch"));
     Loaded loaded;
     try {
-        if (mainSwitch == L"0") {
+        if (mainSwitch == MainSwitch::off) {
             LogMessage("[SettingFileManager][ReloadSettingFile] Main Switch turn off.");
             loaded.tree = LoadJsonFile(defaultFileName_);
             LoadJobValues(loaded);
-        } else if (mainSwitch == L"1" || mainSwitch == ERROR_READREG) {
+        } else if (mainSwitch != MainSwitch::other) {  // Kept: any other text loads nothing
             loaded.tree = LoadJsonFile(settingFileName_);
-            if (!StoredFileRules(*loaded.tree)) {
+            if (!StoredFileRules(mainSwitch, *loaded.tree)) {
                 loaded.tree = LoadJsonFile(defaultFileName_);
             }
             LoadJobValues(loaded);
         }
-        // Kept: any other text of the switch loads nothing.
     } catch (...) {
         Publish(loaded);  // Kept: what was loaded before the error counts
         throw;
@@ -60,24 +76,21 @@ void SettingFileManager::Publish(const Loaded& loaded) {
 
 // An update of the service makes the stored file stale until the next download. The default file's version is never
 // compared.
-bool SettingFileManager::StoredFileRules(const Json& tree) {
-    if (tree.is_null()) {
-        LogMessage("[SettingFileManager][ReloadSettingFile] settingfile == NULL Get default file");
-        return false;
-    }
-    LogMessage("[SettingFileManager][ReloadSettingFile] check current setting Json");
+bool SettingFileManager::StoredFileRules(MainSwitch mainSwitch, const Json& tree) {
+    LogMessage(tree.is_null() ? "[SettingFileManager][ReloadSettingFile] settingfile == NULL Get default file"
+                              : "[SettingFileManager][ReloadSettingFile] check current setting Json");
     std::string version;
-    if (!FindSettingText(tree, "version", version)) {
+    const Ruling ruling = ChooseRuling(mainSwitch, tree, version);
+    if (ruling == Ruling::default_no_version) {
         LogMessage("[SettingFileManager] current Setting file version Err get default json ");
-        return false;
+    } else if (ruling != Ruling::default_none_stored) {
+        LogMessage("[SettingFileManager][ReloadSettingFile] get version : " + version);
     }
-    LogMessage("[SettingFileManager][ReloadSettingFile] get version : " + version);
-    if (version != kServiceVersion) {
+    if (ruling == Ruling::default_other_version) {
         LogMessage(
             "[SettingFileManager][ReloadSettingFile] current Setting version != service version, Get default json ");
-        return false;
     }
-    return true;
+    return ruling == Ruling::stored;
 }
 
 void SettingFileManager::LoadJobValues(Loaded& loaded) {

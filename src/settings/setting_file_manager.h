@@ -31,6 +31,17 @@ struct Settings {
     Json tree;                                      // the file loaded last, null at first; for the control keys
 };
 
+// What the user's main switch says; never asked when the registry value is missing.
+enum class MainSwitch { never_asked, on, off, other };
+MainSwitch MainSwitchOf(const std::wstring& text);
+
+// Which file rules, and why. With a switch that is neither on nor off none is loaded: what was loaded stays.
+enum class Ruling { stored, none, default_off, default_none_stored, default_no_version, default_other_version };
+
+// `stored` is the stored file's tree, null without one; it is only looked at with the switch on. `version` is what it
+// says, if it says one. Raises for a version that is no text.
+Ruling ChooseRuling(MainSwitch mainSwitch, const Json& stored, std::string& version);
+
 class SettingFileManager {
 public:
     // The present snapshot, from any thread.
@@ -70,7 +81,7 @@ private:
         std::optional<Json> tree;
     };
 
-    static bool StoredFileRules(const Json& tree);
+    static bool StoredFileRules(MainSwitch mainSwitch, const Json& tree);
     static void LoadJobValues(Loaded& loaded);
     void Publish(const Loaded& loaded);
     void AskForReload() const;

@@ -247,9 +247,9 @@ std::vector<FileRecord> BG_FILESTATUS_CONTROLLER::getUploadFileList(std::int32_t
     Selection<FileRecord> selection;
     const bool selected = Run(cycle.Connection(),
                               "select * from FILESTATUS where FILE_TYPE=" + std::to_string(fileType) +
-                                  " and FILE_STATUS NOT IN (1,2) and FILE_TRY_COUNT < 24  and FILE_CREATEDATE <= "
-                                  "date('now','-" +
-                                  std::to_string(ageInDays) + " days')  order by FILE_CREATEDATE asc",
+                                  " and FILE_STATUS NOT IN (1,2) and FILE_TRY_COUNT < " + std::to_string(kMostTries) +
+                                  "  and FILE_CREATEDATE <= date('now','-" + std::to_string(ageInDays) +
+                                  " days')  order by FILE_CREATEDATE asc",
                               bgSelectUploadFileCallback, &selection);
     selection.Rethrow();
     LogMessage(selected ? "[BG_FILESTATUS_CONTROLLER][getUploadFileList] Select Success!!"

@@ -15,6 +15,10 @@ namespace zorvalis {
 
 inline constexpr char kStatusDb[] = "BGFS.db";
 
+inline constexpr std::int32_t kKeptFiles = 10;  // of a type; older ones are thrown away, sent or not
+inline constexpr std::int32_t kAgeInDays = 2;   // before which a file is not sent, in days of UTC
+inline constexpr std::int32_t kMostTries = 24;  // after which a file is given up
+
 // Whether the upload may touch a file of that name. Local users may be able to plant rows: one could name a file
 // elsewhere, the status database itself, or a working copy. Callers treat such a file as missing.
 bool IsRecordedName(const std::string& name);

@@ -1,10 +1,11 @@
 // Makes a stand-in machine, and says whether a pass would collect on it.
 
 #include <CLI/CLI.hpp>
+#include <chrono>
 #include <cmath>
+#include <cstdio>
 #include <filesystem>
 #include <memory>
-#include <optional>
 
 #include "base/json.h"
 #include "commands.h"
@@ -12,13 +13,12 @@
 #include "common/files.h"
 #include "common/registry.h"
 #include "common/wide_to_utf8.h"
+#include "facts.h"
 #include "host.h"
-#include "jobs/schedule_predicates.h"
 #include "output.h"
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/machine.h"
-#include "schedule.h"
 
 namespace zorvalis {
 
@@ -33,98 +33,71 @@ struct InitOptions {
     bool force = false;
 };
 
-// What a pass would find, and the reasons why it would not collect.
-class Status {
-public:
-    explicit Status(const std::string& machine) {
-        Add("machine", machine);
-        AddImageState();
-        AddAge();
-        AddMainSwitch();
-        AddHardware(machine);
-        AddSettings();
+// Whether the stand-in library can read what it answers; empty when it can.
+std::string HardwareProblem(const std::string& path) {
+    try {
+        ParseJson(ReadWholeFile(path));
+    } catch (const Failure& failure) {
+        return failure.text;
+    } catch (const std::exception& error) {
+        return path + " is no JSON: " + error.what();
     }
-    void Report() const {
-        Print(text_ + (problems_.empty() ? "Ready to collect.\n" : "Not ready to collect:\n" + problems_));
-    }
-    bool Ready() const { return problems_.empty(); }
+    return "";
+}
 
-private:
-    void Add(const char* subject, const std::string& found) {
-        text_ += FitTo(subject, 14) + ReadableText(found) + "\n";
-    }
-    void Check(bool fine, const std::string& otherwise) { problems_ += fine ? "" : "  " + otherwise + "\n"; }
+std::string MadeText(const Facts& facts) {
+    return facts.made.text.empty() ? "not set"
+           : !facts.age
+               ? WideToUtf8(facts.made.text)
+               : WideToUtf8(facts.made.text) + ", " + std::to_string(std::llround(*facts.age) / kDay) + " days ago";
+}
 
-    void AddImageState() {
-        const std::string state = ReadText(kSetupStateKey, L"ImageState");
-        Add("image state", state.empty() ? "not set" : state);
+// Prints what a pass would find, and why it would not collect. False when it would not.
+bool Report(const std::string& machine) {
+    const Facts facts = ReadFacts();
+    const auto add = [](const char* subject, const std::string& found) {
+        Print(FitTo(subject, 14) + ReadableText(found) + "\n");
+    };
+    add("machine", machine);
+    add("image state", ImageStateOf(facts.imageState) == ImageState::missing || facts.imageState.empty()
+                           ? "not set"
+                           : WideToUtf8(facts.imageState));
+    add("manufactured", MadeText(facts));
+    add("main switch", MainSwitchText(facts.mainSwitch));
+    std::string hardware = machine + "/hardware.json";
+    hardware = platform::file_exists(hardware) ? hardware : OwnFolder() + "/hardware.json";
+    add("hardware", hardware);
+    if (facts.file) {
+        add("settings", facts.file->path.empty() ? facts.file->why : facts.file->path);
     }
-
-    void AddAge() {
-        const std::wstring date = StoredManufacturingDate();
-        std::string age;
-        try {
-            age =
-                date.empty() ? "not set" : ", " + std::to_string(std::llround(AgeInSeconds(date)) / kDay) + " days ago";
-        } catch (const std::exception&) {  // NotReady tells of it
-        }
-        const std::string problem = NotReady();
-        Add("manufactured", WideToUtf8(date) + age);
-        Check(problem.empty(), problem);
+    if (const auto end = facts.due.find("totalCollectTime"); end != facts.due.end()) {
+        add("collects", end->second.words);
     }
-
-    void AddMainSwitch() {
-        Add("main switch", MainSwitchText());
-        Check(IsSwitchedOn(), "the user has switched it off");
+    std::string problems = HardwareProblem(hardware);
+    problems = problems.empty() ? "" : "  " + problems + "\n";
+    for (const Obstacle& obstacle : facts.obstacles) {
+        problems += "  " + obstacle.words + "\n";
     }
-
-    void AddHardware(const std::string& machine) {
-        std::string path = machine + "/hardware.json";
-        path = platform::file_exists(path) ? path : OwnFolder() + "/hardware.json";
-        Add("hardware", path);
-        try {
-            ParseJson(ReadWholeFile(path));
-        } catch (const Failure& failure) {
-            Check(false, failure.text);
-        } catch (const std::exception& error) {
-            Check(false, path + " is no JSON: " + error.what());
-        }
-    }
-
-    void AddSettings() {
-        try {
-            const RulingFile file = FindRulingFile();
-            Add("settings", file.path.empty() ? file.why : file.path);
-            AddPeriod(file.Number("totalCollectTime"));
-            AddDay(file.Number("intervalTimer"));
-        } catch (const Failure& failure) {
-            Check(false, failure.text);
-        }
-    }
-
-    void AddPeriod(const std::optional<std::int32_t>& months) {
-        Check(months.has_value(), "the settings have no totalCollectTime");
-        if (const std::optional<std::int64_t> end = months ? CollectsUntil(*months) : std::nullopt) {
-            const std::string over = CollectingIsOver(*months);
-            Add("collects", "until " + DateText(*end));
-            Check(over.empty(), over);
-        }
-    }
-
-    void AddDay(const std::optional<std::int32_t>& pause) {
-        Check(pause.has_value(), "the settings have no intervalTimer");
-        const std::int64_t next = pause ? NextCollectDay(*pause) : 0;
-        Check(next == 0, "this is a day of pause: the next pass that collects is on " + DateText(next));
-    }
-
-    std::string text_, problems_;
-};
+    Print(problems.empty() ? "Ready to collect.\n" : "Not ready to collect:\n" + problems);
+    return problems.empty();
+}
 
 // Whether anything that `machine init` writes is there already.
 bool IsMade(const std::string& machine) {
+    const auto isSet = [](const wchar_t* key, const wchar_t* value) {
+        const std::wstring text = ReadRegString(kLocalMachine, key, value);
+        return text != ERROR_READREG && !text.empty();
+    };
     return platform::file_exists(machine + "/hardware.json") || platform::file_exists(machine + "/network.json") ||
-           !ReadText(kFactoryConfigKey, L"ManufacturingDate").empty() ||
-           !ReadText(kSetupStateKey, L"ImageState").empty();
+           isSet(kFactoryConfigKey, L"ManufacturingDate") || isSet(kSetupStateKey, L"ImageState");
+}
+
+// Year, month and day with slashes, since 1970.
+bool IsCalendarDate(const std::string& text) {
+    int year = 0, month = 0, day = 0;
+    char rest = 0;
+    return std::sscanf(text.c_str(), "%4d/%2d/%2d%c", &year, &month, &day, &rest) == 3 && year >= 1970 &&
+           (std::chrono::year(year) / month / day).ok();
 }
 
 void WriteText(const wchar_t* key, const wchar_t* value, const std::string& data) {
@@ -134,7 +107,7 @@ void WriteText(const wchar_t* key, const wchar_t* value, const std::string& data
 
 void Init(const InitOptions& options) {
     namespace fs = std::filesystem;
-    Require(options.manufactured.empty() || ParseDate(options.manufactured) >= 0,
+    Require(options.manufactured.empty() || IsCalendarDate(options.manufactured),
             "--manufactured takes a date as year/month/day, not " + options.manufactured, kWrongUsage);
     if (!options.folder.empty()) {
         UseMachine(fs::absolute(options.folder).lexically_normal().string().c_str());
@@ -154,7 +127,7 @@ void Init(const InitOptions& options) {
     WriteText(kSetupStateKey, L"ImageState", "IMAGE_STATE_COMPLETE");
     WriteText(kFactoryConfigKey, L"ManufacturingDate",
               options.manufactured.empty() ? DateText(platform::now_seconds() - 3 * kMonth) : options.manufactured);
-    Status(machine).Report();
+    Report(machine);
 }
 
 }  // namespace
@@ -179,9 +152,7 @@ void AddMachineCommands(CLI::App& app) {
         Print(platform::machine_folder() + "\n");
     });
     group->add_subcommand("status", "Says what is there, and whether a pass would collect")->callback([] {
-        const Status status(StandInMachine(kOnWindows));
-        status.Report();
-        Require(status.Ready(), "");
+        Require(Report(StandInMachine(kOnWindows)), "");
     });
 }
 

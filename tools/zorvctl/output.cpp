@@ -127,6 +127,22 @@ std::string LocalTimeText(double seconds) {
     return text;
 }
 
+std::string DateText(std::int64_t seconds) {
+    std::string text = LocalTimeText(static_cast<double>(seconds)).substr(0, 10);
+    text[4] = text[7] = '/';
+    return text;
+}
+
+std::string SpanText(std::int64_t seconds) {
+    const std::int64_t minutes = (seconds + 59) / 60;
+    const auto count = [](std::int64_t number, const char* unit) {
+        return std::to_string(number) + unit + (number == 1 ? "" : "s");
+    };
+    return minutes < 120       ? count(minutes, " minute")
+           : minutes < 48 * 60 ? count(minutes / 60, " hour")
+                               : count(minutes / (24 * 60), " day");
+}
+
 std::string ReadWholeFile(const std::string& path) {
     const platform::File file = platform::folder_exists(path) ? nullptr : platform::open_file(path, "rb");
     Require(file != nullptr, path + (platform::folder_exists(path) ? " is a folder"

@@ -47,6 +47,12 @@ std::string FitTo(const std::string& text, int width, bool rightAligned = false)
 // Seconds since 1970 as local time, "2026-11-12 09:08:07.006".
 std::string LocalTimeText(double seconds);
 
+// "2026/11/12" in local time.
+std::string DateText(std::int64_t seconds);
+
+// "23 minutes", "5 hours", "3 days".
+std::string SpanText(std::int64_t seconds);
+
 // Both throw a Failure that names the path and what to check.
 std::string ReadWholeFile(const std::string& path);
 // Deletes the file again when it cannot be written completely.

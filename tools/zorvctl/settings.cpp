@@ -7,8 +7,9 @@
 #include "common/deployment.h"
 #include "common/registry.h"
 #include "common/wide_to_utf8.h"
+#include "facts.h"
 #include "output.h"
-#include "schedule.h"
+#include "settings/period_codes.h"
 
 namespace zorvalis {
 
@@ -20,29 +21,28 @@ struct Key {
     const char* name;
     Form form;
     const char* about;
-    const wchar_t* timer;
 };
 
 constexpr Key kKeys[] = {
-    {"version", Form::Version, "version of the service that it is for", nullptr},
-    {"downloadSetting", Form::Period, "asks the server for settings", L"getSettingFile"},
-    {"intervalTimer", Form::Days, "of pause after a day of collecting", nullptr},
-    {"totalCollectTime", Form::Months, "of 30 days, then collecting ends", nullptr},
-    {"thermal", Form::Period, "samples temperatures and fans", L"GetThermal"},
-    {"battery_power", Form::Period, "samples battery and power", L"GetBatteryPower"},
-    {"systeminfo", Form::Period, "samples system information", L"GetSystemInfo"},
-    {"upload", Form::Period, "sends files to the server", L"upload"},
-    {"poweronoff", Form::Switch, "power on and off", nullptr},
-    {"suspend_resume", Form::Switch, "suspend and resume", nullptr},
-    {"ac_dc", Form::Switch, "mains plugged in and out", nullptr},
-    {"lid_open_close", Form::Switch, "lid opened and closed", nullptr},
-    {"quiet_fan", Form::Switch, "quiet fan on and off", nullptr},
-    {"battery_health", Form::Switch, "battery health mode changed", nullptr},
-    {"wmi_event", Form::Switch, "hardware events", nullptr},
+    {"version", Form::Version, "version of the service that it is for"},
+    {"downloadSetting", Form::Period, "asks the server for settings"},
+    {"intervalTimer", Form::Days, "of pause after a day of collecting"},
+    {"totalCollectTime", Form::Months, "of 30 days, then collecting ends"},
+    {"thermal", Form::Period, "samples temperatures and fans"},
+    {"battery_power", Form::Period, "samples battery and power"},
+    {"systeminfo", Form::Period, "samples system information"},
+    {"upload", Form::Period, "sends files to the server"},
+    {"poweronoff", Form::Switch, "power on and off"},
+    {"suspend_resume", Form::Switch, "suspend and resume"},
+    {"ac_dc", Form::Switch, "mains plugged in and out"},
+    {"lid_open_close", Form::Switch, "lid opened and closed"},
+    {"quiet_fan", Form::Switch, "quiet fan on and off"},
+    {"battery_health", Form::Switch, "battery health mode changed"},
+    {"wmi_event", Form::Switch, "hardware events"},
 };
 
-std::string PeriodText(const std::string& code) {
-    const std::int32_t minutes = PeriodSeconds(code) / 60;
+std::string PeriodText(std::int32_t seconds) {
+    const std::int32_t minutes = seconds / 60;
     return minutes == 60        ? "every hour"
            : minutes == 24 * 60 ? "every day"
            : minutes > 24 * 60  ? "every " + std::to_string(minutes / (24 * 60)) + " days"
@@ -51,12 +51,12 @@ std::string PeriodText(const std::string& code) {
 
 std::string Meaning(const Key& key, const RulingFile& file, const std::optional<std::string>& value) {
     const std::string about = key.about;
+    const std::int32_t period = PeriodSeconds(value.value_or(""));
     switch (key.form) {
         case Form::Version:
             return about;
         case Form::Period:
-            return PeriodSeconds(value.value_or("")) == 0 ? "never " + about + (value ? ": no period" : "")
-                                                          : about + " " + PeriodText(*value);
+            return period == 0 ? "never " + about + (value ? ": no period" : "") : about + " " + PeriodText(period);
         case Form::Switch:
             return value == key.name ? "records: " + about : "off: " + about;
         default:
@@ -68,29 +68,15 @@ std::string Meaning(const Key& key, const RulingFile& file, const std::optional<
                   : "nothing is ever collected";
 }
 
-// For the keys that have one, when it comes to bear.
-Due NextOf(const Key& key, const RulingFile& file, const std::optional<std::string>& value) {
-    if (key.form == Form::Period) {
-        return NextDue(key.timer, value);
-    }
-    if (value && key.form == Form::Days) {
-        const std::int64_t next = NextCollectDay(*file.Number(key.name));
-        return next == 0 ? Due{std::nullopt, "collects today"} : Due{next, "pauses until " + DateText(next)};
-    }
-    if (value && key.form == Form::Months) {
-        const std::optional<std::int64_t> end = CollectsUntil(*file.Number(key.name));
-        return end ? Due{end, "until " + DateText(*end)} : Due{};
-    }
-    return {};
-}
-
 std::string Trimmed(std::string line) {
     return line.erase(line.find_last_not_of(' ') + 1) + "\n";
 }
 
 void PrintSettings(bool asJson) {
     CheckMachine();
-    const RulingFile file = FindRulingFile();
+    Facts facts = ReadFacts();
+    Require(facts.fault.empty(), facts.fault);
+    const RulingFile& file = *facts.file;
     const std::wstring server = ReadRegString(kLocalMachine, kProductKey, L"BGSERVER_URL");
     const bool defaultServer = server == ERROR_READREG;
     const std::string host = ReadableText(defaultServer ? deployment::DefaultServer : WideToUtf8(server));
@@ -100,7 +86,7 @@ void PrintSettings(bool asJson) {
     for (const Key& key : kKeys) {
         const std::optional<std::string> value = file.Text(key.name);
         const std::string meaning = Meaning(key, file, value), shown = ReadableText(value.value_or("(absent)"));
-        const Due due = NextOf(key, file, value);
+        const Due& due = facts.due[key.name];
         keys[key.name] = {{"value", value ? Json(ReadableText(*value, false)) : Json(nullptr)},
                           {"meaning", meaning},
                           {"next", due.at ? Json(*due.at) : Json(nullptr)},
@@ -108,7 +94,7 @@ void PrintSettings(bool asJson) {
         table += Trimmed(FitTo(key.name, 18) + FitTo(shown, 16) + FitTo(meaning, 48) + due.words);
     }
     const bool none = file.path.empty();
-    const std::string heldBack = HeldBack(file);
+    const std::string heldBack = facts.HeldBack();
     if (asJson) {
         Json all = {{"file", none ? Json(nullptr) : Json(ReadableText(file.path, false))},
                     {"why", ReadableText(file.why, false)},

@@ -13,7 +13,6 @@
 #include "output.h"
 #include "platform/clock.h"
 #include "platform/files.h"
-#include "schedule.h"
 #include "task_process.h"
 
 namespace zorvalis {

@@ -9,7 +9,6 @@
 #include "output.h"
 #include "platform/clock.h"
 #include "platform/stand_in/task_file.h"
-#include "schedule.h"
 #include "task_list.h"
 #include "task_runner.h"
 

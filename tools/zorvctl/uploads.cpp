@@ -10,10 +10,10 @@
 #include "commands.h"
 #include "common/files.h"
 #include "database_reader.h"
+#include "facts.h"
 #include "output.h"
 #include "platform/clock.h"
 #include "platform/files.h"
-#include "schedule.h"
 #include "upload/file_status.h"
 #include "upload/upload_status.h"
 
@@ -22,8 +22,6 @@ namespace zorvalis {
 namespace {
 
 constexpr std::size_t kNewest = 10;
-constexpr std::int32_t kMostTries = 24;
-constexpr int kAgeInDays = 2;
 
 struct UploadsOptions {
     bool all = false, json = false;
@@ -127,15 +125,16 @@ Json View::AsJson() const {
 
 // Broken settings do not keep the files from being told.
 Due NextUpload() {
-    try {
-        const RulingFile file = FindRulingFile();
-        Due due = NextDue(L"upload", file.Text("upload"));
-        const std::string heldBack = HeldBack(file);
-        due.words += heldBack.empty() ? "" : (due.at ? ", but held back: " : ": ") + heldBack;
-        return due;
-    } catch (const Failure& failure) {
-        return {std::nullopt, failure.text};
+    Facts facts = ReadFacts();
+    if (!facts.fault.empty()) {
+        return {std::nullopt, facts.fault, std::nullopt};
     }
+    Due due = facts.due["upload"];
+    const std::string heldBack = facts.HeldBack();
+    if (!heldBack.empty() && heldBack != due.words) {
+        due.words += (due.at ? ", but held back: " : ": ") + heldBack;
+    }
+    return due;
 }
 
 void PrintUploads(const UploadsOptions& options) {
@@ -152,8 +151,8 @@ void PrintUploads(const UploadsOptions& options) {
     }
     if (options.json) {
         const Json next = due.at ? Json(*due.at) : Json(nullptr);
-        const Json all = {{"files", files}, {"nextUpload", next}, {"nextUploadInWords", ReadableText(due.words)}};
-        return Print(DumpJson(all) + "\n");
+        return Print(
+            DumpJson({{"files", files}, {"nextUpload", next}, {"nextUploadInWords", ReadableText(due.words)}}) + "\n");
     }
     if (shown < records.size()) {
         text += "The newest " + std::to_string(shown) + " of " + std::to_string(records.size()) +
