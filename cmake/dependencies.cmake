@@ -6,7 +6,7 @@ find_package(Threads REQUIRED)
 
 set(ZORV_HEADERS ${CMAKE_BINARY_DIR}/headers)
 file(MAKE_DIRECTORY ${ZORV_HEADERS})
-foreach(name nlohmann CLI)
+foreach(name nlohmann CLI asio)
     if(NOT EXISTS /usr/include/${name})
         message(FATAL_ERROR "/usr/include/${name} is missing: run ./dev setup")
     endif()

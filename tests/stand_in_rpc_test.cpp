@@ -344,7 +344,8 @@ TEST(StandInRpcClients, AreCutOffWhenTheyDoNotRead) {
         Book& Notes() { return book_; }
     };
     using std::chrono::milliseconds, std::chrono::hours;
-    for (const RpcLimits& limits : {RpcLimits{milliseconds(1), 1 << 30}, RpcLimits{hours(1), 1 << 16}}) {
+    for (const RpcLimits& limits : {RpcLimits{milliseconds(1), 1 << 30}, RpcLimits{hours(1), 1 << 16},
+                                    RpcLimits{hours(1), 1 << 30, hours(1), 1 << 16}}) {
         Limited endpoint(limits);
         Client idle, unread;
         unread.Send("GetProductName");

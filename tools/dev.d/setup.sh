@@ -2,8 +2,8 @@
 # by ./dev.
 # shellcheck shell=bash disable=SC2154
 
-linux_packages=(g++ cmake ninja-build ccache libsqlite3-dev nlohmann-json3-dev libcli11-dev googletest libgtest-dev
-                libcurl4-openssl-dev libssl-dev libcpp-httplib-dev clang-format python3)
+linux_packages=(g++ cmake ninja-build ccache libsqlite3-dev nlohmann-json3-dev libasio-dev libcli11-dev googletest
+                libgtest-dev libcurl4-openssl-dev libssl-dev libcpp-httplib-dev clang-format python3)
 windows_packages=(g++-mingw-w64-x86-64-posix mingw-w64-tools wine wine64)
 
 # Debian has no SQLite for mingw-w64. This package of a registry carries its source; the sums say which.

@@ -1,15 +1,24 @@
 #include "platform/linux/line_server.h"
 
-#include <poll.h>
-#include <sys/epoll.h>
-#include <sys/eventfd.h>
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
+#include <asio/buffer.hpp>
+#include <asio/executor_work_guard.hpp>
+#include <asio/io_context.hpp>
+#include <asio/local/stream_protocol.hpp>
+#include <asio/post.hpp>
+#include <asio/read_until.hpp>
+#include <asio/steady_timer.hpp>
+#include <asio/write.hpp>
+#include <map>
+#include <mutex>
 #include <system_error>
+#include <thread>
 #include <tuple>
 #include <utility>
 
@@ -21,354 +30,400 @@ namespace platform {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using Protocol = asio::local::stream_protocol;
+using Failure = asio::error_code;
 
-constexpr int kTakenAtOnce = 64;            // connections, and ready sources
-constexpr int kCrowdedMilliseconds = 1000;  // until a descriptor may be had again
-constexpr std::uint32_t kNotEnoughMemory = 8;
+constexpr auto kCrowded = std::chrono::seconds(1);   // until a descriptor may be had again
 constexpr auto kFarewell = std::chrono::seconds(1);  // for those who do not read their last answer
-constexpr std::uint32_t kMayRead = EPOLLIN, kMayWrite = EPOLLOUT;
-constexpr std::uint64_t kWake = 0, kListener = UINT64_MAX;
+constexpr std::uint32_t kNotEnoughMemory = 8;
+constexpr std::size_t kAtOnce = 1 << 16;  // bytes that are read or written
 
-int milliseconds_until(Clock::time_point time) {
-    const auto rest = std::chrono::ceil<std::chrono::milliseconds>(time - Clock::now()).count();
-    return static_cast<int>(std::max<std::int64_t>(rest, 0));
-}
+// One connection. What works on it holds it, also behind its end.
+struct Peer {
+    Peer(asio::io_context& context, LineServer::Connection connection)
+        : number(connection), socket(context), patience(context) {}
 
-bool is_file(const std::string& path, std::uint64_t device, std::uint64_t file) {
+    bool is_unread() const { return !going.empty() || !out.empty(); }
+    bool is_silent() const { return waiting == 0 && !is_unread(); }
+    std::size_t unsent() const { return going.size() - sent + out.size(); }
+    std::size_t bytes() const { return in.size() + unsent() + waitingBytes; }
+
+    const LineServer::Connection number;
+    Protocol::socket socket;  // closed when the connection has ended
+    asio::steady_timer patience;
+    std::string in, going, out;  // `going` is being written, `out` comes behind it
+    std::size_t sent = 0;        // of `going`
+    std::size_t waiting = 0, waitingBytes = 0;
+    std::size_t counted = 0;    // of `bytes`, in the server's sum
+    std::uint64_t lastUse = 0;  // when a line came last
+    bool reads = false, isTimed = false;
+    bool ended = false;  // nothing more is read
+    Clock::time_point progress{};
+    int held = 0;  // by the kernel, of what was sent
+};
+
+using PeerHandle = std::shared_ptr<Peer>;
+
+bool is_file(const std::string& path, const struct stat& file) {
     struct stat status {};
-    return ::stat(path.c_str(), &status) == 0 && status.st_dev == device && status.st_ino == file;
+    return ::stat(path.c_str(), &status) == 0 && status.st_dev == file.st_dev && status.st_ino == file.st_ino;
 }
 
 }  // namespace
+
+// All of it, but what the mutex guards, is the server thread's own.
+struct LineServer::Loop {
+    explicit Loop(const LineLimits& limits_) : limits(limits_) {}
+
+    void run() {
+        while (!context.stopped()) {
+            try {
+                await_peers();
+                context.run();
+            } catch (const std::exception&) {  // no memory
+                drop_all();
+            }
+        }
+        try {
+            const auto end = Clock::now() + kFarewell;
+            context.restart();
+            guard.reset();
+            stop_listening();
+            while (context.poll_one() != 0 && Clock::now() < end) {  // what has come, and is answered already
+            }
+            finishing = stopping = true;
+            settle_all();
+            context.run_until(end);
+        } catch (const std::exception&) {  // then without a farewell
+        }
+        drop_all();
+    }
+
+    // Of another machine, or in the place of a socket that was taken away.
+    void listen(Descriptor next) {
+        drop_all();
+        stop_listening();
+        listener.assign(Protocol(), next.get());
+        next.release();
+        await_peers();
+    }
+
+    void stop_listening() {
+        Failure ignored;
+        listener.close(ignored);
+        crowded.cancel();
+        awaitsPeers = false;
+    }
+
+    void finish() {
+        finishing = true;
+        stop_listening();
+        settle_all();
+    }
+
+    void await_peers() {
+        if (!listener.is_open() || awaitsPeers) {
+            return;
+        }
+        // Behind what the others have said by now, of whom one may be cut off.
+        listener.async_wait(Protocol::acceptor::wait_read, [this](const Failure& failure) {
+            if (!failure) {
+                asio::post(context, [this] { take_peer(); });
+            }
+        });
+        awaitsPeers = true;
+    }
+
+    // The kernel's own call, since asio's leaves the descriptor to the processes that this one starts.
+    void take_peer() {
+        if (!listener.is_open()) {
+            return;
+        }
+        Descriptor socket(::accept4(listener.native_handle(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+        const bool lacksDescriptors = !socket && errno != EAGAIN && errno != EINTR && errno != ECONNABORTED;
+        const bool tooMany = lacksDescriptors || (socket && peers.size() >= limits.connections);
+        const bool madeRoom = tooMany && cut_off_the_idlest();
+        awaitsPeers = false;
+        if (lacksDescriptors && !madeRoom) {  // or the listener would be ready at once, for ever
+            crowded.expires_after(kCrowded);
+            crowded.async_wait([this](const Failure&) { await_peers(); });
+            return;
+        }
+        await_peers();
+        if (socket) {
+            const auto peer = std::make_shared<Peer>(context, ++lastConnection);
+            peer->socket.assign(Protocol(), socket.get());
+            socket.release();
+            peer->lastUse = ++uses;
+            peers.emplace(peer->number, peer);
+            settle(peer);
+        }
+    }
+
+    bool cut_off_the_idlest() {
+        const auto idlest = std::min_element(peers.begin(), peers.end(), [](const auto& a, const auto& b) {
+            return std::tuple(a.second->waiting != 0, a.second->lastUse) <
+                   std::tuple(b.second->waiting != 0, b.second->lastUse);
+        });
+        const bool some = idlest != peers.end();
+        if (some) {
+            end(PeerHandle(idlest->second));
+        }
+        return some;
+    }
+
+    void drop_all() {
+        while (!peers.empty()) {
+            end(PeerHandle(peers.begin()->second));
+        }
+    }
+
+    void end(const PeerHandle& peer) {
+        Failure ignored;
+        peer->socket.close(ignored);
+        peer->patience.cancel();
+        bytes -= std::exchange(peer->counted, 0);
+        peers.erase(peer->number);
+        if (ended) {
+            ended(peer->number);
+        }
+        if (finishing && peers.empty()) {
+            context.stop();
+        }
+    }
+
+    void settle_all() {
+        for (auto next = peers.begin(); next != peers.end();) {
+            settle(PeerHandle((next++)->second));
+        }
+        if (finishing && peers.empty()) {
+            context.stop();
+        }
+    }
+
+    // What the connection waits for next, or its end. While it waits for answers or does not read them it may have
+    // been hung up: nothing is asked about it.
+    void settle(const PeerHandle& peer) {
+        if (!peer->socket.is_open()) {
+            return;
+        }
+        bytes -= std::exchange(peer->counted, peer->bytes());
+        bytes += peer->counted;
+        if ((peer->is_silent() && (peer->ended || finishing)) || (stopping && !peer->is_unread()) ||
+            peer->unsent() > limits.unread_bytes || bytes > limits.all_bytes) {
+            return end(peer);
+        }
+        if (peer->reads || peer->ended || finishing || peer->is_unread() || peer->waiting >= limits.waiting ||
+            peer->waitingBytes >= limits.waiting_bytes) {
+            return;
+        }
+        // A long line is read in parts that grow, so that what there is of it is counted.
+        const std::size_t most = std::min(limits.line + 1, std::max(kAtOnce, 2 * peer->in.size()));
+        asio::async_read_until(peer->socket, asio::dynamic_buffer(peer->in, most), '\n',
+                               [this, peer](const Failure& failure, std::size_t size) {
+                                   peer->reads = false;
+                                   take(peer, failure, size);
+                                   settle(peer);
+                               });
+        peer->reads = true;
+    }
+
+    // A line over the limit is the last.
+    void take(const PeerHandle& peer, const Failure& failure, std::size_t size) {
+        if (finishing || !peer->socket.is_open()) {
+            return;
+        }
+        const bool isFull = failure == asio::error::not_found, isOver = failure == asio::error::eof;
+        const bool isLong = isFull && peer->in.size() > limits.line;
+        if (failure && !isFull && !isOver) {
+            return end(peer);
+        }
+        if (isFull && !isLong) {
+            return;
+        }
+        peer->ended = isLong || isOver;
+        const std::string line = peer->in.substr(0, isOver ? std::string::npos : size - 1);
+        peer->in.erase(0, peer->ended ? std::string::npos : size);
+        if (peer->in.empty()) {
+            std::string().swap(peer->in);
+        }
+        if (isLong) {
+            push(peer, limits.too_long);
+        } else if (!isOver || !line.empty()) {  // the last line needs no end
+            peer->lastUse = ++uses;
+            const auto answer = handler(peer->number, line);
+            peer->waiting += answer ? 0 : 1;
+            peer->waitingBytes += answer ? 0 : line.size();
+            push(peer, answer.value_or(""));
+        }
+    }
+
+    // Behind what is to go already; an empty line is none.
+    void push(const PeerHandle& peer, const std::string& line) {
+        if (!line.empty()) {
+            peer->out.append(line).append("\n");
+            if (peer->going.empty()) {
+                write(peer);
+            }
+        }
+    }
+
+    void write(const PeerHandle& peer) {
+        peer->going.swap(peer->out);
+        const auto note = [peer](const Failure& failure, std::size_t sent) {
+            peer->sent = sent;
+            peer->progress = Clock::now();
+            const bool goesOn = !failure && sent < peer->going.size() && measure(*peer);
+            return goesOn ? kAtOnce : 0;
+        };
+        asio::async_write(peer->socket, asio::buffer(peer->going), note,
+                          [this, peer](const Failure& failure, std::size_t sent) {
+                              const bool isWhole = !failure && sent == peer->going.size();
+                              std::string().swap(peer->going);
+                              peer->sent = 0;
+                              if (peer->socket.is_open() && !isWhole) {
+                                  return end(peer);
+                              }
+                              if (peer->socket.is_open() && !peer->out.empty()) {
+                                  write(peer);
+                              }
+                              settle(peer);
+                          });
+        watch(peer);
+    }
+
+    // epoll calls a Unix socket writable only when most of its buffer is free, so ask the kernel how much is unread.
+    static bool measure(Peer& peer) { return ::ioctl(peer.socket.native_handle(), SIOCOUTQ, &peer.held) == 0; }
+
+    // Ends the connection when nothing is read for the time.
+    void watch(const PeerHandle& peer) {
+        if (peer->isTimed) {
+            return;
+        }
+        peer->patience.expires_at(peer->progress + limits.unread);
+        peer->patience.async_wait([this, peer](const Failure&) {
+            peer->isTimed = false;
+            if (!peer->socket.is_open() || !peer->is_unread()) {
+                return;
+            }
+            if (Clock::now() >= peer->progress + limits.unread) {
+                const int before = peer->held;
+                if (!measure(*peer) || peer->held >= before) {
+                    return end(peer);
+                }
+                peer->progress = Clock::now();
+            }
+            watch(peer);
+        });
+        peer->isTimed = true;
+    }
+
+    void answer(Connection connection, const std::string& line, std::optional<std::size_t> answered) {
+        if (const auto entry = peers.find(connection); entry != peers.end()) {
+            const PeerHandle peer = entry->second;
+            peer->waiting -= answered ? 1 : 0;
+            peer->waitingBytes -= answered.value_or(0);
+            push(peer, line);
+            settle(peer);
+        }
+    }
+
+    // The file may be somebody else's by now.
+    void close_socket() {
+        const std::lock_guard lock(mutex);
+        if (!path.empty() && is_file(path, file)) {
+            ::unlink(path.c_str());
+        }
+        path.clear();
+    }
+
+    const LineLimits& limits;
+    Handler handler;
+    EndHandler ended;
+    std::thread thread;
+    asio::io_context context{1};
+    asio::executor_work_guard<asio::io_context::executor_type> guard{context.get_executor()};
+    Protocol::acceptor listener{context};
+    asio::steady_timer crowded{context};
+    bool awaitsPeers = false;
+    std::map<Connection, PeerHandle> peers;
+    std::uint64_t lastConnection = 0, uses = 0;
+    std::size_t bytes = 0;  // of all peers
+    bool finishing = false, stopping = false;
+
+    std::mutex mutex;  // guards what follows
+    std::string path;
+    struct stat file {};  // the socket's
+};
+
+LineServer::LineServer(LineLimits limits) : limits_(std::move(limits)) {}
 
 LineServer::~LineServer() {
     stop();
 }
 
-std::uint32_t LineServer::open(const std::string& name) {
+std::uint32_t LineServer::open(const std::string& name) try {
+    loop_ = loop_ != nullptr ? std::move(loop_) : std::make_unique<Loop>(limits_);
     Descriptor listener = listen_at(name, limits_.mode);
-    struct stat status {};
-    if (!listener || ::stat(machine_path(name).c_str(), &status) != 0) {
+    const std::lock_guard guard(loop_->mutex);
+    if (!listener || ::stat(machine_path(name).c_str(), &loop_->file) != 0) {
         return windows_error(errno);
     }
-    const std::lock_guard guard(mutex_);
-    if (!wake_ || !poll_) {
-        wake_ = Descriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-        poll_ = Descriptor(::epoll_create1(EPOLL_CLOEXEC));
-        std::uint32_t none = 0;
-        watch(wake_.get(), none, kMayRead, kWake);
-    }
-    if (!wake_ || !poll_) {
-        ::unlink(machine_path(name).c_str());
-        return windows_error(errno);
-    }
-    nextListener_ = std::move(listener);
-    path_ = machine_path(name);
-    device_ = status.st_dev;
-    file_ = status.st_ino;
-    ::eventfd_write(wake_.get(), 1);
+    loop_->path = machine_path(name);
+    post([loop = loop_.get(), next = std::make_shared<Descriptor>(std::move(listener))] {
+        loop->listen(std::move(*next));
+    });
     return 0;
+} catch (const std::system_error& error) {
+    return windows_error(error.code().value());
 }
 
 std::uint32_t LineServer::start(Handler handler, EndHandler ended) try {
-    handler_ = std::move(handler);
-    ended_ = std::move(ended);
-    thread_ = std::thread(&LineServer::run, this);
+    loop_->handler = std::move(handler);
+    loop_->ended = std::move(ended);
+    loop_->thread = std::thread(&Loop::run, loop_.get());
     return 0;
 } catch (const std::system_error&) {
     return kNotEnoughMemory;
 }
 
 bool LineServer::listens_at(const std::string& name) {
-    const std::lock_guard guard(mutex_);
-    return path_ == machine_path(name) && is_file(path_, device_, file_);
-}
-
-void LineServer::add(Order order) {
-    const std::lock_guard guard(mutex_);
-    if (over_) {
-        return;
+    if (loop_ == nullptr) {
+        return false;
     }
-    if (orders_.empty()) {
-        ::eventfd_write(wake_.get(), 1);
-    }
-    orders_.push_back(std::move(order));
+    const std::lock_guard guard(loop_->mutex);
+    return loop_->path == machine_path(name) && is_file(loop_->path, loop_->file);
 }
 
 void LineServer::answer(Connection connection, std::string line, std::size_t size) {
-    add({connection, std::move(line), true, size, {}});
+    post([loop = loop_.get(), connection, line = std::move(line), size] { loop->answer(connection, line, size); });
 }
 
 void LineServer::send(Connection connection, std::string line) {
-    add({connection, std::move(line), false, 0, {}});
+    post([loop = loop_.get(), connection, line = std::move(line)] { loop->answer(connection, line, std::nullopt); });
 }
 
 void LineServer::post(std::function<void()> action) {
-    add({0, "", false, 0, std::move(action)});
-}
-
-// With the mutex held. The file may be somebody else's by now.
-void LineServer::close_socket() {
-    if (!path_.empty() && is_file(path_, device_, file_)) {
-        ::unlink(path_.c_str());
-    }
-    path_.clear();
-    if (wake_) {
-        ::eventfd_write(wake_.get(), 1);
-    }
+    asio::post(loop_->context, std::move(action));
 }
 
 void LineServer::finish() {
-    const std::lock_guard guard(mutex_);
-    closed_ = true;
-    close_socket();
+    loop_->close_socket();
+    post([loop = loop_.get()] { loop->finish(); });
 }
 
 void LineServer::join() {
-    if (thread_.joinable()) {
-        thread_.join();
+    if (loop_->thread.joinable()) {
+        loop_->thread.join();
     }
 }
 
 void LineServer::stop() {
-    {
-        const std::lock_guard guard(mutex_);
-        close_socket();
-        stopping_ = true;
+    if (loop_ != nullptr) {
+        loop_->close_socket();
+        loop_->context.stop();
+        join();
     }
-    join();
-}
-
-void LineServer::run() {
-    for (bool ends = false; !ends;) {
-        try {
-            round();
-        } catch (const std::bad_alloc&) {
-            drop_all();
-        }
-        const std::lock_guard guard(mutex_);
-        ends = stopping_ || (finishing_ && peers_.empty());
-        over_ = ends && !stopping_;
-    }
-    say_farewell();
-    drop_all();
-    const Descriptor closing = std::move(listener_);
-    const std::lock_guard guard(mutex_);
-    over_ = true;
-    orders_.clear();
-}
-
-void LineServer::round() {
-    std::array<epoll_event, kTakenAtOnce> ready;
-    const int count = ::epoll_wait(poll_.get(), ready.data(), kTakenAtOnce, patience());
-    take_orders();
-    if (crowded_) {
-        crowded_ = false;
-        watch(listener_.get(), listenerInterest_, listener_ ? kMayRead : 0, kListener);
-    }
-    bool asked = false;
-    for (int i = 0; i < count; ++i) {
-        const std::uint64_t number = ready[i].data.u64;
-        const auto entry = peers_.find(number);
-        asked = asked || number == kListener;
-        if (entry == peers_.end()) {
-            continue;
-        }
-        LinePeer& peer = entry->second;
-        if (peer.is_unread()) {
-            peer.send();
-        } else if (peer.may_read()) {
-            hear(peer);
-        }
-        advance(number, peer);
-        settle(entry);
-    }
-    if (asked && listener_) {
-        take_peers();
-    }
-    cut_off_the_unread();
-}
-
-// The milliseconds until something is to be done that nobody wakes for.
-int LineServer::patience() const {
-    int result = crowded_ ? kCrowdedMilliseconds : -1;
-    for (const Connection connection : unread_) {
-        const int rest = milliseconds_until(peers_.at(connection).deadline());
-        result = result < 0 ? rest : std::min(result, rest);
-    }
-    return result;
-}
-
-void LineServer::take_orders() {
-    eventfd_t ignored = 0;
-    ::eventfd_read(wake_.get(), &ignored);
-    std::vector<Order> orders;
-    bool finishes = false;
-    {
-        const std::lock_guard guard(mutex_);
-        orders.swap(orders_);
-        finishes = closed_ && !finishing_;
-    }
-    take_listener();
-    std::set<Connection> touched;
-    for (Order& order : orders) {
-        const auto entry = peers_.find(order.connection);
-        if (order.action) {
-            order.action();
-        } else if (entry != peers_.end()) {
-            if (order.answers) {
-                entry->second.end_wait(order.size);
-            }
-            entry->second.push(order.line);
-            touched.insert(order.connection);
-        }
-    }
-    if (finishes) {
-        finishing_ = true;
-        watch(listener_.get(), listenerInterest_, 0, kListener);
-        const Descriptor closing = std::move(listener_);
-        for (const auto& [connection, peer] : peers_) {
-            touched.insert(connection);
-        }
-    }
-    for (const Connection connection : touched) {
-        const auto entry = peers_.find(connection);
-        advance(connection, entry->second);
-        settle(entry);
-    }
-}
-
-// Of another machine, or in the place of a socket that was taken away.
-void LineServer::take_listener() {
-    Descriptor next;
-    {
-        const std::lock_guard guard(mutex_);
-        next = std::exchange(nextListener_, Descriptor());
-    }
-    if (next) {
-        drop_all();
-        std::swap(listener_, next);
-        listenerInterest_ = 0;
-        watch(listener_.get(), listenerInterest_, kMayRead, kListener);
-    }
-}
-
-void LineServer::take_peers() {
-    for (int i = 0; i < kTakenAtOnce; ++i) {
-        Descriptor socket(::accept4(listener_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
-        const bool lacksDescriptors = !socket && errno != EAGAIN && errno != EINTR && errno != ECONNABORTED;
-        const bool tooMany = lacksDescriptors || (socket && peers_.size() >= limits_.connections);
-        const bool madeRoom = tooMany && cut_off_the_idlest();
-        if (!socket) {
-            crowded_ = lacksDescriptors && !madeRoom;
-            if (crowded_) {  // or the next round would come at once, for ever
-                watch(listener_.get(), listenerInterest_, 0, kListener);
-            }
-            return;
-        }
-        const auto entry = peers_.try_emplace(++lastConnection_, std::move(socket), limits_).first;
-        entry->second.lastUse = ++uses_;
-        settle(entry);
-    }
-}
-
-// What it has just said is still heard. False when there is none.
-bool LineServer::cut_off_the_idlest() {
-    const auto idlest = std::min_element(peers_.begin(), peers_.end(), [](const auto& a, const auto& b) {
-        return std::tuple(a.second.is_waiting(), a.second.lastUse) <
-               std::tuple(b.second.is_waiting(), b.second.lastUse);
-    });
-    if (idlest == peers_.end()) {
-        return false;
-    }
-    if (idlest->second.may_read() && hear(idlest->second)) {
-        advance(idlest->first, idlest->second);
-    }
-    end(idlest);
-    return true;
-}
-
-void LineServer::cut_off_the_unread() {
-    for (auto next = unread_.begin(); next != unread_.end();) {
-        const auto entry = peers_.find(*next++);  // which is taken out when it ends
-        if (entry->second.is_stuck()) {
-            end(entry);
-        }
-    }
-}
-
-void LineServer::drop_all() {
-    while (!peers_.empty()) {
-        end(peers_.begin());
-    }
-}
-
-void LineServer::end(Peers::iterator entry) {
-    const Connection connection = entry->first;
-    unread_.erase(connection);
-    peers_.erase(entry);
-    if (ended_) {
-        ended_(connection);
-    }
-}
-
-// What the connection waits for next, or its end.
-void LineServer::settle(Peers::iterator entry) {
-    auto& [connection, peer] = *entry;
-    if (peer.is_over() || (finishing_ && peer.is_silent())) {
-        end(entry);
-        return;
-    }
-    // Nothing is asked about those who wait: a hung-up one would be ready all the time.
-    const std::uint32_t wanted = peer.is_unread() ? kMayWrite : peer.may_read() && !finishing_ ? kMayRead : 0;
-    watch(peer.socket(), peer.interest, wanted, connection);
-    if (peer.is_unread()) {
-        unread_.insert(connection);
-    } else {
-        unread_.erase(connection);
-    }
-}
-
-void LineServer::watch(int descriptor, std::uint32_t& interest, std::uint32_t wanted, std::uint64_t number) {
-    if (interest != wanted) {
-        epoll_event event{};
-        event.events = wanted;
-        event.data.u64 = number;
-        const int operation = interest == 0 ? EPOLL_CTL_ADD : wanted == 0 ? EPOLL_CTL_DEL : EPOLL_CTL_MOD;
-        ::epoll_ctl(poll_.get(), operation, descriptor, &event);
-        interest = wanted;
-    }
-}
-
-bool LineServer::hear(LinePeer& peer) {
-    const bool heard = peer.read();
-    peer.lastUse = heard ? ++uses_ : peer.lastUse;
-    return heard;
-}
-
-// Takes line after line, as far as may be.
-void LineServer::advance(Connection connection, LinePeer& peer) {
-    std::string line;
-    while (!finishing_ && peer.take(line)) {
-        const auto answer = handler_(connection, line);
-        if (!answer) {
-            peer.wait(line.size());
-        }
-        peer.push(answer.value_or(""));
-    }
-}
-
-void LineServer::say_farewell() try {
-    const auto end = Clock::now() + kFarewell;
-    take_orders();
-    for (auto& [connection, peer] : peers_) {
-        while (peer.is_unread() && !peer.is_over() && Clock::now() < end) {
-            pollfd source = {peer.socket(), POLLOUT, 0};
-            ::poll(&source, 1, milliseconds_until(end));
-            peer.send();
-        }
-    }
-} catch (const std::bad_alloc&) {  // then without one
 }
 
 }  // namespace platform

@@ -1,23 +1,31 @@
-// A socket in the machine's run folder to which other programs send lines, which are answered by lines. A thread of its
-// own waits for all of them at once, so one that hangs, floods or does not read holds up nobody else; where there are
-// too many, whoever has been silent for longest is cut off.
+// A socket in the machine's run folder to which other programs send lines, which are answered by lines. One thread
+// serves all connections, so one that hangs, floods or does not read holds up nobody else; where there are too many,
+// whoever has been silent for longest is cut off.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <map>
-#include <mutex>
+#include <memory>
 #include <optional>
-#include <set>
 #include <string>
-#include <thread>
-#include <vector>
-
-#include "platform/linux/line_peer.h"
-#include "platform/stand_in/descriptor.h"
 
 namespace platform {
+
+struct LineLimits {
+    std::size_t connections = 256;
+    std::size_t all_bytes = 256 << 20;  // that wait in the server, of all; whoever comes with more is cut off
+    // Of each connection. No further line is taken while so many, or so many bytes of them, wait for their answers, nor
+    // while an answer is not read; the connection ends when nothing is read for the time, or too much is unread.
+    std::size_t line = 1 << 16;
+    std::size_t waiting = 1;
+    std::size_t waiting_bytes = 1 << 16;
+    std::size_t unread_bytes = 1 << 24;
+    std::chrono::milliseconds unread{10000};
+    std::string too_long{};  // the last answer, to a line over the limit; none when empty
+    unsigned mode = 0;       // of the socket's file, 0 for what the process' mask leaves
+};
 
 class LineServer {
 public:
@@ -28,9 +36,8 @@ public:
     using Handler = std::function<std::optional<std::string>(Connection connection, const std::string& line)>;
     using EndHandler = std::function<void(Connection connection)>;
 
-    LineServer() = default;
-    explicit LineServer(LineLimits limits) : limits_(std::move(limits)) {}
-    ~LineServer();
+    explicit LineServer(LineLimits limits);
+    ~LineServer();  // stops it
     LineServer(const LineServer&) = delete;
     LineServer& operator=(const LineServer&) = delete;
 
@@ -56,55 +63,10 @@ public:
     void stop();
 
 private:
-    using Peers = std::map<Connection, LinePeer>;
+    struct Loop;
 
-    struct Order {
-        Connection connection = 0;
-        std::string line;
-        bool answers = false;
-        std::size_t size = 0;
-        std::function<void()> action;
-    };
-
-    void run();
-    void round();
-    int patience() const;
-    void take_orders();
-    void take_listener();
-    void take_peers();
-    bool cut_off_the_idlest();
-    void cut_off_the_unread();
-    void drop_all();
-    void end(Peers::iterator entry);
-    void settle(Peers::iterator entry);
-    void watch(int descriptor, std::uint32_t& interest, std::uint32_t wanted, std::uint64_t number);
-    bool hear(LinePeer& peer);
-    void advance(Connection connection, LinePeer& peer);
-    void say_farewell();
-    void add(Order order);
-    void close_socket();
-
-    LineLimits limits_;
-    Handler handler_;
-    EndHandler ended_;
-    std::thread thread_;
-    Descriptor wake_, poll_;
-
-    // The server thread's own.
-    Descriptor listener_;
-    std::uint32_t listenerInterest_ = 0;
-    Peers peers_;
-    std::set<Connection> unread_;  // with an answer that is not read yet
-    std::uint64_t lastConnection_ = 0, uses_ = 0;
-    bool crowded_ = false;  // no descriptor for a further connection
-    bool finishing_ = false;
-
-    std::mutex mutex_;  // guards what follows
-    std::vector<Order> orders_;
-    Descriptor nextListener_;
-    std::string path_;
-    std::uint64_t device_ = 0, file_ = 0;  // of the socket's file
-    bool closed_ = false, stopping_ = false, over_ = false;
+    const LineLimits limits_;
+    std::unique_ptr<Loop> loop_;  // the thread and what it serves; from the first opening on
 };
 
 }  // namespace platform

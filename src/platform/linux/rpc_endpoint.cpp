@@ -125,6 +125,7 @@ void raise_descriptor_limit() {
 LineLimits line_limits(const RpcLimits& limits) {
     LineLimits result;
     result.connections = kMostConnections;
+    result.all_bytes = limits.all_bytes;
     result.line = kLongestRpcLine;
     result.waiting = kMostWaiting;
     result.waiting_bytes = kLongestRpcLine;

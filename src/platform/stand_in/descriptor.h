@@ -27,6 +27,7 @@ public:
     }
 
     int get() const { return descriptor_; }
+    int release() { return std::exchange(descriptor_, -1); }
     explicit operator bool() const { return descriptor_ >= 0; }
 
 private:
