@@ -1,13 +1,15 @@
 #include "connection_linux.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
 
+#include <algorithm>
+#include <asio/buffer.hpp>
+#include <asio/io_context.hpp>
+#include <asio/read_until.hpp>
+#include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <utility>
-
-#include "platform/linux/windows_error.h"
-#include "platform/stand_in/machine_socket.h"
 
 namespace zorvalis_client {
 namespace {
@@ -21,20 +23,44 @@ constexpr char kLost[] = "the connection to the service was lost";
 // The connection whose callback runs on this thread.
 thread_local const Connection* callbackOf = nullptr;
 
+// All calls of sockets block, so it never runs. Never destroyed, since a client may be static.
+asio::io_context& Context() {
+    static auto* const context = new asio::io_context;
+    return *context;
+}
+
+// Why there is no connection, in the numbers of Windows.
+std::int32_t StatusOf(int error) {
+    const bool nobody = error == ENOENT || error == ECONNREFUSED || error == ENOTDIR;
+    return nobody                               ? kNoService
+           : error == EMFILE || error == ENFILE ? 4    // ERROR_TOO_MANY_OPEN_FILES
+           : error == EACCES || error == EPERM  ? 5    // ERROR_ACCESS_DENIED
+           : error == ENOMEM                    ? 8    // ERROR_NOT_ENOUGH_MEMORY
+           : error == ENAMETOOLONG              ? 206  // ERROR_FILENAME_EXCED_RANGE
+                                                : 31;               // ERROR_GEN_FAILURE
+}
+
 }  // namespace
 
-Connection::Connection(const std::string& path, Callbacks callbacks)
-    : socket_(platform::connect_to_path(path, 0)), callbacks_(std::move(callbacks)) {
-    if (!socket_) {
-        const bool nobody = errno == ENOENT || errno == ECONNREFUSED || errno == ENOTDIR;
-        const std::int32_t status = nobody ? kNoService : static_cast<std::int32_t>(platform::windows_error(errno));
-        throw Error(nobody ? "nobody listens at " + path : path + ": " + std::strerror(errno), status);
+Connection::Connection(const std::string& path, Callbacks callbacks) try
+    : socket_(Context()), callbacks_(std::move(callbacks)) {
+    socket_.open();
+    ::fcntl(socket_.native_handle(), F_SETFD, FD_CLOEXEC);
+    asio::error_code failure = asio::error::interrupted;
+    while (failure == asio::error::interrupted) {
+        socket_.connect(path, failure);
+    }
+    if (failure) {
+        throw asio::system_error(failure);
     }
     reader_ = std::thread([this] { Read(); });
+} catch (const asio::system_error& error) {
+    const std::int32_t status = StatusOf(error.code().value());
+    throw Error(status == kNoService ? "nobody listens at " + path : path + ": " + error.code().message(), status);
 }
 
 Connection::~Connection() {
-    ::shutdown(socket_.get(), SHUT_RDWR);
+    ::shutdown(socket_.native_handle(), SHUT_RDWR);
     reader_.join();
 }
 
@@ -87,14 +113,12 @@ bool Connection::Send(std::int64_t id, const char* method, const Json& parameter
     const std::string line = zorvalis::DumpJson(message) + "\n";
     const std::lock_guard lock(sending_);
     for (std::size_t sent = 0; sent < line.size();) {
-        const auto send = [&] {
-            return ::send(socket_.get(), line.data() + sent, line.size() - sent, MSG_NOSIGNAL | flags);
-        };
-        const ssize_t count = platform::retry(send);
-        if (count < 0) {
+        const ssize_t count =
+            ::send(socket_.native_handle(), line.data() + sent, line.size() - sent, MSG_NOSIGNAL | flags);
+        if (count < 0 && errno != EINTR) {
             return false;
         }
-        sent += static_cast<std::size_t>(count);
+        sent += static_cast<std::size_t>(std::max<ssize_t>(count, 0));
     }
     return true;
 }
@@ -102,30 +126,21 @@ bool Connection::Send(std::int64_t id, const char* method, const Json& parameter
 void Connection::Read() {
     try {
         std::string in;
-        char bytes[16384];
-        for (;;) {
-            const ssize_t count = platform::retry([&] { return ::recv(socket_.get(), bytes, sizeof bytes, 0); });
-            if (count <= 0) {
+        for (asio::error_code failure;;) {
+            const auto size = asio::read_until(socket_, asio::dynamic_buffer(in, kLongestMessage), '\n', failure);
+            if (failure == asio::error::not_found) {
+                throw std::length_error("it is too long");
+            }
+            if (failure && failure != asio::error::interrupted) {
                 return Lose(kLostConnection, kLost);
             }
-            in.append(bytes, static_cast<std::size_t>(count));
-            TakeLines(in, in.size() - static_cast<std::size_t>(count));
+            if (!failure) {
+                TakeMessage(std::string_view(in).substr(0, size - 1));
+                in.erase(0, size);
+            }
         }
     } catch (const std::exception& error) {
         Lose(kProtocolError, std::string("the service sent what is no message: ") + error.what());
-    }
-}
-
-// What is before `fresh` holds no line end.
-void Connection::TakeLines(std::string& in, std::size_t fresh) {
-    std::size_t begin = 0;
-    for (std::size_t end = in.find('\n', fresh); end != std::string::npos; end = in.find('\n', begin)) {
-        TakeMessage(std::string_view(in).substr(begin, end - begin));
-        begin = end + 1;
-    }
-    in.erase(0, begin);
-    if (in.size() > kLongestMessage) {
-        throw std::length_error("it is too long");
     }
 }
 
@@ -182,7 +197,7 @@ void Connection::RunCallback(const std::string& method, const Json& parameters) 
 }
 
 void Connection::Lose(std::int32_t status, const std::string& problem) {
-    ::shutdown(socket_.get(), SHUT_RDWR);
+    ::shutdown(socket_.native_handle(), SHUT_RDWR);
     const std::lock_guard lock(mutex_);
     lostStatus_ = status;
     lostProblem_ = problem;

@@ -3,6 +3,7 @@
 // comes before an answer has run before the call returns.
 #pragma once
 
+#include <asio/local/stream_protocol.hpp>
 #include <condition_variable>
 #include <cstdint>
 #include <map>
@@ -12,7 +13,6 @@
 #include <thread>
 
 #include "base/json.h"
-#include "platform/stand_in/descriptor.h"
 #include "zorvalis_client.h"
 
 namespace zorvalis_client {
@@ -46,12 +46,11 @@ private:
     std::int64_t Enter(Waiting& waiting);
     bool Send(std::int64_t id, const char* method, const zorvalis::Json& parameters, int flags);
     void Read();
-    void TakeLines(std::string& in, std::size_t fresh);
     void TakeMessage(std::string_view line);
     void RunCallback(const std::string& method, const zorvalis::Json& parameters) const;
     void Lose(std::int32_t status, const std::string& problem);
 
-    platform::Descriptor socket_;
+    asio::local::stream_protocol::socket socket_;
     const Callbacks callbacks_;
     std::thread reader_;
     std::mutex sending_;  // held for a whole message
