@@ -57,11 +57,7 @@ Descriptor listen_at(const std::string& name, unsigned mode) {
 }
 
 Descriptor connect_to(const std::string& name, int seconds) {
-    return connect_to_path(machine_path(name), seconds);
-}
-
-Descriptor connect_to_path(const std::string& path, int seconds) {
-    const Address address(path);
+    const Address address(machine_path(name));
     if (!address.fits) {
         return Descriptor();
     }

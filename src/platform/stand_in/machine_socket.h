@@ -11,9 +11,8 @@ namespace platform {
 // file, 0 for what the process' mask leaves. Invalid, with errno, when that fails; EADDRINUSE when another listens.
 Descriptor listen_at(const std::string& name, unsigned mode);
 
-// Connects to who listens there, or at a path of its own; sends and receipts then block for at most `seconds`, 0 for no
-// limit. Invalid, with errno, when nobody does.
+// Connects to who listens there; sends and receipts then block for at most `seconds`, 0 for no limit. Invalid, with
+// errno, when nobody does.
 Descriptor connect_to(const std::string& name, int seconds);
-Descriptor connect_to_path(const std::string& path, int seconds);
 
 }  // namespace platform
