@@ -10,6 +10,11 @@ namespace {
 
 using Names = std::vector<std::string>;
 
+const std::string kCommit =
+    "INSERT OR REPLACE INTO FILESTATUS ( FILE_NAME , FILE_TYPE , FILE_CREATEDATE , FILE_STATUS , FILE_SIZE , "
+    "FILE_UPLOAD_BYTES , FILE_UPLOAD_START_TIME , FILE_UPLOADED_TIME , FILE_UPLOAD_STATUS , FILE_SERVER_RESPONSE , "
+    "FILE_MD5 , FILE_UUID , FILE_TRY_COUNT , FILE_UPLOAD_STAGE )";
+
 class FileStatus : public testing::Test {
 protected:
     // The first column of a query, joined with blanks.
@@ -35,11 +40,38 @@ protected:
     const TestMachine machine;
 };
 
-TEST_F(FileStatus, BeginsARowThatNothingHasHappenedTo) {
-    Register("x.db", 2, "2030-01-01");
-    EXPECT_EQ(machine.query(kStatusDb, "SELECT * FROM FILESTATUS"),
-              (std::vector<Names>{{"x.db", "2", "2030-01-01", "0", "0", "0", "1900-01-01 00:00:00",
-                                   "1900-01-01 00:00:00", "0", "", "", "", "0", ""}}));
+TEST_F(FileStatus, RunsItsStatementsByteForByte) {
+    EXPECT_EQ(Executed([] {
+                  BG_FILESTATUS_CONTROLLER controller;
+                  controller.fopenDB(kStatusDb);
+                  controller.setFileName("x.db");
+                  controller.setFileType(2);
+                  controller.setFileCreateDate("2030-01-01");
+                  controller.commit();
+                  controller.setFileUploadStartTime("2030-01-02");
+                  controller.setFileUploadedTime("2030-01-03");
+                  controller.commit();
+                  controller.getUploadFileList(2, 7, kStatusDb);
+                  controller.startDelete(2, 0, kStatusDb);
+                  controller.startDeleteFileRecord(kStatusDb);
+                  const StatusCycle cycle(kStatusDb);
+                  updateFileStatus(cycle.Connection(), {"FILE_SIZE", "FILE_MD5"}, {"-1", "'a b'"}, 2, "x.db");
+              }),
+              (Names{"CREATE TABLE IF NOT EXISTS FILESTATUS ( FILE_NAME TEXT PRIMARY KEY  , FILE_TYPE INTEGER , "
+                     "FILE_CREATEDATE DATE , FILE_STATUS INTEGER , FILE_SIZE INTEGER , FILE_UPLOAD_BYTES INTEGER , "
+                     "FILE_UPLOAD_START_TIME DATE , FILE_UPLOADED_TIME DATE , FILE_UPLOAD_STATUS INTEGER , "
+                     "FILE_SERVER_RESPONSE TEXT , FILE_MD5 TEXT , FILE_UUID TEXT , FILE_TRY_COUNT INTEGER , "
+                     "FILE_UPLOAD_STAGE TEXT );",
+                     kCommit + "VALUES('x.db',2,'2030-01-01',0,0,0,'1900-01-01 00:00:00','1900-01-01 00:00:00',0,'',"
+                               "'','',0,'');",
+                     kCommit + "VALUES('x.db',2,'2030-01-01',0,0,0,'2030-01-02','2030-01-03',0,'','','',0,'');",
+                     "select * from FILESTATUS where FILE_TYPE=2 and FILE_STATUS NOT IN (1,2) and FILE_TRY_COUNT < 24  "
+                     "and FILE_CREATEDATE <= date('now','-7 days')  order by FILE_CREATEDATE asc",
+                     "select FILE_NAME from FILESTATUS where FILE_TYPE =2 and FILE_STATUS !=2 order by FILE_CREATEDATE "
+                     "asc",
+                     "update FILESTATUS set FILE_STATUS = 2 where FILE_NAME = 'x.db'",
+                     "DELETE FROM FILESTATUS where FILE_STATUS=2",
+                     "update FILESTATUS set FILE_SIZE = -1 , FILE_MD5 = 'a b' where FILE_NAME = 'x.db'"}));
 }
 
 TEST_F(FileStatus, ListsWhatIsDueByTheMachinesClock) {

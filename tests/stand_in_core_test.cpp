@@ -111,10 +111,7 @@ TEST(Trace, TellsOneEventInItsOrder) {
     const std::int64_t now = SetClock(2026, 11, 20, 12, 34, 56);
     const std::string name = FileOf("E");
     const std::vector<std::pair<std::string, std::string>> shortened = {
-        {"C:\\\\ProgramData\\\\Zorv\\\\Zorvcore\\\\Zorvalis\\\\data\\\\", "D"},
-        {name, "N"},
-        {name.substr(2, name.size() - 5), "M"},
-        {"2026-11-20 12:34:56", "T"}};
+        {kDataFolder, "D"}, {name, "N"}, {name.substr(2, name.size() - 5), "M"}, {"2026-11-20 12:34:56", "T"}};
     std::string text;
     for (std::string line : Traced([&] { Jobs().DoCollectJob(L"quiet_fan", JOB_TRIGGER_QUIET_FAN_ON, false, now); })) {
         for (const auto& [from, to] : shortened) {

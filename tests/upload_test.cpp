@@ -4,10 +4,12 @@
 #include <filesystem>
 
 #include "collection/collectors.h"
+#include "common/deployment.h"
 #include "store/telemetry_db.h"
 #include "support/file_server.h"
 #include "support/notebook.h"
 #include "support/traced.h"
+#include "upload/chunk_hash.h"
 #include "upload/file_status.h"
 #include "upload/status_cycle.h"
 #include "upload/upload_status.h"
@@ -35,6 +37,14 @@ std::int32_t Send(FileRecord record, std::int32_t chunkIndex = 1) {
     const StatusCycle cycle(kStatusDb);
     record.fileName = kFile;
     return controller.uploading(cycle.Connection(), record, chunkIndex);
+}
+
+std::string Md5Of(const std::string& bytes) {
+    const std::string path = std::string(kProductFolder) + "hashed";
+    write_text(path, bytes);
+    std::optional<std::string> md5;
+    createMD5forFile(path, md5);
+    return md5 ? *md5 : "";
 }
 
 // 2030-01-02 03:04:05, and no wait.
@@ -88,19 +98,160 @@ protected:
 TEST_F(Upload, SendsTheRestingFileWithAllItsTables) {
     initDB("bare.db", "CREATE TABLE Other (a)");
     Register("bare.db", 3);
-    SetTime();
     EXPECT_EQ(BG_FILESTATUS_CONTROLLER().startUpload(3, 1, 2, kStatusDb), BG_UPLOAD_STATUS_SUCCESS);
-    const FileServer::File& file = server.files["bare.db"];
-    EXPECT_EQ(file.bytes, read_text(std::string(kDataFolder) + "bare.db"));
+    EXPECT_EQ(server.files["bare.db"].bytes, read_text(std::string(kDataFolder) + "bare.db"));
     EXPECT_EQ(machine.query("bare.db", "SELECT COUNT(*) FROM sqlite_master WHERE type = 'table'")[0][0], "5");
-    EXPECT_EQ(Columns("FILE_SIZE, FILE_UPLOAD_BYTES, substr(FILE_UPLOAD_START_TIME, 1, 16), "
-                      "substr(FILE_UPLOADED_TIME, 1, 16), FILE_MD5, FILE_UUID",
-                      "bare.db"),
-              std::to_string(file.size) + "|" + std::to_string(file.size) + "|2030-01-02 03:04|2030-01-02 03:04|" +
-                  file.md5 + "|id-bare.db|");
     EXPECT_EQ(server.body, "");
-    ASSERT_FALSE(server.calls.empty());
     EXPECT_EQ(server.calls.back(), "/api/FS/finishupload/id-bare.db");
+}
+
+// What an attempt for "two.db" logs and which updates it runs, put together from what each of its steps says.
+struct Course {
+    const std::string path = std::string(kDataFolder) + "two.db", host = deployment::TestServer;
+    Names lines, updates;
+
+    void Say(const Names& more, const std::string& start = "") {
+        for (const std::string& line : more) {
+            lines.push_back(start + line);
+        }
+    }
+    void Set(const std::string& column, const std::string& value) {
+        updates.push_back("update FILESTATUS set " + column + " = " + value + " where FILE_NAME = 'two.db'");
+        Say({"Start", "numbers: 1", "columns[i]: " + column + "  values[i]: " + value,
+             "SQLite3 statemant: " + updates.back(), "Success!!"},
+            "[BG_FILESTATUS_CONTROLLER][updateFileStatus] ");
+    }
+    void Stage(const std::string& stage) { Set("FILE_UPLOAD_STAGE", "'" + stage + "'"); }
+    void Hash(const std::string& file, const std::string& md5) {
+        Say({"createMD5 path: " + file, "mbsrtowcs_s: 0", "MD5 is: " + md5, "strcpy_s: 0",
+             "createMD5forFile md5 is: " + md5});
+    }
+    // An empty answer is one with the status 500.
+    void Call(const std::string& verb, const Names& start, const Names& steps, const std::string& answer) {
+        const std::string secure = "[HttpSSL" + verb + "] ", plain = "[Http" + verb + "] ";
+        Say({"getBGServerURL start", "getBGServerURL :" + host});
+        Say(start, secure);
+        Say({secure + "server == " + host, plain + "Start", plain + "Specify an HTTP server: " + host});
+        Say(steps, plain);
+        Say(answer.empty() ? Names{"ResponseCode: 500"} : Names{"ResponseCode: 200", "result_s: " + answer}, plain);
+        Say({plain + "Return"});
+    }
+    void Post(const std::string& to, const std::string& body, const std::string& answer) {
+        Call("Post", {"start", "server = " + host, "path = " + to, "postcontent = " + body},
+             {"Create an HTTP request handle. path: " + to, "Send a request...", "End the request.",
+              "Get the Response."},
+             answer);
+    }
+    void Chunk(const std::string& start, const std::string& bytes, const std::string& size, const std::string& answer) {
+        const std::string step = "[BG_FILESTATUS_CONTROLLER][uploading] Step3 ", length = std::to_string(bytes.size()),
+                          chunk = path + "_MD5_" + start + "_" + length, md5 = Md5Of(bytes);
+        Say({step + "uploadbytes: " + start + " <  filesize: " + size});
+        Stage("getMD5");
+        Say({"getMD5 totalsize: " + size + " start size: " + start, "getMD5 blocksize: " + length});
+        Hash(chunk, md5);
+        Say({"getMD5 chunkfilepath name: " + chunk, "MD5 final is " + md5,
+             "BG_FILESTATUS_CONTROLLER: uploading : Step3 split the file and get md5:" + md5,
+             step + "chunkfilepath != NULL", "[base64_FileEncode] Start filename: " + chunk,
+             "[base64_FileEncode] File not null ", "[base64_FileEncode] End "});
+        Stage("uploadfilechunk uploadbytes:" + start);
+        Post("/api/FS/uploadfilechunk", R"({"checksum":")" + md5 + R"(","filechunk":"...","fileuuid":"id-two.db"})",
+             answer);
+    }
+};
+
+bool IsOfTheStore(const std::string& line) {
+    const auto beginnings = {"[openDB]", "[decrypt", "[validate", "[integrity", "[encrypt",
+                             "[initDB]", "Created ", "Close DB",  "closeDB"};
+    return std::any_of(beginnings.begin(), beginnings.end(), [&](const char* one) { return line.starts_with(one); });
+}
+
+// Puts "..." in the place of what stands between a beginning and an end.
+void Shorten(std::string& text, const std::string& beginning, char end) {
+    for (std::size_t at = text.find(beginning); at != std::string::npos; at = text.find(beginning, at)) {
+        at += beginning.size();
+        text.replace(at, text.find(end, at) - at, "...");
+    }
+}
+
+TEST_F(Upload, LogsAndStoresEachStepInItsOrder) {
+    initDB("two.db", "CREATE TABLE Other (a)");
+    createAllTables("two.db", DbClass::event);
+    const std::string name = "two.db", content = read_text(kDataFolder + name), md5 = Md5Of(content),
+                      size = std::to_string(content.size()), ok = Status("OK");
+    ASSERT_TRUE(content.size() > kChunk && content.size() <= 2 * kChunk);
+    for (const bool fails : {false, true}) {
+        server.reset();
+        if (fails) {
+            server.faults[2] = {500};
+        }
+        Register(name, 2);
+        const auto columns = machine.query(kStatusDb, "SELECT name FROM pragma_table_info('FILESTATUS')");
+        const Names row = machine.query(kStatusDb, "SELECT * FROM FILESTATUS WHERE FILE_TYPE = 2")[0];
+        BG_FILESTATUS_CONTROLLER controller;
+        SetTime();
+        Names lines, statements;
+        statements = Executed([&] { lines = Traced([&] { controller.startUpload(2, 1, 2, kStatusDb); }); });
+        statements.erase(statements.begin());  // which lists the files
+        std::erase_if(lines, IsOfTheStore);
+        for (Names* const texts : {&lines, &statements}) {
+            for (std::string& text : *texts) {
+                Shorten(text, "\"filechunk\":\"", '"');
+                Shorten(text, "'2030-01-02 03:04:", '\'');  // the second may be over
+            }
+        }
+
+        Course course;
+        const std::string run = "[BG_FILESTATUS_CONTROLLER][startUpload] ",
+                          words = "[BG_FILESTATUS_CONTROLLER][uploading] ",
+                          begun = R"({"filesize":0,"fileuuid":"id-two.db","status":"OK"})";
+        course.Say({run + "Start ...", "checkNewtWork"});
+        for (std::size_t i = 0; i < columns.size(); ++i) {
+            course.Say({"[BG_FILESTATUS_CONTROLLER][bgSelectUploadFileCallback] azColName " + columns[i][0] +
+                        " value " + row[i]});
+        }
+        course.Say({"[BG_FILESTATUS_CONTROLLER][getUploadFileList] Select Success!!"});
+        course.Set("FILE_UPLOAD_START_TIME", "'2030-01-02 03:04:...'");
+        course.Set("FILE_UPLOAD_STATUS", "1");
+        course.Stage("initUploadFile start");
+        course.Say({words + "Start"});
+        course.Stage("uploading start");
+        course.Say({words + "Step1 get file total size and file checksum"});
+        course.Set("FILE_SIZE", size);
+        course.Stage("Create MD5 for File");
+        course.Hash(course.path, md5);
+        course.Say({words + "Create CMD5 : " + md5, words + "Create md5str : " + md5 + " filesize : " + size});
+        course.Set("FILE_MD5", "'" + md5 + "'");
+        course.Say({words + "Step2. Query current file start position"});
+        course.Stage("inituploadfile");
+        course.Post("/api/FS/inituploadfile",
+                    R"({"checksum":")" + md5 + R"(","filename":"two.db","filesize":)" + size + "}", begun);
+        course.Say({words + R"(Step2 inituploadjson["status"].get<std::string>() =  "OK" )" + begun});
+        course.Set("FILE_UUID", "'id-two.db'");
+        course.Chunk("0", content.substr(0, kChunk), size, ok);
+        course.Set("FILE_UPLOAD_BYTES", "16384");
+        course.Chunk("16384", content.substr(kChunk), size, fails ? "" : ok);
+        if (fails) {
+            course.Say({words + "uploadfilechunkjson == NULL"});
+        } else {
+            course.Set("FILE_UPLOAD_BYTES", size);
+            course.Say({words + "Step 4 call finishupload: uploadbytes " + size + " " + size});
+            course.Stage("finishupload uploadbytes:" + size);
+            course.Call("Get", {"Start "},
+                        {"Create an HTTP request handle.", "Send a request", "End a request", "Get the request"}, ok);
+        }
+        course.Set("FILE_SERVER_RESPONSE",
+                   fails ? "'BG_UPLOAD_STATUS_UPLOADFILECHUNK_ERROR'" : "'BG_UPLOAD_STATUS_SUCCESS'");
+        course.Stage("uploading complete");
+        course.Set("FILE_UPLOADED_TIME", "'2030-01-02 03:04:...'");
+        course.Say({run + "file: two.db upload status: " + (fails ? "4" : "2")});
+        course.Set("FILE_UPLOAD_STATUS", fails ? "4" : "2");
+        course.Set("FILE_TRY_COUNT", "1");
+        course.Set("FILE_STATUS", fails ? "3" : "1");
+        course.Say({run + "Return ..."});
+        EXPECT_EQ(lines, course.lines);
+        EXPECT_EQ(statements, course.updates);
+        EXPECT_TRUE(server.files[name].bytes == content.substr(0, fails ? kChunk : content.size()));
+    }
 }
 
 TEST_F(Upload, RecordsEachWayAnAttemptCanEnd) {
@@ -196,7 +347,7 @@ TEST_F(Upload, SendsAnyFileInPiecesOfTheChosenSize) {
     write_text(kPath, std::string(kChunk + 100, 'x'));
     FileRecord record;
     record.md5 = record.uuid = "given";
-    EXPECT_EQ(Send(record), BG_UPLOAD_STATUS_FINISHUPLOAD_ERROR);
+    EXPECT_EQ(Send(record), BG_UPLOAD_STATUS_SUCCESS);
     EXPECT_EQ(server.files[kFile].md5, "given");
     EXPECT_EQ(server.calls.back(), "/api/FS/finishupload/id-x.db") << "the server's latest";
     EXPECT_EQ(Columns("FILE_UPLOAD_BYTES, FILE_UUID"), "16484||");

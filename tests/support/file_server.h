@@ -1,8 +1,9 @@
-// The server of files and settings in a test, in plain HTTP on loopback: it checks what it is sent, keeps it, and can
-// answer any call in another way than it should. While one stands, it is the server of the test's machine. Beside it,
-// what tests of the upload share.
+// The server of files and settings in a test, in plain HTTP on loopback: it keeps what it is sent, and can answer any
+// call in another way than it should. While one stands, it is the server of the test's machine. Beside it, what tests
+// of the upload share.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <string>
 #include <utility>
@@ -62,6 +63,9 @@ void Register(const std::string& name, std::int32_t type = 1, const std::string&
 
 // Runs a statement on the status database.
 void ChangeRows(const std::string& sql);
+
+// The statements on the table of files that SQLite runs for an action, which opens its own connections.
+std::vector<std::string> Executed(const std::function<void()>& action);
 
 // Puts a folder in the place of the status database's working copy, or takes it away.
 void BlockStatusDb(bool blocked);

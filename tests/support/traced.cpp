@@ -67,6 +67,9 @@ std::vector<std::string> TraceLines() {
         for (int field = 0; field < 3; ++field) {  // time, process and number
             line.erase(0, line.find('\t') + 1);
         }
+        for (std::size_t at = 0; (at = line.find("\\\\", at)) != std::string::npos; ++at) {
+            line.erase(at, 1);  // as the log escapes it
+        }
         lines.push_back(line);
     }
     return lines;
