@@ -1,7 +1,6 @@
 // The whole road with the built programs: the executable, over TLS, to the built server and back.
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 
@@ -88,10 +87,10 @@ TEST_F(Road, RefusesACertificateThatIsOutOfDateOrForAnotherHost) {
     EXPECT_EQ(Ask(), kRefused);
     RemoveValue(L"BGSERVER_URL");
     EXPECT_EQ(std::system((server.tool + " --make-ca " + server.folder() + " --expired").c_str()), 0);
-    EXPECT_EQ(server.end(SIGTERM), 0);
+    EXPECT_EQ(server.end(), 0);
     server.begin("expired");
     EXPECT_EQ(Ask(), kRefused);
-    EXPECT_EQ(server.end(SIGTERM), 0);
+    EXPECT_EQ(server.end(), 0);
     EXPECT_EQ(server.count(), 1) << "of all that, the server heard the good request";
     server.begin();
 }

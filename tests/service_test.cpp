@@ -388,31 +388,6 @@ std::array<std::size_t, 3> Held(pid_t process) {
     return {memory, count(folder + "/task"), count(folder + "/fd")};
 }
 
-TEST_F(RunningService, ServesOthersWhenAClientDiesInItsCall) {
-    const auto open = [](platform::LineClient& client) {
-        std::string answer;
-        ASSERT_TRUE(client.open("run/ZorvHelpRpcEndpoint", 20));
-        ASSERT_TRUE(client.send(R"({"jsonrpc":"2.0","id":1,"method":"RemoteOpen"})") && client.receive(answer));
-    };
-    for (int i = 0; i < 20; ++i) {
-        platform::LineClient dying;
-        open(dying);
-        for (const char* method : {"GetSystemInfoData", "GetModelName", "GetQuietFanMode"}) {
-            dying.send(R"({"jsonrpc":"2.0","id":2,"method":")" + std::string(method) +
-                       R"(","params":{"context":1,"cookie":1}})");
-        }
-    }
-    platform::LineClient other;
-    open(other);
-    const std::string call =
-        R"({"jsonrpc":"2.0","id":3,"method":"BigDataServiceCall","params":{"context":1,"cookie":1,"outputSize":99,)"
-        R"("input":"{\"function\":9,\"version\":1}"}})";
-    EXPECT_TRUE(Comes([&] {  // when the dead ones' calls have let go of the job lock
-        std::string answer;
-        return other.send(call) && other.receive(answer) && answer.find("2.0.6.0") != std::string::npos;
-    }));
-}
-
 TEST_F(RunningService, StopsWhenItsEndpointCannotBeOpened) {
     Stop(1);
     fs::create_directories(platform::machine_folder() + "/run/ZorvHelpRpcEndpoint/taken");

@@ -72,23 +72,23 @@ ReferenceServer::ReferenceServer(const TestMachine& machine) : folder_(machine.b
 }
 
 ReferenceServer::~ReferenceServer() {
-    EXPECT_EQ(end(SIGTERM), 0);
+    EXPECT_EQ(end(), 0);
 }
 
 void ReferenceServer::begin(const std::string& certificate) {
     const std::string log = folder_ + "server.log", data = folder_ + "data", settings = folder_ + "settings",
-                      script = folder_ + "script", shown = folder_ + certificate;
+                      shown = folder_ + certificate;
     const std::size_t before = read_text(log).size();
     process_ = ::fork();
     if (process_ == 0) {
         ::dup2(::open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0666), STDOUT_FILENO);
-        ::execl(tool.c_str(), "zorvserver", "--data", data.c_str(), "--settings", settings.c_str(), "--script",
-                script.c_str(), "--cert", (shown + ".pem").c_str(), "--key", (shown + ".key").c_str(), nullptr);
+        ::execl(tool.c_str(), "zorvserver", "--data", data.c_str(), "--settings", settings.c_str(), "--cert",
+                (shown + ".pem").c_str(), "--key", (shown + ".key").c_str(), nullptr);
         ::_exit(127);
     }
+    char next = 0;  // of the line behind it
     const auto listens = [&] {
-        return std::sscanf(read_text(log).c_str() + before,
-                           "listening https 127.0.0.1:%d\nlistening http 127.0.0.1:%d\n", &https, &http) == 2;
+        return std::sscanf(read_text(log).c_str() + before, "listening https 127.0.0.1:%d %c", &port_, &next) == 2;
     };
     while (!listens()) {
         ASSERT_EQ(::waitpid(process_, nullptr, WNOHANG), 0) << "the server ended at once";
@@ -97,11 +97,11 @@ void ReferenceServer::begin(const std::string& certificate) {
     tell_machine();
 }
 
-int ReferenceServer::end(int signal) {
+int ReferenceServer::end() {
     int status = -1;
-    ::kill(process_, signal);
+    ::kill(process_, SIGTERM);
     ::waitpid(process_, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    return status;
 }
 
 void ReferenceServer::trust() {
@@ -111,7 +111,7 @@ void ReferenceServer::trust() {
 
 // Any name leads to it, and only its own is in its certificate.
 void ReferenceServer::tell_machine() const {
-    const std::string address = ":443\": \"127.0.0.1:" + std::to_string(https) + "\"";
+    const std::string address = ":443\": \"127.0.0.1:" + std::to_string(port_) + "\"";
     write_text(platform::machine_folder() + "/network.json",
                std::string(R"({"hosts": {")") + zorvalis::deployment::DefaultServer + address + ", \"other.example" +
                    address + "}" + (trusted_ ? ", \"ca\": \"" + folder_ + "ca.pem\"" : "") + "}");

@@ -25,18 +25,16 @@ public:
     int count(const std::string& call = "") const;
 
 #ifndef _WIN32
-    // Shows server.pem, expired.pem or wrong-name.pem; obeys the file "script".
+    // Shows server.pem or expired.pem.
     void begin(const std::string& certificate = "server");
-    int end(int signal);  // the exit code, or the signal as a negative number
+    int end();  // its exit code
 
     const std::string tool = built("zorvserver");
-    int https = 0;
-    int http = 0;
 
 private:
     void tell_machine() const;
 
-    int process_ = 0;
+    int process_ = 0, port_ = 0;
     bool trusted_ = false;
 #else
 private:

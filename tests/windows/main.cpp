@@ -1,7 +1,6 @@
 // The test program, and the client that it is when it is started as one.
 #include <gtest/gtest.h>
 
-#include "support/lock_watch.h"
 #include "support/loopback_server.h"
 #include "windows/held_context.h"
 
@@ -11,6 +10,5 @@ int wmain(int argc, wchar_t** argv) {
     }
     testing::InitGoogleTest(&argc, argv);
     LoopbackServer::begin();
-    watch_job_lock();
     return RUN_ALL_TESTS();
 }
