@@ -41,89 +41,21 @@ TEST(Trace, TakesLevel4AndFlagBit0) {
     }
 }
 
-// The words of one event on a machine without any file, N being the file's name and D the data folder.
-constexpr char kOneEvent[] = R"(DoCollectJob - action : quiet_fan, parameter : 18
-Enclosure Type = Notebook
-[Utility] isMainSwitchEnable : ERROR_READREG
-[isImageStateComplete] start
-[isImageStateComplete] REG_IMAGE_STATE == IMAGE_STATE_COMPLETE
-[Utility]  totalCollectTime from setting file : 600months.\n
-[Utility]  Get activation time from GPNV fail.\n
-[Utility]  manufacturingDateString : 2020/01/15
-[Utility]  isOverTotalCollectTimeStatus = false.\n
-[Utility] specificTime : 1
-[Utility] never set lastDojobTime
-BigdataCheck - CJ_QUIETFAN
-DoCollectJob - BigdataCheck funcMask : 256
-[in] getAutoDBFileName
-[getDeviceUUID] uuid: 00112233-4455-6677-8899-aabbccddeeff
-getAutoDBFileName::dbFileName: M
-[out] getAutoDBFileName
-dbName:    N
-db file doesn't exist
-CreateSqliteDBFolder: D
-[validateDB] start DN
-[initDB] Opened N.db
-[encryptDBFast] DN exist
-Created N.db Success!!
-Close DB success!!
-in canStoreData:============>
-[decryptDBFast] DN exist
-[validateDB] start DN
-[validateDB] fileExist
-[integritycheckCallback] azColName: integrity_check value ok
-totalRecord Opened N.db
-[totalRecordCallback] azColName COUNT(*) value 0
-totalRecord 0 get from N.db Success!!
-[encryptDBFast] DN exist
-totalRecord Close N DB success!!
-canStoreData dbname: N tablename: UserBehavior totalrecords: 0 limit: 108
-out canStoreData:============>
-[collectUserBehaviorData] ub data retrieving
-in RetrieveData===============>
-~~~>INDEX_WMI : GetRandomUUID
-[getDeviceUUID] uuid: 00112233-4455-6677-8899-aabbccddeeff
-~~~>INDEX_WMI : WMIGetBatteryHealth
-finish RetrieveData
-out RetrieveData===============>
-[collectUserBehaviorData] ub triggerType= 18
-[collectUserBehaviorData] columnnnnnn= T
-in storeData===============>
-[decryptDBFast] DN exist
-[validateDB] start DN
-[validateDB] fileExist
-[integritycheckCallback] azColName: integrity_check value ok
-insertBatDB Opened N.db
-Inserting a value into N db ...
-Inserting sql: INSERT INTO UserBehavior ( local_time, freq, guid, power_on, power_off, suspend, resume, )"
-                             R"(battery_health_mode_change, battery_health_mode, quiet_fan_on, quiet_fan_off, ac_in, )"
-                             R"(ac_out, lid_open, lid_close, wmi1, wmi2) VALUES( 'T', 18, )"
-                             R"('00112233-4455-6677-8899-aabbccddeeff', NULL, NULL, NULL, NULL, NULL, NULL, 'T', )"
-                             R"(NULL, NULL, NULL, NULL, NULL, NULL, NULL);
-Insert N.db Success!!
-[encryptDBFast] DN exist
-insert Close N DB success!!
-out storeData===============>
-)";
-
-TEST(Trace, TellsOneEventInItsOrder) {
+TEST(Trace, TellsTheGatesOfAnEventInTheirOrder) {
     const Notebook machine;
-    const std::int64_t now = SetClock(2026, 11, 20, 12, 34, 56);
-    const std::string name = FileOf("E");
-    const std::vector<std::pair<std::string, std::string>> shortened = {
-        {kDataFolder, "D"}, {name, "N"}, {name.substr(2, name.size() - 5), "M"}, {"2026-11-20 12:34:56", "T"}};
-    std::string text;
-    for (std::string line : Traced([&] { Jobs().DoCollectJob(L"quiet_fan", JOB_TRIGGER_QUIET_FAN_ON, false, now); })) {
-        for (const auto& [from, to] : shortened) {
-            for (std::size_t at = line.find(from); at != std::string::npos; at = line.find(from)) {
-                line.replace(at, from.size(), to);
-            }
-        }
-        if (line.find("diff") == line.npos) {  // seconds that go by
-            text += line + "\n";
-        }
-    }
-    EXPECT_EQ(text, kOneEvent);
+    std::vector<std::string> lines = Traced([] { Jobs().DoCollectJob(L"quiet_fan", 18, false, 0); });
+    std::erase_if(lines, [](const std::string& line) { return line.find("diff") != line.npos; });  // seconds that go by
+    lines.resize(13);  // what follows is the collector's
+    EXPECT_EQ(lines, (std::vector<std::string>{
+                         "DoCollectJob - action : quiet_fan, parameter : 18", "Enclosure Type = Notebook",
+                         "[Utility] isMainSwitchEnable : ERROR_READREG", "[isImageStateComplete] start",
+                         "[isImageStateComplete] REG_IMAGE_STATE == IMAGE_STATE_COMPLETE",
+                         "[Utility]  totalCollectTime from setting file : 600months.\\n",
+                         "[Utility]  Get activation time from GPNV fail.\\n",
+                         "[Utility]  manufacturingDateString : 2020/01/15",
+                         "[Utility]  isOverTotalCollectTimeStatus = false.\\n", "[Utility] specificTime : 1",
+                         "[Utility] never set lastDojobTime", "BigdataCheck - CJ_QUIETFAN",
+                         "DoCollectJob - BigdataCheck funcMask : 256"}));
 }
 
 TEST(Trace, TellsThatAFullTableReadsNoHardware) {
@@ -251,17 +183,6 @@ TEST(Chunk, IsNotLeftBehindByHalf) {
     std::signal(SIGXFSZ, handler);
     EXPECT_FALSE(chunk);
     EXPECT_FALSE(platform::file_exists(path + "_MD5_0_16384"));
-}
-
-TEST(DataFolder, IsEmptiedWithoutAStepOutsideIt) {
-    const TestMachine machine;
-    initDB("x.db", "CREATE TABLE T (a)");
-    const std::string folder = platform::native_path(kDataFolder), victim = std::string(kProductFolder) + "victim";
-    write_text(victim, "");
-    write_text(folder + "..\\victim", "");  // one name on Linux
-    RemoveAllFilesInFolder(kDataFolder);
-    EXPECT_TRUE(platform::file_exists(victim));
-    EXPECT_EQ(machine.data_files(), std::vector<std::string>());
 }
 
 }  // namespace

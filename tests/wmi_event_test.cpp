@@ -102,7 +102,7 @@ TEST_F(WmiEvents, LeaveTheirNumberInTheRegistryOnlyIfItIsOneOfTheTwo) {
     StartTrace();
     WriteRegDword(kLocalMachine, kProductKey, kPendingEvent, 0);
     for (const auto& [number, pending] : {std::pair{"153", L"0"}, {"155", L"155"}, {"156", L"155"}, {"154", L"154"}}) {
-        send_to_machine("events", std::string(R"({"EventID": )") + number + "}\n");
+        EXPECT_EQ(run_zorvctl(std::string("event wmi ") + number).code, 0);
         const std::string last = std::string("[WmiEventManager][EventSink] Indicate : EventID") + number;
         for (int tries = 0; tries < 5000 && (TraceLines().empty() || TraceLines().back() != last); ++tries) {
             std::this_thread::sleep_for(std::chrono::milliseconds(2));

@@ -195,12 +195,6 @@ bool LoopbackConnection::send(std::string_view bytes) const {
     return true;
 }
 
-void LoopbackConnection::wait_for_close() const {
-    char byte = 0;
-    while (::recv(static_cast<Socket>(socket_), &byte, 1, 0) > 0) {
-    }
-}
-
 LoopbackServer::LoopbackServer(Handler handler) {
     Listener::Get().LeadAllHostsHere();
     Listener::Get().Set(std::move(handler));

@@ -18,7 +18,6 @@ class LoopbackConnection {
 public:
     explicit LoopbackConnection(std::intptr_t socket) : socket_(socket) {}
     bool send(std::string_view bytes) const;  // false when the client is gone
-    void wait_for_close() const;
 
 private:
     std::intptr_t socket_;

@@ -18,11 +18,8 @@
 #ifdef _WIN32
 #include <windows.h>
 #else
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include "platform/stand_in/machine_socket.h"
 #endif
 
 namespace {
@@ -192,14 +189,3 @@ std::string read_text(const std::string& path) {
     }
     return text;
 }
-
-#ifndef _WIN32
-bool send_to_machine(const std::string& socket, const std::string& text) {
-    const platform::Descriptor client = platform::connect_to("run/" + socket, 0);
-    ::send(client.get(), text.data(), text.size(), MSG_NOSIGNAL);  // all of it, as it may wait
-    ::shutdown(client.get(), SHUT_WR);
-    for (char ignored[256]; client && ::read(client.get(), ignored, sizeof ignored) > 0;) {
-    }
-    return static_cast<bool>(client);
-}
-#endif

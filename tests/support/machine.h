@@ -54,7 +54,3 @@ ToolResult run_zorvctl(const std::string& arguments);
 // Whole files by the path that the platform floor takes.
 void write_text(const std::string& path, const std::string& text);
 std::string read_text(const std::string& path);
-
-// Sends text to a socket in the stand-in machine's run folder, and waits until the other end has taken all of it and
-// closed. False when nobody listens there.
-bool send_to_machine(const std::string& socket, const std::string& text);

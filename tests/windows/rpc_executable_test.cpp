@@ -143,21 +143,6 @@ TEST_F(ServedClients, DoNotHearOfAFailedCallbackOrOfAnothersDeathOrFault) {
     EXPECT_EQ(Client().GetUUID(), "00112233-4455-6677-8899-aabbccddeeff") << "the next one, and without the job lock";
 }
 
-TEST_F(ServedClients, MayBeTheCommandLine) {
-    Start();
-    const auto run = [&](const std::string& arguments) {
-        const std::string output = machine.bin_folder() + "output";
-        std::system(("\"\"" + built("zorvctl.exe") + "\" " + arguments + " >\"" + output + "\" 2>&1\"").c_str());
-        return read_text(output);
-    };
-    EXPECT_EQ(run("get model"), "ZX \u00e4\n");
-    for (const char* command : {"set battery-health 60", "set main-switch off", "consent --agree --direct"}) {
-        EXPECT_EQ(run(command), "");
-    }
-    EXPECT_EQ(run("get battery-health") + run("get main-switch"), "60\n0\n");
-    EXPECT_NE(run("get model --direct").find("no callback came"), std::string::npos);  // Wine refuses it
-}
-
 TEST_F(ServedClients, AreNotServedAfterTheStop) {
     Start();
     EXPECT_EQ(service.control(SERVICE_CONTROL_STOP), 0U);
