@@ -9,6 +9,7 @@
 #include "platform/linux/rpc_frame.h"
 #include "platform/rpc_callback.h"
 #include "surroundings.h"
+#include "zorvalis_procedures.h"
 
 namespace {
 
@@ -31,48 +32,45 @@ std::size_t Length(const wchar_t* text) {
     return text != nullptr ? std::wcslen(text) : 0;
 }
 
-void Copy(const wchar_t* text, wchar_t* output, std::int32_t size) {
-    Expect(size > 0, "a buffer without room");
-    const std::size_t length = Length(text), room = static_cast<std::size_t>(size);
-    if (length < room) {
-        std::wmemcpy(output, text, length + 1);
+// Uses all that a procedure is given. An output gets the latest text, or one with a character of two units.
+struct User {
+    const wchar_t* text = L"\U0001F600 uuid";
+    std::size_t length = 0;
+    wchar_t* output = nullptr;
+
+    void Take(const wchar_t* given) {
+        length += Length(given);
+        text = given != nullptr ? given : text;
     }
-    Expect(output[room - 1] == L'\0', "a buffer that is not cleared");
-}
+    void Take(wchar_t* room) { output = room; }
+    void Take(std::int32_t size) {
+        Expect(size > 0, "a buffer without room");
+        const std::size_t taken = Length(text), room = static_cast<std::size_t>(size);
+        if (taken < room) {
+            std::wmemcpy(output, text, taken + 1);
+        }
+        Expect(output[room - 1] == L'\0', "a buffer that is not cleared");
+    }
+    void Take(std::int32_t* result) { *result = static_cast<std::int32_t>(length); }
+    void Take(std::uint8_t flag) { platform::callback_flag(flag, 7, 1); }
+    void Take(std::int64_t number) { platform::callback_test_data(number, number); }
+};
 
 // Procedures that touch all that they are given, so that the sanitizers see what is wrong with it.
 platform::RpcProcedures Procedures() {
-    const auto text = [](platform::RpcContext context, std::int64_t cookie) {
-        Use(context);
-        platform::callback_text("\x80\xFFtext", 0, cookie);
-    };
-    const auto flag = [](platform::RpcContext context, std::uint8_t on, std::int64_t cookie) {
-        Use(context);
-        Expect(on <= 1, "a flag that is none");
-        platform::callback_flag(on, 7, cookie);
-    };
-    const auto integer = [](platform::RpcContext context, std::int64_t value, std::int64_t cookie) {
-        Use(context);
-        platform::callback_test_data(value, cookie);
-    };
     platform::RpcProcedures p{};
     p.RemoteOpen = []() -> platform::RpcContext { return ++opened, new int(1); };
     p.RemoteClose = [](platform::RpcContext context) { ++closed, delete static_cast<int*>(context); };
-    p.GetTestDataFunc = p.SetBatteryHealth = integer;
-    p.GetModelName = p.GetFamilyName = p.GetChassisTypes = p.GetProductName = p.GetBatteryHealthMode = text;
-    p.GetQuietFanMode = p.GetSystemInfoData = p.GetVersionString = p.GetMainSwitchByUser = text;
+#define USE(name, ...)                                             \
+    p.name = [](platform::RpcContext context, auto... arguments) { \
+        Use(context);                                              \
+        User user;                                                 \
+        (user.Take(arguments), ...);                               \
+        platform::callback_text("\x80\xFFtext", 0, 1);             \
+    };
+    ZORVALIS_PROCEDURES(USE)
+#undef USE
     p.GetSerialNumber = [](platform::RpcContext, std::int64_t) { throw std::runtime_error("\xFF"); };
-    p.SetQuietFan = p.SetMainSwitchByUser = flag;
-    p.SetAppFolder = [](platform::RpcContext, const wchar_t* path, std::int64_t) { Length(path); };
-    p.SetMyZorvPP = [](platform::RpcContext, const wchar_t* account, const wchar_t* name, const wchar_t* version,
-                       const wchar_t* time, std::uint8_t, std::int32_t* result, std::int64_t) {
-        *result = static_cast<std::int32_t>(Length(account) + Length(name) + Length(version) + Length(time));
-    };
-    p.GetUUID = [](platform::RpcContext, wchar_t* output, std::int32_t size, std::int64_t) {
-        Copy(L"\U0001F600 uuid", output, size);
-    };
-    p.BigDataServiceCall = [](platform::RpcContext, const wchar_t* input, wchar_t* output, std::int32_t size,
-                              std::int64_t) { Copy(input, output, size); };
     return p;
 }
 

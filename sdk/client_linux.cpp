@@ -1,10 +1,11 @@
 // The client on the stand-in machine: each procedure as a message to the service's socket.
+#include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <utility>
 
 #include "connection_linux.h"
-#include "platform/linux/wide.h"
-#include "platform/machine.h"
+#include "zorvalis_procedures.h"
 
 namespace zorvalis_client {
 
@@ -14,13 +15,59 @@ namespace {
 
 constexpr std::int32_t kNoText = 1113;
 
+// The stand-in machine's folder is ZORV_MACHINE, else in the user's state folder.
+std::string ServicesEndpoint() {
+    const auto environment = [](const char* name) {
+        const char* const value = std::getenv(name);
+        return std::filesystem::path(value != nullptr ? value : "");
+    };
+    std::filesystem::path machine = environment("ZORV_MACHINE");
+    if (machine.empty()) {
+        const std::filesystem::path state = environment("XDG_STATE_HOME");
+        machine = (state.is_absolute() ? state : environment("HOME") / ".local/state") / "zorv-machine";
+    }
+    return (std::filesystem::absolute(machine) / "run/ZorvHelpRpcEndpoint").string();
+}
+
+// One argument of a call: its member of the message, and of the answer.
+template <class Value>
+struct Input {
+    const char* name;
+    const Value& value;
+
+    void AddTo(Json& message) const { message[name] = value; }
+    static constexpr const char* answer = nullptr;
+};
+
+template <>
+void Input<bool>::AddTo(Json& message) const {
+    message[name] = value ? 1 : 0;
+}
+
 // As it reaches the service on Windows too, where a text ends at its first NUL.
-const char* Text(const std::string& text) {
-    if (!platform::to_wide(text.c_str())) {
+template <>
+void Input<std::string>::AddTo(Json& message) const {
+    const Json text = value.c_str();
+    try {
+        static_cast<void>(text.dump());
+    } catch (const std::domain_error&) {
         throw Error("a text of the call is no UTF-8", kNoText);
     }
-    return text.c_str();
+    message[name] = text;
 }
+
+struct Output {
+    const char *answer, *name;
+    std::int32_t size;
+
+    void AddTo(Json& message) const { message[name] = size; }
+};
+
+struct Result {
+    const char* answer;
+
+    void AddTo(Json&) const {}
+};
 
 }  // namespace
 
@@ -29,113 +76,43 @@ struct Client::State {
     std::int64_t context = 0;
 
     State(const std::string& path, Callbacks callbacks) : connection(path, std::move(callbacks)) {
-        context = Ask<std::int64_t>("RemoteOpen", Json::object(), "context");
+        context = Member<std::int64_t>("RemoteOpen", connection.Call("RemoteOpen", Json::object()), "context");
     }
     ~State() { connection.CloseContext(context); }
 
-    // A member of the answer.
-    template <class Result>
-    Result Ask(const char* method, Json parameters, const char* member) {
+    template <class Value>
+    static Value Member(const char* method, const Json& answer, const char* name) {
         try {
-            return Answer(method, std::move(parameters)).at(member).get<Result>();
+            return answer.at(name).get<Value>();
         } catch (const std::logic_error&) {
-            throw Error(std::string("the service's answer to ") + method + " has no " + member, kProtocolError);
+            throw Error(std::string("the service's answer to ") + method + " has no " + name, kProtocolError);
         }
     }
-    Json Answer(const char* method, Json parameters) {
-        if (context != 0) {
-            parameters["context"] = context;
+
+    template <class Answer, class... Arguments>
+    Answer Call(const char* method, std::int64_t cookie, const Arguments&... arguments) {
+        Json message = {{"context", context}, {"cookie", cookie}};
+        (arguments.AddTo(message), ...);
+        const Json answer = connection.Call(method, message);
+        const char* name = nullptr;
+        ((name = arguments.answer != nullptr ? arguments.answer : name), ...);
+        if constexpr (std::is_same_v<Answer, bool>) {
+            return Member<std::int32_t>(method, answer, name) != 0;
+        } else if constexpr (!std::is_void_v<Answer>) {
+            return Member<Answer>(method, answer, name);
         }
-        return connection.Call(method, parameters);
     }
-    void Get(const char* method, std::int64_t cookie) { Answer(method, {{"cookie", cookie}}); }
 };
 
-Client::Client(Callbacks callbacks, const std::string& endpoint) {
-    const std::string path = endpoint.empty() ? platform::machine_folder() + "/run/ZorvHelpRpcEndpoint" : endpoint;
-    state_ = std::make_unique<State>(path, std::move(callbacks));
-}
+Client::Client(Callbacks callbacks, const std::string& endpoint)
+    : state_(std::make_unique<State>(endpoint.empty() ? ServicesEndpoint() : endpoint, std::move(callbacks))) {}
 
 Client::~Client() = default;
 
-std::string Client::BigDataServiceCall(const std::string& input, std::int32_t outputSize) {
-    return state_->Ask<std::string>("BigDataServiceCall",
-                                    {{"input", Text(input)}, {"outputSize", outputSize}, {"cookie", 0}}, "output");
-}
-
-void Client::GetTestDataFunc(std::int64_t value, std::int64_t cookie) {
-    state_->Answer("GetTestDataFunc", {{"value", value}, {"cookie", cookie}});
-}
-
-void Client::GetModelName(std::int64_t cookie) {
-    state_->Get("GetModelName", cookie);
-}
-
-void Client::GetSerialNumber(std::int64_t cookie) {
-    state_->Get("GetSerialNumber", cookie);
-}
-
-void Client::GetFamilyName(std::int64_t cookie) {
-    state_->Get("GetFamilyName", cookie);
-}
-
-void Client::GetChassisTypes(std::int64_t cookie) {
-    state_->Get("GetChassisTypes", cookie);
-}
-
-void Client::GetProductName(std::int64_t cookie) {
-    state_->Get("GetProductName", cookie);
-}
-
-void Client::GetBatteryHealthMode(std::int64_t cookie) {
-    state_->Get("GetBatteryHealthMode", cookie);
-}
-
-void Client::GetQuietFanMode(std::int64_t cookie) {
-    state_->Get("GetQuietFanMode", cookie);
-}
-
-void Client::GetSystemInfoData(std::int64_t cookie) {
-    state_->Get("GetSystemInfoData", cookie);
-}
-
-void Client::GetVersionString(std::int64_t cookie) {
-    state_->Get("GetVersionString", cookie);
-}
-
-void Client::GetMainSwitchByUser(std::int64_t cookie) {
-    state_->Get("GetMainSwitchByUser", cookie);
-}
-
-std::string Client::GetUUID(std::int32_t outputSize) {
-    return state_->Ask<std::string>("GetUUID", {{"outputSize", outputSize}, {"cookie", 0}}, "output");
-}
-
-bool Client::SetMyZorvPP(const std::string& windowsAccount, const std::string& appName, const std::string& appVersion,
-                         const std::string& timeText, bool isAgreePP) {
-    const Json parameters = {{"windowsAccount", Text(windowsAccount)},
-                             {"appName", Text(appName)},
-                             {"appVersion", Text(appVersion)},
-                             {"timeText", Text(timeText)},
-                             {"flag", isAgreePP ? 1 : 0},
-                             {"cookie", 0}};
-    return state_->Ask<std::int32_t>("SetMyZorvPP", parameters, "result") != 0;
-}
-
-void Client::SetBatteryHealth(std::int64_t value, std::int64_t cookie) {
-    state_->Answer("SetBatteryHealth", {{"value", value}, {"cookie", cookie}});
-}
-
-void Client::SetQuietFan(bool on, std::int64_t cookie) {
-    state_->Answer("SetQuietFan", {{"flag", on ? 1 : 0}, {"cookie", cookie}});
-}
-
-void Client::SetAppFolder(const std::string& path, std::int64_t cookie) {
-    state_->Answer("SetAppFolder", {{"path", Text(path)}, {"cookie", cookie}});
-}
-
-void Client::SetMainSwitchByUser(bool on, std::int64_t cookie) {
-    state_->Answer("SetMainSwitchByUser", {{"flag", on ? 1 : 0}, {"cookie", cookie}});
-}
+#define DEFINE(answer, name, parameters, cookie, ...)                          \
+    answer Client::name parameters {                                           \
+        return state_->Call<answer>(#name, cookie __VA_OPT__(, ) __VA_ARGS__); \
+    }
+ZORVALIS_CALLS(DEFINE)
 
 }  // namespace zorvalis_client

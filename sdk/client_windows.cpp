@@ -6,14 +6,14 @@
 #include <algorithm>
 #include <list>
 #include <mutex>
+#include <optional>
+#include <tuple>
+#include <type_traits>
 #include <utility>
 
-#include "platform/error.h"
-#include "platform/text.h"
-#include "platform/windows/handles.h"
-#include "platform/windows/rpc_guard.h"
-#include "platform/windows/wide.h"
+#include "rpc/guard.h"
 #include "zorvalis_client.h"
+#include "zorvalis_procedures.h"
 #include "zorvalis_rpc.h"
 
 namespace zorvalis_client {
@@ -60,14 +60,23 @@ std::shared_ptr<const Callbacks> callbacks_for(std::int64_t cookie) {
     return found == runningCalls.end() ? nullptr : found->callbacks;
 }
 
-std::wstring wide(std::uint32_t code_page, const char* text) {
-    const int size = platform::multi_byte_to_wide(code_page, text, -1, nullptr, 0);
+std::wstring wide(UINT codePage, const char* text) {
+    const DWORD flags = codePage == CP_UTF8 ? MB_ERR_INVALID_CHARS : 0;
+    const int size = ::MultiByteToWideChar(codePage, flags, text, -1, nullptr, 0);
     if (size == 0) {
-        throw Error("a text of the call is no UTF-8", static_cast<std::int32_t>(platform::last_error()));
+        throw Error("a text of the call is no UTF-8", static_cast<std::int32_t>(::GetLastError()));
     }
     std::wstring result(static_cast<std::size_t>(size), L'\0');
-    platform::multi_byte_to_wide(code_page, text, -1, result.data(), size);
+    ::MultiByteToWideChar(codePage, flags, text, -1, result.data(), size);
     result.pop_back();
+    return result;
+}
+
+// UTF-8; what is no character becomes U+FFFD.
+std::string narrow(const std::wstring& text) {
+    const auto length = static_cast<int>(text.size());
+    std::string result(text.size() * 3, '\0');
+    result.resize(::WideCharToMultiByte(CP_UTF8, 0, text.data(), length, result.data(), length * 3, nullptr, nullptr));
     return result;
 }
 
@@ -77,7 +86,7 @@ Value received(Value value) {
 }
 
 std::string received(const char* text) {
-    return platform::to_utf8(wide(platform::kCodePageAnsi, text));
+    return narrow(wide(CP_ACP, text));
 }
 
 // Nothing leaves it: the runtime has called.
@@ -86,7 +95,7 @@ void deliver(std::int64_t cookie, Function Callbacks::*callback, const Values&..
     try {
         const auto callbacks = callbacks_for(cookie);
         if (callbacks && (*callbacks).*callback) {
-            ((*callbacks).*callback)(received(values)..., cookie);
+            ((*callbacks).*callback)(received(values)...);
         }
     } catch (...) {
         // The call goes on without it.
@@ -94,7 +103,7 @@ void deliver(std::int64_t cookie, Function Callbacks::*callback, const Values&..
 }
 
 std::wstring wide(const std::string& text) {
-    return wide(platform::kCodePageUtf8, text.c_str());
+    return wide(CP_UTF8, text.c_str());
 }
 
 void check(const char* procedure, std::uint32_t status) {
@@ -104,13 +113,15 @@ void check(const char* procedure, std::uint32_t status) {
     }
 }
 
-void free_binding(handle_t binding) {
-    ::RpcBindingFree(&binding);
-}
+struct FreeBinding {
+    using pointer = handle_t;
+    void operator()(handle_t binding) const { ::RpcBindingFree(&binding); }
+};
 
-void free_text(RPC_WSTR text) {
-    ::RpcStringFreeW(&text);
-}
+struct FreeText {
+    using pointer = RPC_WSTR;
+    void operator()(RPC_WSTR text) const { ::RpcStringFreeW(&text); }
+};
 
 // The service's own endpoint has to be LocalSystem's. A machine that knows no authentication cannot tell whose it is.
 void expect_local_system(handle_t binding) {
@@ -132,8 +143,44 @@ void expect_local_system(handle_t binding) {
           status == RPC_S_UNKNOWN_AUTHN_SERVICE ? RPC_S_OK : static_cast<std::uint32_t>(status));
 }
 
-// A stub of a call, with its own name for what it says.
-#define STUB(procedure) #procedure, call_##procedure
+struct WideText {
+    std::wstring text;
+    operator const wchar_t*() const { return text.c_str(); }
+};
+
+// One argument of a call: what the stub is given for it, and where it leaves an answer.
+template <class Value>
+struct Input {
+    const char* name;
+    const Value& value;
+
+    std::tuple<Value> Pass() const { return value; }
+};
+
+template <>
+struct Input<std::string> {
+    const char* name;
+    const std::string& value;
+
+    std::tuple<WideText> Pass() const { return WideText{wide(value)}; }
+};
+
+struct Output {
+    const char *answer, *name;
+    std::int32_t size;
+    std::wstring buffer = std::wstring(static_cast<std::size_t>(std::max(size, 1)), L'\0');
+
+    std::tuple<wchar_t*, std::int32_t> Pass() { return {buffer.data(), size}; }
+    std::string Answer() const { return narrow(buffer.c_str()); }
+};
+
+struct Result {
+    const char* answer;
+    std::int32_t result = 0;
+
+    std::tuple<std::int32_t*> Pass() { return &result; }
+    bool Answer() const { return result != 0; }
+};
 
 }  // namespace
 
@@ -141,23 +188,21 @@ struct Client::State {
     std::shared_ptr<const Callbacks> callbacks;
     ClientContext context = nullptr;
 
-    template <class Stub, class... Arguments>
-    void Call(const char* procedure, Stub* stub, Arguments... arguments) {
-        check(procedure, platform::rpc_guarded([=, this] { stub(context, arguments...); }));
-    }
-
-    // One that is answered by callback.
-    template <class Stub, class... Arguments>
-    void CallDirectly(std::int64_t cookie, const char* procedure, Stub* stub, Arguments... arguments) {
-        const Registration registration(callbacks, cookie);
-        Call(procedure, stub, arguments..., cookie);
-    }
-
-    template <class Stub, class... Inputs>
-    std::string CallForText(std::int32_t outputSize, const char* procedure, Stub* stub, Inputs... inputs) {
-        std::wstring output(static_cast<std::size_t>(std::max(outputSize, 1)), L'\0');
-        Call(procedure, stub, inputs..., output.data(), outputSize, 0);
-        return platform::to_utf8(output.c_str());
+    // The last argument has the answer. Without an answer there may be callbacks.
+    template <class Answer, class Stub, class... Arguments>
+    Answer Call(const char* procedure, Stub* stub, std::int64_t cookie, Arguments... arguments) {
+        std::optional<Registration> registration;
+        if (std::is_void_v<Answer>) {
+            registration.emplace(callbacks, cookie);
+        }
+        auto all = std::tuple(std::move(arguments)...);
+        auto passed = std::apply(
+            [&](auto&... each) { return std::tuple_cat(std::tuple(context), each.Pass()..., std::tuple(cookie)); },
+            all);
+        check(procedure, zorvalis_rpc::Guarded([&] { std::apply(*stub, passed); }));
+        if constexpr (!std::is_void_v<Answer>) {
+            return std::get<sizeof...(Arguments) - 1>(all).Answer();
+        }
     }
 };
 
@@ -170,98 +215,28 @@ Client::Client(Callbacks callbacks, const std::string& endpoint) : state_(std::m
     const auto unsigned_text = [](std::wstring& words) { return reinterpret_cast<RPC_WSTR>(words.data()); };
     check("RpcStringBindingComposeW", ::RpcStringBindingComposeW(nullptr, unsigned_text(protocol), nullptr,
                                                                  unsigned_text(name), unsigned_text(options), &text));
-    const platform::Owned<free_text, RPC_WSTR> ownedText(text);
+    const std::unique_ptr<void, FreeText> ownedText(text);
     handle_t binding = nullptr;
     check("RpcBindingFromStringBindingW", ::RpcBindingFromStringBindingW(text, &binding));
-    const platform::Owned<free_binding, handle_t> ownedBinding(binding);
+    const std::unique_ptr<void, FreeBinding> ownedBinding(binding);
     if (endpoint.empty()) {
         expect_local_system(binding);
     }
-    check("RemoteOpen", platform::rpc_guarded([&] { call_RemoteOpen(binding, &state_->context); }));
+    check("RemoteOpen", zorvalis_rpc::Guarded([&] { call_RemoteOpen(binding, &state_->context); }));
 }
 
 Client::~Client() {
     ClientContext& context = state_->context;
-    if (platform::rpc_guarded([&context] { call_RemoteClose(&context); }) != 0 && context != nullptr) {
-        platform::rpc_guarded([&context] { ::RpcSsDestroyClientContext(&context); });
+    if (zorvalis_rpc::Guarded([&context] { call_RemoteClose(&context); }) != 0 && context != nullptr) {
+        zorvalis_rpc::Guarded([&context] { ::RpcSsDestroyClientContext(&context); });
     }
 }
 
-std::string Client::BigDataServiceCall(const std::string& input, std::int32_t outputSize) {
-    return state_->CallForText(outputSize, STUB(BigDataServiceCall), wide(input).c_str());
-}
-
-void Client::GetTestDataFunc(std::int64_t value, std::int64_t cookie) {
-    state_->CallDirectly(cookie, STUB(GetTestDataFunc), value);
-}
-
-void Client::GetModelName(std::int64_t cookie) {
-    state_->CallDirectly(cookie, STUB(GetModelName));
-}
-
-void Client::GetSerialNumber(std::int64_t cookie) {
-    state_->CallDirectly(cookie, STUB(GetSerialNumber));
-}
-
-void Client::GetFamilyName(std::int64_t cookie) {
-    state_->CallDirectly(cookie, STUB(GetFamilyName));
-}
-
-void Client::GetChassisTypes(std::int64_t cookie) {
-    state_->CallDirectly(cookie, STUB(GetChassisTypes));
-}
-
-void Client::GetProductName(std::int64_t cookie) {
-    state_->CallDirectly(cookie, STUB(GetProductName));
-}
-
-void Client::GetBatteryHealthMode(std::int64_t cookie) {
-    state_->CallDirectly(cookie, STUB(GetBatteryHealthMode));
-}
-
-void Client::GetQuietFanMode(std::int64_t cookie) {
-    state_->CallDirectly(cookie, STUB(GetQuietFanMode));
-}
-
-void Client::GetSystemInfoData(std::int64_t cookie) {
-    state_->CallDirectly(cookie, STUB(GetSystemInfoData));
-}
-
-void Client::GetVersionString(std::int64_t cookie) {
-    state_->CallDirectly(cookie, STUB(GetVersionString));
-}
-
-void Client::GetMainSwitchByUser(std::int64_t cookie) {
-    state_->CallDirectly(cookie, STUB(GetMainSwitchByUser));
-}
-
-std::string Client::GetUUID(std::int32_t outputSize) {
-    return state_->CallForText(outputSize, STUB(GetUUID));
-}
-
-bool Client::SetMyZorvPP(const std::string& windowsAccount, const std::string& appName, const std::string& appVersion,
-                         const std::string& timeText, bool isAgreePP) {
-    LONG result = 0;
-    state_->Call(STUB(SetMyZorvPP), wide(windowsAccount).c_str(), wide(appName).c_str(), wide(appVersion).c_str(),
-                 wide(timeText).c_str(), isAgreePP, &result, 0);
-    return result != 0;
-}
-
-void Client::SetBatteryHealth(std::int64_t value, std::int64_t cookie) {
-    state_->CallDirectly(cookie, STUB(SetBatteryHealth), value);
-}
-
-void Client::SetQuietFan(bool on, std::int64_t cookie) {
-    state_->CallDirectly(cookie, STUB(SetQuietFan), on);
-}
-
-void Client::SetAppFolder(const std::string& path, std::int64_t cookie) {
-    state_->CallDirectly(cookie, STUB(SetAppFolder), wide(path).c_str());
-}
-
-void Client::SetMainSwitchByUser(bool on, std::int64_t cookie) {
-    state_->CallDirectly(cookie, STUB(SetMainSwitchByUser), on);
-}
+#define DEFINE(answer, name, parameters, cookie, ...)                                       \
+    answer Client::name parameters {                                                        \
+        return state_->Call<answer>(#name, call_##name, cookie __VA_OPT__(, ) __VA_ARGS__); \
+    }
+ZORVALIS_CALLS(DEFINE)
 
 }  // namespace zorvalis_client
 
@@ -271,19 +246,9 @@ using zorvalis_client::deliver;
 // What the generated stubs call for the service.
 extern "C" {
 
-void serve_CallbackTestData(hyper result, hyper cookie) {
-    deliver(cookie, &Callbacks::testData, result);
-}
-
-void serve_CallbackText(const char* result, LONG function, hyper cookie) {
-    deliver(cookie, &Callbacks::text, result, function);
-}
-
-void serve_CallbackFlag(unsigned char result, LONG function, hyper cookie) {
-    deliver(cookie, &Callbacks::flag, result != 0, function);
-}
-
-void serve_CallbackInteger(LONG result, LONG function, hyper cookie) {
-    deliver(cookie, &Callbacks::integer, result, function);
-}
+#define SERVE(name, function_name, member, parameters, ...) \
+    void serve_##name parameters {                          \
+        deliver(cookie, &Callbacks::member, __VA_ARGS__);   \
+    }
+ZORVALIS_CALLBACKS(SERVE)
 }

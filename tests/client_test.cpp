@@ -12,7 +12,7 @@
 #include "jobs/job_manager.h"
 #include "platform/clock.h"
 #include "platform/machine.h"
-#include "platform/rpc_callback.h"
+#include "platform/rpc_observer.h"
 #include "support/notebook.h"
 #include "support/traced.h"
 #ifndef _WIN32

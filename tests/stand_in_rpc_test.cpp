@@ -15,6 +15,8 @@
 #include "platform/stand_in/line_client.h"
 #include "platform/stand_in/rpc_limits.h"
 #include "support/machine.h"
+#include "zorvalis_client.h"
+#include "zorvalis_procedures.h"
 
 namespace platform {
 namespace {
@@ -60,11 +62,6 @@ void note(std::string text) {
     book->Change([&] { book->last = std::move(text); });
 }
 
-template <int number>
-void getter(RpcContext, std::int64_t) {
-    note(std::to_string(number));
-}
-
 void copy(const wchar_t* text, wchar_t* output, std::int32_t size) {
     if (std::wcslen(text) < static_cast<std::size_t>(size)) {
         std::wcscpy(output, text);
@@ -91,16 +88,12 @@ RpcProcedures procedures() {
     };
     p.GetSerialNumber = [](RpcContext, std::int64_t) { throw std::runtime_error(kWords); };
     p.GetFamilyName = [](RpcContext, std::int64_t) { throw std::uint32_t{5}; };
-    p.GetChassisTypes = getter<6>;
+    p.GetChassisTypes = [](RpcContext, std::int64_t) {};
     p.GetProductName = [](RpcContext, std::int64_t cookie) {  // more than a socket holds
         for (int i = 0; i < 8; ++i) {
             callback_text(std::string(1 << 16, 'x').c_str(), 13, cookie);
         }
     };
-    p.GetBatteryHealthMode = getter<8>;
-    p.GetQuietFanMode = getter<9>;
-    p.GetSystemInfoData = getter<10>;
-    p.GetVersionString = getter<11>;
     p.GetUUID = [](RpcContext, wchar_t* output, std::int32_t size, std::int64_t) {
         copy(L"ab\U0001F600", output, size);
     };
@@ -109,11 +102,6 @@ RpcProcedures procedures() {
         EXPECT_EQ(*static_cast<int*>(context), 1);
     };
     p.SetQuietFan = [](RpcContext, std::uint8_t on, std::int64_t) { note("fan " + std::to_string(on)); };
-    p.SetAppFolder = [](RpcContext, const wchar_t* path, std::int64_t) {
-        note("folder " + std::to_string(std::wcslen(path)));
-    };
-    p.SetMainSwitchByUser = [](RpcContext, std::uint8_t on, std::int64_t) { note("switch " + std::to_string(on)); };
-    p.GetMainSwitchByUser = getter<18>;
     p.BigDataServiceCall = [](RpcContext, const wchar_t* input, wchar_t* output, std::int32_t size, std::int64_t) {
         copy(input, output, size);
     };
@@ -220,33 +208,98 @@ TEST_F(StandInRpc, AnswersEachFrameByItsOwnRules) {
               std::string::npos);
 }
 
-TEST_F(StandInRpc, CarriesEachProcedureWithItsArguments) {
+std::string word(const wchar_t* text) {
+    return text != nullptr ? std::string(text, text + std::wcslen(text)) + " " : "null ";
+}
+
+std::string word(std::int64_t number) {
+    return std::to_string(number) + " ";
+}
+
+std::string word(wchar_t* output) {
+    return word(static_cast<const wchar_t*>(std::wcscpy(output, L"out")));
+}
+
+std::string word(std::int32_t* result) {
+    *result = 1;
+    return "";
+}
+
+// All of them note what they are given.
+RpcProcedures noting_procedures() {
+    RpcProcedures p = procedures();
+#define NOTE(name, ...) \
+    p.name = [](RpcContext, auto... arguments) { note((std::string(#name " ") + ... + word(arguments))); };
+    ZORVALIS_PROCEDURES(NOTE)
+#undef NOTE
+    return p;
+}
+
+// The client library and the transport are made of one table: only what stands here would tell that it is wrong.
+TEST(StandInRpcEndpoint, CarriesEachProcedureWithItsArguments) {
+    const TestMachine machine;
+    Book notes;
+    book = &notes;
+    ASSERT_EQ(RpcEndpoint({L"Endpoint", L"Zorv.Test", 10, 4}, noting_procedures()).status(), 0U);
+    using Sdk = zorvalis_client::Client;
     struct {
-        const char *name, *params, *noted;
+        const char *name, *params, *noted, *result;
+        void (*call)(Sdk& sdk);  // the same, if the library can
     } const calls[] = {
-        {"GetChassisTypes", "", "6"},
-        {"GetBatteryHealthMode", "", "8"},
-        {"GetQuietFanMode", "", "9"},
-        {"GetSystemInfoData", "", "10"},
-        {"GetVersionString", "", "11"},
-        {"GetMainSwitchByUser", "", "18"},
-        {"SetQuietFan", R"(,"flag":0,"unknown":[{}])", "fan 0"},
-        {"SetMainSwitchByUser", R"(,"flag":1)", "switch 1"},
-        {"SetMainSwitchByUser", R"(,"flag":255)", "switch 255"},
-        {"SetAppFolder", R"(,"path":"a\\é")", "folder 3"},
+        {"GetTestDataFunc", R"(,"value":-9223372036854775808)", "-9223372036854775808 ", "null",
+         [](Sdk& sdk) { sdk.GetTestDataFunc(INT64_MIN, 7); }},
+        {"GetModelName", R"(,"unknown":[{}])", "", "null", [](Sdk& sdk) { sdk.GetModelName(7); }},
+        {"GetSerialNumber", "", "", "null", [](Sdk& sdk) { sdk.GetSerialNumber(7); }},
+        {"GetFamilyName", "", "", "null", [](Sdk& sdk) { sdk.GetFamilyName(7); }},
+        {"GetChassisTypes", "", "", "null", [](Sdk& sdk) { sdk.GetChassisTypes(7); }},
+        {"GetProductName", "", "", "null", [](Sdk& sdk) { sdk.GetProductName(7); }},
+        {"GetBatteryHealthMode", "", "", "null", [](Sdk& sdk) { sdk.GetBatteryHealthMode(7); }},
+        {"GetQuietFanMode", "", "", "null", [](Sdk& sdk) { sdk.GetQuietFanMode(7); }},
+        {"GetSystemInfoData", "", "", "null", [](Sdk& sdk) { sdk.GetSystemInfoData(7); }},
+        {"GetVersionString", "", "", "null", [](Sdk& sdk) { sdk.GetVersionString(7); }},
+        {"SetMyZorvPP", R"(,"flag":1,"timeText":"d","appVersion":"c","appName":"b","windowsAccount":"a")", "a b c d 1 ",
+         R"({"result":1})", [](Sdk& sdk) { EXPECT_TRUE(sdk.SetMyZorvPP("a", "b", "c", "d", true)); }},
+        {"SetMyZorvPP", R"(,"flag":0,"timeText":null)", "null null null null 0 ", R"({"result":1})", nullptr},
+        {"GetUUID", R"(,"outputSize":4)", "out 4 ", R"({"output":"out"})",
+         [](Sdk& sdk) { EXPECT_EQ(sdk.GetUUID(4), "out"); }},
+        {"SetBatteryHealth", R"(,"value":80)", "80 ", "null", [](Sdk& sdk) { sdk.SetBatteryHealth(80, 7); }},
+        {"SetQuietFan", R"(,"flag":255)", "255 ", "null", nullptr},
+        {"SetQuietFan", R"(,"flag":0)", "0 ", "null", [](Sdk& sdk) { sdk.SetQuietFan(false, 7); }},
+        {"SetAppFolder", R"(,"path":"a\\b")", "a\\b ", "null", [](Sdk& sdk) { sdk.SetAppFolder("a\\b", 7); }},
+        {"SetMainSwitchByUser", R"(,"flag":1)", "1 ", "null", [](Sdk& sdk) { sdk.SetMainSwitchByUser(true, 7); }},
+        {"GetMainSwitchByUser", "", "", "null", [](Sdk& sdk) { sdk.GetMainSwitchByUser(7); }},
+        {"BigDataServiceCall", R"(,"outputSize":5,"input":"in")", "in out 5 ", R"({"output":"out"})",
+         [](Sdk& sdk) { EXPECT_EQ(sdk.BigDataServiceCall("in", 5), "out"); }},
     };
-    Client client;
-    for (const auto& [name, params, noted] : calls) {
-        EXPECT_EQ(client.Call(name, params), kDone) << name;
-        EXPECT_EQ(book_.Get(&Book::last), noted);
+    {
+        Client client;
+        Sdk sdk({}, machine_path(kSocket));
+        for (const auto& [name, params, noted, result, call] : calls) {
+            const std::string expected = std::string(name) + " " + noted;
+            EXPECT_EQ(client.Call(name, params), R"({"id":1,"jsonrpc":"2.0","result":)" + std::string(result) + "}");
+            EXPECT_EQ(notes.Get(&Book::last), expected + "7 ");
+            if (call != nullptr) {
+                call(sdk);
+                EXPECT_EQ(notes.Get(&Book::last), expected + (result == std::string("null") ? "7 " : "0 "));
+            }
+        }
+        struct {
+            const char *name, *params, *problem;
+        } const refused[] = {
+            {"SetQuietFan", R"(,"flag":256)", "flag is an integer from 0 to 255"},
+            {"SetQuietFan", R"(,"flag":-1)", "flag is an integer from 0 to 255"},
+            {"SetAppFolder", R"(,"path":null)", "path is missing"},
+            {"SetMyZorvPP", R"(,"appName":1)", "appName is a text"},
+            {"GetUUID", R"(,"cookie":"")", "cookie is an integer from -9223372036854775808 to 9223372036854775807"},
+            {"BigDataServiceCall", R"(,"input":"")", "outputSize is an integer from 1 to 1048576"},
+        };
+        for (const auto& [name, params, problem] : refused) {
+            EXPECT_NE(client.Call(name, params).find("\"Invalid params: " + std::string(problem) + "\""),
+                      std::string::npos);
+        }
     }
-    EXPECT_NE(client.Call("SetQuietFan", R"(,"flag":256)").find("-32602"), std::string::npos);
-    EXPECT_NE(client.Call("SetQuietFan", R"(,"flag":-1)").find("-32602"), std::string::npos);
-    EXPECT_NE(client.Call("SetAppFolder").find("-32602"), std::string::npos);
-    client.Send("GetTestDataFunc", R"(,"value":-9223372036854775808)");
-    EXPECT_EQ(client.Receive(), R"({"jsonrpc":"2.0","method":"CallbackTestData",)"
-                                R"("params":{"cookie":7,"result":-9223372036854775808}})");
-    EXPECT_EQ(client.Receive(), kDone);
+    stop_rpc_endpoint();
+    notes.Wait([&] { return notes.closed == notes.opened; });
 }
 
 TEST_F(StandInRpc, EndsEachContextOnceAndNeverUnderACall) {

@@ -15,9 +15,9 @@
 
 #include "client/rpc_server.h"
 #include "platform/rpc_endpoint.h"
-#include "platform/windows/rpc_guard.h"
-#include "platform/windows/rpc_memory.h"
 #include "platform/windows/rpc_security.h"
+#include "rpc/guard.h"
+#include "rpc/memory.h"
 #include "windows/double/capability.h"
 #include "windows/held_context.h"
 #include "windows/recorded_calls.h"
@@ -163,7 +163,7 @@ TEST(RpcMemory, IsZerosForAnyOutputAndTakesNothingWhereNobodyWrites) {
         auto* const block = static_cast<char*>(MIDL_user_allocate(size + 1));
         block[size] = 'x';
         std::fill_n(block, size <= 60000 ? size : 0, 'y');
-        clear_rpc_block(block, size);
+        zorvalis_rpc::ClearBlock(block, size);
         PSAPI_WORKING_SET_EX_INFORMATION middle{block + size / 2, {}};
         EXPECT_TRUE(::K32QueryWorkingSetEx(::GetCurrentProcess(), &middle, sizeof middle));
         EXPECT_EQ(middle.VirtualAttributes.Valid != 0, size <= 60000) << size;
@@ -177,10 +177,10 @@ TEST(RpcGuard, TakesWhateverTheOtherEndRaisesButNotTheProcessorsOwn) {
     const auto raise = [](DWORD code) {
         return [code] { ::RaiseException(code, EXCEPTION_NONCONTINUABLE, 0, nullptr); };
     };
-    EXPECT_EQ(rpc_guarded([] {}), 0U);
+    EXPECT_EQ(zorvalis_rpc::Guarded([] {}), 0U);
     for (const DWORD code :
          {DWORD{1702}, DWORD{0xC0000094}, DWORD{0xE06D7363}, DWORD{0x20474343}, DWORD{0xC00000FD}, DWORD{0x80000003}}) {
-        EXPECT_EQ(rpc_guarded(raise(code)), code);
+        EXPECT_EQ(zorvalis_rpc::Guarded(raise(code)), code);
     }
     static bool seen = false;
     auto* const before = ::SetUnhandledExceptionFilter([](EXCEPTION_POINTERS* exception) -> LONG {
@@ -188,7 +188,7 @@ TEST(RpcGuard, TakesWhateverTheOtherEndRaisesButNotTheProcessorsOwn) {
         ++exception->ContextRecord->Rip;
         return EXCEPTION_CONTINUE_EXECUTION;
     });
-    EXPECT_EQ(rpc_guarded([] { asm volatile("int3"); }), 0U);
+    EXPECT_EQ(zorvalis_rpc::Guarded([] { asm volatile("int3"); }), 0U);
     ::SetUnhandledExceptionFilter(before);
     EXPECT_TRUE(seen);
 }
@@ -285,11 +285,11 @@ TEST_F(Rpc, ClosesAContextOnceAndRefusesItAfterwards) {
     ClientContext context = nullptr;
     serve_RemoteOpen(nullptr, &context);
     ClientContext stale = context;
-    EXPECT_EQ(rpc_guarded([&] { serve_RemoteClose(&context); }), 0U);
+    EXPECT_EQ(zorvalis_rpc::Guarded([&] { serve_RemoteClose(&context); }), 0U);
     EXPECT_EQ(context, nullptr);
     EXPECT_TRUE(closedContexts.try_acquire());
-    EXPECT_EQ(rpc_guarded([&] { serve_RemoteClose(&stale); }), RPC_X_SS_CONTEXT_MISMATCH);
-    EXPECT_EQ(rpc_guarded([&] { serve_GetModelName(stale, 1); }), RPC_X_SS_CONTEXT_MISMATCH);
+    EXPECT_EQ(zorvalis_rpc::Guarded([&] { serve_RemoteClose(&stale); }), RPC_X_SS_CONTEXT_MISMATCH);
+    EXPECT_EQ(zorvalis_rpc::Guarded([&] { serve_GetModelName(stale, 1); }), RPC_X_SS_CONTEXT_MISMATCH);
     ClientContextRundown(stale);
     EXPECT_FALSE(closedContexts.try_acquire());
 }
@@ -318,8 +318,8 @@ TEST_F(Rpc, TurnsAnErrorIntoAFaultAndServesOn) {
 
 TEST_F(Rpc, RefusesANullContextAndAnImpossibleSize) {
     ClientContext none = nullptr;
-    EXPECT_EQ(rpc_guarded([] { call_GetModelName(nullptr, 1); }), RPC_X_SS_IN_NULL_CONTEXT);
-    EXPECT_EQ(rpc_guarded([&none] { call_RemoteClose(&none); }), RPC_X_SS_IN_NULL_CONTEXT);
+    EXPECT_EQ(zorvalis_rpc::Guarded([] { call_GetModelName(nullptr, 1); }), RPC_X_SS_IN_NULL_CONTEXT);
+    EXPECT_EQ(zorvalis_rpc::Guarded([&none] { call_RemoteClose(&none); }), RPC_X_SS_IN_NULL_CONTEXT);
     const std::pair<std::int32_t, std::int32_t> cases[] = {
         {0, RPC_S_INVALID_BOUND}, {(1 << 20) + 1, RPC_S_INVALID_BOUND}, {-1, RPC_S_SERVER_OUT_OF_MEMORY}};
     for (const auto& [size, refusal] : cases) {

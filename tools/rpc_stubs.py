@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Makes the C stubs of the local endpoint from its interface description, at build time.
+"""Makes the C stubs of the local endpoint from its interface description, for Windows and at build time.
 
     tools/rpc_stubs.py IDL FOLDER [WIDL]     writes zorvalis_rpc*.[ch] into FOLDER
 
@@ -10,6 +10,8 @@ import pathlib
 import re
 import subprocess
 import sys
+
+import rpc_tables
 
 CALL, SERVE = "call_", "serve_"  # before a procedure's name where it is called, and where it is implemented
 CONTEXT_NOT_NULL, CONTEXT_NO_SERIALIZE = 0x01, 0x04
@@ -41,11 +43,9 @@ class Stub:
 
 def halves(idl):
     """The interface without its callbacks, and one of the same identity that has only those."""
-    plain = re.sub(r"//.*", "", idl)
+    # The same on the wire, and the floor's type: for Windows' compilers `long` is another one.
+    plain = re.sub(r"\blong\b", "int", re.sub(r"//.*", "", idl))
     callbacks = re.findall(r"\[callback\]\s*([^;]+;)", plain)
-    procedures = re.findall(r"^ *void \w+\(", plain, re.M)
-    if len(procedures) != 20 or len(callbacks) != 4:
-        sys.exit(f"{len(procedures)} procedures and {len(callbacks)} callbacks in the description, not 20 and 4")
     attributes = re.match(r"\s*\[(.*?)\]\s*interface Zorvalis\b", plain, re.S).group(1)
     # A handle that nobody passes: a callback goes out on the connection of the running call.
     second = (f"[{attributes}, implicit_handle(handle_t ZorvalisCallback_handle)]\n"
@@ -53,10 +53,10 @@ def halves(idl):
     return re.sub(r"\[callback\][^;]+;", "", plain), second
 
 
-def mend_procedures(stub):
+def mend_procedures(stub, procedures):
     # A binding handle is no data: without its entry among the parameters both ends agree with every other client. Six
     # bytes that nobody reads keep the places of the later procedures.
-    start, end = stub.procedures(20)[0]
+    start, end = stub.procedures(len(procedures))[0]
     handle = re.compile(r"/\* 30 \(parameter binding\) \*/\n"
                         r"        NdrFcShort\(0x48\),\t/\* flags: in, base type \*/\n"
                         r"        NdrFcShort\(0x0\),\t/\* stack offset = 0 \*/\n"
@@ -69,7 +69,8 @@ def mend_procedures(stub):
 
     # Calls on one context run at once only with a flag that widl leaves out; and none may be null where one comes in. Both
     # belong to the types and to the handles of the calls: out, in and out, in.
-    for flags, count, more in ((0xa0, 1, 0), (0xe0, 2, CONTEXT_NOT_NULL), (0x41, 36, CONTEXT_NOT_NULL)):
+    calls = 2 * sum(procedure.on_context for procedure in procedures)
+    for flags, count, more in ((0xa0, 1, 0), (0xe0, 2, CONTEXT_NOT_NULL), (0x41, calls, CONTEXT_NOT_NULL)):
         stub.mend(count, rf"(0x30,\t/\* FC_BIND_CONTEXT \*/\n {{8}})0x{flags:02x},",
                   rf"\g<1>0x{flags | more | CONTEXT_NO_SERIALIZE:02x},")
 
@@ -90,47 +91,49 @@ def mend_client(stub):
               rf"\n    0x{HAS_CALLBACK:08x},\n}};")
 
 
-def mend_callback(stub, other_side):
+def mend_callback(stub, other_side, count):
     # No handle of its own, but that of the call which the service is in.
-    stub.mend(4, r"0x32,\t/\* FC_BIND_PRIMITIVE \*/", f"0x{FC_CALLBACK_HANDLE:02x},\t/* FC_CALLBACK_HANDLE */")
+    stub.mend(count, r"0x32,\t/\* FC_BIND_PRIMITIVE \*/", f"0x{FC_CALLBACK_HANDLE:02x},\t/* FC_CALLBACK_HANDLE */")
     # No interface of its own either, but the one whose callbacks these are.
     side = "SERVER" if other_side == "CLIENT" else "CLIENT"
     own, real = f"ZorvalisCallback___Rpc{other_side.title()}Interface", f"Zorvalis___Rpc{side.title()}Interface"
     stub.mend(1, rf"^static const RPC_{other_side}_INTERFACE {own} =\n\{{[^;]*;\nRPC_IF_HANDLE .*\n",
               f"extern const RPC_{side}_INTERFACE {real};\n")
     stub.mend(1, rf"\(void \*\)& ?{own}", f"(void *)&{real}")
-    stub.procedures(4)
+    stub.procedures(count)
 
 
-def mend_server_callback(stub):
-    mend_callback(stub, "CLIENT")
+def mend_server_callback(stub, count):
+    mend_callback(stub, "CLIENT", count)
     stub.mend(1, r"^handle_t ZorvalisCallback_handle;\n", "")
     stub.mend(1, r"        &ZorvalisCallback_handle,", "        0,")
 
 
-def mend_client_callback(stub):
-    mend_callback(stub, "SERVER")
+def mend_client_callback(stub, count):
+    mend_callback(stub, "SERVER", count)
     stub.mend(2, r"^static (RPC_DISPATCH_TABLE ZorvalisCallback_v1_0_DispatchTable)", r"\1")
     stub.mend(2, r"^static (const MIDL_SERVER_INFO ZorvalisCallback_ServerInfo)", r"\1")
 
 
-def merge_headers(stub, callbacks):
+def merge_headers(stub, callbacks, count):
     # One header; the second half's interface does not exist.
     declared = re.search(r"/\* client prototype \*/.*?(?=\n\n#endif)", callbacks.text, re.S)
     stub.mend(1, r"\n\n\n#endif  /\* __Zorvalis_INTERFACE_DEFINED__ \*/",
               lambda match: "\n\n" + declared.group().rstrip() + match.group())
     callbacks.path.unlink()
     for side in (CALL, SERVE):
-        stub.mend(24, rf"__cdecl {side}\w+\(", lambda match: match.group())
+        stub.mend(count, rf"__cdecl {side}\w+\(", lambda match: match.group())
 
 
 def main():
     idl, folder = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2])
     widl = sys.argv[3] if len(sys.argv) > 3 else "x86_64-w64-mingw32-widl"
     folder.mkdir(parents=True, exist_ok=True)
+    idl = idl.read_text()
+    procedures, callbacks = rpc_tables.read(idl)
     stubs = {}
     # In the second half the service is the caller.
-    for base, text, caller, server in zip(("zorvalis_rpc", "zorvalis_rpc_callback"), halves(idl.read_text()),
+    for base, text, caller, server in zip(("zorvalis_rpc", "zorvalis_rpc_callback"), halves(idl),
                                           ("client", "server_callback"), ("server", "client_callback")):
         (folder / f"{base}.idl").write_text(text)
         for option, output in (("h", f"{base}.h"), ("c", f"zorvalis_rpc_{caller}.c"), ("s", f"zorvalis_rpc_{server}.c")):
@@ -139,13 +142,14 @@ def main():
             stubs[output] = Stub(folder / output)
 
     for side in ("client", "server"):
-        mend_procedures(stubs[f"zorvalis_rpc_{side}.c"])
+        mend_procedures(stubs[f"zorvalis_rpc_{side}.c"], procedures)
         stubs[f"zorvalis_rpc_{side}_callback.c"].mend(1, '#include "zorvalis_rpc_callback.h"', '#include "zorvalis_rpc.h"')
     mend_client(stubs["zorvalis_rpc_client.c"])
     mend_server(stubs["zorvalis_rpc_server.c"])
-    mend_client_callback(stubs["zorvalis_rpc_client_callback.c"])
-    mend_server_callback(stubs["zorvalis_rpc_server_callback.c"])
-    merge_headers(stubs["zorvalis_rpc.h"], stubs.pop("zorvalis_rpc_callback.h"))
+    mend_client_callback(stubs["zorvalis_rpc_client_callback.c"], len(callbacks))
+    mend_server_callback(stubs["zorvalis_rpc_server_callback.c"], len(callbacks))
+    merge_headers(stubs["zorvalis_rpc.h"], stubs.pop("zorvalis_rpc_callback.h"),
+                  len(procedures) + len(callbacks))
     for stub in stubs.values():
         stub.write()
 

@@ -8,6 +8,7 @@
 #include "client/system_info.h"
 #include "common/log.h"
 #include "platform/rpc_endpoint.h"
+#include "zorvalis_procedures.h"
 
 namespace zorvalis {
 namespace {
@@ -40,69 +41,22 @@ SystemInfoClass& InstanceOf(platform::RpcContext context) {
     return *instance;
 }
 
-template <void (SystemInfoClass::*method)(std::int64_t)>
-void Forward(platform::RpcContext context, std::int64_t cookie) {
-    (InstanceOf(context).*method)(cookie);
+template <auto method, class... Arguments>
+void Forward(platform::RpcContext context, Arguments... arguments) {
+    (InstanceOf(context).*method)(arguments...);
 }
 
-void GetTestDataFunc(platform::RpcContext context, std::int64_t value, std::int64_t cookie) {
+template <>
+void Forward<&SystemInfoClass::GetTestDataFunc>(platform::RpcContext context, std::int64_t value, std::int64_t cookie) {
     LogMessage("[RpcServer] GetTestDataFunc");
     LogMessage("getData : " + std::to_string(value));
     InstanceOf(context).GetTestDataFunc(value, cookie);
 }
 
-void SetMyZorvPP(platform::RpcContext context, const wchar_t* windowsAccount, const wchar_t* appName,
-                 const wchar_t* appVersion, const wchar_t* timeText, std::uint8_t isAgreePP, std::int32_t* result,
-                 std::int64_t) {
-    InstanceOf(context).SetMyZorvPP(windowsAccount, appName, appVersion, timeText, isAgreePP != 0, result);
-}
-
-void GetUUID(platform::RpcContext context, wchar_t* output, std::int32_t outputSize, std::int64_t) {
-    InstanceOf(context).GetUUID(output, outputSize);
-}
-
-void SetBatteryHealth(platform::RpcContext context, std::int64_t value, std::int64_t cookie) {
-    InstanceOf(context).SetBatteryHealth(value, cookie);
-}
-
-void SetQuietFan(platform::RpcContext context, std::uint8_t on, std::int64_t cookie) {
-    InstanceOf(context).SetQuietFan(on != 0, cookie);
-}
-
-void SetAppFolder(platform::RpcContext context, const wchar_t* path, std::int64_t cookie) {
-    InstanceOf(context).SetAppFolder(path, cookie);
-}
-
-void SetMainSwitchByUser(platform::RpcContext context, std::uint8_t on, std::int64_t cookie) {
-    InstanceOf(context).SetMainSwitchByUser(on != 0, cookie);
-}
-
-void BigDataServiceCall(platform::RpcContext context, const wchar_t* input, wchar_t* output, std::int32_t outputSize,
-                        std::int64_t) {
-    InstanceOf(context).BigDataServiceCall(input, output, outputSize);
-}
-
-constexpr platform::RpcProcedures kProcedures = {
-    RemoteOpen,
-    RemoteClose,
-    GetTestDataFunc,
-    Forward<&SystemInfoClass::GetModelName>,
-    Forward<&SystemInfoClass::GetSerialNumber>,
-    Forward<&SystemInfoClass::GetFamilyName>,
-    Forward<&SystemInfoClass::GetChassisTypes>,
-    Forward<&SystemInfoClass::GetProductName>,
-    Forward<&SystemInfoClass::GetBatteryHealthMode>,
-    Forward<&SystemInfoClass::GetQuietFanMode>,
-    Forward<&SystemInfoClass::GetSystemInfoData>,
-    Forward<&SystemInfoClass::GetVersionString>,
-    SetMyZorvPP,
-    GetUUID,
-    SetBatteryHealth,
-    SetQuietFan,
-    SetAppFolder,
-    SetMainSwitchByUser,
-    Forward<&SystemInfoClass::GetMainSwitchByUser>,
-    BigDataServiceCall,
+constexpr platform::RpcProcedures kProcedures = {RemoteOpen, RemoteClose,
+#define FORWARD(name, ...) Forward<&SystemInfoClass::name>,
+                                                 ZORVALIS_PROCEDURES(FORWARD)
+#undef FORWARD
 };
 
 }  // namespace

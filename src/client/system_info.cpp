@@ -88,7 +88,7 @@ void Traced(const std::string& name, Call call) {
 
 }  // namespace
 
-void SystemInfoClass::BigDataServiceCall(const wchar_t* input, wchar_t* output, std::int32_t outputSize) {
+void SystemInfoClass::BigDataServiceCall(const wchar_t* input, wchar_t* output, std::int32_t outputSize, std::int64_t) {
     Traced("BigDataServiceCall", [&] {
         LogMessageW(input);
         const std::string answer = BigDataServiceCallDispatcher(input);
@@ -237,7 +237,7 @@ void SystemInfoClass::GetVersionString(std::int64_t cookie) {
     Traced("GetVersionString", [&] { platform::callback_text(kServiceVersion, kGetVersionString, cookie); });
 }
 
-void SystemInfoClass::GetUUID(wchar_t* output, std::int32_t outputSize) {
+void SystemInfoClass::GetUUID(wchar_t* output, std::int32_t outputSize, std::int64_t) {
     Traced("GetUUID", [&] { CopyBounded(output, outputSize, AnsiToWideBuffer(getDeviceUUID().c_str()).get()); });
 }
 
@@ -292,7 +292,7 @@ void SystemInfoClass::SetMainSwitchByUser(bool on, std::int64_t cookie) {
 }
 
 void SystemInfoClass::SetMyZorvPP(const wchar_t* windowsAccount, const wchar_t* appName, const wchar_t* appVersion,
-                                  const wchar_t* timeText, bool isAgreePP, std::int32_t* result) {
+                                  const wchar_t* timeText, bool isAgreePP, std::int32_t* result, std::int64_t) {
     Traced("SetMyZorvPP", [&] {
         *result = 0;
         const bool complete =

@@ -38,9 +38,11 @@ enum ServiceFunction : std::int32_t {
 
 class SystemInfoClass {
 public:
+    // The procedures of sdk/zorvalis.idl. Some take a cookie that they do not use.
+
     // Writes the answer to the JSON call `input` to `output`, which has room for `outputSize` characters; an empty text
     // when there is no answer or it does not fit. Throws what the dispatcher throws.
-    void BigDataServiceCall(const wchar_t* input, wchar_t* output, std::int32_t outputSize);
+    void BigDataServiceCall(const wchar_t* input, wchar_t* output, std::int32_t outputSize, std::int64_t cookie = 0);
 
     // The answer to a JSON call; empty for a call that is not JSON, or when the job lock cannot be had. Kept: a call
     // with members of the wrong type throws std::domain_error (std::out_of_range for a consent number that is too
@@ -64,7 +66,7 @@ public:
     void GetMainSwitchByUser(std::int64_t cookie);
     void GetVersionString(std::int64_t cookie);
     // Answers in the buffer, like BigDataServiceCall, and without the job lock.
-    void GetUUID(wchar_t* output, std::int32_t outputSize);
+    void GetUUID(wchar_t* output, std::int32_t outputSize, std::int64_t cookie = 0);
 
     // These change something. They do not take the job lock themselves, but each of their jobs does.
     void SetAppFolder(const wchar_t* path, std::int64_t cookie);
@@ -74,7 +76,7 @@ public:
     // `result` becomes 1 when the consent was recorded, else 0. Kept: this way records an agreement only, the JSON
     // function a refusal too.
     void SetMyZorvPP(const wchar_t* windowsAccount, const wchar_t* appName, const wchar_t* appVersion,
-                     const wchar_t* timeText, bool isAgreePP, std::int32_t* result);
+                     const wchar_t* timeText, bool isAgreePP, std::int32_t* result, std::int64_t cookie = 0);
 
     // The library's text for one of the seven functions in kSystemInfo; empty for any other name.
     std::wstring ReadFromDllFunction(const std::string& name);

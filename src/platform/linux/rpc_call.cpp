@@ -3,13 +3,13 @@
 #include <sys/mman.h>
 
 #include <algorithm>
-#include <array>
 #include <cwchar>
 #include <limits>
 #include <memory>
 #include <new>
 #include <optional>
 #include <stdexcept>
+#include <tuple>
 
 #include "base/json.h"
 #include "platform/linux/rpc_frame.h"
@@ -43,9 +43,6 @@ public:
         return static_cast<Integer>(found->get<std::int64_t>());
     }
 
-    std::int64_t cookie() const { return integer<std::int64_t>("cookie"); }
-    std::uint8_t flag() const { return integer<std::uint8_t>("flag"); }  // any but 0 is true
-
     // A missing one is null.
     std::optional<std::wstring> text(const char* name) const {
         const auto found = params_.find(name);
@@ -73,47 +70,13 @@ private:
     const Json& params_;
 };
 
-const wchar_t* pointer(const std::optional<std::wstring>& text) {
-    return text ? text->c_str() : nullptr;
-}
+using P = RpcProcedures;
 
-using Call = Json (*)(const RpcProcedures& procedures, RpcContext context, const Arguments& arguments);
-
+// Kept: a null text of these is handed on; for any other procedure a text is needed.
 template <auto Procedure>
-Json with_cookie(const RpcProcedures& procedures, RpcContext context, const Arguments& arguments) {
-    (procedures.*Procedure)(context, arguments.cookie());
-    return nullptr;
-}
-
-template <auto Procedure>
-Json with_value(const RpcProcedures& procedures, RpcContext context, const Arguments& arguments) {
-    const auto value = arguments.integer<std::int64_t>("value");
-    (procedures.*Procedure)(context, value, arguments.cookie());
-    return nullptr;
-}
-
-template <auto Procedure>
-Json with_flag(const RpcProcedures& procedures, RpcContext context, const Arguments& arguments) {
-    const std::uint8_t flag = arguments.flag();
-    (procedures.*Procedure)(context, flag, arguments.cookie());
-    return nullptr;
-}
-
-Json set_app_folder(const RpcProcedures& procedures, RpcContext context, const Arguments& arguments) {
-    const std::wstring path = arguments.needed_text("path");
-    procedures.SetAppFolder(context, path.c_str(), arguments.cookie());
-    return nullptr;
-}
-
-Json set_my_zorv_pp(const RpcProcedures& procedures, RpcContext context, const Arguments& arguments) {
-    const auto account = arguments.text("windowsAccount"), name = arguments.text("appName"),
-               version = arguments.text("appVersion"), time = arguments.text("timeText");
-    const std::uint8_t flag = arguments.flag();
-    std::int32_t result = 0;
-    procedures.SetMyZorvPP(context, pointer(account), pointer(name), pointer(version), pointer(time), flag, &result,
-                           arguments.cookie());
-    return {{"result", result}};
-}
+constexpr bool kTakesNull = false;
+template <>
+constexpr bool kTakesNull<&P::SetMyZorvPP> = true;
 
 // Zeroed memory of which only what is written costs anything. The heap has that for its first big blocks only: when
 // some have been freed it keeps and reuses such memory, and zeroes all of it.
@@ -137,62 +100,107 @@ private:
     void* const memory_;
 };
 
-// Characters beyond the first plane are two units.
-template <class Action>
-Json with_output(const Arguments& arguments, Action action) {
-    const auto size = arguments.integer<std::int32_t>("outputSize", 1, kLargestOutput);
-    const auto room = static_cast<std::size_t>(size);
-    const Pages pages((room + 1) * sizeof(wchar_t));
-    auto* const output = static_cast<wchar_t*>(pages.get());
-    action(output, size);
-    const std::wstring_view text = output;
-    const auto pairs = std::count_if(text.begin(), text.end(), [](wchar_t c) { return c > 0xFFFF; });
-    const bool fits = text.size() + static_cast<std::size_t>(pairs) < room;
-    return {{"output", fits ? to_utf8(text) : ""}};
-}
+struct Input {
+    void tell(Json&) const {}
+};
 
-Json get_uuid(const RpcProcedures& procedures, RpcContext context, const Arguments& arguments) {
-    const std::int64_t cookie = arguments.cookie();
-    return with_output(arguments,
-                       [&](wchar_t* output, std::int32_t size) { procedures.GetUUID(context, output, size, cookie); });
-}
+// One parameter of a procedure: made of the message's member of that name, given to the procedure, and told in the
+// result, if it is an output.
+template <class Integer>
+class Parameter : public Input {
+public:
+    Parameter(const Arguments& arguments, const char* const* name, bool) : value_(arguments.integer<Integer>(*name)) {}
+    Integer get() const { return value_; }
 
-Json big_data_service_call(const RpcProcedures& procedures, RpcContext context, const Arguments& arguments) {
-    const std::wstring input = arguments.needed_text("input");
-    const std::int64_t cookie = arguments.cookie();
-    return with_output(arguments, [&](wchar_t* output, std::int32_t size) {
-        procedures.BigDataServiceCall(context, input.c_str(), output, size, cookie);
-    });
-}
+private:
+    Integer value_;
+};
+
+template <>
+class Parameter<const wchar_t*> : public Input {
+public:
+    Parameter(const Arguments& arguments, const char* const* name, bool takes_null)
+        : text_(takes_null ? arguments.text(*name) : arguments.needed_text(*name)) {}
+    const wchar_t* get() const { return text_ ? text_->c_str() : nullptr; }
+
+private:
+    std::optional<std::wstring> text_;
+};
+
+template <>
+class Parameter<std::int32_t*> {
+public:
+    Parameter(const Arguments&, const char* const* name, bool) : name_(*name) {}
+    std::int32_t* get() { return &result_; }
+    void tell(Json& result) const { result[name_] = result_; }
+
+private:
+    const char* name_;
+    std::int32_t result_ = 0;
+};
+
+// The size of an output. Kept: it is looked at behind all other arguments, so that of two wrong ones the other is told.
+template <>
+class Parameter<std::int32_t> : public Input {
+public:
+    Parameter(const Arguments& arguments, const char* const* name, bool) : arguments_(&arguments), name_(*name) {}
+    std::int32_t get() const { return arguments_->integer<std::int32_t>(name_, 1, kLargestOutput); }
+
+private:
+    const Arguments* arguments_;
+    const char* name_;
+};
+
+// An output, whose size comes next.
+template <>
+class Parameter<wchar_t*> {
+public:
+    Parameter(const Arguments& arguments, const char* const* name, bool)
+        : size_(arguments, name + 1, false), name_(*name) {}
+    wchar_t* get() {
+        pages_ = std::make_unique<Pages>((static_cast<std::size_t>(size_.get()) + 1) * sizeof(wchar_t));
+        return static_cast<wchar_t*>(pages_->get());
+    }
+    // Characters beyond the first plane are two units.
+    void tell(Json& result) const {
+        const std::wstring_view text = static_cast<const wchar_t*>(pages_->get());
+        const auto pairs = std::count_if(text.begin(), text.end(), [](wchar_t c) { return c > 0xFFFF; });
+        const bool fits = text.size() + static_cast<std::size_t>(pairs) < static_cast<std::size_t>(size_.get());
+        result[name_] = fits ? to_utf8(text) : "";
+    }
+
+private:
+    Parameter<std::int32_t> size_;
+    const char* name_;
+    std::unique_ptr<Pages> pages_;
+};
 
 struct Row {
     std::string_view name;
-    Call call;
+    Json (*call)(const Row& row, const RpcProcedures& procedures, RpcContext context, const Arguments& arguments);
+    const char* parameters[16];
 };
 
-using P = RpcProcedures;
+template <auto Procedure, class... Parameters>
+Json call(const Row& row, const RpcProcedures& procedures, RpcContext context, const Arguments& arguments) {
+    auto name = [at = &row.parameters[0]]() mutable { return at++; };
+    std::tuple<Parameter<Parameters>...> all{// whose braces keep the parameters' order
+                                             Parameter<Parameters>(arguments, name(), kTakesNull<Procedure>)...};
+    Json result;
+    std::apply([&](auto&... each) { (procedures.*Procedure)(context, each.get()...), (each.tell(result), ...); }, all);
+    return result;
+}
 
-// Those that are called on a context, and leave it open.
-constexpr std::array<Row, 18> kRows = {{
-    {"GetTestDataFunc", with_value<&P::GetTestDataFunc>},
-    {"GetModelName", with_cookie<&P::GetModelName>},
-    {"GetSerialNumber", with_cookie<&P::GetSerialNumber>},
-    {"GetFamilyName", with_cookie<&P::GetFamilyName>},
-    {"GetChassisTypes", with_cookie<&P::GetChassisTypes>},
-    {"GetProductName", with_cookie<&P::GetProductName>},
-    {"GetBatteryHealthMode", with_cookie<&P::GetBatteryHealthMode>},
-    {"GetQuietFanMode", with_cookie<&P::GetQuietFanMode>},
-    {"GetSystemInfoData", with_cookie<&P::GetSystemInfoData>},
-    {"GetVersionString", with_cookie<&P::GetVersionString>},
-    {"SetMyZorvPP", set_my_zorv_pp},
-    {"GetUUID", get_uuid},
-    {"SetBatteryHealth", with_value<&P::SetBatteryHealth>},
-    {"SetQuietFan", with_flag<&P::SetQuietFan>},
-    {"SetAppFolder", set_app_folder},
-    {"SetMainSwitchByUser", with_flag<&P::SetMainSwitchByUser>},
-    {"GetMainSwitchByUser", with_cookie<&P::GetMainSwitchByUser>},
-    {"BigDataServiceCall", big_data_service_call},
-}};
+template <auto Procedure, class... Parameters>
+constexpr auto caller(void (*P::*)(RpcContext, Parameters...)) {
+    return call<Procedure, Parameters...>;
+}
+
+constexpr Row kRows[] = {
+#define ROW(name, parameters, arguments, ...) {#name, caller<&P::name>(&P::name), {__VA_ARGS__}},
+    ZORVALIS_PROCEDURES(ROW)
+#undef ROW
+};
 
 Json open_context(const RpcProcedures& procedures, RpcContexts& contexts) {
     const std::uint64_t number =
@@ -219,9 +227,10 @@ Json call(const RpcProcedures& procedures, RpcContexts& contexts, const RpcReque
     if (request.method == "RemoteOpen") {
         return open_context(procedures, contexts);
     }
-    const auto row = std::find_if(kRows.begin(), kRows.end(), [&](const Row& r) { return r.name == request.method; });
+    const auto* const row =
+        std::find_if(std::begin(kRows), std::end(kRows), [&](const Row& r) { return r.name == request.method; });
     const bool closes = request.method == "RemoteClose";
-    if (row == kRows.end() && !closes) {
+    if (row == std::end(kRows) && !closes) {
         throw RpcError{kRpcMethodNotFound, "Method not found", request.id};
     }
     const Arguments arguments(request.params);
@@ -231,7 +240,7 @@ Json call(const RpcProcedures& procedures, RpcContexts& contexts, const RpcReque
     }
     const auto context = contexts.find(number);
     check(context);
-    return row->call(procedures, context->get(), arguments);
+    return row->call(*row, procedures, context->get(), arguments);
 }
 
 // The words of what came out of a procedure.

@@ -2,6 +2,8 @@
 
 #include "platform/linux/rpc_call.h"
 #include "platform/linux/rpc_frame.h"
+#include "platform/rpc_observer.h"
+#include "zorvalis_procedures.h"
 
 namespace platform {
 namespace {
@@ -9,17 +11,6 @@ namespace {
 using zorvalis::Json;
 
 thread_local const RpcSend* client = nullptr;
-thread_local const RpcCallbackObserver* observer = nullptr;
-
-constexpr std::int32_t kNoFunction = -1;
-
-std::string words(const char* text) {
-    return text;
-}
-
-std::string words(std::int64_t number) {
-    return std::to_string(number);
-}
 
 // A text in the code page of clients, a number as it is.
 Json value(const char* text) {
@@ -31,19 +22,23 @@ Json value(std::int64_t number) {
 }
 
 template <class Result>
-void call_back(const char* procedure, Result result, std::int32_t function, std::int64_t cookie) {
-    if (observer != nullptr) {
-        (*observer)({procedure, words(result), function, cookie});
-    } else if (client != nullptr) {
-        try {
-            Json params = {{"result", value(result)}, {"cookie", cookie}};
-            if (function != kNoFunction) {
-                params["function"] = function;
-            }
-            (*client)(rpc_notification_line(procedure, params));
-        } catch (...) {  // no memory: the caller may hold the job lock, and goes on
-        }
+void send(const char* procedure, Result result, std::int32_t function, std::int64_t cookie) {
+    if (client == nullptr) {
+        return;
     }
+    try {
+        Json params = {{"result", value(result)}, {"cookie", cookie}};
+        if (function != kNoFunction) {
+            params["function"] = function;
+        }
+        (*client)(rpc_notification_line(procedure, params));
+    } catch (...) {  // no memory: the caller may hold the job lock, and goes on
+    }
+}
+
+template <class Result>
+void send(const char* procedure, Result result, std::int64_t cookie) {
+    send(procedure, result, kNoFunction, cookie);
 }
 
 }  // namespace
@@ -56,24 +51,11 @@ RpcCallbackScope::~RpcCallbackScope() {
     client = nullptr;
 }
 
-void callback_test_data(std::int64_t result, std::int64_t cookie) {
-    call_back("CallbackTestData", result, kNoFunction, cookie);
-}
-
-void callback_text(const char* result, std::int32_t function, std::int64_t cookie) {
-    call_back("CallbackText", result, function, cookie);
-}
-
-void callback_flag(std::uint8_t result, std::int32_t function, std::int64_t cookie) {
-    call_back("CallbackFlag", std::int64_t{result}, function, cookie);
-}
-
-void callback_integer(std::int32_t result, std::int32_t function, std::int64_t cookie) {
-    call_back("CallbackInteger", std::int64_t{result}, function, cookie);
-}
-
-void set_callback_observer(const RpcCallbackObserver* taker) {
-    observer = taker;
-}
+#define CALL_BACK(name, function_name, member, parameters, ...)     \
+    void function_name parameters {                                 \
+        call_back(                                                  \
+            #name, [&] { send(#name, __VA_ARGS__); }, __VA_ARGS__); \
+    }
+ZORVALIS_CALLBACKS(CALL_BACK)
 
 }  // namespace platform

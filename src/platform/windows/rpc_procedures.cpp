@@ -4,11 +4,13 @@
 #include <windows.h>
 
 #include <atomic>
+#include <tuple>
+#include <type_traits>
 
 #include "platform/rpc_contexts.h"
 #include "platform/windows/rpc_call.h"
 #include "platform/windows/rpc_interface.h"
-#include "platform/windows/rpc_memory.h"
+#include "rpc/memory.h"
 #include "zorvalis_rpc.h"
 
 namespace platform {
@@ -59,8 +61,34 @@ void refuse_null(ClientContext context) {
     }
 }
 
+// It ends here, or with the last call that uses it.
+RPC_STATUS close(ClientContext context) {
+    return contexts().take(number_of(context)) != nullptr ? RPC_S_OK : kClosedContext;
+}
+
+// The runtime has made room for the output, and does not fill it, or fills it with zeros.
+void prepare(wchar_t* output, std::int32_t outputSize) {
+    if (outputSize <= 0 || outputSize > kLargestOutput) {
+        ::RpcRaiseException(RPC_S_INVALID_BOUND);
+    }
+    zorvalis_rpc::ClearBlock(output, static_cast<std::size_t>(outputSize) * sizeof *output);
+}
+
+void prepare_outputs() {}
+
+template <class First, class... Rest>
+void prepare_outputs(First first, Rest... rest) {
+    if constexpr (std::is_same_v<First, wchar_t*>) {
+        prepare(first, std::get<0>(std::tuple(rest...)));
+    } else if constexpr (std::is_same_v<First, std::int32_t*>) {
+        *first = 0;
+    }
+    prepare_outputs(rest...);
+}
+
 template <auto Procedure, class... Arguments>
 void serve(ClientContext context, Arguments... arguments) {
+    prepare_outputs(arguments...);
     refuse_null(context);
     serve([=] {
         const auto open = contexts().find(number_of(context));
@@ -70,19 +98,6 @@ void serve(ClientContext context, Arguments... arguments) {
         (registered.load()->*Procedure)(open->get(), arguments...);
         return RPC_STATUS{RPC_S_OK};
     });
-}
-
-// It ends here, or with the last call that uses it.
-RPC_STATUS close(ClientContext context) {
-    return contexts().take(number_of(context)) != nullptr ? RPC_S_OK : kClosedContext;
-}
-
-// The runtime has made room for the output, and does not fill it, or fills it with zeros.
-void prepare_output(wchar_t* output, LONG outputSize) {
-    if (outputSize <= 0 || outputSize > kLargestOutput) {
-        ::RpcRaiseException(RPC_S_INVALID_BOUND);
-    }
-    clear_rpc_block(output, static_cast<std::size_t>(outputSize) * sizeof *output);
 }
 
 }  // namespace
@@ -119,59 +134,9 @@ void __RPC_USER ClientContextRundown(ClientContext context) {
     }
 }
 
-#define SERVE_WITH_COOKIE(procedure)                                 \
-    void serve_##procedure(ClientContext context, hyper cookie) {    \
-        platform::serve<&RpcProcedures::procedure>(context, cookie); \
+#define SERVE(name, parameters, arguments, ...)          \
+    void serve_##name parameters {                       \
+        platform::serve<&RpcProcedures::name> arguments; \
     }
-SERVE_WITH_COOKIE(GetModelName)
-SERVE_WITH_COOKIE(GetSerialNumber)
-SERVE_WITH_COOKIE(GetFamilyName)
-SERVE_WITH_COOKIE(GetChassisTypes)
-SERVE_WITH_COOKIE(GetProductName)
-SERVE_WITH_COOKIE(GetBatteryHealthMode)
-SERVE_WITH_COOKIE(GetQuietFanMode)
-SERVE_WITH_COOKIE(GetSystemInfoData)
-SERVE_WITH_COOKIE(GetVersionString)
-SERVE_WITH_COOKIE(GetMainSwitchByUser)
-
-void serve_GetTestDataFunc(ClientContext context, hyper value, hyper cookie) {
-    platform::serve<&RpcProcedures::GetTestDataFunc>(context, value, cookie);
-}
-
-void serve_SetMyZorvPP(ClientContext context, const wchar_t* windowsAccount, const wchar_t* appName,
-                       const wchar_t* appVersion, const wchar_t* timeText, unsigned char isAgreePP, LONG* result,
-                       hyper cookie) {
-    std::int32_t value = 0;
-    *result = 0;
-    platform::serve<&RpcProcedures::SetMyZorvPP>(context, windowsAccount, appName, appVersion, timeText, isAgreePP,
-                                                 &value, cookie);
-    *result = value;
-}
-
-void serve_GetUUID(ClientContext context, wchar_t* output, LONG outputSize, hyper cookie) {
-    platform::prepare_output(output, outputSize);
-    platform::serve<&RpcProcedures::GetUUID>(context, output, outputSize, cookie);
-}
-
-void serve_SetBatteryHealth(ClientContext context, hyper value, hyper cookie) {
-    platform::serve<&RpcProcedures::SetBatteryHealth>(context, value, cookie);
-}
-
-void serve_SetQuietFan(ClientContext context, unsigned char on, hyper cookie) {
-    platform::serve<&RpcProcedures::SetQuietFan>(context, on, cookie);
-}
-
-void serve_SetAppFolder(ClientContext context, const wchar_t* path, hyper cookie) {
-    platform::serve<&RpcProcedures::SetAppFolder>(context, path, cookie);
-}
-
-void serve_SetMainSwitchByUser(ClientContext context, unsigned char on, hyper cookie) {
-    platform::serve<&RpcProcedures::SetMainSwitchByUser>(context, on, cookie);
-}
-
-void serve_BigDataServiceCall(ClientContext context, const wchar_t* input, wchar_t* output, LONG outputSize,
-                              hyper cookie) {
-    platform::prepare_output(output, outputSize);
-    platform::serve<&RpcProcedures::BigDataServiceCall>(context, input, output, outputSize, cookie);
-}
+ZORVALIS_PROCEDURES(SERVE)
 }

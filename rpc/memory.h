@@ -4,11 +4,11 @@
 
 #include <cstddef>
 
-namespace platform {
+namespace zorvalis_rpc {
 
 // Zeroes a block that the stub has allocated and nobody has written to. A block of pages is skipped: it is zero
 // already, and touching it would take memory. Touches nothing behind `size`, where the RPC runtime keeps a list of its
 // own.
-void clear_rpc_block(void* memory, std::size_t size);
+void ClearBlock(void* memory, std::size_t size);
 
-}  // namespace platform
+}  // namespace zorvalis_rpc

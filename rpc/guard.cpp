@@ -1,4 +1,4 @@
-#include "platform/windows/rpc_guard.h"
+#include "guard.h"
 
 #include <windows.h>
 
@@ -59,10 +59,10 @@ __attribute__((used)) EXCEPTION_DISPOSITION zorv_guard_handler(EXCEPTION_RECORD*
 }
 }
 
-namespace platform {
+namespace zorvalis_rpc {
 
-std::uint32_t rpc_guarded(void (*call)(void*), void* context) {
+std::uint32_t Guarded(void (*call)(void*), void* context) {
     return zorv_guard_call(call, context);
 }
 
-}  // namespace platform
+}  // namespace zorvalis_rpc

@@ -1,5 +1,5 @@
 // Memory of the generated stubs: small blocks from the heap, large ones as pages of their own.
-#include "platform/windows/rpc_memory.h"
+#include "memory.h"
 
 #include <windows.h>
 
@@ -41,12 +41,12 @@ extern "C" void __RPC_USER MIDL_user_free(void* memory) {
     }
 }
 
-namespace platform {
+namespace zorvalis_rpc {
 
-void clear_rpc_block(void* memory, std::size_t size) {
+void ClearBlock(void* memory, std::size_t size) {
     if (!has_pages(memory)) {
         std::memset(memory, 0, size);
     }
 }
 
-}  // namespace platform
+}  // namespace zorvalis_rpc

@@ -4,15 +4,15 @@
 
 #include <cstdint>
 
-namespace platform {
+namespace zorvalis_rpc {
 
 // 0, or the status that was raised. Destructors between the raise and here do not run, so `call` must do nothing but
 // call a stub.
-std::uint32_t rpc_guarded(void (*call)(void*), void* context);
+std::uint32_t Guarded(void (*call)(void*), void* context);
 
 template <class Call>
-std::uint32_t rpc_guarded(Call call) {
-    return rpc_guarded([](void* context) { (*static_cast<Call*>(context))(); }, &call);
+std::uint32_t Guarded(Call call) {
+    return Guarded([](void* context) { (*static_cast<Call*>(context))(); }, &call);
 }
 
-}  // namespace platform
+}  // namespace zorvalis_rpc

@@ -1,0 +1,148 @@
+#!/usr/bin/env python3
+"""Reads the local endpoint's interface description, the one place that says which procedures and callbacks there are,
+and writes what the C++ of both ends is made of.
+
+    tools/rpc_tables.py IDL CLIENT_HEADER FOLDER
+
+FOLDER/zorvalis_procedures.h lists them for macros; FOLDER/sdk/zorvalis_client.h is CLIENT_HEADER with the members of
+the class Client, plain C++ for applications.
+"""
+import pathlib
+import re
+import sys
+import textwrap
+
+# A type of the description: that of the service, and that of the application, which gets text in UTF-8.
+TYPES = {
+    "hyper": ("std::int64_t", "std::int64_t"),
+    "long": ("std::int32_t", "std::int32_t"),
+    "unsigned char": ("std::uint8_t", "bool"),
+    "const char*": ("const char*", None),
+    "const wchar_t*": ("const wchar_t*", "const std::string&"),
+    "wchar_t*": ("wchar_t*", None),  # the answer, with its size behind it
+    "long*": ("std::int32_t*", None),  # the answer
+}
+
+
+class Procedure:
+    """`parameters` are pairs of type and name, without the context."""
+
+    def __init__(self, comment, callback, name, parameters):
+        self.comment, self.callback, self.name = comment, callback, name
+        found = re.findall(r"\[[^\]]*\]\s*([\w ]+?\*?)\s*(\w+)\s*(?:,|$)", parameters)
+        self.on_context = found[0] == ("ClientContext", "context")
+        self.parameters = found[1:] if self.on_context else found
+        if self.on_context or callback:
+            self.check()
+
+    def check(self):
+        types = [kind for kind, _ in self.parameters]
+        known = (all(kind in TYPES for kind in types) and self.parameters[-1] == ("hyper", "cookie") and
+                 len(self.messages()) == len(set(self.messages())))
+        # The answer is one text with room behind it, or one number; the only 32-bit input is that room.
+        room = [i for i, kind in enumerate(types) if kind == "wchar_t*"]
+        known = known and (self.callback or len(room) + types.count("long*") <= 1 and "const char*" not in types and
+                           [i + 1 for i in room] == [i for i, kind in enumerate(types) if kind == "long"])
+        if not known:
+            sys.exit(f"{self.name}: its shape is not one that both ends know; see tools/rpc_tables.py")
+
+    def messages(self):
+        """The names in a message, where every flag has one name."""
+        return ["flag" if kind == "unsigned char" else name for kind, name in self.parameters]
+
+    def service_parameters(self):
+        return [f"{TYPES[kind][0]} {name}" for kind, name in self.parameters]
+
+    def answers(self):
+        """What the application's function returns; without that its value comes by callback, for which is the cookie."""
+        types = [kind for kind, _ in self.parameters]
+        return "std::string" if "wchar_t*" in types else "bool" if "long*" in types else "void"
+
+    def client_parameters(self, default=""):
+        """`default` stands behind the room for the answer."""
+        given = [p for p in self.parameters if TYPES[p[0]][1] and not (p[1] == "cookie" and self.answers() != "void")]
+        return [TYPES[kind][1] + " " + name + (default if kind == "long" else "")
+                for kind, name in given]
+
+    def client_arguments(self):
+        arguments = []
+        for (kind, name), message in zip(self.parameters[:-1], self.messages()):
+            if kind == "wchar_t*":
+                arguments.append(f'Output{{"{name}"')
+            elif kind == "long":
+                arguments[-1] += f', "{message}", {name}}}'
+            else:
+                arguments.append(f'Result{{"{name}"}}' if kind == "long*" else f'Input{{"{message}", {name}}}')
+        return arguments
+
+
+def read(idl):
+    """The procedures, in the order of their numbers, and the callbacks."""
+    rows = [Procedure(re.sub(r"^ *// ?", "", comment, flags=re.M).split(), bool(callback), name, parameters)
+            for comment, callback, name, parameters in
+            re.findall(r"((?:^ *//.*\n)*)^ *(\[callback\] *)?void (\w+)\(([^;]*)\);", idl, re.M)]
+    return [row for row in rows if not row.callback], [row for row in rows if row.callback]
+
+
+def wrap(text, width, indent, further):
+    """Breaks behind commas only, and in no braces."""
+    whole = re.sub(r"\{[^}]*\}|(?<!,) ", lambda match: match.group().replace(" ", "\1"), text)
+    return textwrap.fill(whole, width, initial_indent=indent, subsequent_indent=further, break_long_words=False,
+                         break_on_hyphens=False).replace("\1", " ")
+
+
+def macro(about, name, rows):
+    """A list of rows, each of which is a list of columns."""
+    each = name[len("ZORVALIS_"):-1]
+    lines = [wrap(f"{each}({', '.join(row)})", 116, "    ", "        ") for row in rows]
+    text = "\n".join([f"#define {name}({each})"] + lines)
+    return textwrap.fill(about, 117, initial_indent="// ", subsequent_indent="// ") + "\n" + text.replace("\n", " \\\n")
+
+
+def group(parts):
+    return "(" + ", ".join(parts) + ")"
+
+
+def tables(procedures, callbacks):
+    calls = [p for p in procedures if p.on_context]
+    names = lambda p: [name for _, name in p.parameters]
+    words = lambda p: re.sub(r"(?<=[a-z])(?=[A-Z])", "_", p.name).lower()
+    member = lambda p: p.name[len("Callback"):][0].lower() + p.name[len("Callback") + 1:]
+    return "\n\n".join([
+        "// Made of sdk/zorvalis.idl by tools/rpc_tables.py: who changes this file loses the change.\n#pragma once",
+        macro("The procedures that are called on a context, in the order of their numbers, as the service has them: name, "
+              "parameters, arguments, and the arguments' names in messages.", "ZORVALIS_PROCEDURES",
+              [[p.name, group(["void* context"] + p.service_parameters()), group(["context"] + names(p))] +
+               [f'"{message}"' for message in p.messages()] for p in calls]),
+        macro("The same as an application has them: what is returned, name, parameters, cookie, and the other arguments.",
+              "ZORVALIS_CALLS",
+              [[p.answers(), p.name, group(p.client_parameters()), "cookie" if p.answers() == "void" else "0"] +
+               p.client_arguments() for p in calls]),
+        macro("The callbacks: name, the floor's function, the application's member, parameters, and arguments.",
+              "ZORVALIS_CALLBACKS",
+              [[p.name, words(p), member(p), group(p.service_parameters())] + names(p) for p in callbacks]),
+    ]) + "\n"
+
+
+def client_header(template, procedures):
+    members = []
+    for p in procedures:
+        if p.on_context:
+            if p.comment:
+                members += ["", textwrap.fill(" ".join(p.comment), 119, initial_indent="    // ",
+                                              subsequent_indent="    // ")]
+            start = f"    {p.answers()} {p.name}("
+            members.append(wrap(f"{', '.join(p.client_parameters(' = 4096'))});", 120, start, " " * len(start)))
+    return template.replace("    @PROCEDURES@\n", "\n".join(members).lstrip("\n") + "\n")
+
+
+def main():
+    idl, template, folder = map(pathlib.Path, sys.argv[1:])
+    procedures, callbacks = read(idl.read_text())
+    (folder / "sdk").mkdir(parents=True, exist_ok=True)
+    (folder / "zorvalis_procedures.h").write_text(tables(procedures, callbacks))
+    (folder / "sdk" / "zorvalis_client.h").write_text(client_header(template.read_text(), procedures))
+
+
+if __name__ == "__main__":
+    main()
