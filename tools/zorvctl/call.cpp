@@ -15,59 +15,44 @@ namespace zorvalis {
 
 namespace {
 
-using zorvalis_client::Client;
-
-constexpr std::int64_t kCookie = 1;
-
 struct Fact {
     const char* name;
     const char* about;
     int function;
-    void (Client::*direct)(std::int64_t cookie);  // null: it has none, or one of another form
+    const char* direct;  // the procedure; null: it has none
 };
 
 constexpr Fact kFacts[] = {
-    {"model", "The model's name", 0, &Client::GetModelName},
-    {"serial", "The serial number", 1, &Client::GetSerialNumber},
-    {"family", "The name of the family", 2, &Client::GetFamilyName},
-    {"chassis", "What kind of computer it is", 12, &Client::GetChassisTypes},
-    {"product", "The product's name", 13, &Client::GetProductName},
-    {"battery-health", "How far the battery is charged: 100, 80 or 60; -1: no such mode", 3,
-     &Client::GetBatteryHealthMode},
-    {"quiet-fan", "Quiet fan: 1 on, 0 off, -1 no such mode", 4, &Client::GetQuietFanMode},
-    {"system-info", "System, firmware, processor, graphics, memory and disks, as JSON", 5, &Client::GetSystemInfoData},
-    {"main-switch", "Whether anything is collected at all: 1 or 0", 11, &Client::GetMainSwitchByUser},
-    {"uuid", "The device's identity in its records", 16, nullptr},
+    {"model", "The model's name", 0, "GetModelName"},
+    {"serial", "The serial number", 1, "GetSerialNumber"},
+    {"family", "The name of the family", 2, "GetFamilyName"},
+    {"chassis", "What kind of computer it is", 12, "GetChassisTypes"},
+    {"product", "The product's name", 13, "GetProductName"},
+    {"battery-health", "How far the battery is charged: 100, 80 or 60; -1: no such mode", 3, "GetBatteryHealthMode"},
+    {"quiet-fan", "Quiet fan: 1 on, 0 off, -1 no such mode", 4, "GetQuietFanMode"},
+    {"system-info", "System, firmware, processor, graphics, memory and disks, as JSON", 5, "GetSystemInfoData"},
+    {"main-switch", "Whether anything is collected at all: 1 or 0", 11, "GetMainSwitchByUser"},
+    {"uuid", "The device's identity in its records", 16, "GetUUID"},
     {"wifi", "The name of the wireless card", 18, nullptr},
-    {"version", "The service's version", 9, &Client::GetVersionString},
+    {"version", "The service's version", 9, "GetVersionString"},
 };
 
 constexpr char kDirect[] = "By the direct call; prints its callback as it came";
 
 void Get(const Fact& fact, bool direct) {
-    const bool uuid = std::string(fact.name) == "uuid";
-    Require(!direct || fact.direct != nullptr || uuid,
-            std::string(fact.name) + " has no direct call: leave out --direct", kWrongUsage);
-    ServiceClient service;
     if (!direct) {
-        return Print(ReadableText(service.Get(fact.function)) + "\n");
+        return Print(ReadableText(ServiceClient().Get(fact.function)) + "\n");
     }
-    std::string answer;
-    const std::string callbacks = service.Direct([&](Client& client) {
-        if (uuid) {
-            answer = client.GetUUID() + "\n";  // the one that needs no callback
-        } else {
-            (client.*fact.direct)(kCookie);
-        }
-    });
-    Require(uuid || !callbacks.empty(), "no callback came: another call kept the service busy for a minute");
-    Print(callbacks + answer);
+    Require(fact.direct != nullptr, std::string(fact.name) + " has no direct call: leave out --direct", kWrongUsage);
+    const std::string answer = ServiceClient().Direct(fact.direct);
+    Require(!answer.empty(), "no callback came: another call kept the service busy for a minute");
+    Print(answer);
 }
 
 // The service says nothing of how a device's mode was set, so the mode is read again.
-void SetMode(const Fact& mode, const std::string& value, bool direct, const std::function<void(Client&)>& call) {
+void SetMode(const Fact& mode, const std::string& value, bool direct, const char* procedure) {
     ServiceClient service;
-    const std::string callbacks = service.Direct(call);
+    const std::string callbacks = service.Direct(procedure, {value});
     if (direct) {
         return Print(callbacks);
     }
@@ -79,7 +64,7 @@ void SetMode(const Fact& mode, const std::string& value, bool direct, const std:
 void SetMainSwitch(bool on, bool direct) {
     ServiceClient service;
     if (direct) {
-        return Print(service.Direct([&](Client& client) { client.SetMainSwitchByUser(on, kCookie); }));
+        return Print(service.Direct("SetMainSwitchByUser", {on ? "1" : "0"}));
     }
     service.Ask(10, {{"p1", on ? "1" : "0"}});
 }
@@ -87,7 +72,7 @@ void SetMainSwitch(bool on, bool direct) {
 void SetAppFolder(const std::string& path, bool direct) {
     ServiceClient service;
     if (direct) {
-        return Print(service.Direct([&](Client& client) { client.SetAppFolder(path, kCookie); }));
+        return Print(service.Direct("SetAppFolder", {path}));
     }
     service.Ask(8, {{"p1", path}});
 }
@@ -106,20 +91,19 @@ void Consent(ConsentOptions options) {
         options.time = LocalTimeText(static_cast<double>(platform::now_microseconds()) / 1e6);
     }
     ServiceClient service;
+    const char* const agrees = options.agrees ? "1" : "0";
     if (!options.direct) {
         service.Ask(17, {{"p1", options.account},
                          {"p2", options.app},
                          {"p3", options.version},
                          {"p4", options.time},
-                         {"p5", options.agrees ? "1" : "0"}});
+                         {"p5", agrees}});
         return;
     }
-    bool recorded = false;
-    service.Direct([&](Client& client) {
-        recorded = client.SetMyZorvPP(options.account, options.app, options.version, options.time, options.agrees);
-    });
-    Require(recorded, options.agrees ? "the service did not record the consent"
-                                     : "the direct call records no refusal: leave out --direct");
+    const std::string recorded =
+        service.Direct("SetMyZorvPP", {options.account, options.app, options.version, options.time, agrees});
+    Require(recorded == "1\n", options.agrees ? "the service did not record the consent"
+                                              : "the direct call records no refusal: leave out --direct");
 }
 
 const Fact& FactOf(const std::string& name) {
@@ -159,15 +143,12 @@ void AddSetCommands(CLI::App& app, const std::shared_ptr<bool>& direct) {
         [](const std::string& percent, bool isDirect) {
             Require(percent == "100" || percent == "80" || percent == "60", "say 100, 80 or 60, not " + percent,
                     kWrongUsage);
-            SetMode(FactOf("battery-health"), percent, isDirect,
-                    [&](Client& client) { client.SetBatteryHealth(std::stoi(percent), kCookie); });
+            SetMode(FactOf("battery-health"), percent, isDirect, "SetBatteryHealth");
         })
         ->footer(kModes);
     add("quiet-fan", "STATE", "Whether the fan is kept quiet", "on or off",
         [isOn](const std::string& word, bool isDirect) {
-            const bool on = isOn(word);
-            SetMode(FactOf("quiet-fan"), on ? "1" : "0", isDirect,
-                    [&](Client& client) { client.SetQuietFan(on, kCookie); });
+            SetMode(FactOf("quiet-fan"), isOn(word) ? "1" : "0", isDirect, "SetQuietFan");
         })
         ->footer(kModes);
     add("main-switch", "STATE", "Whether anything is collected at all", "on or off",
@@ -195,9 +176,16 @@ void AddConsentCommand(CLI::App& app) {
 
 void AddCallCommands(CLI::App& app) {
     const auto text = std::make_shared<std::string>();
+    const auto words = std::make_shared<std::vector<std::string>>();
     CLI::App* call = app.add_subcommand("call", "Asks the running service by a JSON text, and prints its answer");
     call->add_option("TEXT", *text, R"(The call, such as {"function":9,"version":1})")->required();
-    call->callback([text] { Print(ServiceClient().Call(*text) + "\n"); });
+    call->add_option("ARGUMENTS", *words,
+                     "With the name of a direct call in TEXT's place, its arguments but the cookie");
+    call->callback([text, words] {
+        const bool direct = ServiceClient::HasDirect(*text);
+        Require(direct || words->empty(), *text + " is no direct call", kWrongUsage);
+        Print(direct ? ServiceClient().Direct(*text, *words) : ServiceClient().Call(*text) + "\n");
+    });
     const auto direct = std::make_shared<bool>(false);
     AddGetCommands(app, direct);
     AddSetCommands(app, direct);

@@ -1,12 +1,21 @@
 #include "service_client.h"
 
+#include <algorithm>
+#include <charconv>
+#include <tuple>
+#include <type_traits>
+
 #include "output.h"
+#include "zorvalis_procedures.h"
 
 namespace zorvalis {
 
 namespace {
 
+using zorvalis_client::Client;
+
 constexpr std::int32_t kOutputSize = 1 << 20;
+constexpr std::int64_t kCookie = 1;  // of direct calls
 
 Failure FailureOf(const zorvalis_client::Error& error) {
     const std::string words = ReadableText(error.what());
@@ -16,25 +25,82 @@ Failure FailureOf(const zorvalis_client::Error& error) {
                : Failure{"the call failed: " + words + (words.ends_with(status) ? "" : " (error " + status + ")")};
 }
 
+// The next of a direct call's arguments, in the type of its parameter. The last one has no word: it is the cookie, or
+// the room for the answer.
+template <class Value>
+Value Argument(const std::string*& word, const std::string* end) {
+    if constexpr (std::is_same_v<Value, std::string>) {
+        return *word++;
+    } else if constexpr (std::is_same_v<Value, std::int32_t>) {
+        return kOutputSize;
+    } else {
+        std::int64_t value = kCookie;
+        if (word != end) {
+            const char* const last = word->data() + word->size();
+            const auto [rest, error] = std::from_chars(word->data(), last, value);
+            Require(error == std::errc() && rest == last, *word + " is no number", kWrongUsage);
+            ++word;
+        }
+        return static_cast<Value>(value);
+    }
+}
+
+template <class Answer, class... Parameters>
+std::string Make(Answer (Client::*procedure)(Parameters...), Client& client, const std::vector<std::string>& words) {
+    constexpr std::size_t kWords = sizeof...(Parameters) - (std::is_same_v<Answer, bool> ? 0 : 1);
+    Require(words.size() == kWords, "arguments that it takes: " + std::to_string(kWords), kWrongUsage);
+    const std::string *word = words.data(), *const end = word + words.size();
+    const std::tuple<std::decay_t<Parameters>...> arguments{Argument<std::decay_t<Parameters>>(word, end)...};
+    const auto call = [&](const auto&... each) { return (client.*procedure)(each...); };
+    if constexpr (std::is_void_v<Answer>) {
+        std::apply(call, arguments);
+        return "";
+    } else if constexpr (std::is_same_v<Answer, bool>) {
+        return std::apply(call, arguments) ? "1\n" : "0\n";
+    } else {
+        return ReadableText(std::apply(call, arguments)) + "\n";
+    }
+}
+
+struct DirectCall {
+    std::string_view name;
+    std::string (*make)(Client& client, const std::vector<std::string>& words);
+};
+
+constexpr DirectCall kDirectCalls[] = {
+#define ROW(answer, name, ...) \
+    {#name, [](Client& client, const auto& words) { return Make(&Client::name, client, words); }},
+    ZORVALIS_CALLS(ROW)
+#undef ROW
+};
+
+const DirectCall* Find(const std::string& procedure) {
+    return std::find_if(std::begin(kDirectCalls), std::end(kDirectCalls),
+                        [&](const DirectCall& call) { return call.name == procedure; });
+}
+
 }  // namespace
 
 ServiceClient::ServiceClient() {
     CheckMachine();
     const auto note = [this](const char* procedure) {
-        return [this, procedure](const auto& result, std::int32_t function, std::int64_t cookie) {
+        return [this, procedure](const auto& result, auto... functionAndCookie) {
             std::string text;
             if constexpr (std::is_arithmetic_v<std::decay_t<decltype(result)>>) {
                 text = std::to_string(result);
             } else {
                 text = ReadableText(result);
             }
-            heard_ += std::string(procedure) + "  function " + std::to_string(function) + "  cookie " +
-                      std::to_string(cookie) + "  result " + text + "\n";
+            const char* words[] = {"  function ", "  cookie "};
+            const char** word = std::end(words) - sizeof...(functionAndCookie);
+            heard_ += procedure;
+            ((heard_ += *word++ + std::to_string(functionAndCookie)), ...);
+            heard_ += "  result " + text + "\n";
         };
     };
     try {
-        client_ = std::make_unique<zorvalis_client::Client>(
-            zorvalis_client::Callbacks{nullptr, note("CallbackText"), note("CallbackFlag"), note("CallbackInteger")});
+        client_ = std::make_unique<zorvalis_client::Client>(zorvalis_client::Callbacks{
+            note("CallbackTestData"), note("CallbackText"), note("CallbackFlag"), note("CallbackInteger")});
     } catch (const zorvalis_client::Error& error) {
         throw FailureOf(error);
     }
@@ -77,14 +143,18 @@ std::string ServiceClient::Get(int function) {
     }
 }
 
-std::string ServiceClient::Direct(const std::function<void(zorvalis_client::Client&)>& call) {
+bool ServiceClient::HasDirect(const std::string& procedure) {
+    return Find(procedure) != std::end(kDirectCalls);
+}
+
+std::string ServiceClient::Direct(const std::string& procedure, const std::vector<std::string>& words) {
     heard_.clear();
     try {
-        call(*client_);
+        const std::string answer = Find(procedure)->make(*client_, words);
+        return heard_ + answer;
     } catch (const zorvalis_client::Error& error) {
         throw FailureOf(error);
     }
-    return heard_;
 }
 
 }  // namespace zorvalis

@@ -1,9 +1,9 @@
 // The running service as a command of the tool asks it. Each failure of a call is a Failure in words.
 #pragma once
 
-#include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "base/json.h"
 #include "zorvalis_client.h"
@@ -23,8 +23,10 @@ public:
     // The value in a get's answer.
     std::string Get(int function);
 
-    // Makes direct calls, and tells the callbacks that came, a line each.
-    std::string Direct(const std::function<void(zorvalis_client::Client&)>& call);
+    // Makes a direct call by its name, with the arguments in words but for the cookie. Tells the callbacks that came
+    // and the answer, a line each.
+    static bool HasDirect(const std::string& procedure);
+    std::string Direct(const std::string& procedure, const std::vector<std::string>& words = {});
 
 private:
     std::string heard_;
