@@ -139,7 +139,15 @@ TEST_F(ServedClients, DoNotHearOfAFailedCallbackOrOfAnothersDeathOrFault) {
         ASSERT_EQ(client.BigDataServiceCall(kVersionCall), kVersionAnswer);
     }
     EXPECT_EQ(client.BigDataServiceCall("no JSON"), "");
-    EXPECT_THROW(client.BigDataServiceCall(R"({"function":"9","version":1})"), Error);
+    for (const auto& [input, status] : {std::pair{R"({"function":"9","version":1})", RPC_S_CALL_FAILED},
+                                        std::pair{"\xff", ERROR_NO_UNICODE_TRANSLATION}}) {
+        try {
+            client.BigDataServiceCall(input);
+            ADD_FAILURE() << input;
+        } catch (const Error& error) {
+            EXPECT_EQ(error.status, status);
+        }
+    }
     EXPECT_EQ(Client().GetUUID(), "00112233-4455-6677-8899-aabbccddeeff") << "the next one, and without the job lock";
 }
 
