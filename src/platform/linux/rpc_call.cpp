@@ -43,25 +43,13 @@ public:
         return static_cast<Integer>(found->get<std::int64_t>());
     }
 
-    // A missing one is null.
-    std::optional<std::wstring> text(const char* name) const {
+    std::optional<std::wstring> text(const char* name, bool takes_null) const {
         const auto found = params_.find(name);
         if (found == params_.end() || found->is_null()) {
-            return std::nullopt;
+            return takes_null ? std::nullopt : throw BadArgument{name + std::string(" is missing")};
         }
         auto text = found->is_string() ? to_wide(found->get_ref<const std::string&>()) : std::nullopt;
-        if (!text) {
-            throw BadArgument{name + std::string(" is a text")};
-        }
-        return text;
-    }
-
-    std::wstring needed_text(const char* name) const {
-        auto result = text(name);
-        if (!result) {
-            throw BadArgument{name + std::string(" is missing")};
-        }
-        return *std::move(result);
+        return text ? text : throw BadArgument{name + std::string(" is a text")};
     }
 
 private:
@@ -100,79 +88,69 @@ private:
     void* const memory_;
 };
 
+// One parameter of a procedure: made of the message's member of its name, given to the procedure, and told in the
+// result, if it is an output.
 struct Input {
     void tell(Json&) const {}
 };
 
-// One parameter of a procedure: made of the message's member of that name, given to the procedure, and told in the
-// result, if it is an output.
 template <class Integer>
-class Parameter : public Input {
-public:
-    Parameter(const Arguments& arguments, const char* const* name, bool) : value_(arguments.integer<Integer>(*name)) {}
-    Integer get() const { return value_; }
+struct Parameter : Input {
+    Parameter(const Arguments& arguments, const char* const* name, bool) : value(arguments.integer<Integer>(*name)) {}
+    Integer get() const { return value; }
 
-private:
-    Integer value_;
+    Integer value;
 };
 
 template <>
-class Parameter<const wchar_t*> : public Input {
-public:
+struct Parameter<const wchar_t*> : Input {
     Parameter(const Arguments& arguments, const char* const* name, bool takes_null)
-        : text_(takes_null ? arguments.text(*name) : arguments.needed_text(*name)) {}
-    const wchar_t* get() const { return text_ ? text_->c_str() : nullptr; }
+        : text(arguments.text(*name, takes_null)) {}
+    const wchar_t* get() const { return text ? text->c_str() : nullptr; }
 
-private:
-    std::optional<std::wstring> text_;
-};
-
-template <>
-class Parameter<std::int32_t*> {
-public:
-    Parameter(const Arguments&, const char* const* name, bool) : name_(*name) {}
-    std::int32_t* get() { return &result_; }
-    void tell(Json& result) const { result[name_] = result_; }
-
-private:
-    const char* name_;
-    std::int32_t result_ = 0;
+    std::optional<std::wstring> text;
 };
 
 // The size of an output. Kept: it is looked at behind all other arguments, so that of two wrong ones the other is told.
 template <>
-class Parameter<std::int32_t> : public Input {
-public:
-    Parameter(const Arguments& arguments, const char* const* name, bool) : arguments_(&arguments), name_(*name) {}
-    std::int32_t get() const { return arguments_->integer<std::int32_t>(name_, 1, kLargestOutput); }
+struct Parameter<std::int32_t> : Input {
+    Parameter(const Arguments& given, const char* const* named, bool) : arguments(&given), name(*named) {}
+    std::int32_t get() const { return arguments->integer<std::int32_t>(name, 1, kLargestOutput); }
 
-private:
-    const Arguments* arguments_;
-    const char* name_;
+    const Arguments* arguments;
+    const char* name;
+};
+
+template <>
+struct Parameter<std::int32_t*> {
+    Parameter(const Arguments&, const char* const* named, bool) : name(*named) {}
+    std::int32_t* get() { return &value; }
+    void tell(Json& result) const { result[name] = value; }
+
+    const char* name;
+    std::int32_t value = 0;
 };
 
 // An output, whose size comes next.
 template <>
-class Parameter<wchar_t*> {
-public:
-    Parameter(const Arguments& arguments, const char* const* name, bool)
-        : size_(arguments, name + 1, false), name_(*name) {}
+struct Parameter<wchar_t*> {
+    Parameter(const Arguments& arguments, const char* const* named, bool)
+        : size(arguments, named + 1, false), name(*named) {}
     wchar_t* get() {
-        pages_ = std::make_unique<Pages>((static_cast<std::size_t>(size_.get()) + 1) * sizeof(wchar_t));
-        return static_cast<wchar_t*>(pages_->get());
+        pages = std::make_unique<Pages>((static_cast<std::size_t>(size.get()) + 1) * sizeof(wchar_t));
+        return static_cast<wchar_t*>(pages->get());
     }
     // Characters beyond the first plane are two units.
     void tell(Json& result) const {
-        const std::wstring_view text = static_cast<const wchar_t*>(pages_->get());
+        const std::wstring_view text = static_cast<const wchar_t*>(pages->get());
         const auto pairs = std::count_if(text.begin(), text.end(), [](wchar_t c) { return c > 0xFFFF; });
-        const bool fits = text.size() + static_cast<std::size_t>(pairs) < static_cast<std::size_t>(size_.get());
-        result[name_] = fits ? to_utf8(text) : "";
+        const bool fits = text.size() + static_cast<std::size_t>(pairs) < static_cast<std::size_t>(size.get());
+        result[name] = fits ? to_utf8(text) : "";
     }
 
-private:
-    Parameter<std::int32_t> size_;
-    const char* name_;
-    std::unique_ptr<Pages> pages_;
+    Parameter<std::int32_t> size;
+    const char* name;
+    std::unique_ptr<Pages> pages;
 };
 
 struct Row {
@@ -211,18 +189,6 @@ Json open_context(const RpcProcedures& procedures, RpcContexts& contexts) {
     return {{"context", number}};
 }
 
-void check(const std::shared_ptr<OpenContext>& context) {
-    if (context == nullptr) {
-        throw BadArgument{"no such context"};
-    }
-}
-
-// It is closed by the last call that uses it, at the latest by this one's end.
-Json close_context(const std::shared_ptr<OpenContext>& context) {
-    check(context);
-    return nullptr;
-}
-
 Json call(const RpcProcedures& procedures, RpcContexts& contexts, const RpcRequest& request) {
     if (request.method == "RemoteOpen") {
         return open_context(procedures, contexts);
@@ -235,12 +201,12 @@ Json call(const RpcProcedures& procedures, RpcContexts& contexts, const RpcReque
     }
     const Arguments arguments(request.params);
     const auto number = static_cast<std::uint64_t>(arguments.integer<std::int64_t>("context"));
-    if (closes) {
-        return close_context(contexts.take(number));
+    // One that is closed ends with the last call that uses it, at the latest with this one.
+    const auto context = closes ? contexts.take(number) : contexts.find(number);
+    if (context == nullptr) {
+        throw BadArgument{"no such context"};
     }
-    const auto context = contexts.find(number);
-    check(context);
-    return row->call(*row, procedures, context->get(), arguments);
+    return closes ? Json() : row->call(*row, procedures, context->get(), arguments);
 }
 
 // The words of what came out of a procedure.
