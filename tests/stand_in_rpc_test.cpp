@@ -273,7 +273,7 @@ TEST(StandInRpcEndpoint, CarriesEachProcedureWithItsArguments) {
     };
     {
         Client client;
-        Sdk sdk({}, machine_path(kSocket));
+        Sdk sdk({}, machine_folder() + "/" + kSocket);
         for (const auto& [name, params, noted, result, call] : calls) {
             const std::string expected = std::string(name) + " " + noted;
             EXPECT_EQ(client.Call(name, params), R"({"id":1,"jsonrpc":"2.0","result":)" + std::string(result) + "}");

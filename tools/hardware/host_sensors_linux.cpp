@@ -203,8 +203,8 @@ Ticks CpuTicks(const Host& host) {
 // In tenths of a percent, measured over a tenth of a second, for which the caller waits.
 bool CpuUsage(const Host& host, std::int64_t& tenths) {
     const Ticks before = CpuTicks(host);
-    const timespec while_measured{0, 100'000'000};
-    nanosleep(&while_measured, nullptr);
+    const timespec whileMeasured{0, 100'000'000};
+    nanosleep(&whileMeasured, nullptr);
     const Ticks after = CpuTicks(host);
     const std::int64_t all = after.all - before.all;
     if (all <= 0) {

@@ -95,7 +95,7 @@ bool SkipObject(Cursor& cursor, int depth, Visit visit) {
         if (!SkipText(cursor)) {
             return false;
         }
-        const char* const name_end = cursor.at;
+        const char* const nameEnd = cursor.at;
         cursor.SkipBlanks();
         if (!cursor.Take(':')) {
             return false;
@@ -105,7 +105,7 @@ bool SkipObject(Cursor& cursor, int depth, Visit visit) {
         if (!SkipValue(cursor, depth + 1)) {
             return false;
         }
-        visit(std::string_view(name + 1, static_cast<std::size_t>(name_end - name - 2)),
+        visit(std::string_view(name + 1, static_cast<std::size_t>(nameEnd - name - 2)),
               std::string_view(value, static_cast<std::size_t>(cursor.at - value)));
         cursor.SkipBlanks();
     } while (cursor.Take(','));

@@ -19,8 +19,8 @@ constexpr std::uint64_t kTicksFrom1601 = 116444736000000000;  // to 1970, in uni
 constexpr double kLargestOffset = 1e11;                       // seconds, about three thousand years
 constexpr std::int64_t kEndOfCalendar = 32535215999;          // the end of 3000, as in Windows' C library
 
-std::atomic<std::int64_t> switchOffset{0};
-std::atomic<double> switchFactor{1.0};
+std::atomic<std::int64_t> switch_offset{0};
+std::atomic<double> switch_factor{1.0};
 
 struct MachineClock {
     double offset = 0;  // seconds
@@ -30,15 +30,15 @@ struct MachineClock {
 // clock.json is read at each use, since any program may change it at any time.
 MachineClock read_machine_clock() {
     // Values of the last sound file: while an editor has written only half of it, the clock must not jump.
-    static std::atomic<double> lastOffset{0};
-    static std::atomic<double> lastFactor{1};
+    static std::atomic<double> last_offset{0};
+    static std::atomic<double> last_factor{1};
     const auto json = read_machine_json("clock.json");
     if (!json) {
         if (::access(machine_path("clock.json").c_str(), F_OK) != 0) {
-            lastOffset = 0;
-            lastFactor = 1;
+            last_offset = 0;
+            last_factor = 1;
         }
-        return {lastOffset, lastFactor};
+        return {last_offset, last_factor};
     }
     const auto number = [&json](const char* name, double missing) {
         const auto member = json->find(name);
@@ -50,14 +50,14 @@ MachineClock read_machine_clock() {
     const MachineClock read{number("offset", 0), number("wait", 1)};
     const bool sound = std::abs(read.offset) <= kLargestOffset && read.factor >= 0 && std::isfinite(read.factor);
     if (sound) {
-        lastOffset = read.offset;
-        lastFactor = read.factor;
+        last_offset = read.offset;
+        last_factor = read.factor;
     }
-    return {lastOffset, lastFactor};
+    return {last_offset, last_factor};
 }
 
 std::int64_t offset_microseconds() {
-    return switchOffset.load() * kMicroseconds + std::llround(read_machine_clock().offset * 1e6);
+    return switch_offset.load() * kMicroseconds + std::llround(read_machine_clock().offset * 1e6);
 }
 
 timespec true_time() {
@@ -69,8 +69,8 @@ timespec true_time() {
 }  // namespace
 
 void set_clock(const ClockSwitch& clock) {
-    switchOffset = clock.offset_seconds;
-    switchFactor = clock.wait_factor;
+    switch_offset = clock.offset_seconds;
+    switch_factor = clock.wait_factor;
 }
 
 std::int64_t now_seconds() {
@@ -114,7 +114,7 @@ void sleep_milliseconds(std::uint32_t milliseconds) {
 }
 
 std::int64_t scaled_wait(std::uint32_t milliseconds) {
-    const double wait = milliseconds * 1000.0 * switchFactor.load() * read_machine_clock().factor;
+    const double wait = milliseconds * 1000.0 * switch_factor.load() * read_machine_clock().factor;
     return wait < 1e15 ? std::llround(wait) : static_cast<std::int64_t>(1e15);
 }
 

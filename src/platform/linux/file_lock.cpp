@@ -24,7 +24,7 @@ struct Held {
     int count = 0;
 };
 
-std::mutex tableMutex;
+std::mutex table_mutex;
 
 // What the threads of this process hold, so that a thread gets its own lock again.
 std::map<Owner, Held>& table() {
@@ -62,7 +62,7 @@ struct FileLock::State {
 FileLock::FileLock(const std::string& name, std::uint32_t milliseconds) {
     std::unique_ptr<State, Release> state(new State{{name, std::this_thread::get_id()}});
     {
-        const std::lock_guard guard(tableMutex);
+        const std::lock_guard guard(table_mutex);
         const auto found = table().find(state->owner);
         if (found != table().end()) {
             ++found->second.count;
@@ -72,7 +72,7 @@ FileLock::FileLock(const std::string& name, std::uint32_t milliseconds) {
     }
     Descriptor file = open_lock(name);
     if (file && lock_within(file.get(), milliseconds)) {
-        const std::lock_guard guard(tableMutex);
+        const std::lock_guard guard(table_mutex);
         table()[state->owner] = {std::move(file), 1};
         state_ = std::move(state);
     } else {
@@ -82,7 +82,7 @@ FileLock::FileLock(const std::string& name, std::uint32_t milliseconds) {
 
 void FileLock::Release::operator()(State* state) const {
     const std::unique_ptr<State> last(state);
-    const std::lock_guard guard(tableMutex);
+    const std::lock_guard guard(table_mutex);
     const auto found = table().find(state->owner);
     if (found != table().end() && --found->second.count == 0) {
         table().erase(found);

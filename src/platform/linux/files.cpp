@@ -78,9 +78,9 @@ std::string native_path(const std::string& path) {
 
 File open_file(const std::string& path, const char* mode) {
     const std::string name = native_path(path);
-    const bool ofMachine = name != path;
+    const bool of_machine = name != path;
     File file;
-    if (ofMachine) {
+    if (of_machine) {
         // Another program may have put a link or a pipe in the file's place: follow none, and do not wait for a pipe.
         const bool both = std::strchr(mode, '+') != nullptr;
         const int access = both ? O_RDWR : *mode == 'r' ? O_RDONLY : O_WRONLY;
@@ -94,7 +94,7 @@ File open_file(const std::string& path, const char* mode) {
     struct stat status {};
     // Linux opens a folder for reading, and a device or pipe: callers expect a file, as on Windows.
     if (file != nullptr && (::fstat(::fileno(file.get()), &status) != 0 ||
-                            (ofMachine ? !S_ISREG(status.st_mode) : S_ISDIR(status.st_mode)))) {
+                            (of_machine ? !S_ISREG(status.st_mode) : S_ISDIR(status.st_mode)))) {
         return nullptr;
     }
     if (file != nullptr) {

@@ -80,9 +80,9 @@ std::int64_t limit_of(std::int32_t timeout) {
 // One transfer of libcurl. The callbacks below run inside `drive`, on the caller's thread.
 struct HttpExchange::State {
     std::string agent;
-    std::int64_t connectTimeout = INT_MAX;  // milliseconds, as the next two; includes the TLS handshake
-    std::int64_t sendTimeout = INT_MAX;
-    std::int64_t receiveTimeout = INT_MAX;
+    std::int64_t connect_timeout = INT_MAX;  // milliseconds, as the next two; includes the TLS handshake
+    std::int64_t send_timeout = INT_MAX;
+    std::int64_t receive_timeout = INT_MAX;
     std::string host;
     std::uint16_t port = 0;
     std::string verb;
@@ -98,7 +98,7 @@ struct HttpExchange::State {
     std::size_t sent = 0;
     bool connected = false;  // TLS too: the certificate is accepted
     long status = 0;
-    bool headDone = false;
+    bool head_done = false;
     std::string arrived;    // the part of the body that was received,
     std::size_t taken = 0;  // and how much of it `read` has given away
     bool paused = false;
@@ -157,7 +157,7 @@ struct HttpExchange::State {
         auto& state = *static_cast<State*>(context);
         const std::string_view line(buffer, size * count);
         state.moved();
-        if (state.headDone) {
+        if (state.head_done) {
             return line.size();  // a trailer, behind the last chunk of the body
         }
         if (line.starts_with("HTTP/")) {
@@ -165,7 +165,7 @@ struct HttpExchange::State {
             state.status = 0;
             std::from_chars(line.data() + blank + 1, line.data() + line.size(), state.status);
         } else if (line == "\r\n" || line == "\n") {
-            state.headDone = state.status >= 200;
+            state.head_done = state.status >= 200;
         }
         return line.size();
     }
@@ -206,7 +206,7 @@ struct HttpExchange::State {
         set(CURLOPT_PROXY, "");
         set(CURLOPT_NOSIGNAL, 1L);
         set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
-        set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(connectTimeout));
+        set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(connect_timeout));
         set(CURLOPT_PREREQFUNCTION, &on_connected);
         set(CURLOPT_PREREQDATA, static_cast<void*>(this));
         set(CURLOPT_HEADERFUNCTION, &on_header);
@@ -273,9 +273,9 @@ bool HttpExchange::open(const wchar_t* user_agent) {
 
 // The resolve timeout has no use: a name is looked up in network.json.
 bool HttpExchange::set_timeouts(std::int32_t, std::int32_t connect, std::int32_t send, std::int32_t receive) {
-    state_->connectTimeout = limit_of(connect);
-    state_->sendTimeout = limit_of(send);
-    state_->receiveTimeout = limit_of(receive);
+    state_->connect_timeout = limit_of(connect);
+    state_->send_timeout = limit_of(send);
+    state_->receive_timeout = limit_of(receive);
     return true;
 }
 
@@ -315,11 +315,11 @@ bool HttpExchange::send(const wchar_t* header, const std::string& body) {
         set_last_error(kInternalError);
         return false;
     }
-    const auto isSent = [&] { return state.headDone || (state.connected && state.sent == state.body.size()); };
+    const auto is_sent = [&] { return state.head_done || (state.connected && state.sent == state.body.size()); };
     // While it connects, libcurl's own connect timeout ends it first; afterwards the send timeout holds for each piece.
-    state.drive(state.connectTimeout + state.sendTimeout, [&] { return state.connected; });
-    state.drive(state.sendTimeout, isSent);
-    state.usable = isSent();  // a fault after that is reported by `receive`
+    state.drive(state.connect_timeout + state.send_timeout, [&] { return state.connected; });
+    state.drive(state.send_timeout, is_sent);
+    state.usable = is_sent();  // a fault after that is reported by `receive`
     return state.usable || state.fail();
 }
 
@@ -334,8 +334,8 @@ bool HttpExchange::receive() {
         set_last_error(kErrorIncorrectHandleState);
         return false;
     }
-    state.drive(state.receiveTimeout, [&] { return state.headDone; });
-    return state.headDone || state.fail();
+    state.drive(state.receive_timeout, [&] { return state.head_done; });
+    return state.head_done || state.fail();
 }
 
 bool HttpExchange::query_status(std::wstring& status) {
@@ -350,7 +350,7 @@ bool HttpExchange::query_available(std::uint32_t& size) {
         state.paused = false;
         curl().easy_pause(state.easy, CURLPAUSE_CONT);
     }
-    state.drive(state.receiveTimeout, [&] { return waiting() > 0; });
+    state.drive(state.receive_timeout, [&] { return waiting() > 0; });
     size = static_cast<std::uint32_t>(std::min(waiting(), kPiece));
     return size > 0 || state.result == CURLE_OK || state.fail();
 }

@@ -46,17 +46,17 @@ struct Peer {
     bool is_unread() const { return !going.empty() || !out.empty(); }
     bool is_silent() const { return waiting == 0 && !is_unread(); }
     std::size_t unsent() const { return going.size() - sent + out.size(); }
-    std::size_t bytes() const { return in.size() + unsent() + waitingBytes; }
+    std::size_t bytes() const { return in.size() + unsent() + waiting_bytes; }
 
     const LineServer::Connection number;
     Protocol::socket socket;  // closed when the connection has ended
     asio::steady_timer patience;
     std::string in, going, out;  // `going` is being written, `out` comes behind it
     std::size_t sent = 0;        // of `going`
-    std::size_t waiting = 0, waitingBytes = 0;
-    std::size_t counted = 0;    // of `bytes`, in the server's sum
-    std::uint64_t lastUse = 0;  // when a line came last
-    bool reads = false, isTimed = false;
+    std::size_t waiting = 0, waiting_bytes = 0;
+    std::size_t counted = 0;     // of `bytes`, in the server's sum
+    std::uint64_t last_use = 0;  // when a line came last
+    bool reads = false, is_timed = false;
     bool ended = false;  // nothing more is read
     Clock::time_point progress{};
     int held = 0;  // by the kernel, of what was sent
@@ -112,7 +112,7 @@ struct LineServer::Loop {
         Failure ignored;
         listener.close(ignored);
         crowded.cancel();
-        awaitsPeers = false;
+        awaits_peers = false;
     }
 
     void finish() {
@@ -122,7 +122,7 @@ struct LineServer::Loop {
     }
 
     void await_peers() {
-        if (!listener.is_open() || awaitsPeers) {
+        if (!listener.is_open() || awaits_peers) {
             return;
         }
         // Behind what the others have said by now, of whom one may be cut off.
@@ -131,7 +131,7 @@ struct LineServer::Loop {
                 asio::post(context, [this] { take_peer(); });
             }
         });
-        awaitsPeers = true;
+        awaits_peers = true;
     }
 
     // The kernel's own call, since asio's leaves the descriptor to the processes that this one starts.
@@ -140,21 +140,21 @@ struct LineServer::Loop {
             return;
         }
         Descriptor socket(::accept4(listener.native_handle(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-        const bool lacksDescriptors = !socket && errno != EAGAIN && errno != EINTR && errno != ECONNABORTED;
-        const bool tooMany = lacksDescriptors || (socket && peers.size() >= limits.connections);
-        const bool madeRoom = tooMany && cut_off_the_idlest();
-        awaitsPeers = false;
-        if (lacksDescriptors && !madeRoom) {  // or the listener would be ready at once, for ever
+        const bool lacks_descriptors = !socket && errno != EAGAIN && errno != EINTR && errno != ECONNABORTED;
+        const bool too_many = lacks_descriptors || (socket && peers.size() >= limits.connections);
+        const bool made_room = too_many && cut_off_the_idlest();
+        awaits_peers = false;
+        if (lacks_descriptors && !made_room) {  // or the listener would be ready at once, for ever
             crowded.expires_after(kCrowded);
             crowded.async_wait([this](const Failure&) { await_peers(); });
             return;
         }
         await_peers();
         if (socket) {
-            const auto peer = std::make_shared<Peer>(context, ++lastConnection);
+            const auto peer = std::make_shared<Peer>(context, ++last_connection);
             peer->socket.assign(Protocol(), socket.get());
             socket.release();
-            peer->lastUse = ++uses;
+            peer->last_use = ++uses;
             peers.emplace(peer->number, peer);
             settle(peer);
         }
@@ -162,8 +162,8 @@ struct LineServer::Loop {
 
     bool cut_off_the_idlest() {
         const auto idlest = std::min_element(peers.begin(), peers.end(), [](const auto& a, const auto& b) {
-            return std::tuple(a.second->waiting != 0, a.second->lastUse) <
-                   std::tuple(b.second->waiting != 0, b.second->lastUse);
+            return std::tuple(a.second->waiting != 0, a.second->last_use) <
+                   std::tuple(b.second->waiting != 0, b.second->last_use);
         });
         const bool some = idlest != peers.end();
         if (some) {
@@ -214,7 +214,7 @@ struct LineServer::Loop {
             return end(peer);
         }
         if (peer->reads || peer->ended || finishing || peer->is_unread() || peer->waiting >= limits.waiting ||
-            peer->waitingBytes >= limits.waiting_bytes) {
+            peer->waiting_bytes >= limits.waiting_bytes) {
             return;
         }
         // A long line is read in parts that grow, so that what there is of it is counted.
@@ -233,27 +233,27 @@ struct LineServer::Loop {
         if (finishing || !peer->socket.is_open()) {
             return;
         }
-        const bool isFull = failure == asio::error::not_found, isOver = failure == asio::error::eof;
-        const bool isLong = isFull && peer->in.size() > limits.line;
-        if (failure && !isFull && !isOver) {
+        const bool is_full = failure == asio::error::not_found, is_over = failure == asio::error::eof;
+        const bool is_long = is_full && peer->in.size() > limits.line;
+        if (failure && !is_full && !is_over) {
             return end(peer);
         }
-        if (isFull && !isLong) {
+        if (is_full && !is_long) {
             return;
         }
-        peer->ended = isLong || isOver;
-        const std::string line = peer->in.substr(0, isOver ? std::string::npos : size - 1);
+        peer->ended = is_long || is_over;
+        const std::string line = peer->in.substr(0, is_over ? std::string::npos : size - 1);
         peer->in.erase(0, peer->ended ? std::string::npos : size);
         if (peer->in.empty()) {
             std::string().swap(peer->in);
         }
-        if (isLong) {
+        if (is_long) {
             push(peer, limits.too_long);
-        } else if (!isOver || !line.empty()) {  // the last line needs no end
-            peer->lastUse = ++uses;
+        } else if (!is_over || !line.empty()) {  // the last line needs no end
+            peer->last_use = ++uses;
             const auto answer = handler(peer->number, line);
             peer->waiting += answer ? 0 : 1;
-            peer->waitingBytes += answer ? 0 : line.size();
+            peer->waiting_bytes += answer ? 0 : line.size();
             push(peer, answer.value_or(""));
         }
     }
@@ -273,15 +273,15 @@ struct LineServer::Loop {
         const auto note = [peer](const Failure& failure, std::size_t sent) {
             peer->sent = sent;
             peer->progress = Clock::now();
-            const bool goesOn = !failure && sent < peer->going.size() && measure(*peer);
-            return goesOn ? kAtOnce : 0;
+            const bool goes_on = !failure && sent < peer->going.size() && measure(*peer);
+            return goes_on ? kAtOnce : 0;
         };
         asio::async_write(peer->socket, asio::buffer(peer->going), note,
                           [this, peer](const Failure& failure, std::size_t sent) {
-                              const bool isWhole = !failure && sent == peer->going.size();
+                              const bool is_whole = !failure && sent == peer->going.size();
                               std::string().swap(peer->going);
                               peer->sent = 0;
-                              if (peer->socket.is_open() && !isWhole) {
+                              if (peer->socket.is_open() && !is_whole) {
                                   return end(peer);
                               }
                               if (peer->socket.is_open() && !peer->out.empty()) {
@@ -297,12 +297,12 @@ struct LineServer::Loop {
 
     // Ends the connection when nothing is read for the time.
     void watch(const PeerHandle& peer) {
-        if (peer->isTimed) {
+        if (peer->is_timed) {
             return;
         }
         peer->patience.expires_at(peer->progress + limits.unread);
         peer->patience.async_wait([this, peer](const Failure&) {
-            peer->isTimed = false;
+            peer->is_timed = false;
             if (!peer->socket.is_open() || !peer->is_unread()) {
                 return;
             }
@@ -315,14 +315,14 @@ struct LineServer::Loop {
             }
             watch(peer);
         });
-        peer->isTimed = true;
+        peer->is_timed = true;
     }
 
     void answer(Connection connection, const std::string& line, std::optional<std::size_t> answered) {
         if (const auto entry = peers.find(connection); entry != peers.end()) {
             const PeerHandle peer = entry->second;
             peer->waiting -= answered ? 1 : 0;
-            peer->waitingBytes -= answered.value_or(0);
+            peer->waiting_bytes -= answered.value_or(0);
             push(peer, line);
             settle(peer);
         }
@@ -345,9 +345,9 @@ struct LineServer::Loop {
     asio::executor_work_guard<asio::io_context::executor_type> guard{context.get_executor()};
     Protocol::acceptor listener{context};
     asio::steady_timer crowded{context};
-    bool awaitsPeers = false;
+    bool awaits_peers = false;
     std::map<Connection, PeerHandle> peers;
-    std::uint64_t lastConnection = 0, uses = 0;
+    std::uint64_t last_connection = 0, uses = 0;
     std::size_t bytes = 0;  // of all peers
     bool finishing = false, stopping = false;
 

@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::uint32_t kInsufficientBuffer = 122;
 
-std::mutex pathMutex;
+std::mutex path_mutex;
 
 std::wstring& given_path() {
     static auto* const path = new std::wstring;  // never destroyed: pool threads may still ask while the process ends
@@ -33,7 +33,7 @@ std::wstring true_path() {
 int module_file_name(wchar_t* buffer, int capacity) {
     // Read once: the kernel adds " (deleted)" to the link when the file is replaced under the running process.
     static const auto* const own = new std::wstring(true_path());
-    const std::lock_guard guard(pathMutex);
+    const std::lock_guard guard(path_mutex);
     const std::wstring& path = given_path().empty() ? *own : given_path();
     if (buffer == nullptr || capacity <= 0) {
         return 0;
@@ -49,7 +49,7 @@ int module_file_name(wchar_t* buffer, int capacity) {
 }
 
 void set_module_path(const std::wstring& path) {
-    const std::lock_guard guard(pathMutex);
+    const std::lock_guard guard(path_mutex);
     given_path() = path;
 }
 

@@ -17,7 +17,7 @@ RpcThreads& RpcThreads::get() {
 void RpcThreads::set_limits(std::size_t most, std::chrono::milliseconds idle) {
     const std::lock_guard guard(mutex_);
     most_ = most;
-    idleTime_ = idle;
+    idle_time_ = idle;
 }
 
 bool RpcThreads::submit(Task task) {
@@ -66,7 +66,7 @@ void RpcThreads::run() {
     }
 }
 
-// Waits for a task; false when none has come for idleTime_, and the thread is to end.
+// Waits for a task; false when none has come for idle_time_, and the thread is to end.
 bool RpcThreads::wait(std::unique_lock<std::mutex>& guard, Worker& worker) {
     if (busy_ < most_ && !waiting_.empty()) {
         ++busy_;
@@ -75,7 +75,7 @@ bool RpcThreads::wait(std::unique_lock<std::mutex>& guard, Worker& worker) {
         return true;
     }
     idle_.push_back(&worker);
-    if (worker.given.wait_for(guard, idleTime_, [&] { return worker.task != nullptr; })) {
+    if (worker.given.wait_for(guard, idle_time_, [&] { return worker.task != nullptr; })) {
         return true;  // `submit` has taken the worker out of idle_
     }
     idle_.erase(std::find(idle_.begin(), idle_.end(), &worker));

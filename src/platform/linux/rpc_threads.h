@@ -41,7 +41,7 @@ private:
     std::deque<Task> waiting_;
     std::vector<Worker*> idle_;
     std::size_t threads_ = 0, busy_ = 0, most_ = 1;
-    std::chrono::milliseconds idleTime_{};
+    std::chrono::milliseconds idle_time_{};
 };
 
 }  // namespace platform

@@ -63,14 +63,14 @@ struct Run {
     ServiceStatus status = {kOwnProcess, kServiceStartPending, 0, 0, 0, 0, 0};
     std::deque<WaitingControl> waiting;
     std::map<std::intptr_t, Guid> settings;
-    std::intptr_t lastRegistration = kFirstRegistration;
-    std::shared_ptr<bool> mainEnded = std::make_shared<bool>(false);
+    std::intptr_t last_registration = kFirstRegistration;
+    std::shared_ptr<bool> main_ended = std::make_shared<bool>(false);
 };
 
 // Never destroyed: threads may still report while the process ends.
 struct Shared {
     std::mutex mutex;
-    std::condition_variable mainEnded;
+    std::condition_variable main_ended;
     std::unique_ptr<Run> run;
     Descriptor wake{::eventfd(0, EFD_CLOEXEC)};  // wakes the dispatcher
 };
@@ -81,7 +81,7 @@ Shared& shared() {
 }
 
 std::atomic<bool> signalled{false};
-std::atomic<int> signalWake{-1};
+std::atomic<int> signal_wake{-1};
 
 void wake_dispatcher() {
     ::eventfd_write(shared().wake.get(), 1);
@@ -92,12 +92,12 @@ class StopSignals {
 public:
     StopSignals() {
         signalled = false;
-        signalWake = shared().wake.get();
+        signal_wake = shared().wake.get();
         struct sigaction action {};
         action.sa_handler = [](int) {
             const int error = errno;
             signalled = true;
-            ::eventfd_write(signalWake, 1);
+            ::eventfd_write(signal_wake, 1);
             errno = error;
         };
         action.sa_flags = SA_RESTART;
@@ -224,7 +224,7 @@ bool stop_is_due(const Run& run) {
 // registering a handler, so that it never will.
 void dispatch(Run& run) {
     std::unique_lock guard(shared().mutex);
-    while (run.status.state != kServiceStopped && !(*run.mainEnded && run.handler == nullptr)) {
+    while (run.status.state != kServiceStopped && !(*run.main_ended && run.handler == nullptr)) {
         if (stop_is_due(run)) {
             deliver(guard, run, {{false, kControlStop, 0, std::nullopt}, 0, 0});
         } else if (!run.waiting.empty()) {
@@ -251,7 +251,7 @@ std::thread start_main(std::wstring name, ServiceMain main, const std::shared_pt
         main(1, arguments);
         const std::lock_guard guard(shared().mutex);
         *ended = true;
-        shared().mainEnded.notify_all();
+        shared().main_ended.notify_all();
         wake_dispatcher();
     });
 }
@@ -260,7 +260,7 @@ std::thread start_main(std::wstring name, ServiceMain main, const std::shared_pt
 void end_main(std::thread& thread, const std::shared_ptr<bool>& ended) {
     const auto limit = std::chrono::microseconds(scaled_wait(kMainMilliseconds));
     std::unique_lock guard(shared().mutex);
-    const bool over = shared().mainEnded.wait_for(guard, limit, [&] { return *ended; });
+    const bool over = shared().main_ended.wait_for(guard, limit, [&] { return *ended; });
     guard.unlock();
     if (!over) {
         ::_exit(0);
@@ -308,7 +308,7 @@ bool run_service(const wchar_t* name, ServiceMain main) {
         return fail(error);
     }
     auto run = std::make_unique<Run>();
-    const auto mainEnded = run->mainEnded;
+    const auto main_ended = run->main_ended;
     Run& running = *run;
     if (const std::uint32_t error = running.server.open(kControlSocket); error != 0) {
         return fail(error);
@@ -326,7 +326,7 @@ bool run_service(const wchar_t* name, ServiceMain main) {
     std::uint32_t error = running.server.start(take_line);
     if (error == 0) {
         try {
-            thread = start_main(name, main, mainEnded);
+            thread = start_main(name, main, main_ended);
         } catch (const std::system_error&) {
             error = kNotEnoughMemory;
         }
@@ -336,7 +336,7 @@ bool run_service(const wchar_t* name, ServiceMain main) {
     }
     running.server.stop();
     if (thread.joinable()) {
-        end_main(thread, mainEnded);
+        end_main(thread, main_ended);
     }
     const auto last = forget();
     if (error == 0 && last->handler == nullptr) {
@@ -380,13 +380,13 @@ std::intptr_t register_power_setting(ServiceStatusHandle handle, const Guid& set
         fail(kInvalidHandle);
         return 0;
     }
-    run->settings[++run->lastRegistration] = setting;
+    run->settings[++run->last_registration] = setting;
     if (const auto state = present_power_state(setting)) {
         const PowerSettingChange change = {setting, sizeof *state, *state};
         run->waiting.push_back({{false, kControlPowerEvent, kPowerSettingChange, change}, 0});
         wake_dispatcher();
     }
-    return run->lastRegistration;
+    return run->last_registration;
 }
 
 bool unregister_power_setting(std::intptr_t registration) {

@@ -155,11 +155,11 @@ struct ServiceManager::State {
     bool open = false;
     std::uint32_t access = 0;
     std::wstring service;  // empty for none
-    std::uint32_t serviceAccess = 0;
+    std::uint32_t service_access = 0;
 
     // 0 when the open service was opened with this right, else a Windows error number.
     std::uint32_t may(std::uint32_t right) const {
-        return service.empty() ? kInvalidHandle : (serviceAccess & right) == 0 ? kAccessDenied : 0;
+        return service.empty() ? kInvalidHandle : (service_access & right) == 0 ? kAccessDenied : 0;
     }
 };
 
@@ -193,7 +193,7 @@ bool ServiceManager::create_service(const ServiceRegistration& registration, std
     const std::uint32_t error = write_new_service(registration.name, json.dump(4) + "\n");
     if (error == 0) {
         state_->service = registration.name;
-        state_->serviceAccess = access;
+        state_->service_access = access;
     }
     return finish(error);
 }
@@ -209,7 +209,7 @@ bool ServiceManager::open_service(const wchar_t* name, std::uint32_t access) {
         return finish(kServiceDoesNotExist);
     }
     state_->service = name;
-    state_->serviceAccess = access;
+    state_->service_access = access;
     return true;
 }
 

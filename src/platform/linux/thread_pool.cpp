@@ -80,11 +80,11 @@ private:
     bool runs_ = false;
 };
 
-std::atomic<bool> itemsRefused{false};
+std::atomic<bool> items_refused{false};
 
 template <class Item>
 Item* create_item(PoolCallback callback, void* context) {
-    return !itemsRefused && Pool::get().ready() ? new Item{{callback, context}} : nullptr;
+    return !items_refused && Pool::get().ready() ? new Item{{callback, context}} : nullptr;
 }
 
 }  // namespace
@@ -109,7 +109,7 @@ void start_pool_timer(PoolTimer* timer, std::uint32_t milliseconds) {
 }
 
 void refuse_pool_items(bool refused) {
-    itemsRefused = refused;
+    items_refused = refused;
 }
 
 }  // namespace platform

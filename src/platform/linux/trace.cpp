@@ -48,7 +48,7 @@ struct Shared {
     std::mutex mutex;
     Descriptor log;
     std::map<std::uint64_t, std::unique_ptr<Provider>> providers;
-    std::uint64_t lastRegistration = 0;
+    std::uint64_t last_registration = 0;
 };
 
 Shared& shared() {
@@ -96,10 +96,10 @@ bool session_changed(int changes) {
     while ((size = retry([&] { return ::read(changes, buffer.data(), buffer.size()); })) > 0) {
         for (ssize_t offset = 0; offset < size;) {
             const auto* const event = reinterpret_cast<const inotify_event*>(buffer.data() + offset);
-            const bool goesAway = (event->mask & (IN_DELETE | IN_MOVED_FROM)) != 0;
+            const bool goes_away = (event->mask & (IN_DELETE | IN_MOVED_FROM)) != 0;
             changed |= (event->mask & IN_Q_OVERFLOW) != 0 ||
                        (event->len > 0 && (std::strcmp(event->name, kSessionFile) == 0 ||
-                                           (goesAway && std::strcmp(event->name, kLogFile) == 0)));
+                                           (goes_away && std::strcmp(event->name, kLogFile) == 0)));
             offset += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
         }
     }
@@ -169,7 +169,7 @@ std::uint32_t register_trace(TraceControl control, void* context, const Guid&, c
     }
     follow_session(*provider);
     const std::lock_guard guard(shared().mutex);
-    const std::uint64_t number = ++shared().lastRegistration;
+    const std::uint64_t number = ++shared().last_registration;
     Provider& kept = *shared().providers.emplace(number, std::move(provider)).first->second;
     try {
         kept.watcher = std::thread(watch, std::ref(kept));

@@ -14,15 +14,15 @@ namespace {
 constexpr std::int64_t kTicksFrom1601 = 116444736000000000;  // to 1970, in units of 100 nanoseconds
 constexpr std::int64_t kTicks = 10000000;                    // in a second
 
-std::atomic<std::int64_t> switchOffset{0};
-std::atomic<double> switchFactor{1.0};
+std::atomic<std::int64_t> switch_offset{0};
+std::atomic<double> switch_factor{1.0};
 
 // In units of 100 nanoseconds, shifted by the switch.
 std::int64_t ticks_since_1970() {
     FILETIME now;
     ::GetSystemTimeAsFileTime(&now);
     const std::uint64_t ticks = std::uint64_t{now.dwHighDateTime} << 32 | now.dwLowDateTime;
-    return static_cast<std::int64_t>(ticks) - kTicksFrom1601 + switchOffset.load() * kTicks;
+    return static_cast<std::int64_t>(ticks) - kTicksFrom1601 + switch_offset.load() * kTicks;
 }
 
 // Rounds down, also for times before 1970.
@@ -45,8 +45,8 @@ auto in_present_zone(Convert convert) {
 }  // namespace
 
 void set_clock(const ClockSwitch& clock) {
-    switchOffset = clock.offset_seconds;
-    switchFactor = clock.wait_factor;
+    switch_offset = clock.offset_seconds;
+    switch_factor = clock.wait_factor;
 }
 
 std::int64_t now_seconds() {
@@ -80,7 +80,7 @@ void sleep_milliseconds(std::uint32_t milliseconds) {
 }
 
 std::int64_t scaled_wait(std::uint32_t milliseconds) {
-    const double wait = milliseconds * 1000.0 * switchFactor.load();
+    const double wait = milliseconds * 1000.0 * switch_factor.load();
     return wait < 1e15 ? std::llround(wait) : static_cast<std::int64_t>(1e15);
 }
 

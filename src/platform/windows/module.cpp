@@ -8,7 +8,7 @@
 namespace platform {
 namespace {
 
-std::mutex pathMutex;
+std::mutex path_mutex;
 
 std::wstring& given_path() {
     static auto* const path = new std::wstring;  // never destroyed: pool threads may still ask while the process ends
@@ -21,7 +21,7 @@ int module_file_name(wchar_t* buffer, int capacity) {
     if (buffer == nullptr || capacity <= 0) {
         return 0;
     }
-    const std::lock_guard guard(pathMutex);
+    const std::lock_guard guard(path_mutex);
     const std::wstring& path = given_path();
     const auto size = static_cast<DWORD>(capacity);
     if (path.empty()) {
@@ -37,7 +37,7 @@ int module_file_name(wchar_t* buffer, int capacity) {
 }
 
 void set_module_path(const std::wstring& path) {
-    const std::lock_guard guard(pathMutex);
+    const std::lock_guard guard(path_mutex);
     given_path() = path;
 }
 

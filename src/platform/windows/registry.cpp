@@ -128,15 +128,15 @@ bool list_registry_key(RegistryRoot root, const std::wstring& key, std::vector<s
     subkeys.clear();
     values.clear();
     const OwnedKey opened = open_key(root, key, KEY_READ);
-    DWORD longestKey = 0;
-    DWORD longestValue = 0;
-    DWORD longestData = 0;
+    DWORD longest_key = 0;
+    DWORD longest_value = 0;
+    DWORD longest_data = 0;
     if (opened == nullptr ||
-        ::RegQueryInfoKeyW(opened.get(), nullptr, nullptr, nullptr, nullptr, &longestKey, nullptr, nullptr,
-                           &longestValue, &longestData, nullptr, nullptr) != ERROR_SUCCESS) {
+        ::RegQueryInfoKeyW(opened.get(), nullptr, nullptr, nullptr, nullptr, &longest_key, nullptr, nullptr,
+                           &longest_value, &longest_data, nullptr, nullptr) != ERROR_SUCCESS) {
         return false;
     }
-    std::wstring name(std::max(longestKey, longestValue) + 1, L'\0');
+    std::wstring name(std::max(longest_key, longest_value) + 1, L'\0');
     const auto capacity = static_cast<DWORD>(name.size());
     DWORD length = capacity;
     for (DWORD i = 0;
@@ -144,13 +144,13 @@ bool list_registry_key(RegistryRoot root, const std::wstring& key, std::vector<s
          ++i, length = capacity) {
         subkeys.push_back(name.substr(0, length));
     }
-    std::vector<BYTE> data(longestData);
+    std::vector<BYTE> data(longest_data);
     DWORD type = REG_NONE;
-    DWORD size = longestData;
+    DWORD size = longest_data;
     length = capacity;
     for (DWORD i = 0;
          ::RegEnumValueW(opened.get(), i, name.data(), &length, nullptr, &type, data.data(), &size) == ERROR_SUCCESS;
-         ++i, length = capacity, size = longestData) {
+         ++i, length = capacity, size = longest_data) {
         values.push_back(
             {name.substr(0, length), type_name(type), value_text(type, {data.data(), data.data() + size})});
     }

@@ -9,11 +9,11 @@
 namespace platform {
 namespace {
 
-thread_local int servedCalls = 0;
+thread_local int served_calls = 0;
 
 template <class Stub>
 void send(Stub stub) {
-    if (servedCalls > 0) {
+    if (served_calls > 0) {
         zorvalis_rpc::Guarded(stub);
     }
 }
@@ -21,11 +21,11 @@ void send(Stub stub) {
 }  // namespace
 
 ServedCall::ServedCall() {
-    ++servedCalls;
+    ++served_calls;
 }
 
 ServedCall::~ServedCall() {
-    --servedCalls;
+    --served_calls;
 }
 
 #define CALL_BACK(name, function_name, member, parameters, ...)                    \

@@ -21,7 +21,7 @@ namespace {
 constexpr unsigned kAnySize = static_cast<unsigned>(-1);  // no limit on what a call carries
 
 // Guards `bindings`: several threads may stop the endpoint, also while another starts it.
-std::mutex bindingsMutex;
+std::mutex bindings_mutex;
 RPC_BINDING_VECTOR* bindings = nullptr;
 
 RPC_WSTR text_of(const wchar_t* text) {
@@ -29,7 +29,7 @@ RPC_WSTR text_of(const wchar_t* text) {
 }
 
 RpcStatus map_endpoint() {
-    const std::lock_guard lock(bindingsMutex);
+    const std::lock_guard lock(bindings_mutex);
     const RPC_STATUS status = ::RpcServerInqBindings(&bindings);  // kept until the stop
     return static_cast<RpcStatus>(
         status == RPC_S_OK ? ::RpcEpRegisterW(serve_Zorvalis_v1_0_s_ifspec, bindings, nullptr, nullptr) : status);
@@ -65,7 +65,7 @@ RpcStatus listen_for_rpc(std::uint32_t least_threads, std::uint32_t most_calls) 
 
 void stop_rpc_endpoint() {
     ::RpcServerUnregisterIf(serve_Zorvalis_v1_0_s_ifspec, nullptr, FALSE);
-    const std::lock_guard lock(bindingsMutex);
+    const std::lock_guard lock(bindings_mutex);
     if (bindings != nullptr) {
         ::RpcEpUnregister(serve_Zorvalis_v1_0_s_ifspec, bindings, nullptr);
         ::RpcBindingVectorFree(&bindings);  // sets it to null too

@@ -17,17 +17,17 @@ static_assert(offsetof(PowerSettingChange, setting) == offsetof(POWERBROADCAST_S
 constexpr DWORD kMainMilliseconds = 10000;  // for a ServiceMain that still runs after the stop
 
 // A process has one service. Each is set before Windows can call it.
-ServiceMain serviceMain = nullptr;
-ServiceHandler serviceHandler = nullptr;
-HANDLE mainEnded = nullptr;
+ServiceMain service_main = nullptr;
+ServiceHandler service_handler = nullptr;
+HANDLE main_ended = nullptr;
 
 void WINAPI call_main(DWORD argc, wchar_t** argv) {
-    serviceMain(argc, argv);
-    ::SetEvent(mainEnded);
+    service_main(argc, argv);
+    ::SetEvent(main_ended);
 }
 
 DWORD WINAPI call_handler(DWORD control, DWORD event_type, void* event_data, void* context) {
-    return serviceHandler(control, event_type, event_data, context);
+    return service_handler(control, event_type, event_data, context);
 }
 
 SERVICE_STATUS_HANDLE to_system(ServiceStatusHandle handle) {
@@ -37,23 +37,23 @@ SERVICE_STATUS_HANDLE to_system(ServiceStatusHandle handle) {
 }  // namespace
 
 bool run_service(const wchar_t* name, ServiceMain main) {
-    serviceMain = main;
+    service_main = main;
     const SERVICE_TABLE_ENTRYW services[] = {{const_cast<wchar_t*>(name), call_main}, {nullptr, nullptr}};
-    mainEnded = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    main_ended = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
     if (::StartServiceCtrlDispatcherW(services) == FALSE) {
         return false;
     }
     // A service may report that it is stopped while its ServiceMain still runs. ServiceMain uses objects that the
     // caller destroys after this returns, so a ServiceMain that hangs ends the process; the manager knows of the stop
     // already.
-    if (::WaitForSingleObject(mainEnded, kMainMilliseconds) == WAIT_TIMEOUT) {
+    if (::WaitForSingleObject(main_ended, kMainMilliseconds) == WAIT_TIMEOUT) {
         ::TerminateProcess(::GetCurrentProcess(), 0);
     }
     return true;
 }
 
 ServiceStatusHandle register_service_handler(const wchar_t* name, ServiceHandler handler, void* context) {
-    serviceHandler = handler;
+    service_handler = handler;
     return reinterpret_cast<ServiceStatusHandle>(::RegisterServiceCtrlHandlerExW(name, call_handler, context));
 }
 

@@ -24,7 +24,7 @@ struct PoolTimer {
 
 namespace {
 
-std::atomic<bool> itemsRefused{false};
+std::atomic<bool> items_refused{false};
 
 void CALLBACK run_work(PTP_CALLBACK_INSTANCE, void* context, PTP_WORK) {
     const auto& work = *static_cast<const PoolWork*>(context);
@@ -41,7 +41,7 @@ void CALLBACK run_timer(PTP_CALLBACK_INSTANCE, void* context, PTP_TIMER) {
 
 template <class Item, class Make, class Run>
 Item* create_item(Make make, Run run, PoolCallback callback, void* context) {
-    if (itemsRefused) {
+    if (items_refused) {
         return nullptr;
     }
     auto item = std::make_unique<Item>(Item{callback, context, nullptr});
@@ -70,7 +70,7 @@ void start_pool_timer(PoolTimer* timer, std::uint32_t milliseconds) {
 }
 
 void refuse_pool_items(bool refused) {
-    itemsRefused = refused;
+    items_refused = refused;
 }
 
 }  // namespace platform

@@ -14,31 +14,31 @@
 namespace platform {
 namespace {
 
-std::mutex controlMutex;
-TraceControl providerControl = nullptr;  // a process has one provider at a time
+std::mutex control_mutex;
+TraceControl provider_control = nullptr;  // a process has one provider at a time
 
 // The lock is held during the call: `unregister_trace` waits for it, so that no call runs after it has returned.
 ULONG WINAPI forward_control(WMIDPREQUESTCODE request, void* context, ULONG*, void* buffer) {
-    const std::lock_guard guard(controlMutex);
-    return providerControl != nullptr ? providerControl(request, context, buffer) : ERROR_SUCCESS;
+    const std::lock_guard guard(control_mutex);
+    return provider_control != nullptr ? provider_control(request, context, buffer) : ERROR_SUCCESS;
 }
 
 void set_control(TraceControl control) {
-    const std::lock_guard guard(controlMutex);
-    providerControl = control;
+    const std::lock_guard guard(control_mutex);
+    provider_control = control;
 }
 
 }  // namespace
 
 std::uint32_t register_trace(TraceControl control, void* context, const Guid& provider, const Guid& messages,
                              std::uint64_t& registration) {
-    const GUID providerGuid = to_system(provider);
-    const GUID messagesGuid = to_system(messages);
-    TRACE_GUID_REGISTRATION classes = {&messagesGuid, nullptr};
+    const GUID provider_guid = to_system(provider);
+    const GUID messages_guid = to_system(messages);
+    TRACE_GUID_REGISTRATION classes = {&messages_guid, nullptr};
     TRACEHANDLE handle = 0;
     set_control(control);
     const ULONG status =
-        ::RegisterTraceGuidsW(forward_control, context, &providerGuid, 1, &classes, nullptr, nullptr, &handle);
+        ::RegisterTraceGuidsW(forward_control, context, &provider_guid, 1, &classes, nullptr, nullptr, &handle);
     if (status == ERROR_SUCCESS) {
         registration = handle;
     } else {
