@@ -104,8 +104,10 @@ StartedService::StartedService(const std::string& name, Ground ground) : reports
     const int error = posix_spawn(&process_, path.c_str(), &settings.files, &settings.attributes, arguments, environ);
     if (error == 0 && ground == Ground::foreground) {
         serviceProcess = process_;
+        struct sigaction stop {};
+        stop.sa_handler = StopService;  // and no SA_RESTART: WaitForEnd is woken, and waits again
         for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-            std::signal(signal, StopService);
+            sigaction(signal, &stop, nullptr);
         }
     }
     sigprocmask(SIG_SETMASK, &before, nullptr);
