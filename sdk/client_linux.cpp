@@ -24,7 +24,11 @@ std::string ServicesEndpoint() {
     std::filesystem::path machine = environment("ZORV_MACHINE");
     if (machine.empty()) {
         const std::filesystem::path state = environment("XDG_STATE_HOME");
-        machine = (state.is_absolute() ? state : environment("HOME") / ".local/state") / "zorv-machine";
+        const std::filesystem::path home = environment("HOME");
+        if (!state.is_absolute() && home.empty()) {
+            throw Error("no machine: neither ZORV_MACHINE nor HOME is set", kNoService);
+        }
+        machine = (state.is_absolute() ? state : home / ".local/state") / "zorv-machine";
     }
     return (std::filesystem::absolute(machine) / "run/ZorvHelpRpcEndpoint").string();
 }

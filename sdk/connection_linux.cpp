@@ -1,7 +1,7 @@
 #include "connection_linux.h"
 
-#include <fcntl.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <asio/buffer.hpp>
@@ -44,9 +44,14 @@ std::int32_t StatusOf(int error) {
 
 Connection::Connection(const std::string& path, Callbacks callbacks) try
     : socket_(Context()), callbacks_(std::move(callbacks)) {
-    socket_.open();
-    ::fcntl(socket_.native_handle(), F_SETFD, FD_CLOEXEC);
-    asio::error_code failure = asio::error::interrupted;
+    // The kernel's own call, since asio's leaves the descriptor to programs that another thread starts meanwhile.
+    const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    asio::error_code failure(descriptor < 0 ? errno : 0, asio::system_category());
+    if (failure || socket_.assign({}, descriptor, failure)) {
+        ::close(descriptor);
+        throw asio::system_error(failure);
+    }
+    failure = asio::error::interrupted;
     while (failure == asio::error::interrupted) {
         socket_.connect(path, failure);
     }

@@ -46,7 +46,8 @@ struct Peer {
     bool is_unread() const { return !going.empty() || !out.empty(); }
     bool is_silent() const { return waiting == 0 && !is_unread(); }
     std::size_t unsent() const { return going.size() - sent + out.size(); }
-    std::size_t bytes() const { return in.size() + unsent() + waiting_bytes; }
+    // A long half line counts twice, since the next read may double it.
+    std::size_t bytes() const { return in.size() * (in.size() < kAtOnce ? 1 : 2) + unsent() + waiting_bytes; }
 
     const LineServer::Connection number;
     Protocol::socket socket;  // closed when the connection has ended
@@ -128,6 +129,7 @@ struct LineServer::Loop {
         // Behind what the others have said by now, of whom one may be cut off.
         listener.async_wait(Protocol::acceptor::wait_read, [this](const Failure& failure) {
             if (!failure) {
+                awaits_peers = false;
                 asio::post(context, [this] { take_peer(); });
             }
         });
@@ -143,21 +145,33 @@ struct LineServer::Loop {
         const bool lacks_descriptors = !socket && errno != EAGAIN && errno != EINTR && errno != ECONNABORTED;
         const bool too_many = lacks_descriptors || (socket && peers.size() >= limits.connections);
         const bool made_room = too_many && cut_off_the_idlest();
-        awaits_peers = false;
         if (lacks_descriptors && !made_room) {  // or the listener would be ready at once, for ever
             crowded.expires_after(kCrowded);
-            crowded.async_wait([this](const Failure&) { await_peers(); });
+            crowded.async_wait([this](const Failure& failure) {
+                if (!failure) {
+                    await_peers();
+                }
+            });
             return;
         }
         await_peers();
         if (socket) {
             const auto peer = std::make_shared<Peer>(context, ++last_connection);
-            peer->socket.assign(Protocol(), socket.get());
+            if (Failure failure; peer->socket.assign(Protocol(), socket.get(), failure)) {
+                return;
+            }
             socket.release();
             peer->last_use = ++uses;
             peers.emplace(peer->number, peer);
             settle(peer);
         }
+    }
+
+    void cut_off_the_largest() {
+        const auto largest = std::max_element(peers.begin(), peers.end(), [](const auto& a, const auto& b) {
+            return a.second->counted < b.second->counted;
+        });
+        end(PeerHandle(largest->second));
     }
 
     bool cut_off_the_idlest() {
@@ -209,8 +223,14 @@ struct LineServer::Loop {
         }
         bytes -= std::exchange(peer->counted, peer->bytes());
         bytes += peer->counted;
+        while (bytes > limits.all_bytes) {
+            cut_off_the_largest();
+        }
+        if (!peer->socket.is_open()) {
+            return;
+        }
         if ((peer->is_silent() && (peer->ended || finishing)) || (stopping && !peer->is_unread()) ||
-            peer->unsent() > limits.unread_bytes || bytes > limits.all_bytes) {
+            peer->unsent() > limits.unread_bytes) {
             return end(peer);
         }
         if (peer->reads || peer->ended || finishing || peer->is_unread() || peer->waiting >= limits.waiting ||
@@ -238,7 +258,7 @@ struct LineServer::Loop {
         if (failure && !is_full && !is_over) {
             return end(peer);
         }
-        if (is_full && !is_long) {
+        if ((is_full && !is_long) || (!failure && peer->is_unread())) {  // a line that is not taken yet stays in `in`
             return;
         }
         peer->ended = is_long || is_over;

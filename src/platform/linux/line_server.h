@@ -15,7 +15,7 @@ namespace platform {
 
 struct LineLimits {
     std::size_t connections = 256;
-    std::size_t all_bytes = 256 << 20;  // that wait in the server, of all; whoever comes with more is cut off
+    std::size_t all_bytes = 256 << 20;  // that wait in the server, of all; beyond it, whoever has most is cut off
     // Of each connection. No further line is taken while so many, or so many bytes of them, wait for their answers, nor
     // while an answer is not read; the connection ends when nothing is read for the time, or too much is unread.
     std::size_t line = 1 << 16;
