@@ -44,8 +44,10 @@ endif()
 if(ZORV_SANITIZER)
     add_compile_options(-fsanitize=${ZORV_SANITIZER} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${ZORV_SANITIZER})
-    # gcc's thread sanitizer knows no fences, which asio needs only where no lock hands a handler over.
-    add_compile_definitions($<$<STREQUAL:${ZORV_SANITIZER},thread>:ASIO_DISABLE_FENCED_BLOCK>)
+    if(ZORV_SANITIZER STREQUAL thread)
+        # gcc's thread sanitizer knows no fences, which asio needs only where no lock hands a handler over.
+        add_compile_definitions(ASIO_DISABLE_FENCED_BLOCK)
+    endif()
     if(CMAKE_CXX_COMPILER_ID STREQUAL Clang)
         # Without this check: a library that is loaded by name may declare a buffer as void* where we call it with
         # char*.
