@@ -177,21 +177,22 @@ TEST(Rules, LeaveTheInterval) {
         std::int32_t pause;
         std::int64_t last;
         DojobState state;
-    } cases[] = {{0, kNow - kDay + 60, DojobState::runs},
-                 {0, kNow - kDay, DojobState::begins},
-                 {3, kNow - 4 * kDay + 60, DojobState::paused},
-                 {3, kNow - 4 * kDay, DojobState::begins},
-                 {-1, kNow - 60, DojobState::begins},
-                 {1, kNow + kDay, DojobState::runs},
-                 {1, 0, DojobState::first},
-                 {24855, kNow - 2 * kDay, DojobState::paused},
-                 {24856, kNow - 2 * kDay, DojobState::begins},   // wraps
-                 {1, 9223372036854775807, DojobState::begins}};  // into the past
+        std::int64_t gapEnd, next;
+    } cases[] = {{0, kNow - 86340, DojobState::runs, 1699913660, 1700000060},
+                 {0, kNow - 86400, DojobState::begins, 1699913600, 1700000000},
+                 {3, kNow - 345540, DojobState::paused, 1699913660, 1700000060},
+                 {3, kNow - 345600, DojobState::begins, 1699913600, 1700000000},
+                 {-1, kNow - 60, DojobState::begins, 1699913540, 1699999940},
+                 {1, kNow + 86400, DojobState::runs, 1700172800, 1700259200},
+                 {1, 0, DojobState::first, 86400, 172800},
+                 {24855, kNow - 172800, DojobState::paused, 3847299200, 3847385600},
+                 {24856, kNow - 172800, DojobState::begins, -447581696, -447495296},  // wraps
+                 {1, 9223372036854775807, DojobState::begins, -9223372036854689409, -9223372036854603009}};
     for (const auto& one : cases) {
         const DojobDay day = DojobDayAt(one.pause, one.last, kNow);
         EXPECT_EQ(day.state, one.state) << one.pause << " " << one.last;
-        EXPECT_EQ(DojobDayAt(one.pause, one.last, day.next).state,
-                  one.last == 0 ? DojobState::first : DojobState::begins);
+        EXPECT_EQ(day.gapEnd, one.gapEnd) << one.pause << " " << one.last;
+        EXPECT_EQ(day.next, one.next) << one.pause << " " << one.last;
     }
 }
 

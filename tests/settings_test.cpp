@@ -4,6 +4,7 @@
 
 #include "settings/setting_file_manager.h"
 #include "support/notebook.h"
+#include "support/traced.h"
 
 namespace zorvalis {
 namespace {
@@ -55,6 +56,35 @@ TEST(SettingFile, RulesWhenItFitsAndOtherwiseTheDefaultDoes) {
         std::string text;
         EXPECT_EQ(FindSettingText(manager.Current()->tree, "thermal", text), *one.rules != '\0') << one.name;
         EXPECT_EQ(platform::file_exists(kStoredFile), one.stored != nullptr) << one.name;
+    }
+}
+
+TEST(SettingFile, TellsWhichOneItLoads) {
+    const std::string prefix = "[SettingFileManager]", load = prefix + "[ReloadSettingFile] ",
+                      check = load + "check current setting Json";
+    const struct {
+        const wchar_t* mainSwitch;
+        const char* stored;
+        std::vector<std::string> lines;  // between the first and the last
+    } cases[] = {
+        {L"1", R"({"version": "2.0.6.0"})", {check, load + "get version : 2.0.6.0"}},
+        {L"1",
+         R"({"version": "1"})",
+         {check, load + "get version : 1", load + "current Setting version != service version, Get default json "}},
+        {L"1", "{}", {check, prefix + " current Setting file version Err get default json "}},
+        {L"1", "null", {load + "settingfile == NULL Get default file"}},
+        {L"0", "{}", {load + "Main Switch turn off."}},
+        {L"2", "{}", {}},
+    };
+    for (auto one : cases) {
+        TestMachine machine;
+        machine.setting(one.stored);
+        SetValue(L"MainSwitch", one.mainSwitch);
+        one.lines.insert(one.lines.begin(), prefix + " ReloadSettingFile");
+        one.lines.push_back(prefix + " get settingfile end");
+        std::vector<std::string> lines = Traced([] { SettingFileManager().ReloadSettingFile(); });
+        std::erase_if(lines, [](const std::string& line) { return line.starts_with("getCurrentPath"); });
+        EXPECT_EQ(lines, one.lines) << one.stored;
     }
 }
 

@@ -90,6 +90,7 @@ TEST(EventLog, TellsOfALibraryThatCannotBeInitialised) {
     ZorvWinIoDll();
     machine.remove_library();
     ZorvWinIoDll();
+    ZorvWinIoDll(false);
     ExpectEventLog({" InitWinIo fail ", " ShutDown WinIop fail ", " InitWinIo fail ", " ShutDown WinIop fail "});
 }
 

@@ -194,7 +194,12 @@ TEST(ZorvctlSettings, SayWhichFileRulesAndWhatItMeans) {
         EXPECT_EQ(result.code, each.code) << each.stored;
         EXPECT_NE((result.output + result.errors).find(each.text), std::string::npos) << each.stored << "\n"
                                                                                       << result.output << result.errors;
-        EXPECT_EQ(run_zorvctl("settings --json").code, each.code);
+        const ToolResult json = run_zorvctl("settings --json");
+        EXPECT_EQ(json.code, each.code);
+        if (each.code == 0) {
+            const std::string why = ParseJson(json.output)["why"];
+            EXPECT_NE(result.output.find("rules   " + why + "\n"), std::string::npos) << why;
+        }
     }
 }
 
@@ -260,7 +265,10 @@ void ExpectOneAnswer(const std::string& name, bool collects) {
     EXPECT_EQ(status.code == 0, collects) << name << status.output;
     const std::string mark = "held back: ";
     const std::size_t at = settings.output.find(mark);
-    const std::string why = settings.code != 0 ? settings.errors.substr(9) : settings.output.substr(at + mark.size());
+    const std::string why = collects             ? "held back"
+                            : settings.code != 0 ? settings.errors.substr(9)
+                                                 : settings.output.substr(at + mark.size());
+    EXPECT_EQ(settings.output.find("1900"), std::string::npos) << name << settings.output;
     EXPECT_EQ(settings.code == 0 && at == std::string::npos, collects) << name << settings.output;
     for (const std::string& other : {status.output, run_zorvctl("uploads").output}) {
         EXPECT_EQ(other.find(why.substr(0, why.find_last_not_of(".\n") + 1)) != other.npos, !collects) << name << other;
@@ -271,56 +279,65 @@ TEST(Zorvctl, SaysWhatAPassDoes) {
     constexpr char kNewYork[] = "EST5EDT,M3.2.0,M11.1.0", kBerlin[] = "CET-1CEST,M3.5.0,M10.5.0/3", kTaipei[] = "CST-8",
                    kLordHowe[] = "<+1030>-10:30<+11>-11,M10.1.0,M4.1.0";
     constexpr char kOneMonth[] = R"({"totalCollectTime": "1"})", kActivated[] = "2026-05-11 12:00:00";
+    static constexpr wchar_t kOld[] = L"2026/1/5";
     struct State {
         const char* name;
         const char* zone;
         int month, day, hour, minute;  // of 2026
         const char* does;              // which kinds
-        const wchar_t* made = L"2026/1/5";
+        const char* then;              // and at the time that the tool names next; "-" when it names none
+        const wchar_t* made = kOld;
         const char* settings = "{}";  // merged into the usual ones
-        std::vector<std::pair<const wchar_t*, const wchar_t*>> values = {};
+        std::vector<std::pair<const wchar_t*, std::wstring>> values = {};
         const char* activated = "blank";
         const char* chassis = "Notebook";
+        const wchar_t* image = L"IMAGE_STATE_COMPLETE";
     };
     const auto midnight = [](const char* zone, int month, int day) {
         const TimeZone there(zone);
         return std::to_wstring(SetClock(2026, month, day, 0));
     };
-    const std::wstring longDay = midnight(kNewYork, 11, 1), shortDay = midnight(kNewYork, 3, 8),
-                       halfHour = midnight(kLordHowe, 4, 5), tuesday = midnight(kBerlin, 6, 9),
+    const std::wstring saturday = midnight(kNewYork, 10, 31), longDay = midnight(kNewYork, 11, 1),
+                       shortDay = midnight(kNewYork, 3, 8), halfHour = midnight(kLordHowe, 4, 5),
+                       tuesday = midnight(kBerlin, 6, 9),
                        autumn = std::to_wstring(std::stoll(midnight(kBerlin, 10, 25)) + 43200),
                        noon = std::to_wstring(std::stoll(tuesday) + 43200);
     const State states[] = {
-        {"made long ago", kBerlin, 6, 10, 12, 0, "tbsu"},
-        {"another version's settings", kBerlin, 6, 10, 12, 0, "tbsu", L"2026/1/5", R"({"version": "1"})"},
-        {"some kinds", kBerlin, 6, 10, 12, 0, "bu", L"2026/1/5", R"({"thermal": "m7", "systeminfo": null})"},
-        {"switched off", kBerlin, 6, 10, 12, 0, "", L"2026/1/5", "{}", {{L"MainSwitch", L"0"}}},
-        {"an empty switch", kBerlin, 6, 10, 12, 0, "", L"2026/1/5", "{}", {{L"MainSwitch", L""}}},
-        {"another chassis", kBerlin, 6, 10, 12, 0, "", L"2026/1/5", "{}", {}, "blank", "Desktop"},
-        {"younger than a week", kBerlin, 6, 10, 12, 0, "", L"2026/6/8"},
-        {"to be made", kBerlin, 6, 10, 12, 0, "", L"2026/7/8"},
-        {"no date", kTaipei, 6, 10, 3, 0, "", L"soon"},
-        {"no numbers", kBerlin, 6, 10, 12, 0, "", L"a/b/c"},
-        {"no such day", kBerlin, 6, 10, 12, 0, "", L"2026/2/30"},
-        {"a substitute", kBerlin, 6, 10, 12, 0, "tbsu", L"soon", "{}", {{L"FakeManufacturingDate", L"2026/6/1"}}},
-        {"over", kBerlin, 6, 10, 12, 0, "", L"2026/1/5", R"({"totalCollectTime": "3"})"},
-        {"no months", kBerlin, 6, 10, 12, 0, "", L"2026/1/5", R"({"totalCollectTime": "many"})"},
-        {"no pause", kBerlin, 6, 10, 12, 0, "", L"2026/1/5", R"({"intervalTimer": null})"},
-        {"no day", kBerlin, 6, 10, 12, 0, "", L"2026/1/5", "{}", {{L"lastDojobTime", L"soon"}}},
-        {"a timer that waits", kBerlin, 6, 9, 12, 9, "tsu", L"2026/1/5", "{}", {{L"GetBatteryPower", noon.c_str()}}},
-        {"a timer of tomorrow", kBerlin, 6, 8, 12, 0, "tbs", L"2026/1/5", "{}", {{L"upload", noon.c_str()}}},
-        {"a timer without a number", kBerlin, 6, 9, 12, 0, "", L"2026/1/5", "{}", {{L"upload", L"soon"}}},
-        {"a pause", kBerlin, 6, 10, 12, 0, "", L"2026/1/5", "{}", {{L"lastDojobTime", tuesday.c_str()}}},
-        {"after 24 of 25 hours", kNewYork, 11, 1, 23, 30, "", L"2026/1/5", "{}", {{L"lastDojobTime", longDay.c_str()}}},
-        {"within 24 hours", kNewYork, 3, 9, 0, 30, "tbsu", L"2026/1/5", "{}", {{L"lastDojobTime", shortDay.c_str()}}},
-        {"half an hour", kLordHowe, 4, 5, 23, 45, "", L"2026/1/5", "{}", {{L"lastDojobTime", halfHour.c_str()}}},
-        {"a short week", kBerlin, 3, 30, 0, 30, "", L"2026/3/23"},
-        {"a long week", kBerlin, 10, 25, 23, 30, "tbsu", L"2026/10/19", "{}", {{L"lastDojobTime", autumn.c_str()}}},
-        {"the 25th hour begins no day", kBerlin, 10, 25, 23, 30, ""},
-        {"a month ends at midnight UTC", kNewYork, 10, 31, 20, 1, "", L"2026/10/2", kOneMonth},
-        {"not before", kNewYork, 10, 31, 19, 58, "tbsu", L"2026/10/2", kOneMonth},
-        {"activated", kTaipei, 6, 10, 11, 58, "tbsu", L"2025/1/5", kOneMonth, {}, kActivated},
-        {"activated too long ago", kTaipei, 6, 10, 12, 1, "", L"2026/6/1", kOneMonth, {}, kActivated},
+        {"made long ago", kBerlin, 6, 10, 12, 0, "tbsu", "b"},
+        {"another version's settings", kBerlin, 6, 10, 12, 0, "tbsu", "tb", kOld, R"({"version": "1"})"},
+        {"some kinds", kBerlin, 6, 10, 12, 0, "bu", "b", kOld, R"({"thermal": "m7", "systeminfo": null})"},
+        {"switched off", kBerlin, 6, 10, 12, 0, "", "-", kOld, "{}", {{L"MainSwitch", L"0"}}},
+        {"an empty switch", kBerlin, 6, 10, 12, 0, "", "-", kOld, "{}", {{L"MainSwitch", L""}}},
+        {"another chassis", kBerlin, 6, 10, 12, 0, "", "-", kOld, "{}", {}, "blank", "Desktop"},
+        {"in the factory", kBerlin, 6, 10, 12, 0, "", "-", kOld, "{}", {}, "blank", "Notebook", L"IMAGE_STATE_OOBE"},
+        {"younger than a week", kBerlin, 6, 10, 12, 0, "", "-", L"2026/6/8"},
+        {"to be made", kBerlin, 6, 10, 12, 0, "", "-", L"2026/7/8"},
+        {"no date", kTaipei, 6, 10, 3, 0, "", "-", L"soon"},
+        {"no numbers", kBerlin, 6, 10, 12, 0, "", "-", L"a/b/c"},
+        {"numbers out of range", kBerlin, 6, 10, 12, 0, "", "-", L"99999999999/1/1"},
+        {"no such day", kBerlin, 6, 10, 12, 0, "", "-", L"2026/2/30"},
+        {"a substitute", kBerlin, 6, 10, 12, 0, "tbsu", "b", L"soon", "{}", {{L"FakeManufacturingDate", L"2026/6/1"}}},
+        {"over", kBerlin, 6, 10, 12, 0, "", "-", kOld, R"({"totalCollectTime": "3"})"},
+        {"no months", kBerlin, 6, 10, 12, 0, "", "-", kOld, R"({"totalCollectTime": "many"})"},
+        {"no pause", kBerlin, 6, 10, 12, 0, "", "-", kOld, R"({"intervalTimer": null})"},
+        {"no day", kBerlin, 6, 10, 12, 0, "", "-", kOld, "{}", {{L"lastDojobTime", L"soon"}}},
+        {"a timer that waits", kBerlin, 6, 9, 12, 9, "tsu", "b", kOld, "{}", {{L"GetBatteryPower", noon}}},
+        {"a timer of tomorrow", kBerlin, 6, 8, 12, 0, "tbs", "b", kOld, "{}", {{L"upload", noon}}},
+        {"a download's", kBerlin, 6, 9, 12, 0, "tbsu", "b", kOld, "{}", {{L"getSettingFile", L"soon"}}},
+        {"a wild timer", kBerlin, 6, 9, 12, 0, "bsu", "b", kOld, "{}", {{L"GetThermal", L"9000000000000000000"}}},
+        {"a timer without a number", kBerlin, 6, 9, 12, 0, "", "-", kOld, "{}", {{L"upload", L"soon"}}},
+        {"a pause", kBerlin, 6, 10, 12, 0, "", "tbsu", kOld, "{}", {{L"lastDojobTime", tuesday}}},
+        {"a pause to the 25th hour", kNewYork, 11, 1, 0, 20, "", "tbsu", kOld, "{}", {{L"lastDojobTime", saturday}}},
+        {"after 24 of 25 hours", kNewYork, 11, 1, 23, 30, "", "tbsu", kOld, "{}", {{L"lastDojobTime", longDay}}},
+        {"within 24 hours", kNewYork, 3, 9, 0, 30, "tbsu", "b", kOld, "{}", {{L"lastDojobTime", shortDay}}},
+        {"half an hour", kLordHowe, 4, 5, 23, 45, "", "tbsu", kOld, "{}", {{L"lastDojobTime", halfHour}}},
+        {"a short week", kBerlin, 3, 30, 0, 30, "", "-", L"2026/3/23"},
+        {"a long week", kBerlin, 10, 25, 23, 30, "tbsu", "b", L"2026/10/19", "{}", {{L"lastDojobTime", autumn}}},
+        {"the 25th hour begins no day", kBerlin, 10, 25, 23, 30, "", "tbsu"},
+        {"a month ends at midnight UTC", kNewYork, 10, 31, 20, 1, "", "-", L"2026/10/2", kOneMonth},
+        {"not before", kNewYork, 10, 31, 19, 58, "tbsu", "", L"2026/10/2", kOneMonth},
+        {"activated", kTaipei, 6, 10, 11, 58, "tbsu", "", L"2025/1/5", kOneMonth, {}, kActivated},
+        {"activated too long ago", kTaipei, 6, 10, 12, 1, "", "-", L"2026/6/1", kOneMonth, {}, kActivated},
     };
     for (const State& one : states) {
         const TimeZone zone(one.zone);
@@ -332,6 +349,7 @@ TEST(Zorvctl, SaysWhatAPassDoes) {
         machine.default_setting(read_text(built("default.json")));  // the tool takes the one beside itself
         machine.change_setting(one.settings);
         WriteRegString(kLocalMachine, kFactoryConfigKey, L"ManufacturingDate", one.made);
+        WriteRegString(kLocalMachine, kSetupStateKey, L"ImageState", one.image);
         for (const auto& [name, text] : one.values) {
             SetValue(name, text);
         }
@@ -341,11 +359,15 @@ TEST(Zorvctl, SaysWhatAPassDoes) {
         EXPECT_EQ(Pass(machine), one.does) << one.name;
         // What comes next, a minute early and in time.
         const std::int64_t next = Ask().next;
+        EXPECT_EQ(next != 0, one.then != std::string("-")) << one.name;
+        const std::wstring day = Value(L"lastDojobTime");
         for (const std::int64_t at : {next - 60, next}) {
             if (next != 0) {
                 MoveClock(at);
-                const std::string kinds = Ask().kinds;
+                const std::string kinds = at == next ? one.then : "";
+                EXPECT_EQ(Ask().kinds, kinds) << one.name << " " << at - next;
                 EXPECT_EQ(Pass(machine), kinds) << one.name << " " << at - next;
+                SetValue(L"lastDojobTime", day);  // as if there had been no pass: one in the 25th hour moves the day
             }
         }
     }

@@ -11,10 +11,10 @@ std::string NarrowText(const NarrowBuffer& buffer) {
     return std::string(buffer.data(), strnlen(buffer.data(), buffer.size()));
 }
 
-ZorvWinIoDll::ZorvWinIoDll() : library_(kHardwareLibrary) {
+ZorvWinIoDll::ZorvWinIoDll(bool reports) : library_(kHardwareLibrary), reports_(reports) {
     if (auto* const initialize = library_.function<std::int32_t()>("InitializeWinIo")) {
         initialize();  // Kept: its result is ignored, and reads are made after a failure too
-    } else {
+    } else if (reports_) {
         ReportServiceEvent(L" InitWinIo fail ", kWarning);
     }
 }
@@ -22,7 +22,7 @@ ZorvWinIoDll::ZorvWinIoDll() : library_(kHardwareLibrary) {
 ZorvWinIoDll::~ZorvWinIoDll() {
     if (auto* const shutdown = library_.function<void()>("ShutdownWinIo")) {
         shutdown();
-    } else {
+    } else if (reports_) {
         ReportServiceEvent(L" ShutDown WinIop fail ", kWarning);
     }
 }

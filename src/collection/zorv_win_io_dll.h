@@ -32,8 +32,8 @@ inline constexpr wchar_t kHardwareLibrary[] = L"ZorvWinIo64.dll";
 class ZorvWinIoDll {
 public:
     // Loads and initialises the library; shuts it down and unloads it. Only that one of these two exports is missing is
-    // reported, to the event log.
-    ZorvWinIoDll();
+    // reported, to the event log; not even that without `reports`, for zorvctl, which writes nothing.
+    explicit ZorvWinIoDll(bool reports = true);
     ~ZorvWinIoDll();
 
     bool Exports(const char* name) const;
@@ -88,6 +88,7 @@ private:
     std::int32_t CallRecord(const char* name, void* record) const;
 
     platform::SharedLibrary library_;
+    const bool reports_;
 };
 
 }  // namespace zorvalis

@@ -66,7 +66,7 @@ struct DojobDay {
     DojobState state;
     std::int64_t pause;   // in seconds
     std::int64_t gapEnd;  // `last` and the pause
-    std::int64_t next;    // a day later: when the next do-job day begins
+    std::int64_t next;    // a day later: from when on a pass may begin the next do-job day
     bool IsToday() const { return state != DojobState::paused; }
 };
 DojobDay DojobDayAt(std::int32_t pauseDays, std::int64_t last, std::int64_t now);

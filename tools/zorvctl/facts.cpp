@@ -1,6 +1,7 @@
 #include "facts.h"
 
 #include <stdexcept>
+#include <string_view>
 
 #include "base/number.h"
 #include "base/text.h"
@@ -28,15 +29,24 @@ std::wstring ProductValue(const wchar_t* name) {
     return ReadRegString(kLocalMachine, kProductKey, name);
 }
 
+constexpr const TimerName& kDownloadTimer = kTimerNames.back();
+
+// What stands where the number parser raised an error.
+std::string Unread(const std::logic_error& error) {
+    return dynamic_cast<const std::out_of_range*>(&error) != nullptr ? "a number out of range" : "no number";
+}
+
 // What a rule makes of a number that the service keeps in the registry.
 template <class Rule>
 auto Parsed(const wchar_t* value, Rule rule) {
     try {
         return rule(ProductValue(value));
-    } catch (const std::logic_error&) {
+    } catch (const std::logic_error& error) {
         const std::string name = WideToUtf8(value);
-        throw Failure{"the registry's " + name + " is no number, and every pass fails on it; mend it with `zorvctl " +
-                      "registry delete product " + name + "`"};
+        const bool ofDownload = value == std::wstring_view(kDownloadTimer.value);
+        throw Failure{"the registry's " + name + " is " + Unread(error) +
+                      (ofDownload ? ", and no settings are downloaded" : ", and every pass fails on it") +
+                      "; mend it with `zorvctl registry delete product " + name + "`"};
     }
 }
 
@@ -101,7 +111,7 @@ RulingFile ReadRulingFile(const std::wstring& mainSwitch) {
 Due DueOf(const RulingFile& file, const TimerName& name, std::int64_t now) {
     const std::int32_t period = PeriodSeconds(file.Text(name.setting).value_or(""));
     if (period == 0) {
-        return {std::nullopt, "never", std::nullopt};
+        return {std::nullopt, "never"};
     }
     const RegTimer timer = Parsed(name.value, [&](const std::wstring& text) { return TimerAt(text, now, period); });
     const std::string time = LocalTimeText(static_cast<double>(timer.next)).substr(0, 16);
@@ -120,120 +130,123 @@ public:
         facts_.mainSwitch = ProductValue(L"MainSwitch");
         facts_.imageState = ReadRegString(kLocalMachine, kSetupStateKey, L"ImageState");
         facts_.made = StoredManufacturingDate();
-        Try(Link::settings, [&] { facts_.file = ReadRulingFile(facts_.mainSwitch); });
+        Try([&] { facts_.file = ReadRulingFile(facts_.mainSwitch); });
         ReadHardware();
-        Check(Link::mainSwitch, IsOn(MainSwitchOf(facts_.mainSwitch)), "the user has switched it off");
+        Check(IsOn(MainSwitchOf(facts_.mainSwitch)), "the user has switched it off");
         ReadAge();
         if (facts_.file) {
-            Try(Link::period, [&] { ReadPeriod(); });
-            Try(Link::day, [&] { ReadDay(); });
-            ReadTimers();
+            ReadTimer(kDownloadTimer);
+            const Due& download = facts_.due[kDownloadTimer.setting];
+            bySettings_ = download.at && *download.at <= facts_.now ? "by the present settings, " : "";
+            Try([&] { ReadPeriod(); });
+            Try([&] { ReadDay(); });
+            for (const TimerName& name : kTimerNames) {
+                ReadTimer(name);
+            }
         }
         return std::move(facts_);
     }
 
 private:
-    void Check(Link link, bool open, const std::string& otherwise, bool broken = false) {
+    void Check(bool open, const std::string& otherwise, bool broken = false) {
         if (!open) {
-            facts_.obstacles.push_back({link, broken, ReadableText(otherwise)});
+            facts_.obstacles.push_back({broken, ReadableText(otherwise)});
         }
     }
 
     template <class Reading>
-    void Try(Link link, Reading reading) {
+    void Try(Reading reading) {
         try {
             reading();
         } catch (const Failure& failure) {
-            Check(link, false, failure.text, true);
+            Check(false, failure.text, true);
             facts_.fault = facts_.fault.empty() ? failure.text : facts_.fault;
         }
     }
 
-    // The product would report a missing library to the event log; so the library is asked only when it is whole.
     void ReadHardware() {
-        const platform::SharedLibrary library(kHardwareLibrary);
-        if (library.function<void()>("InitializeWinIo") == nullptr) {
-            return Check(Link::chassis, false, "the hardware library is missing, and without it nothing is collected");
-        }
-        ZorvWinIoDll hardware;
-        facts_.chassis = ChassisText(hardware);
+        ZorvWinIoDll hardware(false);  // writes no event log
+        const std::wstring chassis = ChassisText(hardware);
         activation_ = ActivationText(hardware);
-        Check(Link::chassis, IsCollectingChassis(*facts_.chassis),
-              "this is a \"" + WideToUtf8(*facts_.chassis) + "\", and only a \"Notebook\" collects");
-        Check(Link::deviceClass, activation::IsDeviceClassAllowed(), "product activation bars this class of device");
+        Check(IsCollectingChassis(chassis),
+              chassis.empty() ? "the hardware library is missing or does not name the kind of computer, and without "
+                                "that nothing is collected"
+                              : "this is a \"" + WideToUtf8(chassis) + "\", and only a \"Notebook\" collects");
+        Check(activation::IsDeviceClassAllowed(), "product activation bars this class of device");
     }
 
     void ReadAge() {
         const std::wstring& date = facts_.made.text;
-        if (!date.empty()) {
-            try {
-                facts_.age = AgeInSeconds(date);
-            } catch (const std::logic_error&) {  // told below
-            }
+        std::string unread;
+        try {
+            facts_.age = date.empty() ? std::nullopt : std::optional(AgeInSeconds(date));
+        } catch (const std::logic_error& error) {
+            unread = Unread(error);
         }
         if (ImageStateOf(facts_.imageState) != ImageState::complete) {
-            Check(Link::setup, false, "the system's setup is not complete");
+            Check(false, "the system's setup is not complete");
         } else if (date.empty()) {
-            Check(Link::week, false, "there is no date of manufacture: the first pass sets one and waits a week");
+            Check(false, "there is no date of manufacture: the first pass sets one and waits a week");
         } else if (!facts_.age) {
-            Check(Link::week, false,
-                  "the date of manufacture, " + WideToUtf8(date) + ", holds no numbers, and every pass fails on it",
+            Check(false,
+                  "the date of manufacture, " + WideToUtf8(date) + ", holds " + unread + ", and every pass fails on it",
                   true);
         } else {
-            Check(Link::week, IsOlderThanAWeek(*facts_.age), "the machine is no older than a week");
+            Check(IsOlderThanAWeek(*facts_.age), "the machine is no older than a week");
         }
     }
 
     void ReadPeriod() {
         const std::optional<std::int32_t> months = facts_.file->Number("totalCollectTime");
         if (!months) {
-            return Check(Link::period, false, "the settings have no totalCollectTime");
+            return Check(false, "the present settings have no totalCollectTime");
         }
-        std::optional<std::uint64_t> start = activation_ ? ActivationTicks(*activation_) : std::nullopt;
+        std::optional<std::uint64_t> start = ActivationTicks(activation_);
         if (!start) {
             start = ManufacturingTicks(NarrowBytes(facts_.made.text));
         }
-        facts_.period = PeriodAt(start, *months, platform::now_ticks());
-        if (facts_.period->state == PeriodState::no_start && facts_.made.source == DateSource::none) {
+        const CollectPeriod period = PeriodAt(start, *months, platform::now_ticks());
+        if (period.state == PeriodState::no_start && facts_.made.source == DateSource::none) {
             return;  // a pass sets a date first
         }
         // A start in the future counts as one of long ago, and so does a date that the calendar does not have.
-        const PeriodState state = facts_.period->state;
-        const bool ends = state == PeriodState::within || state == PeriodState::over;
-        const std::int64_t end = ends ? facts_.period->until : facts_.now;
-        facts_.due["totalCollectTime"] = {end, "until " + DateText(end), std::nullopt};
-        Check(Link::period, !facts_.period->IsOver(),
-              "the " + std::to_string(*months) + " months in which a machine collects are over");
+        const bool ends = period.state == PeriodState::within || period.state == PeriodState::over;
+        const std::int64_t end = ends ? period.until : facts_.now;
+        facts_.due["totalCollectTime"] = {end, "until " + DateText(end)};
+        Check(!period.IsOver(),
+              bySettings_ + "the " + std::to_string(*months) + " months in which a machine collects are over");
     }
 
     void ReadDay() {
         const std::optional<std::int32_t> pause = facts_.file->Number("intervalTimer");
         if (!pause) {
-            return Check(Link::day, false, "the settings have no intervalTimer");
+            return Check(false, "the present settings have no intervalTimer");
         }
-        facts_.day =
-            DojobDayOfPass(*pause, Parsed(L"lastDojobTime", LastDojobTime), MidnightBefore(facts_.now), facts_.now);
-        const std::string next = DateText(facts_.day->next);
-        facts_.due["intervalTimer"] = facts_.day->IsToday()
-                                          ? Due{std::nullopt, "collects today", std::nullopt}
-                                          : Due{facts_.day->next, "pauses until " + next, std::nullopt};
-        Check(Link::day, facts_.day->IsToday(), "this is a day of pause: the next pass that collects is on " + next);
+        const std::int64_t last = Parsed(L"lastDojobTime", LastDojobTime);
+        const auto at = [&](std::int64_t time) { return DojobDayOfPass(*pause, last, MidnightBefore(time), time); };
+        const DojobDay day = at(facts_.now);
+        if (day.IsToday()) {
+            facts_.due["intervalTimer"] = {std::nullopt, "collects today"};
+            return;
+        }
+        // No do-job day begins in the 25th hour of a calendar day: the next midnight may begin one.
+        const std::int64_t next = at(day.next).IsToday() ? day.next : MidnightBefore(day.next + 3600);
+        facts_.due["intervalTimer"] = {next, "pauses until " + DateText(next)};
+        Check(false, bySettings_ + "this is a day of pause: the next pass that collects is on " + DateText(next));
     }
 
-    void ReadTimers() {
-        for (const TimerName& name : kTimerNames) {
-            try {
-                facts_.due[name.setting] = DueOf(*facts_.file, name, facts_.now);
-            } catch (const Failure& failure) {
-                facts_.due[name.setting] = {std::nullopt, failure.text, std::nullopt};
-                // The last one is the download's, on which no collection depends.
-                Check(Link::timers, &name == &kTimerNames.back(), failure.text, true);
-            }
+    // No collection depends on the download's.
+    void ReadTimer(const TimerName& name) {
+        try {
+            facts_.due[name.setting] = DueOf(*facts_.file, name, facts_.now);
+        } catch (const Failure& failure) {
+            facts_.due[name.setting] = {std::nullopt, failure.text};
+            Check(&name == &kDownloadTimer, failure.text, true);
         }
     }
 
     Facts facts_;
-    std::optional<std::string> activation_;
+    std::string activation_, bySettings_;
 };
 
 }  // namespace
@@ -256,8 +269,9 @@ std::optional<std::int32_t> RulingFile::Number(const std::string& key) const {
     const std::optional<std::string> text = Text(key);
     try {
         return text ? std::optional(ParseInt32(*text)) : std::nullopt;
-    } catch (const std::exception&) {
-        throw Failure{path + " holds no number under " + key + ", and no pass collects anything"};
+    } catch (const std::logic_error& error) {
+        throw Failure{path + " holds " + Unread(error) + " under " + key +
+                      ", and by the present settings no pass collects anything"};
     }
 }
 

@@ -1,5 +1,8 @@
-// What decides whether a pass on this machine collects and sends: the machine's facts, read without changing anything,
-// and what the service's own rules make of them. The commands only print from it.
+// What decides whether a pass on this machine collects and sends by the present settings: the machine's facts, read
+// without writing anything, and what the service's own rules make of them. The commands only print from it.
+//
+// Two things are not foreseen. A pass may download other settings before it collects. And a kind that is due stores no
+// row once its table is full; the rows are not counted here.
 #pragma once
 
 #include <cstdint>
@@ -27,13 +30,9 @@ struct RulingFile {
     std::optional<std::int32_t> Number(const std::string& key) const;
 };
 
-// The links of the chain from a pass to a row and a sent file, in the order in which a pass meets them.
-enum class Link { settings, chassis, deviceClass, mainSwitch, setup, week, period, day, timers };
-
-// A link that lets nothing through: it holds work back as it should, or it is broken and every pass fails on it.
+// Why no pass stores or sends anything.
 struct Obstacle {
-    Link link;
-    bool broken;
+    bool broken;        // every pass fails on it, until it is mended
     std::string words;  // fit for a person's eyes
 };
 
@@ -41,21 +40,18 @@ struct Obstacle {
 struct Due {
     std::optional<std::int64_t> at;  // nothing: never, or not to be told
     std::string words;
-    std::optional<TimerState> timer;  // of a periodic setting whose stored time is a number, or missing
+    std::optional<TimerState> timer = {};  // of a periodic setting whose stored time is a number, or missing
 };
 
 struct Facts {
     std::int64_t now = 0;
-    std::optional<std::wstring> chassis;  // nothing without a hardware library
     std::wstring mainSwitch, imageState;
     ManufacturingDate made;
-    std::optional<double> age;            // in seconds since `made`; nothing for a date without numbers
-    std::optional<RulingFile> file;       // nothing for a broken one
-    std::optional<CollectPeriod> period;  // these two: nothing without their setting, or for one that is no number
-    std::optional<DojobDay> day;
-    std::map<std::string, Due> due;  // by the key of the setting: the periodic ones, the pause and the end
-    std::vector<Obstacle> obstacles;
-    std::string fault;  // what is broken about the settings or the stored day, so that little can be said of them
+    std::optional<double> age;        // in seconds since `made`; nothing for a date whose numbers cannot be read
+    std::optional<RulingFile> file;   // nothing for a broken one
+    std::map<std::string, Due> due;   // by the key of the setting: the periodic ones, the pause and the end
+    std::vector<Obstacle> obstacles;  // in the order in which a pass meets them
+    std::string fault;                // what is broken about the settings or the stored day: little else can be told
 
     // What keeps timed work from being done although it is due: the first obstacle, empty when there is none.
     std::string HeldBack() const { return obstacles.empty() ? "" : obstacles[0].words; }

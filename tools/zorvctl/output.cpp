@@ -118,7 +118,9 @@ std::string FitTo(const std::string& text, int width, bool rightAligned) {
 }
 
 std::string LocalTimeText(double seconds) {
-    const auto milliseconds = static_cast<std::int64_t>(std::floor(seconds * 1000));
+    constexpr double kEndOfCalendar = 32535129599;  // a day before the C libraries' end, for time zones
+    const double within = std::fmax(0, std::fmin(seconds, kEndOfCalendar));
+    const auto milliseconds = static_cast<std::int64_t>(std::floor(within * 1000));
     std::tm local{};
     platform::local_time(milliseconds / 1000, local);
     char text[80];

@@ -44,7 +44,8 @@ int DisplayWidth(std::string_view text);
 // A readable text in exactly `width` columns: padded with blanks, or cut and ended with an ellipsis.
 std::string FitTo(const std::string& text, int width, bool rightAligned = false);
 
-// Seconds since 1970 as local time, "2026-11-12 09:08:07.006".
+// Seconds since 1970 as local time, "2026-11-12 09:08:07.006". Times outside of the years 1970 to 3000 become the end
+// of them that is nearer.
 std::string LocalTimeText(double seconds);
 
 // "2026/11/12" in local time.

@@ -127,7 +127,7 @@ Json View::AsJson() const {
 Due NextUpload() {
     Facts facts = ReadFacts();
     if (!facts.fault.empty()) {
-        return {std::nullopt, facts.fault, std::nullopt};
+        return {std::nullopt, facts.fault};
     }
     Due due = facts.due["upload"];
     const std::string heldBack = facts.HeldBack();
