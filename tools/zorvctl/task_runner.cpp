@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <limits>
 
 #include "base/json.h"
 #include "output.h"
@@ -22,7 +23,9 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::int64_t kSecond = 1000000;
-constexpr std::chrono::seconds kGrace(2);  // for a process that is asked to end
+constexpr std::int64_t kNoLimit = std::numeric_limits<std::int64_t>::max();
+constexpr std::int64_t kLook = kSecond / 10;  // between looks at the clock and at files that others may have changed
+constexpr std::chrono::seconds kGrace(2);     // for a process that is asked to end
 
 std::string TimeText(std::int64_t seconds) {
     return LocalTimeText(static_cast<double>(seconds)).substr(0, 19);
@@ -31,11 +34,6 @@ std::string TimeText(std::int64_t seconds) {
 std::int64_t MicrosecondsTo(Clock::time_point time) {
     const auto left = std::chrono::duration_cast<std::chrono::microseconds>(time - Clock::now());
     return std::max<std::int64_t>(left.count() + 1, 1);
-}
-
-// Of two waits.
-std::int64_t Sooner(std::int64_t a, std::int64_t b) {
-    return a == Wakeup::kNoLimit ? b : b == Wakeup::kNoLimit ? a : std::min(a, b);
 }
 
 constexpr char kLock[] = "tasks";
@@ -52,7 +50,14 @@ bool TasksAreRun(const std::string& machine) {
 }
 
 TaskRunner::TaskRunner(const std::string& machine, const RunOptions& options)
-    : machine_(machine), options_(options), lock_(kLock, 0), wakeup_(machine) {
+    : machine_(machine), options_(options), lock_(kLock, 0) {
+    sigemptyset(&signals_);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGCHLD}) {
+        sigaddset(&signals_, signal);
+    }
+    sigprocmask(SIG_BLOCK, &signals_, nullptr);
+    std::signal(SIGCHLD, SIG_DFL);  // a parent that ignores it gets no exit codes
+    std::filesystem::create_directories(std::filesystem::path(machine) / platform::kTaskFolder);
     Require(platform::file_exists(LockPath(machine)), LockPath(machine) + " cannot be made: check who may write there");
     Require(lock_.held(), "the tasks of this machine are run already");
 }
@@ -65,7 +70,7 @@ TaskRunner::~TaskRunner() {
     while (!running_.empty() && Clock::now() < patience) {
         std::erase_if(running_, [](const Running& each) { return waitpid(each.process, nullptr, WNOHANG) != 0; });
         if (!running_.empty()) {
-            wakeup_.Wait(MicrosecondsTo(patience));
+            Wait(MicrosecondsTo(patience));
         }
     }
     for (const Running& each : running_) {
@@ -80,7 +85,7 @@ void TaskRunner::Run() {
         Collect();
         EndOverdue();
         const bool over = (options_.until && now >= *options_.until) || (options_.once && starts_ > 0);
-        if (wakeup_.EndWanted() || (over && running_.empty())) {
+        if (endWanted_ || (over && running_.empty())) {
             break;
         }
         if (!over) {
@@ -200,10 +205,10 @@ void TaskRunner::Tell(const Running& ended, int status) {
 // Sleeps until the next thing to do, which is only a process's end when all starts are over. The clock is moved on
 // only while nothing runs: what runs takes its true time.
 void TaskRunner::Sleep(bool over) {
-    std::int64_t limit = Wakeup::kNoLimit;
+    std::int64_t limit = kNoLimit;
     for (const Running& each : running_) {
         if (!each.killed && each.limit != Time::max()) {
-            limit = Sooner(limit, MicrosecondsTo(each.limit));
+            limit = std::min(limit, MicrosecondsTo(each.limit));
         }
     }
     std::optional<std::int64_t> start;
@@ -212,11 +217,10 @@ void TaskRunner::Sleep(bool over) {
         start = next && (!start || *next < *start) ? next : start;
     }
     const auto moment = start && options_.until ? std::min(start, options_.until) : start ? start : options_.until;
-    const std::int64_t left = over || !moment
-                                  ? Wakeup::kNoLimit
-                                  : std::max<std::int64_t>(*moment * kSecond - platform::now_microseconds(), 0);
+    const std::int64_t left =
+        over || !moment ? kNoLimit : std::max<std::int64_t>(*moment * kSecond - platform::now_microseconds(), 0);
     if (over || !running_.empty() || options_.speed == 1 || left == 0) {
-        return wakeup_.Wait(Sooner(limit, left));
+        return Wait(std::min(limit, left));
     }
     if (options_.speed > 1) {
         return SleepFast(left);
@@ -225,7 +229,15 @@ void TaskRunner::Sleep(bool over) {
     if (start) {
         MoveClock(left);
     }
-    wakeup_.Wait(start ? 0 : left);
+    Wait(start ? 0 : left);
+}
+
+// Until a signal comes, but only to the next look.
+void TaskRunner::Wait(std::int64_t microseconds) {
+    timespec limit = {0, static_cast<long>(std::min(microseconds, kLook)) * 1000};
+    for (int signal; (signal = sigtimedwait(&signals_, nullptr, &limit)) > 0; limit = {}) {
+        endWanted_ |= signal != SIGCHLD;
+    }
 }
 
 // In steps, so that the clock flows for whoever looks at it.
@@ -233,10 +245,8 @@ void TaskRunner::SleepFast(std::int64_t left) {
     const auto slept = [begin = Clock::now()] {
         return std::chrono::duration<double, std::micro>(Clock::now() - begin).count();
     };
-    const double whole = left == Wakeup::kNoLimit ? kSecond : static_cast<double>(left) / options_.speed;
-    wakeup_.Wait(std::max<std::int64_t>(std::llround(std::min<double>(whole, kSecond)), 1));
-    const std::int64_t skipped = std::llround(slept() * (options_.speed - 1));
-    MoveClock(left == Wakeup::kNoLimit ? skipped : std::min(skipped, left));
+    Wait(std::max<std::int64_t>(std::llround(std::min<double>(static_cast<double>(left) / options_.speed, kLook)), 1));
+    MoveClock(std::min<std::int64_t>(std::llround(slept() * (options_.speed - 1)), left));
 }
 
 void TaskRunner::MoveClock(std::int64_t microseconds) {
@@ -253,7 +263,6 @@ void TaskRunner::MoveClock(std::int64_t microseconds) {
     // Renamed into place, so that nobody reads half of it.
     WriteWholeFile(path + ".new", DumpJson(clock) + "\n");
     std::filesystem::rename(path + ".new", path);
-    wakeup_.SkipChanges();
 }
 
 void TaskRunner::Say(const std::string& name, const std::string& what, bool always) const {

@@ -1,7 +1,10 @@
 // Starts the tasks of a stand-in machine when they are due, as the task scheduler of Windows does.
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -10,7 +13,6 @@
 
 #include "platform/file_lock.h"
 #include "task_list.h"
-#include "task_wakeup.h"
 
 namespace zorvalis {
 
@@ -25,7 +27,8 @@ bool TasksAreRun(const std::string& machine);
 
 class TaskRunner {
 public:
-    // Raises a Failure when the machine has a runner already.
+    // Raises a Failure when the machine has a runner already. From now on Ctrl-C and requests to end do not end the
+    // process.
     TaskRunner(const std::string& machine, const RunOptions& options);
     ~TaskRunner();  // ends what still runs
     TaskRunner(const TaskRunner&) = delete;
@@ -55,6 +58,7 @@ private:
     void Collect();
     void Tell(const Running& ended, int status);
     void Sleep(bool over);
+    void Wait(std::int64_t microseconds);
     void SleepFast(std::int64_t left);
     void MoveClock(std::int64_t microseconds);
     void Say(const std::string& name, const std::string& what, bool always = false) const;
@@ -62,7 +66,8 @@ private:
     const std::string machine_;
     const RunOptions options_;
     const platform::FileLock lock_;
-    Wakeup wakeup_;
+    sigset_t signals_;  // of those who want an end, and of a process that has ended
+    bool endWanted_ = false;
     std::vector<Task> tasks_;
     std::map<std::string, Seen> seen_;  // by name
     std::vector<Running> running_;
