@@ -77,20 +77,32 @@ bool SkipWord(Cursor& cursor, std::string_view word) {
     return true;
 }
 
+// Skips a list of elements between brackets; `skip` skips one element.
+template <class Skip>
+bool SkipList(Cursor& cursor, char open, char close, int depth, Skip skip) {
+    if (depth > kDeepest || !cursor.Take(open)) {
+        return false;
+    }
+    cursor.SkipBlanks();
+    if (cursor.Take(close)) {
+        return true;
+    }
+    do {
+        cursor.SkipBlanks();
+        if (!skip()) {
+            return false;
+        }
+        cursor.SkipBlanks();
+    } while (cursor.Take(','));
+    return cursor.Take(close);
+}
+
 bool SkipValue(Cursor& cursor, int depth);
 
 // Calls `visit` with the name of each member, its escapes as they are, and its raw value.
 template <class Visit>
 bool SkipObject(Cursor& cursor, int depth, Visit visit) {
-    if (depth > kDeepest || !cursor.Take('{')) {
-        return false;
-    }
-    cursor.SkipBlanks();
-    if (cursor.Take('}')) {
-        return true;
-    }
-    do {
-        cursor.SkipBlanks();
+    return SkipList(cursor, '{', '}', depth, [&] {
         const char* const name = cursor.at;
         if (!SkipText(cursor)) {
             return false;
@@ -107,27 +119,8 @@ bool SkipObject(Cursor& cursor, int depth, Visit visit) {
         }
         visit(std::string_view(name + 1, static_cast<std::size_t>(nameEnd - name - 2)),
               std::string_view(value, static_cast<std::size_t>(cursor.at - value)));
-        cursor.SkipBlanks();
-    } while (cursor.Take(','));
-    return cursor.Take('}');
-}
-
-bool SkipArray(Cursor& cursor, int depth) {
-    if (depth > kDeepest || !cursor.Take('[')) {
-        return false;
-    }
-    cursor.SkipBlanks();
-    if (cursor.Take(']')) {
         return true;
-    }
-    do {
-        cursor.SkipBlanks();
-        if (!SkipValue(cursor, depth + 1)) {
-            return false;
-        }
-        cursor.SkipBlanks();
-    } while (cursor.Take(','));
-    return cursor.Take(']');
+    });
 }
 
 bool SkipValue(Cursor& cursor, int depth) {
@@ -137,7 +130,7 @@ bool SkipValue(Cursor& cursor, int depth) {
         case '{':
             return SkipObject(cursor, depth, [](std::string_view, std::string_view) {});
         case '[':
-            return SkipArray(cursor, depth);
+            return SkipList(cursor, '[', ']', depth, [&] { return SkipValue(cursor, depth + 1); });
         case 't':
             return SkipWord(cursor, "true");
         case 'f':
