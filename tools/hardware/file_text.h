@@ -1,11 +1,13 @@
-// hardware.json as a text in memory, and its replacement. Each operating system has its own source. A reader gets the
-// file before or after another process's change, never half of it.
+// hardware.json as a text in memory, and its replacement. A reader gets the file before or after another process's
+// change, never half of it.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <string_view>
+
+#include "line.h"
 
 namespace zorvalis {
 
@@ -26,11 +28,10 @@ public:
     bool Replace(std::initializer_list<std::string_view> pieces);
 
 private:
-    static constexpr std::size_t kLargest = std::size_t{1} << 20;
-
+    Line path_;
     char* data_ = nullptr;
     std::size_t size_ = 0;
-    std::intptr_t lock_ = -1;
+    std::intptr_t turn_ = -1;
 };
 
 }  // namespace zorvalis
