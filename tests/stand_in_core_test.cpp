@@ -41,21 +41,49 @@ TEST(Trace, TakesLevel4AndFlagBit0) {
     }
 }
 
-TEST(Trace, TellsTheGatesOfAnEventInTheirOrder) {
+// D is the data folder, N the file's name, M its middle, T the time. The lines of a file's cycle are an upload's too,
+// whose trace has them.
+TEST(Trace, TellsOneEventInItsOrder) {
     const Notebook machine;
-    std::vector<std::string> lines = Traced([] { Jobs().DoCollectJob(L"quiet_fan", 18, false, 0); });
-    std::erase_if(lines, [](const std::string& line) { return line.find("diff") != line.npos; });  // seconds that go by
-    lines.resize(13);  // what follows is the collector's
-    EXPECT_EQ(lines, (std::vector<std::string>{
-                         "DoCollectJob - action : quiet_fan, parameter : 18", "Enclosure Type = Notebook",
-                         "[Utility] isMainSwitchEnable : ERROR_READREG", "[isImageStateComplete] start",
-                         "[isImageStateComplete] REG_IMAGE_STATE == IMAGE_STATE_COMPLETE",
-                         "[Utility]  totalCollectTime from setting file : 600months.\\n",
-                         "[Utility]  Get activation time from GPNV fail.\\n",
-                         "[Utility]  manufacturingDateString : 2020/01/15",
-                         "[Utility]  isOverTotalCollectTimeStatus = false.\\n", "[Utility] specificTime : 1",
-                         "[Utility] never set lastDojobTime", "BigdataCheck - CJ_QUIETFAN",
-                         "DoCollectJob - BigdataCheck funcMask : 256"}));
+    const std::int64_t now = SetClock(2026, 11, 20, 12, 34, 56);
+    const std::string name = FileOf("E");
+    const std::pair<std::string, const char*> shortened[] = {
+        {kDataFolder, "D"}, {name, "N"}, {name.substr(2, name.size() - 5), "M"}, {"2026-11-20 12:34:56", "T"}};
+    std::string text;
+    for (std::string line : Traced([&] { Jobs().DoCollectJob(L"quiet_fan", 18, false, now); })) {
+        for (const auto& [from, to] : shortened) {
+            for (std::size_t at; (at = line.find(from)) != line.npos;) {
+                line.replace(at, from.size(), to);
+            }
+        }
+        if (line.find("diff") == line.npos && line.find("cryptDBFast") == line.npos &&
+            line.find("[validateDB]") == line.npos && line.find("[integritycheck") == line.npos) {
+            text += line + " | ";
+        }
+    }
+    EXPECT_EQ(text,
+              "DoCollectJob - action : quiet_fan, parameter : 18 | Enclosure Type = Notebook | [Utility] "
+              "isMainSwitchEnable : ERROR_READREG | [isImageStateComplete] start | [isImageStateComplete] "
+              "REG_IMAGE_STATE == IMAGE_STATE_COMPLETE | [Utility]  totalCollectTime from setting file : "
+              "600months.\\n | [Utility]  Get activation time from GPNV fail.\\n | [Utility]  manufacturingDateString "
+              ": 2020/01/15 | [Utility]  isOverTotalCollectTimeStatus = false.\\n | [Utility] specificTime : 1 | "
+              "[Utility] never set lastDojobTime | BigdataCheck - CJ_QUIETFAN | DoCollectJob - BigdataCheck funcMask "
+              ": 256 | [in] getAutoDBFileName | [getDeviceUUID] uuid: 00112233-4455-6677-8899-aabbccddeeff | "
+              "getAutoDBFileName::dbFileName: M | [out] getAutoDBFileName | dbName:    N | db file doesn't exist | "
+              "CreateSqliteDBFolder: D | [initDB] Opened N.db | Created N.db Success!! | Close DB success!! | in "
+              "canStoreData:============> | totalRecord Opened N.db | [totalRecordCallback] azColName COUNT(*) value "
+              "0 | totalRecord 0 get from N.db Success!! | totalRecord Close N DB success!! | canStoreData dbname: N "
+              "tablename: UserBehavior totalrecords: 0 limit: 108 | out canStoreData:============> | "
+              "[collectUserBehaviorData] ub data retrieving | in RetrieveData===============> | ~~~>INDEX_WMI : "
+              "GetRandomUUID | [getDeviceUUID] uuid: 00112233-4455-6677-8899-aabbccddeeff | ~~~>INDEX_WMI : "
+              "WMIGetBatteryHealth | finish RetrieveData | out RetrieveData===============> | "
+              "[collectUserBehaviorData] ub triggerType= 18 | [collectUserBehaviorData] columnnnnnn= T | in "
+              "storeData===============> | insertBatDB Opened N.db | Inserting a value into N db ... | Inserting sql: "
+              "INSERT INTO UserBehavior ( local_time, freq, guid, power_on, power_off, suspend, resume, "
+              "battery_health_mode_change, battery_health_mode, quiet_fan_on, quiet_fan_off, ac_in, ac_out, lid_open, "
+              "lid_close, wmi1, wmi2) VALUES( 'T', 18, '00112233-4455-6677-8899-aabbccddeeff', NULL, NULL, NULL, "
+              "NULL, NULL, NULL, 'T', NULL, NULL, NULL, NULL, NULL, NULL, NULL); | Insert N.db Success!! | insert "
+              "Close N DB success!! | out storeData===============> | ");
 }
 
 TEST(Trace, TellsThatAFullTableReadsNoHardware) {
