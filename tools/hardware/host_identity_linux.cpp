@@ -26,36 +26,16 @@ bool Chassis(const Host& host, Line& answer) {
     if (!host.Number({"/sys/class/dmi/id/chassis_type"}, type)) {
         return false;
     }
-    switch (type) {
-        case 8:   // portable
-        case 9:   // laptop
-        case 10:  // notebook
-        case 14:  // sub notebook
-        case 31:  // convertible
-        case 32:  // detachable
-            answer.Add("Notebook");
-            return true;
-        case 30:
-            answer.Add("Tablet");
-            return true;
-        case 3:
-        case 4:
-        case 5:
-        case 6:
-        case 7:
-        case 13:
-        case 35:
-            answer.Add("Desktop");
-            return true;
-        case 17:
-        case 23:
-        case 28:
-            answer.Add("Server");
-            return true;
-        default:
-            answer.Add("Other");
-            return true;
-    }
+    const auto isOf = [type](std::initializer_list<int> kinds) {
+        return std::find(kinds.begin(), kinds.end(), type) != kinds.end();
+    };
+    // Notebooks: portable, laptop, notebook, sub notebook, convertible, detachable.
+    answer.Add(isOf({8, 9, 10, 14, 31, 32})    ? "Notebook"
+               : type == 30                    ? "Tablet"
+               : isOf({3, 4, 5, 6, 7, 13, 35}) ? "Desktop"
+               : isOf({17, 23, 28})            ? "Server"
+                                               : "Other");
+    return true;
 }
 
 bool MemorySize(const Host& host, Line& answer) {

@@ -18,18 +18,23 @@ void AddTenths(Line& answer, std::int64_t tenths) {
     answer.Add(tenths / 10).Add(".").Add(tenths % 10);
 }
 
+// Adds a file's number; `divisor` turns the kernel's unit into the export's.
+bool AddNumber(const Host& host, Pieces path, std::int64_t divisor, Line& answer) {
+    std::int64_t number = 0;
+    if (!host.Number(path, number)) {
+        return false;
+    }
+    answer.Add(number / divisor);
+    return true;
+}
+
 // Degrees Celsius of the first sensor whose chip is one of these.
 bool Temperature(const Host& host, Pieces chips, Line& answer) {
     return host.Any({kSensors}, [&](std::string_view sensor) {
         Line chip;
-        std::int64_t degrees = 0;
-        if (!host.Read({kSensors, sensor, "/name"}, chip) ||
-            std::find(chips.begin(), chips.end(), chip.view()) == chips.end() ||
-            !host.Number({kSensors, sensor, "/temp1_input"}, degrees)) {
-            return false;
-        }
-        answer.Add(degrees / 1000);
-        return true;
+        return host.Read({kSensors, sensor, "/name"}, chip) &&
+               std::find(chips.begin(), chips.end(), chip.view()) != chips.end() &&
+               AddNumber(host, {kSensors, sensor, "/temp1_input"}, 1000, answer);
     });
 }
 
@@ -56,15 +61,9 @@ bool InBattery(const Host& host, Visit visit) {
     });
 }
 
-// `divisor` turns the kernel's unit (mostly millionths) into the export's.
 bool BatteryNumber(const Host& host, std::string_view file, std::int64_t divisor, Line& answer) {
     return InBattery(host, [&](std::string_view name) {
-        std::int64_t number = 0;
-        if (!host.Number({kSupplies, name, "/", file}, number)) {
-            return false;
-        }
-        answer.Add(number / divisor);
-        return true;
+        return AddNumber(host, {kSupplies, name, "/", file}, divisor, answer);
     });
 }
 
@@ -130,12 +129,7 @@ bool Current(const Host& host, Line& answer) {
 
 bool OnMains(const Host& host, Line& answer) {
     return host.Any({kSupplies}, [&](std::string_view name) {
-        std::int64_t online = 0;
-        if (!host.Is({kSupplies, name, "/type"}, "Mains") || !host.Number({kSupplies, name, "/online"}, online)) {
-            return false;
-        }
-        answer.Add(online);
-        return true;
+        return host.Is({kSupplies, name, "/type"}, "Mains") && AddNumber(host, {kSupplies, name, "/online"}, 1, answer);
     });
 }
 
@@ -216,12 +210,7 @@ bool CpuUsage(const Host& host, std::int64_t& tenths) {
 
 // In watts.
 bool PowerLimit(const Host& host, std::string_view which, Line& answer) {
-    std::int64_t limit = 0;
-    if (!host.Number({"/sys/class/powercap/intel-rapl:0/constraint_", which, "_power_limit_uw"}, limit)) {
-        return false;
-    }
-    answer.Add(limit / 1000000);
-    return true;
+    return AddNumber(host, {"/sys/class/powercap/intel-rapl:0/constraint_", which, "_power_limit_uw"}, 1000000, answer);
 }
 
 constexpr HostRead kReads[] = {
