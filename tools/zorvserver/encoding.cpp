@@ -3,12 +3,7 @@
 #include <openssl/evp.h>
 #include <openssl/rand.h>
 
-#include <algorithm>
-#include <cstdint>
-#include <fstream>
-#include <memory>
 #include <stdexcept>
-#include <vector>
 
 namespace zorvalis {
 
@@ -23,51 +18,15 @@ std::string Hexadecimal(const unsigned char* bytes, std::size_t size) {
     return text;
 }
 
-class Md5 {
-public:
-    Md5() : context_(EVP_MD_CTX_new(), EVP_MD_CTX_free) {
-        if (context_ == nullptr || EVP_DigestInit_ex(context_.get(), EVP_md5(), nullptr) != 1) {
-            throw std::runtime_error("this OpenSSL has no MD5");
-        }
-    }
-    void Add(const char* bytes, std::size_t size) { EVP_DigestUpdate(context_.get(), bytes, size); }
-    std::string Value() {
-        unsigned char digest[EVP_MAX_MD_SIZE];
-        unsigned int size = 0;
-        EVP_DigestFinal_ex(context_.get(), digest, &size);
-        return Hexadecimal(digest, size);
-    }
-
-private:
-    std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context_;
-};
-
-int Base64Value(char c) {
-    static constexpr std::string_view kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    const std::size_t place = kAlphabet.find(c);
-    return place == std::string_view::npos ? -1 : static_cast<int>(place);
-}
-
 }  // namespace
 
 std::string Md5OfText(std::string_view bytes) {
-    Md5 md5;
-    md5.Add(bytes.data(), bytes.size());
-    return md5.Value();
-}
-
-std::string Md5OfFile(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    Md5 md5;
-    std::vector<char> block(1 << 16);
-    while (file) {
-        file.read(block.data(), static_cast<std::streamsize>(block.size()));
-        md5.Add(block.data(), static_cast<std::size_t>(file.gcount()));
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned int size = 0;
+    if (EVP_Digest(bytes.data(), bytes.size(), digest, &size, EVP_md5(), nullptr) != 1) {
+        throw std::runtime_error("this OpenSSL has no MD5");
     }
-    if (!file.eof()) {
-        throw std::runtime_error(path.string() + " cannot be read");
-    }
-    return md5.Value();
+    return Hexadecimal(digest, size);
 }
 
 bool IsMd5(std::string_view text) {
@@ -75,28 +34,19 @@ bool IsMd5(std::string_view text) {
 }
 
 std::optional<std::string> DecodeBase64(std::string_view text) {
-    if (text.size() % 4 != 0) {
+    const auto unsignedBytes = [](auto* bytes) { return reinterpret_cast<unsigned char*>(bytes); };
+    const std::size_t padding = text.ends_with("==") ? 2 : text.ends_with("=") ? 1 : 0;
+    std::string bytes(text.size() / 4 * 3, '\0'), again(text.size() + 1, '\0');
+    const int size = EVP_DecodeBlock(unsignedBytes(bytes.data()), reinterpret_cast<const unsigned char*>(text.data()),
+                                     static_cast<int>(text.size()));
+    if (size < static_cast<int>(padding)) {
         return std::nullopt;
     }
-    const std::size_t padding = text.ends_with("==") ? 2 : text.ends_with("=") ? 1 : 0;
-    std::string bytes;
-    bytes.reserve(text.size() / 4 * 3);
-    std::uint32_t bits = 0;
-    int count = 0;
-    for (const char c : text.substr(0, text.size() - padding)) {
-        const int value = Base64Value(c);
-        if (value < 0) {
-            return std::nullopt;
-        }
-        bits = bits << 6 | static_cast<std::uint32_t>(value);
-        count += 6;
-        if (count >= 8) {
-            count -= 8;
-            bytes += static_cast<char>(bits >> count & 0xFF);
-        }
-    }
-    const bool strayBits = (bits & ((1U << count) - 1)) != 0;
-    return strayBits ? std::nullopt : std::optional(bytes);
+    bytes.resize(static_cast<std::size_t>(size) - padding);
+    // OpenSSL also takes what no encoder writes: blanks around the text and stray bits.
+    EVP_EncodeBlock(unsignedBytes(again.data()), unsignedBytes(bytes.data()), static_cast<int>(bytes.size()));
+    again.pop_back();
+    return again == text ? std::optional(bytes) : std::nullopt;
 }
 
 std::string NewUuid() {

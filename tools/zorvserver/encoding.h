@@ -1,16 +1,14 @@
 // MD5 digests, Base64 and UUIDs as they appear in requests and answers.
 #pragma once
 
-#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace zorvalis {
 
-// Both return 32 lower-case hexadecimal digits. The second raises std::runtime_error when the file cannot be read.
+// 32 lower-case hexadecimal digits.
 std::string Md5OfText(std::string_view bytes);
-std::string Md5OfFile(const std::filesystem::path& path);
 bool IsMd5(std::string_view text);
 
 // Strict: nothing unless the text is exactly what an encoder writes, in whole groups, with padding only where needed,

@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <stdexcept>
 #include <vector>
 
@@ -184,7 +186,9 @@ void UploadStore::Append(const Upload& upload, std::string_view bytes) {
 }
 
 std::string UploadStore::Md5(const Upload& upload) const {
-    return Md5OfFile(PartOf(upload.uuid));
+    std::ifstream part(PartOf(upload.uuid), std::ios::binary);
+    Check(part.is_open(), PartOf(upload.uuid));
+    return Md5OfText(std::string(std::istreambuf_iterator<char>(part), {}));
 }
 
 void UploadStore::Finish(const Upload& upload) {
