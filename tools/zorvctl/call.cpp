@@ -61,20 +61,12 @@ void SetMode(const Fact& mode, const std::string& value, bool direct, const char
     Require(now == value, std::string("the service was asked, but ") + mode.name + " is " + ReadableText(now));
 }
 
-void SetMainSwitch(bool on, bool direct) {
+void Set(int function, const char* procedure, const std::string& value, bool direct) {
     ServiceClient service;
     if (direct) {
-        return Print(service.Direct("SetMainSwitchByUser", {on ? "1" : "0"}));
+        return Print(service.Direct(procedure, {value}));
     }
-    service.Ask(10, {{"p1", on ? "1" : "0"}});
-}
-
-void SetAppFolder(const std::string& path, bool direct) {
-    ServiceClient service;
-    if (direct) {
-        return Print(service.Direct("SetAppFolder", {path}));
-    }
-    service.Ask(8, {{"p1", path}});
+    service.Ask(function, {{"p1", value}});
 }
 
 struct ConsentOptions {
@@ -152,9 +144,11 @@ void AddSetCommands(CLI::App& app, const std::shared_ptr<bool>& direct) {
         })
         ->footer(kModes);
     add("main-switch", "STATE", "Whether anything is collected at all", "on or off",
-        [isOn](const std::string& word, bool isDirect) { SetMainSwitch(isOn(word), isDirect); });
+        [isOn](const std::string& word, bool isDirect) {
+            Set(10, "SetMainSwitchByUser", isOn(word) ? "1" : "0", isDirect);
+        });
     add("app-folder", "PATH", "The folder of the maker's applications", "The folder, as the hardware library takes it",
-        SetAppFolder);
+        [](const std::string& path, bool isDirect) { Set(8, "SetAppFolder", path, isDirect); });
 }
 
 void AddConsentCommand(CLI::App& app) {
