@@ -1,6 +1,4 @@
 // The machine keeps the states that last, and the service hears of what happens as it does on Windows.
-#include <filesystem>
-
 #include "base/json.h"
 #include "event.h"
 #include "output.h"
@@ -9,6 +7,7 @@
 #include "platform/stand_in/events.h"
 #include "platform/stand_in/line_client.h"
 #include "platform/stand_in/service_control.h"
+#include "service_process.h"
 
 namespace zorvalis {
 
@@ -18,12 +17,11 @@ constexpr std::uint32_t kSuspended = 4, kResumed = 7;  // the numbers that Windo
 
 // Why the service has not taken the control; empty when it has.
 std::string Deliver(const Json& control) {
-    platform::LineClient service;
-    if (!service.open(platform::kControlSocket, 0) || !service.send(DumpJson(control))) {
+    std::string text;
+    if (!SendControl(DumpJson(control), text)) {
         return "no service is running";
     }
-    std::string text;
-    const Json answer = service.receive(text) ? ParseJson(text) : Json();
+    const Json answer = text.empty() ? Json() : ParseJson(text);
     if (!answer.is_object()) {
         return "the service ended without an answer";
     }
@@ -48,8 +46,7 @@ void KeepState(const std::string& path, const std::string& setting, std::uint32_
         throw Failure{path + " is no JSON: " + error.what()};
     }
     states[setting] = state;
-    WriteWholeFile(path + ".new", DumpJson(states) + "\n");
-    std::filesystem::rename(path + ".new", path);
+    WriteIntoPlace(path, DumpJson(states) + "\n");
 }
 
 // The machine keeps the state, whether or not the service hears of it.

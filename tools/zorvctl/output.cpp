@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 
 #include "base/utf8.h"
 #include "platform/clock.h"
@@ -167,6 +168,11 @@ void WriteWholeFile(const std::string& path, std::string_view bytes) {
         platform::remove_file(path);
         throw Failure{path + " cannot be written completely: is the disk full?"};
     }
+}
+
+void WriteIntoPlace(const std::string& path, std::string_view bytes) {
+    WriteWholeFile(path + ".new", bytes);
+    std::filesystem::rename(path + ".new", path);
 }
 
 void CheckMachine() {

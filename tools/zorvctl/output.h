@@ -58,6 +58,8 @@ std::string SpanText(std::int64_t seconds);
 std::string ReadWholeFile(const std::string& path);
 // Deletes the file again when it cannot be written completely.
 void WriteWholeFile(const std::string& path, std::string_view bytes);
+// Renames a new file into place, so that nobody reads half of it.
+void WriteIntoPlace(const std::string& path, std::string_view bytes);
 
 // On Linux, throws a Failure that says what to do when there is no usable stand-in machine. Does nothing on Windows.
 void CheckMachine();

@@ -197,7 +197,7 @@ void Preshutdown(const std::string& name) {
     Service service(name, kMayQuery);
     const RunningService running;
     std::string answer;
-    Require(SendPreshutdown(answer), ErrorWords(platform::kServiceNotActive, name));
+    Require(SendControl(R"({"control": 15})", answer), ErrorWords(platform::kServiceNotActive, name));
     Require(!answer.empty(), name + " ended without an answer");
     const std::uint32_t error = ParseJson(answer).value("result", 0U);
     Require(error == 0, ErrorWords(error, name));

@@ -56,7 +56,8 @@ private:
 // When the service last came into the state, in seconds since 1970; 0 where nobody has kept it.
 double InStateSince(std::uint32_t state);
 
-// Tells the service that the machine shuts down. False when no service runs; an answer that got lost is empty.
-bool SendPreshutdown(std::string& answer);
+// Sends a control to the service of a stand-in machine, as JSON. False when no service runs; an answer that got lost is
+// empty.
+bool SendControl(const std::string& control, std::string& answer);
 
 }  // namespace zorvalis

@@ -1,6 +1,5 @@
 #include "service_process.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/syscall.h>
@@ -19,6 +18,7 @@
 #include "platform/machine.h"
 #include "platform/stand_in/line_client.h"
 #include "platform/stand_in/service_control.h"
+#include "process_linux.h"
 
 namespace zorvalis {
 
@@ -49,39 +49,6 @@ void StopService(int) {
     kill(serviceProcess, SIGTERM);
 }
 
-// The settings of a process to be made.
-class SpawnSettings {
-public:
-    SpawnSettings(const sigset_t& mask, const std::string& log) {
-        posix_spawnattr_init(&attributes);
-        posix_spawn_file_actions_init(&files);
-        sigset_t usual;
-        sigemptyset(&usual);
-        for (const int signal : {SIGPIPE, SIGINT, SIGTERM, SIGHUP}) {
-            sigaddset(&usual, signal);
-        }
-        posix_spawnattr_setsigdefault(&attributes, &usual);
-        posix_spawnattr_setsigmask(&attributes, &mask);
-        const int detached = log.empty() ? 0 : POSIX_SPAWN_SETSID;
-        posix_spawnattr_setflags(&attributes,
-                                 static_cast<short>(POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | detached));
-        if (!log.empty()) {
-            posix_spawn_file_actions_addopen(&files, 0, "/dev/null", O_RDONLY, 0);
-            posix_spawn_file_actions_addopen(&files, 1, log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0666);
-            posix_spawn_file_actions_adddup2(&files, 1, 2);
-        }
-    }
-    ~SpawnSettings() {
-        posix_spawn_file_actions_destroy(&files);
-        posix_spawnattr_destroy(&attributes);
-    }
-    SpawnSettings(const SpawnSettings&) = delete;
-    SpawnSettings& operator=(const SpawnSettings&) = delete;
-
-    posix_spawnattr_t attributes{};
-    posix_spawn_file_actions_t files{};
-};
-
 }  // namespace
 
 StartedService::StartedService(const std::string& name, Ground ground) : reportsBefore_(ReportedBytes()) {
@@ -99,9 +66,7 @@ StartedService::StartedService(const std::string& name, Ground ground) : reports
         sigaddset(&stops, signal);
     }
     sigprocmask(SIG_BLOCK, &stops, &before);  // until there is a process to pass them on to
-    const SpawnSettings settings(before, output_);
-    char* const arguments[] = {const_cast<char*>(path.c_str()), nullptr};
-    const int error = posix_spawn(&process_, path.c_str(), &settings.files, &settings.attributes, arguments, environ);
+    const int error = StartProcess({path}, output_.empty() ? 0 : POSIX_SPAWN_SETSID, before, output_, process_);
     if (error == 0 && ground == Ground::foreground) {
         serviceProcess = process_;
         struct sigaction stop {};
@@ -167,10 +132,9 @@ double InStateSince(std::uint32_t state) {
     return since;
 }
 
-bool SendPreshutdown(std::string& answer) {
-    constexpr char kPreshutdown[] = R"({"control": 15})";
+bool SendControl(const std::string& control, std::string& answer) {
     platform::LineClient service;
-    if (!service.open(platform::kControlSocket, 0) || !service.send(kPreshutdown)) {
+    if (!service.open(platform::kControlSocket, 0) || !service.send(control)) {
         return false;
     }
     if (!service.receive(answer)) {

@@ -45,7 +45,7 @@ double InStateSince(std::uint32_t) {
     return 0;
 }
 
-bool SendPreshutdown(std::string&) {
+bool SendControl(const std::string&, std::string&) {
     return false;
 }
 

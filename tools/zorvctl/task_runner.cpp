@@ -1,5 +1,6 @@
 #include "task_runner.h"
 
+#include <spawn.h>
 #include <sys/wait.h>
 
 #include <algorithm>
@@ -14,7 +15,7 @@
 #include "output.h"
 #include "platform/clock.h"
 #include "platform/files.h"
-#include "task_process.h"
+#include "process_linux.h"
 
 namespace zorvalis {
 
@@ -155,7 +156,11 @@ void TaskRunner::Start(const Task& task, std::int64_t now) {
     const platform::TaskDefinition& definition = task.definition;
     Running running{task.name, 0, Clock::now(), Clock::time_point::max()};
     ++starts_;
-    if (const int error = StartProcess(definition.path, definition.arguments, running.process); error != 0) {
+    std::vector<std::string> words = SplitArguments(definition.arguments);
+    words.insert(words.begin(), platform::native_path(definition.path));
+    sigset_t none;
+    sigemptyset(&none);
+    if (const int error = StartProcess(words, POSIX_SPAWN_SETPGROUP, none, "", running.process); error != 0) {
         ++failed_;
         return Say(task.name, "cannot start " + ReadableText(definition.path) + ": " + std::strerror(error), true);
     }
@@ -260,9 +265,7 @@ void TaskRunner::MoveClock(std::int64_t microseconds) {
     } catch (const std::logic_error& error) {
         throw Failure{path + " is broken: " + error.what()};
     }
-    // Renamed into place, so that nobody reads half of it.
-    WriteWholeFile(path + ".new", DumpJson(clock) + "\n");
-    std::filesystem::rename(path + ".new", path);
+    WriteIntoPlace(path, DumpJson(clock) + "\n");
 }
 
 void TaskRunner::Say(const std::string& name, const std::string& what, bool always) const {

@@ -98,10 +98,8 @@ private:
 };
 
 void TurnOn(const std::string& session, const TraceOptions& options) {
-    // Renamed into place, so that the service never reads half of it.
-    WriteWholeFile(session + ".new", "{\"level\": " + std::to_string(options.level) +
-                                         ", \"flags\": " + std::to_string(options.flags) + "}\n");
-    std::filesystem::rename(session + ".new", session);
+    WriteIntoPlace(session, "{\"level\": " + std::to_string(options.level) +
+                                ", \"flags\": " + std::to_string(options.flags) + "}\n");
 }
 
 void Trace(const TraceOptions& options) {

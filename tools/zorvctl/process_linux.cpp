@@ -1,12 +1,10 @@
-#include "task_process.h"
+#include "process_linux.h"
 
 #include <fcntl.h>
 #include <spawn.h>
 #include <unistd.h>
 
-#include <csignal>
-
-#include "platform/files.h"
+#include <algorithm>
 
 namespace zorvalis {
 
@@ -39,27 +37,30 @@ std::vector<std::string> SplitArguments(const std::string& line) {
     return words;
 }
 
-int StartProcess(const std::string& path, const std::string& arguments, pid_t& process) {
-    std::vector<std::string> words = SplitArguments(arguments);
-    words.insert(words.begin(), platform::native_path(path));
+int StartProcess(std::vector<std::string> words, short group, const sigset_t& mask, const std::string& log,
+                 pid_t& process) {
     std::vector<char*> argv;
     for (std::string& word : words) {
         argv.push_back(word.data());
     }
     argv.push_back(nullptr);
-
-    // What this process blocks and ignores is its own affair.
-    sigset_t none, all;
-    sigemptyset(&none);
+    sigset_t all;
     sigfillset(&all);
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-    posix_spawnattr_setsigmask(&attributes, &none);
+    posix_spawnattr_setflags(&attributes, static_cast<short>(group | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF));
+    posix_spawnattr_setsigmask(&attributes, &mask);
     posix_spawnattr_setsigdefault(&attributes, &all);
     posix_spawn_file_actions_t files;
     posix_spawn_file_actions_init(&files);
-    posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    if (group != 0) {
+        posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    }
+    if (!log.empty()) {
+        posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND,
+                                         0666);
+        posix_spawn_file_actions_adddup2(&files, STDOUT_FILENO, STDERR_FILENO);
+    }
     const int error = posix_spawn(&process, argv[0], &files, &attributes, argv.data(), environ);
     posix_spawn_file_actions_destroy(&files);
     posix_spawnattr_destroy(&attributes);
