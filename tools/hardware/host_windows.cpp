@@ -1,3 +1,4 @@
+// No host is asked on Windows.
 #include "host.h"
 
 namespace zorvalis {

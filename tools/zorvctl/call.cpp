@@ -19,7 +19,7 @@ struct Fact {
     const char* name;
     const char* about;
     int function;
-    const char* direct;  // the procedure; null: it has none
+    const char* direct;  // the name of the direct call; null when there is none
 };
 
 constexpr Fact kFacts[] = {
@@ -49,7 +49,7 @@ void Get(const Fact& fact, bool direct) {
     Print(answer);
 }
 
-// The service says nothing of how a device's mode was set, so the mode is read again.
+// The service does not say whether the device took the mode, so the mode is read again and compared.
 void SetMode(const Fact& mode, const std::string& value, bool direct, const char* procedure) {
     ServiceClient service;
     const std::string callbacks = service.Direct(procedure, {value});

@@ -1,4 +1,4 @@
-// zorvctl event: sleep, lid, mains, display and events of the firmware.
+// `zorvctl event`: lets sleep, lid, mains, display and firmware events happen to a stand-in machine.
 #include "event.h"
 
 #include <CLI/CLI.hpp>

@@ -1,4 +1,4 @@
-// Lets something happen to the stand-in machine, as `zorvctl event` words it. On Windows it fails.
+// What `zorvctl event` does. On Windows it fails.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,8 @@ namespace zorvalis {
 inline constexpr char kSuspend[] = "suspend", kResume[] = "resume", kLid[] = "lid", kMains[] = "ac",
                       kDisplay[] = "display", kFirmware[] = "wmi";
 
-// Throws a Failure. `value` is the number of what happened: a state, or the firmware's event.
+// Lets the event happen to the stand-in machine. `value` is the new state of a setting, or the number of a firmware
+// event; sleep and waking have none. Throws a Failure.
 void LetHappen(const std::string& event, std::int64_t value);
 
 }  // namespace zorvalis

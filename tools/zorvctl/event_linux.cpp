@@ -1,4 +1,4 @@
-// The machine keeps the states that last, and the service hears of what happens as it does on Windows.
+// Keeps the states that last in power.json, and sends the running service the control that Windows would send.
 #include "base/json.h"
 #include "event.h"
 #include "output.h"
@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::uint32_t kSuspended = 4, kResumed = 7;  // the numbers that Windows has for these events
 
-// Why the service has not taken the control; empty when it has.
+// Sends the control to the service. Returns why the service has not taken it; empty when it has.
 std::string Deliver(const Json& control) {
     std::string text;
     if (!SendControl(DumpJson(control), text)) {
@@ -49,7 +49,7 @@ void KeepState(const std::string& path, const std::string& setting, std::uint32_
     WriteIntoPlace(path, DumpJson(states) + "\n");
 }
 
-// The machine keeps the state, whether or not the service hears of it.
+// Keeps the state even when no service is there to hear of it.
 void Change(const std::string& machine, const platform::PowerSettingName& setting, std::uint32_t state) {
     KeepState(machine + "/" + platform::kPowerFile, setting.name, state);
     const std::string problem = Deliver({{"control", platform::kControlPowerEvent},

@@ -1,3 +1,4 @@
+// Windows needs no stand-in for what happens to it, so the command only says so.
 #include "event.h"
 
 #include "output.h"

@@ -1,3 +1,4 @@
+// Reads the machine's facts in the order of a pass and asks the service's own rules what they mean.
 #include "facts.h"
 
 #include <stdexcept>
@@ -77,7 +78,7 @@ std::string Why(const RulingFile& file, const std::wstring& mainSwitch, const st
     }
 }
 
-// Raises a Failure for a broken file, and when there is no default to fall back to.
+// Reads the setting file that a pass would load. Raises a Failure when it is broken, or when default.json is missing.
 RulingFile ReadRulingFile(const std::wstring& mainSwitch) {
     // The manager finds default.json by cutting the service's name of 22 characters off the module path.
     std::wstring module = ModulePath();
@@ -103,7 +104,7 @@ RulingFile ReadRulingFile(const std::wstring& mainSwitch) {
                 file.path + " should rule (" + file.why + ") but is missing: no pass does anything");
     }
     for (const wchar_t* word : kJobWord) {
-        file.Text(NarrowBytes(word));  // the service takes them all while it loads the file
+        file.Text(NarrowBytes(word));  // as the service does: a wrong type anywhere makes the file broken
     }
     return file;
 }

@@ -1,5 +1,5 @@
-// What decides whether a pass on this machine collects and sends by the present settings: the machine's facts, read
-// without writing anything, and what the service's own rules make of them. The commands only print from it.
+// Whether a pass on this machine would collect and send by the present settings, and why not: reads the machine's facts
+// without changing anything, and asks the service's own rules about them. The commands only print the result.
 //
 // Two things are not foreseen. A pass may download other settings before it collects. And a kind that is due stores no
 // row once its table is full; the rows are not counted here.
@@ -15,7 +15,7 @@
 
 namespace zorvalis {
 
-// Where the service, the hardware library and default.json lie too.
+// The tool's folder, in which the service, the hardware library and default.json lie too.
 std::string OwnFolder();
 
 struct RulingFile {
@@ -25,7 +25,8 @@ struct RulingFile {
     std::string why;
     Json tree;
 
-    // Nothing for a key that is absent. Both raise a Failure for a value of the wrong kind, since a pass ends there.
+    // The value of a key; nothing when the key is absent. A value of the wrong kind ends a pass, so both raise a
+    // Failure.
     std::optional<std::string> Text(const std::string& key) const;
     std::optional<std::int32_t> Number(const std::string& key) const;
 };
@@ -38,7 +39,7 @@ struct Obstacle {
 
 // When a setting comes to bear next.
 struct Due {
-    std::optional<std::int64_t> at;  // nothing: never, or not to be told
+    std::optional<std::int64_t> at;  // seconds since 1970; nothing when never or unknown
     std::string words;
     std::optional<TimerState> timer = {};  // of a periodic setting whose stored time is a number, or missing
 };

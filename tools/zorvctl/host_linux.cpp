@@ -1,3 +1,4 @@
+// The Linux side of host.h, and the tool's main.
 #include "host.h"
 
 #include <pwd.h>

@@ -1,3 +1,4 @@
+// The Windows side of host.h, and the tool's main.
 #include "host.h"
 
 #include <fcntl.h>

@@ -1,4 +1,4 @@
-// Makes a stand-in machine, and says whether a pass would collect on it.
+// `zorvctl machine`: makes a stand-in machine, and says whether a pass would collect on it.
 
 #include <CLI/CLI.hpp>
 #include <chrono>
@@ -33,7 +33,7 @@ struct InitOptions {
     bool force = false;
 };
 
-// Whether the stand-in library can read what it answers; empty when it can.
+// Why the stand-in library cannot read its hardware.json; empty when it can.
 std::string HardwareProblem(const std::string& path) {
     try {
         ParseJson(ReadWholeFile(path));

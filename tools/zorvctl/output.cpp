@@ -1,3 +1,4 @@
+// Output, complaints, readable text and whole files, for every command.
 #include "output.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Windows' way to split a command line, and posix_spawn.
 #include "process_linux.h"
 
 #include <fcntl.h>

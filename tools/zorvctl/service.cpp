@@ -1,4 +1,4 @@
-// zorvctl service: starts the service as the service manager does, says how it is, and sends it controls.
+// `zorvctl service`: starts the service as the service manager does, tells its state, and sends it controls.
 
 #include <CLI/CLI.hpp>
 #include <chrono>
@@ -93,7 +93,7 @@ public:
         Check(manager_.control_service(control, status));
     }
 
-    // The service may end before its answer is through.
+    // A service that ends quickly may be gone before it has answered; that counts as stopped, not as a failure.
     void SendStop() {
         ServiceStatus status{};
         const bool sent = manager_.control_service(SERVICE_CONTROL_STOP, status);
@@ -136,7 +136,7 @@ void Status(const std::string& name) {
     Require(status.state != kStopped, "");
 }
 
-// The words for a service that has ended; empty when all went as it should.
+// Why the start or run counts as failed, once the service has ended; empty when it stopped in order.
 std::string EndWords(const std::string& name, const ServiceStatus& status, const StartedService& started) {
     const std::string death = started.Death();
     if (!started.HasReported()) {

@@ -1,3 +1,4 @@
+// Calls the service through the client library of sdk/, and words what goes wrong.
 #include "service_client.h"
 
 #include <algorithm>
@@ -15,7 +16,7 @@ namespace {
 using zorvalis_client::Client;
 
 constexpr std::int32_t kOutputSize = 1 << 20;
-constexpr std::int64_t kCookie = 1;  // of direct calls
+constexpr std::int64_t kCookie = 1;  // that direct calls carry; the callbacks bring it back
 
 Failure FailureOf(const zorvalis_client::Error& error) {
     const std::string words = ReadableText(error.what());
@@ -25,7 +26,7 @@ Failure FailureOf(const zorvalis_client::Error& error) {
                : Failure{"the call failed: " + words + (words.ends_with(status) ? "" : " (error " + status + ")")};
 }
 
-// The next of a direct call's arguments, in the type of its parameter. The last one has no word: it is the cookie, or
+// Turns the next word into the type of its parameter. The last parameter has no word: it is the cookie, or the size of
 // the room for the answer.
 template <class Value>
 Value Argument(const std::string*& word, const std::string* end) {

@@ -1,4 +1,4 @@
-// The running service as a command of the tool asks it. Each failure of a call is a Failure in words.
+// Calls of the running service, by JSON and direct, for the commands. Whatever fails is thrown as a Failure in words.
 #pragma once
 
 #include <memory>
@@ -12,19 +12,19 @@ namespace zorvalis {
 
 class ServiceClient {
 public:
-    ServiceClient();
+    ServiceClient();  // connects
 
-    // The answer's text as it came.
+    // Sends a JSON call; returns the answer's text as it came.
     std::string Call(const std::string& text);
 
-    // Asks by JSON, with these parameters or none. The answer's `parameter`, which a get fills with an object.
+    // Makes the JSON call of that number. Returns `parameter` of the answer, which a get fills with an object as text.
     std::string Ask(int function, const Json& parameters = nullptr);
 
-    // The value in a get's answer.
+    // The value that a get's answer holds.
     std::string Get(int function);
 
-    // Makes a direct call by its name, with the arguments in words but for the cookie. Tells the callbacks that came
-    // and the answer, a line each.
+    // Makes the direct call of that name. `words` are its arguments, all but the cookie, as text. Returns a line for
+    // each callback that came and one for the answer.
     static bool HasDirect(const std::string& procedure);
     std::string Direct(const std::string& procedure, const std::vector<std::string>& words = {});
 

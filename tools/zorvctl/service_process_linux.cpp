@@ -1,3 +1,4 @@
+// Plays the service manager: spawns the registered executable, waits for it, and reads what it reported.
 #include "service_process.h"
 
 #include <poll.h>
@@ -126,7 +127,7 @@ double InStateSince(std::uint32_t state) {
             const bool same = report.at("state").get<std::uint32_t>() == state;
             since = !same ? 0 : since > 0 ? since : report.at("time").get<double>();
         } catch (const std::logic_error&) {
-            // no report of a service
+            // a line that is no report, such as half of one
         }
     }
     return since;

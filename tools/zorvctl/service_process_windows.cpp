@@ -1,3 +1,4 @@
+// Asks the service manager of Windows to start the service; the rest needs a stand-in machine.
 #include "service_process.h"
 
 #include <windows.h>
@@ -16,7 +17,7 @@ StartedService::StartedService(const std::string& name, Ground) {
         manager == nullptr ? nullptr : OpenServiceW(manager.get(), Utf82Unicode(name).c_str(), SERVICE_START),
         CloseServiceHandle);
     const bool started = service != nullptr && StartServiceW(service.get(), 0, nullptr) != FALSE;
-    const DWORD error = GetLastError();  // not beside the call: arguments have no order
+    const DWORD error = GetLastError();  // read at once: making the words below may change it
     Require(started, name + " cannot be started: error " + std::to_string(error));
 }
 
@@ -28,7 +29,7 @@ bool StartedService::HasReported() const {
     return true;
 }
 
-// The rest waits for a process and asks a stand-in machine; the service manager hands out neither.
+// The service manager hands out no process to wait for, and there is no stand-in machine to ask.
 void StartedService::WaitForEnd() {}
 
 std::string StartedService::Death() const {

@@ -1,4 +1,4 @@
-// Tells which setting file rules now and why, and what each of its keys means for this machine.
+// `zorvctl settings`: which setting file rules now and why, and what each of its keys means for this machine.
 
 #include <CLI/CLI.hpp>
 #include <memory>

@@ -1,3 +1,4 @@
+// The three forms of a table, and how many columns of a terminal each takes.
 #include "table_view.h"
 
 #include <algorithm>

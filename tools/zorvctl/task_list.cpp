@@ -1,3 +1,4 @@
+// Reads the task files of a stand-in machine, and computes when each task starts.
 #include "task_list.h"
 
 #include <algorithm>

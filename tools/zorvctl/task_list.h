@@ -12,11 +12,11 @@ namespace zorvalis {
 
 struct Task {
     std::string name;
-    std::string text;     // of its file
-    std::string problem;  // why it is no task that could be started; empty when it is one
+    std::string text;     // the file's contents
+    std::string problem;  // why it can never be started; empty when it can
     platform::TaskDefinition definition;
 
-    // In seconds; 0 for a single start and for no limit.
+    // In seconds. An interval of 0 means one single start, a limit of 0 none.
     std::int64_t Interval() const;
     std::int64_t Limit() const;
 
@@ -27,7 +27,7 @@ struct Task {
     std::optional<std::int64_t> LatestStart(std::int64_t from, std::int64_t to) const;
 };
 
-// In the order of their names.
+// Sorted by name. A file that cannot be read becomes a task with a `problem`.
 std::vector<Task> ReadTasks(const std::string& machine);
 
 }  // namespace zorvalis

@@ -1,3 +1,4 @@
+// A loop that starts what is due, collects what has ended, and sleeps or moves the machine's clock on.
 #include "task_runner.h"
 
 #include <spawn.h>
@@ -110,9 +111,9 @@ void TaskRunner::ReadDefinitions(std::int64_t now) {
     for (const Task& task : tasks_) {
         const auto before = seen_.find(task.name);
         const bool news = before == seen_.end() || before->second.text != task.text;
-        // A clock that was set back makes starts come again.
+        // After the clock was set back, starts come again.
         const std::int64_t settled = before == seen_.end() ? now : std::min(before->second.from, now + 1);
-        // What lies before a registration is not made up for.
+        // Starts from before the task was registered are not made up for.
         const std::int64_t from = news ? std::max(settled, now) : settled;
         seen[task.name] = {task.text, from};
         if (news) {
@@ -207,8 +208,8 @@ void TaskRunner::Tell(const Running& ended, int status) {
         failed);
 }
 
-// Sleeps until the next thing to do, which is only a process's end when all starts are over. The clock is moved on
-// only while nothing runs: what runs takes its true time.
+// Sleeps until something is to be done; when no start will come any more, that is only the end of a process. The
+// machine's clock is moved on only while no task runs, so that tasks get their real time.
 void TaskRunner::Sleep(bool over) {
     std::int64_t limit = kNoLimit;
     for (const Running& each : running_) {
@@ -237,7 +238,7 @@ void TaskRunner::Sleep(bool over) {
     Wait(start ? 0 : left);
 }
 
-// Until a signal comes, but only to the next look.
+// Sleeps until a signal comes, but no longer than kLook: then Run looks at the clock and the files again.
 void TaskRunner::Wait(std::int64_t microseconds) {
     timespec limit = {0, static_cast<long>(std::min(microseconds, kLook)) * 1000};
     for (int signal; (signal = sigtimedwait(&signals_, nullptr, &limit)) > 0; limit = {}) {
@@ -245,7 +246,7 @@ void TaskRunner::Wait(std::int64_t microseconds) {
     }
 }
 
-// In steps, so that the clock flows for whoever looks at it.
+// Moves the clock on in small steps, so that other programs see it flow.
 void TaskRunner::SleepFast(std::int64_t left) {
     const auto slept = [begin = Clock::now()] {
         return std::chrono::duration<double, std::micro>(Clock::now() - begin).count();

@@ -18,11 +18,11 @@ namespace zorvalis {
 
 struct RunOptions {
     std::optional<std::int64_t> until;  // by the machine's clock
-    double speed = 1;                   // of the machine's clock while nothing runs; 0 skips the waits
+    double speed = 1;                   // of the machine's clock while no task runs; 0 jumps to the next start
     bool once = false, quiet = false;
 };
 
-// Whether a runner is at work on the machine.
+// Whether some process runs the machine's tasks now.
 bool TasksAreRun(const std::string& machine);
 
 class TaskRunner {
@@ -34,15 +34,16 @@ public:
     TaskRunner(const TaskRunner&) = delete;
     TaskRunner& operator=(const TaskRunner&) = delete;
 
-    // Until the wished end; what was started then is waited for, unless the end was wished by a signal.
+    // Returns at the end that the options name, after waiting for the tasks that still run; or at once after a signal,
+    // when the destructor ends them.
     void Run();
 
 private:
     using Time = std::chrono::steady_clock::time_point;
 
     struct Seen {
-        std::string text;       // of the definition
-        std::int64_t from = 0;  // starts before it are settled
+        std::string text;       // of the task's file
+        std::int64_t from = 0;  // starts before this time are done or left out
     };
     struct Running {
         std::string name;

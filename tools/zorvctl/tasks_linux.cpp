@@ -1,4 +1,4 @@
-// The scheduled tasks of a stand-in machine: what there is, and the runner that starts them.
+// `zorvctl tasks`: lists the scheduled tasks of a stand-in machine and runs them.
 
 #include <CLI/CLI.hpp>
 #include <algorithm>

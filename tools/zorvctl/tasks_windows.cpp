@@ -1,4 +1,4 @@
-// On Windows the machine is the real one, and so is its task scheduler.
+// `zorvctl tasks` on Windows, which has a real task scheduler: both commands only say so.
 
 #include <CLI/CLI.hpp>
 

@@ -1,4 +1,4 @@
-// Tells how far each file has got on its way to the server. The file status database is only read.
+// `zorvctl uploads`: how far each file has got on its way to the server. The status database is only read.
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -57,7 +57,7 @@ std::vector<FileRecord> ReadRecords() {
     return records;
 }
 
-// A record as a person sees it.
+// A record of the status database in words, for printing.
 struct View {
     explicit View(const FileRecord& record);
     std::string Text() const;
@@ -74,7 +74,7 @@ View::View(const FileRecord& row) : record(row) {
     constexpr const char* kTypes[] = {"timed samples", "power and mode events", "hardware events"};
     type = record.fileType >= 1 && record.fileType <= 3 ? kTypes[record.fileType - 1]
                                                         : "type " + std::to_string(record.fileType);
-    // Days count as the selection of files to send counts them, in UTC.
+    // Days in UTC, as the upload counts them when it selects files.
     using Days = std::chrono::sys_days;
     int year = 0;
     unsigned month = 0, day = 0;
@@ -123,7 +123,7 @@ Json View::AsJson() const {
             {"stage", text(record.uploadStage)}};
 }
 
-// Broken settings do not keep the files from being told.
+// When the next upload is due. Broken settings give their fault instead, so that the files can still be listed.
 Due NextUpload() {
     Facts facts = ReadFacts();
     if (!facts.fault.empty()) {

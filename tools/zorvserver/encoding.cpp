@@ -1,3 +1,4 @@
+// By OpenSSL.
 #include "encoding.h"
 
 #include <openssl/evp.h>

@@ -1,5 +1,5 @@
-// What happens to a stand-in machine: the states of its power settings, which a file keeps, and the events of its
-// firmware, which come to a socket. docs/stand-in-machine.md has the lines.
+// How power settings and firmware events reach a stand-in machine: power.json keeps the state of each setting, and
+// firmware events are lines sent to a socket. docs/stand-in-machine.md describes both.
 #pragma once
 
 #include <array>
@@ -21,7 +21,7 @@ inline constexpr std::array<PowerSettingName, 3> kPowerSettings = {{
     {"display", "6fe69556-704a-47a0-8f24-c28d936fda47"},
 }};
 
-// 36 characters in any case, without braces.
+// Reads a GUID of 36 characters, in any case and without braces.
 std::optional<Guid> parse_guid(std::string_view text);
 
 inline constexpr char kPowerFile[] = "power.json";

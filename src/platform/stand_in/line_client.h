@@ -9,14 +9,14 @@ namespace platform {
 
 class LineClient {
 public:
-    // False when nobody listens there. `seconds` is the limit of each wait, 0 for none.
+    // False when nobody listens there. Each wait takes at most `seconds`; 0 is no limit.
     bool open(const std::string& name, int seconds);
 
-    int process() const;  // the listener's, 0 when it cannot be told
+    int process() const;  // the listener's process id; 0 when the kernel does not tell
 
     bool send(const std::string& line);
 
-    // False when the limit was reached, with errno EAGAIN, or the other end is gone.
+    // False when the time was over (errno is EAGAIN then) or the other end is gone.
     bool receive(std::string& line);
 
 private:

@@ -1,5 +1,5 @@
-// Where the stand-in machine's folder is. The hardware library decides by this too, which has no C++ runtime: nothing
-// here allocates.
+// Finds the stand-in machine's folder. The stand-in hardware library uses this too and has no C++ runtime, so nothing
+// here may allocate.
 #pragma once
 
 #include <cstdlib>

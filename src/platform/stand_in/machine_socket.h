@@ -7,12 +7,12 @@
 
 namespace platform {
 
-// Listens there, without ever blocking. What a process left there that has ended is replaced. `mode` is that of the
-// file, 0 for what the process' mask leaves. Invalid, with errno, when that fails; EADDRINUSE when another listens.
+// Returns a listening socket that never blocks. Replaces the socket file of a process that has ended. `mode` is the
+// file's; 0 means what the process' umask leaves. Invalid on failure, with errno: EADDRINUSE when somebody listens.
 Descriptor listen_at(const std::string& name, unsigned mode);
 
-// Connects to who listens there; sends and receipts then block for at most `seconds`, 0 for no limit. Invalid, with
-// errno, when nobody does.
+// Connects to the process that listens there. Each send and receive then blocks for at most `seconds`; 0 is no limit.
+// Invalid, with errno, when nobody listens.
 Descriptor connect_to(const std::string& name, int seconds);
 
 }  // namespace platform

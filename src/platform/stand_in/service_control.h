@@ -1,5 +1,6 @@
-// How the stand-in machine's service is driven from outside: who starts it as a service names it in the environment,
-// its controls go to a socket, and what it reports is a line of a log. docs/stand-in-machine.md has the lines.
+// How a program drives the service of a stand-in machine: it starts the executable with the service's name in the
+// environment, sends controls to a socket, and reads the reported states in a log. docs/stand-in-machine.md has the
+// lines.
 #pragma once
 
 #include <cstdint>
@@ -8,8 +9,8 @@ namespace platform {
 
 inline constexpr char kControlSocket[] = "run/control";
 inline constexpr char kStatusLog[] = "status.jsonl";
-inline constexpr char kRefusedStatusLog[] = "refused-status.jsonl";  // reports that nobody takes
-inline constexpr char kServiceVariable[] = "ZORV_SERVICE";  // its name, for the process that is started as a service
+inline constexpr char kRefusedStatusLog[] = "refused-status.jsonl";  // reports after the stop or without a handle
+inline constexpr char kServiceVariable[] = "ZORV_SERVICE";  // set for a process that is started as this service
 
 // States that the service reports.
 constexpr std::uint32_t kServiceStopped = 1;

@@ -9,10 +9,10 @@
 
 namespace platform {
 
-// From now on the step of that name (that of the call) fails with `status`, and no other; an empty name ends that.
+// From now on this one step, named by its call, fails with `status`. An empty name lets all steps pass again.
 void fail_step(const std::string& name, std::int32_t status);
 
-// The status that the step is to answer with: the one above, or 0.
+// What the step must return: the status set above, or 0.
 std::int32_t step_status(const std::string& name);
 
 // The same for steps that are an enumeration in a header of the floor.
@@ -32,7 +32,8 @@ std::int32_t step_status(ListedStep auto step) {
     return step_status(step_name(step));
 }
 
-// Makes the steps from `first` to `last` up to one that a test lets fail; `result` gets the last step and its status.
+// Walks the steps from `first` to `last` and stops at one that a test lets fail; `result` gets the step reached and its
+// status.
 template <ListedStep Step>
 void pass_steps(Step first, Step last, auto& result) {
     for (int step = static_cast<int>(first); step <= static_cast<int>(last) && result.status == 0; ++step) {

@@ -1,5 +1,5 @@
-// A scheduled task as the stand-in machine keeps it, in tasks/<name>.json: written and read by the task scheduler,
-// and read by whatever starts the tasks. Pure functions of texts.
+// A scheduled task of the stand-in machine, kept in tasks/<name>.json. The task scheduler writes and reads the file,
+// `zorvctl tasks` reads it and starts the task. Pure functions of texts.
 #pragma once
 
 #include <cstdint>
@@ -19,8 +19,8 @@ struct TaskDefinition : ScheduledTask {
 
 std::string task_text(const std::string& name, const TaskDefinition& task);
 
-// Raises std::invalid_argument, in words, for a text that is no task that could be started. Members that are missing
-// are as in a new definition.
+// Raises std::invalid_argument, with the reason in words, for a task that can never start. Members that are missing
+// have the values of a new definition.
 TaskDefinition parse_task(const std::string& text);
 
 enum class TaskFault { none, missing, invalid };
