@@ -49,24 +49,6 @@ TEST(Registry, BindsAValueToOneType) {
     EXPECT_EQ(read_text_value(L"Number"), L"now text");
 }
 
-TEST(Registry, FindsNamesInAnyCaseAndKeepsTheFirstWriting) {
-    const TestMachine machine;
-    ASSERT_TRUE(write_registry_string(kRoot, L"SOFTWARE\\Zorv\\Test\\\u00C4ste", L"GUID", L"first"));
-    ASSERT_TRUE(write_registry_string(kRoot, L"software\\ZORV\\test\\\u00E4STE", L"guid", L"second"));
-    std::vector<std::wstring> subkeys;
-    std::vector<RegistryValue> values;
-    ASSERT_TRUE(list_registry_key(kRoot, kKey, subkeys, values));
-    EXPECT_EQ(subkeys, std::vector<std::wstring>{L"\u00C4ste"});
-    ASSERT_TRUE(list_registry_key(kRoot, L"Software\\Zorv\\Test\\\u00C4STE", subkeys, values));
-    ASSERT_EQ(values.size(), 1U);
-    EXPECT_EQ(values[0].name, L"GUID");
-    EXPECT_EQ(values[0].data, L"second");
-    std::wstring data;
-    EXPECT_TRUE(read_registry_string(kRoot, L"SOFTWARE\\Zorv\\Test\\\u00C4ste", L"gUid", data));
-    EXPECT_TRUE(delete_registry_value(kRoot, L"SOFTWARE\\Zorv\\TEST\\\u00C4ste", L"Guid"));
-    EXPECT_FALSE(read_registry_string(kRoot, L"SOFTWARE\\Zorv\\Test\\\u00C4ste", L"GUID", data));
-}
-
 TEST(Registry, GivesEveryTextBackUpTo254Units) {
     const TestMachine machine;
     std::wstring pairs;
