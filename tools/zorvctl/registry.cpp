@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <charconv>
 #include <cwctype>
 #include <memory>
 
@@ -107,13 +108,12 @@ void List(const std::wstring& key, bool recursive) {
 
 std::uint32_t ParseDword(const std::string& text) {
     const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
-    const std::string digits = hexadecimal ? text.substr(2) : text;
-    const bool valid =
-        !digits.empty() && digits.size() <= 10 &&
-        digits.find_first_not_of(hexadecimal ? "0123456789abcdefABCDEF" : "0123456789") == std::string::npos;
-    const unsigned long long number = valid ? std::stoull(digits, nullptr, hexadecimal ? 16 : 10) : ~0ULL;
-    Require(number <= 0xFFFFFFFF, "a number is 0 to 4294967295, or 0x0 to 0xFFFFFFFF, not " + text, kWrongUsage);
-    return static_cast<std::uint32_t>(number);
+    const char *const first = text.data() + (hexadecimal ? 2 : 0), *const last = text.data() + text.size();
+    std::uint32_t number = 0;
+    const auto [end, error] = std::from_chars(first, last, number, hexadecimal ? 16 : 10);
+    Require(error == std::errc() && end == last, "a number is 0 to 4294967295, or 0x0 to 0xFFFFFFFF, not " + text,
+            kWrongUsage);
+    return number;
 }
 
 void Set(const RegistryOptions& options) {
