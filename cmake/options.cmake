@@ -44,7 +44,7 @@ endif()
 if(ZORV_SANITIZER)
     add_compile_options(-fsanitize=${ZORV_SANITIZER} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${ZORV_SANITIZER})
-    if(ZORV_SANITIZER STREQUAL thread)
+    if(ZORV_SANITIZER STREQUAL "thread")
         # gcc's thread sanitizer knows no fences, which asio needs only where no lock hands a handler over.
         add_compile_definitions(ASIO_DISABLE_FENCED_BLOCK)
     endif()
