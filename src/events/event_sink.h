@@ -1,4 +1,4 @@
-// What WMI (on the stand-in machine, its event source) calls for each hardware event, on a thread of its own. It only
+// What WMI (on the stand-in machine, its socket) calls for each hardware event, on a thread of its own. It only
 // writes the event's number to the registry; WmiEventManager's thread, which waits there, decides what to collect.
 #pragma once
 

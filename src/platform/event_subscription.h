@@ -1,6 +1,6 @@
 // A subscription to the events that the firmware reports through WMI, or that lines in the stand-in machine's
 // run/events report. The constructor sets it up, the destructor cancels it. One thread makes and ends it; the receiver
-// is called on threads of WMI (of the stand-in's event source), and may still be called shortly after the destructor.
+// is called on threads of WMI (of the stand-in's socket), and may still be called shortly after the destructor.
 #pragma once
 
 #include <cstdint>
