@@ -1,11 +1,12 @@
 // The one conversion that traces nothing, since tracing needs it itself. Those of code_page.h do.
 #pragma once
 
-#include <string>
+#include "platform/text.h"
 
 namespace zorvalis {
 
-// An empty text when the conversion fails.
-std::string WideToUtf8(const std::wstring& text);
+inline std::string WideToUtf8(const std::wstring& text) {
+    return platform::to_utf8(text);
+}
 
 }  // namespace zorvalis

@@ -3,6 +3,8 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
+#include <string_view>
 
 namespace platform {
 
@@ -17,5 +19,8 @@ constexpr std::uint32_t kNoUnicodeTranslation = 0x459;  // ERROR_NO_UNICODE_TRAN
 // lacks becomes the nearest one on Windows, else "?".
 int multi_byte_to_wide(std::uint32_t code_page, const char* text, int length, wchar_t* result, int capacity);
 int wide_to_multi_byte(std::uint32_t code_page, const wchar_t* text, int length, char* result, int capacity);
+
+// What is no character of Unicode becomes U+FFFD.
+std::string to_utf8(std::wstring_view text);
 
 }  // namespace platform

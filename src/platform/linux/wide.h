@@ -1,16 +1,13 @@
-// Conversions between UTF-8, of the floor's headers and the machine's files, and wide text (UTF-32).
+// From UTF-8, of the floor's headers and the machine's files, to wide text (UTF-32), and back.
 #pragma once
 
 #include <optional>
-#include <string>
-#include <string_view>
+
+#include "platform/text.h"
 
 namespace platform {
 
 // Nothing when the bytes are not valid UTF-8.
 std::optional<std::wstring> to_wide(std::string_view text);
-
-// A wide character that Unicode does not have becomes U+FFFD.
-std::string to_utf8(std::wstring_view text);
 
 }  // namespace platform
