@@ -20,4 +20,14 @@ std::string NarrowBytes(std::wstring_view text) {
     return narrow;
 }
 
+std::string Hexadecimal(std::span<const std::uint8_t> bytes) {
+    constexpr char kDigits[] = "0123456789abcdef";
+    std::string text;
+    for (const std::uint8_t byte : bytes) {
+        text += kDigits[byte >> 4];
+        text += kDigits[byte & 0x0F];
+    }
+    return text;
+}
+
 }  // namespace zorvalis

@@ -1,6 +1,8 @@
 // Plain conversions of text that need no code page and cannot fail.
 #pragma once
 
+#include <cstdint>
+#include <span>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -11,6 +13,9 @@ namespace zorvalis {
 // Character by character: right for plain ASCII. Narrowing keeps the lowest byte of each character.
 std::wstring WidenBytes(std::string_view text);
 std::string NarrowBytes(std::wstring_view text);
+
+// Two digits for each byte, in lower case.
+std::string Hexadecimal(std::span<const std::uint8_t> bytes);
 
 // The fields between separators. Empty ones inside count, an empty one behind a final separator does not.
 template <class Char>

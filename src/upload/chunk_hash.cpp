@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/text.h"
 #include "common/files.h"
 #include "common/log.h"
 #include "platform/digest.h"
@@ -24,16 +25,6 @@ constexpr const char* kFailures[] = {nullptr,
                                      "ReadFile failed: %d\n",
                                      "CryptHashData failed: %d\n",
                                      "CryptGetHashParam failed: %d\n"};
-
-std::string Hexadecimal(const std::array<std::uint8_t, 16>& digest) {
-    constexpr char kDigits[] = "0123456789abcdef";
-    std::string text;
-    for (const std::uint8_t byte : digest) {
-        text += kDigits[byte >> 4];
-        text += kDigits[byte & 0x0F];
-    }
-    return text;
-}
 
 // The contents of a file. Kept: a short read is only logged, with `shortWords`; zeros stand for what was not read.
 std::string ReadFile(std::FILE* file, const char* shortWords) {

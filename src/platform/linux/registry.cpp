@@ -9,6 +9,7 @@
 #include <charconv>
 #include <cstdio>
 
+#include "base/text.h"
 #include "platform/linux/registry_key.h"
 #include "platform/linux/whole_file.h"
 #include "platform/linux/wide.h"
@@ -80,17 +81,6 @@ bool write_value(RegistryRoot root, const std::wstring& key, const std::wstring&
 std::size_t utf16_length(const std::wstring& text) {
     const auto pairs = std::count_if(text.begin(), text.end(), [](wchar_t c) { return c > 0xFFFF; });
     return text.size() + static_cast<std::size_t>(pairs);
-}
-
-std::wstring hexadecimal(const std::string& bytes) {
-    constexpr wchar_t kDigits[] = L"0123456789abcdef";
-    std::wstring text;
-    for (const char c : bytes) {
-        const auto byte = static_cast<unsigned char>(c);
-        text += kDigits[byte >> 4];
-        text += kDigits[byte & 0x0F];
-    }
-    return text;
 }
 
 }  // namespace
@@ -196,8 +186,9 @@ bool list_registry_key(RegistryRoot root, const std::wstring& key, std::vector<s
         ValueText text;
         if (read_value_file(folder.get(), name, text)) {
             const auto data = to_wide(text.data);
+            const auto* const bytes = reinterpret_cast<const std::uint8_t*>(text.data.data());
             values.push_back({to_wide(name).value_or(L"?"), to_wide(text.type).value_or(L"?"),
-                              data ? *data : hexadecimal(text.data)});
+                              data ? *data : zorvalis::WidenBytes(zorvalis::Hexadecimal({bytes, text.data.size()}))});
         }
     }
     std::sort(subkeys.begin(), subkeys.end());

@@ -3,6 +3,9 @@
 
 #include <sys/random.h>
 
+#include <algorithm>
+
+#include "base/text.h"
 #include "platform/stand_in/descriptor.h"
 
 namespace platform {
@@ -17,16 +20,12 @@ Uuid create_uuid() {
 }
 
 std::wstring uuid_to_text(const Uuid& uuid) {
-    constexpr int kOrder[] = {3, 2, 1, 0, -1, 5, 4, -1, 7, 6, -1, 8, 9, -1, 10, 11, 12, 13, 14, 15};
-    constexpr wchar_t kDigits[] = L"0123456789abcdef";
-    std::wstring text;
-    for (const int index : kOrder) {
-        if (index < 0) {
-            text += L'-';
-        } else {
-            text += kDigits[uuid[index] >> 4];
-            text += kDigits[uuid[index] & 0x0F];
-        }
+    constexpr std::size_t kOrder[] = {3, 2, 1, 0, 5, 4, 7, 6, 8, 9, 10, 11, 12, 13, 14, 15};
+    Uuid bytes;
+    std::transform(std::begin(kOrder), std::end(kOrder), bytes.begin(), [&](std::size_t index) { return uuid[index]; });
+    std::wstring text = zorvalis::WidenBytes(zorvalis::Hexadecimal(bytes));
+    for (const std::size_t at : {8, 13, 18, 23}) {
+        text.insert(at, 1, L'-');
     }
     return text;
 }

@@ -8,6 +8,7 @@
 #include <memory>
 #include <utility>
 
+#include "base/text.h"
 #include "platform/windows/handles.h"
 
 namespace platform {
@@ -77,12 +78,7 @@ std::wstring value_text(DWORD type, const std::vector<BYTE>& data) {
     if (type == REG_DWORD && data.size() == sizeof(DWORD)) {
         return std::to_wstring(*reinterpret_cast<const DWORD*>(data.data()));
     }
-    std::wstring digits;
-    for (const BYTE byte : data) {
-        digits += L"0123456789abcdef"[byte >> 4];
-        digits += L"0123456789abcdef"[byte & 15];
-    }
-    return digits;
+    return zorvalis::WidenBytes(zorvalis::Hexadecimal(data));
 }
 
 }  // namespace
