@@ -1,13 +1,10 @@
 #include "platform/linux/curl_library.h"
 
-#include <atomic>
 #include <csignal>
-#include <mutex>
 
 #include "platform/linux/late_library.h"
 
 namespace platform {
-
 namespace {
 
 Curl load_curl() {
@@ -31,21 +28,8 @@ Curl load_curl() {
 }  // namespace
 
 const Curl& curl() {
-    static std::mutex loading;
-    static std::atomic<const Curl*> loaded = nullptr;
-    static const Curl kNone{};
-    if (const Curl* const library = loaded) {
-        return *library;
-    }
-    const std::lock_guard guard(loading);
-    if (loaded == nullptr) {
-        const Curl library = load_curl();
-        if (!library.complete) {
-            return kNone;
-        }
-        loaded = new Curl(library);  // never freed, nor is the library
-    }
-    return *loaded;
+    static const Curl kCurl = load_curl();
+    return kCurl;
 }
 
 }  // namespace platform
