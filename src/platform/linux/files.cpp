@@ -1,7 +1,6 @@
 // Files of the Linux host. A path on C: is one below the machine's folder.
 #include "platform/files.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <stdio_ext.h>
 #include <sys/stat.h>
@@ -10,7 +9,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <string_view>
+#include <system_error>
 
 #include "platform/linux/machine_path.h"
 #include "platform/linux/windows_error.h"
@@ -22,10 +23,6 @@ namespace {
 
 constexpr std::string_view kDrive = "C:\\";
 constexpr std::uint32_t kPathNotFound = 3;
-
-struct FolderCloser {
-    void operator()(DIR* folder) const { ::closedir(folder); }
-};
 
 // Without one closing backslash, which folder_exists allows.
 std::string folder_path(const std::string& path) {
@@ -186,22 +183,20 @@ bool rename_file(const std::string& from, const std::string& to) {
 
 std::uint32_t list_folder(const std::string& folder, std::vector<FolderEntry>& entries) {
     entries.clear();
-    const std::unique_ptr<DIR, FolderCloser> list(::opendir(folder_path(folder).c_str()));
-    if (list == nullptr) {
-        return errno == ENOENT ? kPathNotFound : windows_error(errno);
+    std::error_code error;
+    std::filesystem::directory_iterator entry(folder_path(folder), error);
+    if (error.value() == ENOENT) {
+        return kPathNotFound;
     }
-    errno = 0;
-    while (const dirent* const entry = ::readdir(list.get())) {
-        const std::string_view name = entry->d_name;
+    for (const std::filesystem::directory_iterator end; !error && entry != end; entry.increment(error)) {
+        std::string name = entry->path().filename().string();
         // The core would take a backslash in a name for a separator of folders.
-        if (name != "." && name != ".." && name.find('\\') == std::string_view::npos) {
-            struct stat status {};
-            const bool known = ::fstatat(::dirfd(list.get()), entry->d_name, &status, 0) == 0;
-            entries.push_back({std::string(name), known && S_ISDIR(status.st_mode)});
+        if (name.find('\\') == std::string::npos) {
+            std::error_code unknown;
+            entries.push_back({std::move(name), entry->is_directory(unknown)});
         }
-        errno = 0;
     }
-    return windows_error(errno);
+    return windows_error(error.value());
 }
 
 }  // namespace platform

@@ -1,8 +1,8 @@
 #include "platform/linux/machine_path.h"
 
-#include <sys/stat.h>
-
 #include <cerrno>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 #include "platform/machine.h"
@@ -16,19 +16,10 @@ std::string machine_path(std::string_view name) {
 }
 
 bool make_folders(const std::string& folder) {
-    if (::mkdir(folder.c_str(), 0777) != 0 && errno == ENOENT) {
-        const std::size_t slash = folder.find_last_of('/');
-        if (slash == std::string::npos || slash == 0 || !make_folders(folder.substr(0, slash))) {
-            return false;
-        }
-        ::mkdir(folder.c_str(), 0777);
-    }
-    struct stat status {};
-    if (::stat(folder.c_str(), &status) != 0) {
-        return false;
-    }
-    errno = ENOTDIR;  // the cause, should it be the wrong thing
-    return S_ISDIR(status.st_mode);
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    errno = error.value();
+    return !error;
 }
 
 }  // namespace platform

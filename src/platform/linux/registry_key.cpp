@@ -1,7 +1,6 @@
 // Keys are found first by the path as it is given, and only then, part by part, in any case of letters.
 #include "platform/linux/registry_key.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <locale.h>
 #include <sys/file.h>
@@ -9,7 +8,8 @@
 #include <wctype.h>
 
 #include <algorithm>
-#include <memory>
+#include <filesystem>
+#include <system_error>
 
 #include "platform/linux/machine_path.h"
 #include "platform/linux/whole_file.h"
@@ -96,28 +96,19 @@ std::string value_file(const std::wstring& value) {
 }
 
 std::optional<std::vector<std::string>> key_entries(int folder, KeyEntry kind) {
-    struct FolderCloser {
-        void operator()(DIR* list) const { ::closedir(list); }
-    };
-    const int again = ::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);  // `folder` keeps its position
-    const std::unique_ptr<DIR, FolderCloser> list(again < 0 ? nullptr : ::fdopendir(again));
-    if (list == nullptr) {
-        const Descriptor unused(again);
-        return std::nullopt;
-    }
     std::vector<std::string> names;
-    for (;;) {
-        errno = 0;
-        const dirent* const entry = ::readdir(list.get());
-        if (entry == nullptr) {
-            return errno == 0 ? std::optional(std::move(names)) : std::nullopt;
-        }
-        const unsigned char wanted = kind == KeyEntry::subkey ? DT_DIR : DT_REG;
-        const bool known = entry->d_type == DT_DIR || entry->d_type == DT_REG;  // else a link, or unknown
-        if (is_name(entry->d_name) && (known ? entry->d_type == wanted : is_kind(folder, entry->d_name, kind))) {
-            names.emplace_back(entry->d_name);
+    std::error_code error;
+    std::filesystem::directory_iterator entry("/proc/self/fd/" + std::to_string(folder), error);
+    for (const std::filesystem::directory_iterator end; !error && entry != end; entry.increment(error)) {
+        std::string name = entry->path().filename().string();
+        std::error_code unknown;
+        if (is_name(name) &&
+            (kind == KeyEntry::subkey ? entry->is_directory(unknown) : entry->is_regular_file(unknown))) {
+            names.push_back(std::move(name));
         }
     }
+    errno = error.value();
+    return error ? std::nullopt : std::optional(std::move(names));
 }
 
 std::optional<std::string> find_entry(int folder, const std::string& name, KeyEntry kind) {
