@@ -3,8 +3,7 @@
 
 #include <fcntl.h>
 
-#include <mutex>
-#include <set>
+#include <atomic>
 
 #include "platform/clock.h"
 #include "platform/linux/machine_json.h"
@@ -18,17 +17,7 @@ namespace {
 
 constexpr char kLog[] = "provider.jsonl";
 
-// Never destroyed: threads may still write while the process ends.
-struct Shared {
-    std::mutex mutex;
-    std::set<std::uint64_t> registered;
-    std::uint64_t last = 0;
-};
-
-Shared& shared() {
-    static auto* const state = new Shared;
-    return *state;
-}
+std::atomic<int> registered{0};
 
 }  // namespace
 
@@ -39,20 +28,17 @@ std::uint32_t register_event_provider(const Guid&, std::uint64_t& registration) 
     if (!log && errno != ENOENT) {
         return windows_error(errno);
     }
-    const std::lock_guard guard(shared().mutex);
-    registration = ++shared().last;
-    shared().registered.insert(registration);
+    registration = 1;
+    ++registered;
     return 0;
 }
 
-void unregister_event_provider(std::uint64_t registration) {
-    const std::lock_guard guard(shared().mutex);
-    shared().registered.erase(registration);
+void unregister_event_provider(std::uint64_t) {
+    --registered;
 }
 
-void write_event_text(std::uint64_t registration, std::uint8_t level, std::uint64_t, const wchar_t* text) {
-    const std::lock_guard guard(shared().mutex);
-    if (shared().registered.count(registration) != 0) {
+void write_event_text(std::uint64_t, std::uint8_t level, std::uint64_t, const wchar_t* text) {
+    if (registered > 0) {
         const auto time = static_cast<double>(now_microseconds()) / 1e6;
         append_json(kLog, {{"time", time}, {"level", level}, {"text", to_utf8(text)}});
     }
