@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 namespace platform {
@@ -18,8 +19,6 @@ class HttpExchange {
 public:
     HttpExchange();
     ~HttpExchange();  // closes request, connection and session, in that order
-    HttpExchange(const HttpExchange&) = delete;
-    HttpExchange& operator=(const HttpExchange&) = delete;
 
     // Uses the default proxy of Windows; the stand-in machine uses no proxy.
     bool open(const wchar_t* user_agent);
@@ -49,7 +48,7 @@ public:
 
 private:
     struct State;
-    State* state_;
+    std::unique_ptr<State> state_;
 };
 
 // Whether Windows (network.json) says that the machine has a network. Any thread.

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <chrono>
 #include <climits>
+#include <memory>
 #include <new>
 #include <string>
 #include <string_view>
@@ -70,6 +71,11 @@ std::string target_of(const std::wstring& path) {
     return target;
 }
 
+template <auto Function>
+struct Release {
+    void operator()(auto* object) const { (curl().*Function)(object); }
+};
+
 // A timeout of 0 or less means no limit.
 std::int64_t limit_of(std::int32_t timeout) {
     return timeout > 0 ? timeout : INT_MAX;
@@ -89,10 +95,10 @@ struct HttpExchange::State {
     std::string target;
     bool secure = false;
 
-    CURL* easy = nullptr;
-    CURLM* multi = nullptr;
-    curl_slist* headers = nullptr;
-    curl_slist* route = nullptr;
+    // Released from the last to the first; libcurl takes a transfer that ends out of its `multi`.
+    std::unique_ptr<curl_slist, Release<&Curl::list_free>> headers, route;
+    std::unique_ptr<CURLM, Release<&Curl::multi_cleanup>> multi;
+    std::unique_ptr<CURL, Release<&Curl::easy_cleanup>> easy;
 
     std::string body;
     std::size_t sent = 0;
@@ -107,26 +113,6 @@ struct HttpExchange::State {
     CURLcode result = CURLE_OK;
     std::chrono::steady_clock::time_point progress;  // when bytes last moved
 
-    State() = default;
-    State(const State&) = delete;
-    State& operator=(const State&) = delete;
-
-    ~State() {
-        if (multi != nullptr && easy != nullptr) {
-            curl().multi_remove(multi, easy);
-        }
-        if (easy != nullptr) {
-            curl().easy_cleanup(easy);
-        }
-        if (multi != nullptr) {
-            curl().multi_cleanup(multi);
-        }
-        if (curl().complete) {
-            curl().list_free(headers);
-            curl().list_free(route);
-        }
-    }
-
     void moved() { progress = std::chrono::steady_clock::now(); }
 
     bool fail() const {
@@ -135,7 +121,7 @@ struct HttpExchange::State {
         return false;
     }
 
-    void add_header(const std::string& line) { headers = curl().list_append(headers, line.c_str()); }
+    void add_header(const std::string& line) { headers.reset(curl().list_append(headers.release(), line.c_str())); }
 
     static int on_connected(void* context, char*, char*, int, int) {
         auto& state = *static_cast<State*>(context);
@@ -187,21 +173,21 @@ struct HttpExchange::State {
 
     template <class Value>
     void set(CURLoption option, Value value) {
-        curl().easy_setopt(easy, option, value);
+        curl().easy_setopt(easy.get(), option, value);
     }
 
     // Sets the request up. libcurl connects to `address`, but names and checks `host`.
     void prepare(const wchar_t* header, const std::string& address) {
         const std::string url = (secure ? "https://" : "http://") + host + ":" + std::to_string(port) + "/";
-        route = curl().list_append(nullptr, (host + ":" + std::to_string(port) + ":" + address).c_str());
+        route.reset(curl().list_append(nullptr, (host + ":" + std::to_string(port) + ":" + address).c_str()));
         // A name without a value removes libcurl's own header: WinHTTP sends none of these by itself.
         add_header(header != nullptr ? to_utf8(header) : "Content-Type:");
         add_header("Accept:");
         add_header("Expect:");
         set(CURLOPT_URL, url.c_str());
         set(CURLOPT_REQUEST_TARGET, target.c_str());
-        set(CURLOPT_CONNECT_TO, route);
-        set(CURLOPT_HTTPHEADER, headers);
+        set(CURLOPT_CONNECT_TO, route.get());
+        set(CURLOPT_HTTPHEADER, headers.get());
         set(CURLOPT_USERAGENT, agent.c_str());
         set(CURLOPT_PROXY, "");
         set(CURLOPT_NOSIGNAL, 1L);
@@ -232,9 +218,9 @@ struct HttpExchange::State {
         moved();
         while (!done && !reached()) {
             int running = 0;
-            curl().multi_perform(multi, &running);
+            curl().multi_perform(multi.get(), &running);
             int left = 0;
-            while (const CURLMsg* const message = curl().multi_info(multi, &left)) {
+            while (const CURLMsg* const message = curl().multi_info(multi.get(), &left)) {
                 if (message->msg == CURLMSG_DONE) {
                     done = true;
                     result = message->data.result;
@@ -250,7 +236,7 @@ struct HttpExchange::State {
                 result = CURLE_OPERATION_TIMEDOUT;
                 return false;
             }
-            curl().multi_poll(multi, nullptr, 0, static_cast<int>(std::min<std::int64_t>(rest, 1000)), nullptr);
+            curl().multi_poll(multi.get(), nullptr, 0, static_cast<int>(std::min<std::int64_t>(rest, 1000)), nullptr);
         }
         return true;
     }
@@ -258,9 +244,7 @@ struct HttpExchange::State {
 
 HttpExchange::HttpExchange() : state_(new State) {}
 
-HttpExchange::~HttpExchange() {
-    delete state_;
-}
+HttpExchange::~HttpExchange() = default;
 
 bool HttpExchange::open(const wchar_t* user_agent) {
     if (!curl().complete) {
@@ -293,8 +277,8 @@ bool HttpExchange::open_request(const wchar_t* verb, const std::wstring& path, b
     state_->verb = to_utf8(verb);
     state_->target = target_of(path);
     state_->secure = secure;
-    state_->easy = curl().easy_init();
-    state_->multi = curl().multi_init();
+    state_->easy.reset(curl().easy_init());
+    state_->multi.reset(curl().multi_init());
     if (state_->easy == nullptr || state_->multi == nullptr) {
         set_last_error(kInternalError);
         return false;
@@ -311,7 +295,7 @@ bool HttpExchange::send(const wchar_t* header, const std::string& body) {
     State& state = *state_;
     state.body = body;
     state.prepare(header, address);
-    if (curl().multi_add(state.multi, state.easy) != CURLM_OK) {
+    if (curl().multi_add(state.multi.get(), state.easy.get()) != CURLM_OK) {
         set_last_error(kInternalError);
         return false;
     }
@@ -348,7 +332,7 @@ bool HttpExchange::query_available(std::uint32_t& size) {
     const auto waiting = [&] { return state.arrived.size() - state.taken; };
     if (waiting() == 0 && state.paused) {
         state.paused = false;
-        curl().easy_pause(state.easy, CURLPAUSE_CONT);
+        curl().easy_pause(state.easy.get(), CURLPAUSE_CONT);
     }
     state.drive(state.receive_timeout, [&] { return waiting() > 0; });
     size = static_cast<std::uint32_t>(std::min(waiting(), kPiece));

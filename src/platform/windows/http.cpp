@@ -24,9 +24,7 @@ struct HttpExchange::State {
 
 HttpExchange::HttpExchange() : state_(new State) {}
 
-HttpExchange::~HttpExchange() {
-    delete state_;
-}
+HttpExchange::~HttpExchange() = default;
 
 bool HttpExchange::open(const wchar_t* user_agent) {
     if (winhttp().open == nullptr) {
@@ -92,6 +90,13 @@ bool HttpExchange::read(char* buffer, std::uint32_t size, std::uint32_t& count) 
     const bool done = winhttp().read_data(state_->request.get(), buffer, size, &read) != FALSE;
     count = read;
     return done;
+}
+
+// Asks WinINet, so that a machine without network never loads WinHTTP.
+bool is_online() {
+    DWORD flags = 0;
+    auto* const get_connected_state = wininet().get_connected_state;
+    return get_connected_state != nullptr && get_connected_state(&flags, 0) != FALSE;
 }
 
 }  // namespace platform
