@@ -3,29 +3,26 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 namespace platform {
 
 class Lock {
 public:
     Lock();
-    ~Lock();
     Lock(const Lock&) = delete;
     Lock& operator=(const Lock&) = delete;
 
     // True when the caller got the lock within `milliseconds` (scaled, see clock.h); 0 waits without limit. On an
-    // abandoned lock the caller becomes the owner, but the result is false. Also false for a lock that is not `valid`.
+    // abandoned lock the caller becomes the owner, but the result is false. Also false when the lock could not be made.
     bool wait(std::uint32_t milliseconds);
 
     // To be called once for each wait that gave ownership. Does nothing on a thread that is not the owner.
     void release();
 
-    // False when the lock could not be made.
-    bool valid() const;
-
 private:
     struct State;
-    State* state_;
+    std::shared_ptr<State> state_;
 };
 
 }  // namespace platform

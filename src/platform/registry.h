@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -41,10 +42,8 @@ bool list_registry_key(RegistryRoot root, const std::wstring& key, std::vector<s
 // to one thread.
 class RegistryWatch {
 public:
-    RegistryWatch() = default;
+    RegistryWatch();
     ~RegistryWatch();
-    RegistryWatch(const RegistryWatch&) = delete;
-    RegistryWatch& operator=(const RegistryWatch&) = delete;
 
     // No change after this call is missed. False when the key cannot be opened or watched.
     bool arm(RegistryRoot root, const std::wstring& key);
@@ -55,7 +54,7 @@ public:
 
 private:
     struct State;
-    State* state_ = nullptr;
+    std::unique_ptr<State> state_;
 };
 
 }  // namespace platform

@@ -23,7 +23,6 @@ struct Lock::State {
     std::thread::id owner;  // valid while count > 0
     std::uint32_t count = 0;
     bool abandoned = false;
-    std::shared_ptr<State> self;  // until the Lock ends; the owner's list may keep the state longer
 
     void abandon() {
         const std::lock_guard guard(mutex);
@@ -50,15 +49,8 @@ struct Lock::State {
 
 thread_local Lock::State::Owned Lock::State::owned;
 
-Lock::Lock() : state_(nullptr) {
-    auto state = std::make_shared<State>();
-    state_ = state.get();
-    state_->self = std::move(state);
-}
-
-Lock::~Lock() {
-    const auto last = std::move(state_->self);
-}
+// The owner's list may keep the state longer than the Lock.
+Lock::Lock() : state_(std::make_shared<State>()) {}
 
 bool Lock::wait(std::uint32_t milliseconds) {
     const std::int64_t limit = milliseconds == 0 ? 0 : scaled_wait(milliseconds);
@@ -80,7 +72,7 @@ bool Lock::wait(std::uint32_t milliseconds) {
     }
     state_->owner = caller;
     state_->count = 1;
-    owned.push_back(state_->self);
+    owned.push_back(state_);
     return !std::exchange(state_->abandoned, false);
 }
 
@@ -91,16 +83,12 @@ void Lock::release() {
         return;
     }
     auto& owned = State::owned.states;
-    const auto entry = std::find(owned.begin(), owned.end(), state_->self);
+    const auto entry = std::find(owned.begin(), owned.end(), state_);
     if (entry != owned.end()) {
         last = std::move(*entry);
         owned.erase(entry);
     }
     state_->released.notify_one();
-}
-
-bool Lock::valid() const {
-    return state_ != nullptr;
 }
 
 }  // namespace platform

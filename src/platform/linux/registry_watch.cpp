@@ -66,12 +66,12 @@ struct RegistryWatch::State {
     Descriptor changes;
 };
 
-RegistryWatch::~RegistryWatch() {
-    delete state_;
-}
+RegistryWatch::RegistryWatch() = default;
+
+RegistryWatch::~RegistryWatch() = default;
 
 bool RegistryWatch::arm(RegistryRoot root, const std::wstring& key) {
-    delete std::exchange(state_, nullptr);
+    state_.reset();
     const auto parts = key_parts(root, key);
     const Descriptor folder = parts ? open_key(*parts, false) : Descriptor();
     Descriptor changes(::inotify_init1(IN_CLOEXEC));
@@ -79,7 +79,7 @@ bool RegistryWatch::arm(RegistryRoot root, const std::wstring& key) {
         !watch_above(changes.get(), folder.get(), parts->size())) {
         return false;
     }
-    state_ = new State{std::move(changes)};
+    state_.reset(new State{std::move(changes)});
     return true;
 }
 
@@ -98,7 +98,7 @@ void RegistryWatch::wait() {
             offset += static_cast<ssize_t>(sizeof(inotify_event) + event.len);
         }
     }
-    delete std::exchange(state_, nullptr);
+    state_.reset();
 }
 
 }  // namespace platform

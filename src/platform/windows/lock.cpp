@@ -10,23 +10,15 @@ struct Lock::State {
     OwnedHandle mutex{::CreateMutexW(nullptr, FALSE, nullptr)};
 };
 
-Lock::Lock() : state_(new State) {}
-
-Lock::~Lock() {
-    delete state_;
-}
+Lock::Lock() : state_(std::make_shared<State>()) {}
 
 bool Lock::wait(std::uint32_t milliseconds) {
     const DWORD limit = milliseconds == 0 ? INFINITE : wait_milliseconds(milliseconds);
-    return valid() && ::WaitForSingleObject(state_->mutex.get(), limit) == WAIT_OBJECT_0;
+    return ::WaitForSingleObject(state_->mutex.get(), limit) == WAIT_OBJECT_0;
 }
 
 void Lock::release() {
     ::ReleaseMutex(state_->mutex.get());
-}
-
-bool Lock::valid() const {
-    return state_->mutex != nullptr;
 }
 
 }  // namespace platform

@@ -160,12 +160,12 @@ struct RegistryWatch::State {
     OwnedHandle changed;
 };
 
-RegistryWatch::~RegistryWatch() {
-    delete state_;
-}
+RegistryWatch::RegistryWatch() = default;
+
+RegistryWatch::~RegistryWatch() = default;
 
 bool RegistryWatch::arm(RegistryRoot root, const std::wstring& key) {
-    delete std::exchange(state_, nullptr);
+    state_.reset();
     auto state = std::make_unique<State>();
     state->key = open_key(root, key, KEY_NOTIFY);
     if (state->key == nullptr) {
@@ -176,12 +176,12 @@ bool RegistryWatch::arm(RegistryRoot root, const std::wstring& key) {
                                                                state->changed.get(), TRUE) != ERROR_SUCCESS) {
         return false;
     }
-    state_ = state.release();
+    state_ = std::move(state);
     return true;
 }
 
 void RegistryWatch::wait() {
-    const std::unique_ptr<State> state(std::exchange(state_, nullptr));
+    const std::unique_ptr<State> state = std::move(state_);
     if (state == nullptr) {
         return;
     }
