@@ -1,7 +1,7 @@
 #include "platform/rpc_callback.h"
 
 #include "platform/rpc_observer.h"
-#include "platform/windows/rpc_call.h"
+#include "platform/windows/rpc_interface.h"
 #include "rpc/guard.h"
 #include "zorvalis_procedures.h"
 #include "zorvalis_rpc.h"

@@ -8,7 +8,6 @@
 #include <type_traits>
 
 #include "platform/rpc_contexts.h"
-#include "platform/windows/rpc_call.h"
 #include "platform/windows/rpc_interface.h"
 #include "rpc/memory.h"
 #include "zorvalis_rpc.h"
