@@ -39,9 +39,8 @@ namespace {
 constexpr char kLockFile[] = "run/control.lock";
 constexpr ServiceStatusHandle kStatusHandle = 1;
 constexpr std::intptr_t kFirstRegistration = 0x1000;  // never a status handle
-constexpr std::size_t kMostWaiting = 4096;
-constexpr int kPredecessorSeconds = 10;            // for a service that has stopped and whose process still ends
-constexpr std::uint32_t kMainMilliseconds = 5000;  // for a ServiceMain that still runs after the stop; scaled
+constexpr int kPredecessorSeconds = 10;               // for a service that has stopped and whose process still ends
+constexpr std::uint32_t kMainMilliseconds = 5000;     // for a ServiceMain that still runs after the stop; scaled
 
 LineLimits limits() {
     LineLimits limits;
@@ -177,9 +176,6 @@ std::optional<std::string> take_line(LineServer::Connection sender, const std::s
     }
     if (run.status.state == kServiceStopped) {
         return result_line(kServiceNotActive);  // the dispatcher may have ended
-    }
-    if (run.waiting.size() >= kMostWaiting) {
-        return error_line("too many controls are waiting");
     }
     run.waiting.push_back({*std::move(control), sender, line.size()});
     wake_dispatcher();
