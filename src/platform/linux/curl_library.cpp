@@ -1,10 +1,13 @@
 #include "platform/linux/curl_library.h"
 
+#include <atomic>
 #include <csignal>
+#include <mutex>
 
 #include "platform/linux/late_library.h"
 
 namespace platform {
+
 namespace {
 
 Curl load_curl() {
@@ -27,8 +30,21 @@ Curl load_curl() {
 }  // namespace
 
 const Curl& curl() {
-    static const Curl kCurl = load_curl();
-    return kCurl;
+    static std::mutex loading;
+    static std::atomic<const Curl*> loaded = nullptr;
+    static const Curl kNone{};
+    if (const Curl* const library = loaded) {
+        return *library;
+    }
+    const std::lock_guard guard(loading);
+    if (loaded == nullptr) {
+        const Curl library = load_curl();
+        if (!library.complete) {
+            return kNone;
+        }
+        loaded = new Curl(library);  // never freed, nor is the library
+    }
+    return *loaded;
 }
 
 }  // namespace platform

@@ -22,7 +22,7 @@ struct Curl {
     bool complete;
 };
 
-// `complete` is false when libcurl cannot be loaded. Any thread.
+// `complete` is false when libcurl cannot be loaded; the next caller tries again. Any thread.
 const Curl& curl();
 
 }  // namespace platform
