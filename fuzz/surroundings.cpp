@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cwchar>
+#include <memory>
 #include <utility>
 
 #include "platform/clock.h"
@@ -77,11 +78,9 @@ struct HttpExchange::State {
     std::size_t taken = 0;
 };
 
-HttpExchange::HttpExchange() : state_(new State) {}
+HttpExchange::HttpExchange() : state_(std::make_unique<State>()) {}
 
-HttpExchange::~HttpExchange() {
-    delete state_;
-}
+HttpExchange::~HttpExchange() = default;
 
 bool HttpExchange::open(const wchar_t*) {
     return true;
