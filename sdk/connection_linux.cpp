@@ -167,7 +167,8 @@ void Connection::TakeMessage(std::string_view line) {
     Waiting& waiting = *found->second;
     if (message.contains("error")) {
         waiting.problem = message["error"].at("message").get<std::string>();
-        waiting.status = message["error"].at("code").get<std::int32_t>();
+        const auto code = message["error"].at("code").get<std::int32_t>();
+        waiting.status = code != 0 ? code : kProtocolError;  // an error of nothing is no success
     } else {
         waiting.result = std::move(message.at("result"));
     }

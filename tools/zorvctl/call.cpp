@@ -177,7 +177,8 @@ void AddCallCommands(CLI::App& app) {
                      "With the name of a direct call in TEXT's place, its arguments but the cookie");
     call->callback([text, words] {
         const bool direct = ServiceClient::HasDirect(*text);
-        Require(direct || words->empty(), *text + " is no direct call", kWrongUsage);
+        const bool json = words->empty() && text->find_first_of(" {[\"") != std::string::npos;  // or meant to be
+        Require(direct || json, *text + " is neither a direct call nor JSON", kWrongUsage);
         Print(direct ? ServiceClient().Direct(*text, *words) : ServiceClient().Call(*text) + "\n");
     });
     const auto direct = std::make_shared<bool>(false);

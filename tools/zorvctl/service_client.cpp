@@ -40,6 +40,8 @@ Value Argument(const std::string*& word, const std::string* end) {
             const char* const last = word->data() + word->size();
             const auto [rest, error] = std::from_chars(word->data(), last, value);
             Require(error == std::errc() && rest == last, *word + " is no number", kWrongUsage);
+            const bool isFlag = std::is_same_v<Value, bool>;
+            Require(!isFlag || value == 0 || value == 1, "a flag is 0 or 1, not " + *word, kWrongUsage);
             ++word;
         }
         return static_cast<Value>(value);
