@@ -19,6 +19,7 @@ Curl load_curl() {
         library.find(found.easy_setopt, "curl_easy_setopt") && library.find(found.easy_cleanup, "curl_easy_cleanup") &&
         library.find(found.easy_pause, "curl_easy_pause") && library.find(found.multi_init, "curl_multi_init") &&
         library.find(found.multi_add, "curl_multi_add_handle") &&
+        library.find(found.multi_remove, "curl_multi_remove_handle") &&
         library.find(found.multi_perform, "curl_multi_perform") && library.find(found.multi_poll, "curl_multi_poll") &&
         library.find(found.multi_info, "curl_multi_info_read") &&
         library.find(found.multi_cleanup, "curl_multi_cleanup") && found.global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;

@@ -15,6 +15,7 @@ struct Curl {
     CURLcode (*easy_pause)(CURL*, int);
     CURLM* (*multi_init)();
     CURLMcode (*multi_add)(CURLM*, CURL*);
+    CURLMcode (*multi_remove)(CURLM*, CURL*);
     CURLMcode (*multi_perform)(CURLM*, int*);
     CURLMcode (*multi_poll)(CURLM*, curl_waitfd*, unsigned int, int, int*);
     CURLMsg* (*multi_info)(CURLM*, int*);

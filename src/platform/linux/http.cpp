@@ -95,7 +95,7 @@ struct HttpExchange::State {
     std::string target;
     bool secure = false;
 
-    // Released from the last to the first; libcurl takes a transfer that ends out of its `multi`.
+    // Released from the last to the first.
     std::unique_ptr<curl_slist, Release<&Curl::list_free>> headers, route;
     std::unique_ptr<CURLM, Release<&Curl::multi_cleanup>> multi;
     std::unique_ptr<CURL, Release<&Curl::easy_cleanup>> easy;
@@ -112,6 +112,17 @@ struct HttpExchange::State {
     bool usable = false;  // the whole request was sent, so an answer may come
     CURLcode result = CURLE_OK;
     std::chrono::steady_clock::time_point progress;  // when bytes last moved
+
+    State() = default;
+    State(const State&) = delete;
+    State& operator=(const State&) = delete;
+
+    // While the connection is known: a transfer that only ends leaves what it kept while it was paused.
+    ~State() {
+        if (easy != nullptr && multi != nullptr) {
+            curl().multi_remove(multi.get(), easy.get());
+        }
+    }
 
     void moved() { progress = std::chrono::steady_clock::now(); }
 
