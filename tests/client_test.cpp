@@ -15,6 +15,7 @@
 #include "platform/rpc_observer.h"
 #include "support/notebook.h"
 #include "support/traced.h"
+#include "zorvalis_procedures.h"
 #ifndef _WIN32
 #include "platform/stand_in/step_failure.h"
 #endif
@@ -419,6 +420,20 @@ TEST(RpcServer, EndsItsStartAtTheFirstStepThatFails) {
     RpcServerStop();
 }
 #endif
+
+// A number is the place in the interface's description, and the applications in use have it compiled in.
+TEST(RpcServer, KeepsTheNumbersOfItsProceduresAndCallbacks) {
+    std::string names;
+#define NAME(name, ...) names += #name " ";
+    ZORVALIS_PROCEDURES(NAME)
+    ZORVALIS_CALLBACKS(NAME)
+#undef NAME
+    EXPECT_EQ(names,
+              "GetTestDataFunc GetModelName GetSerialNumber GetFamilyName GetChassisTypes GetProductName "
+              "GetBatteryHealthMode GetQuietFanMode GetSystemInfoData GetVersionString SetMyZorvPP GetUUID "
+              "SetBatteryHealth SetQuietFan SetAppFolder SetMainSwitchByUser GetMainSwitchByUser BigDataServiceCall "
+              "CallbackTestData CallbackText CallbackFlag CallbackInteger ");
+}
 
 }  // namespace
 }  // namespace zorvalis

@@ -5,6 +5,7 @@
 #include "common/wide_to_utf8.h"
 #include "jobs/schedule_predicates.h"
 #include "support/notebook.h"
+#include "support/traced.h"
 
 namespace zorvalis {
 namespace {
@@ -133,6 +134,10 @@ TEST(CollectTime, GoesByTheHardwareAndTheSettings) {
         machine.change_setting(std::string("{\"totalCollectTime\": ") + one.months + "}");
         EXPECT_EQ(isOverTotalCollectTime(), one.over) << one.name;
     }
+    DeleteRegValue(kLocalMachine, kFactoryConfigKey, L"ManufacturingDate");
+    machine.change_hardware(R"({"GPNV_ActivatedTime": "2026-11-12 10:20:30"})");
+    EXPECT_FALSE(isOverTotalCollectTime());
+    EXPECT_EQ(Value(L"FakeManufacturingDate"), ERROR_READREG) << "an activated machine needs no date";
     machine.change_setting(R"({"totalCollectTime": "for ever"})");
     EXPECT_THROW(isOverTotalCollectTime(), std::invalid_argument);
     machine.change_setting(R"({"totalCollectTime": 36})");
@@ -159,6 +164,19 @@ TEST(DojobDay, BeginsAtMidnightAndLeavesTheInterval) {
     }
 }
 
+TEST(DojobDay, IsToldWithItsTimes) {
+    const Notebook machine;
+    const std::int64_t midnight = SetClock(2026, 11, 20, 0, 0, 0), now = SetClock(2026, 11, 20, 12, 0, 1);
+    SetValue(L"lastDojobTime", std::to_wstring(now - 2 * kDay));
+    EXPECT_EQ(Traced([] { EXPECT_TRUE(isSpecificDojobDay()); }),
+              (std::vector<std::string>{
+                  "[Utility] specificTime : 1", "[Utility] regLastDoTime : " + std::to_string(now - 2 * kDay),
+                  "[Utility] settingDuringTime : 86400", "[Utility] currentTimestamp : " + std::to_string(now),
+                  "[Utility] midnightTimeStamp : " + std::to_string(midnight),
+                  "[Utility] regLastDoTime + settingDuringTime : " + std::to_string(now - kDay),
+                  "[Utility] regLastDoTime + settingDuringTime <= currentTimestamp : "}));
+}
+
 TEST(DojobDay, FailsWithoutNumbers) {
     Notebook machine;
     SetValue(L"lastDojobTime", L"yesterday");
@@ -180,6 +198,8 @@ TEST(Rules, LeaveTheInterval) {
         std::int64_t gapEnd, next;
     } cases[] = {{0, kNow - 86340, DojobState::runs, 1699913660, 1700000060},
                  {0, kNow - 86400, DojobState::begins, 1699913600, 1700000000},
+                 {3, kNow - 86399, DojobState::runs, 1700172801, 1700259201},
+                 {3, kNow - 86400, DojobState::paused, 1700172800, 1700259200},
                  {3, kNow - 345540, DojobState::paused, 1699913660, 1700000060},
                  {3, kNow - 345600, DojobState::begins, 1699913600, 1700000000},
                  {-1, kNow - 60, DojobState::begins, 1699913540, 1699999940},
