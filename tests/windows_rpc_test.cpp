@@ -8,8 +8,10 @@
 #include <sddl.h>
 
 #include <algorithm>
+#include <barrier>
 #include <semaphore>
 #include <set>
+#include <thread>
 
 #include "client/rpc_server.h"
 #include "platform/rpc_endpoint.h"
@@ -231,7 +233,16 @@ TEST(RpcClient, IsIdentifiedOnlyAndExpectsLocalSystemAtTheServicesEndpoint) {
     EXPECT_EQ(asked, 0) << "whose another endpoint is, its maker knows";
 }
 
+constexpr int kCallers = 4;
+std::barrier<> meeting(kCallers);
 std::counting_semaphore<> closedContexts(0);
+
+void big_call(RpcContext, const wchar_t* input, wchar_t* output, std::int32_t size, std::int64_t) {
+    const std::wstring text = input;
+    meeting.arrive_and_wait();
+    EXPECT_TRUE(std::all_of(output, output + size, [](wchar_t c) { return c == 0; }));
+    text.copy(output, text.size());
+}
 
 // Up from the first test to the end of the process, as the service's own.
 class Rpc : public testing::Test {
@@ -243,6 +254,7 @@ protected:
         static RpcProcedures procedures{};
         procedures.RemoteOpen = []() -> RpcContext { return &closedContexts; };
         procedures.RemoteClose = [](RpcContext context) { static_cast<decltype(closedContexts)*>(context)->release(); };
+        procedures.BigDataServiceCall = big_call;
         ASSERT_EQ(RpcEndpoint({name.c_str(), kPackage, 10, 1234}, procedures).status(), 0U);
     }
     static void TearDownTestSuite() { stop_rpc_endpoint(); }
