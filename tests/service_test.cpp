@@ -50,17 +50,6 @@ Lines Logged(const char* file, std::initializer_list<const char*> members) {
     return lines;
 }
 
-template <class Condition>
-bool Comes(Condition condition) {
-    for (int tries = 0; tries < 4000; ++tries) {
-        if (condition()) {
-            return true;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return false;
-}
-
 // Sends one control once the service listens; the answer.
 std::string Control(const Json& control) {
     platform::LineClient client;
@@ -294,6 +283,7 @@ private:
 };
 
 TEST_F(RunningService, TurnsPowerEventsIntoRecordsUnlessTheyAreSuppressed) {
+    write_text(platform::machine_folder() + "/clock.json", R"({"wait": 0.01})");  // a busy machine is slower than 60 ms
     EXPECT_TRUE(Comes([] { return !Task().empty(); })) << "a minute's wait for the job lock is short here";
     EXPECT_EQ(Change(kLid, 0), kDone);
     EXPECT_EQ(Change(kSource, 1), kDone);

@@ -2,7 +2,9 @@
 // the product's keys and data taken away. Tests that use it run one after the other.
 #pragma once
 
+#include <chrono>
 #include <string>
+#include <thread>
 #include <vector>
 
 class TestMachine {
@@ -50,6 +52,18 @@ struct ToolResult {
     std::string output, errors;
 };
 ToolResult run_zorvctl(const std::string& arguments);
+
+// Whether the condition holds within 20 seconds.
+template <class Condition>
+bool Comes(Condition condition) {
+    for (int tries = 0; tries < 4000; ++tries) {
+        if (condition()) {
+            return true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return false;
+}
 
 // Whole files by the path that the platform floor takes.
 void write_text(const std::string& path, const std::string& text);

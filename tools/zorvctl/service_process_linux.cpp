@@ -17,6 +17,7 @@
 #include "base/text.h"
 #include "output.h"
 #include "platform/machine.h"
+#include "platform/stand_in/descriptor.h"
 #include "platform/stand_in/line_client.h"
 #include "platform/stand_in/service_control.h"
 #include "process_linux.h"
@@ -71,7 +72,7 @@ StartedService::StartedService(const std::string& name, Ground ground) : reports
     if (error == 0 && ground == Ground::foreground) {
         serviceProcess = process_;
         struct sigaction stop {};
-        stop.sa_handler = StopService;  // and no SA_RESTART: WaitForEnd is woken, and waits again
+        stop.sa_handler = StopService;
         for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
             sigaction(signal, &stop, nullptr);
         }
@@ -84,9 +85,13 @@ bool StartedService::HasEnded(const platform::ServiceStatus&) {
     return waitpid(process_, &result_, WNOHANG) == process_;
 }
 
+// In poll, not in waitpid, where the thread sanitizer holds signals back.
 void StartedService::WaitForEnd() {
-    while (waitpid(process_, &result_, 0) == -1 && errno == EINTR) {
+    const platform::Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, process_, 0)));
+    pollfd end = {process.get(), POLLIN, 0};
+    while (poll(&end, 1, -1) == -1 && errno == EINTR) {
     }
+    waitpid(process_, &result_, 0);
 }
 
 std::string StartedService::Death() const {
