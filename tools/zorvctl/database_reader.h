@@ -1,21 +1,41 @@
 // Reads a database file, at rest or plain. The file is read once into memory, so that SQLite writes nothing beside it
-// and the service is not disturbed. One thread.
+// and the service is not disturbed. The file may be hostile: nothing that its schema defines (views, triggers, virtual
+// tables) is run. One thread.
 #pragma once
 
 #include <sqlite3.h>
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "output.h"
+
 namespace zorvalis {
+
+// A file that cannot be read as a database; the text names it.
+struct BadDatabase : Failure {};
+
+// As a name in SQL. Any bytes but NUL may stand in it.
+std::string QuotedName(const std::string& name);
+
+// A..Z made small, as SQLite compares names.
+std::string LowerName(std::string name);
+
+struct Column {
+    std::string name, type;  // the type as the table declares it; often empty
+};
 
 struct Cell {
     int type = SQLITE_NULL;  // SQLITE_INTEGER and the like
     std::string text;        // a number in SQLite's text form, a blob's bytes; empty for NULL
 };
 using Row = std::vector<Cell>;
+
+// The statement's present row.
+Row ReadRow(sqlite3_stmt* statement);
 
 struct Table {
     std::string name;
@@ -26,14 +46,18 @@ struct Table {
 
 class DatabaseReader {
 public:
-    // Throws a Failure for a file that is missing, empty, damaged or not a database.
+    // Throws BadDatabase for a file that is missing, empty, damaged or not a database; so do all reads.
     explicit DatabaseReader(const std::string& path);
 
     std::vector<std::string> TableNames() const;
+    std::vector<Column> Columns(const std::string& table) const;
     std::vector<std::string> ColumnNames(const std::string& table) const;
 
     // The `last` newest rows; all for 0.
     Table Read(const std::string& table, const std::vector<std::string>& columns, std::size_t last) const;
+
+    // Calls `visit` with the statement at each row of its result, one row in memory at a time.
+    void ForEachRow(const std::string& sql, const std::function<void(sqlite3_stmt*)>& visit) const;
 
     // The file's bytes as a plain SQLite file.
     const std::string& Plain() const { return plain_; }
@@ -43,6 +67,7 @@ public:
 private:
     std::vector<Row> Query(const std::string& sql) const;
     std::vector<std::string> Texts(const std::string& sql) const;
+    void Check(bool holds, const std::string& otherwise) const;  // throws BadDatabase
 
     std::string path_;
     std::string plain_;

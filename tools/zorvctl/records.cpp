@@ -1,0 +1,239 @@
+#include "records.h"
+
+#include <algorithm>
+#include <unordered_set>
+
+#include "common/files.h"
+#include "platform/files.h"
+
+namespace zorvalis {
+
+namespace {
+
+bool IsDatabaseName(const std::string& name) {
+    return LowerName(name).ends_with(".db");
+}
+
+// Appends the files of a folder and of the folders in it, in the order of their names.
+void List(const std::string& folder, RecordFiles& found) {
+    std::vector<platform::FolderEntry> entries;
+    if (platform::list_folder(folder, entries) != 0) {
+        Complain(ReadableText(folder) + " cannot be listed: check who may read it");
+        ++found.bad;
+    }
+    std::sort(entries.begin(), entries.end(), [](const auto& a, const auto& b) { return a.name < b.name; });
+    const std::string start = folder.ends_with('/') || folder.ends_with('\\') ? folder : folder + "/";
+    for (const platform::FolderEntry& entry : entries) {
+        const std::string path = start + entry.name;
+        if (!entry.folder) {
+            if (IsDatabaseName(entry.name)) {
+                found.paths.push_back(path);
+            }
+        } else if (!platform::is_link(path)) {  // a link could lead around in a circle
+            List(path, found);
+        }
+    }
+}
+
+bool IsHex(const std::string& text) {
+    return text.find_first_not_of("0123456789abcdef") == std::string::npos;
+}
+
+// A UUID of 32 digits gets its dashes.
+std::string DeviceText(const std::string& text) {
+    std::string device = LowerName(text);
+    if (device.size() == 32 && IsHex(device)) {
+        for (const std::size_t at : {8, 13, 18, 23}) {
+            device.insert(at, "-");
+        }
+        return device;
+    }
+    return text.size() == 36 ? device : text;
+}
+
+// The device part of "O_<device>_<month>_V1-0.db", empty for another name.
+std::string DeviceOfName(const std::string& path) {
+    const std::string name = path.substr(path.find_last_of("/\\") + 1);
+    const std::size_t end = name.find('_', 2);
+    const bool ours = name.size() > 2 && std::string("OEW").find(name[0]) != std::string::npos && name[1] == '_' &&
+                      end != std::string::npos && end > 2 && name.size() > end + 7 && name[end + 7] == '_';
+    return ours ? name.substr(2, end - 2) : "";
+}
+
+// A declared type as it may stand in a statement: a file could hide a constraint in its types. The column of an unknown
+// type gets none, so that it keeps every value as it is.
+std::string TypeWord(const std::string& type) {
+    for (const char* const word :
+         {"STRING", "INTEGER", "DOUBLE", "DATE", "TEXT", "REAL", "NUMERIC", "BLOB", "INT", "BIGINT"}) {
+        if (LowerName(type) == LowerName(word)) {
+            return word;
+        }
+    }
+    return "";
+}
+
+std::string DeviceOf(const DatabaseReader& database, const std::string& path) {
+    std::string device;
+    for (const std::string& table : database.TableNames()) {
+        for (const std::string& column : database.ColumnNames(table)) {
+            if (device.empty() && LowerName(column) == "guid") {
+                // Anything else in `guid` is no identifier: an empty text, or one made to look like a path.
+                const std::string from =
+                    " FROM (SELECT CAST(" + QuotedName(column) + " AS TEXT) AS id FROM " + QuotedName(table) + ")";
+                database.ForEachRow("SELECT id" + from +
+                                        " WHERE length(id) BETWEEN 8 AND 64 AND id NOT GLOB "
+                                        "'*[^0-9A-Za-z-]*' LIMIT 1",
+                                    [&](sqlite3_stmt* row) { device = ReadRow(row)[0].text; });
+            }
+        }
+    }
+    device = DeviceText(device.empty() ? DeviceOfName(path) : device);
+    return device.empty() ? path : device;
+}
+
+}  // namespace
+
+RecordFiles FindRecords(const std::vector<std::string>& arguments) {
+    RecordFiles found;
+    if (arguments.empty()) {
+        CheckMachine();
+        const std::string folder = platform::native_path(kDataFolder);
+        if (platform::folder_exists(folder)) {
+            List(folder, found);
+        }
+        Require(!found.paths.empty(), "there is no database file in " + folder + ": nothing has been collected yet");
+        return found;
+    }
+    for (const std::string& argument : arguments) {
+        if (platform::folder_exists(argument)) {
+            List(argument, found);
+        } else {
+            found.paths.push_back(argument);
+        }
+    }
+    std::unordered_set<std::string> seen;
+    std::erase_if(found.paths, [&](const std::string& path) { return !seen.insert(path).second; });
+    Require(!found.paths.empty(), "there is no file that ends in .db in " + ReadableText(arguments.front()) +
+                                      (arguments.size() > 1 ? " and the other folders" : ""));
+    return found;
+}
+
+std::size_t VisitRecords(const std::vector<std::string>& paths, const std::function<void(const RecordFile&)>& visit) {
+    std::size_t bad = 0;
+    for (const std::string& path : paths) {
+        try {
+            const DatabaseReader database(path);
+            visit({path, DeviceOf(database, path), database});
+        } catch (const BadDatabase& failure) {
+            Complain(failure.text);
+            ++bad;
+        }
+    }
+    return bad;
+}
+
+RecordDatabase::RecordDatabase(const std::string& path) {
+    sqlite3* connection = nullptr;
+    const int result =
+        sqlite3_open(path == ":memory:" ? path.c_str() : platform::native_path(path).c_str(), &connection);
+    connection_.reset(connection);
+    // A file that is not written to its end is thrown away, so that it needs no journal on disk.
+    Require(result == SQLITE_OK && sqlite3_exec(connection, "PRAGMA journal_mode = MEMORY; PRAGMA synchronous = OFF",
+                                                nullptr, nullptr, nullptr) == SQLITE_OK,
+            path + " cannot be written: check that its folder exists and who may write there");
+}
+
+void RecordDatabase::Fail(const RecordFile& file) const {
+    const int result = sqlite3_errcode(connection_.get());
+    const std::string message = sqlite3_errmsg(connection_.get());
+    if (result == SQLITE_FULL || result == SQLITE_IOERR || result == SQLITE_NOMEM || result == SQLITE_CANTOPEN) {
+        throw Failure{"the merged database cannot be written: " + message};
+    }
+    throw BadDatabase{Failure{ReadableText(file.path) + " cannot be merged: " + ReadableText(message)}};
+}
+
+RecordDatabase::Statement RecordDatabase::Prepare(const RecordFile& file, const std::string& sql) const {
+    sqlite3_stmt* prepared = nullptr;
+    if (sqlite3_prepare_v2(connection_.get(), sql.c_str(), -1, &prepared, nullptr) != SQLITE_OK) {
+        Fail(file);
+    }
+    return {prepared, sqlite3_finalize};
+}
+
+void RecordDatabase::Step(const RecordFile& file, sqlite3_stmt* statement) const {
+    if (sqlite3_step(statement) != SQLITE_DONE || sqlite3_reset(statement) != SQLITE_OK) {
+        Fail(file);
+    }
+}
+
+void RecordDatabase::Run(const RecordFile& file, const std::string& sql) const {
+    Step(file, Prepare(file, sql).get());
+}
+
+std::set<std::string> RecordDatabase::LowerColumns(const RecordFile& file, const std::string& quotedTable) const {
+    std::set<std::string> columns;
+    const Statement present = Prepare(file, "PRAGMA table_info(" + quotedTable + ")");
+    while (sqlite3_step(present.get()) == SQLITE_ROW) {
+        columns.insert(LowerName(ReadRow(present.get())[1].text));
+    }
+    return columns;
+}
+
+void RecordDatabase::Add(const RecordFile& file) {
+    Run(file, "BEGIN");
+    try {
+        for (const std::string& table : file.database.TableNames()) {
+            AddTable(file, table);
+        }
+        Run(file, "COMMIT");
+    } catch (...) {
+        sqlite3_exec(connection_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
+        throw;
+    }
+}
+
+void RecordDatabase::AddTable(const RecordFile& file, const std::string& table) {
+    const std::string name = QuotedName(table);
+    const std::vector<Column> columns = file.database.Columns(table);
+    std::set<std::string> known = LowerColumns(file, name);
+    const bool isNew = known.empty();
+    std::string created = "file TEXT, device TEXT", inserted, selected, marks;
+    std::set<std::string> own;
+    for (const Column& column : columns) {
+        const std::string quoted = QuotedName(column.name), lower = LowerName(column.name);
+        const std::string declared = quoted + " " + TypeWord(column.type);
+        own.insert(lower);
+        inserted += quoted + ", ";
+        selected += quoted + ", ";
+        marks += "?, ";
+        if (isNew && lower != "file" && lower != "device") {
+            created += ", " + declared;
+        } else if (!isNew && !known.contains(lower)) {
+            Run(file, "ALTER TABLE " + name + " ADD COLUMN " + declared);
+        }
+    }
+    if (isNew) {
+        Run(file, "CREATE TABLE " + name + " (" + created + ")");
+    }
+    const std::pair<const char*, const std::string&> added[] = {{"file", file.path}, {"device", file.device}};
+    for (const auto& [column, value] : added) {
+        inserted += own.contains(column) ? "" : std::string(column) + ", ";
+        marks += own.contains(column) ? "" : "?, ";
+    }
+    const Statement insert = Prepare(file, "INSERT INTO " + name + " (" + inserted.substr(0, inserted.size() - 2) +
+                                               ") VALUES (" + marks.substr(0, marks.size() - 2) + ")");
+    int at = static_cast<int>(columns.size());
+    for (const auto& [column, value] : added) {
+        if (!own.contains(column)) {
+            sqlite3_bind_text(insert.get(), ++at, value.c_str(), static_cast<int>(value.size()), SQLITE_STATIC);
+        }
+    }
+    file.database.ForEachRow("SELECT " + selected + "NULL FROM " + QuotedName(table), [&](sqlite3_stmt* row) {
+        for (int column = 0; column < static_cast<int>(columns.size()); ++column) {
+            sqlite3_bind_value(insert.get(), column + 1, sqlite3_column_value(row, column));
+        }
+        Step(file, insert.get());
+    });
+}
+
+}  // namespace zorvalis
