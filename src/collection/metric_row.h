@@ -15,7 +15,7 @@ struct MetricRow {
     std::string columnName;
     std::string typeWord;      // STRING, INTEGER, DOUBLE or DATE; selects the quoting of the value
     std::int32_t resultKind;   // 0 none, 1 narrow text, 2 wide text, 3, 4 unsigned, 7 signed, 8 floating, 9 boolean;
-                               // for the reader only, no code looks at it
+                               // for `zorvctl columns` only, collecting does not look at it
     std::int32_t sourceKind;   // 0 the reads with a flag, 1 the direct reads, 2 the service itself, 3 kNoSource; only
                                // the last is looked at
     std::string functionName;  // a name of kChain in dispatch.cpp, or "NA"

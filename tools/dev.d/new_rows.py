@@ -21,7 +21,8 @@ def main(state):
         with open(state, encoding="utf-8") as file:
             seen = json.load(file)
     fresh = []
-    for database in json.loads(sys.stdin.read() or "[]"):  # zorvctl prints nothing before there is a file
+    shown = json.loads(sys.stdin.read() or "[]")
+    for database in shown if isinstance(shown, list) else []:  # an object tells that there is no file yet
         name = os.path.basename(database["file"])
         for table, rows in database["tables"].items():
             if table not in SHOWN:

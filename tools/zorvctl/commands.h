@@ -12,11 +12,15 @@ namespace zorvalis {
 
 // A validator for the N of an option such as --last: empty, or the complaint.
 inline std::string FromOne(const std::string& number) {
-    return number == "0" ? "N begins at 1" : "";
+    const bool digits = !number.empty() && number.find_first_not_of("0123456789") == std::string::npos;
+    return digits && number[0] != '0' && number.size() < 10 ? "" : "N is a whole number from 1 to 999999999";
 }
 
 void AddMachineCommands(CLI::App& app);
 void AddShowCommand(CLI::App& app);
+void AddQueryCommand(CLI::App& app);
+void AddHealthCommand(CLI::App& app);
+void AddColumnsCommand(CLI::App& app);
 void AddUploadsCommand(CLI::App& app);
 void AddSettingsCommand(CLI::App& app);
 void AddRegistryCommands(CLI::App& app);

@@ -146,12 +146,18 @@ std::vector<std::string> DatabaseReader::ColumnNames(const std::string& table) c
     return names;
 }
 
-Table DatabaseReader::Read(const std::string& table, const std::vector<std::string>& columns, std::size_t last) const {
-    std::string list;
+Table DatabaseReader::Read(const std::string& table, const std::vector<std::string>& columns, std::size_t last,
+                           const std::string& since) const {
+    std::string list, from = " FROM " + QuotedName(table);
     for (const std::string& column : columns) {
         list += (list.empty() ? "" : ", ") + QuotedName(column);
     }
-    const std::string from = " FROM " + QuotedName(table);
+    if (!since.empty()) {
+        const std::vector<std::string> all = ColumnNames(table);
+        const bool timed = std::any_of(all.begin(), all.end(),
+                                       [](const std::string& name) { return LowerName(name) == "local_time"; });
+        from += timed ? " WHERE CAST(local_time AS TEXT) >= '" + since + "'" : " WHERE 0";
+    }
     const std::size_t all = std::stoull(Texts("SELECT count(*)" + from)[0]);
     const std::size_t skipped = last > 0 && last < all ? all - last : 0;
     // Without ORDER BY, SQLite returns rows in the order in which they were inserted.

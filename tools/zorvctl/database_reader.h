@@ -53,8 +53,10 @@ public:
     std::vector<Column> Columns(const std::string& table) const;
     std::vector<std::string> ColumnNames(const std::string& table) const;
 
-    // The `last` newest rows; all for 0.
-    Table Read(const std::string& table, const std::vector<std::string>& columns, std::size_t last) const;
+    // The `last` newest rows, all for 0, of those whose column `local_time` is not before `since`. An empty `since` is
+    // all; otherwise a table without that column has no rows.
+    Table Read(const std::string& table, const std::vector<std::string>& columns, std::size_t last,
+               const std::string& since = "") const;
 
     // Calls `visit` with the statement at each row of its result, one row in memory at a time.
     void ForEachRow(const std::string& sql, const std::function<void(sqlite3_stmt*)>& visit) const;

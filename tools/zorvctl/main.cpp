@@ -13,6 +13,7 @@
 #include "common/wide_to_utf8.h"
 #include "host.h"
 #include "output.h"
+#include "table_view.h"
 
 namespace zorvalis {
 
@@ -37,6 +38,9 @@ int RunTool(std::vector<std::string> arguments) {
     app.require_subcommand(1);
     AddMachineCommands(app);
     AddShowCommand(app);
+    AddQueryCommand(app);
+    AddHealthCommand(app);
+    AddColumnsCommand(app);
     AddUploadsCommand(app);
     AddSettingsCommand(app);
     AddRegistryCommands(app);
@@ -47,6 +51,17 @@ int RunTool(std::vector<std::string> arguments) {
     AddEventCommands(app);
     AddTaskCommands(app);
 
+    const bool json = std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
+    const auto fail = [&](const std::string& text, int code) {
+        // A program that asked for JSON gets JSON: the error as an object, where nothing else was printed.
+        if (json && !HasPrinted()) {
+            Print("{\"error\": " + JsonText(text.empty() ? "see the error output" : text) + "}\n");
+        }
+        if (!text.empty()) {
+            Complain(text);
+        }
+        return code;
+    };
     try {
         try {
             std::reverse(arguments.begin(), arguments.end());  // the parser takes them from the back
@@ -55,8 +70,7 @@ int RunTool(std::vector<std::string> arguments) {
             if (error.get_exit_code() != 0) {
                 const std::vector<std::string> rest = app.remaining(true);
                 const std::string what = rest.empty() ? error.what() : rest.front() + " is not known here";
-                Complain(what + "\nTry: " + NamedCommand(app) + " --help");
-                return 2;
+                return fail(what + "\nTry: " + NamedCommand(app) + " --help", kWrongUsage);
             }
             std::ostringstream help;
             app.exit(error, help, help);
@@ -66,13 +80,9 @@ int RunTool(std::vector<std::string> arguments) {
     } catch (const ClosedOutput&) {
         return 0;
     } catch (const Failure& failure) {
-        if (!failure.text.empty()) {
-            Complain(failure.text);
-        }
-        return failure.exitCode;
+        return fail(failure.text, failure.exitCode);
     } catch (const std::exception& error) {
-        Complain(error.what());
-        return 1;
+        return fail(error.what(), 1);
     }
     return 0;
 }

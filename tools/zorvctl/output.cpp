@@ -18,6 +18,8 @@ namespace zorvalis {
 
 namespace {
 
+bool hasPrinted = false;
+
 void CheckOutput(bool written) {
     // A closed pipe is EPIPE on Linux; the C runtime of Windows reports it as EINVAL.
     if (!written && (errno == EPIPE || errno == EINVAL)) {
@@ -64,6 +66,7 @@ std::size_t BytesWithin(std::string_view text, int width, int& used) {
 }  // namespace
 
 void Print(std::string_view text) {
+    hasPrinted |= !text.empty();
     errno = 0;
     CheckOutput(std::fwrite(text.data(), 1, text.size(), stdout) == text.size());
 }
@@ -71,6 +74,10 @@ void Print(std::string_view text) {
 void FlushOutput() {
     errno = 0;
     CheckOutput(std::fflush(stdout) == 0);
+}
+
+bool HasPrinted() {
+    return hasPrinted;
 }
 
 void Complain(const std::string& text) {

@@ -29,6 +29,7 @@ struct ClosedOutput {};
 // Both throw ClosedOutput, or a Failure when the output cannot be written for another reason.
 void Print(std::string_view text);
 void FlushOutput();
+bool HasPrinted();  // whether Print has been called with any text
 
 // Prints "zorvctl: " and one line to the error output, after flushing what was printed so far.
 void Complain(const std::string& text);

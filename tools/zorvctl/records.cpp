@@ -132,6 +132,35 @@ std::size_t VisitRecords(const std::vector<std::string>& paths, const std::funct
     return bad;
 }
 
+void ForEachRecord(const RecordFile& file, const std::string& table, const std::vector<std::string>& columns,
+                   const std::function<void(const Row&)>& visit) {
+    for (const std::string& name : file.database.TableNames()) {
+        if (LowerName(name) != LowerName(table)) {
+            continue;
+        }
+        std::set<std::string> present;
+        for (const std::string& column : file.database.ColumnNames(name)) {
+            present.insert(LowerName(column));
+        }
+        std::string selected;
+        Row added;  // what a column has that the table lacks
+        for (const std::string& column : columns) {
+            const bool there = present.contains(LowerName(column));
+            selected += (there ? QuotedName(column) : "NULL") + ", ";
+            const std::string value = there ? "" : column == "file" ? file.path : column == "device" ? file.device : "";
+            added.push_back({value.empty() ? SQLITE_NULL : SQLITE_TEXT, value});
+        }
+        file.database.ForEachRow("SELECT " + selected + "NULL FROM " + QuotedName(name), [&](sqlite3_stmt* statement) {
+            Row row = ReadRow(statement);
+            row.pop_back();
+            for (std::size_t i = 0; i < row.size(); ++i) {
+                row[i] = added[i].type == SQLITE_NULL ? row[i] : added[i];
+            }
+            visit(row);
+        });
+    }
+}
+
 RecordDatabase::RecordDatabase(const std::string& path) {
     sqlite3* connection = nullptr;
     const int result =

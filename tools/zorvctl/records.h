@@ -39,6 +39,11 @@ struct RecordFile {
 // also when `visit` throws it) is named on the error output. Returns how many these were. Other exceptions end the run.
 std::size_t VisitRecords(const std::vector<std::string>& paths, const std::function<void(const RecordFile&)>& visit);
 
+// Calls `visit` for each row of the file's table of that name, with the values of `columns`; both in any case. A column
+// that the table lacks is NULL, or what a merge gives it when it is `file` or `device`. Without the table, no call.
+void ForEachRecord(const RecordFile& file, const std::string& table, const std::vector<std::string>& columns,
+                   const std::function<void(const Row&)>& visit);
+
 // A database with the rows of all files added to it. Tables of one name become one table with the columns of all, in
 // the order in which they came and with the type of the first, after two columns of its own: `file`, the path, and
 // `device`. A row has NULL where its file lacks the column. A table that has these two already (of a merged file) keeps
@@ -65,5 +70,8 @@ private:
 
     std::unique_ptr<sqlite3, int (*)(sqlite3*)> connection_{nullptr, sqlite3_close};
 };
+
+// The result of one SELECT. Anything else, and an error in it, throws a Failure in words with kWrongUsage.
+Table RunQuery(sqlite3* connection, const std::string& sql);
 
 }  // namespace zorvalis

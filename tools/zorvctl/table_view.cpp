@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "base/json.h"
+#include "host.h"
 #include "output.h"
 
 namespace zorvalis {
@@ -135,6 +136,16 @@ std::string JsonCell(const Cell& cell) {
 }
 
 }  // namespace
+
+ViewOptions TerminalView(bool everyRow) {
+    ViewOptions view;
+    view.everyRow = everyRow;
+    if (const int terminal = TerminalWidth(); terminal > 0) {
+        view.width = terminal;
+        view.dimNulls = true;
+    }
+    return view;
+}
 
 std::string ViewTable(const Table& table, const ViewOptions& options) {
     if (table.rows.empty()) {

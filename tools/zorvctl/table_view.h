@@ -13,6 +13,9 @@ struct ViewOptions {
     bool everyRow = false;  // in blocks, when rows stand side by side and only the last few fit
 };
 
+// The options for where the output goes.
+ViewOptions TerminalView(bool everyRow);
+
 // Aligned, one line for each row. A table too wide for that gets one line for each column, with the rows side by side.
 std::string ViewTable(const Table& table, const ViewOptions& options);
 
