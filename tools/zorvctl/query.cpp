@@ -44,7 +44,7 @@ std::string TableList(sqlite3* connection) {
         text += "; there are:" + TableList(connection);
     } else if (words.starts_with("no such column")) {
         text += "; `zorvctl columns` lists them, and a text stands in single quotes";
-    } else if (words.starts_with("not authorized")) {
+    } else if (sqlite3_errcode(connection) == SQLITE_AUTH) {
         text += ": records are only read, so give a SELECT";
     }
     throw Failure{text, kWrongUsage};

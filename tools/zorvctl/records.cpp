@@ -1,6 +1,7 @@
 #include "records.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <unordered_set>
 
 #include "common/files.h"
@@ -10,8 +11,12 @@ namespace zorvalis {
 
 namespace {
 
-bool IsDatabaseName(const std::string& name) {
-    return LowerName(name).ends_with(".db");
+// Whether a file that a folder holds is taken. A pipe of such a name would let the tool wait for ever.
+bool IsRecordFile(const std::string& name, const std::string& path) {
+    const std::string native = platform::native_path(path);
+    std::error_code unknown;
+    return LowerName(name).ends_with(".db") &&
+           std::filesystem::is_regular_file(std::u8string(native.begin(), native.end()), unknown);
 }
 
 // Appends the files of a folder and of the folders in it, in the order of their names.
@@ -26,7 +31,7 @@ void List(const std::string& folder, RecordFiles& found) {
     for (const platform::FolderEntry& entry : entries) {
         const std::string path = start + entry.name;
         if (!entry.folder) {
-            if (IsDatabaseName(entry.name)) {
+            if (IsRecordFile(entry.name, path)) {
                 found.paths.push_back(path);
             }
         } else if (!platform::is_link(path)) {  // a link could lead around in a circle

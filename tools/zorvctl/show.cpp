@@ -147,10 +147,10 @@ Table ReadMerged(sqlite3* records, const ShowOptions& options, Reading& reading)
     }
     Require(!list.empty(), reading.Missing().empty() ? "there is no column to print" : reading.Missing()[0]);
     const std::string where = options.since.empty() ? "" : " WHERE " + time + " >= '" + options.since + "'";
-    const std::string newest = options.last == 0
-                                   ? where
-                                   : " WHERE rowid IN (SELECT rowid" + from + where + " ORDER BY " + time +
-                                         " DESC, rowid DESC LIMIT " + std::to_string(options.last) + ")";
+    const std::string newest = options.last == 0 ? where
+                                                 : " WHERE rowid IN (SELECT rowid" + from + where + " ORDER BY " +
+                                                       time + " DESC, rowid DESC LIMIT " +
+                                                       std::to_string(options.last) + ") ORDER BY " + time + ", rowid";
     return RunQuery(records, "SELECT " + list + from + newest);
 }
 
