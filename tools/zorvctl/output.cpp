@@ -40,6 +40,9 @@ constexpr WidthRange kWidths[] = {
 };
 
 int CharacterWidth(char32_t character) {
+    if (character < kWidths[0].first) {
+        return 1;
+    }
     for (const WidthRange& range : kWidths) {
         if (character >= range.first && character <= range.last) {
             return range.width;
@@ -88,6 +91,12 @@ void Complain(const std::string& text) {
 std::string ReadableText(std::string_view bytes, bool controls) {
     std::string text;
     while (!bytes.empty()) {
+        const auto* const plain = std::find_if(bytes.begin(), bytes.end(), [](char c) { return c < ' ' || c > '~'; });
+        text.append(bytes.begin(), plain);
+        bytes.remove_prefix(static_cast<std::size_t>(plain - bytes.begin()));
+        if (bytes.empty()) {
+            break;
+        }
         char32_t character = 0;
         const std::size_t length = DecodeUtf8(bytes, character);
         const std::string_view whole = bytes.substr(0, std::max<std::size_t>(length, 1));
