@@ -1,6 +1,6 @@
 # The libraries that the project uses. For Linux they are Debian's packages. For Windows the header-only ones are the
 # same packages, seen through a folder of links, since all of Debian's include folder would hide mingw's headers; SQLite
-# is compiled from a pinned source that ./dev puts into ZORV_DEPS.
+# is compiled from a pinned source. That and the charts of zorvctl's page are what ./dev puts into ZORV_DEPS.
 
 find_package(Threads REQUIRED)
 
@@ -15,9 +15,14 @@ endforeach()
 add_library(zorv_headers INTERFACE)
 target_include_directories(zorv_headers SYSTEM INTERFACE ${ZORV_HEADERS})
 
+set(ZORV_DEPS ${CMAKE_SOURCE_DIR}/build/deps CACHE PATH "Where ./dev keeps sources that no package installs")
+set(ZORV_UPLOT ${ZORV_DEPS}/uplot)
+if(NOT EXISTS ${ZORV_UPLOT}/dist/uPlot.iife.min.js)
+    message(FATAL_ERROR "${ZORV_UPLOT}/dist/uPlot.iife.min.js is missing: run ./dev setup")
+endif()
+
 add_library(zorv_sqlite INTERFACE)
 if(WIN32)
-    set(ZORV_DEPS ${CMAKE_SOURCE_DIR}/build/deps CACHE PATH "Where ./dev keeps sources that no package installs")
     set(sqlite_source ${ZORV_DEPS}/sqlite3)
     if(NOT EXISTS ${sqlite_source}/sqlite3.c)
         message(FATAL_ERROR "${sqlite_source}/sqlite3.c is missing: run ./dev setup windows")

@@ -1,15 +1,21 @@
-# ./dev setup: installs the Debian packages that are missing, and fetches SQLite's source for the Windows side. Sourced
-# by ./dev.
+# ./dev setup: installs the Debian packages that are missing, and fetches the sources that Debian does not have.
+# Sourced by ./dev.
 # shellcheck shell=bash disable=SC2154
 
 linux_packages=(g++ cmake ninja-build ccache libsqlite3-dev nlohmann-json3-dev libasio-dev libcli11-dev googletest
-                libgtest-dev libcurl4-openssl-dev libssl-dev libcpp-httplib-dev clang-format python3)
+                libgtest-dev libcurl4-openssl-dev libssl-dev libcpp-httplib-dev clang-format python3
+                chromium chromium-driver)
 windows_packages=(g++-mingw-w64-x86-64-posix mingw-w64-tools wine wine64)
 
-# Debian has no SQLite for mingw-w64. This package of a registry carries its source; the sums say which.
+# What Debian has not: SQLite for mingw-w64, and uPlot, which draws the charts of zorvctl's report. These packages of a
+# registry carry the sources; the sums say which.
 sqlite_package=better-sqlite3@8.7.0
-sqlite_c_sha256=f5be70b2a4b79337743701d6e5674dfb33d12ec9b2b28772eb09d33ba9ef757b
-sqlite_h_sha256=5f864e05f3268d6976c16c34d1a7803d69f604c89ac0e867893f9bb5bf1ab6b5
+sqlite_sums="f5be70b2a4b79337743701d6e5674dfb33d12ec9b2b28772eb09d33ba9ef757b  sqlite3.c
+5f864e05f3268d6976c16c34d1a7803d69f604c89ac0e867893f9bb5bf1ab6b5  sqlite3.h"
+uplot_package=uplot@1.6.32
+uplot_sums="19c8d4c6ad88929a79f4ae49d6f7161566dfd0ba3d15cc495e974f787eb78f1f  dist/uPlot.iife.min.js
+8f989229699b4fe2f1a0432d0e9edc338a8a911e250e2d1b01ecd770a5f5b1bd  LICENSE
+df630c6a8d6f8eeaff264b50f73ce5b114f646ffd9a0bb74f049b0a00135fa04  dist/uPlot.min.css"
 
 is_installed() { [ "$(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null)" = installed ]; }
 
@@ -38,44 +44,42 @@ install_packages() {
     fi
 }
 
-# Whether the folder $1 has the expected source.
-sqlite_is_right() {
-    [ -f "$1/sqlite3.c" ] && [ -f "$1/sqlite3.h" ] &&
-        sha256sum --status -c <<<"$sqlite_c_sha256  $1/sqlite3.c
-$sqlite_h_sha256  $1/sqlite3.h"
-}
+# Whether the folder $1 has the files of these sums $2.
+is_right() { (cd "$1" 2>/dev/null && sha256sum --status -c <<<"$2" 2>/dev/null); }
 
-# Puts the source into build/deps, from the user's cache or fetched anew.
-setup_sqlite_source() {
-    local here=build/deps/sqlite3 kept=$cache/sqlite3 fetched=build/deps/fetched
-    local source=$fetched/package/deps/sqlite3
-    ! sqlite_is_right "$here" || return 0
-    if ! sqlite_is_right "$kept"; then
+# Puts the source called $1 into build/deps, from the user's cache or fetched anew: of the package $2, from its folder
+# $3, the files with the sums $4.
+setup_source() {
+    local package=$2 sums=$4 here=$PWD/build/deps/$1 kept=$cache/$1 fetched=build/deps/fetched
+    local source=$fetched/package/$3 files
+    ! is_right "$here" "$sums" || return 0
+    mapfile -t files < <(cut -d' ' -f3 <<<"$sums")
+    if ! is_right "$kept" "$sums"; then
         command -v npm >/dev/null || install_packages npm
-        say "fetching the source of SQLite ($sqlite_package)"
+        say "fetching $package"
         rm -rf "$fetched" && mkdir -p "$fetched"
-        (cd "$fetched" && npm pack --silent "$sqlite_package" >/dev/null && tar xf ./*.tgz) ||
-            fail "the source of SQLite ($sqlite_package) cannot be fetched"
-        sqlite_is_right "$source" || fail "the source of SQLite ($sqlite_package) is not the one that is expected"
+        (cd "$fetched" && npm pack --silent "$package" >/dev/null && tar xf ./*.tgz) || fail "$package cannot be fetched"
+        is_right "$source" "$sums" || fail "$package is not the one that is expected"
         mkdir -p "$kept"
-        cp "$source"/sqlite3.[ch] "$kept/"
+        (cd "$source" && cp --parents -t "$kept" "${files[@]}")
         rm -rf "$fetched"
     fi
     mkdir -p "$here"
-    cp "$kept"/sqlite3.[ch] "$here/"
+    (cd "$kept" && cp --parents -t "$here" "${files[@]}")
 }
 
 setup() {
     case ${1:-all} in
-        linux) install_packages "${linux_packages[@]}" ;;
+        linux)
+            install_packages "${linux_packages[@]}"
+            setup_source uplot "$uplot_package" . "$uplot_sums"
+            ;;
         windows)
-            install_packages "${linux_packages[@]}" "${windows_packages[@]}"
-            setup_sqlite_source
-            ;;
-        all)
             setup linux
-            setup windows
+            install_packages "${windows_packages[@]}"
+            setup_source sqlite3 "$sqlite_package" deps/sqlite3 "$sqlite_sums"
             ;;
+        all) setup windows ;;
         *) fail "set up what? linux or windows" ;;
     esac
 }

@@ -41,6 +41,7 @@ int RunTool(std::vector<std::string> arguments) {
     AddQueryCommand(app);
     AddHealthCommand(app);
     AddColumnsCommand(app);
+    AddReportCommand(app);
     AddUploadsCommand(app);
     AddSettingsCommand(app);
     AddRegistryCommands(app);

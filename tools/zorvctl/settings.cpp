@@ -8,6 +8,7 @@
 #include "common/registry.h"
 #include "common/wide_to_utf8.h"
 #include "facts.h"
+#include "machine_views.h"
 #include "output.h"
 #include "settings/period_codes.h"
 
@@ -73,6 +74,31 @@ std::string Trimmed(std::string line) {
 }
 
 void PrintSettings(bool asJson) {
+    const Json all = SettingsAsJson();
+    if (asJson) {
+        return Print(DumpJson(all) + "\n");
+    }
+    const auto text = [](const Json& value) { return ReadableText(value.get<std::string>()); };
+    const Json &file = all["file"], &keys = all["keys"];
+    Print((file.is_null() ? "" : "file    " + text(file) + "\n") + "rules   " + text(all["why"]) + "\n" + "server  " +
+          text(all["server"]) + (all["defaultServer"].get<bool>() ? ", the built-in one" : ", named in BGSERVER_URL") +
+          "\n");
+    std::string table;
+    for (const Key& key : kKeys) {
+        if (const auto found = keys.find(key.name); found != keys.end()) {
+            const Json& value = found->at("value");
+            table += Trimmed(FitTo(key.name, 18) + FitTo(value.is_null() ? "(absent)" : text(value), 16) +
+                             FitTo(text(found->at("meaning")), 48) + text(found->at("nextInWords")));
+        }
+    }
+    Print(table.empty() ? "" : "\n" + table);
+    const std::string heldBack = text(all["heldBack"]);
+    Print(heldBack.empty() ? "" : "\nCollecting and sending are held back: " + heldBack + ".\n");
+}
+
+}  // namespace
+
+Json SettingsAsJson() {
     CheckMachine();
     Facts facts = ReadFacts();
     Require(facts.fault.empty(), facts.fault);
@@ -82,35 +108,23 @@ void PrintSettings(bool asJson) {
     const std::string host = ReadableText(defaultServer ? deployment::DefaultServer : WideToUtf8(server));
 
     Json keys = Json::object();
-    std::string table;
     for (const Key& key : kKeys) {
         const std::optional<std::string> value = file.Text(key.name);
-        const std::string meaning = Meaning(key, file, value), shown = ReadableText(value.value_or("(absent)"));
         const Due& due = facts.due[key.name];
         keys[key.name] = {{"value", value ? Json(ReadableText(*value, false)) : Json(nullptr)},
-                          {"meaning", meaning},
+                          {"meaning", Meaning(key, file, value)},
                           {"next", due.at ? Json(*due.at) : Json(nullptr)},
                           {"nextInWords", due.words}};
-        table += Trimmed(FitTo(key.name, 18) + FitTo(shown, 16) + FitTo(meaning, 48) + due.words);
     }
     const bool none = file.path.empty();
-    const std::string heldBack = facts.HeldBack();
-    if (asJson) {
-        Json all = {{"file", none ? Json(nullptr) : Json(ReadableText(file.path, false))},
-                    {"why", ReadableText(file.why, false)},
-                    {"server", host},
-                    {"defaultServer", defaultServer},
-                    {"heldBack", heldBack}};
-        all["keys"] = none ? Json::object() : keys;
-        return Print(DumpJson(all) + "\n");
-    }
-    Print((none ? "" : "file    " + ReadableText(file.path) + "\n") + "rules   " + ReadableText(file.why) + "\n" +
-          "server  " + host + (defaultServer ? ", the built-in one" : ", named in BGSERVER_URL") + "\n");
-    Print(none ? "" : "\n" + table);
-    Print(heldBack.empty() ? "" : "\nCollecting and sending are held back: " + heldBack + ".\n");
+    Json all = {{"file", none ? Json(nullptr) : Json(ReadableText(file.path, false))},
+                {"why", ReadableText(file.why, false)},
+                {"server", host},
+                {"defaultServer", defaultServer},
+                {"heldBack", facts.HeldBack()}};
+    all["keys"] = none ? Json::object() : keys;
+    return all;
 }
-
-}  // namespace
 
 void AddSettingsCommand(CLI::App& app) {
     const auto asJson = std::make_shared<bool>(false);

@@ -11,6 +11,7 @@
 #include "common/files.h"
 #include "database_reader.h"
 #include "facts.h"
+#include "machine_views.h"
 #include "output.h"
 #include "platform/clock.h"
 #include "platform/files.h"
@@ -138,31 +139,37 @@ Due NextUpload() {
 }
 
 void PrintUploads(const UploadsOptions& options) {
+    if (options.json) {
+        return Print(DumpJson(UploadsAsJson(options.all)) + "\n");
+    }
     CheckMachine();
     const std::vector<FileRecord> records = ReadRecords();
     const std::size_t shown = options.all ? records.size() : std::min(records.size(), kNewest);
-    const Due due = NextUpload();
-    Json files = Json::array();
     std::string text;
     for (std::size_t i = records.size() - shown; i < records.size(); ++i) {
-        const View view(records[i]);
-        files.push_back(view.AsJson());
-        text += view.Text();
-    }
-    if (options.json) {
-        const Json next = due.at ? Json(*due.at) : Json(nullptr);
-        return Print(
-            DumpJson({{"files", files}, {"nextUpload", next}, {"nextUploadInWords", ReadableText(due.words)}}) + "\n");
+        text += View(records[i]).Text();
     }
     if (shown < records.size()) {
         text += "The newest " + std::to_string(shown) + " of " + std::to_string(records.size()) +
                 " files; --all shows the others.\n";
     }
     Print(records.empty() ? "no file has been registered for upload yet\n" : text);
-    Print("Next upload: " + ReadableText(due.words) + ".\n");
+    Print("Next upload: " + ReadableText(NextUpload().words) + ".\n");
 }
 
 }  // namespace
+
+Json UploadsAsJson(bool all) {
+    CheckMachine();
+    const std::vector<FileRecord> records = ReadRecords();
+    Json files = Json::array();
+    for (std::size_t i = all ? 0 : records.size() - std::min(records.size(), kNewest); i < records.size(); ++i) {
+        files.push_back(View(records[i]).AsJson());
+    }
+    const Due due = NextUpload();
+    const Json next = due.at ? Json(*due.at) : Json(nullptr);
+    return {{"files", files}, {"nextUpload", next}, {"nextUploadInWords", ReadableText(due.words)}};
+}
 
 void AddUploadsCommand(CLI::App& app) {
     const auto options = std::make_shared<UploadsOptions>();
