@@ -5,7 +5,6 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 
-#include "base/json.h"
 #include "base/number.h"
 #include "collection/metric_catalogue.h"
 #include "collection/triggers.h"
@@ -229,7 +228,9 @@ std::string Page() {
     return page;
 }
 
-std::string AsJson() {
+}  // namespace
+
+Json ColumnsAsJson() {
     Json all = Json::object();
     for (std::int32_t trigger = 0; trigger <= JOB_TRIGGER_WMI_CONNECTOR; ++trigger) {
         all["triggers"][std::to_string(trigger)] = TriggerText(trigger);
@@ -250,10 +251,8 @@ std::string AsJson() {
                                       {"4294967295", told.allOnes}});
         }
     }
-    return all.dump(2) + "\n";
+    return all;
 }
-
-}  // namespace
 
 std::string TriggerText(std::int64_t trigger) {
     for (const auto& each : kTriggers) {
@@ -284,7 +283,7 @@ void AddColumnsCommand(CLI::App& app) {
     const auto asJson = std::make_shared<bool>(false);
     CLI::App* columns = app.add_subcommand("columns", "Prints what each column of the records means, as Markdown");
     columns->add_flag("--json", *asJson, "As JSON");
-    columns->callback([asJson] { Print(*asJson ? AsJson() : Page()); });
+    columns->callback([asJson] { Print(*asJson ? ColumnsAsJson().dump(2) + "\n" : Page()); });
 }
 
 }  // namespace zorvalis

@@ -1,5 +1,5 @@
 // `zorvctl report`: one page about a machine or about record files. The page's own script draws it (report/); here its
-// data are put together. The page may travel, so it holds names of files and no paths.
+// data are put together. The page may travel, so of files it tells the names and not where they lie.
 
 #include <CLI/CLI.hpp>
 #include <chrono>
@@ -9,6 +9,7 @@
 #include <set>
 
 #include "collection/metric_catalogue.h"
+#include "columns.h"
 #include "commands.h"
 #include "common/version.h"
 #include "host.h"
@@ -171,15 +172,20 @@ void Report(const ReportOptions& options) {
         devices.push_back(std::move(tables));
     }
     const std::int64_t now = platform::now_seconds();
+    Json words = ColumnsAsJson();
     Json all = {{"version", kServiceVersion},
                 {"made", LocalTimeText(static_cast<double>(now)).substr(0, 16)},
                 {"zone", ZoneText(now)},
                 {"files", files},
                 {"withoutTime", records.withoutTime},
-                {"columns", Json::object()},
-                {"triggers", Json::object()}};
+                {"columns", words["columns"]},
+                {"triggers", words["triggers"]}};
     all["devices"] = std::move(devices);
     all["settings"] = own ? OrProblem(SettingsAsJson) : Json();
+    if (Json& settings = all["settings"];
+        settings.is_object() && settings.contains("file") && settings["file"].is_string()) {
+        settings["file"] = NameOf(settings["file"].get<std::string>());
+    }
     all["uploads"] = own ? OrProblem([] { return UploadsAsJson(true); }) : Json();
     all["log"] = own ? OrProblem(LogAsJson) : Json();
 

@@ -1,10 +1,10 @@
-// The script of `zorvctl report`. It reads the records out of the page and draws them. Texts of the records are hostile:
-// they become text nodes and nothing else.
+// The script of `zorvctl report`. It reads the records out of the page and draws them. Texts of the records may be
+// hostile: they become text nodes and nothing else.
 //
 // Times of samples are the device's own clock without a zone. They are handled as if they were UTC, so that neither the
 // reader's zone nor a change of summer time moves them.
-"use strict";
 (() => {
+"use strict";
 const report = JSON.parse(document.getElementById("records").textContent);
 const byId = (id) => document.getElementById(id);
 const kDay = 86400, kMostRows = 500, kTables = ["Thermal", "Battery_Power", "UserBehavior"];
@@ -66,7 +66,8 @@ function list(value) {
     });
 }
 
-const meaning = (name) => report.columns[name]?.meaning ?? name;
+const columns = new Map(report.columns.map((each) => [each.column, each]));
+const meaning = (name) => columns.get(name)?.meaning || name;
 const ofAll = (rows, name) => rows[name] ?? rows.t.map(() => null);
 
 // The lines of a chart: their labels, and a column of values for each. `names` are columns of the table.
@@ -74,7 +75,8 @@ const plain = (...names) => (rows) => names.map((name) => [meaning(name), ofAll(
 // Of a column in which 0 is a value, as long as `witness`, which cannot be 0, was read too.
 const withZero = (name, witness) => (rows) => {
     const others = ofAll(rows, witness);
-    return [[meaning(name), ofAll(rows, name).map((value, i) => isThere(value) && reading(others[i]) !== null ? value : null)]];
+    const value = (each, i) => isThere(each) && reading(others[i]) !== null ? each : null;
+    return [[meaning(name), ofAll(rows, name).map(value)]];
 };
 const lists = (name, label, value = (number) => number) => (rows) => {
     const all = ofAll(rows, name).map(list), width = Math.max(0, ...new Set(all.map((each) => each.length)));
@@ -108,8 +110,10 @@ const kCharts = [
     {section: "battery", title: "Capacity", unit: "mWh", of: kBattery, range: fromZero,
         lines: together(plain("full_capacity", "current_capacity"), design)},
     {section: "battery", title: "Charge", unit: "%", of: kBattery, range: [0, 105], lines: charge},
-    {section: "battery", title: "Charge cycles", unit: "", of: kBattery, lines: withZero("cyclecount", "full_capacity")},
-    {section: "battery", title: "Voltage of the cells", unit: "mV", of: kBattery, lines: lists("cellvoltages", "cell", reading)},
+    {section: "battery", title: "Charge cycles", unit: "", of: kBattery,
+        lines: withZero("cyclecount", "full_capacity")},
+    {section: "battery", title: "Voltage of the cells", unit: "mV", of: kBattery,
+        lines: lists("cellvoltages", "cell", reading)},
     {section: "battery", title: "Spread of the cells", unit: "mV", of: kBattery, range: fromZero, lines: spread},
     {section: "battery", title: "Current", unit: "mA", of: kBattery, lines: withZero("current", "full_capacity")},
     {section: "temperatures", title: "Processor, graphics, board and disks", unit: "°C", of: "Thermal",
@@ -118,13 +122,16 @@ const kCharts = [
         lines: plain("vr_thermal_ch2", "vr_thermal_ch3")},
     {section: "temperatures", title: "Battery and charger", unit: "°C", of: kBattery,
         lines: plain("temperature", "battery_connector", "charger_choke", "acfet", "vr_thermal_ch1")},
-    {section: "load", title: "Processor load", unit: "%", of: "Thermal", range: [0, 105], lines: withZero("cpu_usage", "cpu_temp")},
+    {section: "load", title: "Processor load", unit: "%", of: "Thermal", range: [0, 105],
+        lines: withZero("cpu_usage", "cpu_temp")},
     {section: "load", title: "Processor power", unit: "W", of: "Thermal", range: fromZero,
         lines: together(withZero("package_power", "cpu_temp"), plain("max_pl1", "max_pl2"))},
     {section: "load", title: "Fans", unit: "rpm", of: "Thermal", range: fromZero, lines: lists("rpm_fans", "fan")},
 ];
 
 // ---- Charts
+//
+// uPlot draws the lowest and the highest value of each column of pixels, so that many rows hide no extreme.
 
 const palette = getComputedStyle(document.documentElement);
 const colour = (name) => palette.getPropertyValue(name).trim();
@@ -163,7 +170,9 @@ function draw(figure, height, data, series, more) {
     const place = make("div");
     figure.append(place);
     const plot = new uPlot({
-        width: place.clientWidth, height, series: [{label: "time", value: (_, time, line, at) => at == null ? "newest" : stamp(time)}, ...series],
+        width: place.clientWidth,
+        height,
+        series: [{label: "time", value: (_, time, line, at) => at == null ? "newest" : stamp(time)}, ...series],
         tzDate: (time) => uPlot.tzDate(new Date(time * 1000), "Etc/UTC"),
         cursor: {sync: {key: "time"}, y: false},
         ...more,
@@ -184,7 +193,7 @@ function draw(figure, height, data, series, more) {
 
 function showRange({min, max}) {
     byId("from").value = dateOf(Math.max(min, 0));
-    byId("to").value = dateOf(Math.max(max, 0));
+    byId("to").value = dateOf(Math.max(max - 1, 0));
 }
 
 function setRange(min, max) {
@@ -240,11 +249,15 @@ function chart(kind, device) {
 // ---- What lasted how long: power, lid and modes
 
 // Trigger of an event: lane, and the state that it begins.
-const kStates = {10: ["power", 1], 11: ["power", 0], 12: ["power", 0.5], 13: ["power", 1], 14: ["mains", 1], 15: ["mains", 0],
-    16: ["lid", 1], 17: ["lid", 0], 18: ["quiet fan", 1], 19: ["quiet fan", 0], 20: ["battery health", 1],
-    21: ["battery health", 0.8], 22: ["battery health", 0.6]};
-const kLanes = {power: {1: "on", 0.5: "suspended", 0: "off"}, mains: {1: "mains", 0: "battery"}, lid: {1: "open", 0: "closed"},
-    "quiet fan": {1: "on", 0: "off"}, "battery health": {1: "100 %", 0.8: "80 %", 0.6: "60 %"}};
+const kStates = {
+    10: ["power", 1], 11: ["power", 0], 12: ["power", 0.5], 13: ["power", 1],
+    14: ["mains", 1], 15: ["mains", 0], 16: ["lid", 1], 17: ["lid", 0], 18: ["quiet fan", 1], 19: ["quiet fan", 0],
+    20: ["battery health", 1], 21: ["battery health", 0.8], 22: ["battery health", 0.6],
+};
+const kLanes = {
+    power: {1: "on", 0.5: "suspended", 0: "off"}, mains: {1: "mains", 0: "battery"}, lid: {1: "open", 0: "closed"},
+    "quiet fan": {1: "on", 0: "off"}, "battery health": {1: "100 %", 0.8: "80 %", 0.6: "60 %"},
+};
 
 function sightings(device) {
     const seen = [];
@@ -284,13 +297,13 @@ function timeline(device) {
         const plot = draw(figure, 40 * names.length + 40, [x, ...lanes], names.map((name, i) => ({
             label: name, stroke: () => colour(`--line-${i + 1}`), paths: () => null, points: {show: false},
             value: (_, state, line, at) => kLanes[name][at == null ? lanes[i].at(-1) : state] ?? "–",
-        })), {range: [0, names.length], hooks: {draw: [(u) => bars(u, lanes)]}, axis: {
-            size: 110, grid: {show: false}, splits: () => names.map((_, i) => names.length - i - 0.5), values: () => names}});
+        })), {range: [0, names.length], hooks: {draw: [(u) => bars(u, lanes)]}, axis: {size: 110, grid: {show: false},
+            splits: () => names.map((_, i) => names.length - i - 0.5), values: () => names}});
         plot.root.querySelector("canvas").setAttribute("aria-label",
             "Power, mains, lid, quiet fan and battery health over time; the table below names each change.");
-        inside.push(note("The taller a bar, the more: on above suspended above off, mains above battery, open above closed."));
+        inside.push(note("Tall bars: on, mains, open. Low bars: off, battery, closed. Between: suspended; 60, 80 %."));
     }
-    const rows = (events?.t ?? []).map((time, i) => [stamp(time), report.triggers[events.freq[i]] ?? String(events.freq[i])]);
+    const rows = (events?.t ?? []).map((time, i) => [stamp(time), report.triggers[events.freq[i]] ?? events.freq[i]]);
     inside.push(rows.length ? details("Events as a table", () => table(["time", "event"], rows.reverse(), "Events"))
         : note("No events were recorded."));
     byId("timeline").append(...inside);
@@ -324,14 +337,16 @@ function bars(u, lanes) {
 
 // ---- Sections of words and tables
 
-const shownFact = (value, unit) => typeof value === "number" ? shown(value, unit) : value;
-
 function machine(device) {
-    const info = device.SysInfo;
-    const last = (name) => info[name].findLast((value) => value !== null && value !== "") ?? undefined;
-    const rows = info ? Object.keys(info).filter((name) => name !== "t" && name !== "freq" && last(name) !== undefined)
-        .map((name) => [meaning(name), shownFact(last(name), report.columns[name]?.unit)]) : [];
-    fill("machine", table(["fact", "value"], [["device", device.id], ...rows], "Machine"));
+    const rows = [["device", device.id]];
+    for (const {table: of, column, unit} of report.columns) {
+        const values = of === "SysInfo" && column !== "freq" && device.SysInfo?.[column] || [];
+        const value = values.findLast((each) => each !== null && each !== "");
+        if (value !== undefined) {
+            rows.push([meaning(column), typeof value === "number" ? shown(value, unit) : value]);
+        }
+    }
+    fill("machine", table(["fact", "value"], rows, "Machine"));
 }
 
 // The day of each sample and how many there are.
@@ -345,6 +360,10 @@ function days(device) {
 }
 
 function calendar(counts) {
+    if (counts.size === 0) {
+        fill("calendar", note("No samples."));
+        return [];
+    }
     const most = Math.max(1, ...new Set(counts.values()));
     const months = [...new Set([...counts.keys()].map((day) => dateOf(day * kDay).slice(0, 7)))];
     const cells = (month) => {
@@ -363,24 +382,27 @@ function calendar(counts) {
         while (all.length) {
             weeks.push(make("tr", all.splice(0, 7)));
         }
-        return make("table", [make("caption", `${kMonths[month.slice(5) - 1]} ${month.slice(0, 4)}`), make("thead", make("tr",
-            ["Mon", "Tue", "Wed", "Thu", "Fri", "Sat", "Sun"].map((day) => make("th", day, {scope: "col"})))),
-            make("tbody", weeks)]);
+        const heads = ["Mon", "Tue", "Wed", "Thu", "Fri", "Sat", "Sun"].map((day) => make("th", day, {scope: "col"}));
+        return make("table", [make("caption", `${kMonths[month.slice(5) - 1]} ${month.slice(0, 4)}`),
+            make("thead", make("tr", heads)), make("tbody", weeks)]);
     };
     const present = [...counts.keys()], gaps = present.slice(1).map((day, i) => [present[i] + 1, day - present[i] - 1])
         .filter(([, length]) => length > 0).sort((a, b) => b[1] - a[1]);
-    const text = gaps.length ? `Without samples: ${counted(gaps.reduce((sum, [, length]) => sum + length, 0), "day")} in ` +
-        `${counted(gaps.length, "gap")}. A machine can pause for days between days of collecting.` : "No day is without samples.";
-    fill("calendar", present.length ? [note(`${text} The fullest day has ${counted(most, "sample")}.`),
-        make("div", months.slice(-36).map(one), {className: "months"}), gaps.length ? details("Gaps as a table", () => table(
-            ["first day without samples", "days"], gaps.map(([day, length]) => [dateOf(day * kDay), length]), "Gaps")) : []]
-        : note("No samples."));
+    const missing = gaps.reduce((sum, [, length]) => sum + length, 0);
+    const text = missing === 0 ? "No day is without samples." : `Without samples: ${counted(missing, "day")} in ` +
+        `${counted(gaps.length, "gap")}. A machine can pause for days between days of collecting.`;
+    const gapTable = () => table(["first day without samples", "days"],
+        gaps.map(([day, length]) => [dateOf(day * kDay), length]), "Gaps");
+    fill("calendar", note(`${text} The fullest day has ${counted(most, "sample")}.`),
+        make("div", months.slice(-36).map(one), {className: "months"}),
+        missing ? details("Gaps as a table", gapTable) : []);
     return gaps;
 }
 
 function summary(device, counts, gaps) {
-    const battery = device.Battery_Power, newest = (name) => battery?.[name]?.findLast((value) => reading(value) !== null);
-    const full = newest("full_capacity"), made = (device.SysInfo?.battery_design_capacity ?? []).findLast((value) => reading(value));
+    const newest = (rows, name) => rows?.[name]?.findLast((value) => reading(value) !== null);
+    const battery = device.Battery_Power, full = newest(battery, "full_capacity");
+    const made = newest(device.SysInfo, "battery_design_capacity");
     const apart = battery && spread(battery)[0][1].findLast((value) => value !== null);
     const total = [...counts.values()].reduce((sum, count) => sum + count, 0), present = [...counts.keys()];
     let hottest = null;
@@ -390,11 +412,13 @@ function summary(device, counts, gaps) {
         }
     });
     const tiles = [
-        ["Battery", full && made ? shown(full * 100 / made, "%") : "–", full ? `${shown(full)} of ${shown(made, "mWh")} as designed` : ""],
-        ["Charging cycles", shown(newest("cyclecount")), ""],
+        ["Battery", full && made ? shown(full * 100 / made, "%") : "–",
+            full ? `${shown(full)} of ${shown(made, "mWh")} as designed` : ""],
+        ["Charge cycles", shown(newest(battery, "cyclecount")), ""],
         ["Spread of the cells", shown(apart, "mV"), "at the newest sample"],
         ["Hottest processor", hottest ? shown(hottest[0], "°C") : "–", hottest ? stamp(hottest[1]) : ""],
-        ["Samples and events", shown(total), present.length ? `${dateOf(present[0] * kDay)} to ${dateOf(present.at(-1) * kDay)}` : ""],
+        ["Samples and events", shown(total),
+            present.length ? `${dateOf(present[0] * kDay)} to ${dateOf(present.at(-1) * kDay)}` : ""],
         ["Days with samples", shown(present.length), gaps.length ? `longest gap ${counted(gaps[0][1], "day")}` : ""],
     ];
     fill("summary", make("dl", tiles.map(([name, value, more]) =>
@@ -402,8 +426,7 @@ function summary(device, counts, gaps) {
 }
 
 function machineWide() {
-    const zone = ` Times are those of this machine (${report.zone}).`;
-    const none = (what) => note(`${what} are shown for the machine that the tool runs on; this report was made of files.`);
+    const none = (what) => note(`${what} are told of the tool's own machine; this report was made of files.`);
     const {settings, uploads, log} = report;
     fill("settings", !settings ? none("Settings") : settings.problem ? note(settings.problem) : [
         make("p", `Ruling: ${settings.file ?? "none"}; ${settings.why}. Server: ${settings.server}.`),
@@ -412,15 +435,16 @@ function machineWide() {
             [name, key.value ?? "(absent)", key.meaning, key.nextInWords]), "Settings")]);
     fill("uploads", !uploads ? none("Uploads") : uploads.problem ? note(uploads.problem) : [
         make("p", `Next upload: ${uploads.nextUploadInWords}.`),
-        ...(uploads.files.length ? table(["file", "kind", "age, days", "state", "size, bytes", "sent, %", "tries", "last answer"],
-            uploads.files.toReversed().map((file) => [file.file, file.type, file.ageInDays, file.state, file.size, file.percent,
-                file.tries, file.answer]), "Uploads") : [note("No file has been registered for upload yet.")])]);
+        ...table(["file", "kind", "age, days", "state", "size, bytes", "sent, %", "tries", "last answer"],
+            uploads.files.reverse().map((file) => [file.file, file.type, file.ageInDays, file.state, file.size,
+                file.percent, file.tries, file.answer]), "Uploads"),
+        uploads.files.length ? [] : note("No file has been registered for upload yet.")]);
     const levels = {1: "error", 2: "warning", 4: "information"};
-    fill("log", !log ? none("Events of the log") : log.problem ? note(log.problem) : log.entries.length === 0 ? note("It is empty.") : [
-        note(`${counted(log.entries.length, "entry").replace("entrys", "entries")}, the newest first.${zone}`),
-        ...table(["time", "level", "text"], log.entries.toReversed().map(([time, level, text]) =>
+    fill("log", !log ? none("Events of the log") : log.problem ? note(log.problem) : [
+        note(`The newest first. Times are those of this machine (${report.zone}).`),
+        ...table(["time", "level", "text"], log.entries.reverse().map(([time, level, text]) =>
             [time, make("span", levels[level] ?? "other", {className: `log-${level}`}), text]), "Event log")]);
-    fill("files", report.files.length ? table(["file", "device", "state"], report.files, "Files") : note("No file of records was read."),
+    fill("files", table(["file", "device", "state"], report.files, "Files"),
         report.withoutTime ? note(`${counted(report.withoutTime, "row")} without a readable time are left out.`) : []);
 }
 
@@ -430,8 +454,8 @@ function show(device) {
     plots.forEach((plot) => plot.destroy());
     plots = [];
     const counts = days(device), times = kTables.flatMap((name) => device[name]?.t ?? []);
-    whole = times.length ? times.reduce(([min, max], time) => [Math.min(min, time), Math.max(max, time)], [Infinity, -Infinity]) : [0, 1];
-    whole = [whole[0], Math.max(whole[1], whole[0] + 1)];
+    const first = times.reduce((min, time) => Math.min(min, time), times[0] ?? 0);
+    whole = [first, times.reduce((max, time) => Math.max(max, time), first + 1)];
     for (const id of ["battery", "temperatures", "load", "timeline"]) {
         fill(id);
     }
@@ -457,8 +481,10 @@ function start() {
         return;
     }
     byId("device-label").hidden = devices.length < 2;
-    devices.forEach((device, i) => choice.append(make("option", [device.SysInfo?.model_name?.findLast((name) => name), device.id]
-        .filter((part) => part).join(", "), {value: i})));
+    devices.forEach((device, i) => {
+        const model = device.SysInfo?.model_name?.findLast((name) => name);
+        choice.append(make("option", model ? `${model}, ${device.id}` : device.id, {value: i}));
+    });
     choice.addEventListener("change", () => show(devices[choice.value]));
     const form = byId("choice");
     form.addEventListener("submit", (event) => event.preventDefault());
@@ -469,14 +495,16 @@ function start() {
             from < to && setRange(from, to);
         });
     }
-    const fit = (width) => plots.forEach((plot) => plot.setSize({width: width ?? plot.root.parentElement.clientWidth, height: plot.height}));
+    const fit = (fixed) => plots.forEach((plot) => plot.setSize(
+        {width: fixed ?? plot.root.parentElement.clientWidth, height: plot.height}));
+    const repaint = () => plots.forEach((plot) => plot.redraw(false));
     let width = innerWidth;
     addEventListener("resize", () => innerWidth !== width && (width = innerWidth, fit()));
-    matchMedia("(prefers-color-scheme: dark)").addEventListener("change", () => plots.forEach((plot) => plot.redraw(false)));
+    matchMedia("(prefers-color-scheme: dark)").addEventListener("change", repaint);
     const print = (begins) => {
         document.documentElement.classList.toggle("printing", begins);
         fit(begins ? 680 : undefined);
-        plots.forEach((plot) => plot.redraw(false));
+        repaint();
     };
     addEventListener("beforeprint", () => print(true));
     addEventListener("afterprint", () => print(false));
