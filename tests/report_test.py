@@ -5,7 +5,10 @@
 
 One headless Chromium serves all cases, driven over WebDriver on loopback. Prints results as the other test programs do.
 """
+import atexit
 import base64
+import contextlib
+import ctypes
 import http.client
 import json
 import os
@@ -104,9 +107,10 @@ class Browser:
     def __init__(self, folder):
         self.driver = subprocess.Popen(["chromedriver", "--port=0"], stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                                        text=True, start_new_session=True)
+        self.path = ""
+        atexit.register(self.close)
         lines = iter(self.driver.stdout.readline, "")
         self.port = next(int(line.split()[-1].rstrip(".")) for line in lines if "successfully on port" in line)
-        self.path = ""
         options = {"args": ARGUMENTS + [f"--user-data-dir={folder}/profile"]}
         wanted = {"goog:chromeOptions": options, "goog:loggingPrefs": {"browser": "ALL", "performance": "ALL"},
                   "timeouts": {"pageLoad": DEADLINE * 1000, "script": DEADLINE * 1000}}
@@ -132,11 +136,13 @@ class Browser:
         return self.call("POST", "/se/log", {"type": kind})
 
     def close(self):
-        try:
+        with contextlib.suppress(Exception):
             self.call("DELETE", "")
-        finally:
+        with contextlib.suppress(ChildProcessError):
             os.killpg(self.driver.pid, signal.SIGKILL)
             self.driver.wait(DEADLINE)
+            while os.waitpid(-1, 0):  # until none is left
+                pass
 
 
 class Tests:
@@ -287,23 +293,21 @@ class Tests:
 
 def main():
     folder = pathlib.Path(tempfile.mkdtemp(prefix="zorv-report-"))
-    signal.signal(signal.SIGALRM, lambda *_: (_ for _ in ()).throw(TimeoutError("the test took too long")))
+    atexit.register(shutil.rmtree, folder, True)
+    for number in (signal.SIGALRM, signal.SIGTERM):
+        signal.signal(number, lambda *_: sys.exit("ended by a signal, or by the time limit"))
     signal.alarm(840)
-    failed, tests, names = 0, None, [name for name in Tests.__dict__ if name.startswith("test_")]
-    try:
-        tests = Tests(pathlib.Path(sys.argv[1]).resolve(), folder)
-        for name in names:
-            start, result = time.monotonic(), "[       OK ]"
-            try:
-                getattr(tests, name)()
-            except Exception:
-                traceback.print_exc()
-                failed, result = failed + 1, "[  FAILED  ]"
-            print(f"{result} Report.{name[5:]} ({round((time.monotonic() - start) * 1000)} ms)", flush=True)
-    finally:
-        if tests:
-            tests.browser.close()
-        shutil.rmtree(folder, ignore_errors=True)
+    ctypes.CDLL(None).prctl(36, 1)  # PR_SET_CHILD_SUBREAPER: the browser's orphans become children of this process
+    tests, failed, names = Tests(pathlib.Path(sys.argv[1]).resolve(), folder), 0, [
+        name for name in Tests.__dict__ if name.startswith("test_")]
+    for name in names:
+        start, result = time.monotonic(), "[       OK ]"
+        try:
+            getattr(tests, name)()
+        except Exception:
+            traceback.print_exc()
+            failed, result = failed + 1, "[  FAILED  ]"
+        print(f"{result} Report.{name[5:]} ({round((time.monotonic() - start) * 1000)} ms)", flush=True)
     print(f"[==========] {len(names)} tests ran.")
     return failed
 

@@ -86,12 +86,20 @@ test_faults() {
     fi
 }
 
+# The page of zorvctl's report, in a browser.
+test_report() {
+    local status=0
+    step report-page watched python3 tests/report_test.py "build/$1/bin" || status=$?
+    count report-page $status
+}
+
 test_linux() {
     local report=log_path=$PWD/$logs/sanitizer steady=()
     # The sanitizers expect a fixed memory map, which some kernels' address randomisation gets in the way of.
     ! setarch -R true 2>/dev/null || steady=(setarch -R)
     step check ./dev check || failed=$((failed + 1))
     test_side linux-debug
+    test_report linux-debug
     test_faults linux-debug 80
     test_side linux-asan "${steady[@]}" env ASAN_OPTIONS="$report" UBSAN_OPTIONS="$report:print_stacktrace=1"
     test_faults linux-asan 300 env ASAN_OPTIONS="$report" UBSAN_OPTIONS="$report:print_stacktrace=1"
