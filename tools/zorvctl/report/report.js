@@ -27,14 +27,19 @@ const shown = (value, unit = "") => value == null ? "–" : format.format(value)
 const counted = (count, one) => format.format(count) + " " + one + (count === 1 ? "" : "s");
 const note = (text) => make("p", text, {className: "note"});
 
-// A table of texts and numbers, at most kMostRows of them.
-function table(heads, rows, caption) {
+// A table of texts and numbers, at most kMostRows of them. `groups` stand above as many equal shares of all columns but
+// the first.
+function table(heads, rows, caption, groups = []) {
     const cell = (value) => typeof value === "number" ? make("td", shown(value), {className: "number"})
         : value instanceof Node ? make("td", value) : make("td", value == null ? "–" : String(value));
     const body = rows.slice(0, kMostRows).map(([first, ...rest]) =>
-        make("tr", [make("th", String(first), {scope: "row"}), ...rest.map(cell)]));
+        make("tr", [make("th", String(first), {scope: "row", className: /^\d{4}-/.test(first) ? "day" : ""}),
+            ...rest.map(cell)]));
+    const colSpan = (heads.length - 1) / groups.length;
+    const above = groups.map((group) => make("th", group, {scope: "colgroup", colSpan}));
     const made = make("table", [make("caption", caption, {className: "hidden"}),
-        make("thead", make("tr", heads.map((head) => make("th", head, {scope: "col"})))), make("tbody", body)]);
+        make("thead", [groups.length ? make("tr", [make("td"), ...above]) : [],
+            make("tr", heads.map((head) => make("th", head, {scope: "col"})))].flat()), make("tbody", body)]);
     const wide = make("div", made, {className: "wide", tabIndex: 0, role: "region"});
     wide.setAttribute("aria-label", caption);
     return rows.length > kMostRows ? [note(`The newest ${kMostRows} of ${format.format(rows.length)}.`), wide] : [wide];
@@ -217,8 +222,8 @@ function summaries(times, lines, unit) {
     });
     const rows = [...groups].reverse().map(([name, each]) => [name, ...each.flatMap((of) =>
         of.count ? [of.count, of.min, of.sum / of.count, of.max] : [0, null, null, null])]);
-    return [[days > 92 ? "month" : "day", ...lines.flatMap(([label]) =>
-        [`${label}: values`, ...["lowest", "mean", "highest"].map((head) => head + (unit && ", " + unit))])], rows];
+    const heads = ["values", ...["lowest", "mean", "highest"].map((head) => head + (unit && ", " + unit))];
+    return [[days > 92 ? "month" : "day", ...lines.flatMap(() => heads)], rows];
 }
 
 function extremes(lines, unit) {
@@ -240,10 +245,12 @@ function chart(kind, device) {
     }
     const plot = draw(figure, 220, withGaps(rows.t, some), some.map(([label, values, dashed], i) => ({
         label, stroke: () => colour(`--line-${i % 6 + 1}`), width: 2, dash: dashed && [6, 4],
+        points: {fill: () => colour("--paper")},
         value: (_, value, line, at) => shown(at == null ? values.findLast((each) => each !== null) : value, kind.unit),
     })), {range: kind.range});
     plot.root.querySelector("canvas").setAttribute("aria-label", `${kind.title}. ${extremes(some, kind.unit)}.`);
-    figure.append(details(`${kind.title} as a table`, () => table(...summaries(rows.t, some, kind.unit), kind.title)));
+    figure.append(details(`${kind.title} as a table`, () =>
+        table(...summaries(rows.t, some, kind.unit), kind.title, some.map(([label]) => label))));
 }
 
 // ---- What lasted how long: power, lid and modes
@@ -418,7 +425,7 @@ function summary(device, counts, gaps) {
         ["Spread of the cells", shown(apart, "mV"), "at the newest sample"],
         ["Hottest processor", hottest ? shown(hottest[0], "°C") : "–", hottest ? stamp(hottest[1]) : ""],
         ["Samples and events", shown(total),
-            present.length ? `${dateOf(present[0] * kDay)} to ${dateOf(present.at(-1) * kDay)}` : ""],
+            present.length ? `${dateOf(present[0] * kDay)}\nto ${dateOf(present.at(-1) * kDay)}` : ""],
         ["Days with samples", shown(present.length), gaps.length ? `longest gap ${counted(gaps[0][1], "day")}` : ""],
     ];
     fill("summary", make("dl", tiles.map(([name, value, more]) =>
