@@ -1,5 +1,5 @@
-// What `settings`, `uploads` and `log` tell about this machine, as JSON, for those commands and for the report. Each
-// throws a Failure for what cannot be told.
+// What `settings` and `uploads` tell about this machine, as JSON, for those commands and for the report. Each throws a
+// Failure for what cannot be told.
 #pragma once
 
 #include "base/json.h"
@@ -11,8 +11,5 @@ Json SettingsAsJson();
 
 // The newest files on their way to the server, or all.
 Json UploadsAsJson(bool all);
-
-// The entries of the event log, newest last: an array of time, level as the service wrote it, and text.
-Json LogAsJson();
 
 }  // namespace zorvalis

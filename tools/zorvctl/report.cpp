@@ -8,6 +8,8 @@
 #include <memory>
 #include <set>
 
+#include "base/json.h"
+#include "base/text.h"
 #include "collection/metric_catalogue.h"
 #include "columns.h"
 #include "commands.h"
@@ -133,6 +135,26 @@ Json OrProblem(Read read) {
     } catch (const Failure& failure) {
         return {{"problem", ReadableText(failure.text, false)}};
     }
+}
+
+// The entries of the event log, newest last: time, the level that the service gave it, text. Lines that are none are
+// left out; `log` counts them.
+Json LogAsJson() {
+    const std::string path = StandInMachine("Windows keeps the event log, see its event viewer") + "/eventlog.jsonl";
+    Json entries = Json::array();
+    for (const std::string& line : SplitString(platform::file_exists(path) ? ReadWholeFile(path) : "", '\n')) {
+        try {
+            const Json entry = ParseJson(line);
+            std::string text;
+            for (const Json& each : entry.at("strings")) {
+                text += (text.empty() ? "" : "  ") + ReadableText(each.get<std::string>());
+            }
+            entries.push_back({LocalTimeText(entry.at("time").get<double>()), entry.at("type").get<int>(), text});
+        } catch (const std::logic_error&) {
+            continue;
+        }
+    }
+    return {{"entries", entries}};
 }
 
 void Report(const ReportOptions& options) {

@@ -13,7 +13,6 @@
 #include "base/text.h"
 #include "commands.h"
 #include "host.h"
-#include "machine_views.h"
 #include "output.h"
 #include "platform/files.h"
 
@@ -130,30 +129,22 @@ void Trace(const TraceOptions& options) {
     follower.PrintNew();
 }
 
-// The texts of an entry, each after two blanks.
-std::string EntryText(const Json& entry) {
-    std::string text;
-    for (const Json& each : entry.at("strings")) {
-        text += "  " + ReadableText(each.get<std::string>());
-    }
-    return text;
-}
-
 // Raises std::logic_error, as the JSON library does, for a line that is not an entry.
 std::string ReadableEntry(const std::string& line) {
     const Json entry = ParseJson(line);
     const int type = entry.at("type").get<int>();
     const char* word = type == 1 ? "Error" : type == 2 ? "Warning" : type == 4 ? "Information" : "Other";
-    return LocalTimeText(entry.at("time").get<double>()) + "  " + FitTo(word, 11) + EntryText(entry) + "\n";
-}
-
-std::string EventLogPath() {
-    return StandInMachine("the events of the source Zorvalis are in the system's event viewer, under Application") +
-           "/eventlog.jsonl";
+    std::string text = LocalTimeText(entry.at("time").get<double>()) + "  " + FitTo(word, 11);
+    for (const Json& each : entry.at("strings")) {
+        text += "  " + ReadableText(each.get<std::string>());
+    }
+    return text + "\n";
 }
 
 void PrintEvents(const LogOptions& options) {
-    const std::string path = EventLogPath();
+    const std::string machine =
+        StandInMachine("the events of the source Zorvalis are in the system's event viewer, under Application");
+    const std::string path = machine + "/eventlog.jsonl";
     if (!platform::file_exists(path)) {
         return Complain("the event log is empty");
     }
@@ -172,20 +163,6 @@ void PrintEvents(const LogOptions& options) {
 }
 
 }  // namespace
-
-Json LogAsJson() {
-    const std::string path = EventLogPath();
-    Json entries = Json::array();
-    for (const std::string& line : SplitString(platform::file_exists(path) ? ReadWholeFile(path) : "", '\n')) {
-        try {
-            const Json entry = ParseJson(line);
-            entries.push_back({LocalTimeText(entry.at("time").get<double>()), entry.at("type").get<int>(),
-                               EntryText(entry).erase(0, 2)});
-        } catch (const std::logic_error&) {  // `log` counts such lines
-        }
-    }
-    return {{"entries", entries}};
-}
 
 void AddTraceCommand(CLI::App& app) {
     const auto options = std::make_shared<TraceOptions>();

@@ -30,6 +30,9 @@ const note = (text) => make("p", text, {className: "note"});
 // A table of texts and numbers, at most kMostRows of them. `groups` stand above as many equal shares of all columns but
 // the first.
 function table(heads, rows, caption, groups = []) {
+    if (rows.length === 0) {
+        return [note("None.")];
+    }
     const cell = (value) => typeof value === "number" ? make("td", shown(value), {className: "number"})
         : value instanceof Node ? make("td", value) : make("td", value == null ? "–" : String(value));
     const body = rows.slice(0, kMostRows).map(([first, ...rest]) =>
@@ -180,6 +183,7 @@ function draw(figure, height, data, series, more) {
         series: [{label: "time", value: (_, time, line, at) => at == null ? "newest" : stamp(time)}, ...series],
         tzDate: (time) => uPlot.tzDate(new Date(time * 1000), "Etc/UTC"),
         cursor: {sync: {key: "time"}, y: false},
+        legend: {markers: {stroke: (_, line) => `var(--line-${(line - 1) % 6 + 1})`}},
         ...more,
         axes: [{...axis, values: timeLabels, space: 70}, {...axis, size: 58, ...more.axis}],
         scales: {x: {time: true}, y: more.range ? {range: more.range} : {}},
@@ -444,8 +448,7 @@ function machineWide() {
         make("p", `Next upload: ${uploads.nextUploadInWords}.`),
         ...table(["file", "kind", "age, days", "state", "size, bytes", "sent, %", "tries", "last answer"],
             uploads.files.reverse().map((file) => [file.file, file.type, file.ageInDays, file.state, file.size,
-                file.percent, file.tries, file.answer]), "Uploads"),
-        uploads.files.length ? [] : note("No file has been registered for upload yet.")]);
+                file.percent, file.tries, file.answer]), "Uploads")]);
     const levels = {1: "error", 2: "warning", 4: "information"};
     fill("log", !log ? none("Events of the log") : log.problem ? note(log.problem) : [
         note(`The newest first. Times are those of this machine (${report.zone}).`),
@@ -481,6 +484,7 @@ function start() {
     document.querySelectorAll("main h2").forEach((head) => byId("sections").append(
         make("li", make("a", head.textContent, {href: "#" + head.parentElement.id}))));
     machineWide();
+    byId("choice").hidden = devices.length === 0;
     if (devices.length === 0) {
         for (const id of ["summary", "machine", "calendar", "battery", "temperatures", "load", "timeline"]) {
             fill(id, note("No samples."));
