@@ -2,6 +2,7 @@
 // data are put together. The page may travel, so of files it tells the names and not where they lie.
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <map>
@@ -119,8 +120,7 @@ void ReadTable(Records& records, CollectionKind kind) {
             ++records.withoutTime;
             return;
         }
-        const auto device = NameOf(ValueOf(row, 0).get<std::string>());
-        Json& columns = records.devices[device][table];
+        Json& columns = records.devices[ValueOf(row, 0).get<std::string>()][table];
         for (std::size_t i = 0; i < names.size(); ++i) {
             columns[names[i]].push_back(ValueOf(row, static_cast<int>(i) + 1));
         }
@@ -137,14 +137,16 @@ Json OrProblem(Read read) {
     }
 }
 
-// The entries of the event log, newest last: time, the level that the service gave it, text. Lines that are none are
-// left out; `log` counts them.
+// The newest entries of the event log, newest last: time, the level that the service gave it, text. Lines that are none
+// are left out; `log` counts them.
 Json LogAsJson() {
     const std::string path = StandInMachine("Windows keeps the event log, see its event viewer") + "/eventlog.jsonl";
+    const std::vector<std::string> lines = SplitString(platform::file_exists(path) ? ReadWholeFile(path) : "", '\n');
+    constexpr std::size_t kMost = 5000;
     Json entries = Json::array();
-    for (const std::string& line : SplitString(platform::file_exists(path) ? ReadWholeFile(path) : "", '\n')) {
+    for (std::size_t i = lines.size() - std::min(lines.size(), kMost); i < lines.size(); ++i) {
         try {
-            const Json entry = ParseJson(line);
+            const Json entry = ParseJson(lines[i]);
             std::string text;
             for (const Json& each : entry.at("strings")) {
                 text += (text.empty() ? "" : "  ") + ReadableText(each.get<std::string>());
@@ -167,7 +169,7 @@ void Report(const ReportOptions& options) {
     }
     try {
         found = FindRecords(options.files);
-    } catch (const Failure&) {
+    } catch (const Failure&) {  // there are none
         if (!own) {
             throw;
         }
@@ -190,7 +192,7 @@ void Report(const ReportOptions& options) {
     }
     Json devices = Json::array();
     for (auto& [id, tables] : records.devices) {
-        tables["id"] = id;
+        tables["id"] = NameOf(id);
         devices.push_back(std::move(tables));
     }
     const std::int64_t now = platform::now_seconds();
