@@ -61,9 +61,7 @@ TEST_F(ZorvctlService, SaysHowAServiceEndedThatDidNotStop) {
 TEST_F(ZorvctlService, RunsInTheForegroundUntilToldToEnd) {
     const std::string file = platform::machine_folder() + "/id";
     std::thread foreground([&] { EXPECT_EQ(run_zorvctl("service run & echo $! >" + file + "; wait $!").code, 0); });
-    EXPECT_TRUE(Comes([] {
-        return std::system((built("zorvctl") + " service status >/dev/null 2>&1").c_str()) == 0;
-    }));
+    EXPECT_TRUE(Comes([] { return std::system((built("zorvctl") + " service status >/dev/null 2>&1").c_str()) == 0; }));
     ::kill(std::stoi(read_text(file)), SIGTERM);
     foreground.join();
 }
