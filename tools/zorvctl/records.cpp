@@ -227,7 +227,7 @@ void RecordDatabase::Add(const RecordFile& file) {
 }
 
 void RecordDatabase::AddTable(const RecordFile& file, const std::string& table) {
-    const std::string name = QuotedName(table);
+    const std::string name = QuotedName(table), add = "ALTER TABLE " + name + " ADD COLUMN ";
     const std::vector<Column> columns = file.database.Columns(table);
     std::set<std::string> known = LowerColumns(file, name);
     const bool isNew = known.empty();
@@ -243,7 +243,7 @@ void RecordDatabase::AddTable(const RecordFile& file, const std::string& table) 
         if (isNew && lower != "file" && lower != "device") {
             created += ", " + declared;
         } else if (!isNew && !known.contains(lower)) {
-            Run(file, "ALTER TABLE " + name + " ADD COLUMN " + declared);
+            Run(file, add + declared);
         }
     }
     if (isNew) {
@@ -251,8 +251,10 @@ void RecordDatabase::AddTable(const RecordFile& file, const std::string& table) 
     }
     const std::pair<const char*, const std::string&> added[] = {{"file", file.path}, {"device", file.device}};
     for (const auto& [column, value] : added) {
-        inserted += own.contains(column) ? "" : std::string(column) + ", ";
-        marks += own.contains(column) ? "" : "?, ";
+        if (!own.contains(column)) {
+            inserted.append(column).append(", ");
+            marks += "?, ";
+        }
     }
     const Statement insert = Prepare(file, "INSERT INTO " + name + " (" + inserted.substr(0, inserted.size() - 2) +
                                                ") VALUES (" + marks.substr(0, marks.size() - 2) + ")");
