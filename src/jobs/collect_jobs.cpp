@@ -15,8 +15,6 @@
 namespace zorvalis {
 namespace {
 
-constexpr std::int64_t kDay = 86400;
-
 // In the order of the setting file's job keys, the timed kinds first. Most events also take a thermal and a battery
 // sample.
 struct Kind {
@@ -41,10 +39,6 @@ constexpr std::array<Kind, kJobWords> kKinds = {{
 constexpr std::int32_t kThermalKind = 0;
 constexpr std::int32_t kBatteryKind = 1;
 constexpr std::int32_t kSystemInfoKind = 2;
-
-std::int64_t WholeMinute(std::int64_t seconds) {
-    return seconds / 60 * 60;
-}
 
 // All four are asked every time: two of them have effects on the registry.
 bool MayCollect() {
@@ -149,12 +143,10 @@ bool JobManager::checkRegTimer(std::wstring name, std::int64_t now, std::int32_t
 }
 
 void JobManager::updateRegTimer(std::int32_t retry, std::wstring name, std::int32_t delaySeconds) {
-    std::int64_t time = WholeMinute(platform::now_seconds());
-    if (retry != 0) {
-        const std::wstring stored = ReadRegString(kLocalMachine, kProductKey, name);
-        // Without a stored time, one that makes a daily interval come due after the delay.
-        time = WrapAdd(stored == ERROR_READREG ? time - kDay : ParseInt64(stored), delaySeconds);
-    }
+    const std::int64_t now = platform::now_seconds();
+    const std::int64_t time = retry == 0
+                                  ? WholeMinute(now)
+                                  : PostponedTimer(ReadRegString(kLocalMachine, kProductKey, name), now, delaySeconds);
     WriteRegString(kLocalMachine, kProductKey, name, std::to_wstring(time));
 }
 

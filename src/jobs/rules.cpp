@@ -126,4 +126,13 @@ RegTimer TimerAt(const std::wstring& stored, std::int64_t now, std::int32_t inte
     return {next <= now ? TimerState::due : last > now ? TimerState::future : TimerState::waiting, next};
 }
 
+std::int64_t WholeMinute(std::int64_t seconds) {
+    return seconds / 60 * 60;
+}
+
+std::int64_t PostponedTimer(const std::wstring& stored, std::int64_t now, std::int32_t delay) {
+    // Without a stored time, one that makes a daily interval come due after the delay.
+    return WrapAdd(stored == ERROR_READREG ? WholeMinute(now) - kDay : ParseInt64(stored), delay);
+}
+
 }  // namespace zorvalis

@@ -100,4 +100,9 @@ struct RegTimer {
 };
 RegTimer TimerAt(const std::wstring& stored, std::int64_t now, std::int32_t interval);
 
+// What a timer is set to: its work is done now, or is to be tried again kRetryDelay later than it would have been due.
+inline constexpr std::int32_t kRetryDelay = 3600;
+std::int64_t WholeMinute(std::int64_t seconds);
+std::int64_t PostponedTimer(const std::wstring& stored, std::int64_t now, std::int32_t delay);
+
 }  // namespace zorvalis

@@ -10,7 +10,7 @@ namespace zorvalis {
 namespace {
 
 void SetCollectionTask(int startTomorrow) {
-    TaskSchedulerSetting().SetSpecificTimeTriggerTmer(kCollectionTask, L"PT5M", L"PT14M", L"-j0", startTomorrow);
+    TaskSchedulerSetting().SetSpecificTimeTriggerTmer(kCollectionTask, kPassInterval, L"PT14M", L"-j0", startTomorrow);
 }
 
 }  // namespace

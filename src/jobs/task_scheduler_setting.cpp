@@ -81,7 +81,7 @@ std::wstring StartBoundary(int startTomorrow) {
     const std::int64_t now = platform::now_seconds();
     std::tm local{};
     if (startTomorrow == 0) {
-        platform::local_time(now / 60 * 60 + 300, local);
+        platform::local_time(SoonStart(now), local);
     } else {
         platform::local_time(now, local);
         ++local.tm_mday;  // a day of a clock change has no 24 hours
@@ -89,7 +89,7 @@ std::wstring StartBoundary(int startTomorrow) {
         platform::local_seconds(local);
         std::mt19937 generator(std::random_device{}());  // so that not all machines start in the same minute
         local.tm_hour = 0;
-        local.tm_min = std::uniform_int_distribution<int>(0, 59)(generator);
+        local.tm_min = std::uniform_int_distribution<int>(0, kSpreadMinutes - 1)(generator);
         local.tm_sec = 0;
     }
     std::array<wchar_t, 32> text{};

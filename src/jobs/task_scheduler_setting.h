@@ -3,12 +3,21 @@
 // the administrator's command.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 namespace zorvalis {
 
 inline constexpr wchar_t kCollectionTask[] = L"Zorvalis_754F3273-0563-4F20-B12F-826510B07474";
 inline constexpr wchar_t kActivationTask[] = L"Zorvalis_6DB16103-CD29-4A19-8B1B-B97E1944BE12";
+
+// When the collection task starts. `kPassInterval` is `kPassSeconds` as the task scheduler writes it.
+inline constexpr wchar_t kPassInterval[] = L"PT5M";
+inline constexpr std::int64_t kPassSeconds = 300;
+inline constexpr int kSpreadMinutes = 60;  // a task put off to tomorrow starts in one of so many after midnight
+constexpr std::int64_t SoonStart(std::int64_t now) {
+    return now / 60 * 60 + 300;
+}
 
 class TaskSchedulerSetting {
 public:

@@ -7,6 +7,7 @@
 #include "common/log.h"
 #include "common/registry.h"
 #include "jobs/job_manager.h"
+#include "jobs/rules.h"
 #include "upload/file_status.h"
 #include "upload/http_client.h"
 #include "upload/upload_status.h"
@@ -15,8 +16,6 @@ namespace zorvalis {
 namespace {
 
 constexpr std::int32_t kNoNetwork = -2;
-constexpr std::int32_t kHour = 3600;
-constexpr std::int32_t kChunkIndex = 1;
 
 }  // namespace
 
@@ -31,7 +30,7 @@ std::uint64_t JobManager::DownloadSettingFile(std::uint32_t, std::int64_t now) {
     }
     const std::int32_t result = UpdateSettingFile();
     if (result == kNoNetwork) {
-        updateRegTimer(1, L"getSettingFile", kHour);
+        updateRegTimer(1, L"getSettingFile", kRetryDelay);
         LogMessage("[DownloadSettingFile] Download fail, no network, set retry. (1 hour)");
         return 0;
     }
@@ -67,7 +66,7 @@ void JobManager::DoUploadJob(std::uint32_t funcMask) {
         failed |= result != BG_UPLOAD_STATUS_SUCCESS && result != BG_UPLOAD_STATUS_FILEEMPTY;
     }
     if (failed) {
-        updateRegTimer(1, L"upload", kHour);
+        updateRegTimer(1, L"upload", kRetryDelay);
     } else {
         updateRegTimer(0, L"upload", 0);
         ReportServiceEvent(L"UP SUCCESS", kInformation);

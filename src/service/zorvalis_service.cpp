@@ -24,12 +24,10 @@ enum PowerEventType : std::uint32_t {
     PBT_POWERSETTINGCHANGE = 0x8013,
 };
 
-constexpr std::uint32_t kDelay = 120000;  // milliseconds
-
 platform::PoolTimer* StartTimer(platform::PoolCallback callback) {
     platform::PoolTimer* const timer = platform::create_pool_timer(callback, nullptr);
     if (timer != nullptr) {
-        platform::start_pool_timer(timer, kDelay);
+        platform::start_pool_timer(timer, kWorkDelay);
     }
     return timer;
 }

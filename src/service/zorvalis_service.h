@@ -4,11 +4,14 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 
 #include "platform/thread_pool.h"
 #include "service/service_base.h"
 
 namespace zorvalis {
+
+inline constexpr std::uint32_t kWorkDelay = 120000;  // milliseconds from the start or a resume to the work put off
 
 class ZorvalisService : public CServiceBase {
 public:

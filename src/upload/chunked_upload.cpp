@@ -2,7 +2,6 @@
 // the offset that the server names. Every step is written to the file's row as it is reached, so the row of an upload
 // that was killed shows how far it got. Nothing is tried again within a run; the next run of the upload job does that.
 #include <algorithm>
-#include <array>
 #include <limits>
 #include <optional>
 #include <utility>
@@ -24,15 +23,6 @@
 
 namespace zorvalis {
 namespace {
-
-constexpr std::uint32_t kPause = 200;  // milliseconds before a chunk and before the finish
-
-// Bytes of the file in one piece, by the caller's index. The first stands for every index that is not listed.
-constexpr std::array<std::int32_t, 7> kChunkSizes = {8192, 16384, 32768, 65536, 131072, 262144, 524288};
-
-std::int32_t ChunkSizeOf(std::int32_t index) {
-    return index >= 1 && index < static_cast<std::int32_t>(kChunkSizes.size()) ? kChunkSizes[index] : kChunkSizes[0];
-}
 
 std::string Quoted(std::string text) {
     return "'" + std::move(text) + "'";

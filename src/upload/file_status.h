@@ -3,6 +3,7 @@
 // the job lock, as for everything that touches a database file.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -18,6 +19,15 @@ inline constexpr char kStatusDb[] = "BGFS.db";
 inline constexpr std::int32_t kKeptFiles = 10;  // of a type; older ones are thrown away, sent or not
 inline constexpr std::int32_t kAgeInDays = 2;   // before which a file is not sent, in days of UTC
 inline constexpr std::int32_t kMostTries = 24;  // after which a file is given up
+
+inline constexpr std::uint32_t kPause = 200;    // milliseconds before a chunk and before the finish
+inline constexpr std::int32_t kChunkIndex = 1;  // the upload job's
+
+// Bytes of the file in one piece, by the caller's index. The first stands for every index that is not listed.
+constexpr std::int32_t ChunkSizeOf(std::int32_t index) {
+    constexpr std::array<std::int32_t, 7> kSizes = {8192, 16384, 32768, 65536, 131072, 262144, 524288};
+    return index >= 1 && index < static_cast<std::int32_t>(kSizes.size()) ? kSizes[index] : kSizes[0];
+}
 
 // Whether the upload may touch a file of that name. Local users may be able to plant rows: one could name a file
 // elsewhere, the status database itself, or a working copy. Callers treat such a file as missing.
