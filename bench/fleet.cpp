@@ -132,6 +132,11 @@ void PrintSums(const fleet::Scenario& scenario, const Load& load, int machines) 
     row("midnight hours", [](const auto& values, std::int64_t span) { return MidnightPeak(values, span); });
     row("quiet day (the 20th)",
         [](const auto& values, std::int64_t span) { return Peak(values, span, 19 * kDay, 20 * kDay); });
+    if (scenario.outageEnd > 0) {
+        row("24 hours after the outage", [&](const auto& values, std::int64_t span) {
+            return Peak(values, span, scenario.outageEnd, scenario.outageEnd + kDay);
+        });
+    }
     std::printf("  mean %.1f requests and %.2f MiB a second; the busiest day is the %lld., with %llu requests\n",
                 static_cast<double>(requests) / kDays / kDay,
                 static_cast<double>(Sum(load.bytes)) / kMiB / kDays / kDay, static_cast<long long>(busiest + 1),
@@ -170,7 +175,8 @@ int main(int argc, char** argv) {
     const std::int64_t outage = BusiestDay(asItIs.requests);
     const Load afterOutage = live({"The server away on the busiest day, from midnight to midnight", minutes, 0,
                                    outage * kDay, (outage + 1) * kDay});
-    live({"Away for the three hours after that midnight", minutes, 0, outage * kDay, outage * kDay + 3 * 3600});
+    const std::int64_t morning = outage * kDay + 8 * 3600;
+    live({"The server away on that day from 8 to 11 o'clock", minutes, 0, morning, morning + 3 * 3600});
     live({"As it is, with clocks of UTC+8", minutes, 8 * 3600, 0, 0});
     std::printf("\nmachines on at the first midnight %llu of %d\n",
                 static_cast<unsigned long long>(asItIs.awakeAtMidnight), machines);

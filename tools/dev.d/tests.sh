@@ -93,6 +93,29 @@ test_report() {
     count report-page $status
 }
 
+# Fetches the engine that export_test.py reads data sets with. The lock file has the sums.
+setup_duckdb() {
+    local folder=build/deps/duckdb
+    ! cmp -s tests/duckdb/package-lock.json $folder/fetched || return 0
+    { command -v node && command -v npm; } >/dev/null || (install_packages nodejs npm) || return
+    rm -rf $folder && mkdir -p $folder && cp tests/duckdb/package*.json $folder/ &&
+        timeout -k 10 300 npm ci --prefix $folder --ignore-scripts --no-audit --no-fund && node --version &&
+        cp $folder/package-lock.json $folder/fetched ||
+        { say "DuckDB cannot be fetched by npm, so the export cannot be tried" && return 1; }
+}
+
+# Exported data sets, read back. Without DuckDB that is a failure.
+test_export() {
+    local status=0
+    if step setup-export setup_duckdb; then
+        step linux-export watched python3 -B tests/export_test.py build/linux-debug/bin build/test-export \
+            build/deps/duckdb || status=$?
+        count linux-export $status
+    else
+        failed=$((failed + 1))
+    fi
+}
+
 test_linux() {
     local report=log_path=$PWD/$logs/sanitizer steady=()
     # The sanitizers expect a fixed memory map, which some kernels' address randomisation gets in the way of.
@@ -100,6 +123,7 @@ test_linux() {
     step check ./dev check || failed=$((failed + 1))
     test_side linux-debug
     test_report linux-debug
+    test_export
     test_faults linux-debug 80
     test_side linux-asan "${steady[@]}" env ASAN_OPTIONS="$report" UBSAN_OPTIONS="$report:print_stacktrace=1"
     test_faults linux-asan 300 env ASAN_OPTIONS="$report" UBSAN_OPTIONS="$report:print_stacktrace=1"

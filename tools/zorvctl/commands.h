@@ -22,6 +22,7 @@ void AddQueryCommand(CLI::App& app);
 void AddHealthCommand(CLI::App& app);
 void AddColumnsCommand(CLI::App& app);
 void AddReportCommand(CLI::App& app);
+void AddExportCommand(CLI::App& app);
 void AddUploadsCommand(CLI::App& app);
 void AddSettingsCommand(CLI::App& app);
 void AddRegistryCommands(CLI::App& app);

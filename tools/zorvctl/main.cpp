@@ -42,6 +42,7 @@ int RunTool(std::vector<std::string> arguments) {
     AddHealthCommand(app);
     AddColumnsCommand(app);
     AddReportCommand(app);
+    AddExportCommand(app);
     AddUploadsCommand(app);
     AddSettingsCommand(app);
     AddRegistryCommands(app);
