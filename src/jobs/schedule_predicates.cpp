@@ -153,7 +153,7 @@ bool isMainSwitchEnable() {
 
 bool isOverTotalCollectTime() {
     std::string text;
-    if (!FindSetting("totalCollectTime", text)) {
+    if (!FindSetting(kMonthsSetting, text)) {
         LogMessage("[Utility] cannot get totalCollectTime from setting file.\n");
         return true;
     }
@@ -174,7 +174,7 @@ bool isOverTotalCollectTime() {
 
 bool isSpecificDojobDay() {
     std::string text;
-    if (!FindSetting("intervalTimer", text)) {
+    if (!FindSetting(kPauseSetting, text)) {
         LogMessage("[Utility] intervalTimer : NULL");
         return false;
     }

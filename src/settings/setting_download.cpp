@@ -23,22 +23,30 @@ std::int32_t Refused(const char* words) {
 
 }  // namespace
 
+std::string ModelName(ZorvWinIoDll& library) {
+    WideBuffer model{};
+    library.ReadWide("WMIGetModelName", model.data(), 1);
+    return NarrowBytes(WideText(model));
+}
+
 std::string SettingFileManager::GetModelName() const {
     ZorvWinIoDll zorvWinIoDll;
-    WideBuffer model{};
-    zorvWinIoDll.ReadWide("WMIGetModelName", model.data(), 1);
-    return NarrowBytes(WideText(model));
+    return ModelName(zorvWinIoDll);
+}
+
+std::string QuerySettings(const std::string& server, const std::string& model, HttpReport* report) {
+    Json request;
+    request["clientversion"] = kServiceVersion;
+    request["modelname"] = model;
+    return HttpSSLPost(server, "/api/FS/query", DumpJson(request), kJsonContent, kConnectTimeout, kTransferTimeout,
+                       kTransferTimeout, report);
 }
 
 Json SettingFileManager::GetSettingFileFromServer() const {
     LogMessage("[SettingFileManager] GetSettingFileFromServer");
     const std::string model = GetModelName();
     LogMessage("[SettingFileManager][GetSettingFileFromServer] mode : " + model + ", version : " + kServiceVersion);
-    Json request;
-    request["clientversion"] = kServiceVersion;
-    request["modelname"] = model;
-    std::string body = HttpSSLPost(getBGServerURL(), "/api/FS/query", DumpJson(request), kJsonContent, kConnectTimeout,
-                                   kTransferTimeout, kTransferTimeout);
+    std::string body = QuerySettings(getBGServerURL(), model);
     if (body == kTransportError) {
         LogMessage("[SettingFileManager] post api return error");
         return 0;
@@ -47,6 +55,14 @@ Json SettingFileManager::GetSettingFileFromServer() const {
     Json answer = ParseAnswer(std::move(body));
     LogMessage("[SettingFileManager] parse ok");
     return answer;
+}
+
+const char* WhyRefused(const Json& tree) {
+    std::string period;
+    return !FindSettingText(tree, "downloadSetting", period)
+               ? "[SettingFileManager] json do not have downloadSetting token"
+           : PeriodSeconds(period) == 0 ? "[SettingFileManager] json downloadSetting syntax error"
+                                        : nullptr;
 }
 
 std::int32_t SettingFileManager::UpdateSettingFile() {
@@ -74,16 +90,12 @@ std::int32_t SettingFileManager::TakeAnswer(const Json& answer) {
         return Refused("[SettingFileManager] Json file error");
     }
     Json tree = ParseJson(text->get<std::string>());
-    std::string period;
-    if (!FindSettingText(tree, "downloadSetting", period)) {
-        return Refused("[SettingFileManager] json do not have downloadSetting token");
-    }
-    if (PeriodSeconds(period) == 0) {
-        return Refused("[SettingFileManager] json downloadSetting syntax error");
+    if (const char* const words = WhyRefused(tree)) {
+        return Refused(words);
     }
     // The version is the answer's and never the document's own. Kept: another one than this service's is stored too,
     // and the reload below then falls back to the default file.
-    tree["version"] = version->get<std::string>();
+    tree[kVersionSetting] = version->get<std::string>();
     SaveSettingFile(DumpJson(tree));
     LogMessage("[SettingFileManager] save ok");
     ReloadSettingFile();

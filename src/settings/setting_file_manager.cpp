@@ -25,10 +25,10 @@ Ruling ChooseRuling(MainSwitch mainSwitch, const Json& stored, std::string& vers
     if (mainSwitch == MainSwitch::off || mainSwitch == MainSwitch::other) {
         return mainSwitch == MainSwitch::off ? Ruling::default_off : Ruling::none;
     }
-    return stored.is_null()                               ? Ruling::default_none_stored
-           : !FindSettingText(stored, "version", version) ? Ruling::default_no_version
-           : version != kServiceVersion                   ? Ruling::default_other_version
-                                                          : Ruling::stored;
+    return stored.is_null()                                     ? Ruling::default_none_stored
+           : !FindSettingText(stored, kVersionSetting, version) ? Ruling::default_no_version
+           : version != kServiceVersion                         ? Ruling::default_other_version
+                                                                : Ruling::stored;
 }
 
 std::shared_ptr<const Settings> SettingFileManager::Current() const {

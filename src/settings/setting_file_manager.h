@@ -18,6 +18,9 @@
 
 namespace zorvalis {
 
+struct HttpReport;
+class ZorvWinIoDll;
+
 // The job keys in the order of their indices: four timed kinds, whose value is a period code, then seven events, which
 // are on when their value is the key's own word.
 inline constexpr std::size_t kJobWords = 11;
@@ -25,6 +28,12 @@ inline constexpr std::array<const wchar_t*, kJobWords> kJobWord = {
     L"thermal", L"battery_power",  L"systeminfo", L"upload",         L"poweronoff", L"suspend_resume",
     L"ac_dc",   L"lid_open_close", L"quiet_fan",  L"battery_health", L"wmi_event",
 };
+
+// The control keys beside "downloadSetting": the service's version that the file is for, days of pause after a day of
+// collecting, and the months after which collecting ends.
+inline constexpr char kVersionSetting[] = "version";
+inline constexpr char kPauseSetting[] = "intervalTimer";
+inline constexpr char kMonthsSetting[] = "totalCollectTime";
 
 struct Settings {
     std::array<std::wstring, kJobWords> jobValues;  // Kept: a value stays when a later file does not have its key
@@ -95,5 +104,13 @@ private:
 // The text under a key of the file. False when the tree does not have the key; throws std::domain_error for a value
 // that is not a text.
 bool FindSettingText(const Json& tree, const std::string& key, std::string& text);
+
+// The query of GetSettingFileFromServer alone: the answer's body, or kTransportError.
+std::string QuerySettings(const std::string& server, const std::string& model, HttpReport* report = nullptr);
+std::string ModelName(ZorvWinIoDll& library);
+
+// Why a document of the server's is refused, as the line that is logged; null when it is stored. Throws
+// std::domain_error for a "downloadSetting" that is not a text.
+const char* WhyRefused(const Json& tree);
 
 }  // namespace zorvalis

@@ -19,7 +19,6 @@ namespace {
 
 constexpr wchar_t kUserAgent[] = L"ZORV Zorvalis/1.0";
 constexpr std::int32_t kResolveTimeout = 10000;  // milliseconds
-constexpr std::uint32_t kMostBody = 16 << 20;    // bytes
 constexpr std::uint32_t kErrorTooLong = 12184;   // WinHTTP's number for an answer that exceeds a limit
 constexpr std::uint16_t kPlainPort = 80;
 constexpr std::uint16_t kSecurePort = 443;
@@ -93,6 +92,7 @@ struct Request {
     std::int32_t connectTimeout;
     std::int32_t sendTimeout;
     std::int32_t receiveTimeout;
+    HttpReport* report = nullptr;  // null: nobody asks
 };
 
 void LogLine(const char* line, const std::string& rest = "") {
@@ -101,8 +101,18 @@ void LogLine(const char* line, const std::string& rest = "") {
     }
 }
 
-void LogError(const Words& words, const char* step, const char* text) {
-    LogMessage(std::string(words.name) + step + text + std::to_string(platform::last_error()));
+// Logs and reports Windows' error. The first one counts: after a refused certificate the answer fails too.
+void Fail(const Request& request, HttpStep step, const std::string& words) {
+    const std::uint32_t error = platform::last_error();
+    LogMessage(words + std::to_string(error));
+    if (request.report != nullptr && request.report->failed == HttpStep::none) {
+        request.report->failed = step;
+        request.report->error = error;
+    }
+}
+
+void LogError(const Request& request, HttpStep step, const char* call, const char* text) {
+    Fail(request, step, std::string(request.words.name) + call + text);
 }
 
 // False ends the exchange. Kept: after a refused certificate the checks are relaxed, but the request is not sent again,
@@ -110,12 +120,12 @@ void LogError(const Words& words, const char* step, const char* text) {
 bool Send(platform::HttpExchange& exchange, const Request& request) {
     LogLine(request.words.send);
     if (!exchange.send(request.header, request.body)) {
-        LogError(request.words, "[WinHttpSendRequest]", " Error has occurred: ");
+        LogError(request, HttpStep::send, "[WinHttpSendRequest]", " Error has occurred: ");
         if (!request.secure || platform::last_error() != platform::kErrorSecureFailure) {
             return false;
         }
         if (!exchange.set_security_flags(kIgnoreCertificateFaults)) {
-            LogError(request.words, "[WinHttpSetOption]", " Error has occurred: ");
+            LogError(request, HttpStep::send, "[WinHttpSetOption]", " Error has occurred: ");
             return false;
         }
     }
@@ -123,31 +133,36 @@ bool Send(platform::HttpExchange& exchange, const Request& request) {
     return true;
 }
 
-bool IsAnsweredWith200(platform::HttpExchange& exchange, const Words& words) {
+bool IsAnsweredWith200(platform::HttpExchange& exchange, const Request& request) {
+    const Words& words = request.words;
     if (!exchange.receive()) {
-        LogLine(words.noResponse, std::to_string(platform::last_error()));
+        Fail(request, HttpStep::receive, words.noResponse);
         return false;
     }
     LogLine(words.received);
     std::wstring status;
     if (!exchange.query_status(status)) {
-        LogError(words, "[WinHttpQueryHeaders]", " Error: ");
+        LogError(request, HttpStep::status, "[WinHttpQueryHeaders]", " Error: ");
         return false;
     }
     const long code = std::wcstol(status.c_str(), nullptr, 10);
     LogLine(words.code, std::to_string(code));
+    if (request.report != nullptr) {
+        request.report->status = code;
+    }
     return code == 200;
 }
 
 // Kept: when a read fails, what was read until then is the result and not kTransportError. So does an answer end that
 // exceeds the limit.
-std::string ReadBody(platform::HttpExchange& exchange, const Words& words) {
+std::string ReadBody(platform::HttpExchange& exchange, const Request& request) {
+    const Words& words = request.words;
     std::string result;
     try {
-        for (std::uint32_t left = kMostBody;;) {
+        for (std::uint32_t left = kMostAnswer;;) {
             std::uint32_t size = 0;
             if (!exchange.query_available(size)) {
-                LogError(words, "[WinHttpQueryDataAvailable]", " Error: ");
+                LogError(request, HttpStep::body, "[WinHttpQueryDataAvailable]", " Error: ");
                 break;
             }
             if (size == 0) {
@@ -160,7 +175,7 @@ std::string ReadBody(platform::HttpExchange& exchange, const Words& words) {
                 platform::set_last_error(kErrorTooLong);
             }
             if (left == 0 || !exchange.read(piece.data(), size, count)) {
-                LogError(words, "[WinHttpReadData]", " Error: ");
+                LogError(request, HttpStep::body, "[WinHttpReadData]", " Error: ");
                 break;
             }
             left -= count;
@@ -177,22 +192,25 @@ std::string ReadBody(platform::HttpExchange& exchange, const Words& words) {
 std::string Exchange(const Request& request) {
     const Words& words = request.words;
     std::string result = kTransportError;
+    if (request.report != nullptr) {
+        *request.report = {request.secure};
+    }
     {
         platform::HttpExchange exchange;
         if (!exchange.open(kUserAgent)) {
-            LogError(words, "[WinHttpOpen]", " Error has occurred: ");
+            LogError(request, HttpStep::session, "[WinHttpOpen]", " Error has occurred: ");
             return result;  // Kept: the one failure without the last line
         }
         exchange.set_timeouts(kResolveTimeout, request.connectTimeout, request.sendTimeout, request.receiveTimeout);
         LogLine(words.specify, request.server);
         if (!exchange.connect(WidenBytes(request.server), request.secure ? kSecurePort : kPlainPort)) {
-            LogError(words, "[WinHttpConnect]", " Error has occurred: ");
+            LogError(request, HttpStep::connection, "[WinHttpConnect]", " Error has occurred: ");
         } else {
             const bool namesPath = words.create != nullptr && std::string_view(words.create).ends_with(": ");
             LogLine(words.create, namesPath ? request.path : "");
             if (exchange.open_request(request.verb, WidenBytes(request.path), request.secure) &&
-                Send(exchange, request) && IsAnsweredWith200(exchange, words)) {
-                result = ReadBody(exchange, words);
+                Send(exchange, request) && IsAnsweredWith200(exchange, request)) {
+                result = ReadBody(exchange, request);
             }
         }
     }
@@ -214,10 +232,11 @@ std::string HttpGet(std::string server, std::string path, std::int32_t connectTi
 }
 
 std::string HttpPost(std::string server, std::string path, std::string postcontent, std::int32_t contentType,
-                     std::int32_t connectTimeout, std::int32_t sendTimeout, std::int32_t receiveTimeout) {
+                     std::int32_t connectTimeout, std::int32_t sendTimeout, std::int32_t receiveTimeout,
+                     HttpReport* report) {
     LogMessage("[HttpPost] Start");
     return Exchange({kPost, L"POST", false, std::move(server), std::move(path), ContentType(contentType),
-                     postcontent.c_str(), connectTimeout, sendTimeout, receiveTimeout});
+                     postcontent.c_str(), connectTimeout, sendTimeout, receiveTimeout, report});
 }
 
 std::string HttpSSLGet(std::string server, std::string path, std::int32_t connectTimeout, std::int32_t sendTimeout,
@@ -233,7 +252,8 @@ std::string HttpSSLGet(std::string server, std::string path, std::int32_t connec
 }
 
 std::string HttpSSLPost(std::string server, std::string path, std::string postcontent, std::int32_t contentType,
-                        std::int32_t connectTimeout, std::int32_t sendTimeout, std::int32_t receiveTimeout) {
+                        std::int32_t connectTimeout, std::int32_t sendTimeout, std::int32_t receiveTimeout,
+                        HttpReport* report) {
     LogMessage("[HttpSSLPost] start");
     LogMessage("[HttpSSLPost] server = " + server);
     LogMessage("[HttpSSLPost] path = " + path);
@@ -241,11 +261,11 @@ std::string HttpSSLPost(std::string server, std::string path, std::string postco
     if (server == deployment::TestServer) {
         LogMessage(std::string("[HttpSSLPost] server == ") + deployment::TestServer);
         return HttpPost(std::move(server), std::move(path), std::move(postcontent), contentType, connectTimeout,
-                        sendTimeout, receiveTimeout);
+                        sendTimeout, receiveTimeout, report);
     }
     LogMessage("[HttpSSLPost] bypassSSL = false");
     return Exchange({kSSLPost, L"POST", true, std::move(server), std::move(path), ContentType(contentType),
-                     postcontent.c_str(), connectTimeout, sendTimeout, receiveTimeout});
+                     postcontent.c_str(), connectTimeout, sendTimeout, receiveTimeout, report});
 }
 
 bool checkNewtWork() {

@@ -11,6 +11,18 @@ namespace zorvalis {
 // a failure too.
 inline constexpr char kTransportError[] = "error";
 
+// What a request came to, for a tool that tells of it: the first step that failed, with Windows' number.
+enum class HttpStep { session, connection, send, receive, status, body, none };
+struct HttpReport {
+    bool secure = false;
+    HttpStep failed = HttpStep::none;
+    std::uint32_t error = 0;
+    long status = 0;  // of the answer; 0 without one
+};
+
+// The longest answer that is taken, in bytes.
+inline constexpr std::uint32_t kMostAnswer = 16 << 20;
+
 // Plain HTTP on port 80. `server` is a bare host name, timeouts are in milliseconds, `contentType` 1 is JSON and
 // anything else plain text. Returns the body of an answer with status 200, or kTransportError. Kept: when reading fails
 // half way, the result is what was read until then; a body is sent up to its first NUL byte, and each piece of an
@@ -18,14 +30,16 @@ inline constexpr char kTransportError[] = "error";
 std::string HttpGet(std::string server, std::string path, std::int32_t connectTimeout, std::int32_t sendTimeout,
                     std::int32_t receiveTimeout);
 std::string HttpPost(std::string server, std::string path, std::string postcontent, std::int32_t contentType,
-                     std::int32_t connectTimeout, std::int32_t sendTimeout, std::int32_t receiveTimeout);
+                     std::int32_t connectTimeout, std::int32_t sendTimeout, std::int32_t receiveTimeout,
+                     HttpReport* report = nullptr);
 
 // The same over TLS on port 443, with the server's certificate checked. The build's test server is spoken to without
 // TLS, by the calls above.
 std::string HttpSSLGet(std::string server, std::string path, std::int32_t connectTimeout, std::int32_t sendTimeout,
                        std::int32_t receiveTimeout);
 std::string HttpSSLPost(std::string server, std::string path, std::string postcontent, std::int32_t contentType,
-                        std::int32_t connectTimeout, std::int32_t sendTimeout, std::int32_t receiveTimeout);
+                        std::int32_t connectTimeout, std::int32_t sendTimeout, std::int32_t receiveTimeout,
+                        HttpReport* report = nullptr);
 
 // Whether Windows counts the machine as connected; on the stand-in machine network.json says so.
 bool checkNewtWork();

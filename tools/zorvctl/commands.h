@@ -25,6 +25,8 @@ void AddReportCommand(CLI::App& app);
 void AddExportCommand(CLI::App& app);
 void AddUploadsCommand(CLI::App& app);
 void AddSettingsCommand(CLI::App& app);
+void AddSettingsCheck(CLI::App& app);  // behind AddSettingsCommand
+void AddServerCommands(CLI::App& app);
 void AddRegistryCommands(CLI::App& app);
 void AddTraceCommand(CLI::App& app);
 void AddLogCommand(CLI::App& app);

@@ -45,6 +45,8 @@ int RunTool(std::vector<std::string> arguments) {
     AddExportCommand(app);
     AddUploadsCommand(app);
     AddSettingsCommand(app);
+    AddSettingsCheck(app);
+    AddServerCommands(app);
     AddRegistryCommands(app);
     AddTraceCommand(app);
     AddLogCommand(app);

@@ -5,10 +5,12 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <filesystem>
 
+#include "base/text.h"
 #include "base/utf8.h"
 #include "platform/clock.h"
 #include "platform/files.h"
@@ -135,6 +137,27 @@ std::string FitTo(const std::string& text, int width, bool rightAligned) {
     return rightAligned ? padding + fitted : fitted + padding;
 }
 
+std::string Wrapped(const std::string& text, int indent, int width) {
+    const int room = width - indent;
+    if (width == 0 || room < 20) {  // a terminal too narrow for it breaks lines itself
+        return text;
+    }
+    std::string wrapped, line;
+    for (const std::string& word : SplitString(text, ' ')) {
+        if (!line.empty() && DisplayWidth(line) + 1 + DisplayWidth(word) > room) {
+            wrapped += line + "\n" + std::string(static_cast<std::size_t>(indent), ' ');
+            line.clear();
+        }
+        line += (line.empty() ? "" : " ") + word;
+    }
+    return wrapped + line;
+}
+
+bool MayStyle() {
+    const char *const no = std::getenv("NO_COLOR"), *const terminal = std::getenv("TERM");
+    return (no == nullptr || *no == '\0') && (terminal == nullptr || std::string_view(terminal) != "dumb");
+}
+
 std::string LocalTimeText(double seconds) {
     constexpr double kEndOfCalendar = 32535129599;  // a day before the C libraries' end, for time zones
     const double within = std::fmax(0, std::fmin(seconds, kEndOfCalendar));
@@ -163,14 +186,14 @@ std::string SpanText(std::int64_t seconds) {
                                : count(minutes / (24 * 60), " day");
 }
 
-std::string ReadWholeFile(const std::string& path) {
+std::string ReadWholeFile(const std::string& path, std::size_t most) {
     const platform::File file = platform::folder_exists(path) ? nullptr : platform::open_file(path, "rb");
     Require(file != nullptr, path + (platform::folder_exists(path) ? " is a folder"
                                      : platform::file_exists(path) ? " cannot be opened: check who may read it"
                                                                    : " does not exist"));
     std::string bytes;
     char block[65536];
-    while (const std::size_t count = std::fread(block, 1, sizeof block, file.get())) {
+    while (const std::size_t count = std::fread(block, 1, std::min(sizeof block, most - bytes.size()), file.get())) {
         bytes.append(block, count);
     }
     Require(!std::ferror(file.get()), path + " cannot be read");

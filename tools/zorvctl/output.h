@@ -45,6 +45,13 @@ int DisplayWidth(std::string_view text);
 // A readable text in exactly `width` columns: padded with blanks, or cut and ended with an ellipsis.
 std::string FitTo(const std::string& text, int width, bool rightAligned = false);
 
+// The text broken at blanks so that it fits into `width` columns, with `indent` blanks before each line but the first,
+// which stands behind as much already. A width of 0 breaks nothing.
+std::string Wrapped(const std::string& text, int indent, int width);
+
+// Whether escape sequences may be printed to a terminal: NO_COLOR and TERM=dumb forbid it.
+bool MayStyle();
+
 // Seconds since 1970 as local time, "2026-11-12 09:08:07.006". Times outside of the years 1970 to 3000 become the end
 // of them that is nearer.
 std::string LocalTimeText(double seconds);
@@ -56,7 +63,8 @@ std::string DateText(std::int64_t seconds);
 std::string SpanText(std::int64_t seconds);
 
 // Both throw a Failure that names the path and what to check.
-std::string ReadWholeFile(const std::string& path);
+// Of a longer file, `most` bytes.
+std::string ReadWholeFile(const std::string& path, std::size_t most = SIZE_MAX);
 // Deletes the file again when it cannot be written completely.
 void WriteWholeFile(const std::string& path, std::string_view bytes);
 // Renames a new file into place, so that nobody reads half of it.

@@ -130,7 +130,11 @@ void AddSettingsCommand(CLI::App& app) {
     const auto asJson = std::make_shared<bool>(false);
     CLI::App* settings = app.add_subcommand("settings", "Says which settings rule, why, and what they mean");
     settings->add_flag("--json", *asJson, "As JSON, times in seconds since 1970");
-    settings->callback([asJson] { PrintSettings(*asJson); });
+    settings->callback([asJson, settings] {
+        if (settings->get_subcommands().empty()) {
+            PrintSettings(*asJson);
+        }
+    });
 }
 
 }  // namespace zorvalis
