@@ -27,6 +27,7 @@ void AddUploadsCommand(CLI::App& app);
 void AddSettingsCommand(CLI::App& app);
 void AddSettingsCheck(CLI::App& app);  // behind AddSettingsCommand
 void AddServerCommands(CLI::App& app);
+void AddForgetCommand(CLI::App& app);
 void AddRegistryCommands(CLI::App& app);
 void AddTraceCommand(CLI::App& app);
 void AddLogCommand(CLI::App& app);

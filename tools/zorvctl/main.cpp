@@ -47,6 +47,7 @@ int RunTool(std::vector<std::string> arguments) {
     AddSettingsCommand(app);
     AddSettingsCheck(app);
     AddServerCommands(app);
+    AddForgetCommand(app);
     AddRegistryCommands(app);
     AddTraceCommand(app);
     AddLogCommand(app);
