@@ -39,9 +39,16 @@ constexpr Fact kFacts[] = {
 
 constexpr char kDirect[] = "By the direct call; prints its callback as it came";
 
-void Get(const Fact& fact, bool direct) {
-    if (!direct) {
-        return Print(ReadableText(ServiceClient().Get(fact.function)) + "\n");
+struct GetOptions {
+    bool direct = false, json = false;
+};
+
+void Get(const Fact& fact, const GetOptions& options) {
+    if (!options.direct) {
+        const std::string value = ServiceClient().Get(fact.function);
+        return Print((options.json ? DumpJson({{"name", fact.name}, {"value", ReadableText(value, false)}})
+                                   : ReadableText(value)) +
+                     "\n");
     }
     Require(fact.direct != nullptr, std::string(fact.name) + " has no direct call: leave out --direct", kWrongUsage);
     const std::string answer = ServiceClient().Direct(fact.direct);
@@ -102,13 +109,15 @@ const Fact& FactOf(const std::string& name) {
     return *std::find_if(std::begin(kFacts), std::end(kFacts), [&](const Fact& fact) { return fact.name == name; });
 }
 
-void AddGetCommands(CLI::App& app, const std::shared_ptr<bool>& direct) {
+void AddGetCommands(CLI::App& app) {
+    const auto options = std::make_shared<GetOptions>();
     CLI::App* group = app.add_subcommand("get", "Asks the running service for one value, and prints it alone");
     group->require_subcommand(1);
     for (const Fact& fact : kFacts) {
         CLI::App* command = group->add_subcommand(fact.name, fact.about);
-        command->add_flag("--direct", *direct, kDirect);
-        command->callback([&fact, direct] { Get(fact, *direct); });
+        CLI::Option* direct = command->add_flag("--direct", options->direct, kDirect);
+        command->add_flag("--json", options->json, "As JSON, with its name")->excludes(direct);
+        command->callback([&fact, options] { Get(fact, *options); });
     }
 }
 
@@ -166,6 +175,14 @@ void AddConsentCommand(CLI::App& app) {
     consent->callback([options] { Consent(*options); });
 }
 
+bool IsSuccess(const std::string& answer) {
+    try {
+        return ParseJson(answer).at("status") == "Success";
+    } catch (const std::logic_error&) {
+        return false;
+    }
+}
+
 }  // namespace
 
 void AddCallCommands(CLI::App& app) {
@@ -179,10 +196,13 @@ void AddCallCommands(CLI::App& app) {
         const bool direct = ServiceClient::HasDirect(*text);
         const bool json = words->empty() && text->find_first_of(" {[\"") != std::string::npos;  // or meant to be
         Require(direct || json, *text + " is neither a direct call nor JSON", kWrongUsage);
-        Print(direct ? ServiceClient().Direct(*text, *words) : ServiceClient().Call(*text) + "\n");
+        const std::string answer = direct ? ServiceClient().Direct(*text, *words) : ServiceClient().Call(*text) + "\n";
+        Print(answer);
+        Require(direct || IsSuccess(answer), "");
     });
+    call->footer("It fails when the answer's status is an error.");
     const auto direct = std::make_shared<bool>(false);
-    AddGetCommands(app, direct);
+    AddGetCommands(app);
     AddSetCommands(app, direct);
     AddConsentCommand(app);
 }

@@ -28,6 +28,7 @@ void AddSettingsCommand(CLI::App& app);
 void AddSettingsCheck(CLI::App& app);  // behind AddSettingsCommand
 void AddServerCommands(CLI::App& app);
 void AddForgetCommand(CLI::App& app);
+void AddManualCommands(CLI::App& app);
 void AddRegistryCommands(CLI::App& app);
 void AddTraceCommand(CLI::App& app);
 void AddLogCommand(CLI::App& app);

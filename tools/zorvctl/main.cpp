@@ -55,6 +55,7 @@ int RunTool(std::vector<std::string> arguments) {
     AddCallCommands(app);
     AddEventCommands(app);
     AddTaskCommands(app);
+    AddManualCommands(app);
 
     const bool json = std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
     const auto fail = [&](const std::string& text, int code) {

@@ -7,6 +7,7 @@
 #include <cwctype>
 #include <memory>
 
+#include "base/json.h"
 #include "base/text.h"
 #include "commands.h"
 #include "common/code_page.h"
@@ -21,7 +22,7 @@ namespace {
 struct RegistryOptions {
     std::string key = "SOFTWARE\\Zorv";
     std::string value, data;
-    bool recursive = false, dword = false;
+    bool recursive = false, dword = false, json = false, all = false;
 };
 
 struct KeyContents {
@@ -106,6 +107,27 @@ void List(const std::wstring& key, bool recursive) {
     }
 }
 
+Json AsJson(const platform::RegistryValue& value) {
+    const std::string data = WideToUtf8(value.data), type = WideToUtf8(value.type);
+    return {{"name", ReadableText(WideToUtf8(value.name), false)},
+            {"type", type},
+            {"data", type == "REG_DWORD" ? Json(std::stoul(data)) : Json(ReadableText(data, false))}};
+}
+
+Json AsJson(const std::wstring& key, bool recursive) {
+    const KeyContents contents = ReadKey(key);
+    Json values = Json::array(), subkeys = Json::array();
+    for (const platform::RegistryValue& value : contents.values) {
+        values.push_back(AsJson(value));
+    }
+    for (const std::wstring& subkey : contents.subkeys) {
+        std::wstring below = key;
+        below.append(key.empty() ? L"" : L"\\").append(subkey);
+        subkeys.push_back(recursive ? AsJson(below, true) : Json(FullName(below)));
+    }
+    return {{"key", FullName(key)}, {"values", values}, {"subkeys", subkeys}};
+}
+
 std::uint32_t ParseDword(const std::string& text) {
     const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
     const char *const first = text.data() + (hexadecimal ? 2 : 0), *const last = text.data() + text.size();
@@ -127,9 +149,11 @@ void Set(const RegistryOptions& options) {
 void Delete(const RegistryOptions& options) {
     const std::wstring key = ParseKey(options.key);
     if (!options.value.empty()) {
+        Require(!options.all, "say either a VALUE or --all", kWrongUsage);
         const std::wstring value = ReadValue(key, Wide(options.value)).name;
         return CheckChange(platform::delete_registry_value(kLocalMachine, key, value), key);
     }
+    Require(options.all, "name a VALUE, or say --all to delete " + FullName(key) + " and all its values", kWrongUsage);
     const std::vector<std::wstring> subkeys = ReadKey(key).subkeys;
     Require(subkeys.empty(), FullName(key) + " has subkeys, which are to be deleted first");
     CheckChange(platform::delete_registry_key(kLocalMachine, key), key);
@@ -154,11 +178,17 @@ void AddRegistryCommands(CLI::App& app) {
         return command;
     };
     CLI::App* list = add("list", "Values and subkeys of a key, of SOFTWARE\\Zorv when none is named", false,
-                         [](const RegistryOptions& o) { List(ParseKey(o.key), o.recursive); });
+                         [](const RegistryOptions& o) {
+                             const std::wstring key = ParseKey(o.key);
+                             o.json ? Print(DumpJson(AsJson(key, o.recursive)) + "\n") : List(key, o.recursive);
+                         });
     list->add_flag("--recursive,-r", options->recursive, "And everything below it");
+    list->add_flag("--json", options->json, "As JSON");
     CLI::App* get = add("get", "The data of a value, alone", true, [](const RegistryOptions& o) {
-        Print(WideToUtf8(ReadValue(ParseKey(o.key), Wide(o.value)).data) + "\n");
+        const platform::RegistryValue value = ReadValue(ParseKey(o.key), Wide(o.value));
+        Print((o.json ? DumpJson(AsJson(value)) : WideToUtf8(value.data)) + "\n");
     });
+    get->add_flag("--json", options->json, "As JSON, with name and type");
     get->add_option("VALUE", options->value, "The value's name")->required();
     CLI::App* set = add("set", "Writes a value, and the keys that are missing on the way", true, Set);
     set->add_option("VALUE", options->value, "The value's name")->required();
@@ -166,6 +196,7 @@ void AddRegistryCommands(CLI::App& app) {
     set->add_flag("--dword", options->dword, "As a number, REG_DWORD, instead of a text");
     CLI::App* remove = add("delete", "Takes a value away, or a key without subkeys and all its values", true, Delete);
     remove->add_option("VALUE", options->value, "The value's name");
+    remove->add_flag("--all", options->all, "Instead of a VALUE: the key and all its values");
 }
 
 }  // namespace zorvalis

@@ -130,9 +130,27 @@ void PrintStatus(const std::string& name, const ServiceStatus& status) {
     Print("exit code   " + ExitWords(status.exit_code) + "\n");
 }
 
-void Status(const std::string& name) {
+void PrintJson(const std::string& name, const ServiceStatus& status) {
+    Json controls = Json::array();
+    for (const auto& [bit, words] : kControls) {
+        if ((status.accepted & bit) != 0) {
+            controls.push_back(words);
+        }
+    }
+    const double since = InStateSince(status.state);
+    Print(DumpJson({{"service", ReadableText(name, false)},
+                    {"state", StateWord(status.state)},
+                    {"since", since > 0 ? Json(since) : Json(nullptr)},
+                    {"accepts", controls},
+                    {"checkpoint", status.checkpoint},
+                    {"waitHint", status.wait_hint},
+                    {"exitCode", status.exit_code}}) +
+          "\n");
+}
+
+void Status(const std::string& name, bool asJson) {
     const ServiceStatus status = Service(name, kMayQuery).Query();
-    PrintStatus(name, status);
+    (asJson ? PrintJson : PrintStatus)(name, status);
     Require(status.state != kStopped, "");
 }
 
@@ -223,10 +241,16 @@ void AddServiceCommands(CLI::App& app) {
         CLI::App* added = group->add_subcommand(command, what);
         added->add_option("NAME", *name, "The service, when it is not Zorvalis");
         added->callback([name, action] { action(*name); });
+        return added;
     };
     add("run", "Runs it in the foreground until it has stopped; Ctrl-C stops it", Run);
     add("start", "Starts it in the background and waits until it is running", Start);
-    add("status", "Its state, the controls that it accepts, its exit code; fails when it is not running", Status);
+    const auto asJson = std::make_shared<bool>(false);
+    const auto status = [name, asJson] { Status(*name, *asJson); };
+    CLI::App* state =
+        add("status", "Its state, the controls that it accepts, its exit code; fails when it is not running", nullptr);
+    state->add_flag("--json", *asJson, "As JSON, times in seconds since 1970");
+    state->callback(status);
     add("stop", "Stops it and waits for its end", Stop);
     add("preshutdown", "Tells it that the machine shuts down, and waits for its end", Preshutdown);
     add("interrogate", "Asks it to report, and prints its state", Interrogate);

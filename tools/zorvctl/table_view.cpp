@@ -142,7 +142,7 @@ ViewOptions TerminalView(bool everyRow) {
     view.everyRow = everyRow;
     if (const int terminal = TerminalWidth(); terminal > 0) {
         view.width = terminal;
-        view.dimNulls = true;
+        view.dimNulls = MayStyle();
     }
     return view;
 }
