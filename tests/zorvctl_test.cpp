@@ -112,9 +112,9 @@ TEST(ZorvctlRegistry, SetsReadsListsAndDeletes) {
         {"list product", 0,
          "HKEY_LOCAL_MACHINE\\SOFTWARE\\Zorv\\Zorvcore\\Zorvalis\n    Number  REG_DWORD  4294967295\n"
          "    Text    REG_SZ     some text\n"},
-        {"delete SOFTWARE/Zorv/Zorvcore", 1, ""},
+        {"delete SOFTWARE/Zorv/Zorvcore --all", 1, ""},
         {"delete product Text", 0, ""},
-        {"delete product", 0, ""},
+        {"delete product --all", 0, ""},
         {"list product", 1, ""},
     };
     for (const auto& step : steps) {

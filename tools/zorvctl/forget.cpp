@@ -255,10 +255,11 @@ void Forget(bool yes, bool asJson) {
               AboutServer(sent, device) +
               "Not touched: the main switch and BGSERVER_URL, service and scheduled tasks, the event log, and an\n"
               "answer to the privacy policy, which the library ChkReg keeps.\n\n" +
-              (!yes             ? "Nothing was deleted. `zorvctl forget --yes` deletes all of the list, for good.\n"
-               : left.Nothing() ? "All of it is deleted. The next pass or start of the service begins anew, unless "
-                                  "the main switch is off.\n"
-                                : "STILL THERE, or written anew meanwhile:\n" + List(left, width)));
+              (!yes ? "Nothing was deleted. `zorvctl forget --yes` deletes all of the list, for good.\n"
+               : left.Nothing()
+                   ? "All of it is deleted. The next start of the service makes a new identity, and collecting "
+                     "begins\nanew unless the main switch is off.\n"
+                   : "STILL THERE, or written anew meanwhile:\n" + List(left, width)));
     }
     Require(!yes || left.Nothing(), "");
 }

@@ -79,8 +79,10 @@ private:
         return tree_.is_object();
     }
 
-    // The text of a key that the service reads; says what its absence or another type does.
-    std::optional<std::string> Text(const std::string& key, Verdict ifAbsent, const char* absent) {
+    // The text of a key that the service reads; says what its absence, and a value of another type, does.
+    std::optional<std::string> Text(
+        const std::string& key, Verdict ifAbsent, const char* absent,
+        const char* noText = "no text: every pass ends on it, the download of a better document too") {
         try {
             std::string text;
             if (FindSettingText(tree_, key, text)) {
@@ -88,7 +90,7 @@ private:
             }
             Say(ifAbsent, key, std::string("absent: ") + absent);
         } catch (const std::domain_error&) {
-            Say(Verdict::harm, key, "no text: every pass ends on it, the download of a better one too");
+            Say(Verdict::harm, key, noText);
             broken_ = true;
         }
         return std::nullopt;
@@ -129,8 +131,9 @@ private:
     void Period(const std::string& key) {
         known_.insert(key);
         const bool download = key == kTimerNames.back().setting;
-        const auto code = Text(key, download ? Verdict::harm : Verdict::look,
-                               download ? "the document would be refused" : "no pass does it");
+        const auto code = download ? Text(key, Verdict::harm, "the document would be refused",
+                                          "no text: the document would be refused, and asked for anew by every pass")
+                                   : Text(key, Verdict::look, "no pass does it");
         const std::int32_t period = PeriodSeconds(code.value_or(""));
         if (!code) {
             return;
@@ -149,7 +152,8 @@ private:
     template <class Effect>
     bool Number(const std::string& key, const std::string& unit, Effect effect) {
         known_.insert(key);
-        const auto text = Text(key, Verdict::harm, "no machine collects anything");
+        const auto text = Text(key, Verdict::harm, "no machine collects anything",
+                               "no text: no machine collects anything until it has a better document");
         if (!text) {
             return false;
         }
