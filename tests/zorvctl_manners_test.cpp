@@ -13,6 +13,10 @@
 #include "support/notebook.h"
 #include "support/reference_server.h"
 
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
 namespace zorvalis {
 namespace {
 
@@ -122,6 +126,9 @@ TEST(ZorvctlSettingsCheck, WalksAYearByTheRules) {
 TEST(ZorvctlServer, IsMetAsAPassMeetsItAndNothingIsStored) {
     const Notebook machine;
     FileServer server;
+#ifdef _WIN32
+    ::SetEnvironmentVariableA("http_proxy", LoopbackServer::address().c_str());  // for the tool, a process of its own
+#endif
     const std::string stored = read_text(std::string(kProductFolder) + "setting.json");
     const auto settings = [](const char* changes) {
         return DumpJson({{"status", "OK"}, {"service_version", "2.0.6.0"}, {"json_string", Changed(changes)}});
@@ -153,6 +160,9 @@ TEST(ZorvctlServer, IsMetAsAPassMeetsItAndNothingIsStored) {
     Expect("server test x:8443", {"", 2, "the port is always 443"});
     Expect("server test \"a b\"", {"", 2, "host name"});
     EXPECT_EQ(read_text(std::string(kProductFolder) + "setting.json"), stored);
+#ifdef _WIN32
+    ::SetEnvironmentVariableA("http_proxy", nullptr);
+#endif
 }
 
 #ifndef _WIN32

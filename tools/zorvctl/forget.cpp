@@ -213,17 +213,23 @@ Json AsJson(const Found& found) {
     return {{"files", files}, {"registry", values}, {"identity", found.device ? Json(*found.device) : Json(nullptr)}};
 }
 
-std::string AboutServer(const std::vector<std::string>& sent, const std::string& device) {
-    std::string text = "The server keeps what it was sent; deleting here deletes nothing there. " +
-                       (sent.empty() ? std::string("This machine records no file that was sent")
-                                     : "Files that it has, whole or in part: " + std::to_string(sent.size())) +
-                       ";\nolder ones may no longer be recorded here.\n";
+std::string AboutServer(const std::vector<std::string>& sent, const std::string& device, int width) {
+    const auto line = [width](const std::string& text) { return Wrapped(text, 0, width) + "\n"; };
+    std::string text = line("The server keeps what it was sent; deleting here deletes nothing there.") +
+                       line((sent.empty() ? "This machine records no file that was sent"
+                                          : "Files that it has, whole or in part: " + std::to_string(sent.size())) +
+                            "; older ones may no longer be recorded here.");
     for (const std::string& name : sent) {
         text += "  " + ReadableText(name) + "\n";
     }
-    return text + "Ask the maker to delete them" +
-           (device.empty() ? ": their names carry the device's identity.\n"
-                           : ", and name the device " + device + ".\n");
+    return text +
+           line("Ask the maker to delete them" + (device.empty() ? ": their names carry the device's identity."
+                                                                 : ", and name the device " + device + ".")) +
+           line(
+               "Not touched: the main switch and BGSERVER_URL, service and scheduled tasks, the event log, and an "
+               "answer "
+               "to the privacy policy, which the library ChkReg keeps.") +
+           "\n";
 }
 
 void Forget(bool yes, bool asJson) {
@@ -252,14 +258,11 @@ void Forget(bool yes, bool asJson) {
     } else {
         const int width = TerminalWidth() > 0 ? TerminalWidth() : 120;
         Print((yes ? "Asked to delete:\n" : "What this machine keeps:\n") + List(found, width) + "\n" +
-              AboutServer(sent, device) +
-              "Not touched: the main switch and BGSERVER_URL, service and scheduled tasks, the event log, and an\n"
-              "answer to the privacy policy, which the library ChkReg keeps.\n\n" +
-              (!yes ? "Nothing was deleted. `zorvctl forget --yes` deletes all of the list, for good.\n"
-               : left.Nothing()
-                   ? "All of it is deleted. The next start of the service makes a new identity, and collecting "
-                     "begins\nanew unless the main switch is off.\n"
-                   : "STILL THERE, or written anew meanwhile:\n" + List(left, width)));
+              AboutServer(sent, device, TerminalWidth()) +
+              (!yes             ? "Nothing was deleted. `zorvctl forget --yes` deletes all of the list, for good.\n"
+               : left.Nothing() ? "All of it is deleted. The next start of the service makes a new identity, and\n"
+                                  "collecting begins anew unless the main switch is off.\n"
+                                : "STILL THERE, or written anew meanwhile:\n" + List(left, width)));
     }
     Require(!yes || left.Nothing(), "");
 }
