@@ -160,7 +160,11 @@ bool canStoreData(const DataCollector& collector, const std::string& dbName, con
     LogMessage("canStoreData dbname: " + dbName + " tablename: " + tableName +
                " totalrecords: " + std::to_string(count) + " limit: " + std::to_string(limit));
     LogMessage("out canStoreData:============>");
-    return count <= limit;  // Kept: not "less than"
+    return TakesAnotherRow(collector.dbClass, tableName, count);
+}
+
+bool TakesAnotherRow(DbClass dbClass, const std::string& tableName, std::int32_t count) {
+    return count <= getRecordLimit(dbClass, tableName);  // Kept: not "less than"
 }
 
 std::int32_t getRecordLimit(DbClass dbClass, const std::string& tableName) {

@@ -21,7 +21,9 @@ void collectUserBehaviorData(std::string timeText, std::int32_t triggerType, std
 // text, are "NULL".
 SampleRow RetrieveData(const DataCollector& collector);
 
-// Whether the table takes another row. Kept: it does at its limit too, so a table holds one row more than its limit.
+// Whether a table with `count` rows takes another one. Kept: it does at its limit too, so a table holds one row more
+// than its limit. canStoreData counts and then asks this.
+bool TakesAnotherRow(DbClass dbClass, const std::string& tableName, std::int32_t count);
 bool canStoreData(const DataCollector& collector, const std::string& dbName, const std::string& tableName);
 // 0 for a table that is not one of the four.
 std::int32_t getRecordLimit(DbClass dbClass, const std::string& tableName);

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstring>
 
+#include "common/trace_provider.h"
 #include "common/wide_to_utf8.h"
 #include "platform/event_log.h"
 #include "platform/lock.h"
@@ -73,7 +74,7 @@ platform::Lock& EventLogLock() {
 void StartTrace() {
     controlBlock.started = &controlBlock;
     std::uint64_t registration = 0;
-    platform::register_trace(ControlTrace, &controlBlock, kTraceControl, kTraceMessages, registration);
+    platform::register_trace(ControlTrace, &controlBlock, kTraceProvider, kTraceMessages, registration);
     controlBlock.registration = registration;
 }
 

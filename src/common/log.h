@@ -5,13 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/guid.h"
-
 namespace zorvalis {
-
-// The provider that a trace session turns on.
-inline constexpr platform::Guid kTraceControl = {
-    0xeb75ff2f, 0xdde7, 0x4f4d, {0x8e, 0xc3, 0x0e, 0x6a, 0x6f, 0x9c, 0x6b, 0x95}};
 
 // Types of event log entries, in Windows' numbers.
 constexpr std::uint16_t kWarning = 2;

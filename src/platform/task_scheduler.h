@@ -45,6 +45,8 @@ enum class TaskStep {
     put_task_enabled,
 
     delete_task,
+
+    find_task,
 };
 
 // What disable_task met at one registered task: get_task or get_task_name when that step failed, put_task_enabled when
@@ -82,5 +84,18 @@ TaskResult register_task(const std::string& name, const ScheduledTask& task);
 TaskResult disable_task(const std::string& name);
 
 TaskResult delete_task(const std::string& name);
+
+constexpr std::int32_t kNoSuchTask = static_cast<std::int32_t>(0x80070002);  // a status of find_task
+
+// A registered task, as zorvctl tells of it.
+struct RegisteredTask {
+    bool enabled = false;
+    std::int64_t next_start = 0;  // in seconds since 1970; 0 when no start is to come
+    std::int64_t interval = 0;    // in seconds; 0 when it is not known
+    std::string path;             // of what it starts
+};
+
+// Reads a task and changes nothing. The next start is the first that is not before `now`.
+TaskResult find_task(const std::string& name, std::int64_t now, RegisteredTask& task);
 
 }  // namespace platform

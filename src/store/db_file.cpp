@@ -181,8 +181,7 @@ int integritycheckCallback(void* context, int count, char** values, char** names
     return 0;
 }
 
-std::string getAutoDBFileName() {
-    LogMessage("[in] getAutoDBFileName");
+std::string AutoDBFileNameOf(const std::string& deviceUuid, const std::string& now) {
     std::array<char, 50> buffer{};
     std::size_t used = 0;
     const auto append = [&](char c) {
@@ -191,19 +190,24 @@ std::string getAutoDBFileName() {
         }
         buffer[used++] = c;
     };
-    for (const char c : getDeviceUUID()) {
+    for (const char c : deviceUuid) {
         if (c != '-') {
             append(c);
         }
     }
     append('_');
-    const std::string now = NowTimeString();
     if (now.size() >= 19) {
-        for (const std::size_t at : {0, 1, 2, 3, 5, 6}) {  // year and month of "2026-11-12 09:08:07"
+        for (const std::size_t at : {0, 1, 2, 3, 5, 6}) {  // year and month
             append(now[at]);
         }
     }
-    std::string name = std::string(buffer.data(), used) + "_" + "V1-0";
+    return std::string(buffer.data(), used) + "_" + "V1-0";
+}
+
+std::string getAutoDBFileName() {
+    LogMessage("[in] getAutoDBFileName");
+    const std::string uuid = getDeviceUUID();
+    std::string name = AutoDBFileNameOf(uuid, NowTimeString());
     LogMessage("getAutoDBFileName::dbFileName: " + name);
     LogMessage("[out] getAutoDBFileName");
     return name;

@@ -53,7 +53,9 @@ std::multiset<std::string>& OpenWorkingCopies();
 // SQLite's row callback in validateDB. `context` is an int, which becomes 1 for "ok" and 0 for any other row.
 int integritycheckCallback(void* context, int count, char** values, char** names);
 
-// The middle of a file name, "<device>_<yyyymm>_V1-0". Throws std::out_of_range when the device's UUID is too long.
+// The middle of a file name, "<device>_<yyyymm>_V1-0". Throws std::out_of_range when the device's UUID is too long. The
+// first is a pure function, of a time like "2026-11-12 09:08:07"; the second may give the device its UUID.
+std::string AutoDBFileNameOf(const std::string& deviceUuid, const std::string& now);
 std::string getAutoDBFileName();
 
 // Makes the class letter in the collector's `dbName` the whole file name, and writes the name of a file that does not

@@ -159,13 +159,13 @@ std::string built(const std::string& name) {
     return (fs::path(own).parent_path().parent_path() / "bin" / name).string();
 }
 
-ToolResult run_zorvctl(const std::string& arguments) {
+ToolResult run_zorvctl(const std::string& arguments, const std::string& tool) {
     const std::string output = zorvalis::getCurrentPath() + "output", errors = zorvalis::getCurrentPath() + "errors";
     const std::string rest = "\" >\"" + output + "\" 2>\"" + errors + "\" " + arguments;
 #ifdef _WIN32  // a shell that tries endings does not always find it
-    const int code = std::system(("\"\"" + built("zorvctl.exe") + rest + "\"").c_str());
+    const int code = std::system(("\"\"" + tool + ".exe" + rest + "\"").c_str());
 #else
-    const int code = WEXITSTATUS(std::system(("\"" + built("zorvctl") + rest).c_str()));
+    const int code = WEXITSTATUS(std::system(("\"" + tool + rest).c_str()));
 #endif
     const ToolResult result = {code, read_text(output), read_text(errors)};
     fs::remove(output);

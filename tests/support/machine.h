@@ -46,12 +46,13 @@ private:
 // The path of a built program or library, which lie in ../bin from the test program.
 std::string built(const std::string& name);
 
-// Runs the built zorvctl; the paths of what it prints lie in the folder of the executable meanwhile.
+// Runs a zorvctl, the built one unless another is named; the paths of what it prints lie in the folder of the
+// executable meanwhile.
 struct ToolResult {
     int code;
     std::string output, errors;
 };
-ToolResult run_zorvctl(const std::string& arguments);
+ToolResult run_zorvctl(const std::string& arguments, const std::string& tool = built("zorvctl"));
 
 // Whether the condition holds within 20 seconds.
 template <class Condition>

@@ -17,6 +17,7 @@ inline std::string FromOne(const std::string& number) {
 }
 
 void AddMachineCommands(CLI::App& app);
+void AddStatusCommand(CLI::App& app);
 void AddShowCommand(CLI::App& app);
 void AddQueryCommand(CLI::App& app);
 void AddHealthCommand(CLI::App& app);

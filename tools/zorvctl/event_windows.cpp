@@ -2,11 +2,13 @@
 #include "event.h"
 
 #include "output.h"
+#include "windows_tools.h"
 
 namespace zorvalis {
 
 void LetHappen(const std::string&, std::int64_t) {
-    StandInMachine("the machine is the real one, and what happens to it happens");
+    StandInMachine("things happen to the computer itself; what the service made of them: `zorvctl show`, and `" +
+                   EventLogCommand(0) + "`");
 }
 
 }  // namespace zorvalis

@@ -1,6 +1,7 @@
 // Reads the machine's facts in the order of a pass and asks the service's own rules what they mean.
 #include "facts.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <string_view>
 
@@ -8,12 +9,16 @@
 #include "base/text.h"
 #include "common/files.h"
 #include "common/registry.h"
+#include "common/time.h"
 #include "common/wide_to_utf8.h"
+#include "host.h"
 #include "jobs/product_activation.h"
 #include "jobs/schedule_predicates.h"
 #include "output.h"
 #include "platform/clock.h"
 #include "platform/files.h"
+#include "platform/library.h"
+#include "platform/machine.h"
 #include "platform/module.h"
 #include "settings/period_codes.h"
 
@@ -103,9 +108,6 @@ RulingFile ReadRulingFile(const std::wstring& mainSwitch) {
         Require(!file.tree.is_null(),
                 file.path + " should rule (" + file.why + ") but is missing: no pass does anything");
     }
-    for (const wchar_t* word : kJobWord) {
-        file.Text(NarrowBytes(word));  // as the service does: a wrong type anywhere makes the file broken
-    }
     return file;
 }
 
@@ -115,7 +117,7 @@ Due DueOf(const RulingFile& file, const TimerName& name, std::int64_t now) {
         return {std::nullopt, "never"};
     }
     const RegTimer timer = Parsed(name.value, [&](const std::wstring& text) { return TimerAt(text, now, period); });
-    const std::string time = LocalTimeText(static_cast<double>(timer.next)).substr(0, 16);
+    const std::string time = MinuteText(timer.next);
     return {timer.next,
             timer.state == TimerState::first ? "at the next pass, for the first time"
             : timer.IsDue()                  ? "at the next pass, due since " + time
@@ -123,131 +125,350 @@ Due DueOf(const RulingFile& file, const TimerName& name, std::int64_t now) {
             timer.state};
 }
 
-// Reads in the order of a pass, so that the obstacles stand in that order too.
+std::string DeleteCommand(const std::string& path) {
+    return platform::machine_folder().empty() ? "`del \"" + path + "\"`" : "`rm '" + path + "'`";
+}
+
+std::string SetCommand(const char* keyAndValue, const char* text) {
+    return "`zorvctl registry set " + std::string(keyAndValue) + " " + text + "`";
+}
+
+std::string DeleteTimer(const wchar_t* value) {
+    return "`zorvctl registry delete product " + WideToUtf8(value) + "`";
+}
+
+// Why the stand-in library cannot read its hardware.json; empty when it can, and on Windows.
+std::string HardwareProblem() {
+    const std::string machine = platform::machine_folder();
+    std::string path = machine + "/hardware.json";
+    path = platform::file_exists(path) ? path : OwnFolder() + "/hardware.json";
+    try {
+        machine.empty() ? Json() : ParseJson(ReadWholeFile(path));
+    } catch (const Failure& failure) {
+        return failure.text;
+    } catch (const std::exception& error) {
+        return path + " is no JSON: " + error.what();
+    }
+    return "";
+}
+
+constexpr std::int64_t kWeek = 7 * 86400;
+constexpr std::int64_t kPatience = 86400;  // a timer that is later than its period by more counts as dead
+constexpr char kMadeValue[] = "SOFTWARE/Zorv/FactoryConfig ManufacturingDate";
+
+// What the rules go by, so that they can be asked about a time to come.
+struct Rules {
+    std::int64_t madeAt = 0, last = 0;
+    std::optional<std::int32_t> months, pause;
+    std::optional<std::uint64_t> start;
+
+    // Asked in the order of the passes, since a pass moves the do-job day on.
+    PassAhead Ask(std::int64_t time) {
+        if (!months || !pause) {
+            return {};
+        }
+        const std::int64_t midnight = MidnightBefore(time);
+        const DojobState before = DojobDayAt(*pause, last, time).state;
+        const bool today = DojobDayOfPass(*pause, last, midnight, time).IsToday();
+        if (before == DojobState::first || before == DojobState::begins) {
+            last = midnight;
+        }
+        const auto later = static_cast<std::uint64_t>(time - platform::now_seconds());
+        const bool old = IsOlderThanAWeek(static_cast<double>(time - madeAt));
+        const bool over = PeriodAt(start, *months, platform::now_ticks() + later * kTicksPerSecond).IsOver();
+        return {today && old && !over, old && !today};
+    }
+};
+
+// Adds the links between the service and the data folder, those that the rules judge.
 class Reader {
 public:
-    Facts Read() {
-        facts_.now = platform::now_seconds();
+    explicit Reader(Facts& facts) : facts_(facts) {}
+
+    void Read() {
         facts_.mainSwitch = ProductValue(L"MainSwitch");
         facts_.imageState = ReadRegString(kLocalMachine, kSetupStateKey, L"ImageState");
         facts_.made = StoredManufacturingDate();
-        Try([&] { facts_.file = ReadRulingFile(facts_.mainSwitch); });
+        const std::vector<std::string> broken = LoadSettings();
         ReadHardware();
-        Check(IsOn(MainSwitchOf(facts_.mainSwitch)), "the user has switched it off");
+        ReadSwitch();
         ReadAge();
         if (facts_.file) {
-            ReadTimer(kDownloadTimer);
-            const Due& download = facts_.due[kDownloadTimer.setting];
-            bySettings_ = download.at && *download.at <= facts_.now ? "by the present settings, " : "";
-            Try([&] { ReadPeriod(); });
-            Try([&] { ReadDay(); });
+            Try("period", [&] { ReadPeriod(); });
+            Try("day", [&] { ReadDay(); });
+        }
+        ReadSettings(broken);
+        if (facts_.file) {
             for (const TimerName& name : kTimerNames) {
                 ReadTimer(name);
             }
+            BreakDeadKinds();
         }
-        return std::move(facts_);
+        facts_.ahead = [rules = rules_](std::int64_t time) mutable { return rules.Ask(time); };
     }
 
 private:
-    void Check(bool open, const std::string& otherwise, bool broken = false) {
-        if (!open) {
-            facts_.obstacles.push_back({broken, ReadableText(otherwise)});
-        }
+    void Add(const char* name, LinkState state, const std::string& why, const std::string& mend = "",
+             bool passes = false) {
+        facts_.links.push_back({name, state, ReadableText(why), ReadableText(mend), passes});
     }
 
     template <class Reading>
-    void Try(Reading reading) {
+    void Try(const char* name, Reading reading) {
         try {
             reading();
         } catch (const Failure& failure) {
-            Check(false, failure.text, true);
+            const std::size_t command = failure.text.find("; mend it with ");
+            Add(name, LinkState::broken, failure.text.substr(0, command),
+                command == std::string::npos ? "" : failure.text.substr(command + 15));
             facts_.fault = facts_.fault.empty() ? failure.text : facts_.fault;
         }
     }
 
+    // What is broken, each key by itself: a wrong type anywhere ends every pass, as the service reads them all.
+    std::vector<std::string> LoadSettings() {
+        std::vector<std::string> broken;
+        const auto note = [&](auto reading) {
+            try {
+                reading();
+            } catch (const Failure& failure) {
+                broken.push_back(failure.text);
+            }
+        };
+        note([&] { facts_.file = ReadRulingFile(facts_.mainSwitch); });
+        if (facts_.file) {
+            for (const wchar_t* word : kJobWord) {
+                note([&] { facts_.file->Text(NarrowBytes(word)); });
+            }
+        }
+        if (!broken.empty()) {
+            facts_.fault = broken[0];
+            facts_.file.reset();
+        }
+        return broken;
+    }
+
     void ReadHardware() {
+        const platform::SharedLibrary library(kHardwareLibrary);
         ZorvWinIoDll hardware(false);  // writes no event log
         const std::wstring chassis = ChassisText(hardware);
         activation_ = ActivationText(hardware);
-        Check(IsCollectingChassis(chassis),
-              chassis.empty() ? "the hardware library is missing or does not name the kind of computer, and without "
-                                "that nothing is collected"
-                              : "this is a \"" + WideToUtf8(chassis) + "\", and only a \"Notebook\" collects");
-        Check(activation::IsDeviceClassAllowed(), "product activation bars this class of device");
+        std::string file = OwnFolder() + "/ZorvWinIo64";
+        file += platform::machine_folder().empty() ? ".dll" : ".so";
+        const std::string problem = HardwareProblem();
+        const bool there = platform::file_exists(file);
+        Add("library", library.is_open() ? LinkState::held : LinkState::broken,
+            library.is_open() ? "the hardware library opens"
+            : there           ? "the hardware library cannot be loaded, damaged or for another processor: " + file
+                              : "the hardware library is missing: " + file,
+            library.is_open() ? "" : "copy the library of the machine's maker to " + file);
+        const std::string word = WideToUtf8(chassis);
+        if (chassis.empty() && library.is_open() && !HasAllRights()) {
+            Add("chassis", LinkState::unknown, "the hardware library answers administrators only",
+                "run `zorvctl status` as administrator");
+        } else {
+            const bool collects = IsCollectingChassis(chassis) && problem.empty();
+            Add("chassis", collects ? LinkState::held : LinkState::broken,
+                !problem.empty()  ? problem
+                : chassis.empty() ? "no library names the kind of computer, and without that nothing is collected"
+                : collects        ? "this is a \"" + word + "\""
+                                  : "this is a \"" + word + "\", and only a \"Notebook\" collects",
+                collects || platform::machine_folder().empty() || !library.is_open()
+                    ? ""
+                    : "set \"WMIGetSystemChassisTypes\": \"Notebook\" in hardware.json");
+        }
+        if (!activation::IsDeviceClassAllowed()) {
+            Add("activation", LinkState::broken, "product activation bars this class of device");
+        }
+        const bool complete = ImageStateOf(facts_.imageState) == ImageState::complete;
+        const bool windows = platform::machine_folder().empty();
+        Add("set-up", complete ? LinkState::held : LinkState::broken,
+            complete ? "the system's setup is complete"
+                     : "the system's setup is not complete: its state is " +
+                           (ImageStateOf(facts_.imageState) == ImageState::missing
+                                ? "not set"
+                                : "\"" + WideToUtf8(facts_.imageState) + "\""),
+            complete  ? ""
+            : windows ? "go through Windows' own setup to its end"
+                      : SetCommand("SOFTWARE/Microsoft/Windows/CurrentVersion/Setup/State ImageState",
+                                   "IMAGE_STATE_COMPLETE"));
+    }
+
+    void ReadSwitch() {
+        const bool on = IsOn(MainSwitchOf(facts_.mainSwitch));
+        Add("switch", on ? LinkState::held : LinkState::broken,
+            on ? MainSwitchText(facts_.mainSwitch)
+               : "the user has switched it off: MainSwitch is \"" + WideToUtf8(facts_.mainSwitch) + "\"",
+            on ? "" : "if the user wants it: `zorvctl registry set product MainSwitch 1`");
     }
 
     void ReadAge() {
         const std::wstring& date = facts_.made.text;
-        std::string unread;
+        if (date.empty()) {
+            rules_.madeAt = MidnightBefore(facts_.now);  // the first pass writes today's date
+            return Add("made", LinkState::broken,
+                       "there is no date of manufacture: the first pass sets one and waits a week",
+                       SetCommand(kMadeValue, "YEAR/MONTH/DAY"), true);
+        }
+        const bool factory = facts_.made.source == DateSource::factory;
+        const std::string made = WideToUtf8(date) + (factory ? ", the factory's date" : ", the service's substitute");
         try {
-            facts_.age = date.empty() ? std::nullopt : std::optional(AgeInSeconds(date));
+            facts_.age = AgeInSeconds(date);
         } catch (const std::logic_error& error) {
-            unread = Unread(error);
+            return Add("made", LinkState::broken,
+                       "the date of manufacture, " + WideToUtf8(date) + ", holds " + Unread(error) +
+                           ", and every pass fails on it",
+                       factory ? SetCommand(kMadeValue, "YEAR/MONTH/DAY")
+                               : "`zorvctl registry delete product FakeManufacturingDate`");
         }
-        if (ImageStateOf(facts_.imageState) != ImageState::complete) {
-            Check(false, "the system's setup is not complete");
-        } else if (date.empty()) {
-            Check(false, "there is no date of manufacture: the first pass sets one and waits a week");
-        } else if (!facts_.age) {
-            Check(false,
-                  "the date of manufacture, " + WideToUtf8(date) + ", holds " + unread + ", and every pass fails on it",
-                  true);
-        } else {
-            Check(IsOlderThanAWeek(*facts_.age), "the machine is no older than a week");
-        }
+        rules_.madeAt = facts_.now - static_cast<std::int64_t>(*facts_.age);
+        const bool old = IsOlderThanAWeek(*facts_.age);
+        const std::string ready = MinuteText(rules_.madeAt + kWeek);
+        Add("made", old ? LinkState::held : LinkState::broken,
+            old ? made + ", " + std::to_string(static_cast<std::int64_t>(*facts_.age) / 86400) + " days ago"
+                : "the machine is no older than a week: made " + made + "; it collects from " + ready + " on",
+            old ? "" : "wait until then, or correct the date: " + SetCommand(kMadeValue, "YEAR/MONTH/DAY"), true);
     }
 
     void ReadPeriod() {
-        const std::optional<std::int32_t> months = facts_.file->Number("totalCollectTime");
-        if (!months) {
-            return Check(false, "the present settings have no totalCollectTime");
+        rules_.months = facts_.file->Number("totalCollectTime");
+        if (!rules_.months) {
+            return Add("period", LinkState::broken, "the present settings have no totalCollectTime",
+                       "the server's settings lack it");
         }
-        std::optional<std::uint64_t> start = ActivationTicks(activation_);
-        if (!start) {
-            start = ManufacturingTicks(NarrowBytes(facts_.made.text));
-        }
-        const CollectPeriod period = PeriodAt(start, *months, platform::now_ticks());
+        const std::optional<std::uint64_t> activated = ActivationTicks(activation_);
+        rules_.start = activated ? activated : ManufacturingTicks(NarrowBytes(facts_.made.text));
+        const CollectPeriod period = PeriodAt(rules_.start, *rules_.months, platform::now_ticks());
+        const bool bad = !activated && HoldsActivation(activation_) && !activation_.empty();
+        const std::string from =
+            activated ? "its activation, " + activation_ + ", which wins over the date of manufacture"
+            : bad     ? "its date of manufacture, since its activation, \"" + activation_ + "\", is no time"
+                      : "its date of manufacture";
         if (period.state == PeriodState::no_start && facts_.made.source == DateSource::none) {
-            return;  // a pass sets a date first
+            rules_.start = ManufacturingTicks(DateText(facts_.now));
+            return Add("period", LinkState::held, "begins with the date of manufacture");
         }
         // A start in the future counts as one of long ago, and so does a date that the calendar does not have.
         const bool ends = period.state == PeriodState::within || period.state == PeriodState::over;
         const std::int64_t end = ends ? period.until : facts_.now;
         facts_.due["totalCollectTime"] = {end, "until " + DateText(end)};
-        Check(!period.IsOver(),
-              bySettings_ + "the " + std::to_string(*months) + " months in which a machine collects are over");
+        const std::string months = std::to_string(*rules_.months) + " months";
+        Add("period", period.IsOver() ? LinkState::broken : LinkState::held,
+            !period.IsOver() ? months + " from " + from + ": until " + DateText(end)
+                             : BySettings() + "the " + months + " in which a machine collects are over" +
+                                   (period.state == PeriodState::future     ? ", since they begin only in the future"
+                                    : period.state == PeriodState::no_start ? ", since they begin on no day"
+                                                                            : "") +
+                                   ": they count from " + from,
+            "", period.state == PeriodState::future);
     }
 
     void ReadDay() {
-        const std::optional<std::int32_t> pause = facts_.file->Number("intervalTimer");
-        if (!pause) {
-            return Check(false, "the present settings have no intervalTimer");
+        rules_.pause = facts_.file->Number("intervalTimer");
+        if (!rules_.pause) {
+            return Add("day", LinkState::broken, "the present settings have no intervalTimer",
+                       "the server's settings lack it");
         }
-        const std::int64_t last = Parsed(L"lastDojobTime", LastDojobTime);
-        const auto at = [&](std::int64_t time) { return DojobDayOfPass(*pause, last, MidnightBefore(time), time); };
+        rules_.last = Parsed(L"lastDojobTime", LastDojobTime);
+        const auto at = [&](std::int64_t time) {
+            return DojobDayOfPass(*rules_.pause, rules_.last, MidnightBefore(time), time);
+        };
         const DojobDay day = at(facts_.now);
         if (day.IsToday()) {
             facts_.due["intervalTimer"] = {std::nullopt, "collects today"};
-            return;
+            return Add("day", LinkState::held,
+                       "collects today; days of pause thereafter: " + std::to_string(*rules_.pause));
         }
         // No do-job day begins in the 25th hour of a calendar day: the next midnight may begin one.
         const std::int64_t next = at(day.next).IsToday() ? day.next : MidnightBefore(day.next + 3600);
         facts_.due["intervalTimer"] = {next, "pauses until " + DateText(next)};
-        Check(false, bySettings_ + "this is a day of pause: the next pass that collects is on " + DateText(next));
+        const bool far = next - facts_.now > (std::int64_t{*rules_.pause} + 2) * 86400;
+        Add("day", LinkState::broken,
+            BySettings() + "this is a day of pause: the next pass that collects is on " + DateText(next) +
+                (far ? ", since lastDojobTime lies in the future" : ""),
+            far ? "`zorvctl registry delete product lastDojobTime`" : "wait: it goes on by itself", !far);
+    }
+
+    void ReadSettings(const std::vector<std::string>& broken) {
+        const std::string stored = platform::native_path(std::string(kProductFolder) + "setting.json");
+        for (const std::string& each : broken) {
+            Add("settings", LinkState::broken, each,
+                each.starts_with(stored) ? DeleteCommand(stored) + ", then restart the service"
+                                         : "install default.json beside the service again");
+        }
+        if (!facts_.file) {
+            return;
+        }
+        const RulingFile& file = *facts_.file;
+        const bool unread = file.ruling == Ruling::default_none_stored && platform::file_exists(stored);
+        const bool link = HasLink(std::string(kProductFolder) + "setting.json");
+        const bool ignored = file.ruling == Ruling::default_other_version || file.ruling == Ruling::default_no_version;
+        Add("settings",
+            file.ruling == Ruling::none ? LinkState::broken
+            : unread                    ? (link ? LinkState::warning : LinkState::unknown)
+            : ignored                   ? LinkState::warning
+                                        : LinkState::held,
+            (file.path.empty() ? "" : file.path + ": ") + file.why +
+                (file.ruling == Ruling::stored ? ", version " + file.version : ""),
+            unread    ? link ? DeleteCommand(stored) : "ask as somebody who may read " + stored
+            : ignored ? "the next download brings others, or `zorvctl registry delete product getSettingFile`"
+                      : "");
     }
 
     // No collection depends on the download's.
     void ReadTimer(const TimerName& name) {
+        const bool download = &name == &kDownloadTimer, kind = &name < &kTimerNames[kTimedKinds - 1];
+        std::string mend = DeleteTimer(name.value);
         try {
-            facts_.due[name.setting] = DueOf(*facts_.file, name, facts_.now);
+            const Due due = facts_.due[name.setting] = DueOf(*facts_.file, name, facts_.now);
+            const std::optional<std::string> value = facts_.file->Text(name.setting);
+            const bool future = due.timer == TimerState::future;
+            const bool dead =
+                !due.at || (future && *due.at - facts_.now > PeriodSeconds(value.value_or("")) + kPatience);
+            if (dead && kind) {
+                facts_.dead.insert(name.setting);
+            }
+            const std::string why = future   ? ": its timer " + WideToUtf8(name.value) + " lies in the future"
+                                    : due.at ? ""
+                                    : value  ? ": \"" + *value + "\" is no period"
+                                             : ": the settings have no such key";
+            const std::string stored = platform::native_path(std::string(kProductFolder) + "setting.json");
+            Add(name.setting, dead || future ? LinkState::warning : LinkState::held, due.words + why,
+                future                ? mend
+                : !due.at && download ? DeleteCommand(stored)
+                : !due.at             ? "the server's settings decide"
+                                      : "");
         } catch (const Failure& failure) {
             facts_.due[name.setting] = {std::nullopt, failure.text};
-            Check(&name == &kDownloadTimer, failure.text, true);
+            const std::size_t command = failure.text.find("; mend it with ");
+            mend = command == std::string::npos ? "mend it at the server" : mend;
+            Add(name.setting, download ? LinkState::warning : LinkState::broken, failure.text.substr(0, command), mend);
         }
     }
 
-    Facts facts_;
-    std::string activation_, bySettings_;
+    // One dead kind among live ones is a warning; when none lives, nothing is collected.
+    void BreakDeadKinds() {
+        for (Link& link : facts_.links) {
+            if (facts_.dead.size() == kTimedKinds - 1 && facts_.dead.count(link.name) != 0) {
+                link.state = LinkState::broken;
+                link.samplesOnly = true;
+            }
+        }
+    }
+
+    // A download comes before the collection and may bring other settings.
+    std::string BySettings() const {
+        try {
+            const Due due = DueOf(*facts_.file, kDownloadTimer, facts_.now);
+            return due.at && *due.at <= facts_.now ? "by the present settings, " : "";
+        } catch (const Failure&) {
+            return "";
+        }
+    }
+
+    Facts& facts_;
+    std::string activation_;
+    Rules rules_;
 };
 
 }  // namespace
@@ -276,6 +497,22 @@ std::optional<std::int32_t> RulingFile::Number(const std::string& key) const {
     }
 }
 
+std::string MinuteText(std::int64_t seconds) {
+    return LocalTimeText(static_cast<double>(seconds)).substr(0, 16);
+}
+
+const char* WordOf(LinkState state) {
+    constexpr const char* kWords[] = {"held", "warning", "broken", "unknown"};
+    return kWords[static_cast<std::size_t>(state)];
+}
+
+std::string Facts::HeldBack() const {
+    const auto found = std::find_if(links.begin(), links.end(), [](const Link& link) {
+        return link.state == LinkState::broken && !link.samplesOnly;
+    });
+    return found == links.end() ? "" : found->why;
+}
+
 std::string MainSwitchText(const std::wstring& value) {
     const MainSwitch state = MainSwitchOf(value);
     return state == MainSwitch::never_asked ? "never set, so on"
@@ -284,7 +521,13 @@ std::string MainSwitchText(const std::wstring& value) {
 }
 
 Facts ReadFacts() {
-    return Reader().Read();
+    Facts facts;
+    facts.now = platform::now_seconds();
+    ReadStarts(facts);
+    Reader(facts).Read();
+    ReadFolder(facts);
+    facts.verdict = Judge(facts);
+    return facts;
 }
 
 }  // namespace zorvalis

@@ -2,6 +2,7 @@
 // entry, the terminal, the user's name, interruption.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,18 @@ std::string UserName();
 
 // Makes `folder` the stand-in machine of this process and of those it starts, by ZORV_MACHINE. Does nothing on Windows.
 void UseMachine(const char* folder);
+
+// Whether the caller may see all of the machine. Always on a stand-in machine, where each file tells by itself.
+bool HasAllRights();
+
+// Whether files may be made in that folder, which exists; nothing when this caller cannot tell. Makes none.
+std::optional<bool> MayWriteIn(const std::string& folder);
+
+// Whether the service listens for clients; opens no context there. False too when it does not within a second.
+bool EndpointListens();
+
+// Whether anybody starts the machine's scheduled tasks: the Windows service, or `zorvctl tasks run`.
+bool TasksAreStarted();
 
 // From this call on, Ctrl-C, SIGTERM and a closed terminal do not end the process but make `Interrupted` true. Only for
 // commands that work on a stand-in machine: nothing on Windows.

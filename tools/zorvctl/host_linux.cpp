@@ -8,6 +8,10 @@
 #include <csignal>
 #include <cstdlib>
 
+#include "platform/machine.h"
+#include "platform/stand_in/line_client.h"
+#include "task_runner.h"
+
 namespace zorvalis {
 
 namespace {
@@ -33,6 +37,22 @@ std::string UserName() {
 
 void UseMachine(const char* folder) {
     setenv("ZORV_MACHINE", folder, 1);
+}
+
+bool HasAllRights() {
+    return true;
+}
+
+std::optional<bool> MayWriteIn(const std::string& folder) {
+    return access(folder.c_str(), W_OK | X_OK) == 0;
+}
+
+bool EndpointListens() {
+    return platform::LineClient().open("run/ZorvHelpRpcEndpoint", 1);
+}
+
+bool TasksAreStarted() {
+    return TasksAreRun(platform::machine_folder());
 }
 
 void CatchInterruption() {

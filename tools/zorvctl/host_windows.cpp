@@ -5,11 +5,15 @@
 #include <io.h>
 #include <windows.h>
 
+#include <rpc.h>
+
 #include <cstdio>
 #include <cstdlib>
 
+#include "common/code_page.h"
 #include "common/wide_to_utf8.h"
 #include "platform/entry.h"
+#include "platform/service_manager.h"
 
 namespace zorvalis {
 
@@ -39,6 +43,51 @@ int TerminalWidth() {
 std::string UserName() {
     const wchar_t* const name = _wgetenv(L"USERNAME");
     return WideToUtf8(name == nullptr ? L"" : name);
+}
+
+// Whether the process runs with an administrator's full rights.
+bool HasAllRights() {
+    HANDLE token = nullptr;
+    TOKEN_ELEVATION elevation{};
+    DWORD size = 0;
+    const bool known = OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token) != FALSE &&
+                       GetTokenInformation(token, TokenElevation, &elevation, sizeof elevation, &size) != FALSE;
+    CloseHandle(token);
+    return known && elevation.TokenIsElevated != 0;
+}
+
+// The service and its passes are LocalSystem: what is refused to somebody else tells nothing of them.
+std::optional<bool> MayWriteIn(const std::string& folder) {
+    const HANDLE opened =
+        CreateFileW(Utf82Unicode(folder).c_str(), FILE_ADD_FILE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                    nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    if (opened == INVALID_HANDLE_VALUE) {
+        return HasAllRights() ? std::optional(false) : std::nullopt;
+    }
+    CloseHandle(opened);
+    return true;
+}
+
+bool EndpointListens() {
+    RPC_WSTR text = nullptr;
+    RPC_BINDING_HANDLE binding = nullptr;
+    wchar_t protocol[] = L"ncalrpc", endpoint[] = L"ZorvHelpRpcEndpoint";
+    const auto wide = [](wchar_t* each) { return reinterpret_cast<RPC_WSTR>(each); };
+    const bool listens =
+        RpcStringBindingComposeW(nullptr, wide(protocol), nullptr, wide(endpoint), nullptr, &text) == RPC_S_OK &&
+        RpcBindingFromStringBindingW(text, &binding) == RPC_S_OK && RpcMgmtIsServerListening(binding) == RPC_S_OK;
+    RpcBindingFree(&binding);
+    RpcStringFreeW(&text);
+    return listens;
+}
+
+// By the task scheduler's service. When that may not be asked, it is taken to run, as it always does.
+bool TasksAreStarted() {
+    constexpr DWORD kConnect = 1, kQuery = 4;
+    platform::ServiceManager manager;
+    platform::ServiceStatus status{};
+    return !manager.open(kConnect) || !manager.open_service(L"Schedule", kQuery) || !manager.query_service(status) ||
+           status.state == SERVICE_RUNNING;
 }
 
 // The rest serves stand-in machines, which Windows lacks: commands that need one fail before they come here.

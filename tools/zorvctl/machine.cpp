@@ -1,24 +1,22 @@
-// `zorvctl machine`: makes a stand-in machine, and says whether a pass would collect on it.
+// `zorvctl machine`: makes a stand-in machine.
 
 #include <CLI/CLI.hpp>
 #include <chrono>
-#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
 
-#include "base/json.h"
 #include "commands.h"
 #include "common/code_page.h"
 #include "common/files.h"
 #include "common/registry.h"
-#include "common/wide_to_utf8.h"
 #include "facts.h"
 #include "host.h"
 #include "output.h"
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/machine.h"
+#include "status.h"
 
 namespace zorvalis {
 
@@ -26,61 +24,12 @@ namespace {
 
 constexpr std::int64_t kDay = 86400;
 constexpr std::int64_t kMonth = 30 * kDay;
-constexpr char kOnWindows[] = "the machine is the computer itself";
+constexpr char kOnWindows[] = "the machine is the computer itself; `zorvctl status` looks at it";
 
 struct InitOptions {
     std::string folder, manufactured;
     bool force = false;
 };
-
-// Why the stand-in library cannot read its hardware.json; empty when it can.
-std::string HardwareProblem(const std::string& path) {
-    try {
-        ParseJson(ReadWholeFile(path));
-    } catch (const Failure& failure) {
-        return failure.text;
-    } catch (const std::exception& error) {
-        return path + " is no JSON: " + error.what();
-    }
-    return "";
-}
-
-std::string MadeText(const Facts& facts) {
-    return facts.made.text.empty() ? "not set"
-           : !facts.age
-               ? WideToUtf8(facts.made.text)
-               : WideToUtf8(facts.made.text) + ", " + std::to_string(std::llround(*facts.age) / kDay) + " days ago";
-}
-
-// Prints what a pass would find, and why it would not collect. False when it would not.
-bool Report(const std::string& machine) {
-    const Facts facts = ReadFacts();
-    const auto add = [](const char* subject, const std::string& found) {
-        Print(FitTo(subject, 14) + ReadableText(found) + "\n");
-    };
-    add("machine", machine);
-    add("image state", ImageStateOf(facts.imageState) == ImageState::missing || facts.imageState.empty()
-                           ? "not set"
-                           : WideToUtf8(facts.imageState));
-    add("manufactured", MadeText(facts));
-    add("main switch", MainSwitchText(facts.mainSwitch));
-    std::string hardware = machine + "/hardware.json";
-    hardware = platform::file_exists(hardware) ? hardware : OwnFolder() + "/hardware.json";
-    add("hardware", hardware);
-    if (facts.file) {
-        add("settings", facts.file->path.empty() ? facts.file->why : facts.file->path);
-    }
-    if (const auto end = facts.due.find("totalCollectTime"); end != facts.due.end()) {
-        add("collects", end->second.words);
-    }
-    std::string problems = HardwareProblem(hardware);
-    problems = problems.empty() ? "" : "  " + problems + "\n";
-    for (const Obstacle& obstacle : facts.obstacles) {
-        problems += "  " + obstacle.words + "\n";
-    }
-    Print(problems.empty() ? "Ready to collect.\n" : "Not ready to collect:\n" + problems);
-    return problems.empty();
-}
 
 // Whether anything that `machine init` writes is there already.
 bool IsMade(const std::string& machine) {
@@ -127,7 +76,9 @@ void Init(const InitOptions& options) {
     WriteText(kSetupStateKey, L"ImageState", "IMAGE_STATE_COMPLETE");
     WriteText(kFactoryConfigKey, L"ManufacturingDate",
               options.manufactured.empty() ? DateText(platform::now_seconds() - 3 * kMonth) : options.manufactured);
-    Report(machine);
+    Print("machine  " + ReadableText(machine) +
+          "\nReady to collect once the service is there: run its executable with -install, then\n"
+          "`zorvctl service start` and `zorvctl tasks run`; `zorvctl status` tells what is missing.\n");
 }
 
 }  // namespace
@@ -147,13 +98,12 @@ void AddMachineCommands(CLI::App& app) {
     init->callback([options] { Init(*options); });
 
     group->add_subcommand("path", "Prints the machine's folder")->callback([] {
-        Require(!platform::machine_folder().empty(),
-                std::string("there is no stand-in machine on Windows: ") + kOnWindows);
-        Print(platform::machine_folder() + "\n");
+        Print((platform::machine_folder().empty() ? StandInMachine(kOnWindows) : platform::machine_folder()) + "\n");
     });
-    group->add_subcommand("status", "Says what is there, and whether a pass would collect")->callback([] {
-        Require(Report(StandInMachine(kOnWindows)), "");
-    });
+    const auto asJson = std::make_shared<bool>(false);
+    CLI::App* status = group->add_subcommand("status", "The same as `zorvctl status`");
+    status->add_flag("--json", *asJson, "As JSON, times in seconds since 1970");
+    status->callback([asJson] { PrintStatus(*asJson); });
 }
 
 }  // namespace zorvalis

@@ -36,6 +36,7 @@ int RunTool(std::vector<std::string> arguments) {
                  "zorvctl");
     app.set_version_flag("--version", std::string("zorvctl ") + kServiceVersion);
     app.require_subcommand(1);
+    AddStatusCommand(app);
     AddMachineCommands(app);
     AddShowCommand(app);
     AddQueryCommand(app);

@@ -224,10 +224,10 @@ void CheckMachine() {
     Require(problem.empty(), problem);
 }
 
-std::string StandInMachine(const char* instead) {
+std::string StandInMachine(const std::string& instead) {
     CheckMachine();
     std::string folder = platform::machine_folder();
-    Require(!folder.empty(), std::string("there is no stand-in machine on Windows: ") + instead);
+    Require(!folder.empty(), std::string("on Windows ") + instead, kWrongUsage);
     return folder;
 }
 

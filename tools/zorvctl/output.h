@@ -73,8 +73,8 @@ void WriteIntoPlace(const std::string& path, std::string_view bytes);
 // On Linux, throws a Failure that says what to do when there is no usable stand-in machine. Does nothing on Windows.
 void CheckMachine();
 
-// The stand-in machine's folder, which exists. On Windows it throws a Failure that ends with `instead`, which says what
-// to use there; sources for Linux alone give none.
-std::string StandInMachine(const char* instead = "");
+// The stand-in machine's folder, which exists. On Windows it throws a Failure "on Windows " and `instead`, which names
+// the command that serves there; sources for Linux alone give none.
+std::string StandInMachine(const std::string& instead = "");
 
 }  // namespace zorvalis

@@ -87,13 +87,18 @@ void PrintSettings(bool asJson) {
     for (const Key& key : kKeys) {
         if (const auto found = keys.find(key.name); found != keys.end()) {
             const Json& value = found->at("value");
-            table += Trimmed(FitTo(key.name, 18) + FitTo(value.is_null() ? "(absent)" : text(value), 16) +
+            table += Trimmed(FitTo(key.name, 18) +
+                             FitTo(found->at("broken") ? "(broken)"
+                                   : value.is_null()   ? "(absent)"
+                                                       : text(value),
+                                   16) +
                              FitTo(text(found->at("meaning")), 48) + text(found->at("nextInWords")));
         }
     }
     Print(table.empty() ? "" : "\n" + table);
     const std::string heldBack = text(all["heldBack"]);
     Print(heldBack.empty() ? "" : "\nCollecting and sending are held back: " + heldBack + ".\n");
+    Print((heldBack.empty() ? "\n" : "") + text(all["verdict"]) + "\n");
 }
 
 }  // namespace
@@ -109,10 +114,20 @@ Json SettingsAsJson() {
 
     Json keys = Json::object();
     for (const Key& key : kKeys) {
-        const std::optional<std::string> value = file.Text(key.name);
+        std::optional<std::string> value;
+        std::string meaning;
+        bool broken = false;
+        try {
+            value = file.Text(key.name);
+            meaning = Meaning(key, file, value);
+        } catch (const Failure& failure) {  // of a key without which passes go on
+            meaning = ReadableText(failure.text);
+            broken = true;
+        }
         const Due& due = facts.due[key.name];
         keys[key.name] = {{"value", value ? Json(ReadableText(*value, false)) : Json(nullptr)},
-                          {"meaning", Meaning(key, file, value)},
+                          {"broken", broken},
+                          {"meaning", meaning},
                           {"next", due.at ? Json(*due.at) : Json(nullptr)},
                           {"nextInWords", due.words}};
     }
@@ -121,7 +136,10 @@ Json SettingsAsJson() {
                 {"why", ReadableText(file.why, false)},
                 {"server", host},
                 {"defaultServer", defaultServer},
-                {"heldBack", facts.HeldBack()}};
+                {"heldBack", facts.HeldBack()},
+                {"verdict", facts.verdict.words},
+                {"exitCode", facts.verdict.code},
+                {"nextPass", facts.verdict.next ? Json(*facts.verdict.next) : Json(nullptr)}};
     all["keys"] = none ? Json::object() : keys;
     return all;
 }

@@ -20,15 +20,7 @@ std::int64_t Task::Limit() const {
 }
 
 std::optional<std::int64_t> Task::NextStart(std::int64_t from) const {
-    const auto first = platform::task_time(definition.start_boundary);
-    if (!problem.empty() || !definition.enabled || !first) {
-        return std::nullopt;
-    }
-    const std::int64_t interval = Interval();
-    if (from <= *first) {
-        return first;
-    }
-    return interval == 0 ? std::nullopt : std::optional(*first + (from - *first + interval - 1) / interval * interval);
+    return problem.empty() ? platform::next_start(definition, from) : std::nullopt;
 }
 
 std::optional<std::int64_t> Task::LatestStart(std::int64_t from, std::int64_t to) const {

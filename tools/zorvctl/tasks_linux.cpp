@@ -5,7 +5,9 @@
 #include <memory>
 #include <string>
 
+#include "base/json.h"
 #include "commands.h"
+#include "facts.h"
 #include "output.h"
 #include "platform/clock.h"
 #include "platform/stand_in/task_file.h"
@@ -21,10 +23,6 @@ struct RunWords {
     RunOptions options;
     bool skipWaits = false;
 };
-
-std::string MinuteText(std::int64_t seconds) {
-    return LocalTimeText(static_cast<double>(seconds)).substr(0, 16);
-}
 
 std::string StateText(const Task& task, std::int64_t now) {
     if (!task.definition.enabled) {
@@ -48,17 +46,30 @@ std::string TaskText(const Task& task, std::int64_t now) {
            (definition.run_level == 1 ? ", with the highest rights\n" : "\n");
 }
 
-void ListTasks() {
+void ListTasks(bool asJson) {
     const std::string machine = StandInMachine();
     const std::vector<Task> tasks = ReadTasks(machine);
-    for (const Task& task : tasks) {
-        Print(TaskText(task, platform::now_seconds()));
-    }
-    if (tasks.empty()) {
-        return Complain("there are no scheduled tasks");
-    }
-    Print(TasksAreRun(machine) ? "A runner starts them.\n" : "Nobody starts them now: `zorvctl tasks run` does.\n");
     const bool broken = std::any_of(tasks.begin(), tasks.end(), [](const Task& each) { return !each.problem.empty(); });
+    Json all = Json::array();
+    for (const Task& task : tasks) {
+        const auto next = task.NextStart(platform::now_seconds());
+        all.push_back({{"name", ReadableText(task.name, false)},
+                       {"enabled", task.problem.empty() && task.definition.enabled},
+                       {"nextStart", next ? Json(*next) : Json(nullptr)},
+                       {"path", ReadableText(task.definition.path, false)},
+                       {"problem", task.problem.empty() ? Json(nullptr) : Json(ReadableText(task.problem, false))}});
+        Print(asJson ? "" : TaskText(task, platform::now_seconds()));
+    }
+    const bool started = TasksAreRun(machine);
+    if (asJson) {
+        Print(DumpJson({{"tasks", all}, {"started", started}}) + "\n");
+    } else if (tasks.empty()) {
+        Complain("there are no scheduled tasks: the service makes one two minutes after its start");
+    } else {
+        Print(started ? "A runner starts them.\n" : "Nobody starts them now: `zorvctl tasks run` does.\n");
+        const std::string heldBack = ReadFacts().HeldBack();
+        Print(heldBack.empty() ? "" : "Their passes collect nothing: " + heldBack + ".\n");
+    }
     Require(!broken, "");
 }
 
@@ -102,7 +113,10 @@ void RunTasks(const RunWords& words) {
 void AddTaskCommands(CLI::App& app) {
     CLI::App* group = app.add_subcommand("tasks", "Looks at the scheduled tasks of a stand-in machine and starts them");
     group->require_subcommand(1);
-    group->add_subcommand("list", "Says what there is, and when each task starts next")->callback(ListTasks);
+    const auto asJson = std::make_shared<bool>(false);
+    CLI::App* list = group->add_subcommand("list", "Says what there is, and when each task starts next");
+    list->add_flag("--json", *asJson, "As JSON, times in seconds since 1970");
+    list->callback([asJson] { ListTasks(*asJson); });
 
     const auto words = std::make_shared<RunWords>();
     CLI::App* run = group->add_subcommand("run", "Starts the tasks when they are due, until Ctrl-C");

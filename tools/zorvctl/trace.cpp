@@ -14,12 +14,11 @@
 #include "base/json.h"
 #include "base/text.h"
 #include "commands.h"
-#include "common/log.h"
 #include "host.h"
 #include "output.h"
 #include "platform/clock.h"
 #include "platform/files.h"
-#include "platform/machine.h"
+#include "windows_tools.h"
 
 namespace zorvalis {
 
@@ -129,29 +128,14 @@ private:
     std::string partial_;
 };
 
-std::string ProviderText() {
-    const platform::Guid& guid = kTraceControl;
-    char text[40];
-    std::snprintf(text, sizeof text, "{%08x-%04x-%04x-", guid.data1, static_cast<unsigned>(guid.data2),
-                  static_cast<unsigned>(guid.data3));
-    const std::string last = Hexadecimal(guid.data4);
-    return text + last.substr(0, 4) + "-" + last.substr(4) + "}";
-}
-
-// On Windows, raises a Failure that says what serves instead.
-void RefuseOnWindows(const std::string& instead) {
-    Require(!platform::machine_folder().empty(), instead);
-}
-
 void TurnOn(const std::string& session, const TraceOptions& options) {
     WriteIntoPlace(session, "{\"level\": " + std::to_string(options.level) +
                                 ", \"flags\": " + std::to_string(options.flags) + "}\n");
 }
 
 void Trace(const TraceOptions& options) {
-    RefuseOnWindows("Windows keeps trace sessions. As an administrator: logman start Zorvalis -p " + ProviderText() +
-                    " 0xFFFFFFFF 0xFF -o zorvalis.etl -ets; then logman stop Zorvalis -ets and tracerpt zorvalis.etl");
-    const std::string machine = StandInMachine();
+    const std::string machine =
+        StandInMachine("a trace session is made by " + TraceCommands(options.level, options.flags));
     const std::string session = machine + "/trace.json";
     if (options.off) {
         Require(platform::file_exists(session), "no trace session is on");
@@ -215,10 +199,8 @@ struct Entry {
 };
 
 void PrintEvents(const LogOptions& options) {
-    RefuseOnWindows(
-        "Windows keeps the event log: wevtutil qe Application /q:\"*[System[Provider[@Name='Zorvalis']]]\" /f:text "
-        "/rd:true /c:20");
-    const std::string path = StandInMachine() + "/eventlog.jsonl";
+    const std::string path =
+        StandInMachine("the event log is read by `" + EventLogCommand(options.last) + "`") + "/eventlog.jsonl";
     const double since = options.since.empty() ? 0 : SinceOf(options.since);
     int unreadable = 0;
     const auto view = [&](const std::string& line) -> std::string {

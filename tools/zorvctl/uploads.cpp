@@ -6,27 +6,22 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <thread>
 
 #include "commands.h"
 #include "common/files.h"
 #include "database_reader.h"
 #include "facts.h"
+#include "host.h"
 #include "machine_views.h"
 #include "output.h"
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "upload/file_status.h"
 #include "upload/upload_status.h"
+#include "uploads.h"
 
 namespace zorvalis {
-
-namespace {
-
-constexpr std::size_t kNewest = 10;
-
-struct UploadsOptions {
-    bool all = false, json = false;
-};
 
 std::vector<FileRecord> ReadRecords() {
     const std::string path = platform::native_path(std::string(kDataFolder) + kStatusDb);
@@ -57,6 +52,46 @@ std::vector<FileRecord> ReadRecords() {
                      [](const FileRecord& a, const FileRecord& b) { return a.createDate < b.createDate; });
     return records;
 }
+
+// What an attempt's code means.
+constexpr struct {
+    UploadStatus status;
+    const char* words;
+} kOutcomes[] = {
+    {BG_UPLOAD_STATUS_IN_PROGRESS, "on its way, unless the pass was cut off"},
+    {BG_UPLOAD_STATUS_SUCCESS, "sent"},
+    {BG_UPLOAD_STATUS_INITUPLOADFILE_ERROR, "the server did not take its announcement"},
+    {BG_UPLOAD_STATUS_UPLOADFILECHUNK_ERROR, "a piece of it was not taken"},
+    {BG_UPLOAD_STATUS_FINISHUPLOAD_ERROR, "all was sent, but the server did not confirm it"},
+    {BG_UPLOAD_STATUS_BASE64_ERROR, "a piece of it could not be read from the disk"},
+    {BG_UPLOAD_STATUS_MD5_ERROR, "its checksum could not be made: it could not be read"},
+    {BG_UPLOAD_STATUS_FILE_NOT_EXIST, "it was not on the disk"},
+    {BG_UPLOAD_STATUS_ERROR, "it could not be measured"},
+};
+
+std::string OutcomeWords(const FileRecord& record) {
+    for (const auto& [status, words] : kOutcomes) {
+        if (status == record.uploadStatus) {
+            // An answer in the service's own words stands for one that did not come, or not with status 200.
+            const bool asked = status >= BG_UPLOAD_STATUS_INITUPLOADFILE_ERROR &&
+                               status <= BG_UPLOAD_STATUS_FINISHUPLOAD_ERROR && !record.serverResponse.empty();
+            const bool answered = !record.serverResponse.starts_with("BG_UPLOAD_STATUS_") ||
+                                  record.serverResponse.find(": ") != std::string::npos;
+            return words + std::string(!asked     ? ""
+                                       : answered ? ": the server answered " + record.serverResponse
+                                                  : ": not reached, or no answer with status 200");
+        }
+    }
+    return "";
+}
+
+namespace {
+
+constexpr std::size_t kNewest = 10;
+
+struct UploadsOptions {
+    bool all = false, json = false, watch = false;
+};
 
 // A record of the status database in words, for printing.
 struct View {
@@ -103,11 +138,15 @@ std::string View::Text() const {
     const auto full = static_cast<std::size_t>(percent / 5);
     const std::string bar = "[" + std::string(full, '#') + std::string(20 - full, '.') + "]";
     const std::string answer = ReadableText(record.serverResponse), stage = ReadableText(record.uploadStage);
+    const std::string outcome = ReadableText(OutcomeWords(record)), when = ReadableText(record.uploadedTime);
+    // Each attempt that came to the server ends in the stage "uploading complete", a failed one too.
+    const bool ended = record.uploadStage == "uploading complete";
     return ReadableText(record.fileName) + "\n    " + type + madeOn + ": " + state + "\n    " + bar + " " +
            std::to_string(percent) + "% of " + (size < 0 ? "an unknown number of" : std::to_string(size)) +
            " bytes, try " + std::to_string(record.tryCount) + " of " + std::to_string(kMostTries) + "\n" +
            (answer.empty() ? "" : "    last answer: " + answer + "\n") +
-           (stage.empty() ? "" : "    stage: " + stage + "\n");
+           (outcome.empty() ? "" : "    last attempt: " + when + ", " + outcome + "\n") +
+           (stage.empty() || ended ? "" : "    stage: " + stage + "\n");
 }
 
 Json View::AsJson() const {
@@ -121,7 +160,9 @@ Json View::AsJson() const {
             {"percent", percent},
             {"tries", record.tryCount},
             {"answer", text(record.serverResponse)},
-            {"stage", text(record.uploadStage)}};
+            {"stage", text(record.uploadStage)},
+            {"outcome", text(OutcomeWords(record))},
+            {"attempted", record.uploadedTime == kNoDate ? Json(nullptr) : Json(text(record.uploadedTime))}};
 }
 
 // When the next upload is due. Broken settings give their fault instead, so that the files can still be listed.
@@ -138,11 +179,10 @@ Due NextUpload() {
     return due;
 }
 
-void PrintUploads(const UploadsOptions& options) {
+std::string UploadsText(const UploadsOptions& options) {
     if (options.json) {
-        return Print(DumpJson(UploadsAsJson(options.all)) + "\n");
+        return DumpJson(UploadsAsJson(options.all)) + "\n";
     }
-    CheckMachine();
     const std::vector<FileRecord> records = ReadRecords();
     const std::size_t shown = options.all ? records.size() : std::min(records.size(), kNewest);
     std::string text;
@@ -153,8 +193,28 @@ void PrintUploads(const UploadsOptions& options) {
         text += "The newest " + std::to_string(shown) + " of " + std::to_string(records.size()) +
                 " files; --all shows the others.\n";
     }
-    Print(records.empty() ? "no file has been registered for upload yet\n" : text);
-    Print("Next upload: " + ReadableText(NextUpload().words) + ".\n");
+    return (records.empty() ? "no file has been registered for upload yet\n" : text) +
+           "Next upload: " + ReadableText(NextUpload().words) + ".\n";
+}
+
+void PrintUploads(const UploadsOptions& options) {
+    CheckMachine();
+    std::string before = UploadsText(options);
+    Print(before);
+    if (!options.watch) {
+        return;
+    }
+    CatchInterruption();
+    while (!Interrupted()) {
+        FlushOutput();
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        std::string text = UploadsText(options);
+        if (text != before) {
+            // In a terminal from the top, else as another block.
+            Print((TerminalWidth() > 0 ? "\x1b[H\x1b[2J" : options.json ? "" : "\n") + text);
+            before = std::move(text);
+        }
+    }
 }
 
 }  // namespace
@@ -176,6 +236,7 @@ void AddUploadsCommand(CLI::App& app) {
     CLI::App* uploads = app.add_subcommand("uploads", "Says how far each file is on its way to the server");
     uploads->add_flag("--all", options->all, "All files, not the newest ten alone");
     uploads->add_flag("--json", options->json, "As JSON, times in seconds since 1970");
+    uploads->add_flag("--watch", options->watch, "Prints them again whenever something has changed, until Ctrl-C");
     uploads->callback([options] { PrintUploads(*options); });
 }
 

@@ -112,6 +112,15 @@ TaskFault task_fault(const ScheduledTask& task) {
     return limit && in_range(task.interval) && task_time(task.start_boundary) ? TaskFault::none : TaskFault::invalid;
 }
 
+std::optional<std::int64_t> next_start(const TaskDefinition& task, std::int64_t from) {
+    const auto first = task_time(task.start_boundary);
+    if (!task.enabled || !first || from <= *first) {
+        return task.enabled ? first : std::nullopt;
+    }
+    const std::int64_t interval = task_duration(task.interval).value_or(0);
+    return interval == 0 ? std::nullopt : std::optional(*first + (from - *first + interval - 1) / interval * interval);
+}
+
 std::optional<std::int64_t> task_duration(const std::string& text) {
     constexpr std::size_t kMostDigits = 9;
     std::string_view rest = text;

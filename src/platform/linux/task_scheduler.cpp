@@ -29,7 +29,6 @@ constexpr Status status_of(std::uint32_t number) {
     return static_cast<Status>(number);
 }
 
-constexpr Status kNoTask = status_of(0x80070002);        // ERROR_FILE_NOT_FOUND
 constexpr Status kBadName = status_of(0x8007007B);       // ERROR_INVALID_NAME
 constexpr Status kInvalidValue = status_of(0x80041318);  // SCHED_E_INVALIDVALUE
 constexpr Status kMissingNode = status_of(0x80041319);   // SCHED_E_MISSINGNODE
@@ -111,11 +110,11 @@ Status store_task(const std::string& name, const ScheduledTask& task) {
 Status remove_task(const std::string& name) {
     const Descriptor folder = open_folder(false);
     if (!folder || !lock_key(folder.get())) {
-        return kNoTask;
+        return kNoSuchTask;
     }
     const std::string file = file_of(name);
     const std::string existing = file.empty() ? "" : find_task(folder, file);
-    return existing.empty() ? kNoTask : from_error(::unlinkat(folder.get(), existing.c_str(), 0) == 0 ? 0 : errno);
+    return existing.empty() ? kNoSuchTask : from_error(::unlinkat(folder.get(), existing.c_str(), 0) == 0 ? 0 : errno);
 }
 
 // The step for TaskResult::items; nothing for a task of another name.
@@ -170,6 +169,19 @@ TaskResult delete_task(const std::string& name) {
     if (result.status >= 0) {
         result.status = remove_task(name);
     }
+    return result;
+}
+
+TaskResult find_task(const std::string& name, std::int64_t now, RegisteredTask& task) {
+    TaskResult result = pass(Step::find_task, Step::find_task);
+    const Descriptor folder = open_folder(false);
+    const Status missing = errno == ENOENT ? kNoSuchTask : from_error(errno);
+    const std::string file = find_task(folder, file_of(name));
+    TaskDefinition found;
+    if (result.status >= 0) {
+        result.status = !folder ? missing : file.empty() ? kNoSuchTask : read_task(folder, file, found);
+    }
+    task = {found.enabled, next_start(found, now).value_or(0), task_duration(found.interval).value_or(0), found.path};
     return result;
 }
 

@@ -26,6 +26,9 @@ TaskDefinition parse_task(const std::string& text);
 enum class TaskFault { none, missing, invalid };
 TaskFault task_fault(const ScheduledTask& task);
 
+// The first start that is not before `from`. Nothing for a task that is disabled or over.
+std::optional<std::int64_t> next_start(const TaskDefinition& task, std::int64_t from);
+
 // Seconds of a duration such as "PT5M" or "P1DT12H".
 std::optional<std::int64_t> task_duration(const std::string& text);
 

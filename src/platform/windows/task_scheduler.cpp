@@ -5,8 +5,12 @@
 
 #include <taskschd.h>
 
+#include <cstdio>
+#include <ctime>
 #include <optional>
 
+#include "platform/clock.h"
+#include "platform/text.h"
 #include "platform/windows/com.h"
 #include "platform/windows/wide.h"
 
@@ -114,6 +118,29 @@ std::optional<Step> disable_if_named(IRegisteredTaskCollection& tasks, LONG inde
     return Step::put_task_enabled;
 }
 
+// What stands between a tag's two forms in the task's XML.
+std::string element(const std::string& xml, const std::string& tag) {
+    const std::size_t start = xml.find("<" + tag + ">"), end = xml.find("</" + tag + ">");
+    return start < end && end != std::string::npos ? xml.substr(start + tag.size() + 2, end - start - tag.size() - 2)
+                                                   : "";
+}
+
+// Task Scheduler's local time; 0 for the zero that stands for no start.
+std::int64_t seconds_of(DATE date) {
+    SYSTEMTIME time{};
+    if (date == 0 || !::VariantTimeToSystemTime(date, &time)) {
+        return 0;
+    }
+    std::tm local{};
+    local.tm_year = time.wYear - 1900;
+    local.tm_mon = time.wMonth - 1;
+    local.tm_mday = time.wDay;
+    local.tm_hour = time.wHour;
+    local.tm_min = time.wMinute;
+    local.tm_sec = time.wSecond;
+    return local_seconds(local);
+}
+
 }  // namespace
 
 TaskResult register_task(const std::string& name, const ScheduledTask& task) {
@@ -153,6 +180,27 @@ TaskResult delete_task(const std::string& name) {
     if (visit.get_root_folder()) {
         visit.did(Step::delete_task, visit.folder->DeleteTask(text_of(name).get(), 0));
     }
+    return visit.result;
+}
+
+TaskResult find_task(const std::string& name, std::int64_t, RegisteredTask& task) {
+    Visit visit;
+    ComPointer<IRegisteredTask> found;
+    if (!visit.get_root_folder() ||
+        !visit.did(Step::find_task, visit.folder->GetTask(text_of(name).get(), found.put()))) {
+        return visit.result;
+    }
+    VARIANT_BOOL enabled = VARIANT_FALSE;
+    found->get_Enabled(&enabled);
+    DATE next = 0;
+    found->get_NextRunTime(&next);
+    BSTR text = nullptr;
+    found->get_Xml(&text);
+    const OwnedText owned(text);
+    const std::string xml = to_utf8({text, ::SysStringLen(text)});
+    int minutes = 0;
+    std::sscanf(element(xml, "Interval").c_str(), "PT%dM", &minutes);
+    task = {enabled != VARIANT_FALSE, seconds_of(next), minutes * 60, element(xml, "Command")};
     return visit.result;
 }
 
