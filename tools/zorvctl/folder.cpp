@@ -114,6 +114,7 @@ private:
         while (!fs::exists(made) && fs::path(made).has_parent_path() && fs::path(made).parent_path() != made) {
             made = fs::path(made).parent_path().string();
         }
+        const std::string ask = windows ? "run `zorvctl status` as administrator" : "ask as its owner";
         const std::string rights =
             windows ? "give SYSTEM its rights there: `icacls \"" + made + "\" /grant SYSTEM:(OI)(CI)F`"
                     : "`chmod u+rwx '" + made + "'`, as its owner";
@@ -123,11 +124,9 @@ private:
         } else if (!there && fs::exists(made) && !fs::is_directory(made)) {
             Add("folder", LinkState::broken, made + " is a file where a folder has to be", "move that file away");
         } else if (there && error == kAccessDenied) {
-            Add("folder", LinkState::unknown, path + " may not be read by this caller",
-                windows ? "run `zorvctl status` as administrator" : "ask as its owner");
+            Add("folder", LinkState::unknown, path + " may not be read by this caller", ask);
         } else if (const std::optional<bool> may = MayWriteIn(made); !may) {
-            Add("folder", LinkState::unknown, "only administrators see whether " + made + " can be written",
-                "run `zorvctl status` as administrator");
+            Add("folder", LinkState::unknown, "this caller cannot see whether the service may write in " + made, ask);
         } else if (!*may) {
             Add("folder", LinkState::broken, made + " cannot be written", rights);
         } else {
@@ -231,11 +230,11 @@ private:
         }
     }
 
-    // A full table is no fault: the limits are that low. Only when no kind of sample has room, nothing is stored.
+    // A full table is no fault: the limits are that low. Only when no kind that lives has room, nothing is stored.
     void AddRows(const std::string& full) {
         std::set<std::string> idle = facts_.full;
         idle.insert(facts_.dead.begin(), facts_.dead.end());
-        const bool all = idle.size() == std::size(kKinds) - 1 && !facts_.full.empty();
+        const bool all = idle.size() == std::size(kKinds) - 1 && idle.size() > facts_.dead.size();
         Add("rows", all ? LinkState::broken : LinkState::held,
             full.empty() ? "no table of this month is full" : "full until the month changes: " + full,
             all ? "wait: the next month has a new file" : "");

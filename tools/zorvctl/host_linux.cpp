@@ -3,6 +3,7 @@
 
 #include <pwd.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -43,8 +44,14 @@ bool HasAllRights() {
     return true;
 }
 
+// The service may run as the folder's owner: what is refused to another account tells nothing of it.
 std::optional<bool> MayWriteIn(const std::string& folder) {
-    return access(folder.c_str(), W_OK | X_OK) == 0;
+    struct stat status {};
+    if (access(folder.c_str(), W_OK | X_OK) == 0) {
+        return true;
+    }
+    const bool others = stat(folder.c_str(), &status) == 0 && status.st_uid != geteuid() && geteuid() != 0;
+    return others ? std::nullopt : std::optional(false);
 }
 
 bool EndpointListens() {
