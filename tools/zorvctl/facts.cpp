@@ -154,6 +154,8 @@ std::string HardwareProblem() {
 
 constexpr std::int64_t kWeek = 7 * 86400;
 constexpr std::int64_t kPatience = 86400;  // a timer that is later than its period by more counts as dead
+constexpr char kMendServer[] = "publish other settings at the server";
+constexpr char kMendDefault[] = "install default.json beside the service again";
 constexpr char kMadeValue[] = "SOFTWARE/Zorv/FactoryConfig ManufacturingDate";
 
 // What the rules go by, so that they can be asked about a time to come.
@@ -193,7 +195,7 @@ public:
         ReadHardware();
         ReadSwitch();
         ReadAge();
-        if (facts_.file) {
+        if (facts_.file && facts_.file->ruling != Ruling::none) {
             Try("period", [&] { ReadPeriod(); });
             Try("day", [&] { ReadDay(); });
         }
@@ -220,7 +222,7 @@ private:
         } catch (const Failure& failure) {
             const std::size_t command = failure.text.find("; mend it with ");
             Add(name, LinkState::broken, failure.text.substr(0, command),
-                command == std::string::npos ? "" : failure.text.substr(command + 15));
+                command == std::string::npos ? MendSettings() : failure.text.substr(command + 15));
             facts_.fault = facts_.fault.empty() ? failure.text : facts_.fault;
         }
     }
@@ -283,8 +285,8 @@ private:
         const bool complete = ImageStateOf(facts_.imageState) == ImageState::complete;
         const bool windows = platform::machine_folder().empty();
         Add("set-up", complete ? LinkState::held : LinkState::broken,
-            complete ? "the system's setup is complete"
-                     : "the system's setup is not complete: its state is " +
+            complete ? "Windows is set up"
+                     : "Windows' own setup is not complete: its state is " +
                            (ImageStateOf(facts_.imageState) == ImageState::missing
                                 ? "not set"
                                 : "\"" + WideToUtf8(facts_.imageState) + "\""),
@@ -318,8 +320,7 @@ private:
             return Add("made", LinkState::broken,
                        "the date of manufacture, " + WideToUtf8(date) + ", holds " + Unread(error) +
                            ", and every pass fails on it",
-                       factory ? SetCommand(kMadeValue, "YEAR/MONTH/DAY")
-                               : "`zorvctl registry delete product FakeManufacturingDate`");
+                       MendDate());
         }
         rules_.madeAt = facts_.now - static_cast<std::int64_t>(*facts_.age);
         const bool old = IsOlderThanAWeek(*facts_.age);
@@ -333,8 +334,7 @@ private:
     void ReadPeriod() {
         rules_.months = facts_.file->Number("totalCollectTime");
         if (!rules_.months) {
-            return Add("period", LinkState::broken, "the present settings have no totalCollectTime",
-                       "the server's settings lack it");
+            return Add("period", LinkState::broken, "the present settings have no totalCollectTime", MendSettings());
         }
         const std::optional<std::uint64_t> activated = ActivationTicks(activation_);
         rules_.start = activated ? activated : ManufacturingTicks(NarrowBytes(facts_.made.text));
@@ -360,14 +360,13 @@ private:
                                     : period.state == PeriodState::no_start ? ", since they begin on no day"
                                                                             : "") +
                                    ": they count from " + from,
-            "", period.state == PeriodState::future);
+            !activated && !ends ? MendDate() : "", period.state == PeriodState::future);
     }
 
     void ReadDay() {
         rules_.pause = facts_.file->Number("intervalTimer");
         if (!rules_.pause) {
-            return Add("day", LinkState::broken, "the present settings have no intervalTimer",
-                       "the server's settings lack it");
+            return Add("day", LinkState::broken, "the present settings have no intervalTimer", MendSettings());
         }
         rules_.last = Parsed(L"lastDojobTime", LastDojobTime);
         const auto at = [&](std::int64_t time) {
@@ -393,8 +392,7 @@ private:
         const std::string stored = platform::native_path(std::string(kProductFolder) + "setting.json");
         for (const std::string& each : broken) {
             Add("settings", LinkState::broken, each,
-                each.starts_with(stored) ? DeleteCommand(stored) + ", then restart the service"
-                                         : "install default.json beside the service again");
+                each.starts_with(stored) ? DeleteCommand(stored) + ", then restart the service" : kMendDefault);
         }
         if (!facts_.file) {
             return;
@@ -410,7 +408,8 @@ private:
                                         : LinkState::held,
             (file.path.empty() ? "" : file.path + ": ") + file.why +
                 (file.ruling == Ruling::stored ? ", version " + file.version : ""),
-            unread    ? link ? DeleteCommand(stored) : "ask as somebody who may read " + stored
+            file.ruling == Ruling::none ? "`zorvctl registry set product MainSwitch 1`, or 0"
+            : unread                    ? link ? DeleteCommand(stored) : "ask as somebody who may read " + stored
             : ignored ? "the next download brings others, or `zorvctl registry delete product getSettingFile`"
                       : "");
     }
@@ -428,20 +427,22 @@ private:
             if (dead && kind) {
                 facts_.dead.insert(name.setting);
             }
-            const std::string why = future   ? ": its timer " + WideToUtf8(name.value) + " lies in the future"
-                                    : due.at ? ""
-                                    : value  ? ": \"" + *value + "\" is no period"
-                                             : ": the settings have no such key";
+            const bool loaded = facts_.file->ruling != Ruling::none;
+            const std::string why = future    ? ": its timer " + WideToUtf8(name.value) + " lies in the future"
+                                    : due.at  ? ""
+                                    : !loaded ? ": no settings are loaded"
+                                    : value   ? ": \"" + *value + "\" is no period"
+                                              : ": the settings have no such key";
             const std::string stored = platform::native_path(std::string(kProductFolder) + "setting.json");
             Add(name.setting, dead || future ? LinkState::warning : LinkState::held, due.words + why,
-                future                ? mend
-                : !due.at && download ? DeleteCommand(stored)
-                : !due.at             ? "the server's settings decide"
-                                      : "");
+                future                                              ? mend
+                : due.at || !loaded                                 ? ""
+                : download && facts_.file->ruling == Ruling::stored ? DeleteCommand(stored)
+                                                                    : kMendServer);
         } catch (const Failure& failure) {
             facts_.due[name.setting] = {std::nullopt, failure.text};
             const std::size_t command = failure.text.find("; mend it with ");
-            mend = command == std::string::npos ? "mend it at the server" : mend;
+            mend = command == std::string::npos ? MendSettings() : mend;
             Add(name.setting, download ? LinkState::warning : LinkState::broken, failure.text.substr(0, command), mend);
         }
     }
@@ -454,6 +455,16 @@ private:
                 link.samplesOnly = true;
             }
         }
+    }
+
+    std::string MendDate() const {
+        return facts_.made.source == DateSource::factory ? SetCommand(kMadeValue, "YEAR/MONTH/DAY")
+                                                         : "`zorvctl registry delete product FakeManufacturingDate`";
+    }
+
+    // What mends the file that rules.
+    std::string MendSettings() const {
+        return facts_.file && facts_.file->ruling == Ruling::stored ? kMendServer : kMendDefault;
     }
 
     // A download comes before the collection and may bring other settings.
