@@ -57,7 +57,7 @@ void AddAttempt(std::vector<Link>& links) {
     try {
         records = ReadRecords();
     } catch (const Failure& failure) {
-        links.push_back({"upload", LinkState::warning, ReadableText(failure.text), "`zorvctl uploads`"});
+        links.push_back({"last upload", LinkState::warning, ReadableText(failure.text), "`zorvctl uploads`"});
         return;
     }
     for (const FileRecord& record : records) {

@@ -148,7 +148,9 @@ void Tell(const Trial& trial, bool asJson) {
     std::string text = "server       " + ReadableText(trial.server) + (trial.builtIn ? ", the built-in one\n" : "\n");
     for (int step = 0; step < kSteps; ++step) {
         const auto& [result, words] = trial.steps[step];
-        steps.push_back({{"step", kStepNames[step]}, {"result", WordOf(result)}, {"words", words}});
+        steps.push_back({{"step", kStepNames[step]},
+                         {"result", result == Result::broken ? "broken" : WordOf(result)},
+                         {"words", words}});
         text += FitTo(kStepNames[step], 13) +
                 (words.empty() ? WordOf(result) : FitTo(WordOf(result), 11) + Wrapped(words, 24, TerminalWidth())) +
                 "\n";

@@ -173,7 +173,7 @@ Due NextUpload() {
     }
     Due due = facts.due["upload"];
     const std::string heldBack = facts.HeldBack();
-    if (!heldBack.empty() && heldBack != due.words) {
+    if (!heldBack.empty() && !due.words.starts_with(heldBack)) {
         due.words += (due.at ? ", but held back: " : ": ") + heldBack;
     }
     return due;
