@@ -116,7 +116,8 @@ Found Find() {
     return found;
 }
 
-// The names of files that the server has, as far as the machine still knows. A broken status database tells nothing.
+// The names of files that the server may have, as far as the machine still knows: an attempt whose answer is lost may
+// have come there. A broken status database tells nothing.
 std::vector<std::string> SentFiles() {
     std::vector<std::string> names;
     try {
@@ -124,7 +125,7 @@ std::vector<std::string> SentFiles() {
         const auto name = [](FileColumn column) { return std::string(kFileColumns[column].name); };
         for (const Row& row : reader.Read("FILESTATUS", {name(FILE_NAME), name(FILE_TRY_COUNT)}, 0).rows) {
             if (row[1].text != "0") {
-                names.push_back(row[0].text);  // begun, or sent whole
+                names.push_back(row[0].text);  // tried, or sent whole
             }
         }
     } catch (const Failure&) {
@@ -215,10 +216,11 @@ Json AsJson(const Found& found) {
 
 std::string AboutServer(const std::vector<std::string>& sent, const std::string& device, int width) {
     const auto line = [width](const std::string& text) { return Wrapped(text, 0, width) + "\n"; };
-    std::string text = line("The server keeps what it was sent; deleting here deletes nothing there.") +
-                       line((sent.empty() ? "This machine records no file that was sent"
-                                          : "Files that it has, whole or in part: " + std::to_string(sent.size())) +
-                            "; older ones may no longer be recorded here.");
+    std::string text =
+        line("The server keeps what it was sent; deleting here deletes nothing there.") +
+        line((sent.empty() ? "This machine records no file that was sent"
+                           : "Files that it may have, whole or in part: " + std::to_string(sent.size())) +
+             "; older ones may no longer be recorded here.");
     for (const std::string& name : sent) {
         text += "  " + ReadableText(name) + "\n";
     }
