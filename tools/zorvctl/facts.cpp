@@ -103,7 +103,7 @@ RulingFile ReadRulingFile(const std::wstring& mainSwitch) {
     if (file.ruling == Ruling::none) {
         file.path = "";
     } else if (file.ruling != Ruling::stored) {
-        file.path = OwnFolder() + "/default.json";
+        file.path = OwnFile("default.json");
         file.tree = Load(manager, "default.json", file.path);
         Require(!file.tree.is_null(),
                 file.path + " should rule (" + file.why + ") but is missing: no pass does anything");
@@ -141,7 +141,7 @@ std::string DeleteTimer(const wchar_t* value) {
 std::string HardwareProblem() {
     const std::string machine = platform::machine_folder();
     std::string path = machine + "/hardware.json";
-    path = platform::file_exists(path) ? path : OwnFolder() + "/hardware.json";
+    path = platform::file_exists(path) ? path : OwnFile("hardware.json");
     try {
         machine.empty() ? Json() : ParseJson(ReadWholeFile(path));
     } catch (const Failure& failure) {
@@ -255,8 +255,7 @@ private:
         ZorvWinIoDll hardware(false);  // writes no event log
         const std::wstring chassis = ChassisText(hardware);
         activation_ = ActivationText(hardware);
-        std::string file = OwnFolder() + "/ZorvWinIo64";
-        file += platform::machine_folder().empty() ? ".dll" : ".so";
+        const std::string file = OwnFile(platform::machine_folder().empty() ? "ZorvWinIo64.dll" : "ZorvWinIo64.so");
         const std::string problem = HardwareProblem();
         const bool there = platform::file_exists(file);
         Add("library", library.is_open() ? LinkState::held : LinkState::broken,
@@ -484,9 +483,9 @@ private:
 
 }  // namespace
 
-std::string OwnFolder() {
+std::string OwnFile(const char* name) {
     const std::wstring path = ModulePath();
-    return WideToUtf8(path.substr(0, path.find_last_of(L"/\\")));
+    return WideToUtf8(path.substr(0, path.find_last_of(L"/\\") + 1)) + name;
 }
 
 std::optional<std::string> RulingFile::Text(const std::string& key) const {

@@ -16,8 +16,8 @@
 
 namespace zorvalis {
 
-// The tool's folder, in which the service, the hardware library and default.json lie too.
-std::string OwnFolder();
+// The path of a file in the tool's folder, where the service, the hardware library and default.json lie too.
+std::string OwnFile(const char* name);
 
 struct RulingFile {
     Ruling ruling = Ruling::none;

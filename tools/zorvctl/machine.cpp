@@ -67,7 +67,7 @@ void Init(const InitOptions& options) {
     Require(options.force || !IsMade(machine),
             machine + " is a machine already and was left alone; --force sets it up anew and keeps its data");
 
-    const std::string hardware = ReadWholeFile(OwnFolder() + "/hardware.json");
+    const std::string hardware = ReadWholeFile(OwnFile("hardware.json"));
     for (const char* folder : {"registry", "ProgramData", "run", "tasks", "services"}) {
         fs::create_directories(fs::path(machine) / folder);
     }

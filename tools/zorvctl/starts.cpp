@@ -37,7 +37,7 @@ Service ReadService() {
 // The command that registers the service: its executable lies beside the tool.
 std::string InstallCommand() {
     const bool windows = platform::machine_folder().empty();
-    return "`\"" + OwnFolder() + (windows ? "\\ZorvalisWinService.exe" : "/zorvalis-agent-service") + "\" -install`";
+    return "`\"" + OwnFile(windows ? "ZorvalisWinService.exe" : "zorvalis-agent-service") + "\" -install`";
 }
 
 void AddService(std::vector<Link>& links, Service service) {
