@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <string_view>
 
+#include "platform/files.h"
 #include "store/db_file.h"
 
 namespace zorvalis {
@@ -77,7 +78,7 @@ DatabaseReader::DatabaseReader(const std::string& path) try : path_(path), plain
 
 void DatabaseReader::Check(bool holds, const std::string& otherwise) const {
     if (!holds) {
-        throw BadDatabase{Failure{ReadableText(path_) + otherwise}};
+        throw BadDatabase{Failure{ReadableText(platform::native_path(path_)) + otherwise}};
     }
 }
 

@@ -121,7 +121,7 @@ Found Find() {
 std::vector<std::string> SentFiles() {
     std::vector<std::string> names;
     try {
-        const DatabaseReader reader(platform::native_path(std::string(kDataFolder) + kStatusDb));
+        const DatabaseReader reader(std::string(kDataFolder) + kStatusDb);
         const auto name = [](FileColumn column) { return std::string(kFileColumns[column].name); };
         for (const Row& row : reader.Read("FILESTATUS", {name(FILE_NAME), name(FILE_TRY_COUNT)}, 0).rows) {
             if (row[1].text != "0") {

@@ -87,7 +87,11 @@ bool HasPrinted() {
 
 void Complain(const std::string& text) {
     std::fflush(stdout);
-    std::fprintf(stderr, "zorvctl: %s\n", text.c_str());
+    std::string readable;
+    for (const std::string& line : SplitString(text, '\n')) {  // arguments and names of files may hold anything
+        readable += (readable.empty() ? "zorvctl: " : "\n") + ReadableText(line);
+    }
+    std::fprintf(stderr, "%s\n", readable.c_str());
 }
 
 std::string ReadableText(std::string_view bytes, bool controls) {
@@ -188,7 +192,8 @@ std::string SpanText(std::int64_t seconds) {
 
 std::string ReadWholeFile(const std::string& path, std::size_t most) {
     const platform::File file = platform::folder_exists(path) ? nullptr : platform::open_file(path, "rb");
-    Require(file != nullptr, path + (platform::folder_exists(path) ? " is a folder"
+    const std::string name = ReadableText(platform::native_path(path));
+    Require(file != nullptr, name + (platform::folder_exists(path) ? " is a folder"
                                      : platform::file_exists(path) ? " cannot be opened: check who may read it"
                                                                    : " does not exist"));
     std::string bytes;
@@ -196,7 +201,7 @@ std::string ReadWholeFile(const std::string& path, std::size_t most) {
     while (const std::size_t count = std::fread(block, 1, std::min(sizeof block, most - bytes.size()), file.get())) {
         bytes.append(block, count);
     }
-    Require(!std::ferror(file.get()), path + " cannot be read");
+    Require(!std::ferror(file.get()), name + " cannot be read");
     return bytes;
 }
 

@@ -24,7 +24,8 @@
 namespace zorvalis {
 
 std::vector<FileRecord> ReadRecords() {
-    const std::string path = platform::native_path(std::string(kDataFolder) + kStatusDb);
+    // Not as a native path: a file of the machine is opened without waiting for a pipe in its place.
+    const std::string path = std::string(kDataFolder) + kStatusDb;
     std::vector<FileRecord> records;
     if (!platform::file_exists(path)) {
         return records;
