@@ -42,8 +42,10 @@ std::string LowerName(std::string name) {
     return name;
 }
 
-DatabaseReader::DatabaseReader(const std::string& path) try : path_(path), plain_(ReadWholeFile(path)) {
+DatabaseReader::DatabaseReader(const std::string& path) try
+    : path_(path), plain_(ReadWholeFile(path, kLargestDatabase + 1)) {
     Check(!plain_.empty(), " is empty");
+    Check(plain_.size() <= kLargestDatabase, " is larger than 1 GiB, which no file of records is");
     if (!plain_.starts_with(kHeader)) {
         resting_ = true;
         for (char& byte : plain_) {

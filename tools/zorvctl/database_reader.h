@@ -44,6 +44,9 @@ struct Table {
     std::size_t allRows = 0;  // how many the file has
 };
 
+// A larger file is none that the service wrote, and reading it could take all memory.
+constexpr std::size_t kLargestDatabase = std::size_t{1} << 30;
+
 class DatabaseReader {
 public:
     // Throws BadDatabase for a file that is missing, empty, damaged or not a database; so do all reads.

@@ -180,7 +180,9 @@ private:
     std::size_t files_ = 0, there_ = 0, empty_ = 0;
 };
 
+// A folder of the data set. A link in its place could lead to files that are not the tool's, and it deletes some here.
 void MakeFolder(const std::string& path) {
+    Require(!platform::is_link(path), ReadableText(path) + " is a link: put a real folder in its place");
     Require(platform::folder_exists(path) || platform::create_folder(path),
             ReadableText(path) + " cannot be made: check that the folder above exists and who may write there");
 }
@@ -196,7 +198,9 @@ Export::Export(const std::string& out) : out_(out) {
     Require(!platform::file_exists(out) && (entries.empty() || ours),
             ReadableText(out) + " is there and is no export: give a new folder, or one that an export has made",
             kWrongUsage);
-    MakeFolder(out);
+    if (!platform::folder_exists(out)) {  // a link to a folder will do: the caller names it
+        MakeFolder(out);
+    }
     ledger_ = std::make_unique<Ledger>(out + "/_export.db");
     Claim();
     platform::remove_file(out + "/_SUCCESS");

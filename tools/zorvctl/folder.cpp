@@ -13,6 +13,7 @@
 #include "common/files.h"
 #include "common/registry.h"
 #include "common/time.h"
+#include "database_reader.h"
 #include "facts.h"
 #include "host.h"
 #include "output.h"
@@ -176,8 +177,11 @@ private:
                 continue;
             }
             const bool current = entry.name.substr(1) == month;
-            const std::optional<std::string> copy = WorkingCopy(kDataFolder + entry.name);
-            const auto name = [&](const std::string& list) { return (list.empty() ? "" : ", ") + entry.name; };
+            const bool huge = GetFileSize(kDataFolder + entry.name) > static_cast<std::int64_t>(kLargestDatabase);
+            const std::optional<std::string> copy = huge ? std::nullopt : WorkingCopy(kDataFolder + entry.name);
+            const auto name = [&](const std::string& list) {
+                return (list.empty() ? "" : ", ") + entry.name + (huge ? " (larger than 1 GiB)" : "");
+            };
             if (!copy) {
                 // The file may have been deleted by a pass since the folder was listed.
                 unread += platform::file_exists(kDataFolder + entry.name) ? name(unread) : "";
