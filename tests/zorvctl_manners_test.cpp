@@ -6,6 +6,7 @@
 #include <fstream>
 #include <map>
 
+#include "base/text.h"
 #include "common/deployment.h"
 #include "common/wide_to_utf8.h"
 #include "platform/event_log.h"
@@ -72,6 +73,8 @@ TEST(ZorvctlSettingsCheck, SaysWhatADocumentWouldDo) {
         {Changed(R"({"thermal": "m7"})"), 1, "there are m5 m10 m15 m20 m25 m30 m60 d1 d7 d30, and off\n"},
         {Changed(R"({"downloadSetting": "off"})"), 1, "the document would be refused; there are m5"},
         {Changed(R"({"lid_open_close": "on"})"), 1, "only the key's own word"},
+        {Changed(R"({"lid_open_close": null})"), 0, "look  lid_open_close"},
+        {Changed(R"({"intervalTimer": "-1"})"), 1, "HARM  intervalTimer     -1"},
         {Changed(R"({"totalCollectTime": null})"), 1, "absent: no machine collects anything"},
         {Changed(R"({"totalCollectTime": "0"})"), 1, "no machine collects anything by these"},
         {Changed(R"({"totalCollectTime": "1658"})"), 1, "wraps around"},
@@ -100,18 +103,22 @@ TEST(ZorvctlSettingsCheck, WalksAYearByTheRules) {
     const std::string path = machine.bin_folder() + "new.json";
     const struct {
         const char* changes;
-        double days, thermal, dropped, files, rows, queries;
+        double days, thermal, dropped, files, rows, queries, busiest;  // the last: days of the busiest month
+        int pages, eventPages;                                         // of the files that are sent
     } cases[] = {
-        {"{}", 183, 97 * 12, 13095, 12, 1200, 365},
-        {R"({"intervalTimer": "0", "totalCollectTime": "1", "downloadSetting": "d7"})", 22, 97, 1746, 1, 196, 53},
-        {R"({"thermal": "off", "battery_power": "d1", "upload": "off"})", 183, 0, 159, 0, 0, 365},
+        {"{}", 183, 97 * 12, 13095, 12, 1200, 365, 16, 96, 31},
+        {R"({"intervalTimer": "0", "totalCollectTime": "1", "downloadSetting": "d7"})", 22, 97, 1746, 1, 196, 53, 22,
+         12, 31},
+        {R"({"thermal": "off", "battery_power": "d1", "upload": "off", "wmi_event": ""})", 183, 0, 159, 0, 0, 365, 16,
+         0, 24},
     };
     for (const auto& each : cases) {
         write_text(path, Changed(each.changes));
         const Json verdict = ParseJson(run_zorvctl("settings check --json \"" + path + "\"").output);
-        std::map<std::string, double> year;
+        std::map<std::string, double> year, month;
         for (const Json& row : verdict["calendar"]) {
             year[row["what"]] = row["year"];
+            month[row["what"]] = row["month"];
         }
         EXPECT_EQ(year["days of collecting"], each.days) << each.changes;
         EXPECT_EQ(year["Thermal"], each.thermal) << each.changes;
@@ -119,7 +126,10 @@ TEST(ZorvctlSettingsCheck, WalksAYearByTheRules) {
         EXPECT_EQ(year["files that are sent"], each.files) << each.changes;
         EXPECT_EQ(year["rows that are sent"], each.rows) << each.changes;
         EXPECT_EQ(year["settings asked for"], each.queries) << each.changes;
-        EXPECT_EQ(year["MiB that are sent"] > 0, each.files > 0) << each.changes;
+        EXPECT_EQ(month["days of collecting"], each.busiest) << each.changes;
+        // A page of 4096 bytes is one of 192 parts of a MiB in Base64.
+        EXPECT_NEAR(year["MiB that are sent"] * 192, each.pages, 1e-6) << each.changes;
+        EXPECT_NEAR(month["MiB more with events, at most"] * 192, each.eventPages, 1e-6) << each.changes;
     }
 }
 
@@ -141,6 +151,9 @@ TEST(ZorvctlServer, IsMetAsAPassMeetsItAndNothingIsStored) {
         {{200, settings("{}")}, 0, "query        held       it answers with settings for this version"},
         {{200, settings(R"({"thermal": 5})")}, 1, "would do harm: thermal: no text"},
         {{200, R"({"status": "NO_SETTING"})"}, 0, "so default.json rules"},
+        {{200, R"({"status": "OK", "service_version": "1", "json_string": )" + Json(kDocument).dump() + "}"},
+         0,
+         "for version 1, so default.json rules"},
         {{200, R"({"status": "OK", "json_string": "{}"})"}, 1, "lacks service_version"},
         {{200, "<html>"}, 1, "no JSON"},
         {{200, ""}, 1, "no JSON"},
@@ -168,6 +181,10 @@ TEST(ZorvctlServer, IsMetAsAPassMeetsItAndNothingIsStored) {
 #ifndef _WIN32
 TEST(ZorvctlServer, SaysWhichStepFailedAndWhy) {
     const Notebook machine;
+    const std::string network = platform::machine_folder() + "/network.json";
+    write_text(network, R"({"online": false})");
+    Expect("server test", {"offline", 1, "has no network, so no pass asks for anything\nname         not tried"});
+    platform::remove_file(network);
     ReferenceServer server(machine);
     RemoveValue(L"BGSERVER_URL");
     Expect("server test", {"untrusted", 1, "certificate  BROKEN     the server's certificate is not trusted"});
@@ -190,10 +207,16 @@ TEST(ZorvctlForget, ListsAndDeletesItsOwnAndNothingElse) {
     fs::create_directories(platform::native_path(kDataFolder));
     fs::create_directories(platform::native_path(folder) + "/a/b");
     write_text(folder + "data\\O_x.db", "rows");
+    Register("O_sent", 1, "2026-01-05");
+    ChangeRows("UPDATE FILESTATUS SET FILE_TRY_COUNT = 1");
+    Register("O_new", 1, "2026-01-05");
     for (const wchar_t* value : {L"GetThermal", L"guid", L"MainSwitch", L"BGSERVER_URL"}) {
         SetValue(value, L"0");
     }
-    WriteRegString(kLocalMachine, kConfigKey, L"SN", L"123");
+    constexpr const wchar_t* kOwn[] = {L"SN", L"RandomUUID", L"NvramFail"};
+    for (const wchar_t* value : kOwn) {
+        WriteRegString(kLocalMachine, kConfigKey, value, L"123");
+    }
     WriteRegString(kLocalMachine, kConfigKey, L"Other", L"kept");
 #ifndef _WIN32
     write_text(platform::machine_folder() + "/hardware.json",
@@ -203,6 +226,8 @@ TEST(ZorvctlForget, ListsAndDeletesItsOwnAndNothingElse) {
 #endif
     Expect("forget", {"", 0, "Nothing was deleted."});
     Expect("forget --json", {"", 0, "\"deleted\":false"});
+    Expect("forget --json", {"", 0, R"("sent":["O_sent"])"});
+    Expect("forget --json", {"", 0, R"({"bytes":4,"kind":"file")"});
     EXPECT_EQ(read_text(folder + "data\\O_x.db"), "rows");
     if (!platform::machine_folder().empty()) {
         Expect("forget --json", {"", 0, R"("identity":"00112233-4455-6677-8899-aabbccddeeff")"});
@@ -214,7 +239,9 @@ TEST(ZorvctlForget, ListsAndDeletesItsOwnAndNothingElse) {
     EXPECT_FALSE(fs::exists(platform::native_path(folder) + "/data"));
     EXPECT_EQ(WideToUtf8(Value(L"GetThermal") + Value(L"guid") + Value(L"MainSwitch") + Value(L"BGSERVER_URL")),
               "ERROR_READREGERROR_READREG00");
-    EXPECT_EQ(ReadRegString(kLocalMachine, kConfigKey, L"SN"), ERROR_READREG);
+    for (const wchar_t* value : kOwn) {
+        EXPECT_EQ(ReadRegString(kLocalMachine, kConfigKey, value), ERROR_READREG);
+    }
     EXPECT_EQ(ReadRegString(kLocalMachine, kConfigKey, L"Other"), L"kept");
     const Json after = ParseJson(run_zorvctl("forget --json").output);
     EXPECT_TRUE(after["files"].empty() && after["registry"].empty() && after["identity"].is_null()) << after;
@@ -244,15 +271,30 @@ TEST(ZorvctlManners, TheEventLogIsFollowedAndBeginsAtATime) {
     const TestMachine machine;
     Expect("log --json", {"", 0, "[]\n"});
     write_text(platform::machine_folder() + "/eventlog.jsonl",
-               "{\"time\": 86400, \"type\": 4, \"strings\": [\"Zorvalis\", \"old\"]}\n");
+               "{\"time\": 86400, \"type\": 4, \"strings\": [\"Zorvalis\", \"old\"]}\n{\"time\": " +
+                   std::to_string(platform::now_seconds() - 3600) +
+                   ", \"type\": 1, \"strings\": [\"Zorvalis\", \"hour\"]}\n");
     platform::report_event(L"Zorvalis", platform::kEventInformation, L"Zorvalis", L"new");
-    EXPECT_EQ(run_zorvctl("log --since 2h").output.find("old"), std::string::npos);
-    Expect("log --since 1970-01-01 --last 2", {"", 0, "old\n"});
+    const std::pair<const char*, const char*> shown[] = {{"2h", "hour new "},
+                                                         {"90m", "hour new "},
+                                                         {"30m", "new "},
+                                                         {"1970-01-01 --last 1", "new "},
+                                                         {"1d --last 9", "hour new "}};
+    for (const auto& [since, words] : shown) {
+        std::string found;
+        for (const std::string& line : SplitString(run_zorvctl(std::string("log --since ") + since).output, '\n')) {
+            found += line.substr(line.rfind(' ') + 1) + " ";
+        }
+        EXPECT_EQ(found, words) << since;
+    }
+    Expect("log --since 1970-01-01 --last 3", {"", 0, "old\n"});
     Expect("log --since '1970-01-03 00:00' --json", {"", 0, "\"new\""});
     Expect("log --follow --seconds 0.001", {"", 0, "new\n"});
     for (const char* time : {"yesterday", "2026-13-01", "2026-11-12x", "-2h", "2h30"}) {
         Expect(std::string("log --since '") + time + "'", {"", 2, "--since takes a time"});
     }
+    std::ofstream(platform::machine_folder() + "/eventlog.jsonl", std::ios::app) << "{}\n";
+    Expect("log", {"", 1, "1 lines of "});
     write_text(platform::machine_folder() + "/trace.log", "86400.5\t42\t10\ta\\tb\xFF\n");
     Expect("trace --all --seconds 0.001 --json", {"", 0, R"("text":"a\\tb\\xFF")"});
 }

@@ -87,9 +87,9 @@ TEST(ZorvctlRecords, AreOneDatabaseInWhichEachRowKnowsFileAndDevice) {
     });
     constexpr char kNewest[] = "cpu_temp,device\n60,01234567-89ab-cdef-0123-456789abcdef\n70,in/a/older.DB\n";
     for (const Case& one : std::initializer_list<Case>{
-             {"query \"SELECT count(*) n, count(DISTINCT device) d, sum(cpu_temp) s, count(extra) e FROM thermal\" in "
-              "--csv",
-              0, "n,d,s,e\n3,2,180,1\n", "", true},
+             {"query \"SELECT count(*) n, count(DISTINCT device) d, sum(cpu_temp) s, count(extra) e, count(guid) g "
+              "FROM thermal\" in in/a/older.DB --csv",
+              0, "n,d,s,e,g\n3,2,180,1,1\n", "", true},
              {"query \"SELECT device FROM Thermal WHERE extra = 'x'\" in --csv", 0, "device\nin/a/older.DB\n", "",
               true},
              {"query \"SELECT freq FROM Thermal WHERE freq > 9\" in", 0, "17 lid closed\n99\n"},
@@ -186,7 +186,13 @@ TEST(ZorvctlHealth, PutsTheWorstFirstAndSaysWhy) {
                     (battery.empty() ? "" : "INSERT INTO Battery_Power VALUES " + battery + ";") +
                     (thermal.empty() ? "" : "INSERT INTO Thermal VALUES " + thermal)));
     };
+    std::string many;  // samples: in the newer twenty the cells are even
+    for (int i = 0; i < 40; ++i) {
+        many += std::string(i == 0 ? "" : ", ") + "('" + std::to_string(i % 2 == 0 ? 200 + i : 100 + i) +
+                (i % 2 == 0 ? "', 50000, 1, '4001,4002', 1)" : "', 50000, 1, '4000,4200', 1)");
+    }
     const Records records({
+        device("many", many, ""),
         device("fine", "('2', 49999, 10, '4000, 0, 4049', 30), ('1', 1, 9999, '', 0)", "('1', 60, '40', '0, 0')"),
         // What a failing library leaves, and texts that are no numbers.
         device("unread", "('1', 4294967295, 4294967295, '4294967295, x', 4294967295)",
@@ -214,6 +220,7 @@ TEST(ZorvctlHealth, PutsTheWorstFirstAndSaysWhy) {
          "watch,edge,Lumen,1,80,499,49,49,94,59,0,battery 80 %\n"
          "fine,fine,Lumen,2,99,10,49,30,60,40,0,\n"
          "fine,jump,Lumen,3,100,1,1,1,,,,\n"
+         "fine,many,Lumen,238,100,1,1,1,,,,\n"
          "no data,unread,Lumen,2,,,,,,,,\n",
          "", true});
     Expect({"health in --json", 0, "{\"state\": \"sick\", \"device\": \"older\""});
@@ -230,6 +237,7 @@ TEST(ZorvctlColumns, ArePagesInTheDocumentsWithWordsForEachColumn) {
     for (const Json& column : told["columns"]) {
         EXPECT_NE(column["meaning"], "") << column.dump() << " has no words in tools/zorvctl/columns.cpp";
     }
+    EXPECT_EQ(told["columns"][0].size(), 10U);
     EXPECT_EQ(told["triggers"]["17"], "17 lid closed");
 }
 
