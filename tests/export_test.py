@@ -68,7 +68,7 @@ class Records:
                 for row in range(rows):
                     database.execute(f"INSERT INTO {table} SELECT * FROM {table} LIMIT 1")
                 database.execute(f"UPDATE {table} SET guid = ?, freq = rowid * 7, local_time = "
-                                 f"datetime('2026-01-01', '+' || rowid || ' minutes')", [str(number) * 8])
+                                 f"datetime('2026-01-01', '+' || rowid || ' minutes')", [str(number or "a") * 8])
             for statement, *values in statements:
                 database.execute(statement, values)
         database.close()
@@ -93,7 +93,8 @@ class Records:
                     typed = [str(cell) if cell is not None and field["type"] == "string" else
                              None if isinstance(cell, (str, bytes)) else cell
                              for field in fields for cell in [cells.get(field["name"])]]
-                    found[table].append([path.name, int(path.name.split("_")[2]), *typed])
+                    _, device, month, _ = path.name.split("_")
+                    found[table].append([path.name, int(month), str(int(device, 16) or "a") * 8, *typed])
             database.close()
         return found
 
@@ -105,7 +106,7 @@ def compare(out, files):
         if not expected[table]:
             assert not parts
             continue
-        rows, = duckdb(out, f"SELECT * EXCLUDE (device, other, month, \"table\"), month FROM {table}")
+        rows, = duckdb(out, f"SELECT * EXCLUDE (other, month, \"table\"), month FROM {table}")
         rows = [[row[0], row[-1], *row[1:-1]] for row in rows]
         order = lambda row: json.dumps(row)
         assert sorted(rows, key=order) == sorted(expected[table], key=order), (table, rows[:2], expected[table][:2])
@@ -132,7 +133,7 @@ def reads_the_same_back():
         out, "SELECT count(*), sum(cpu_temp), sum(freq), round(sum(cpu_usage), 6) FROM Thermal",
                             "SELECT other FROM Thermal WHERE other IS NOT NULL", "SELECT other FROM UserBehavior")
     whole = records.rows(out, files)["Thermal"]
-    assert sums == [len(whole), *(round(sum(row[at] or 0 for row in whole), 6) for at in (5, 3, 9))], sums
+    assert sums == [len(whole), *(round(sum(row[at] or 0 for row in whole), 6) for at in (6, 4, 10))], sums
     assert [json.loads(row[0]) for row in other + strange] == [
         {"cpu_temp": "warm", "cpu_usage": "much"}, {"later": "new"}, {"freq": "X'00FF'", "later": "1"}], other + strange
     # The statement of the documentation turns a table into Parquet.
@@ -152,6 +153,12 @@ def takes_no_row_twice():
     export(out, folder, expect=1, says="there already with other bytes")
     files[1] = records.make(FOLDER / "work", 1, 202601)
     compare(out, files)
+    # A file of another name: the month is that of its first row.
+    records.make(FOLDER / "work", 9, 202612).rename(FOLDER / "named.db")
+    export(FOLDER / "named", FOLDER / "named.db")
+    assert len(list((FOLDER / "named").glob("table=*/month=202601/*"))) == 3
+    run(BIN / "zorvctl", "show", "--sqlite", FOLDER / "merged.db", *files[:2])
+    export(FOLDER / "named", FOLDER / "merged.db", expect=1, says="is a merged database")
 
 
 def refuses_what_is_not_its_own():
