@@ -513,7 +513,8 @@ TEST(Zorvctl, SaysWhatPassesDoOnBrokenMachines) {
                   fs::create_directory(data());
                   write_text(kDataFolder + FileOf("O"), std::string(5000, 'x'));
               }),
-        state("a plain file", 0, true, "damaged: O_",  // a pass transforms it like any other
+        state("a plain file", 0, true,
+              R"("state":"warning","why":"damaged: O_)",  // a pass transforms it like any other
               [](Notebook&) {
                   const std::string bytes = database("CREATE TABLE Thermal (a);");
                   write_text(kDataFolder + FileOf("O"), bytes);
@@ -575,7 +576,7 @@ TEST(Zorvctl, KnowsTheTaskAndTheRightsOfItsCaller) {
     const std::string task = platform::machine_folder() + "/tasks/" + WideToUtf8(kCollectionTask) + ".json";
     fs::create_directory(platform::native_path(std::string(kDataFolder)));
     EXPECT_NE(Ask("none").text.find("no scheduled task starts passes"), std::string::npos);
-    RegisterTask(platform::now_seconds(), built("zorvctl"));
+    RegisterTask(platform::now_seconds() + 290, built("zorvctl"));  // so long may asking take
     EXPECT_EQ(Ask("there").code, 0);
     EXPECT_NE(Ask("no runner").text.find("nobody starts the scheduled tasks"), std::string::npos);
     const std::string folder = platform::native_path(std::string(kDataFolder)), tool = machine.bin_folder() + "zorvctl";
@@ -585,6 +586,14 @@ TEST(Zorvctl, KnowsTheTaskAndTheRightsOfItsCaller) {
     const std::string other = (root ? "setpriv --reuid 65534 --clear-groups \"" : "\"") + tool + "\" status >/dev/null";
     EXPECT_EQ(std::system(other.c_str()) >> 8, 2);
     fs::permissions(folder, fs::perms::owner_all);
+    Register("O_failed", 1, "2026-01-05");
+    Register("O_sent", 1, "2026-01-05");
+    ChangeRows(
+        "UPDATE FILESTATUS SET FILE_STATUS = 3, FILE_UPLOAD_STATUS = 4, FILE_UPLOADED_TIME = '2026-01-07'; UPDATE "
+        "FILESTATUS SET FILE_STATUS = 1, FILE_UPLOADED_TIME = '2026-01-06' WHERE FILE_NAME = 'O_sent'");
+    const std::string failed = Ask("an upload").text;
+    EXPECT_NE(failed.find(R"("state":"warning","why":"2026-01-07, O_failed: )"), std::string::npos) << failed;
+    EXPECT_NE(failed.find("; with warnings: service, runner, "), std::string::npos) << failed;
     for (const char* piece : {"\"enabled\": true", "zorvctl"}) {
         std::string text = read_text(task);
         text.replace(text.find(piece), std::strlen(piece), piece[0] == 'z' ? "absent" : "\"enabled\": false");
@@ -600,10 +609,11 @@ TEST(Zorvctl, KnowsTheTaskAndTheRightsOfItsCaller) {
 TEST(ZorvctlMachine, IsMadeOnce) {
     const TestMachine outer;
     const std::string folder = outer.bin_folder() + "m";
+    ::setenv("ZORV_MACHINE", folder.c_str(), 1);
+    EXPECT_EQ(run_zorvctl("status --json").code, 2);
     const ToolResult made = run_zorvctl("machine init --manufactured 2026/1/2 \"" + folder + "\"");
     EXPECT_EQ(made.code, 0) << made.errors;
     EXPECT_EQ(read_text(folder + "/hardware.json").find('{'), 0U);
-    ::setenv("ZORV_MACHINE", folder.c_str(), 1);
     EXPECT_EQ(run_zorvctl("registry get SOFTWARE/Zorv/FactoryConfig ManufacturingDate").output, "2026/1/2\n");
     EXPECT_NE(run_zorvctl("machine status").output.find("no scheduled task starts passes"), std::string::npos);
     EXPECT_EQ(run_zorvctl("machine init").code, 1);
