@@ -68,7 +68,7 @@ class Records:
                 for row in range(rows):
                     database.execute(f"INSERT INTO {table} SELECT * FROM {table} LIMIT 1")
                 database.execute(f"UPDATE {table} SET guid = ?, freq = rowid * 7, local_time = "
-                                 f"datetime('2026-01-01', '+' || rowid || ' minutes')", [str(number or "a") * 8])
+                                 f"datetime('2026-02-01', '+' || rowid || ' minutes')", [str(number or "a") * 8])
             for statement, *values in statements:
                 database.execute(statement, values)
         database.close()
@@ -156,7 +156,7 @@ def takes_no_row_twice():
     # A file of another name: the month is that of its first row.
     records.make(FOLDER / "work", 9, 202612).rename(FOLDER / "named.db")
     export(FOLDER / "named", FOLDER / "named.db")
-    assert len(list((FOLDER / "named").glob("table=*/month=202601/*"))) == 3
+    assert len(list((FOLDER / "named").glob("table=*/month=202602/*"))) == 3
     run(BIN / "zorvctl", "show", "--sqlite", FOLDER / "merged.db", *files[:2])
     export(FOLDER / "named", FOLDER / "merged.db", expect=1, says="is a merged database")
 

@@ -232,7 +232,7 @@ class Tests:
         texts = self.browser.run("return Object.fromEntries([...document.querySelectorAll('section')].map((section) => "
                                  "[section.id, section.innerText]))")
         for section, text in (("machine", "ZORV Quartz Q7-1442"), ("settings", "every 30 minutes"),
-                              ("settings", self.bait), ("log", self.bait), ("log", "2026-02-02 03:40"),
+                              ("settings", self.bait), ("log", self.bait), ("log", "2026-02-02 03:40"), ("log", "(UTC+0"),
                               ("uploads", "Next upload:"), ("battery", "59,740 mWh"), ("summary", "94.8 %")):
             assert text in texts[section], (section, text, texts[section])
 
@@ -245,6 +245,7 @@ class Tests:
                   "done(['machine', 'files', 'battery'].map((id) => document.getElementById(id).innerText)), 0))")
         for at, device, battery in ((0, "0a", True), (1, "0b", False)):
             machine, listed, charts = self.browser.run(choose, at)
+            assert str(self.folder) not in listed
             assert DEVICE + device in machine and "cannot be read" in listed and (" mWh" in charts) == battery, charts
         self.tool("report", files[0], code=2)
         self.tool("report", files[0], "--out", files[1], code=1)
