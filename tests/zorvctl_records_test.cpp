@@ -118,7 +118,7 @@ TEST(ZorvctlRecords, AreOneDatabaseInWhichEachRowKnowsFileAndDevice) {
              {"show --sqlite merged in", 0, ""},
              {"query \"SELECT count(DISTINCT file) f, count(DISTINCT device) d FROM Thermal\" merged --csv", 0,
               "f,d\n2,2\n", "", true},
-             {"show --sqlite merged in", 1, "", "not overwritten"},
+             {"show --sqlite merged in", 2, "", "not overwritten"},
              {"show --sqlite none absent in/absent", 1, "", "none of the files"},
          }) {
         Expect(one);

@@ -80,8 +80,8 @@ TEST(ZorvctlShow, PrintsEachFormTellsBadFilesAndLeavesAllAsTheyWere) {
         {"empty small", "", 1, "Small: 3 rows", "empty is empty"},
         {"torn small", "", 1, "Small: 3 rows", "torn is damaged"},
         {"absent small", "", 1, "Small: 3 rows", "absent does not exist"},
-        {"small", "--columns absent,a", 1, "first", "absent; there are: a b c"},
-        {"small", "--sqlite plain", 1, "", "not overwritten"},
+        {"small", "--columns absent,a", 2, "first", "absent; there are: a b c"},
+        {"small", "--sqlite plain", 2, "", "not overwritten"},
     };
     const fs::path before = fs::current_path();
     fs::current_path(machine.bin_folder());
@@ -529,7 +529,13 @@ TEST(Zorvctl, SaysWhatPassesDoOnBrokenMachines) {
                   }
               }),
     };
+    [[maybe_unused]] std::size_t count = 0;
     for (const State& one : states) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)  // slow, and looking for what all machines share
+        if (count++ % 4 != 0) {
+            continue;
+        }
+#endif
         const TimeZone zone(one.zone);
         Notebook machine;
         machine.install_service();

@@ -3,9 +3,9 @@
 //
 //   OUT/table=Thermal/month=202611/part-000001.ndjson   rows of up to kBatchFiles files, an object a line
 //   OUT/_schema/Thermal.json, OUT/_schema/duckdb.sql    the columns and their types
-//   OUT/_export.db                                      which files are in it; also the lock that keeps a second export
-//   out OUT/_new/                                           parts that are being written OUT/_SUCCESS the latest export
-//   came to its end
+//   OUT/_export.db                                      which files are in it; also keeps a second export out
+//   OUT/_new/                                           parts that are being written
+//   OUT/_SUCCESS                                        the latest export came to its end
 //
 // Engines pass over names that begin with "_". The files of a batch and the names of its parts enter _export.db in one
 // transaction, and only then do its parts get their places. So whenever the process is killed, a part in its place is

@@ -194,7 +194,9 @@ void AddServerCommands(CLI::App& app) {
     group->require_subcommand(1);
     CLI::App* test =
         group->add_subcommand("test", "Meets the server as a pass does: name, connection, certificate, query");
-    test->add_option("URL", *url, "Another server's host name, instead of the one that the machine uses");
+    test->add_option("URL", *url, "Another server's host name, instead of the one that the machine uses")
+        ->check(
+            [](const std::string& text) { return text.empty() ? "URL is empty: leave it out, or name a host" : ""; });
     test->add_flag("--json", *asJson, "As JSON");
     test->footer(
         "It asks for this machine's settings and changes nothing. A server that does not answer is\n"

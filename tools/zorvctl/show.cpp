@@ -145,7 +145,8 @@ Table ReadMerged(sqlite3* records, const ShowOptions& options, Reading& reading)
     for (const std::string& column : Chosen(columns, options.columns)) {
         list += (list.empty() ? "" : ", ") + QuotedName(column);
     }
-    Require(!list.empty(), reading.Missing().empty() ? "there is no column to print" : reading.Missing()[0]);
+    Require(!list.empty(), reading.Missing().empty() ? "there is no column to print" : reading.Missing()[0],
+            kWrongUsage);
     const std::string where = options.since.empty() ? "" : " WHERE " + time + " >= '" + options.since + "'";
     const std::string newest = options.last == 0 ? where
                                                  : " WHERE rowid IN (SELECT rowid" + from + where + " ORDER BY " +
@@ -179,7 +180,7 @@ void PrintCsv(const std::vector<std::string>& paths, const ShowOptions& options,
 void WriteSqlite(const std::vector<std::string>& paths, const ShowOptions& options, std::size_t& bad) {
     const std::string& out = options.sqlite;
     Require(!platform::file_exists(out) && !platform::folder_exists(out) && !platform::is_link(out),
-            out + " is there already and is not overwritten: give another name");
+            out + " is there already and is not overwritten: give another name", kWrongUsage);
     if (paths.size() == 1) {
         bad += VisitRecords(paths, [&](const RecordFile& file) { WriteWholeFile(out, file.database.Plain()); });
         return;
@@ -212,7 +213,7 @@ void Show(const ShowOptions& options) {
     for (const std::string& complaint : missing) {
         Complain(complaint);
     }
-    Require(files.bad == 0 && missing.empty(), "");
+    Require(files.bad == 0 && missing.empty(), "", missing.empty() ? 1 : kWrongUsage);
 }
 
 // A validator: a day, or a day and a time, as `local_time` is written.
