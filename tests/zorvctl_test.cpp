@@ -222,7 +222,7 @@ void RegisterTask(std::int64_t time, const std::string& path) {
     char text[32];
     std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &local);
     platform::ScheduledTask task;
-    std::tie(task.start_boundary, task.interval, task.path) = std::tuple(text, "PT5M", path);
+    std::tie(task.start_boundary, task.interval, task.path, task.arguments) = std::tuple(text, "PT5M", path, "-j0");
     platform::register_task(WideToUtf8(kCollectionTask), task);
 }
 
@@ -327,6 +327,7 @@ TEST(Zorvctl, SaysWhatPassesDoOnBrokenMachines) {
     const std::wstring saturday = midnight(kNewYork, 10, 31), longDay = midnight(kNewYork, 11, 1),
                        shortDay = midnight(kNewYork, 3, 8), halfHour = midnight(kLordHowe, 4, 5),
                        tuesday = midnight(kBerlin, 6, 9), far = std::to_wstring(std::stoll(tuesday) + 400 * 86400),
+                       week = std::to_wstring(std::stoll(tuesday) + 7 * 86400),
                        autumn = std::to_wstring(std::stoll(midnight(kBerlin, 10, 25)) + 43200),
                        noon = std::to_wstring(std::stoll(tuesday) + 43200);
     const auto replaced = [](const std::string& path) {
@@ -427,6 +428,18 @@ TEST(Zorvctl, SaysWhatPassesDoOnBrokenMachines) {
          kOld,
          "{}",
          {{L"GetThermal", L"9000000000000000000"}}},
+        {"timers a week ahead",
+         kBerlin,
+         6,
+         9,
+         12,
+         0,
+         1,
+         true,
+         "delete product GetSystemInfo",
+         kOld,
+         "{}",
+         {{L"GetThermal", week}, {L"GetBatteryPower", week}, {L"GetSystemInfo", week}}},
         {"timers far ahead",
          kBerlin,
          6,
@@ -513,6 +526,11 @@ TEST(Zorvctl, SaysWhatPassesDoOnBrokenMachines) {
                   fs::create_directory(data());
                   write_text(kDataFolder + FileOf("O"), std::string(5000, 'x'));
               }),
+        state("a folder for a file", 1, false, "of its own",
+              [](Notebook&) { fs::create_directories(data() + FileOf("O")); }),
+        state(
+            "no key for timers", 1, false, "no timer can be set",
+            [](Notebook&) { put(platform::machine_folder() + "/registry/HKEY_LOCAL_MACHINE/SOFTWARE/Zorv/Zorvcore"); }),
         state("a plain file", 0, true,
               R"("state":"warning","why":"damaged: O_)",  // a pass transforms it like any other
               [](Notebook&) {
@@ -582,7 +600,7 @@ TEST(Zorvctl, KnowsTheTaskAndTheRightsOfItsCaller) {
     const std::string task = platform::machine_folder() + "/tasks/" + WideToUtf8(kCollectionTask) + ".json";
     fs::create_directory(platform::native_path(std::string(kDataFolder)));
     EXPECT_NE(Ask("none").text.find("no scheduled task starts passes"), std::string::npos);
-    RegisterTask(platform::now_seconds() + 290, built("zorvctl"));  // so long may asking take
+    RegisterTask(platform::now_seconds() + 290, machine.install_service());  // so long may asking take
     EXPECT_EQ(Ask("there").code, 0);
     EXPECT_NE(Ask("no runner").text.find("nobody starts the scheduled tasks"), std::string::npos);
     const std::string folder = platform::native_path(std::string(kDataFolder)), tool = machine.bin_folder() + "zorvctl";
@@ -600,9 +618,9 @@ TEST(Zorvctl, KnowsTheTaskAndTheRightsOfItsCaller) {
     const std::string failed = Ask("an upload").text;
     EXPECT_NE(failed.find(R"("state":"warning","why":"2026-01-07, O_failed: )"), std::string::npos) << failed;
     EXPECT_NE(failed.find("; with warnings: service, runner, "), std::string::npos) << failed;
-    for (const char* piece : {"\"enabled\": true", "zorvctl"}) {
+    for (const char* piece : {"\"enabled\": true", "zorvalis-agent-service", "-j0"}) {
         std::string text = read_text(task);
-        text.replace(text.find(piece), std::strlen(piece), piece[0] == 'z' ? "absent" : "\"enabled\": false");
+        text.replace(text.find(piece), std::strlen(piece), piece[0] == '\"' ? "\"enabled\": false" : "-j1");
         const std::string whole = read_text(task);
         write_text(task, text);
         EXPECT_EQ(Ask(piece).code, 1) << piece;

@@ -93,6 +93,7 @@ struct RegisteredTask {
     std::int64_t next_start = 0;  // in seconds since 1970; 0 when no start is to come
     std::int64_t interval = 0;    // in seconds; 0 when it is not known
     std::string path;             // of what it starts
+    std::string arguments;
 };
 
 // Reads a task and changes nothing. The next start is the first that is not before `now`.

@@ -71,7 +71,7 @@ std::string Why(const RulingFile& file, const std::wstring& mainSwitch, const st
         case Ruling::default_off:
             return "the default, since the user has switched it off";
         case Ruling::default_none_stored:
-            return platform::file_exists(stored) ? "the default, since the server's cannot be read"
+            return platform::file_exists(stored) ? "the default, since the server's cannot be read or holds nothing"
                                                  : "the default, since none from the server is stored";
         case Ruling::default_no_version:
             return "the default, since the server's has no version";
@@ -122,7 +122,7 @@ Due DueOf(const RulingFile& file, const TimerName& name, std::int64_t now) {
             timer.state == TimerState::first ? "at the next pass, for the first time"
             : timer.IsDue()                  ? "at the next pass, due since " + time
                                              : "in " + SpanText(timer.next - now) + ", " + time,
-            timer.state};
+            timer.state, period};
 }
 
 std::string DeleteCommand(const std::string& path) {
@@ -163,6 +163,8 @@ struct Rules {
     std::int64_t madeAt = 0, last = 0;
     std::optional<std::int32_t> months, pause;
     std::optional<std::uint64_t> start;
+    std::int64_t now = platform::now_seconds();  // kept, since looking ahead asks many thousand times
+    std::uint64_t nowTicks = platform::now_ticks();
 
     // Asked in the order of the passes, since a pass moves the do-job day on.
     PassAhead Ask(std::int64_t time) {
@@ -175,9 +177,9 @@ struct Rules {
         if (before == DojobState::first || before == DojobState::begins) {
             last = midnight;
         }
-        const auto later = static_cast<std::uint64_t>(time - platform::now_seconds());
+        const auto later = static_cast<std::uint64_t>(time - now);
         const bool old = IsOlderThanAWeek(static_cast<double>(time - madeAt));
-        const bool over = PeriodAt(start, *months, platform::now_ticks() + later * kTicksPerSecond).IsOver();
+        const bool over = PeriodAt(start, *months, nowTicks + later * kTicksPerSecond).IsOver();
         return {today && old && !over, old && !today};
     }
 };
@@ -193,6 +195,7 @@ public:
         facts_.made = StoredManufacturingDate();
         const std::vector<std::string> broken = LoadSettings();
         ReadHardware();
+        ReadRegistry();
         ReadSwitch();
         ReadAge();
         if (facts_.file && facts_.file->ruling != Ruling::none) {
@@ -295,6 +298,18 @@ private:
                                    "IMAGE_STATE_COMPLETE"));
     }
 
+    // A pass that cannot write a timer takes its kind for not due. The service may write all of Windows' registry.
+    void ReadRegistry() {
+        std::string key = platform::machine_folder() + "/registry/HKEY_LOCAL_MACHINE/SOFTWARE/Zorv/Zorvcore/Zorvalis";
+        while (!platform::folder_exists(key) && !platform::file_exists(key) && key.find('/', 1) != key.npos) {
+            key.erase(key.rfind('/'));
+        }
+        if (!platform::machine_folder().empty() && MayWriteIn(key) == false) {
+            Add("registry", LinkState::broken, key + " cannot be written, and no timer can be set",
+                "`chmod u+rwx '" + key + "'`, as its owner");
+        }
+    }
+
     void ReadSwitch() {
         const bool on = IsOn(MainSwitchOf(facts_.mainSwitch));
         Add("switch", on ? LinkState::held : LinkState::broken,
@@ -306,7 +321,7 @@ private:
     void ReadAge() {
         const std::wstring& date = facts_.made.text;
         if (date.empty()) {
-            rules_.madeAt = MidnightBefore(facts_.now);  // the first pass writes today's date
+            rules_.madeAt = MidnightBefore(FirstPass());  // which writes its day's date
             return Add("made", LinkState::broken,
                        "there is no date of manufacture: the first pass sets one and waits a week",
                        SetCommand(kMadeValue, "YEAR/MONTH/DAY"), true);
@@ -344,7 +359,7 @@ private:
             : bad     ? "its date of manufacture, since its activation, \"" + activation_ + "\", is no time"
                       : "its date of manufacture";
         if (period.state == PeriodState::no_start && facts_.made.source == DateSource::none) {
-            rules_.start = ManufacturingTicks(DateText(facts_.now));
+            rules_.start = ManufacturingTicks(DateText(FirstPass()));
             return Add("period", LinkState::held, "begins with the date of manufacture");
         }
         // A start in the future counts as one of long ago, and so does a date that the calendar does not have.
@@ -397,7 +412,8 @@ private:
             return;
         }
         const RulingFile& file = *facts_.file;
-        const bool unread = file.ruling == Ruling::default_none_stored && platform::file_exists(stored);
+        const bool unread = file.ruling == Ruling::default_none_stored && platform::file_exists(stored) &&
+                            !platform::open_file(stored, "rb");
         const bool link = HasLink(std::string(kProductFolder) + "setting.json");
         const bool ignored = file.ruling == Ruling::default_other_version || file.ruling == Ruling::default_no_version;
         Add("settings",
@@ -452,6 +468,7 @@ private:
             if (facts_.dead.size() == kTimedKinds - 1 && facts_.dead.count(link.name) != 0) {
                 link.state = LinkState::broken;
                 link.samplesOnly = true;
+                link.passes = facts_.due[link.name].at.has_value();
             }
         }
     }
@@ -465,6 +482,8 @@ private:
     std::string MendSettings() const {
         return facts_.file && facts_.file->ruling == Ruling::stored ? kMendServer : kMendDefault;
     }
+
+    std::int64_t FirstPass() const { return std::max(facts_.now, facts_.firstStart); }
 
     // A download comes before the collection and may bring other settings.
     std::string BySettings() const {
@@ -533,6 +552,8 @@ std::string MainSwitchText(const std::wstring& value) {
 Facts ReadFacts() {
     Facts facts;
     facts.now = platform::now_seconds();
+    const std::string hidden = HiddenPart();
+    Require(hidden.empty(), "this caller may not read " + hidden + ": ask as the machine's owner", 2);
     ReadStarts(facts);
     Reader(facts).Read();
     ReadFolder(facts);

@@ -52,6 +52,7 @@ struct Due {
     std::optional<std::int64_t> at;  // seconds since 1970; nothing when never or unknown
     std::string words;
     std::optional<TimerState> timer = {};  // of a periodic setting whose stored time is a number, or missing
+    std::int32_t period = 0;               // of it, in seconds
 };
 
 // What the rules say of a pass to come.

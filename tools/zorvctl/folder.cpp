@@ -10,6 +10,7 @@
 #include "base/number.h"
 #include "base/text.h"
 #include "collection/collectors.h"
+#include "collection/zorv_win_io_dll.h"
 #include "common/files.h"
 #include "common/registry.h"
 #include "common/time.h"
@@ -20,6 +21,7 @@
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/machine.h"
+#include "platform/uuid.h"
 #include "store/db_file.h"
 #include "upload/file_status.h"
 
@@ -112,7 +114,8 @@ private:
         const std::uint32_t error = platform::list_folder(kDataFolder, entries_);
         const bool there = platform::folder_exists(kDataFolder), windows = platform::machine_folder().empty();
         std::string made = path;  // what is there of it
-        while (!fs::exists(made) && fs::path(made).has_parent_path() && fs::path(made).parent_path() != made) {
+        std::error_code unseen;
+        while (!fs::exists(made, unseen) && fs::path(made).has_parent_path() && fs::path(made).parent_path() != made) {
             made = fs::path(made).parent_path().string();
         }
         const std::string ask = windows ? "run `zorvctl status` as administrator" : "ask as its owner";
@@ -122,7 +125,7 @@ private:
         if (HasLink(kDataFolder)) {
             Add("folder", LinkState::broken, path + " leads through a link, and the service uses no such path",
                 "put a real folder in the link's place");
-        } else if (!there && fs::exists(made) && !fs::is_directory(made)) {
+        } else if (!there && fs::exists(made, unseen) && !fs::is_directory(made, unseen)) {
             Add("folder", LinkState::broken, made + " is a file where a folder has to be", "move that file away");
         } else if (there && error == kAccessDenied) {
             Add("folder", LinkState::unknown, path + " may not be read by this caller", ask);
@@ -161,11 +164,22 @@ private:
             free < kLittleRoom ? "free some of the disk" : "");
     }
 
+    // The one that names the files; empty for one that the next pass makes. Asks as getDeviceUUID does.
+    static std::string DeviceUuid() {
+        ZorvWinIoDll hardware(false);
+        platform::Uuid uuid{};
+        if (hardware.GPNV_Get_RandomUUID(uuid.data()) != 0) {
+            const std::wstring copy = ReadRegString(kLocalMachine, kConfigKey, L"RandomUUID");
+            return copy == ERROR_READREG ? "" : NarrowBytes(copy);
+        }
+        const bool blank = std::all_of(uuid.begin(), uuid.end(), [](std::uint8_t byte) { return byte == 0xFF; });
+        return blank ? "" : NarrowBytes(platform::uuid_to_text(uuid));
+    }
+
     void ReadFiles() {
-        const std::wstring uuid = ReadRegString(kLocalMachine, kConfigKey, L"RandomUUID");
         std::string month;
         try {
-            month = "_" + AutoDBFileNameOf(uuid == ERROR_READREG ? "" : NarrowBytes(uuid), NowTimeString()) + ".db";
+            month = "_" + AutoDBFileNameOf(DeviceUuid(), NowTimeString()) + ".db";
         } catch (const std::out_of_range&) {
             Add("identity", LinkState::broken, "the device's UUID is too long for a file name",
                 "`zorvctl registry delete SOFTWARE/Zorv/Config RandomUUID`");
@@ -173,10 +187,17 @@ private:
         std::string damaged, unread, full;
         int sound = 0;
         for (const platform::FolderEntry& entry : entries_) {
+            const bool current = entry.name.substr(1) == month;
+            const bool cached = entry.folder && entry.name.substr(1) == month + ".cached";
+            if (entry.name[0] == *LetterOf(DbClass::periodic) &&
+                (cached || (current && (entry.folder || HasLink(kDataFolder + entry.name))))) {
+                Add("record", LinkState::broken,
+                    entry.name + " is a folder or a link where the service needs a file of its own", "move it away");
+                continue;
+            }
             if (entry.folder || !entry.name.ends_with(".db")) {
                 continue;
             }
-            const bool current = entry.name.substr(1) == month;
             const bool huge = GetFileSize(kDataFolder + entry.name) > static_cast<std::int64_t>(kLargestDatabase);
             const std::optional<std::string> copy = huge ? std::nullopt : WorkingCopy(kDataFolder + entry.name);
             const auto name = [&](const std::string& list) {

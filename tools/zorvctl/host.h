@@ -20,8 +20,12 @@ std::string UserName();
 // Makes `folder` the stand-in machine of this process and of those it starts, by ZORV_MACHINE. Does nothing on Windows.
 void UseMachine(const char* folder);
 
-// Whether the caller may see all of the machine. Always on a stand-in machine, where each file tells by itself.
+// Whether the caller may see all of the machine: an administrator, or the owner of the stand-in machine's folder.
 bool HasAllRights();
+
+// What of a stand-in machine its other readers may not see, so that it would seem to be missing; empty when that is
+// nothing, for the machine's owner, and on Windows.
+std::string HiddenPart();
 
 // Whether files may be made in that folder, which exists; nothing when this caller cannot tell. Makes none.
 std::optional<bool> MayWriteIn(const std::string& folder);

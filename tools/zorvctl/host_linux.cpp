@@ -6,8 +6,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 
 #include "platform/machine.h"
 #include "platform/stand_in/line_client.h"
@@ -41,17 +43,40 @@ void UseMachine(const char* folder) {
 }
 
 bool HasAllRights() {
-    return true;
+    struct stat machine {};
+    return geteuid() == 0 || stat(platform::machine_folder().c_str(), &machine) != 0 || machine.st_uid == geteuid();
+}
+
+std::string HiddenPart() {
+    namespace fs = std::filesystem;
+    const fs::path machine = platform::machine_folder();
+    const auto hides = [](const fs::path& path) {
+        const int rights = access((path / "").c_str(), F_OK) == 0 ? R_OK | X_OK : R_OK;
+        return access(path.c_str(), rights) != 0 && errno == EACCES;
+    };
+    if (HasAllRights()) {
+        return "";
+    }
+    for (const char* part : {"registry", "tasks", "ProgramData", "hardware.json"}) {
+        std::error_code error;
+        if (hides(machine / part)) {
+            return machine / part;
+        }
+        constexpr auto kPassOver = fs::directory_options::skip_permission_denied;
+        for (auto each = fs::recursive_directory_iterator(machine / part, kPassOver, error);
+             !error && each != fs::recursive_directory_iterator(); each.increment(error)) {
+            if (part[0] != 'P' && hides(each->path())) {
+                return each->path();
+            }
+        }
+    }
+    return "";
 }
 
 // The service may run as the folder's owner: what is refused to another account tells nothing of it.
 std::optional<bool> MayWriteIn(const std::string& folder) {
-    struct stat status {};
-    if (access(folder.c_str(), W_OK | X_OK) == 0) {
-        return true;
-    }
-    const bool others = stat(folder.c_str(), &status) == 0 && status.st_uid != geteuid() && geteuid() != 0;
-    return others ? std::nullopt : std::optional(false);
+    const bool may = access(folder.c_str(), W_OK | X_OK) == 0;
+    return may || HasAllRights() ? std::optional(may) : std::nullopt;
 }
 
 bool EndpointListens() {

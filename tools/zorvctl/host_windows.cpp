@@ -57,6 +57,10 @@ bool HasAllRights() {
 }
 
 // The service and its passes are LocalSystem: what is refused to somebody else tells nothing of them.
+std::string HiddenPart() {
+    return "";
+}
+
 std::optional<bool> MayWriteIn(const std::string& folder) {
     const HANDLE opened =
         CreateFileW(Utf82Unicode(folder).c_str(), FILE_ADD_FILE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,

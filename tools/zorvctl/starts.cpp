@@ -1,4 +1,7 @@
 // The first links of a status: the service, its endpoint, and the scheduled task that starts passes.
+#include <cstdio>
+#include <filesystem>
+
 #include "base/json.h"
 #include "common/wide_to_utf8.h"
 #include "facts.h"
@@ -19,7 +22,10 @@ namespace {
 using platform::kServiceDoesNotExist;
 
 constexpr std::uint32_t kMayConnect = 1, kMayQuery = 4, kStopped = 1, kRunning = 4;
-constexpr std::int64_t kArmed = 180;  // seconds after its start within which the service makes the task
+constexpr std::int64_t kArmed = 180;           // seconds after its start within which the service makes the task
+constexpr std::int64_t kWorkDelay = 120;       // after which it does so, for a start five minutes later
+constexpr std::int64_t kFarAhead = 2 * 86400;  // no pass puts the task off by more than 25 hours
+constexpr const char* kExecutable[] = {"ZorvalisWinService.exe", "zorvalis-agent-service"};
 
 enum class Service { missing, stopped, changing, running, unknown };
 
@@ -37,7 +43,7 @@ Service ReadService() {
 // The command that registers the service: its executable lies beside the tool.
 std::string InstallCommand() {
     const bool windows = platform::machine_folder().empty();
-    return "`\"" + OwnFile(windows ? "ZorvalisWinService.exe" : "zorvalis-agent-service") + "\" -install`";
+    return "`\"" + OwnFile(kExecutable[windows ? 0 : 1]) + "\" -install`";
 }
 
 void AddService(std::vector<Link>& links, Service service) {
@@ -65,6 +71,30 @@ void AddService(std::vector<Link>& links, Service service) {
     }
 }
 
+// By the rule of the service's command line: the first word counts, in any case.
+bool StartsPass(const std::string& arguments) {
+    char word[8] = "";
+    std::sscanf(arguments.c_str(), " \"%6[^\" \t]", word) == 1 || std::sscanf(arguments.c_str(), "%6s", word);
+    return (word[0] == '-' || word[0] == '/') && (word[1] == 'j' || word[1] == 'J') && word[2] == '0' &&
+           word[3] == '\0';
+}
+
+// What is wrong with the program that the task starts; empty when nothing is.
+std::string ActionProblem(const platform::RegisteredTask& task) {
+    namespace fs = std::filesystem;
+    const std::string path = platform::native_path(task.path);
+    constexpr fs::perms kAny = fs::perms::owner_exec | fs::perms::group_exec | fs::perms::others_exec;
+    std::error_code error;
+    return !platform::file_exists(task.path) ? "what the scheduled task starts is missing: " + task.path
+           : fs::path(path).filename() != kExecutable[platform::machine_folder().empty() ? 0 : 1]
+               ? "the scheduled task starts something else than the service: " + task.path
+           : (fs::status(path, error).permissions() & kAny) == fs::perms::none
+               ? "what the scheduled task starts is no executable file: " + task.path
+           : StartsPass(task.arguments)
+               ? ""
+               : "the scheduled task starts no pass, since its arguments are \"" + task.arguments + "\" instead of -j0";
+}
+
 // Why no pass starts by the task; empty when one does.
 std::string TaskProblem(const platform::TaskResult& result, const platform::RegisteredTask& task) {
     if (result.status < 0) {
@@ -74,10 +104,9 @@ std::string TaskProblem(const platform::TaskResult& result, const platform::Regi
                    ? "no scheduled task starts passes"
                    : std::string("the scheduled task cannot be read or is broken: ") + number;
     }
-    return !task.enabled                      ? "the scheduled task is disabled, as while the machine is off"
-           : task.next_start == 0             ? "the scheduled task has no start to come"
-           : platform::file_exists(task.path) ? ""
-                                              : "what the scheduled task starts is missing: " + task.path;
+    return !task.enabled          ? "the scheduled task is disabled, as while the machine is off"
+           : task.next_start == 0 ? "the scheduled task has no start to come"
+                                  : ActionProblem(task);
 }
 
 }  // namespace
@@ -94,11 +123,16 @@ void ReadStarts(Facts& facts) {
                              : service == Service::missing ? InstallCommand() + ", then `zorvctl service start`"
                                                            : "`zorvctl service start`";
     if (problem.empty()) {
+        const bool far = task.next_start - facts.now > kFarAhead;
         facts.firstStart = task.next_start;
         facts.interval = task.interval;
-        facts.links.push_back({"task", LinkState::held, "it starts the next pass at " + MinuteText(task.next_start)});
-    } else if (result.status == platform::kNoSuchTask && since > 0 && facts.now - since < kArmed) {
-        facts.firstStart = since + kArmed + 300;
+        facts.links.push_back({"task", far ? LinkState::broken : LinkState::held,
+                               "it starts the next pass at " + MinuteText(task.next_start) +
+                                   (far ? ", days from now, as after a clock was set back" : ""),
+                               mend, far});
+    } else if (since > 0 && facts.now - since < kArmed &&
+               (result.status >= 0 || result.status == platform::kNoSuchTask)) {
+        facts.firstStart = (since + kWorkDelay) / 60 * 60 + 300;
         facts.interval = 300;
         facts.links.push_back(
             {"task", LinkState::warning, "the service, just started, will make the scheduled task within two minutes"});

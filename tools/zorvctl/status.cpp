@@ -47,8 +47,10 @@ Json AsJson(const Facts& facts) {
 }  // namespace
 
 void PrintStatus(bool asJson) {
+    Facts facts;
     try {
         CheckMachine();
+        facts = ReadFacts();
     } catch (const Failure& failure) {
         if (asJson) {
             Print(DumpJson(
@@ -57,7 +59,6 @@ void PrintStatus(bool asJson) {
         }
         throw Failure{failure.text, 2};
     }
-    Facts facts = ReadFacts();
     ReadServer(facts);
     facts.verdict = Judge(facts);
     if (asJson) {

@@ -10,7 +10,7 @@ namespace zorvalis {
 
 namespace {
 
-constexpr std::int64_t kHorizon = 400 * std::int64_t{86400};
+constexpr std::int64_t kHorizon = 400 * std::int64_t{86400}, kPassSeconds = 300;
 
 int MonthOf(std::int64_t time) {
     std::tm local{};
@@ -18,18 +18,21 @@ int MonthOf(std::int64_t time) {
     return local.tm_year * 12 + local.tm_mon;
 }
 
-// Whether a kind of sample that lives is due at that time and its table has room.
-bool HasWork(const Facts& facts, std::int64_t time) {
+// Whether a kind of sample is due at that time and its table has room. A pass that collects starts the timer of a kind
+// anew whose table is full.
+bool HasWork(const Facts& facts, std::map<std::string, Due>& dues, std::int64_t time, bool collects) {
+    bool work = false;
     for (std::size_t i = 0; i + 1 < kTimedKinds; ++i) {
         const std::string kind = kTimerNames[i].setting;
-        const auto due = facts.due.find(kind);
-        const bool full = facts.full.count(kind) != 0 && MonthOf(time) == MonthOf(facts.now);
-        if (due != facts.due.end() && due->second.at && *due->second.at <= time && facts.dead.count(kind) == 0 &&
-            !full) {
-            return true;
+        Due& due = dues[kind];
+        if (!due.at || *due.at > time) {
+            continue;
         }
+        const bool full = facts.full.count(kind) != 0 && MonthOf(time) == MonthOf(facts.now);
+        work |= !full;
+        due.at = full && collects ? WholeMinute(time) + due.period : *due.at;
     }
-    return false;
+    return work;
 }
 
 }  // namespace
@@ -49,15 +52,21 @@ Verdict Judge(const Facts& facts) {
     }
     Verdict verdict;
     bool missed = false, putOff = false;
-    if (waits && unknown == nullptr && facts.interval > 0) {
+    if (waits && unknown == nullptr && facts.firstStart > 0) {
         auto ask = facts.ahead;  // a copy, since asking moves the do-job day on
+        auto dues = facts.due;
+        std::int64_t interval = facts.interval;
         for (std::int64_t time = facts.firstStart; time < facts.now + kHorizon && !verdict.next;) {
             const PassAhead pass = ask(time);
-            const bool work = HasWork(facts, time);
+            const bool work = HasWork(facts, dues, time, pass.collects);
             verdict.next = pass.collects && work ? std::optional(time) : std::nullopt;
             missed |= work && !pass.collects;
             putOff |= pass.putsOff;
-            time = pass.putsOff ? MidnightBefore(MidnightBefore(time) + 26 * 3600) : time + facts.interval;
+            if (!pass.putsOff && interval == 0) {
+                break;  // a task that starts once
+            }
+            interval = pass.putsOff ? kPassSeconds : interval;  // the pass makes the task anew
+            time = pass.putsOff ? MidnightBefore(MidnightBefore(time) + 26 * 3600) : time + interval;
         }
     }
     const std::string next =

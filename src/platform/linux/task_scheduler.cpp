@@ -181,7 +181,8 @@ TaskResult find_task(const std::string& name, std::int64_t now, RegisteredTask& 
     if (result.status >= 0) {
         result.status = !folder ? missing : file.empty() ? kNoSuchTask : read_task(folder, file, found);
     }
-    task = {found.enabled, next_start(found, now).value_or(0), task_duration(found.interval).value_or(0), found.path};
+    task = {found.enabled, next_start(found, now).value_or(0), task_duration(found.interval).value_or(0), found.path,
+            found.arguments};
     return result;
 }
 

@@ -200,7 +200,8 @@ TaskResult find_task(const std::string& name, std::int64_t, RegisteredTask& task
     const std::string xml = to_utf8({text, ::SysStringLen(text)});
     int minutes = 0;
     std::sscanf(element(xml, "Interval").c_str(), "PT%dM", &minutes);
-    task = {enabled != VARIANT_FALSE, seconds_of(next), minutes * 60, element(xml, "Command")};
+    task = {enabled != VARIANT_FALSE, seconds_of(next), minutes * 60, element(xml, "Command"),
+            element(xml, "Arguments")};
     return visit.result;
 }
 
