@@ -248,7 +248,7 @@ class Tests:
             assert str(self.folder) not in listed
             assert DEVICE + device in machine and "cannot be read" in listed and (" mWh" in charts) == battery, charts
         self.tool("report", files[0], code=2)
-        self.tool("report", files[0], "--out", files[1], code=1)
+        self.tool("report", files[0], "--out", files[1], code=2)
 
     def test_serves_a_telephone_a_keyboard_paper_and_the_dark(self):
         self.browser.emulate("setDeviceMetricsOverride", width=360, height=800, deviceScaleFactor=1, mobile=True)
