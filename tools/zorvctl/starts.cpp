@@ -13,6 +13,7 @@
 #include "platform/machine.h"
 #include "platform/service_manager.h"
 #include "platform/task_scheduler.h"
+#include "service/zorvalis_service.h"
 #include "service_process.h"
 
 namespace zorvalis {
@@ -21,9 +22,8 @@ namespace {
 
 using platform::kServiceDoesNotExist;
 
-constexpr std::uint32_t kMayConnect = 1, kMayQuery = 4, kStopped = 1, kRunning = 4;
+constexpr std::uint32_t kMayConnect = 1, kMayQuery = 4;
 constexpr std::int64_t kArmed = 180;           // seconds after its start within which the service makes the task
-constexpr std::int64_t kWorkDelay = 120;       // after which it does so, for a start five minutes later
 constexpr std::int64_t kFarAhead = 2 * 86400;  // no pass puts the task off by more than 25 hours
 constexpr const char* kExecutable[] = {"ZorvalisWinService.exe", "zorvalis-agent-service"};
 
@@ -132,7 +132,7 @@ void ReadStarts(Facts& facts) {
                                mend, far});
     } else if (since > 0 && facts.now - since < kArmed &&
                (result.status >= 0 || result.status == platform::kNoSuchTask)) {
-        facts.firstStart = (since + kWorkDelay) / 60 * 60 + 300;
+        facts.firstStart = SoonStart(since + kWorkDelay / 1000);
         facts.interval = 300;
         facts.links.push_back(
             {"task", LinkState::warning, "the service, just started, will make the scheduled task within two minutes"});
