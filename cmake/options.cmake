@@ -1,6 +1,7 @@
 # The options of a build, and zorv_options: the warnings, paths and link options that each of our targets uses.
 
-option(ZORV_TESTS "Build the test programs" ON)
+option(ZORV_SERVICE "Build the service, its tools and tests, not the client library alone" ${PROJECT_IS_TOP_LEVEL})
+option(ZORV_TESTS "Build the test programs" ${ZORV_SERVICE})
 option(ZORV_BENCH "Build the benchmarks" OFF)
 option(ZORV_FUZZ "Build the fuzzers, which takes clang" OFF)
 set(ZORV_SANITIZER "" CACHE STRING "Sanitizers for the Linux side: empty, 'address,undefined' or 'thread'")
@@ -11,7 +12,7 @@ set(ZORV_DEFAULT_SERVER fs.zorvcore.example CACHE STRING "Host that files go to 
 set(ZORV_TEST_SERVER test.zorvcore.example CACHE STRING "Host that is spoken to in plain HTTP")
 
 find_program(ZORV_CCACHE ccache)
-if(ZORV_CCACHE)
+if(ZORV_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
     set(CMAKE_C_COMPILER_LAUNCHER ${ZORV_CCACHE})
     set(CMAKE_CXX_COMPILER_LAUNCHER ${ZORV_CCACHE})
 endif()
@@ -28,8 +29,11 @@ endif()
 
 add_library(zorv_options INTERFACE)
 # This g++ gives false alarms of -Wrestrict on joined strings when it optimises.
-target_compile_options(zorv_options INTERFACE -Wall -Wextra -Wshadow -Wconversion -Wno-sign-conversion -Wno-restrict -Werror)
-target_include_directories(zorv_options INTERFACE ${CMAKE_SOURCE_DIR}/src)
+target_compile_options(zorv_options INTERFACE -Wall -Wextra -Wshadow -Wconversion -Wno-sign-conversion -Wno-restrict)
+if(PROJECT_IS_TOP_LEVEL)
+    target_compile_options(zorv_options INTERFACE -Werror)
+endif()
+target_include_directories(zorv_options INTERFACE ${PROJECT_SOURCE_DIR}/src)
 if(WIN32)
     target_compile_definitions(zorv_options INTERFACE UNICODE _UNICODE _WIN32_WINNT=0x0A00 NOMINMAX WIN32_LEAN_AND_MEAN)
     # -municode makes wmain the entry. A target with the property ZORV_PLAIN_MAIN has a plain main.
