@@ -1,14 +1,15 @@
 #include "connection_linux.h"
 
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <asio/buffer.hpp>
-#include <asio/io_context.hpp>
+#include <asio/post.hpp>
 #include <asio/read_until.hpp>
+#include <asio/write.hpp>
 #include <cerrno>
-#include <chrono>
 #include <utility>
 
 namespace zorvalis_client {
@@ -17,22 +18,16 @@ namespace {
 using zorvalis::Json;
 
 constexpr std::size_t kLongestMessage = 16 << 20;
-constexpr auto kCloseLimit = std::chrono::seconds(2);
 constexpr char kLost[] = "the connection to the service was lost";
 
 // The connection whose callback runs on this thread.
 thread_local const Connection* callbackOf = nullptr;
 
-// All calls of sockets block, so it never runs. Never destroyed, since a client may be static.
-asio::io_context& Context() {
-    static auto* const context = new asio::io_context;
-    return *context;
-}
-
 // Why there is no connection, in the numbers of Windows.
 std::int32_t StatusOf(int error) {
     const bool nobody = error == ENOENT || error == ECONNREFUSED || error == ENOTDIR;
-    return nobody                               ? kNoService
+    return nobody                               ? ZORVALIS_NO_SERVICE
+           : error == EAGAIN                    ? ZORVALIS_TIMED_OUT
            : error == EMFILE || error == ENFILE ? 4    // ERROR_TOO_MANY_OPEN_FILES
            : error == EACCES || error == EPERM  ? 5    // ERROR_ACCESS_DENIED
            : error == ENOMEM                    ? 8    // ERROR_NOT_ENOUGH_MEMORY
@@ -40,10 +35,29 @@ std::int32_t StatusOf(int error) {
                                                 : 31;               // ERROR_GEN_FAILURE
 }
 
+// Connects within the time. While a server's queue is full the kernel lets a connection wait for as long as a send may.
+int Connect(int descriptor, const std::string& path, Deadline deadline) {
+    const asio::local::stream_protocol::endpoint endpoint(path);
+    do {
+        if (deadline != Deadline::max()) {
+            const auto rest = std::chrono::ceil<std::chrono::microseconds>(deadline - std::chrono::steady_clock::now());
+            if (rest.count() <= 0) {
+                return EAGAIN;
+            }
+            const timeval limit = {rest.count() / 1000000, rest.count() % 1000000};
+            ::setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+        }
+        if (::connect(descriptor, endpoint.data(), static_cast<socklen_t>(endpoint.size())) == 0) {
+            return 0;
+        }
+    } while (errno == EINTR);
+    return errno;
+}
+
 }  // namespace
 
-Connection::Connection(const std::string& path, Callbacks callbacks) try
-    : socket_(Context()), callbacks_(std::move(callbacks)) {
+Connection::Connection(const std::string& path, const ZorvalisCallbacks& callbacks, Deadline deadline) try
+    : callbacks_(callbacks) {
     // The kernel's own call, since asio's leaves the descriptor to programs that another thread starts meanwhile.
     const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     asio::error_code failure(descriptor < 0 ? errno : 0, asio::system_category());
@@ -51,102 +65,108 @@ Connection::Connection(const std::string& path, Callbacks callbacks) try
         ::close(descriptor);
         throw asio::system_error(failure);
     }
-    failure = asio::error::interrupted;
-    while (failure == asio::error::interrupted) {
-        socket_.connect(path, failure);
+    const int error = Connect(descriptor, path, deadline);
+    if (error != 0) {
+        throw asio::system_error(asio::error_code(error, asio::system_category()));
     }
-    if (failure) {
-        throw asio::system_error(failure);
-    }
-    reader_ = std::thread([this] { Read(); });
+    Read();
+    thread_ = std::thread([this] { Run(); });
 } catch (const asio::system_error& error) {
     const std::int32_t status = StatusOf(error.code().value());
-    throw Error(status == kNoService ? "nobody listens at " + path : path + ": " + error.code().message(), status);
+    throw Failure(status == ZORVALIS_NO_SERVICE  ? "nobody listens at " + path
+                  : status == ZORVALIS_TIMED_OUT ? path + ": nobody takes the connection"
+                                                 : path + ": " + error.code().message(),
+                  status);
 }
 
 Connection::~Connection() {
-    ::shutdown(socket_.native_handle(), SHUT_RDWR);
-    reader_.join();
+    context_.stop();
+    thread_.join();
 }
 
-Json Connection::Call(const char* method, const Json& parameters) {
-    if (callbackOf == this) {
-        throw Error(std::string(method) + " was called from inside a callback of its client, which would wait for ever",
-                    kCallInCallback);
-    }
+Json Connection::Call(const char* method, const Json& parameters, Deadline deadline) {
+    const std::int64_t id = ++lastId_;
+    std::string line =
+        zorvalis::DumpJson({{"jsonrpc", "2.0"}, {"id", id}, {"method", method}, {"params", parameters}}) + "\n";
     Waiting waiting;
-    const std::int64_t id = Enter(waiting);
-    const bool sent = Send(id, method, parameters, 0);
     std::unique_lock lock(mutex_);
-    if (sent) {
-        waiting.changed.wait(lock, [&] { return waiting.done; });
+    if (lostStatus_ != 0) {
+        throw Failure(lostProblem_, lostStatus_);
     }
+    if (!isWriting_) {
+        asio::post(context_, [this] { Write(); });
+        isWriting_ = true;
+    }
+    outgoing_.emplace(id, std::move(line));
+    waiting_.emplace(id, &waiting);
+    if (!waiting.changed.wait_until(lock, deadline, [&] { return waiting.done; })) {
+        waiting.End(ZORVALIS_TIMED_OUT, std::string(method) + " had no answer within its time limit");
+    }
+    // Who has given up sends nothing more; a line that is being written goes on, and an answer to it is not waited for.
     waiting_.erase(id);
-    if (!waiting.done || waiting.status != 0) {
-        throw Error(waiting.done ? waiting.problem : kLost, waiting.done ? waiting.status : kLostConnection);
+    outgoing_.erase(id);
+    if (waiting.status != 0) {
+        throw Failure(waiting.problem, waiting.status);
     }
     return std::move(waiting.result);
 }
 
-void Connection::CloseContext(std::int64_t context) noexcept {
+void Connection::Cancel() {
+    EndAll(ZORVALIS_CANCELLED, "the call was given up");
+}
+
+bool Connection::InCallback() const {
+    return callbackOf == this;
+}
+
+void Connection::Waiting::End(std::int32_t code, const std::string& what) {
+    status = code;
+    problem = what;
+    done = true;
+    changed.notify_one();
+}
+
+// The thread.
+void Connection::Run() {
     try {
-        Waiting waiting;
-        const std::int64_t id = Enter(waiting);
-        const bool sent = Send(id, "RemoteClose", {{"context", context}}, MSG_DONTWAIT);
-        std::unique_lock lock(mutex_);
-        if (sent) {
-            waiting.changed.wait_for(lock, kCloseLimit, [&] { return waiting.done; });
-        }
-        waiting_.erase(id);
-    } catch (const std::exception&) {
-        // The connection is lost already, and the context with it.
+        context_.run();
+    } catch (const std::exception& error) {
+        Lose(ZORVALIS_PROTOCOL_ERROR, std::string("the service sent what is no message: ") + error.what());
     }
-}
-
-// From now on an answer is taken to `waiting`; the result is the call's id.
-std::int64_t Connection::Enter(Waiting& waiting) {
-    const std::lock_guard lock(mutex_);
-    if (lostStatus_ != 0) {
-        throw Error(lostProblem_, lostStatus_);
-    }
-    waiting_[++lastId_] = &waiting;
-    return lastId_;
-}
-
-bool Connection::Send(std::int64_t id, const char* method, const Json& parameters, int flags) {
-    const Json message = {{"jsonrpc", "2.0"}, {"id", id}, {"method", method}, {"params", parameters}};
-    const std::string line = zorvalis::DumpJson(message) + "\n";
-    const std::lock_guard lock(sending_);
-    for (std::size_t sent = 0; sent < line.size();) {
-        const ssize_t count =
-            ::send(socket_.native_handle(), line.data() + sent, line.size() - sent, MSG_NOSIGNAL | flags);
-        if (count < 0 && errno != EINTR) {
-            return false;
-        }
-        sent += static_cast<std::size_t>(std::max<ssize_t>(count, 0));
-    }
-    return true;
 }
 
 void Connection::Read() {
-    try {
-        std::string in;
-        for (asio::error_code failure;;) {
-            const auto size = asio::read_until(socket_, asio::dynamic_buffer(in, kLongestMessage), '\n', failure);
-            if (failure == asio::error::not_found) {
-                throw std::length_error("it is too long");
-            }
-            if (failure && failure != asio::error::interrupted) {
-                return Lose(kLostConnection, kLost);
-            }
-            if (!failure) {
-                TakeMessage(std::string_view(in).substr(0, size - 1));
-                in.erase(0, size);
-            }
+    asio::async_read_until(socket_, asio::dynamic_buffer(in_, kLongestMessage), '\n',
+                           [this](const asio::error_code& failure, std::size_t size) {
+                               if (failure == asio::error::not_found) {
+                                   throw std::length_error("it is too long");
+                               }
+                               if (failure) {
+                                   return Lose(ZORVALIS_LOST, kLost);
+                               }
+                               TakeMessage(std::string_view(in_).substr(0, size - 1));
+                               in_.erase(0, size);
+                               Read();
+                           });
+}
+
+// Writes the lines that wait, one after the other.
+void Connection::Write() {
+    {
+        const std::lock_guard lock(mutex_);
+        isWriting_ = !outgoing_.empty();
+        if (!isWriting_) {
+            return;
         }
-    } catch (const std::exception& error) {
-        Lose(kProtocolError, std::string("the service sent what is no message: ") + error.what());
+        line_ = std::move(outgoing_.begin()->second);
+        outgoing_.erase(outgoing_.begin());
     }
+    asio::async_write(socket_, asio::buffer(line_), [this](const asio::error_code& failure, std::size_t) {
+        if (failure) {
+            return Lose(ZORVALIS_LOST, kLost);
+        }
+        Write();
+    });
 }
 
 void Connection::TakeMessage(std::string_view line) {
@@ -159,32 +179,35 @@ void Connection::TakeMessage(std::string_view line) {
         return Lose(message["error"].at("code").get<std::int32_t>(), message["error"].at("message").get<std::string>());
     }
     const auto id = message.at("id").get<std::int64_t>();
+    if (id < 1 || id > lastId_) {
+        throw std::invalid_argument("an answer to no call");
+    }
     const std::lock_guard lock(mutex_);
     const auto found = waiting_.find(id);
-    if (found == waiting_.end()) {
-        throw std::invalid_argument("an answer to no call");
+    if (found == waiting_.end() || found->second->done) {
+        return;  // the call was given up
     }
     Waiting& waiting = *found->second;
     if (message.contains("error")) {
-        waiting.problem = message["error"].at("message").get<std::string>();
         const auto code = message["error"].at("code").get<std::int32_t>();
-        waiting.status = code != 0 ? code : kProtocolError;  // an error of nothing is no success
+        waiting.End(code != 0 ? code : ZORVALIS_PROTOCOL_ERROR,  // an error of nothing is no success
+                    message["error"].at("message").get<std::string>());
     } else {
         waiting.result = std::move(message.at("result"));
+        waiting.End(0, "");
     }
-    waiting.done = true;
-    waiting.changed.notify_one();
 }
 
 void Connection::RunCallback(const std::string& method, const Json& parameters) const {
     const auto& result = parameters.at("result");
     const auto cookie = parameters.at("cookie").get<std::int64_t>();
-    const auto run = [&](const auto& callback, auto value, auto... function) {
+    const auto run = [&](const auto callback, auto value, auto... function) {
+        if (callback == nullptr) {
+            return;
+        }
         callbackOf = this;
         try {
-            if (callback) {
-                callback(value, function..., cookie);
-            }
+            callback(callbacks_.user, value, function..., cookie);
         } catch (...) {
             // The call goes on without it.
         }
@@ -194,27 +217,33 @@ void Connection::RunCallback(const std::string& method, const Json& parameters) 
     if (method == "CallbackTestData") {
         run(callbacks_.testData, result.get<std::int64_t>());
     } else if (method == "CallbackText") {
-        run(callbacks_.text, result.get<std::string>(), function());
+        run(callbacks_.text, result.get_ref<const std::string&>().c_str(), function());
     } else if (method == "CallbackFlag") {
-        run(callbacks_.flag, result.get<std::int32_t>() != 0, function());
+        run(callbacks_.flag, result.get<std::int32_t>() != 0 ? 1 : 0, function());
     } else if (method == "CallbackInteger") {
         run(callbacks_.integer, result.get<std::int32_t>(), function());
     }
 }
 
-void Connection::Lose(std::int32_t status, const std::string& problem) {
-    ::shutdown(socket_.native_handle(), SHUT_RDWR);
+void Connection::EndAll(std::int32_t status, const std::string& problem) {
     const std::lock_guard lock(mutex_);
-    lostStatus_ = status;
-    lostProblem_ = problem;
     for (const auto& [id, waiting] : waiting_) {
         if (!waiting->done) {
-            waiting->status = status;
-            waiting->problem = problem;
-            waiting->done = true;
-            waiting->changed.notify_one();
+            waiting->End(status, problem);
         }
     }
+}
+
+// No more is read or written.
+void Connection::Lose(std::int32_t status, const std::string& problem) {
+    asio::error_code ignored;
+    socket_.close(ignored);
+    {
+        const std::lock_guard lock(mutex_);
+        lostStatus_ = status;
+        lostProblem_ = problem;
+    }
+    EndAll(status, problem);
 }
 
 }  // namespace zorvalis_client

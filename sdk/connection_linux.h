@@ -1,9 +1,12 @@
 // One connection to the service's socket: JSON-RPC 2.0, a message a line. Calls come from any thread. A thread of its
-// own reads what the service sends, hands each answer to the call that waits for it, and runs the callbacks; what
-// comes before an answer has run before the call returns.
+// own writes them, reads what the service sends, hands each answer to the call that waits for it, and runs the
+// callbacks; what comes before an answer has run before the call returns.
 #pragma once
 
+#include <asio/io_context.hpp>
 #include <asio/local/stream_protocol.hpp>
+#include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <map>
@@ -13,53 +16,66 @@
 #include <thread>
 
 #include "base/json.h"
-#include "zorvalis_client.h"
+#include "session.h"
 
 namespace zorvalis_client {
 
-// The transport's statuses, in the numbers of Windows.
-constexpr std::int32_t kLostConnection = 1726, kProtocolError = 1728, kCallInCallback = 1791;
+using Deadline = std::chrono::steady_clock::time_point;  // Deadline::max(): none
 
 class Connection {
 public:
-    // Throws Error, as Call does.
-    Connection(const std::string& path, Callbacks callbacks);
+    // Throws Failure, as Call does.
+    Connection(const std::string& path, const ZorvalisCallbacks& callbacks, Deadline deadline);
+    // No callback comes any more when it returns. No call runs.
     ~Connection();
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
     // The answer's result.
-    zorvalis::Json Call(const char* method, const zorvalis::Json& parameters);
+    zorvalis::Json Call(const char* method, const zorvalis::Json& parameters, Deadline deadline);
 
-    // Waits for a moment until the service has closed the context, which otherwise ends with the connection.
-    void CloseContext(std::int64_t context) noexcept;
+    // Ends every call that runs.
+    void Cancel();
+
+    // Whether this thread runs a callback of this connection.
+    bool InCallback() const;
 
 private:
+    // A call, for as long as its thread waits.
     struct Waiting {
         bool done = false;
         zorvalis::Json result;
         std::int32_t status = 0;
         std::string problem;
         std::condition_variable changed;
+
+        void End(std::int32_t code, const std::string& what);
     };
 
-    std::int64_t Enter(Waiting& waiting);
-    bool Send(std::int64_t id, const char* method, const zorvalis::Json& parameters, int flags);
+    void Run();
     void Read();
+    void Write();
     void TakeMessage(std::string_view line);
     void RunCallback(const std::string& method, const zorvalis::Json& parameters) const;
+    void EndAll(std::int32_t status, const std::string& problem);
     void Lose(std::int32_t status, const std::string& problem);
 
-    asio::local::stream_protocol::socket socket_;
-    const Callbacks callbacks_;
-    std::thread reader_;
-    std::mutex sending_;  // held for a whole message
+    const ZorvalisCallbacks callbacks_;
+    std::atomic<std::int64_t> lastId_ = 0;
+
+    // The thread's alone.
+    asio::io_context context_{1};
+    asio::local::stream_protocol::socket socket_{context_};
+    std::string in_, line_;  // what has come, and what is being written
 
     std::mutex mutex_;  // guards what follows
-    std::int64_t lastId_ = 0;
     std::map<std::int64_t, Waiting*> waiting_;
+    std::map<std::int64_t, std::string> outgoing_;  // lines that wait until others are written
+    bool isWriting_ = false;
     std::int32_t lostStatus_ = 0;
     std::string lostProblem_;
+
+    std::thread thread_;
 };
 
 }  // namespace zorvalis_client

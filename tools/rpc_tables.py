@@ -1,26 +1,25 @@
 #!/usr/bin/env python3
 """Reads the local endpoint's interface description, the one place that says which procedures and callbacks there are,
-and writes what the C++ of both ends is made of.
+and writes FOLDER/zorvalis_procedures.h, which lists them for the macros of both ends' C++.
 
-    tools/rpc_tables.py IDL CLIENT_HEADER FOLDER
+    tools/rpc_tables.py IDL FOLDER
 
-FOLDER/zorvalis_procedures.h lists them for macros; FOLDER/sdk/zorvalis_client.h is CLIENT_HEADER with the members of
-the class Client, plain C++ for applications.
+tools/sdk_headers.py makes of the same description what applications get.
 """
 import pathlib
 import re
 import sys
 import textwrap
 
-# A type of the description: that of the service, and that of the application, which gets text in UTF-8.
+# A type of the description: that of the service, and those of the application in C++ and C, which gets text in UTF-8.
 TYPES = {
-    "hyper": ("std::int64_t", "std::int64_t"),
-    "long": ("std::int32_t", "std::int32_t"),
-    "unsigned char": ("std::uint8_t", "bool"),
-    "const char*": ("const char*", None),
-    "const wchar_t*": ("const wchar_t*", "const std::string&"),
-    "wchar_t*": ("wchar_t*", None),  # the answer, with its size behind it
-    "long*": ("std::int32_t*", None),  # the answer
+    "hyper": ("std::int64_t", "std::int64_t", "int64_t"),
+    "long": ("std::int32_t", "std::int32_t", "int32_t"),
+    "unsigned char": ("std::uint8_t", "bool", "int32_t"),
+    "const char*": ("const char*", None, None),
+    "const wchar_t*": ("const wchar_t*", "const std::string&", "const char*"),
+    "wchar_t*": ("wchar_t*", None, "char**"),  # the answer, with its size behind it
+    "long*": ("std::int32_t*", None, "int32_t*"),  # the answer
 }
 
 
@@ -58,11 +57,21 @@ class Procedure:
         types = [kind for kind, _ in self.parameters]
         return "std::string" if "wchar_t*" in types else "bool" if "long*" in types else "void"
 
-    def client_parameters(self, default=""):
-        """`default` stands behind the room for the answer."""
-        given = [p for p in self.parameters if TYPES[p[0]][1] and not (p[1] == "cookie" and self.answers() != "void")]
-        return [TYPES[kind][1] + " " + name + (default if kind == "long" else "")
-                for kind, name in given]
+    def inputs(self):
+        """What the application gives: pairs of type and name."""
+        return [p for p in self.parameters if TYPES[p[0]][1] and not (p[1] == "cookie" and self.answers() != "void")]
+
+    def output(self):
+        """The type and name of the answer, or None."""
+        return next((p for p in self.parameters if p[0] in ("wchar_t*", "long*")), None)
+
+    def client_parameters(self):
+        return [f"{TYPES[kind][1]} {name}" for kind, name in self.inputs()]
+
+    def c_parameters(self):
+        """In C the answer comes out through the last one."""
+        answer = [self.output()] if self.output() else []
+        return ["ZorvalisClient* client"] + [f"{TYPES[kind][2]} {name}" for kind, name in self.inputs() + answer]
 
     def client_arguments(self):
         arguments = []
@@ -118,30 +127,20 @@ def tables(procedures, callbacks):
               "ZORVALIS_CALLS",
               [[p.answers(), p.name, group(p.client_parameters()), "cookie" if p.answers() == "void" else "0"] +
                p.client_arguments() for p in calls]),
+        macro("The same as the C interface has them: name, parameters, where the answer goes, and the arguments.",
+              "ZORVALIS_FUNCTIONS",
+              [[p.name, group(p.c_parameters()), p.output()[1] if p.output() else "nullptr"] +
+               [name for _, name in p.inputs()] for p in calls]),
         macro("The callbacks: name, the floor's function, the application's member, parameters, and arguments.",
               "ZORVALIS_CALLBACKS",
               [[p.name, words(p), member(p), group(p.service_parameters())] + names(p) for p in callbacks]),
     ]) + "\n"
 
 
-def client_header(template, procedures):
-    members = []
-    for p in procedures:
-        if p.on_context:
-            if p.comment:
-                members += ["", textwrap.fill(" ".join(p.comment), 119, initial_indent="    // ",
-                                              subsequent_indent="    // ")]
-            start = f"    {p.answers()} {p.name}("
-            members.append(wrap(f"{', '.join(p.client_parameters(' = 4096'))});", 120, start, " " * len(start)))
-    return template.replace("    @PROCEDURES@\n", "\n".join(members).lstrip("\n") + "\n")
-
-
 def main():
-    idl, template, folder = map(pathlib.Path, sys.argv[1:])
-    procedures, callbacks = read(idl.read_text())
-    (folder / "sdk").mkdir(parents=True, exist_ok=True)
-    (folder / "zorvalis_procedures.h").write_text(tables(procedures, callbacks))
-    (folder / "sdk" / "zorvalis_client.h").write_text(client_header(template.read_text(), procedures))
+    idl, folder = map(pathlib.Path, sys.argv[1:])
+    folder.mkdir(parents=True, exist_ok=True)
+    (folder / "zorvalis_procedures.h").write_text(tables(*read(idl.read_text())))
 
 
 if __name__ == "__main__":

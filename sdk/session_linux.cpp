@@ -1,11 +1,11 @@
-// The client on the stand-in machine: each procedure as a message to the service's socket.
+// Calls on the stand-in machine: each procedure as a message to the service's socket.
+#include "session.h"
+
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
-#include <memory>
-#include <utility>
 
 #include "connection_linux.h"
-#include "zorvalis_procedures.h"
 
 namespace zorvalis_client {
 
@@ -13,7 +13,7 @@ using zorvalis::Json;
 
 namespace {
 
-constexpr std::int32_t kNoText = 1113;
+constexpr auto kCloseLimit = std::chrono::seconds(2);
 
 // The stand-in machine's folder is ZORV_MACHINE, else in the user's state folder.
 std::string ServicesEndpoint() {
@@ -26,7 +26,7 @@ std::string ServicesEndpoint() {
         const std::filesystem::path state = environment("XDG_STATE_HOME");
         const std::filesystem::path home = environment("HOME");
         if (!state.is_absolute() && home.empty()) {
-            throw Error("no machine: neither ZORV_MACHINE nor HOME is set", kNoService);
+            throw Failure("no machine: neither ZORV_MACHINE nor HOME is set", ZORVALIS_NO_SERVICE);
         }
         machine = (state.is_absolute() ? state : home / ".local/state") / "zorv-machine";
     }
@@ -55,7 +55,7 @@ void Input<std::string>::AddTo(Json& message) const {
     try {
         static_cast<void>(text.dump());
     } catch (const std::domain_error&) {
-        throw Error("a text of the call is no UTF-8", kNoText);
+        throw Failure("a text of the call is no UTF-8", ZORVALIS_NO_TEXT);
     }
     message[name] = text;
 }
@@ -73,23 +73,38 @@ struct Result {
     void AddTo(Json&) const {}
 };
 
+// `limit` is in milliseconds, 0: none.
+Deadline After(std::uint32_t limit) {
+    return limit == 0 ? Deadline::max() : std::chrono::steady_clock::now() + std::chrono::milliseconds(limit);
+}
+
+template <class Value>
+Value Member(const char* method, const Json& answer, const char* name) {
+    try {
+        return answer.at(name).get<Value>();
+    } catch (const std::logic_error&) {
+        throw Failure(std::string("the service's answer to ") + method + " has no " + name, ZORVALIS_PROTOCOL_ERROR);
+    }
+}
+
 }  // namespace
 
-struct Client::State {
+struct Session::State {
     Connection connection;
     std::int64_t context = 0;
+    std::atomic<std::uint32_t> limit = 0;
 
-    State(const std::string& path, Callbacks callbacks) : connection(path, std::move(callbacks)) {
-        context = Member<std::int64_t>("RemoteOpen", connection.Call("RemoteOpen", Json::object()), "context");
+    State(const std::string& path, const ZorvalisCallbacks& callbacks, Deadline deadline)
+        : connection(path, callbacks, deadline) {
+        const Json answer = connection.Call("RemoteOpen", Json::object(), deadline);
+        context = Member<std::int64_t>("RemoteOpen", answer, "context");
     }
-    ~State() { connection.CloseContext(context); }
 
-    template <class Value>
-    static Value Member(const char* method, const Json& answer, const char* name) {
+    // Waits for a moment until the service has closed the context, which otherwise ends with the connection.
+    ~State() {
         try {
-            return answer.at(name).get<Value>();
-        } catch (const std::logic_error&) {
-            throw Error(std::string("the service's answer to ") + method + " has no " + name, kProtocolError);
+            connection.Call("RemoteClose", {{"context", context}}, std::chrono::steady_clock::now() + kCloseLimit);
+        } catch (const std::exception&) {
         }
     }
 
@@ -97,7 +112,7 @@ struct Client::State {
     Answer Call(const char* method, std::int64_t cookie, const Arguments&... arguments) {
         Json message = {{"context", context}, {"cookie", cookie}};
         (arguments.AddTo(message), ...);
-        const Json answer = connection.Call(method, message);
+        const Json answer = connection.Call(method, message, After(limit));
         const char* name = nullptr;
         ((name = arguments.answer != nullptr ? arguments.answer : name), ...);
         if constexpr (std::is_same_v<Answer, bool>) {
@@ -108,13 +123,25 @@ struct Client::State {
     }
 };
 
-Client::Client(Callbacks callbacks, const std::string& endpoint)
-    : state_(std::make_unique<State>(endpoint.empty() ? ServicesEndpoint() : endpoint, std::move(callbacks))) {}
+Session::Session(const ZorvalisCallbacks& callbacks, const std::string& endpoint, std::uint32_t limit)
+    : state_(std::make_shared<State>(endpoint.empty() ? ServicesEndpoint() : endpoint, callbacks, After(limit))) {}
 
-Client::~Client() = default;
+Session::~Session() = default;
+
+void Session::SetLimit(std::uint32_t limit) {
+    state_->limit = limit;
+}
+
+void Session::Cancel() {
+    state_->connection.Cancel();
+}
+
+bool Session::InCallback() const {
+    return state_->connection.InCallback();
+}
 
 #define DEFINE(answer, name, parameters, cookie, ...)                          \
-    answer Client::name parameters {                                           \
+    answer Session::name parameters {                                          \
         return state_->Call<answer>(#name, cookie __VA_OPT__(, ) __VA_ARGS__); \
     }
 ZORVALIS_CALLS(DEFINE)
