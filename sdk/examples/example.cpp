@@ -1,4 +1,4 @@
-// What an application does: one call as a JSON text, and one direct call, whose value comes by callback.
+// One call as a JSON text, and one direct call, whose value comes by callback.
 #include <cstdio>
 
 #include "zorvalis_client.h"
@@ -8,8 +8,10 @@ int main() {
     callbacks.text = [](const std::string& result, std::int32_t function, std::int64_t cookie) {
         std::printf("function %d, cookie %d: %s\n", function, static_cast<int>(cookie), result.c_str());
     };
+    zorvalis_client::Options options;
+    options.wait = std::chrono::seconds(10);  // for a service that is just starting
     try {
-        zorvalis_client::Client client(callbacks);
+        zorvalis_client::Client client(callbacks, options);
         std::printf("%s\n", client.BigDataServiceCall(R"({"function":9,"version":1})").c_str());
         client.GetModelName(7);
     } catch (const zorvalis_client::Error& error) {
