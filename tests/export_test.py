@@ -13,8 +13,8 @@ import shutil
 import sqlite3
 import subprocess
 import sys
-import time
-import traceback
+
+from support import cases
 
 BIN, FOLDER, MODULES = (pathlib.Path(one).resolve() for one in sys.argv[1:])
 DOCS = pathlib.Path(__file__).resolve().parent.parent / "docs" / "export.md"
@@ -209,14 +209,4 @@ shutil.rmtree(FOLDER, ignore_errors=True)
 FOLDER.mkdir(parents=True)
 records = Records()
 tests = [reads_the_same_back, takes_no_row_twice, refuses_what_is_not_its_own, goes_on_after_a_kill_and_a_full_disk]
-failed = 0
-for test in tests:
-    start, result = time.monotonic(), "      OK"
-    try:
-        test()
-    except Exception:
-        traceback.print_exc(file=sys.stdout)
-        failed, result = failed + 1, " FAILED "
-    print(f"[ {result} ] Export.{test.__name__} ({(time.monotonic() - start) * 1000:.0f} ms)", flush=True)
-print(f"[==========] {len(tests)} tests ran.")
-sys.exit(1 if failed else 0)
+sys.exit(cases.run("Export", tests))

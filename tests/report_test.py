@@ -14,15 +14,14 @@ import json
 import os
 import pathlib
 import select
-import shutil
 import signal
 import socket
 import sqlite3
 import subprocess
 import sys
-import tempfile
 import time
-import traceback
+
+from support import cases
 
 DEADLINE = 240  # seconds for a step; steps take a few
 ARGUMENTS = ("--headless --no-sandbox --disable-gpu --disable-quic --no-first-run --disable-background-networking "
@@ -292,26 +291,7 @@ class Tests:
         assert select.select([self.canary], [], [], DEADLINE)[0], "a request would not have been seen"
 
 
-def main():
-    folder = pathlib.Path(tempfile.mkdtemp(prefix="zorv-report-"))
-    atexit.register(shutil.rmtree, folder, True)
-    for number in (signal.SIGALRM, signal.SIGTERM):
-        signal.signal(number, lambda *_: sys.exit("ended by a signal, or by the time limit"))
-    signal.alarm(840)
-    ctypes.CDLL(None).prctl(36, 1)  # PR_SET_CHILD_SUBREAPER: the browser's orphans become children of this process
-    tests, failed, names = Tests(pathlib.Path(sys.argv[1]).resolve(), folder), 0, [
-        name for name in Tests.__dict__ if name.startswith("test_")]
-    for name in names:
-        start, result = time.monotonic(), "[       OK ]"
-        try:
-            getattr(tests, name)()
-        except Exception:
-            traceback.print_exc()
-            failed, result = failed + 1, "[  FAILED  ]"
-        print(f"{result} Report.{name[5:]} ({round((time.monotonic() - start) * 1000)} ms)", flush=True)
-    print(f"[==========] {len(names)} tests ran.")
-    return failed
-
-
 if __name__ == "__main__":
-    sys.exit(1 if main() else 0)
+    ctypes.CDLL(None).prctl(36, 1)  # PR_SET_CHILD_SUBREAPER: the browser's orphans become children of this process
+    sys.exit(cases.run("Report", cases.methods(Tests(pathlib.Path(sys.argv[1]).resolve(),
+                                                     cases.fresh_folder("zorv-report-")))))
