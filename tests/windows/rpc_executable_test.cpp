@@ -1,6 +1,8 @@
 // Clients of the built executable: they call it from this process and from others, through the endpoint that it has.
 #include <windows.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <cwchar>
 #include <filesystem>
@@ -149,6 +151,15 @@ TEST_F(ServedClients, DoNotHearOfAFailedCallbackOrOfAnothersDeathOrFault) {
         }
     }
     EXPECT_EQ(Client().GetUUID(), "00112233-4455-6677-8899-aabbccddeeff") << "the next one, and without the job lock";
+}
+
+// For sdk_package_test.py, which runs applications of its own until it sends a line or goes away.
+TEST_F(ServedClients, DISABLED_AreOtherPrograms) {
+    machine.hardware(read_text(std::getenv("ZORV_SERVED_HARDWARE")));
+    Start();
+    std::printf("serving %s\n", machine.bin_folder().c_str());
+    std::fflush(stdout);
+    std::getchar();
 }
 
 TEST_F(ServedClients, AreNotServedAfterTheStop) {

@@ -4,7 +4,7 @@
 
 linux_packages=(g++ cmake ninja-build ccache libsqlite3-dev nlohmann-json3-dev libasio-dev libcli11-dev googletest
                 libgtest-dev libcurl4-openssl-dev libssl-dev libcpp-httplib-dev clang-format python3
-                chromium chromium-driver)
+                chromium chromium-driver make pkgconf mono-mcs mono-runtime)
 windows_packages=(g++-mingw-w64-x86-64-posix mingw-w64-tools wine wine64)
 
 # What Debian has not: SQLite for mingw-w64, and uPlot, which draws the charts of zorvctl's report. These packages of a

@@ -89,8 +89,15 @@ test_faults() {
 # The page of zorvctl's report, in a browser.
 test_report() {
     local status=0
-    step report-page watched python3 tests/report_test.py "build/$1/bin" || status=$?
+    step report-page watched python3 -B tests/report_test.py "build/$1/bin" || status=$?
     count report-page $status
+}
+
+# The SDK of the build $1, installed and used by applications outside of the tree.
+test_sdk() {
+    local status=0
+    step "$1-sdk" watched python3 -B tests/sdk_package_test.py "build/$1" || status=$?
+    count "$1-sdk" $status
 }
 
 # Fetches the engine that export_test.py reads data sets with. The lock file has the sums.
@@ -124,6 +131,7 @@ test_linux() {
     test_side linux-debug
     test_report linux-debug
     test_export
+    test_sdk linux-debug
     test_faults linux-debug 80
     test_side linux-asan "${steady[@]}" env ASAN_OPTIONS="$report" UBSAN_OPTIONS="$report:print_stacktrace=1"
     test_faults linux-asan 300 env ASAN_OPTIONS="$report" UBSAN_OPTIONS="$report:print_stacktrace=1"
@@ -177,6 +185,7 @@ test_windows() {
     at_exit stop_wine
     if step setup-windows ./dev setup windows && step start-wine start_wine && step start-server start_test_server; then
         test_side windows wine
+        test_sdk windows
     else
         say "windows: cannot be run here, for the reason above"
         failed=$((failed + 1))
