@@ -27,7 +27,7 @@ thread_local const Connection* callbackOf = nullptr;
 std::int32_t StatusOf(int error) {
     const bool nobody = error == ENOENT || error == ECONNREFUSED || error == ENOTDIR;
     return nobody                               ? ZORVALIS_NO_SERVICE
-           : error == EAGAIN                    ? ZORVALIS_TIMED_OUT
+           : error == ETIMEDOUT                 ? ZORVALIS_TIMED_OUT
            : error == EMFILE || error == ENFILE ? 4    // ERROR_TOO_MANY_OPEN_FILES
            : error == EACCES || error == EPERM  ? 5    // ERROR_ACCESS_DENIED
            : error == ENOMEM                    ? 8    // ERROR_NOT_ENOUGH_MEMORY
@@ -35,14 +35,14 @@ std::int32_t StatusOf(int error) {
                                                 : 31;               // ERROR_GEN_FAILURE
 }
 
-// Connects within the time. While a server's queue is full the kernel lets a connection wait for as long as a send may.
+// While a server's queue is full the kernel lets a connection wait for as long as a send may.
 int Connect(int descriptor, const std::string& path, Deadline deadline) {
     const asio::local::stream_protocol::endpoint endpoint(path);
     do {
         if (deadline != Deadline::max()) {
             const auto rest = std::chrono::ceil<std::chrono::microseconds>(deadline - std::chrono::steady_clock::now());
             if (rest.count() <= 0) {
-                return EAGAIN;
+                return ETIMEDOUT;
             }
             const timeval limit = {rest.count() / 1000000, rest.count() % 1000000};
             ::setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
@@ -51,7 +51,7 @@ int Connect(int descriptor, const std::string& path, Deadline deadline) {
             return 0;
         }
     } while (errno == EINTR);
-    return errno;
+    return errno == EAGAIN ? ETIMEDOUT : errno;
 }
 
 }  // namespace
