@@ -37,7 +37,7 @@ public:
     // Every call that runs now ends with ZORVALIS_CANCELLED.
     void Cancel();
 
-    // Whether this thread runs a callback of this session; a call from there is refused (ZORVALIS_IN_CALLBACK).
+    // Whether this thread runs a callback of this session, from where the C interface refuses calls.
     bool InCallback() const;
 
 #define DECLARE(answer, name, parameters, ...) answer name parameters;

@@ -1,6 +1,7 @@
 // Calls on the stand-in machine: each procedure as a message to the service's socket.
 #include "session.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <filesystem>
@@ -103,7 +104,8 @@ struct Session::State {
     // Waits for a moment until the service has closed the context, which otherwise ends with the connection.
     ~State() {
         try {
-            connection.Call("RemoteClose", {{"context", context}}, std::chrono::steady_clock::now() + kCloseLimit);
+            const Deadline deadline = std::chrono::steady_clock::now() + kCloseLimit;
+            connection.Call("RemoteClose", {{"context", context}}, std::min(deadline, After(limit)));
         } catch (const std::exception&) {
         }
     }

@@ -6,7 +6,9 @@
 
 #include <functional>
 #include <future>
+#include <memory>
 #include <optional>
+#include <semaphore>
 #include <thread>
 
 #include "base/json.h"
@@ -186,6 +188,129 @@ TEST(Sdk, TellsAFaultFromWhatIsNoAnswer) {
         Client client({}, server.Path());
         reply = each.reply + "\n";
         EXPECT_EQ(StatusOf([&] { client.GetUUID(); }, each.piece), each.status) << each.reply.substr(0, 80);
+    }
+}
+
+// Each way in which a call ends that the server leaves unanswered until the next one comes.
+TEST(Sdk, GivesUpACallAndIgnoresItsLateAnswer) {
+    const TestMachine machine;
+    std::counting_semaphore arrived(0);
+    std::string late;
+    const ScriptedServer server(Opening([&](const Json& message) -> std::string {
+        const std::string answer = Answer(message, {{"output", "now"}});
+        if (message["method"] != "GetModelName") {
+            return std::exchange(late, "") + answer;
+        }
+        late += answer;
+        arrived.release();
+        return "";
+    }));
+    auto client = std::make_unique<Client>(Callbacks(), server.Path());
+    const auto call = [each = client.get()] { return StatusOf([each] { each->GetModelName(1); }); };
+    client->SetLimit(std::chrono::milliseconds(1));
+    EXPECT_EQ(call(), ZORVALIS_TIMED_OUT);
+    client->SetLimit(std::chrono::hours(10000));
+    EXPECT_EQ(client->GetUUID(), "now");
+    static_cast<void>(arrived.try_acquire());  // unless it was given up before it was sent
+    for (const bool closes : {false, true}) {
+        auto one = std::async(std::launch::async, call), two = std::async(std::launch::async, call);
+        arrived.acquire();
+        arrived.acquire();
+        closes ? client.reset() : client->Cancel();
+        EXPECT_EQ(one.get() + two.get(), 2 * ZORVALIS_CANCELLED);
+        EXPECT_TRUE(closes || client->GetUUID() == "now");
+    }
+}
+
+TEST(Sdk, IsNotHeldUpByAServerThatDoesNotAcceptOrAnswerOrRead) {
+    const TestMachine machine;
+    Options options;
+    options.limit = std::chrono::milliseconds(10);
+    options.endpoint = platform::machine_folder() + "/run/silent";
+    const auto listener = platform::listen_at("run/silent", 0);
+    EXPECT_EQ(StatusOf([&] { Client({}, options); }), ZORVALIS_TIMED_OUT);
+    EXPECT_EQ(::listen(listener.get(), 0), 0);
+    EXPECT_EQ(StatusOf([&] { Client({}, options); }, "takes the connection"), ZORVALIS_TIMED_OUT);
+
+    std::binary_semaphore arrived(0), reads(0);
+    int received = 0;
+    const ScriptedServer server(Opening([&](const Json& message) {
+        if (message["method"] == "GetModelName") {
+            arrived.release();
+            reads.acquire();
+        }
+        received += message["method"] == "SetAppFolder";
+        return Answer(message, {{"output", "ready"}});
+    }));
+    auto client = std::make_unique<Client>(Callbacks(), server.Path());
+    for (const bool closes : {false, true}) {
+        client->SetLimit(std::chrono::milliseconds(0));
+        auto held = std::async(std::launch::async, [&] { return StatusOf([&] { client->GetModelName(1); }); });
+        arrived.acquire();
+        client->SetLimit(options.limit);
+        for (int i = 0; i < 4; ++i) {
+            EXPECT_EQ(StatusOf([&] { client->SetAppFolder(std::string(1 << 20, 'x'), 1); }), ZORVALIS_TIMED_OUT);
+        }
+        if (closes) {
+            client.reset();
+        }
+        reads.release();
+        EXPECT_EQ(held.get(), closes ? ZORVALIS_CANCELLED : 0);
+        if (!closes) {
+            client->SetLimit(std::chrono::milliseconds(0));
+            EXPECT_EQ(client->GetUUID(), "ready");
+            EXPECT_LE(received, 1) << "what was given up before it was sent";
+        }
+    }
+}
+
+TEST(Sdk, WaitsForAServiceThatStarts) {
+    const TestMachine machine;
+    Options options;
+    options.endpoint = platform::machine_folder() + "/run/scripted";
+    for (const int wait : {0, 1}) {
+        options.wait = std::chrono::milliseconds(wait);
+        EXPECT_EQ(StatusOf([&] { Client({}, options); }, "nobody listens"), ZORVALIS_NO_SERVICE);
+    }
+    for (const auto& wait : {std::chrono::milliseconds::max(), std::chrono::milliseconds(1 << 30)}) {
+        options.wait = wait;
+        auto opening = std::async(std::launch::async, [&] { return Client({}, options).GetUUID(); });
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));  // so that it tries in vain, mostly
+        const ScriptedServer server(Opening([](const Json& each) { return Answer(each, {{"output", "here"}}); }));
+        EXPECT_EQ(opening.get(), "here");
+    }
+}
+
+TEST(Sdk, IsCancelledAndNotClosedByItsCallbackAndRefusesNulls) {
+    const TestMachine machine;
+    const ScriptedServer server(Opening([](const Json&) {
+        return Callback("CallbackInteger", {{"result", 1}, {"function", 3}, {"cookie", 4}});
+    }));
+    std::pair<ZorvalisClient*, std::int32_t> self;  // and how the callback's closing ended
+    ZorvalisCallbacks callbacks = {sizeof callbacks, &self, nullptr, nullptr, nullptr, nullptr};
+    callbacks.integer = [](void* user, std::int32_t, std::int32_t, std::int64_t) {
+        auto& [own, closed] = *static_cast<decltype(self)*>(user);
+        closed = ZorvalisClose(own);
+        ZorvalisCancel(own);
+    };
+    const std::string path = server.Path();
+    const ZorvalisOptions options = {sizeof options, 0, 0, path.c_str()};
+    auto& [client, closed] = self;
+    ASSERT_EQ(ZorvalisOpen(&options, &callbacks, &client), 0);
+    EXPECT_EQ(ZorvalisGetBatteryHealthMode(client, 4), ZORVALIS_CANCELLED);
+    EXPECT_EQ(closed, ZORVALIS_IN_CALLBACK);
+    EXPECT_EQ(ZorvalisSetAppFolder(client, nullptr, 4), ZORVALIS_BAD_ARGUMENT);
+    EXPECT_EQ(ZorvalisGetUUID(client, 64, nullptr), ZORVALIS_BAD_ARGUMENT);
+    EXPECT_EQ(ZorvalisClose(client), 0);
+}
+
+TEST(Sdk, CutsLongWordsBetweenCharacters) {
+    for (std::string path : {"/", "/x"}) {
+        for (int i = 0; i < 300; ++i) {
+            path += "ä";
+        }
+        EXPECT_EQ(StatusOf([&] { Client({}, path); }, path.substr(0, 500)), 206);
+        EXPECT_EQ(std::string(ZorvalisErrorText()).size() % 2, path.size() % 2);
     }
 }
 
