@@ -7,7 +7,7 @@ set(config ${CMAKE_INSTALL_LIBDIR}/cmake/Zorvalis)
 
 file(STRINGS zorvalis.h.in interface REGEX "^#define ZORVALIS_VERSION ${PROJECT_VERSION_MINOR}$")
 if(NOT interface)
-    message(FATAL_ERROR "ZORVALIS_VERSION in sdk/zorvalis.h.in is not ${PROJECT_VERSION_MINOR}, as the project's version is")
+    message(FATAL_ERROR "ZORVALIS_VERSION in sdk/zorvalis.h.in is not ${PROJECT_VERSION_MINOR}, the project's number")
 endif()
 
 set_target_properties(zorvalis_client PROPERTIES EXPORT_NAME client)
@@ -35,4 +35,5 @@ install(FILES zorvalis.idl zorvalis.acf DESTINATION ${share}/idl COMPONENT sdk O
 install(DIRECTORY examples DESTINATION ${share} COMPONENT sdk)
 install(FILES ${PROJECT_SOURCE_DIR}/LICENSE ${PROJECT_SOURCE_DIR}/THIRD-PARTY-NOTICES.md
     ${PROJECT_SOURCE_DIR}/docs/rpc.md ${PROJECT_SOURCE_DIR}/docs/json-rpc.md
+    ${PROJECT_SOURCE_DIR}/docs/stand-in-machine.md
     DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/zorvalis COMPONENT sdk)

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""The SDK as an application's developer gets it: installed, moved, found by pkg-config and CMake, linked by applications
-in C, C++, Python and C# outside the tree, which then make thousands of random calls of a service on a machine of its
+"""The SDK as an application's developer gets it: installed, moved, found by pkg-config and CMake, linked by programs in
+C, C++, Python and C# outside the tree, which then make thousands of random calls of a service on a machine of its
 own. A small model here says what each is answered.
 
-    sdk_package_test.py BUILD [SEED]    BUILD: a build's folder; Windows programs run under Wine, without callbacks, which
-                                        Wine does not make, and without Python and C#
+    sdk_package_test.py BUILD [SEED]    BUILD: a build's folder; Windows programs run under Wine, without callbacks,
+                                        which Wine does not make, and without Python and C#
 
 Prints results as the other test programs do.
 """
@@ -34,6 +34,23 @@ HARDWARE = {"WMIGetModelName": "ZX ä \"7\" \\ ő", "WMIGetSN": "SN 07", "WMIGet
             "WMIGetBatteryHealth": 80, "WMICheckQuietFanSupport": 1, "WMIGetQuietFan": 1, "WMISetAppPath": "",
             "GPNV_RandomUUID": UUID, **{name: f"{key} \"1\"日2" for key, name in INFO.items()}}
 LATIN, WIDE = "aZ09 äöß€\"\\/{}%", "aZ09 äöß€\"\\/日本Жц"
+
+
+# In a callback, a NUL in a text, another type, a number too large, and a client that is closed.
+PYTHON_REFUSES = """
+import zorvalis
+def refused(call, *given):
+    try:
+        call(*given)
+    except Exception as error:
+        return getattr(error, "status", type(error))
+heard = []
+client = zorvalis.Client(text=lambda *_: heard.extend([refused(client.GetUUID), refused(client.close)]))
+client.GetModelName(1)
+heard += [refused(client.SetAppFolder, text, 1) for text in ("a\\0b", b"a")] + [refused(client.GetModelName, 1 << 63)]
+client.close()
+assert heard == [1791, 1791, ValueError, TypeError, OverflowError] and refused(client.GetUUID) == 87, heard
+"""
 
 
 def dump(value):
@@ -231,8 +248,8 @@ class Tests:
                 shutil.copy(source, place)
             lists = place / "CMakeLists.txt"
             lists.write_text(lists.read_text().replace("example", name))
-            self.configure(place, place / "build", f"-DCMAKE_PREFIX_PATH={self.package}", f"-DCMAKE_CXX_STANDARD={standard}",
-                           f"-DCMAKE_CXX_FLAGS={warnings}", "-DCMAKE_CXX_EXTENSIONS=OFF")
+            self.configure(place, place / "build", f"-DCMAKE_PREFIX_PATH={self.package}", "-DCMAKE_CXX_EXTENSIONS=OFF",
+                           f"-DCMAKE_CXX_STANDARD={standard}", f"-DCMAKE_CXX_FLAGS={warnings}")
             run("cmake", "--build", place / "build")
             csharp = [] if self.windows else [name.capitalize() + ".exe"]
             run("make", "--silent", f"CC={self.cc}", name, *csharp, folder=place, CFLAGS=f"-std=c99 {warnings}",
@@ -242,7 +259,8 @@ class Tests:
                 shutil.copy(place / "zorvalis_client.dll", place / "build")
                 self.apps[name] = {"C": ["wine", place / f"{name}.exe"], "C++": ["wine", place / f"build/{name}.exe"]}
             else:
-                self.apps[name] = {"C": [place / name], "C++": [place / "build" / name], "C#": ["mono", place / csharp[0]],
+                self.apps[name] = {"C": [place / name], "C++": [place / "build" / name],
+                                   "C#": ["mono", place / csharp[0]],
                                    "Python": [sys.executable, "-B", place / f"{name}.py"]}
         self.environment = {"LD_LIBRARY_PATH": self.package / "lib", "PYTHONPATH": share / "python"}
 
@@ -264,6 +282,7 @@ class Tests:
                 plain = re.findall(r"(?:^    .*\n|^\n)+", (ROOT / "docs/json-rpc.md").read_text(), re.M)[-1]
                 heard = run(sys.executable, "-c", textwrap.dedent(plain), **service.environment)
                 assert heard.startswith("2.0.6.0\nCallbackText {'cookie': 7, 'function': 0,"), heard
+                run(sys.executable, "-B", "-c", PYTHON_REFUSES, **service.environment, **self.environment)
 
     def test_random_calls_of_every_shape_are_answered_alike_in_each_language(self):
         for at, (language, command) in enumerate(self.apps["calls"].items()):

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Makes what applications get of the local endpoint's interface description: each TEMPLATE, a file NAME.in, becomes
-FOLDER/NAME, with a piece for each procedure in the place of its line @PROCEDURES@. A line @STATUSES@ becomes the numbers
-of zorvalis.h.in, beside the template.
+FOLDER/NAME, with a piece for each procedure in the place of its line @PROCEDURES@. A line @STATUSES@ becomes the
+numbers of zorvalis.h.in, beside the template.
 
     tools/sdk_headers.py IDL FOLDER TEMPLATE...
 
@@ -60,9 +60,9 @@ def python_method(procedure, width):
     names = [name + ("=4096" if kind == "long" else "") for kind, name in procedure.inputs()]
     ask = {"void": "self._call", "bool": "return self._ask_flag", "std::string": "return self._ask_text"}
     start = f"    {ask[procedure.answers()]}("
-    given = ", ".join([f'"Zorvalis{procedure.name}"'] + [values[kind].format(name) for kind, name in procedure.inputs()])
+    given = [f'"Zorvalis{procedure.name}"'] + [values[kind].format(name) for kind, name in procedure.inputs()]
     return (comment(procedure, "# ", "# ", "", width) + f"def {procedure.name}({', '.join(['self'] + names)}):\n" +
-            rpc_tables.wrap(given + ")", width, start, " " * len(start)) + "\n")
+            rpc_tables.wrap(", ".join(given) + ")", width, start, " " * len(start)) + "\n")
 
 
 def csharp_method(procedure, width):
@@ -104,7 +104,8 @@ def statuses(template, header):
 
     def lines(match):
         if template.startswith("//"):
-            made = [(f"{name.title().replace('_', '')} = {value},", text and f"  // {text}") for name, value, text in rows]
+            made = [(f"{name.title().replace('_', '')} = {value},", text and f"  // {text}")
+                    for name, value, text in rows]
         else:
             made = [(f"{name} = {value}", text and f"  # {text}") for name, value, text in rows]
         return "".join(match.group(1) + row + text + "\n" for row, text in made)

@@ -30,7 +30,8 @@ static class Calls
             {
                 string[] words = line.Split('\t');
                 MethodInfo method = typeof(Zorvalis.Client).GetMethod(words[0]);
-                object[] given = method.GetParameters().Select((p, at) => Given(p.ParameterType, words[at + 1])).ToArray();
+                object[] given =
+                    method.GetParameters().Select((p, at) => Given(p.ParameterType, words[at + 1])).ToArray();
                 object answer = null;
                 int status = 0;
                 try
