@@ -17,6 +17,7 @@
 #include <functional>
 #include <mutex>
 #include <optional>
+#include <string_view>
 #include <tuple>
 #include <type_traits>
 #include <utility>
@@ -24,6 +25,7 @@
 
 #include "context_windows.h"
 #include "rpc/guard.h"
+#include "rpc/output_block.h"
 
 extern "C" IMAGE_DOS_HEADER __ImageBase;  // the linker's: the library or program that this is linked into
 
@@ -169,7 +171,7 @@ private:
 };
 
 // UTF-8; what is no character becomes U+FFFD.
-std::string Narrow(const std::wstring& text) {
+std::string Narrow(std::wstring_view text) {
     const auto length = static_cast<int>(text.size());
     std::string result(text.size() * 3, '\0');
     result.resize(static_cast<std::size_t>(
@@ -240,10 +242,16 @@ struct Input<std::string> {
 struct Output {
     const char *answer, *name;
     std::int32_t size;
-    std::wstring buffer = std::wstring(static_cast<std::size_t>(std::max(size, 1)), L'\0');
+    zorvalis_rpc::OutputBlock block{size};
 
-    std::tuple<wchar_t*, std::int32_t> Pass() { return {buffer.data(), size}; }
-    std::string Answer() const { return Narrow(buffer.c_str()); }
+    std::tuple<wchar_t*, std::int32_t> Pass() { return {block.Data(), size}; }
+    std::string Answer() const {
+        const auto text = block.Text();
+        if (!text) {
+            throw Failure("the service's answer has no end", ZORVALIS_PROTOCOL_ERROR);
+        }
+        return Narrow(*text);
+    }
 };
 
 struct Result {
