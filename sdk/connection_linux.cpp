@@ -100,28 +100,33 @@ Json Connection::Call(const char* method, const Json& parameters, Deadline deadl
     outgoing_.emplace(id, std::move(line));
     waiting_.emplace(id, &waiting);
     if (!waiting.changed.wait_until(lock, deadline, [&] { return waiting.done; })) {
-        waiting.End(ZORVALIS_TIMED_OUT, std::string(method) + " had no answer within its time limit");
+        waiting.status = ZORVALIS_TIMED_OUT;
     }
     // Who has given up sends nothing more; a line that is being written goes on, and an answer to it is not waited for.
     waiting_.erase(id);
     outgoing_.erase(id);
     if (waiting.status != 0) {
-        throw Failure(waiting.problem, waiting.status);
+        throw Failure(!waiting.problem.empty() ? waiting.problem
+                      : waiting.status == ZORVALIS_TIMED_OUT
+                          ? std::string(method) + " had no answer within its time limit"
+                      : waiting.status == ZORVALIS_CANCELLED ? std::string(method) + " was given up"
+                                                             : lostProblem_,
+                      waiting.status);
     }
     return std::move(waiting.result);
 }
 
 void Connection::Cancel() {
-    EndAll(ZORVALIS_CANCELLED, "the call was given up");
+    const std::lock_guard lock(mutex_);
+    EndAll(ZORVALIS_CANCELLED);
 }
 
 bool Connection::InCallback() const {
     return callbackOf == this;
 }
 
-void Connection::Waiting::End(std::int32_t code, const std::string& what) {
+void Connection::Waiting::End(std::int32_t code) {
     status = code;
-    problem = what;
     done = true;
     changed.notify_one();
 }
@@ -130,8 +135,10 @@ void Connection::Waiting::End(std::int32_t code, const std::string& what) {
 void Connection::Run() {
     try {
         context_.run();
+    } catch (const std::bad_alloc&) {
+        Lose(ZORVALIS_OUT_OF_MEMORY, "there is no memory");
     } catch (const std::exception& error) {
-        Lose(ZORVALIS_PROTOCOL_ERROR, std::string("the service sent what is no message: ") + error.what());
+        Lose(ZORVALIS_PROTOCOL_ERROR, "the service sent what is no message: ", error.what());
     }
 }
 
@@ -176,7 +183,8 @@ void Connection::TakeMessage(std::string_view line) {
     }
     if (message.at("id").is_null() && message.contains("error")) {
         // Which call was not understood cannot be told.
-        return Lose(message["error"].at("code").get<std::int32_t>(), message["error"].at("message").get<std::string>());
+        return Lose(message["error"].at("code").get<std::int32_t>(),
+                    message["error"].at("message").get_ref<const std::string&>().c_str());
     }
     const auto id = message.at("id").get<std::int64_t>();
     if (id < 1 || id > lastId_) {
@@ -190,11 +198,11 @@ void Connection::TakeMessage(std::string_view line) {
     Waiting& waiting = *found->second;
     if (message.contains("error")) {
         const auto code = message["error"].at("code").get<std::int32_t>();
-        waiting.End(code != 0 ? code : ZORVALIS_PROTOCOL_ERROR,  // an error of nothing is no success
-                    message["error"].at("message").get<std::string>());
+        waiting.problem = message["error"].at("message").get<std::string>();
+        waiting.End(code != 0 ? code : ZORVALIS_PROTOCOL_ERROR);  // an error of nothing is no success
     } else {
         waiting.result = std::move(message.at("result"));
-        waiting.End(0, "");
+        waiting.End(0);
     }
 }
 
@@ -225,25 +233,29 @@ void Connection::RunCallback(const std::string& method, const Json& parameters) 
     }
 }
 
-void Connection::EndAll(std::int32_t status, const std::string& problem) {
-    const std::lock_guard lock(mutex_);
+// With the mutex held.
+void Connection::EndAll(std::int32_t status) {
     for (const auto& [id, waiting] : waiting_) {
         if (!waiting->done) {
-            waiting->End(status, problem);
+            waiting->End(status);
         }
     }
 }
 
-// No more is read or written.
-void Connection::Lose(std::int32_t status, const std::string& problem) {
+// No more is read or written. What came first says why.
+void Connection::Lose(std::int32_t status, const char* problem, const char* detail) noexcept {
     asio::error_code ignored;
     socket_.close(ignored);
-    {
-        const std::lock_guard lock(mutex_);
-        lostStatus_ = status;
-        lostProblem_ = problem;
+    const std::lock_guard lock(mutex_);
+    if (lostStatus_ == 0) {
+        lostStatus_ = status != 0 ? status : ZORVALIS_PROTOCOL_ERROR;
+        try {
+            lostProblem_ = std::string(problem) + detail;
+        } catch (const std::bad_alloc&) {
+            // The status is left to say it.
+        }
     }
-    EndAll(status, problem);
+    EndAll(lostStatus_);
 }
 
 }  // namespace zorvalis_client

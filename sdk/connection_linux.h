@@ -46,10 +46,10 @@ private:
         bool done = false;
         zorvalis::Json result;
         std::int32_t status = 0;
-        std::string problem;
+        std::string problem;  // in the service's words
         std::condition_variable changed;
 
-        void End(std::int32_t code, const std::string& what);
+        void End(std::int32_t code);
     };
 
     void Run();
@@ -57,8 +57,8 @@ private:
     void Write();
     void TakeMessage(std::string_view line);
     void RunCallback(const std::string& method, const zorvalis::Json& parameters) const;
-    void EndAll(std::int32_t status, const std::string& problem);
-    void Lose(std::int32_t status, const std::string& problem);
+    void EndAll(std::int32_t status);
+    void Lose(std::int32_t status, const char* problem, const char* detail = "") noexcept;
 
     const ZorvalisCallbacks callbacks_;
     std::atomic<std::int64_t> lastId_ = 0;
