@@ -63,7 +63,7 @@ std::wstring Wide(unsigned codePage, const char* text) {
     return result;
 }
 
-Context::Context(const std::string& endpoint) {
+void Context::Open(const std::string& endpoint) {
     std::wstring protocol = L"ncalrpc", name = Wide(CP_UTF8, endpoint.empty() ? kEndpoint : endpoint.c_str());
     // Whoever has the endpoint's name learns who calls, and may not act in the caller's name.
     std::wstring options = L"Security=Identification Static True";
@@ -82,6 +82,9 @@ Context::Context(const std::string& endpoint) {
 }
 
 Context::~Context() {
+    if (context_ == nullptr) {
+        return;
+    }
     if (zorvalis_rpc::Guarded([this] { call_RemoteClose(&context_); }) != 0 && context_ != nullptr) {
         zorvalis_rpc::Guarded([this] { ::RpcSsDestroyClientContext(&context_); });
     }

@@ -1,5 +1,5 @@
-// A context on the service's endpoint, by the RPC runtime. It blocks for as long as the service lets it wait, so it is
-// made, used and destroyed on threads that nobody waits for.
+// A context on the service's endpoint, by the RPC runtime. To open and to destroy it may take as long as the service
+// lets them wait.
 #pragma once
 
 #include <cstdint>
@@ -17,11 +17,13 @@ std::wstring Wide(unsigned codePage, const char* text);
 
 class Context {
 public:
-    // An empty endpoint is the service's own. Throws Failure.
-    explicit Context(const std::string& endpoint);
+    Context() = default;
     ~Context();
     Context(const Context&) = delete;
     Context& operator=(const Context&) = delete;
+
+    // To be called once. An empty endpoint is the service's own. Throws Failure.
+    void Open(const std::string& endpoint);
 
     ClientContext Handle() const { return context_; }
 

@@ -31,7 +31,7 @@ if(WIN32)
 endif()
 install(FILES ${made}/zorvalis.py DESTINATION ${share}/python COMPONENT sdk)
 install(FILES ${made}/Zorvalis.cs DESTINATION ${share}/csharp COMPONENT sdk)
-install(FILES zorvalis.idl zorvalis.acf DESTINATION ${share}/idl COMPONENT sdk OPTIONAL)
+install(FILES zorvalis.idl zorvalis.acf DESTINATION ${share}/idl COMPONENT sdk)
 install(DIRECTORY examples DESTINATION ${share} COMPONENT sdk)
 install(FILES ${PROJECT_SOURCE_DIR}/LICENSE ${PROJECT_SOURCE_DIR}/THIRD-PARTY-NOTICES.md
     ${PROJECT_SOURCE_DIR}/docs/rpc.md ${PROJECT_SOURCE_DIR}/docs/json-rpc.md

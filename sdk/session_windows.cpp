@@ -17,6 +17,7 @@
 #include <functional>
 #include <mutex>
 #include <optional>
+#include <string_view>
 #include <tuple>
 #include <type_traits>
 #include <utility>
@@ -24,13 +25,14 @@
 
 #include "context_windows.h"
 #include "rpc/guard.h"
+#include "rpc/output_block.h"
 
 extern "C" IMAGE_DOS_HEADER __ImageBase;  // the linker's: the library or program that this is linked into
 
 namespace zorvalis_client {
 namespace {
 
-constexpr std::uint32_t kCloseLimit = 2000;
+constexpr std::uint32_t kCloseLimit = 2000;  // milliseconds
 
 // Whom the callbacks of a session's calls are for. It outlives the session with calls that were given up.
 struct Receiver {
@@ -47,6 +49,7 @@ struct Call {
     const std::optional<std::int64_t> cookie;  // of a call during which callbacks may come
     std::function<void()> work;                // the pool thread's alone
     std::exception_ptr failure = nullptr;      // of the work
+    std::atomic<bool> isGivenUp = false;       // its caller has left
     bool hasEnded = false, isCancelled = false;
     std::condition_variable changed{};
 };
@@ -66,13 +69,16 @@ Calls& AllCalls() {
 thread_local const Call* callOfThread = nullptr;          // that this thread of the pool makes
 thread_local const Receiver* receiverOfThread = nullptr;  // whose callback runs on this thread
 
-// Ends a call for whoever waits for it. Its context may end with its work, so that goes first.
+// A call that was given up while it waited for a thread is not made. The work goes before the call ends, since its
+// context may end with it.
 void CALLBACK MakeCall(PTP_CALLBACK_INSTANCE, void* argument) {
     const std::unique_ptr<std::shared_ptr<Call>> owned(static_cast<std::shared_ptr<Call>*>(argument));
     const std::shared_ptr<Call>& call = *owned;
     callOfThread = call.get();
     try {
-        call->work();
+        if (!call->isGivenUp) {
+            call->work();
+        }
     } catch (...) {
         call->failure = std::current_exception();
     }
@@ -85,34 +91,29 @@ void CALLBACK MakeCall(PTP_CALLBACK_INSTANCE, void* argument) {
     call->changed.notify_one();
 }
 
-// The pool keeps this library loaded until the call has ended, whoever still waits for it.
-void HandToPool(const std::shared_ptr<Call>& call) {
-    auto owned = std::make_unique<std::shared_ptr<Call>>(call);
+// False without a thread for it. The pool keeps this library loaded until the call has ended, whoever still waits.
+bool HandToPool(std::unique_ptr<std::shared_ptr<Call>> call) {
     TP_CALLBACK_ENVIRON environment;
     ::InitializeThreadpoolEnvironment(&environment);
     ::SetThreadpoolCallbackRunsLong(&environment);
     ::SetThreadpoolCallbackLibrary(&environment, &__ImageBase);
-    if (!::TrySubmitThreadpoolCallback(MakeCall, owned.get(), &environment)) {
-        throw Failure("Windows has no thread for a call", ZORVALIS_OUT_OF_MEMORY);
-    }
-    static_cast<void>(owned.release());
+    const bool isTaken = ::TrySubmitThreadpoolCallback(MakeCall, call.get(), &environment) != FALSE;
+    static_cast<void>(isTaken ? call.release() : nullptr);
+    return isTaken;
 }
 
 // Makes a call and waits for its end, for `limit` milliseconds at most (0: any time). Throws what the work has thrown.
 void MakeAndWait(const char* procedure, const std::shared_ptr<Call>& call, std::uint32_t limit) {
-    if (receiverOfThread == call->receiver.get()) {
-        throw Failure(
-            std::string(procedure) + " was called from inside a callback of its client, which would wait for ever",
-            ZORVALIS_IN_CALLBACK);
-    }
+    auto handed = std::make_unique<std::shared_ptr<Call>>(call);
     Calls& calls = AllCalls();
     std::unique_lock lock(calls.mutex);
     calls.running.push_back(call);
-    try {
-        HandToPool(call);
-    } catch (...) {
+    lock.unlock();
+    const bool isTaken = HandToPool(std::move(handed));
+    lock.lock();
+    if (!isTaken) {
         std::erase(calls.running, call);
-        throw;
+        throw Failure(std::string(procedure) + " had no thread of Windows' pool", ZORVALIS_OUT_OF_MEMORY);
     }
     const auto isOver = [&] { return call->hasEnded || call->isCancelled; };
     if (limit == 0) {
@@ -121,6 +122,7 @@ void MakeAndWait(const char* procedure, const std::shared_ptr<Call>& call, std::
         call->changed.wait_for(lock, std::chrono::milliseconds(limit), isOver);
     }
     if (!call->hasEnded) {
+        call->isGivenUp = true;
         throw call->isCancelled ? Failure(std::string(procedure) + " was given up", ZORVALIS_CANCELLED)
                                 : Failure(std::string(procedure) + " had no answer in " + std::to_string(limit) + " ms",
                                           ZORVALIS_TIMED_OUT);
@@ -135,14 +137,13 @@ void MakeAndWait(const char* procedure, const std::shared_ptr<Call>& call, std::
 class RunningCallback {
 public:
     explicit RunningCallback(std::int64_t cookie) {
-        const Calls& calls = AllCalls();
-        const std::lock_guard lock(AllCalls().mutex);
-        const auto find = [&](const auto& wanted) {
-            const auto found = std::find_if(calls.running.rbegin(), calls.running.rend(), wanted);
-            return found == calls.running.rend() ? nullptr : (*found)->receiver;
-        };
-        receiver_ = callOfThread != nullptr ? callOfThread->receiver
-                                            : find([cookie](const auto& call) { return call->cookie == cookie; });
+        Calls& calls = AllCalls();
+        const std::lock_guard lock(calls.mutex);
+        const auto latest = std::find_if(calls.running.rbegin(), calls.running.rend(),
+                                         [cookie](const auto& call) { return call->cookie == cookie; });
+        receiver_ = callOfThread != nullptr          ? callOfThread->receiver
+                    : latest != calls.running.rend() ? (*latest)->receiver
+                                                     : nullptr;
         if (receiver_ && receiver_->isClosed) {
             receiver_ = nullptr;
         }
@@ -169,7 +170,7 @@ private:
 };
 
 // UTF-8; what is no character becomes U+FFFD.
-std::string Narrow(const std::wstring& text) {
+std::string Narrow(std::wstring_view text) {
     const auto length = static_cast<int>(text.size());
     std::string result(text.size() * 3, '\0');
     result.resize(static_cast<std::size_t>(
@@ -240,10 +241,16 @@ struct Input<std::string> {
 struct Output {
     const char *answer, *name;
     std::int32_t size;
-    std::wstring buffer = std::wstring(static_cast<std::size_t>(std::max(size, 1)), L'\0');
+    zorvalis_rpc::OutputBlock block{size};
 
-    std::tuple<wchar_t*, std::int32_t> Pass() { return {buffer.data(), size}; }
-    std::string Answer() const { return Narrow(buffer.c_str()); }
+    std::tuple<wchar_t*, std::int32_t> Pass() { return {block.Data(), size}; }
+    std::string Answer() const {
+        const auto text = block.Text();
+        if (!text) {
+            throw Failure("the service's answer has no end", ZORVALIS_PROTOCOL_ERROR);
+        }
+        return Narrow(*text);
+    }
 };
 
 struct Result {
@@ -259,7 +266,7 @@ struct Result {
 struct Session::State {
     const std::shared_ptr<Receiver> receiver;
     std::atomic<std::uint32_t> limit = 0;
-    std::shared_ptr<const Context> context = nullptr;  // of the calls too: it ends with the last of them
+    std::shared_ptr<Context> context = std::make_shared<Context>();  // of the calls too: it ends with the last of them
 
     void Run(const char* procedure, std::uint32_t most, std::function<void()> work,
              std::optional<std::int64_t> cookie = {}) const {
@@ -289,9 +296,7 @@ struct Session::State {
 // A context that is opened after the limit is closed again at once.
 Session::Session(const ZorvalisCallbacks& callbacks, const std::string& endpoint, std::uint32_t limit)
     : state_(new State{std::make_shared<Receiver>(callbacks)}) {
-    const auto opened = std::make_shared<std::shared_ptr<const Context>>();
-    state_->Run("RemoteOpen", limit, [opened, endpoint] { *opened = std::make_shared<const Context>(endpoint); });
-    state_->context = *opened;
+    state_->Run("RemoteOpen", limit, [context = state_->context, endpoint] { context->Open(endpoint); });
 }
 
 // The work is nothing but to give the context up. Calls that were given up close it later.
@@ -301,8 +306,9 @@ Session::~Session() {
         state_->receiver->isClosed = true;
         state_->receiver->idle.wait(lock, [this] { return state_->receiver->runningCallbacks == 0; });
     }
+    const std::uint32_t limit = state_->limit == 0 ? kCloseLimit : std::min<std::uint32_t>(state_->limit, kCloseLimit);
     try {
-        state_->Run("RemoteClose", kCloseLimit, [last = std::exchange(state_->context, nullptr)] {});
+        state_->Run("RemoteClose", limit, [last = std::exchange(state_->context, nullptr)] {});
     } catch (const std::exception&) {
         // It ends with its work, when the service answers.
     }

@@ -23,7 +23,7 @@ TEST(SdkInterface, RefusesNullsAndStructuresOfNoSizeAndTakesNewerOnes) {
         struct {
             ZorvalisOptions known;
             void* newer;
-        } options = {{each.options, 1, 1, kNobody}, nullptr};
+        } options = {{each.options, 1, 0, kNobody}, nullptr};
         struct {
             ZorvalisCallbacks known;
             void* newer;

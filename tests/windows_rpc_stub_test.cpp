@@ -13,12 +13,14 @@ namespace platform {
 namespace {
 
 // Codes: 00 explicit handle, 30 bound by context handle, 32 by primitive handle, 34 callback; 02 char, 08 long, 0b
-// hyper, 22 5c narrow string, 25 5c wide string, 1b array, 28 its length in a long parameter, 05 wide char, 5b end.
+// hyper, 22 5c narrow string, 25 5c wide string, 1b array, 28 its length in a long parameter (which comes later: flags
+// 0000), 05 wide char, 5b end. Extension: length, 01 new correlation descriptors, 02 the client checks, how many.
 // Context flags: 01 not null, 04 not serialized, 20 out, 40 in, 80 by pointer. Parameter flags: 0001 to be sized, 0002
 // to be freed, 0008 in, 0010 out, 0040 base type, 0100 simple reference, 2000 eight bytes allocated for it. Numbers
 // have their lower byte first: stack, binding, buffers of client and server, flags, count, extension.
 #define CONTEXT "304500000000 "
-#define EXTENSION "0a000000000000000000 "
+#define EXTENSION "0a010000000000000000 "
+#define CHECKING "0a030100000000000000 "
 #define CONTEXT_IN "| 08000000 30450000 "
 
 struct Procedure {
@@ -42,11 +44,11 @@ const std::vector<Procedure> kProcedures = {
      "4000 " CONTEXT "2d000800 4208 " EXTENSION CONTEXT_IN "| 0b010800 255c | 0b011000 255c | 0b011800 255c | 0b012000 "
      "255c | 48002800 0200 | 50213000 0800 | 48003800 0b00 "},
     {13, routine(serve_GetUUID),
-     "2000 " CONTEXT "30000000 4104 " EXTENSION CONTEXT_IN
-     "| 13010800 1b01020028001000055b | 48001000 0800 | 48001800 0b00 "},
+     "2000 " CONTEXT "30000000 4104 " CHECKING CONTEXT_IN
+     "| 13010800 1b010200280010000000055b | 48001000 0800 | 48001800 0b00 "},
     {19, routine(serve_BigDataServiceCall),
-     "2800 " CONTEXT "30000000 4305 " EXTENSION CONTEXT_IN
-     "| 0b010800 255c | 13011000 1b01020028001800055b | 48001800 0800 | 48002000 0b00 "},
+     "2800 " CONTEXT "30000000 4305 " CHECKING CONTEXT_IN
+     "| 0b010800 255c | 13011000 1b010200280018000000055b | 48001800 0800 | 48002000 0b00 "},
 };
 
 const std::vector<Procedure> kCallbacks = {
@@ -86,7 +88,7 @@ std::string described(const unsigned char* procedure, const unsigned char* types
         text += "| ";
         take(4);
         const unsigned char* const type = base ? procedure : types + (procedure[0] | procedure[1] << 8);
-        text += hex(type, base ? 2 : *type == 0x30 ? 4 : *type == 0x1b ? 10 : 2);
+        text += hex(type, base ? 2 : *type == 0x30 ? 4 : *type == 0x1b ? 12 : 2);
     }
     return text;
 }

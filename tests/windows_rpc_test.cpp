@@ -8,7 +8,9 @@
 #include <sddl.h>
 
 #include <algorithm>
+#include <atomic>
 #include <barrier>
+#include <future>
 #include <semaphore>
 #include <set>
 #include <thread>
@@ -18,6 +20,8 @@
 #include "platform/windows/rpc_security.h"
 #include "rpc/guard.h"
 #include "rpc/memory.h"
+#include "sdk/session.h"
+#include "support/machine.h"
 #include "windows/double/capability.h"
 #include "windows/held_context.h"
 #include "windows/recorded_calls.h"
@@ -31,6 +35,7 @@ extern "C" __declspec(dllimport) RPC_STATUS RPC_ENTRY
 namespace platform {
 namespace {
 
+using zorvalis_client::Callbacks;
 using zorvalis_client::Client;
 using zorvalis_client::Error;
 
@@ -54,6 +59,7 @@ const auto trueFind = IMPORTED(GetProcAddress);
 const auto trueLocalFree = IMPORTED(LocalFree);
 const auto trueFreeSid = IMPORTED(FreeSid);
 const auto trueSetEntries = IMPORTED(SetEntriesInAclW);
+const auto trueAllocate = IMPORTED(VirtualAlloc);
 const auto trueFromString = IMPORTED(RpcBindingFromStringBindingW);
 
 BOOL WINAPI derive(const wchar_t* name, PSID** groups, DWORD* group_count, PSID** sids, DWORD* count) {
@@ -233,15 +239,40 @@ TEST(RpcClient, IsIdentifiedOnlyAndExpectsLocalSystemAtTheServicesEndpoint) {
     EXPECT_EQ(asked, 0) << "whose another endpoint is, its maker knows";
 }
 
+template <class Call>
+std::int32_t status_of(Call call) {
+    try {
+        call();
+        return 0;
+    } catch (const Error& error) {
+        return error.status;
+    }
+}
+
 constexpr int kCallers = 4;
 std::barrier<> meeting(kCallers);
-std::counting_semaphore<> closedContexts(0);
+constexpr auto kPatience = std::chrono::seconds(20);
+constexpr std::int64_t kHeld = -7;  // the cookie of a call that waits behind its first callback
+std::counting_semaphore<> closedContexts(0), heldCalls(0), goOn(0);
 
 void big_call(RpcContext, const wchar_t* input, wchar_t* output, std::int32_t size, std::int64_t) {
     const std::wstring text = input;
-    meeting.arrive_and_wait();
+    if (text == L"hold") {
+        heldCalls.release();
+        EXPECT_TRUE(goOn.try_acquire_for(kPatience));
+    } else {
+        meeting.arrive_and_wait();
+    }
     EXPECT_TRUE(std::all_of(output, output + size, [](wchar_t c) { return c == 0; }));
     text.copy(output, text.size());
+}
+
+// Wine carries no callbacks, so the service's end, which is in this process, hands them to the client's stubs itself.
+void call_back(RpcContext, std::int64_t cookie) {
+    serve_CallbackText("\xe4", 0, cookie);
+    EXPECT_TRUE(cookie != kHeld || goOn.try_acquire_for(kPatience));
+    serve_CallbackFlag(255, 7, cookie);
+    serve_CallbackInteger(40, 3, cookie);
 }
 
 // Up from the first test to the end of the process, as the service's own.
@@ -255,26 +286,21 @@ protected:
         procedures.RemoteOpen = []() -> RpcContext { return &closedContexts; };
         procedures.RemoteClose = [](RpcContext context) { static_cast<decltype(closedContexts)*>(context)->release(); };
         procedures.BigDataServiceCall = big_call;
+        procedures.GetModelName = call_back;
         ASSERT_EQ(RpcEndpoint({name.c_str(), kPackage, 10, 1234}, procedures).status(), 0U);
     }
     static void TearDownTestSuite() { stop_rpc_endpoint(); }
 
+    static void expect_closed() { EXPECT_TRUE(closedContexts.try_acquire_for(kPatience)); }
+
     static inline const std::string endpoint = "ZorvTest" + std::to_string(::GetCurrentProcessId());
 };
-
-template <class Call>
-std::int32_t status_of(Call call) {
-    try {
-        call();
-        return 0;
-    } catch (const Error& error) {
-        return error.status;
-    }
-}
 
 // Wine runs the calls on one context in turn, whatever its flags say. First of all, since after a fault Wine closes the
 // contexts of the next clients too.
 TEST_F(Rpc, RunsCallsOfSeveralClientsAtOnce) {
+    // Wine takes the first connections, when they come at once, for those of several processes.
+    auto first = std::make_unique<Client>(Callbacks(), endpoint);
     std::vector<std::thread> threads;
     for (int i = 0; i < kCallers; ++i) {
         threads.emplace_back([] {
@@ -284,8 +310,10 @@ TEST_F(Rpc, RunsCallsOfSeveralClientsAtOnce) {
     }
     for (std::thread& thread : threads) {
         thread.join();
-        EXPECT_TRUE(closedContexts.try_acquire_for(std::chrono::seconds(20)));
+        expect_closed();
     }
+    first.reset();
+    expect_closed();
 }
 
 // Past Wine's runtime, which lets no second call have a context at once and forgets it with its client.
@@ -302,6 +330,114 @@ TEST_F(Rpc, ClosesAContextOnceAndRefusesItAfterwards) {
     EXPECT_FALSE(closedContexts.try_acquire());
 }
 
+TEST_F(Rpc, LetsACallBeGivenUpAndTakesTheLateAnswer) {
+    static void* room = nullptr;
+    HOOK(VirtualAlloc, [](void* address, SIZE_T size, DWORD type, DWORD protection) {
+        void* const memory = trueAllocate(address, size, type, protection);
+        room = protection == PAGE_NOACCESS ? memory : room;
+        return memory;
+    });
+    auto client = std::make_unique<Client>(Callbacks(), endpoint);
+    auto call = std::async(std::launch::async, [&] { return status_of([&] { client->BigDataServiceCall("hold"); }); });
+    EXPECT_TRUE(heldCalls.try_acquire_for(kPatience));
+    client->Cancel();
+    EXPECT_EQ(call.get(), ZORVALIS_CANCELLED);
+    client.reset();
+    MEMORY_BASIC_INFORMATION info{};
+    EXPECT_TRUE(::VirtualQuery(room, &info, sizeof info) != 0 && info.State != MEM_FREE);
+    EXPECT_FALSE(closedContexts.try_acquire()) << "under a call";
+    goOn.release();
+    expect_closed();
+}
+
+// The pool's thread is the test's own, and comes too late; then there is none.
+TEST_F(Rpc, MakesNoCallThatWasGivenUpBeforeItBegan) {
+    static PTP_SIMPLE_CALLBACK function;
+    static void* call;
+    function = nullptr;
+    auto client = std::make_unique<Client>(Callbacks(), endpoint);
+    client->SetLimit(std::chrono::milliseconds(20));
+    HOOK(TrySubmitThreadpoolCallback, [](PTP_SIMPLE_CALLBACK made, void* argument, PTP_CALLBACK_ENVIRON) -> BOOL {
+        call = argument;
+        return std::exchange(function, made) == nullptr;
+    });
+    EXPECT_EQ(status_of([&] { client->BigDataServiceCall("hold"); }), ZORVALIS_TIMED_OUT);
+    function(nullptr, call);
+    EXPECT_FALSE(heldCalls.try_acquire());
+    EXPECT_EQ(status_of([&] { client->BigDataServiceCall("hold"); }), ZORVALIS_OUT_OF_MEMORY);
+    client.reset();
+    expect_closed();
+}
+
+// The library, as applications have it, may be unloaded while a call is out.
+TEST_F(Rpc, KeepsTheLibraryUntilItsLastCallHasEnded) {
+    const HMODULE library = ::LoadLibraryA(built("zorvalis_client.dll").c_str());
+    ASSERT_NE(library, nullptr);
+#define FUNCTION(name) reinterpret_cast<decltype(&name)>(reinterpret_cast<void*>(::GetProcAddress(library, #name)))
+    const ZorvalisOptions options = {sizeof options, 0, 0, endpoint.c_str()};
+    ZorvalisClient* client = nullptr;
+    ASSERT_EQ(FUNCTION(ZorvalisOpen)(&options, nullptr, &client), 0);
+    auto call = std::async(std::launch::async, [&, answer = static_cast<char*>(nullptr)]() mutable {
+        return FUNCTION(ZorvalisBigDataServiceCall)(client, "hold", 10, &answer);
+    });
+    EXPECT_TRUE(heldCalls.try_acquire_for(kPatience));
+    EXPECT_EQ(FUNCTION(ZorvalisClose)(client), 0);
+    EXPECT_EQ(call.get(), ZORVALIS_CANCELLED);
+    ::FreeLibrary(library);
+    EXPECT_NE(::GetModuleHandleW(L"zorvalis_client.dll"), nullptr);
+    goOn.release();
+    expect_closed();
+}
+
+// The first throws as this compiler does, the second as Visual C++ does.
+TEST_F(Rpc, DropsWhatACallbackThrows) {
+    static std::int64_t sum;
+    sum = 0;
+    const ZorvalisCallbacks callbacks = {
+        sizeof callbacks,
+        nullptr,
+        nullptr,
+        [](void*, const char*, std::int32_t, std::int64_t) { throw ++sum; },
+        [](void*, std::int32_t result, std::int32_t, std::int64_t) {
+            sum += result;
+            ::RaiseException(0xE06D7363, EXCEPTION_NONCONTINUABLE, 0, nullptr);
+        },
+        [](void*, std::int32_t result, std::int32_t, std::int64_t cookie) { sum += result + cookie; }};
+    // On the thread of its call a callback finds it whatever its cookie.
+    HOOK(RpcBindingFromStringBindingW, [](RPC_WSTR text, RPC_BINDING_HANDLE* binding) {
+        serve_CallbackInteger(1000, 3, 0);
+        return trueFromString(text, binding);
+    });
+    zorvalis_client::Session(callbacks, endpoint, 0).GetModelName(300);
+    EXPECT_EQ(sum, 1342);
+    expect_closed();
+}
+
+// The callback that runs may cancel, and may not call. Closing waits for it, and no other one comes.
+TEST_F(Rpc, ClosesAClientWhenItsCallbackHasReturned) {
+    std::binary_semaphore left(0);
+    std::unique_ptr<Client> client;
+    std::atomic<int> heard = 0;
+    Callbacks callbacks;
+    callbacks.text = [&](const std::string&, std::int32_t, std::int64_t) {
+        EXPECT_EQ(status_of([&] { client->GetUUID(); }), ZORVALIS_IN_CALLBACK);
+        client->Cancel();
+        EXPECT_TRUE(left.try_acquire_for(kPatience));
+        ++heard;
+    };
+    callbacks.integer = [&](std::int32_t, std::int32_t, std::int64_t) { ++heard; };
+    client = std::make_unique<Client>(callbacks, endpoint);
+    EXPECT_EQ(status_of([&] { client->GetModelName(kHeld); }), ZORVALIS_CANCELLED);
+    auto closing = std::async(std::launch::async, [&] { client.reset(); });
+    EXPECT_EQ(closing.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    left.release();
+    closing.get();
+    EXPECT_EQ(heard, 1);
+    goOn.release();
+    expect_closed();
+    EXPECT_EQ(heard, 1);
+}
+
 // One of the first: a fault closes contexts too, at any time.
 TEST_F(Rpc, ClosesTheContextsOfAClientThatDied) {
     { const Client client({}, endpoint); }
@@ -310,7 +446,7 @@ TEST_F(Rpc, ClosesTheContextsOfAClientThatDied) {
         const HeldContext dead(endpoint);
         EXPECT_FALSE(closedContexts.try_acquire());
     }
-    EXPECT_TRUE(closedContexts.try_acquire_for(std::chrono::seconds(20)));
+    expect_closed();
 }
 
 TEST_F(Rpc, RefusesANullContextAndAnImpossibleSize) {

@@ -1,15 +1,17 @@
 #!/usr/bin/env python3
 """Makes the C stubs of the local endpoint from its interface description, for Windows and at build time.
 
-    tools/rpc_stubs.py IDL FOLDER [WIDL]     writes zorvalis_rpc*.[ch] into FOLDER
+    tools/rpc_stubs.py IDL FOLDER [WIDL]     writes zorvalis_rpc*.[ch] into FOLDER; the ACF stands beside the IDL
 
-widl knows no callback procedures, takes a binding handle for data, and leaves out a flag of context handles. So it is
-given the interface in two halves, and what it makes is mended, each mend as often as it must be needed, or it fails.
+widl knows no callback procedures, takes a binding handle for data, leaves out a flag of context handles, and cannot have
+the sizes checked that the other end sends. So it is given the interface in two halves, and what it makes is mended, each
+mend as often as it must be needed, or it fails. The mended bytes are those of Windows' own compiler (docs/windows.md).
 """
 import pathlib
 import re
 import subprocess
 import sys
+import tempfile
 
 import rpc_tables
 
@@ -17,6 +19,8 @@ CALL, SERVE = "call_", "serve_"  # before a procedure's name where it is called,
 CONTEXT_NOT_NULL, CONTEXT_NO_SERIALIZE = 0x01, 0x04
 HAS_CALLBACK = 0x04000000
 FC_CALLBACK_HANDLE = 0x34
+# Of a procedure: its types have the new correlation descriptors, and the client checks what it receives against them.
+NEW_CORRELATION, CLIENT_CHECKS = 0x01, 0x02
 
 
 class Stub:
@@ -53,7 +57,37 @@ def halves(idl):
     return re.sub(r"\[callback\][^;]+;", "", plain), second
 
 
-def mend_procedures(stub, procedures):
+def check_attributes(acf, idl, widl):
+    # widl checks the attribute file's form and its names, but has not this word; it gets another there.
+    with tempfile.TemporaryDirectory() as folder:
+        pathlib.Path(folder, "zorvalis.idl").write_text(idl)
+        pathlib.Path(folder, "zorvalis.acf").write_text(acf.replace("[context_handle_noserialize]", "[allocate(free)]"))
+        subprocess.run([widl, "--win64", "--acf=zorvalis.acf", "-h", "zorvalis.idl"], cwd=folder, check=True)
+
+
+def mend_sizes(stub, procedures):
+    # The check of a size that the other end sends against the one that was passed. Only the client needs it: every array
+    # goes to it. One correlation is to be checked in each call that has an array, which is the hint's number.
+    for (start, end), procedure in reversed(list(zip(stub.procedures(len(procedures)), procedures))):
+        arrays = [kind for kind, _ in procedure.parameters].count("wchar_t*")
+        flags = NEW_CORRELATION | (CLIENT_CHECKS if arrays else 0)
+        mended, found = re.subn(r"(\n {8}0x0a,\n {8})0x00,\n {8}NdrFcShort\(0x0\),",
+                                rf"\g<1>0x{flags:02x},\n        NdrFcShort(0x{arrays:x}),", stub.text[start:end])
+        if found != 1:
+            sys.exit(f"{stub.path.name}: the extension of {procedure.name} is described in another way")
+        stub.text = stub.text[:start] + mended + stub.text[end:]
+
+
+def mend_arrays(stub, procedures):
+    # Two bytes of flags in the descriptor of each array: none, since its size is a later parameter. They take the place
+    # of a pointer to the array that no parameter refers to, so that all later types stay where they are.
+    arrays = sum(kind == "wchar_t*" for procedure in procedures for kind, _ in procedure.parameters)
+    stub.mend(arrays, r"(0x28,\t/\* Corr desc: parameter \w+, FC_LONG \*/\n        0x0,.*\n        NdrFcShort.*\n)"
+                      r"(        0x05,.*\n        0x5b,.*\n)/\* \d+ \*/\n        0x11, 0x0,.*\n        NdrFcShort.*\n",
+              r"\1        NdrFcShort(0x0),\t/* Corr flags: */\n\2        0x5c, 0x5c,\t/* FC_PAD */\n")
+
+
+def mend_procedures(stub, procedures, serialized):
     # A binding handle is no data: without its entry among the parameters both ends agree with every other client. Six
     # bytes that nobody reads keep the places of the later procedures.
     start, end = stub.procedures(len(procedures))[0]
@@ -67,15 +101,18 @@ def mend_procedures(stub, procedures):
         sys.exit(f"{stub.path.name}: RemoteOpen's handle is described in another way")
     stub.text = stub.text[:start] + first + "        0, 0, 0, 0, 0, 0,\n" + stub.text[end:]
 
-    # Calls on one context run at once only with a flag that widl leaves out; and none may be null where one comes in. Both
-    # belong to the types and to the handles of the calls: out, in and out, in.
+    # Calls on one context run at once only with a flag, which the attribute file asks for and widl does not know; and
+    # none may be null where one comes in. Both belong to the types and to the handles of the calls: out, in and out, in.
     calls = 2 * sum(procedure.on_context for procedure in procedures)
+    at_once = 0 if serialized else CONTEXT_NO_SERIALIZE
     for flags, count, more in ((0xa0, 1, 0), (0xe0, 2, CONTEXT_NOT_NULL), (0x41, calls, CONTEXT_NOT_NULL)):
         stub.mend(count, rf"(0x30,\t/\* FC_BIND_CONTEXT \*/\n {{8}})0x{flags:02x},",
-                  rf"\g<1>0x{flags | more | CONTEXT_NO_SERIALIZE:02x},")
+                  rf"\g<1>0x{flags | more | at_once:02x},")
 
 
 def mend_server(stub):
+    # The service's rundown routine has a name of its own.
+    stub.mend(1, r"^    ClientContext_rundown$", "    ClientContextRundown")
     # The callbacks are made in the name of this interface, from the other file.
     stub.mend(1, r"^static (const RPC_SERVER_INTERFACE Zorvalis___RpcServerInterface =)", r"\1")
     stub.mend(1, r"(&Zorvalis_ServerInfo,\n    )0,", rf"\g<1>0x{HAS_CALLBACK:08x},")
@@ -121,6 +158,7 @@ def merge_headers(stub, callbacks, count):
     stub.mend(1, r"\n\n\n#endif  /\* __Zorvalis_INTERFACE_DEFINED__ \*/",
               lambda match: "\n\n" + declared.group().rstrip() + match.group())
     callbacks.path.unlink()
+    stub.mend(1, r"ClientContext_rundown\(", "ClientContextRundown(")
     for side in (CALL, SERVE):
         stub.mend(count, rf"__cdecl {side}\w+\(", lambda match: match.group())
 
@@ -129,8 +167,11 @@ def main():
     idl, folder = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2])
     widl = sys.argv[3] if len(sys.argv) > 3 else "x86_64-w64-mingw32-widl"
     folder.mkdir(parents=True, exist_ok=True)
+    acf = idl.with_suffix(".acf").read_text()
     idl = idl.read_text()
     procedures, callbacks = rpc_tables.read(idl)
+    serialized = "ClientContext" not in rpc_tables.unserialized_contexts(idl, acf)
+    check_attributes(acf, halves(idl)[0], widl)
     stubs = {}
     # In the second half the service is the caller.
     for base, text, caller, server in zip(("zorvalis_rpc", "zorvalis_rpc_callback"), halves(idl),
@@ -142,7 +183,10 @@ def main():
             stubs[output] = Stub(folder / output)
 
     for side in ("client", "server"):
-        mend_procedures(stubs[f"zorvalis_rpc_{side}.c"], procedures)
+        mend_procedures(stubs[f"zorvalis_rpc_{side}.c"], procedures, serialized)
+        mend_sizes(stubs[f"zorvalis_rpc_{side}.c"], procedures)
+        mend_arrays(stubs[f"zorvalis_rpc_{side}.c"], procedures)
+        mend_sizes(stubs[f"zorvalis_rpc_{side}_callback.c"], callbacks)
         stubs[f"zorvalis_rpc_{side}_callback.c"].mend(1, '#include "zorvalis_rpc_callback.h"', '#include "zorvalis_rpc.h"')
     mend_client(stubs["zorvalis_rpc_client.c"])
     mend_server(stubs["zorvalis_rpc_server.c"])

@@ -93,6 +93,17 @@ def read(idl):
     return [row for row in rows if not row.callback], [row for row in rows if row.callback]
 
 
+def unserialized_contexts(idl, acf):
+    """The types of contexts on which several calls run at once: all that the attribute file may say."""
+    whole = re.fullmatch(r"\s*interface (\w+)\s*\{((?:\s*typedef \[context_handle_noserialize\] \w+;)*)\s*\}\s*",
+                         re.sub(r"//.*", "", acf))
+    types = re.findall(r"(\w+);", whole.group(2)) if whole else []
+    contexts = re.findall(r"typedef \[context_handle\] void\* (\w+);", idl)
+    if not whole or not re.search(rf"^interface {whole.group(1)}$", idl, re.M) or not set(types) <= set(contexts):
+        sys.exit("the attribute file says what the interface description has not, or what tools/rpc_tables.py cannot read")
+    return types
+
+
 def wrap(text, width, indent, further):
     """Breaks behind commas only, and in no braces."""
     whole = re.sub(r"\{[^}]*\}|(?<!,) ", lambda match: match.group().replace(" ", "\1"), text)

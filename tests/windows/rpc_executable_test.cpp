@@ -6,8 +6,11 @@
 #include <cstring>
 #include <cwchar>
 #include <filesystem>
+#include <future>
+#include <semaphore>
 
 #include "platform/windows/handles.h"
+#include "support/import_hook.h"
 #include "windows/double/rpc.h"
 #include "windows/held_context.h"
 #include "windows/installed_executable.h"
@@ -86,6 +89,7 @@ private:
     platform::OwnedHandle taker_;
 };
 
+constexpr auto kPatience = std::chrono::seconds(20);
 constexpr char kVersionCall[] = R"({"function":9,"version":1})";
 constexpr char kVersionAnswer[] = R"({"function":9,"parameter":"{\"p1\":\"2.0.6.0\"}","status":"Success","version":1})";
 
@@ -128,7 +132,23 @@ TEST_F(ServedClients, GetAnswersAndCallbacksOfEveryProcedure) {
     EXPECT_EQ(client.BigDataServiceCall(kVersionCall + std::string(1 << 20, ' '), 1 << 20), kVersionAnswer);
 }
 
-// Without an endpoint for callbacks they are refused, as those to a client that has died.
+TEST_F(ServedClients, WaitForAServiceThatStarts) {
+    static std::counting_semaphore<> tries(0);
+    static const auto truth = IMPORTED(RpcBindingFromStringBindingW);
+    HOOK(RpcBindingFromStringBindingW, [](RPC_WSTR text, RPC_BINDING_HANDLE* binding) -> RPC_STATUS {
+        tries.release();
+        return truth(text, binding);
+    });
+    auto identity = std::async(std::launch::async, [] {
+        return Client({}, zorvalis_client::Options{"", 3 * kPatience, {}}).GetUUID();
+    });
+    EXPECT_TRUE(tries.try_acquire_for(kPatience) && tries.try_acquire_for(kPatience));
+    Start();
+    EXPECT_EQ(identity.get(), "00112233-4455-6677-8899-aabbccddeeff");
+}
+
+// Without an endpoint for callbacks they are refused, as those to a client that has died. Behind the other tests, since
+// after a fault Wine hands this process's next clients a connection to the service that has ended.
 TEST_F(ServedClients, DoNotHearOfAFailedCallbackOrOfAnothersDeathOrFault) {
     Start();
     Taken taken;
