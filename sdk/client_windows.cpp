@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "rpc/guard.h"
+#include "rpc/output_block.h"
 #include "zorvalis_client.h"
 #include "zorvalis_procedures.h"
 #include "zorvalis_rpc.h"
@@ -168,10 +169,14 @@ struct Input<std::string> {
 struct Output {
     const char *answer, *name;
     std::int32_t size;
-    std::wstring buffer = std::wstring(static_cast<std::size_t>(std::max(size, 1)), L'\0');
+    zorvalis_rpc::OutputBlock block{size};
 
-    std::tuple<wchar_t*, std::int32_t> Pass() { return {buffer.data(), size}; }
-    std::string Answer() const { return narrow(buffer.c_str()); }
+    std::tuple<wchar_t*, std::int32_t> Pass() { return {block.Data(), size}; }
+    std::string Answer() const {
+        const auto text = block.Text();
+        check("the end of the text", text ? RPC_S_OK : RPC_S_PROTOCOL_ERROR);
+        return narrow(std::wstring(*text));
+    }
 };
 
 struct Result {
