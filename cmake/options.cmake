@@ -4,6 +4,7 @@ option(ZORV_SERVICE "Build the service, its tools and tests, not the client libr
 option(ZORV_TESTS "Build the test programs" ${ZORV_SERVICE})
 option(ZORV_BENCH "Build the benchmarks" OFF)
 option(ZORV_FUZZ "Build the fuzzers, which takes clang" OFF)
+option(ZORV_NDR64 "Offer NDR64 beside NDR 2.0 at the local endpoint of Windows" ON)
 set(ZORV_SANITIZER "" CACHE STRING "Sanitizers for the Linux side: empty, 'address,undefined' or 'thread'")
 
 # Values of a deployment; src/common/deployment.h.in hands them to the code.

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Makes the C stubs of the local endpoint from its interface description, for Windows and at build time.
 
-    tools/rpc_stubs.py IDL FOLDER [WIDL]     writes zorvalis_rpc*.[ch] into FOLDER; the ACF stands beside the IDL
+    tools/rpc_stubs.py [--ndr64] IDL FOLDER [WIDL]     writes zorvalis_rpc*.[ch] into FOLDER; the ACF is beside the IDL
 
 widl knows no callback procedures, takes a binding handle for data, leaves out a flag of context handles, and cannot have
 the sizes checked that the other end sends. So it is given the interface in two halves, and what it makes is mended, each
@@ -13,6 +13,7 @@ import subprocess
 import sys
 import tempfile
 
+import rpc_ndr64
 import rpc_tables
 
 CALL, SERVE = "call_", "serve_"  # before a procedure's name where it is called, and where it is implemented
@@ -164,8 +165,9 @@ def merge_headers(stub, callbacks, count):
 
 
 def main():
-    idl, folder = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2])
-    widl = sys.argv[3] if len(sys.argv) > 3 else "x86_64-w64-mingw32-widl"
+    arguments = [argument for argument in sys.argv[1:] if argument != "--ndr64"]
+    idl, folder = pathlib.Path(arguments[0]), pathlib.Path(arguments[1])
+    widl = arguments[2] if len(arguments) > 2 else "x86_64-w64-mingw32-widl"
     folder.mkdir(parents=True, exist_ok=True)
     acf = idl.with_suffix(".acf").read_text()
     idl = idl.read_text()
@@ -194,6 +196,10 @@ def main():
     mend_server_callback(stubs["zorvalis_rpc_server_callback.c"], len(callbacks))
     merge_headers(stubs["zorvalis_rpc.h"], stubs.pop("zorvalis_rpc_callback.h"),
                   len(procedures) + len(callbacks))
+    if "--ndr64" in sys.argv:
+        rpc_ndr64.mend_server(stubs["zorvalis_rpc_server.c"], len(procedures))
+        rpc_ndr64.mend_server_callback(stubs["zorvalis_rpc_server_callback.c"], len(callbacks))
+        (folder / "zorvalis_rpc_ndr64.c").write_text(rpc_ndr64.source(idl + acf))
     for stub in stubs.values():
         stub.write()
 

@@ -1,5 +1,7 @@
 #include "platform/rpc_callback.h"
 
+#include <utility>
+
 #include "platform/rpc_observer.h"
 #include "platform/windows/rpc_interface.h"
 #include "rpc/guard.h"
@@ -9,23 +11,30 @@
 namespace platform {
 namespace {
 
-thread_local int served_calls = 0;
+thread_local bool arrives_by_ndr64 = false;
+thread_local const ServedCall* served = nullptr;
 
 template <class Stub>
 void send(Stub stub) {
-    if (served_calls > 0) {
+    if (served != nullptr) {
         zorvalis_rpc::Guarded(stub);
     }
 }
 
 }  // namespace
 
-ServedCall::ServedCall() {
-    ++served_calls;
+void call_arrives(bool by_ndr64) {
+    arrives_by_ndr64 = by_ndr64;
 }
 
+ServedCall::ServedCall() : outer_(std::exchange(served, this)), by_ndr64_(arrives_by_ndr64) {}
+
 ServedCall::~ServedCall() {
-    --served_calls;
+    served = outer_;
+}
+
+bool ServedCall::is_by_ndr64() {
+    return served->by_ndr64_;
 }
 
 #define CALL_BACK(name, function_name, member, parameters, ...)                    \
