@@ -104,6 +104,14 @@ setup_duckdb() {
         { say "DuckDB cannot be fetched by npm, so the export cannot be tried" && return 1; }
 }
 
+# The tables of the second transfer syntax, against what Windows' own compiler is known to write, for the build $1. The
+# other argument is where its stubs are made, if it has any.
+test_ndr64() {
+    local status=0
+    step "$1-ndr64" watched python3 -B tests/ndr64_facts_test.py "${@:2}" || status=$?
+    count "$1-ndr64" $status
+}
+
 # Exported data sets, read back. Without DuckDB that is a failure.
 test_export() {
     local status=0
@@ -123,6 +131,7 @@ test_linux() {
     step check ./dev check || failed=$((failed + 1))
     test_side linux-debug
     test_report linux-debug
+    test_ndr64 linux
     test_export
     test_faults linux-debug 80
     test_side linux-asan "${steady[@]}" env ASAN_OPTIONS="$report" UBSAN_OPTIONS="$report:print_stacktrace=1"
@@ -177,6 +186,7 @@ test_windows() {
     at_exit stop_wine
     if step setup-windows ./dev setup windows && step start-wine start_wine && step start-server start_test_server; then
         test_side windows wine
+        test_ndr64 windows build/windows/generated/rpc
     else
         say "windows: cannot be run here, for the reason above"
         failed=$((failed + 1))
