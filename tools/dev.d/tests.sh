@@ -86,18 +86,11 @@ test_faults() {
     fi
 }
 
-# The page of zorvctl's report, in a browser.
-test_report() {
+# Runs the test script tests/$2.py as the step $1, with the other arguments.
+run_script() {
     local status=0
-    step report-page watched python3 -B tests/report_test.py "build/$1/bin" || status=$?
-    count report-page $status
-}
-
-# The SDK of the build $1, installed and used by applications outside of the tree.
-test_sdk() {
-    local status=0
-    step "$1-sdk" watched python3 -B tests/sdk_package_test.py "build/$1" || status=$?
-    count "$1-sdk" $status
+    step "$1" watched python3 -B "tests/$2.py" "${@:3}" || status=$?
+    count "$1" $status
 }
 
 # Fetches the engine that export_test.py reads data sets with. The lock file has the sums.
@@ -113,11 +106,8 @@ setup_duckdb() {
 
 # Exported data sets, read back. Without DuckDB that is a failure.
 test_export() {
-    local status=0
     if step setup-export setup_duckdb; then
-        step linux-export watched python3 -B tests/export_test.py build/linux-debug/bin build/test-export \
-            build/deps/duckdb || status=$?
-        count linux-export $status
+        run_script linux-export export_test build/linux-debug/bin build/test-export build/deps/duckdb
     else
         failed=$((failed + 1))
     fi
@@ -129,9 +119,10 @@ test_linux() {
     ! setarch -R true 2>/dev/null || steady=(setarch -R)
     step check ./dev check || failed=$((failed + 1))
     test_side linux-debug
-    test_report linux-debug
+    run_script report-page report_test build/linux-debug/bin
+    run_script linux-ndr64 ndr64_facts_test
     test_export
-    test_sdk linux-debug
+    run_script linux-sdk sdk_package_test build/linux-debug
     test_faults linux-debug 80
     test_side linux-asan "${steady[@]}" env ASAN_OPTIONS="$report" UBSAN_OPTIONS="$report:print_stacktrace=1"
     test_faults linux-asan 300 env ASAN_OPTIONS="$report" UBSAN_OPTIONS="$report:print_stacktrace=1"
@@ -185,7 +176,8 @@ test_windows() {
     at_exit stop_wine
     if step setup-windows ./dev setup windows && step start-wine start_wine && step start-server start_test_server; then
         test_side windows wine
-        test_sdk windows
+        run_script windows-ndr64 ndr64_facts_test build/windows/generated/rpc
+        run_script windows-sdk sdk_package_test build/windows
     else
         say "windows: cannot be run here, for the reason above"
         failed=$((failed + 1))
