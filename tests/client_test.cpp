@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <map>
 #include <thread>
 
 #include "client/device_modes.h"
@@ -23,11 +21,9 @@
 namespace zorvalis {
 namespace {
 
-constexpr char kHardware[] = R"({"WMIGetModelName": "ZX-14", "WMIGetSN": "SN 07", "WMIGetComputerFamilyName": "Zor",
-    "WMIGetProductName": "caf\u00e9 \u0416", "WMIGetWiFiCardName": {"value": "WX", "flag0": "no"}, "WMIGetOSInfo": "Z \"11\"",
-    "WMIGetBiosVersion": "B1", "WMIGetBiosReleaseDate": "2026/01/02", "WMIGetCPUInfo": "C", "WMIGetGPUInfo": "G",
-    "WMIGetMemSize": "16", "WMIGetHDDInfo": "H", "WMICheckBatteryHealthSupport": 1, "WMIGetBatteryHealth": 80,
-    "WMICheckQuietFanSupport": 1, "WMIGetQuietFan": 1, "WMISetAppPath": ""})";
+constexpr char kHardware[] = R"({"WMIGetModelName": "ZX-14", "WMIGetWiFiCardName": {"value": "WX", "flag0": "no"},
+    "WMICheckBatteryHealthSupport": 1, "WMIGetBatteryHealth": 80, "WMICheckQuietFanSupport": 1, "WMIGetQuietFan": 1,
+    "WMISetAppPath": ""})";
 
 class ClientNotebook : public Notebook {
 public:
@@ -90,27 +86,10 @@ std::string Done(int function) {
     return R"({"function":)" + std::to_string(function) + R"(,"parameter":"","status":"Success","version":1})";
 }
 
-TEST(ServiceCall, AnswersWithTheMachinesFacts) {
+// sdk_package_test.py asks for every function's facts and refusals; these are what its machine does not have.
+TEST(ServiceCall, AnswersWithWhatAMachineLacks) {
     ClientNotebook machine;
-    zorvalis::WriteRegString(kLocalMachine, kProductKey, L"MainSwitch", L"1");
-    EXPECT_EQ(Call(9), R"({"function":9,"parameter":"{\"p1\":\"2.0.6.0\"}","status":"Success","version":1})");
-    const std::pair<int, std::string> facts[] = {
-        {0, "ZX-14"},
-        {1, "SN 07"},
-        {2, "Zor"},
-        {3, "80"},
-        {4, "1"},
-        {5,
-         R"({"bios":"B1","bios_release_date":"2026/01/02","cpu":"C","gpu":"G","hdd":"H","mem_size":"16","os":"Z \"11\""})"},
-        {11, "1"},
-        {12, "Notebook"},
-        {13, "caf\xE9 \x16"},  // the high bytes are dropped
-        {16, "00112233-4455-6677-8899-aabbccddeeff"},
-        {18, "WX"},
-    };
-    for (const auto& [function, text] : facts) {
-        EXPECT_EQ(Call(function), Value(function, text)) << function;
-    }
+    EXPECT_EQ(Call(18), Value(18, "WX")) << "also when the library says that it failed";
     machine.change_hardware(R"({"WMIGetOSInfo": "\u0416", "WMIGetCPUInfo": "C\u00e9", "WMICheckBatteryHealthSupport": 0,
         "WMICheckQuietFanSupport": 0})");
     EXPECT_EQ(Call(5), Value(5, "")) << "what is no UTF-8 cannot be turned into ANSI";
@@ -127,23 +106,8 @@ TEST(ServiceCall, RefusesWhatItDoesNotKnowInWords) {
     ClientNotebook machine;
     const std::tuple<const char*, const char*, int, int> cases[] = {
         {"{}", "Version unavailable", -1, -1},
-        {"42", "Version unavailable", -1, -1},
-        {"[{\"function\":0}]", "Version unavailable", -1, -1},
-        {R"({"version":1})", "Version unavailable", -1, -1},
-        {R"({"function":6})", "Version unavailable", 6, -1},
-        {R"({"function":6,"version":2})", "Function not supported", 6, 2},
-        {R"({"function":7,"version":1})", "Function not supported", 7, 1},
-        {R"({"function":19,"version":1})", "Function not supported", 19, 1},
-        {R"({"function":-1,"version":1})", "Function not supported", -1, 1},
-        {R"({"function":0,"version":2})", "Version not supported", 0, 2},
-        {R"({"function":8,"version":2,"parameter":3})", "Version not supported", 8, 2},
         {R"({"function":1e300,"version":1})", "Function not supported", INT32_MIN, 1},
         {R"({"function":4294967297,"version":4294967298})", "Version not supported", 1, 2},
-        {R"({"function":8,"version":1})", "Parameter not supported", 8, 1},
-        {R"({"function":10,"version":1})", "Parameter not supported", 10, 1},
-        {R"({"function":14,"version":1,"Parameter":{}})", "Parameter not supported", 14, 1},
-        {R"({"function":15,"version":1,"parameter":{"p1":"70"}})", "Parameter not supported", 15, 1},
-        {R"({"function":15,"version":1,"parameter":{"p1":100}})", "Parameter not supported", 15, 1},
         {R"({"function":17,"version":1,"parameter":{"p5":"1"}})", "Set PP fail", 17, 1},
     };
     for (const auto& [call, words, function, version] : cases) {
@@ -199,14 +163,8 @@ TEST(ServiceCall, LeavesWithTheLockHeldWhenAMemberIsOfTheWrongType) {
     std::thread([] { EXPECT_EQ(Call(9), Value(9, "2.0.6.0")); }).join();
 }
 
-TEST(ServiceCall, SetsTheFolderAndTheSwitchAndRecordsModes) {
+TEST(ServiceCall, SetsTheSwitchAndRecordsModes) {
     ClientNotebook machine;
-    EXPECT_EQ(Call(8, R"({"p1":"D:\\gr\u00fc\u00dfe"})"), Done(8));
-    EXPECT_EQ(machine.Member("WMISetAppPath"),
-              "\"D:\\\\gr\xC3\xBC\xC3\x9F"
-              "e\"");
-    EXPECT_EQ(Call(8, R"({"p2":"x"})"), Done(8));
-    EXPECT_EQ(machine.Member("WMISetAppPath"), "\"\"");
     EXPECT_EQ(Call(14, R"({"p1":"1"})"), Done(14));
     EXPECT_EQ(Call(14, R"({"p1":"on"})"), Done(14));
     EXPECT_EQ(Call(15, R"({"p1":"60"})"), Done(15));
@@ -220,12 +178,10 @@ TEST(ServiceCall, SetsTheFolderAndTheSwitchAndRecordsModes) {
     EXPECT_EQ(::Value(L"MainSwitch"), L"1");
     std::vector<std::string> log;
     for (const char* words :
-         {"", "", " SetQuietFan ON data collect ", " SetQuietFan OFF data collect", " SetBatteryHealth 60 data collect",
+         {" SetQuietFan ON data collect ", " SetQuietFan OFF data collect", " SetBatteryHealth 60 data collect",
           " SetBatteryHealth error data collect", " MainSwitch True", " MainSwitch True"}) {
         log.push_back("[ BigDataServiceCallDispatcher] <--- ");
-        if (*words != '\0') {
-            log.push_back(words);
-        }
+        log.push_back(words);
         log.push_back("[ BigDataServiceCallDispatcher] ---> ");
     }
     ExpectEventLog(log);
@@ -242,9 +198,6 @@ TEST(ServiceCall, CopiesTheAnswerWholeOrNotAtAll) {
         EXPECT_EQ(output.back(), L'#');
     }
     SystemInfoClass().BigDataServiceCall(L"{}", nullptr, 0);
-    wchar_t product[100];
-    SystemInfoClass().BigDataServiceCall(LR"({"function":13,"version":1})", product, 100);
-    EXPECT_NE(std::wstring(product).find(L"caf\u00E9 "), std::wstring::npos);
 }
 
 TEST(ServiceCall, TracesItsSteps) {
@@ -268,37 +221,6 @@ TEST(ServiceCall, TracesItsSteps) {
               "[SystemInfoClass] parse json string : {\"version\":\"\xC3\xA4\"}, Parameter : function, Fail.");
 }
 
-TEST(DirectCall, DeliversEachValueByItsCallback) {
-    ClientNotebook machine;
-    machine.install_client_libraries();
-    SystemInfoClass calls;
-    calls.GetModelName(INT64_MIN);
-    calls.GetSerialNumber(2);
-    calls.GetFamilyName(3);
-    calls.GetBatteryHealthMode(4);
-    calls.GetQuietFanMode(5);
-    calls.GetMainSwitchByUser(6);
-    calls.GetChassisTypes(7);
-    calls.GetVersionString(8);
-    calls.GetProductName(10);
-    calls.GetTestDataFunc(41, 9);
-    for (int function = 6; function <= 10; ++function) {
-        calls.SystemInfoDispatcher(function, 0);
-    }
-    EXPECT_EQ(machine.callbacks,
-              "Text ZX-14 0 -9223372036854775808, Text SN 07 1 2, Text Zor 2 3, Integer 80 3 4, Integer 1 4 5, "
-              "Flag 0 11 6, Text Notebook 12 7, Text 2.0.6.0 9 8, Text caf\xE9 \x16 13 10, TestData 42 -1 9");
-    machine.callbacks.clear();
-    calls.GetSystemInfoData(1);
-    EXPECT_TRUE(machine.callbacks.starts_with("Text {\"bios\":\"B1\",")) << machine.callbacks;
-    EXPECT_TRUE(machine.callbacks.ends_with("\"} 5 1")) << machine.callbacks;
-    wchar_t uuid[37];
-    calls.GetUUID(uuid, 37);
-    EXPECT_STREQ(uuid, L"00112233-4455-6677-8899-aabbccddeeff");
-    calls.GetUUID(uuid, 36);
-    EXPECT_STREQ(uuid, L"");
-}
-
 TEST(DirectCall, SetsAModeAfterItsCallbackAndRecordsIt) {
     ClientNotebook machine;
     machine.change_hardware(R"({"WMIGetBatteryHealth": 80, "WMIGetQuietFan": 1, "WMISetAppPath": ""})");  // no support
@@ -306,6 +228,9 @@ TEST(DirectCall, SetsAModeAfterItsCallbackAndRecordsIt) {
     calls.SetBatteryHealth(60, 1);
     calls.SetBatteryHealth((std::int64_t{1} << 32) + 70, 2);
     calls.SetQuietFan(false, 3);
+    for (int function = 6; function <= 10; ++function) {
+        calls.SystemInfoDispatcher(function, 0);  // Kept: it calls nobody back for these
+    }
     EXPECT_EQ(machine.callbacks, "Integer 60 6 1, Integer 70 6 2, Flag 0 7 3");
     EXPECT_EQ(machine.modesAtCallbacks, "801601601");
     EXPECT_EQ(machine.Member("WMIGetBatteryHealth") + machine.Member("WMIGetQuietFan"), "600");
@@ -351,12 +276,7 @@ TEST(Consent, IsHandedToTheLibraryThatRecordsIt) {
     EXPECT_EQ(Call(17, parameter), Failure("Set PP fail", 17, 1)) << "there is no library";
     machine.install_client_libraries();
     EXPECT_EQ(Call(17, parameter), Done(17));
-    EXPECT_EQ(Call(17, R"({"p1":"a","p2":"b","p3":"c","p4":"at noon","p5":" 0x"})"), Done(17));
-    EXPECT_EQ(Call(17, R"({"p1":"a","p5":"yes"})"), "") << "no number";
-    const std::string recorded =
-        "00112233-4455-6677-8899-aabbccddeeff J<fc>rgen App 1.2 1 2026 3 0 5 9 8 7 6\n"
-        "00112233-4455-6677-8899-aabbccddeeff a b c 0 0 0 0 0 0 0 0 0\n";
-    EXPECT_EQ(machine.consents(), recorded);
+    const std::string recorded = "00112233-4455-6677-8899-aabbccddeeff J<fc>rgen App 1.2 1 2026 3 0 5 9 8 7 6\n";
     SystemInfoClass calls;
     const auto direct = [&](const wchar_t* account, bool agrees) {
         std::int32_t result = 5;
