@@ -19,9 +19,7 @@ using zorvalis_client::Client;
 using zorvalis_rpc::OutputBlock;
 
 constexpr int kProcedures = 20;
-std::uint32_t callbackStatus;
-
-std::string nextAnswer, nextCallback;
+std::string nextAnswer;
 
 std::string number(std::uint32_t value) {
     return {reinterpret_cast<const char*>(&value), sizeof value};
@@ -32,24 +30,8 @@ std::string array(std::uint32_t count, const std::u16string& units) {
     return number(count) + std::string(reinterpret_cast<const char*>(units.data()), units.size() * 2);
 }
 
-// Gives the client's own stub the arguments of CallbackText, on a thread as Windows might take. Wine has no connection
-// for its answer, which is the last thing that it asks for.
-void call_back(std::string bytes) {
-    const auto& client = *static_cast<RPC_CLIENT_INTERFACE*>(call_Zorvalis_v1_0_c_ifspec);
-    RPC_MESSAGE message{};
-    message.DataRepresentation = 0x10;
-    message.Buffer = bytes.data();
-    message.BufferLength = static_cast<unsigned>(bytes.size());
-    message.ProcNum = 1;
-    message.RpcInterfaceInformation = call_Zorvalis_v1_0_c_ifspec;
-    callbackStatus = zorvalis_rpc::Guarded([&] { client.DispatchTable->DispatchTable[1](&message); });
-}
-
 // Opens and closes contexts, and answers everything else with what the test has set.
 void __RPC_STUB serve(RPC_MESSAGE* message) {
-    if (message->ProcNum == 3) {
-        call_back(nextCallback);
-    }
     const std::string opened = number(0) + std::string(16, 'c'), closed(20, '\0');
     const std::string& bytes = message->ProcNum == 0 ? opened : message->ProcNum == 1 ? closed : nextAnswer;
     message->BufferLength = static_cast<unsigned>(bytes.size());
@@ -107,28 +89,6 @@ TEST_F(FalseService, CannotWriteBehindTheRoomForAnAnswer) {
     }
     nextAnswer = number(1) + std::string(100, 'x');
     EXPECT_TRUE(client.SetMyZorvPP("", "", "", "", true));
-}
-
-TEST_F(FalseService, CannotHaveACallbackReadBehindItsText) {
-    std::string heard;
-    zorvalis_client::Callbacks callbacks;
-    callbacks.text = [&](const std::string& text, std::int32_t, std::int64_t) { heard = text; };
-    const std::string rest = number(0) + number(0) + number(7) + number(0);
-    const std::pair<std::string, const char*> cases[] = {
-        {number(4) + number(0) + number(4) + std::string("abc\0", 4) + rest, "abc 1702"},
-        {number(4) + number(0) + number(4) + "abcd" + rest, "none 1734"},
-        {number(4) + number(0) + number(400) + std::string("abc\0", 4) + rest, "none 1734"},
-        {number(4) + number(8) + number(4) + std::string("abc\0", 4) + rest, "none 1734"},
-        {number(0xFFFFFFFF) + number(0) + number(0xFFFFFFFF) + "abcd" + rest, "none 1734"},
-    };
-    nextAnswer = "";
-    Client client(callbacks, endpoint_);
-    for (const auto& [bytes, expected] : cases) {
-        nextCallback = bytes;
-        heard = "none";
-        client.GetModelName(7);
-        EXPECT_EQ(heard + " " + std::to_string(callbackStatus), expected);
-    }
 }
 
 TEST(OutputBlock, EndsWhereNobodyMayWrite) {

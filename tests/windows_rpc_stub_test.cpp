@@ -38,8 +38,6 @@ void* routine(Function* function) {
 const std::vector<Procedure> kProcedures = {
     {0, routine(serve_RemoteOpen), "1000 32000000 00001800 4001 " EXTENSION "| 10010800 30a40000 "},
     {1, routine(serve_RemoteClose), "0800 30e500000000 18001800 4001 " EXTENSION "| 18010000 30e50000 "},
-    {2, routine(serve_GetTestDataFunc),
-     "1800 " CONTEXT "38000000 4003 " EXTENSION CONTEXT_IN "| 48000800 0b00 | 48001000 0b00 "},
     {12, routine(serve_SetMyZorvPP),
      "4000 " CONTEXT "2d000800 4208 " EXTENSION CONTEXT_IN "| 0b010800 255c | 0b011000 255c | 0b011800 255c | 0b012000 "
      "255c | 48002800 0200 | 50213000 0800 | 48003800 0b00 "},
@@ -52,7 +50,6 @@ const std::vector<Procedure> kProcedures = {
 };
 
 const std::vector<Procedure> kCallbacks = {
-    {0, routine(serve_CallbackTestData), "1000 20000000 4002 " EXTENSION "| 48000000 0b00 | 48000800 0b00 "},
     {1, routine(serve_CallbackText),
      "1800 18000000 4203 " EXTENSION "| 0b010000 225c | 48000800 0800 | 48001000 0b00 "},
 };
