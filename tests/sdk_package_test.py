@@ -36,7 +36,8 @@ HARDWARE = {"WMIGetModelName": "ZX ä \"7\" \\ ő", "WMIGetSN": "SN 07", "WMIGet
 LATIN, WIDE = "aZ09 äöß€\"\\/{}%", "aZ09 äöß€\"\\/日本Жц"
 
 
-# In a callback, a NUL in a text, another type, a number too large, and a client that is closed.
+# In a callback, a NUL in a text, another type, a number too large, and a client that is closed. And the unit of times,
+# which no other test would notice without waiting.
 PYTHON_REFUSES = """
 import zorvalis
 def refused(call, *given):
@@ -49,6 +50,7 @@ client = zorvalis.Client(text=lambda *_: heard.extend([refused(client.GetUUID), 
 client.GetModelName(1)
 heard += [refused(client.SetAppFolder, text, 1) for text in ("a\\0b", b"a")] + [refused(client.GetModelName, 1 << 63)]
 client.close()
+assert [zorvalis._milliseconds(each) for each in (0, 1.5, float("inf"))] == [0, 1500, 2 ** 32 - 1]
 assert heard == [1791, 1791, ValueError, TypeError, OverflowError] and refused(client.GetUUID) == 87, heard
 """
 

@@ -76,11 +76,6 @@ RpcProcedures procedures() {
         book->Change([] { ++book->closed; });
     };
     p.GetTestDataFunc = [](RpcContext, std::int64_t value, std::int64_t cookie) { callback_test_data(value, cookie); };
-    p.GetModelName = [](RpcContext, std::int64_t cookie) {
-        callback_text(kWords, 0, cookie);
-        callback_flag(1, 11, cookie);
-        callback_integer(-1, 3, cookie);
-    };
     p.GetSerialNumber = [](RpcContext, std::int64_t) { throw std::runtime_error(kWords); };
     p.GetFamilyName = [](RpcContext, std::int64_t) { throw std::uint32_t{5}; };
     p.GetChassisTypes = [](RpcContext, std::int64_t) {};
@@ -205,6 +200,9 @@ TEST_F(StandInRpc, AnswersEachFrameByItsOwnRules) {
     }
     client.send(R"({"jsonrpc":"2.0","method":"SetQuietFan","params":{"context":1,"cookie":1,"flag":1}})");
     book_.Wait([this] { return book_.last == "fan 1"; });  // without an answer
+    EXPECT_EQ(client.Call("GetTestDataFunc", R"(,"value":5)"),
+              R"({"jsonrpc":"2.0","method":"CallbackTestData","params":{"cookie":7,"result":5}})");
+    EXPECT_EQ(client.Receive(), kDone);
     EXPECT_NE(client.Call("GetSerialNumber").find(R"({"code":-32000,"message":"café €"})"), std::string::npos);
     EXPECT_NE(client.Call("GetFamilyName").find(R"({"code":-32000,"message":"error 5"})"), std::string::npos);
     const std::string large(1000000, 'x');
