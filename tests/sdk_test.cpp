@@ -276,14 +276,15 @@ TEST(Sdk, WaitsForAServiceThatStarts) {
 TEST(Sdk, IsCancelledAndNotClosedByItsCallbackAndRefusesNulls) {
     const TestMachine machine;
     const ScriptedServer server(Opening([](const Json&) {
-        return Callback("CallbackInteger", {{"result", 1}, {"function", 3}, {"cookie", 4}});
+        return Callback("CallbackFlag", {{"result", 255}, {"function", 3}, {"cookie", 4}});
     }));
     std::pair<ZorvalisClient*, std::int32_t> self;  // and how the callback's closing ended
     ZorvalisCallbacks callbacks = {sizeof callbacks, &self, nullptr, nullptr, nullptr, nullptr};
-    callbacks.integer = [](void* user, std::int32_t, std::int32_t, std::int64_t) {
+    callbacks.flag = [](void* user, std::int32_t result, std::int32_t, std::int64_t) {
         auto& [own, closed] = *static_cast<decltype(self)*>(user);
-        closed = ZorvalisClose(own);
+        closed = result == 1 ? ZorvalisClose(own) : 0;
         ZorvalisCancel(own);
+        throw 1;
     };
     const std::string path = server.Path();
     const ZorvalisOptions options = {sizeof options, 0, 0, path.c_str()};
