@@ -297,6 +297,8 @@ TEST_F(Rpc, ClosesAContextOnceAndRefusesItAfterwards) {
     EXPECT_EQ(zorvalis_rpc::Guarded([&] { serve_RemoteClose(&context); }), 0U);
     EXPECT_EQ(context, nullptr);
     EXPECT_TRUE(closedContexts.try_acquire());
+    EXPECT_EQ(zorvalis_rpc::Guarded([&] { serve_RemoteClose(&context); }), RPC_X_SS_IN_NULL_CONTEXT);
+    EXPECT_EQ(zorvalis_rpc::Guarded([&] { serve_GetModelName(context, 1); }), RPC_X_SS_IN_NULL_CONTEXT);
     EXPECT_EQ(zorvalis_rpc::Guarded([&] { serve_RemoteClose(&stale); }), RPC_X_SS_CONTEXT_MISMATCH);
     EXPECT_EQ(zorvalis_rpc::Guarded([&] { serve_GetModelName(stale, 1); }), RPC_X_SS_CONTEXT_MISMATCH);
     ClientContextRundown(stale);
