@@ -218,6 +218,11 @@ TEST(Sdk, IsNotHeldUpByAServerThatDoesNotAcceptOrAnswerOrRead) {
     const TestMachine machine;
     Options options;
     options.limit = std::chrono::milliseconds(10);
+    {
+        const ScriptedServer silent(Opening([](const Json&) { return ""; }));
+        options.endpoint = silent.Path();
+        EXPECT_EQ(StatusOf([&] { Client({}, options).GetUUID(); }), ZORVALIS_TIMED_OUT);
+    }
     options.endpoint = platform::machine_folder() + "/run/silent";
     const auto listener = platform::listen_at("run/silent", 0);
     EXPECT_EQ(StatusOf([&] { Client({}, options); }), ZORVALIS_TIMED_OUT);
