@@ -242,6 +242,9 @@ class Tests:
         cross = "x86_64-w64-mingw32-{}-posix" if self.windows else "{}"
         self.cc, self.cxx = cross.format("gcc"), cross.format("g++")
         share, self.apps = self.package / "share/zorvalis", {}
+        for needed in [share / "idl/zorvalis.idl", share / "idl/zorvalis.acf"] + [  # what nothing here can compile
+                self.package / "lib/zorvalis_client.def"] * self.windows:
+            assert needed.exists(), needed
         warnings = "-pedantic -Wall -Wextra -Wshadow -Wconversion -Werror -O1"
         for name, standard in ("example", 17), ("calls", 14):  # whose sources begin with the header
             place = folder / name
