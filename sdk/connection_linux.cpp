@@ -199,7 +199,7 @@ void Connection::TakeMessage(std::string_view line) {
     if (message.contains("error")) {
         const auto code = message["error"].at("code").get<std::int32_t>();
         waiting.problem = message["error"].at("message").get<std::string>();
-        waiting.End(code != 0 ? code : ZORVALIS_PROTOCOL_ERROR);  // an error of nothing is no success
+        waiting.End(code != 0 ? code : ZORVALIS_PROTOCOL_ERROR);  // an error must not look like success
     } else {
         waiting.result = std::move(message.at("result"));
         waiting.End(0);

@@ -95,7 +95,11 @@ void Context::Open(const std::string& endpoint) {
     if (endpoint.empty()) {
         ExpectLocalSystem(binding);
     }
-    Check("RemoteOpen", zorvalis_rpc::Guarded([&] { call_RemoteOpen(binding, &context_); }));
+    const std::uint32_t status = zorvalis_rpc::Guarded([&] { call_RemoteOpen(binding, &context_); });
+    // The endpoint is there without its interface while the service starts, and from its stop to its end.
+    Check("RemoteOpen", status == RPC_S_UNKNOWN_IF || status == RPC_S_NOT_LISTENING
+                            ? std::uint32_t{RPC_S_SERVER_UNAVAILABLE}
+                            : status);
 }
 
 Context::~Context() {
