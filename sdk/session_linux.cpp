@@ -82,7 +82,11 @@ Deadline After(std::uint32_t limit) {
 template <class Value>
 Value Member(const char* method, const Json& answer, const char* name) {
     try {
-        return answer.at(name).get<Value>();
+        if constexpr (std::is_integral_v<Value>) {
+            return Integer<Value>(answer.at(name));
+        } else {
+            return answer.at(name).get<Value>();
+        }
     } catch (const std::logic_error&) {
         throw Failure(std::string("the service's answer to ") + method + " has no " + name, ZORVALIS_PROTOCOL_ERROR);
     }
