@@ -28,11 +28,11 @@ std::int32_t StatusOf(int error) {
     const bool nobody = error == ENOENT || error == ECONNREFUSED || error == ENOTDIR;
     return nobody                               ? ZORVALIS_NO_SERVICE
            : error == ETIMEDOUT                 ? ZORVALIS_TIMED_OUT
-           : error == EMFILE || error == ENFILE ? 4    // ERROR_TOO_MANY_OPEN_FILES
-           : error == EACCES || error == EPERM  ? 5    // ERROR_ACCESS_DENIED
-           : error == ENOMEM                    ? 8    // ERROR_NOT_ENOUGH_MEMORY
-           : error == ENAMETOOLONG              ? 206  // ERROR_FILENAME_EXCED_RANGE
-                                                : 31;               // ERROR_GEN_FAILURE
+           : error == EMFILE || error == ENFILE ? 4                       // ERROR_TOO_MANY_OPEN_FILES
+           : error == EACCES || error == EPERM  ? 5                       // ERROR_ACCESS_DENIED
+           : error == ENOMEM || error == EAGAIN ? ZORVALIS_OUT_OF_MEMORY  // the second: no thread
+           : error == ENAMETOOLONG              ? 206                     // ERROR_FILENAME_EXCED_RANGE
+                                                : 31;                                  // ERROR_GEN_FAILURE
 }
 
 // While a server's queue is full the kernel lets a connection wait for as long as a send may.
