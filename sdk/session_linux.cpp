@@ -1,6 +1,8 @@
 // Calls on the stand-in machine: each procedure as a message to the service's socket.
 #include "session.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
@@ -95,6 +97,7 @@ Value Member(const char* method, const Json& answer, const char* name) {
 }  // namespace
 
 struct Session::State {
+    const pid_t process = ::getpid();
     Connection connection;
     std::int64_t context = 0;
     std::atomic<std::uint32_t> limit = 0;
@@ -140,6 +143,10 @@ void Session::SetLimit(std::uint32_t limit) {
 
 void Session::Cancel() {
     state_->connection.Cancel();
+}
+
+bool Session::IsParents() const {
+    return state_->process != ::getpid();
 }
 
 bool Session::InCallback() const {

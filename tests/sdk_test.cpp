@@ -297,6 +297,8 @@ TEST(Sdk, IsCancelledAndNotClosedByItsCallbackAndRefusesNulls) {
     const ZorvalisOptions options = {sizeof options, 0, 0, path.c_str()};
     auto& [client, closed] = self;
     ASSERT_EQ(ZorvalisOpen(&options, &callbacks, &client), 0);
+    EXPECT_EXIT(std::_Exit(ZorvalisCancel(client) == ZORVALIS_LOST ? ZorvalisClose(client) : 1),
+                testing::ExitedWithCode(0), "");
     EXPECT_EQ(ZorvalisGetBatteryHealthMode(client, 4), ZORVALIS_CANCELLED);
     EXPECT_EQ(closed, ZORVALIS_IN_CALLBACK);
     EXPECT_EQ(ZorvalisSetAppFolder(client, nullptr, 4), ZORVALIS_BAD_ARGUMENT);
