@@ -329,6 +329,10 @@ void Session::Cancel() {
     }
 }
 
+bool Session::IsParents() const {
+    return false;
+}
+
 bool Session::InCallback() const {
     return receiverOfThread == state_->receiver.get();
 }
