@@ -28,11 +28,11 @@ std::int32_t StatusOf(int error) {
     const bool nobody = error == ENOENT || error == ECONNREFUSED || error == ENOTDIR;
     return nobody                               ? ZORVALIS_NO_SERVICE
            : error == ETIMEDOUT                 ? ZORVALIS_TIMED_OUT
-           : error == EMFILE || error == ENFILE ? 4    // ERROR_TOO_MANY_OPEN_FILES
-           : error == EACCES || error == EPERM  ? 5    // ERROR_ACCESS_DENIED
-           : error == ENOMEM                    ? 8    // ERROR_NOT_ENOUGH_MEMORY
-           : error == ENAMETOOLONG              ? 206  // ERROR_FILENAME_EXCED_RANGE
-                                                : 31;               // ERROR_GEN_FAILURE
+           : error == EMFILE || error == ENFILE ? 4                       // ERROR_TOO_MANY_OPEN_FILES
+           : error == EACCES || error == EPERM  ? 5                       // ERROR_ACCESS_DENIED
+           : error == ENOMEM || error == EAGAIN ? ZORVALIS_OUT_OF_MEMORY  // the second: no thread
+           : error == ENAMETOOLONG              ? 206                     // ERROR_FILENAME_EXCED_RANGE
+                                                : 31;                                  // ERROR_GEN_FAILURE
 }
 
 // While a server's queue is full the kernel lets a connection wait for as long as a send may.
@@ -183,10 +183,10 @@ void Connection::TakeMessage(std::string_view line) {
     }
     if (message.at("id").is_null() && message.contains("error")) {
         // Which call was not understood cannot be told.
-        return Lose(message["error"].at("code").get<std::int32_t>(),
+        return Lose(Integer<std::int32_t>(message["error"].at("code")),
                     message["error"].at("message").get_ref<const std::string&>().c_str());
     }
-    const auto id = message.at("id").get<std::int64_t>();
+    const auto id = Integer<std::int64_t>(message.at("id"));
     if (id < 1 || id > lastId_) {
         throw std::invalid_argument("an answer to no call");
     }
@@ -197,9 +197,9 @@ void Connection::TakeMessage(std::string_view line) {
     }
     Waiting& waiting = *found->second;
     if (message.contains("error")) {
-        const auto code = message["error"].at("code").get<std::int32_t>();
+        const auto code = Integer<std::int32_t>(message["error"].at("code"));
         waiting.problem = message["error"].at("message").get<std::string>();
-        waiting.End(code != 0 ? code : ZORVALIS_PROTOCOL_ERROR);  // an error of nothing is no success
+        waiting.End(code != 0 ? code : ZORVALIS_PROTOCOL_ERROR);  // an error must not look like success
     } else {
         waiting.result = std::move(message.at("result"));
         waiting.End(0);
@@ -208,7 +208,7 @@ void Connection::TakeMessage(std::string_view line) {
 
 void Connection::RunCallback(const std::string& method, const Json& parameters) const {
     const auto& result = parameters.at("result");
-    const auto cookie = parameters.at("cookie").get<std::int64_t>();
+    const auto cookie = Integer<std::int64_t>(parameters.at("cookie"));
     const auto run = [&](const auto callback, auto value, auto... function) {
         if (callback == nullptr) {
             return;
@@ -221,15 +221,15 @@ void Connection::RunCallback(const std::string& method, const Json& parameters) 
         }
         callbackOf = nullptr;
     };
-    const auto function = [&] { return parameters.at("function").get<std::int32_t>(); };
+    const auto function = [&] { return Integer<std::int32_t>(parameters.at("function")); };
     if (method == "CallbackTestData") {
-        run(callbacks_.testData, result.get<std::int64_t>());
+        run(callbacks_.testData, Integer<std::int64_t>(result));
     } else if (method == "CallbackText") {
         run(callbacks_.text, result.get_ref<const std::string&>().c_str(), function());
     } else if (method == "CallbackFlag") {
-        run(callbacks_.flag, result.get<std::int32_t>() != 0 ? 1 : 0, function());
+        run(callbacks_.flag, Integer<std::int32_t>(result) != 0 ? 1 : 0, function());
     } else if (method == "CallbackInteger") {
-        run(callbacks_.integer, result.get<std::int32_t>(), function());
+        run(callbacks_.integer, Integer<std::int32_t>(result), function());
     }
 }
 

@@ -11,14 +11,26 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 
 #include "base/json.h"
 #include "session.h"
 
 namespace zorvalis_client {
+
+// Throws std::domain_error for what is no whole number, or none that fits: the JSON library would cut it to some other.
+template <class Value>
+Value Integer(const zorvalis::Json& json) {
+    if (json.is_number_unsigned() ? !std::in_range<Value>(json.get<std::uint64_t>())
+                                  : !json.is_number_integer() || !std::in_range<Value>(json.get<std::int64_t>())) {
+        throw std::domain_error("a number is not whole or does not fit");
+    }
+    return json.get<Value>();
+}
 
 using Deadline = std::chrono::steady_clock::time_point;  // Deadline::max(): none
 

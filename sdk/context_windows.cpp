@@ -42,12 +42,29 @@ void ExpectLocalSystem(handle_t binding) {
           status == RPC_S_UNKNOWN_AUTHN_SERVICE ? RPC_S_OK : static_cast<std::uint32_t>(status));
 }
 
+// In words, the numbers that an application meets most.
+const char* Meaning(std::uint32_t status) {
+    switch (status) {
+        case ERROR_ACCESS_DENIED:
+            return ": access is denied";
+        case ERROR_INVALID_HANDLE:
+            return ": the context has ended";
+        case RPC_S_SERVER_UNAVAILABLE:
+            return ": nobody listens at the endpoint";
+        case RPC_S_CALL_FAILED:
+            return ": a fault in the call, or the service has ended";
+        default:
+            return "";
+    }
+}
+
 }  // namespace
 
-void Check(const char* procedure, std::uint32_t status) {
-    if (status != 0) {
-        throw Failure(std::string(procedure) + " failed with status " + std::to_string(status),
-                      static_cast<std::int32_t>(status));
+void Check(const char* procedure, std::uint32_t code) {
+    if (code != 0) {
+        const auto status = static_cast<std::int32_t>(code);  // in words as the application gets it
+        throw Failure(std::string(procedure) + " failed" + Meaning(code) + ", status " + std::to_string(status),
+                      status);
     }
 }
 
@@ -78,7 +95,11 @@ void Context::Open(const std::string& endpoint) {
     if (endpoint.empty()) {
         ExpectLocalSystem(binding);
     }
-    Check("RemoteOpen", zorvalis_rpc::Guarded([&] { call_RemoteOpen(binding, &context_); }));
+    const std::uint32_t status = zorvalis_rpc::Guarded([&] { call_RemoteOpen(binding, &context_); });
+    // The endpoint is there without its interface while the service starts, and from its stop to its end.
+    Check("RemoteOpen", status == RPC_S_UNKNOWN_IF || status == RPC_S_NOT_LISTENING
+                            ? std::uint32_t{RPC_S_SERVER_UNAVAILABLE}
+                            : status);
 }
 
 Context::~Context() {

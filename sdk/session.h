@@ -37,6 +37,11 @@ public:
     // Every call that runs now ends with ZORVALIS_CANCELLED.
     void Cancel();
 
+    // Whether this process was made by fork() after the session was opened: its threads are the parent's, and whatever
+    // is done with it here, even destroying it, would disturb the parent's. From any thread, also while another is
+    // gone.
+    bool IsParents() const;
+
     // Whether this thread runs a callback of this session, from where the C interface refuses calls.
     bool InCallback() const;
 

@@ -1,6 +1,8 @@
 // Calls on the stand-in machine: each procedure as a message to the service's socket.
 #include "session.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
@@ -82,7 +84,11 @@ Deadline After(std::uint32_t limit) {
 template <class Value>
 Value Member(const char* method, const Json& answer, const char* name) {
     try {
-        return answer.at(name).get<Value>();
+        if constexpr (std::is_integral_v<Value>) {
+            return Integer<Value>(answer.at(name));
+        } else {
+            return answer.at(name).get<Value>();
+        }
     } catch (const std::logic_error&) {
         throw Failure(std::string("the service's answer to ") + method + " has no " + name, ZORVALIS_PROTOCOL_ERROR);
     }
@@ -91,6 +97,7 @@ Value Member(const char* method, const Json& answer, const char* name) {
 }  // namespace
 
 struct Session::State {
+    const pid_t process = ::getpid();
     Connection connection;
     std::int64_t context = 0;
     std::atomic<std::uint32_t> limit = 0;
@@ -136,6 +143,10 @@ void Session::SetLimit(std::uint32_t limit) {
 
 void Session::Cancel() {
     state_->connection.Cancel();
+}
+
+bool Session::IsParents() const {
+    return state_->process != ::getpid();
 }
 
 bool Session::InCallback() const {

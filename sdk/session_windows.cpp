@@ -299,7 +299,7 @@ Session::Session(const ZorvalisCallbacks& callbacks, const std::string& endpoint
     state_->Run("RemoteOpen", limit, [context = state_->context, endpoint] { context->Open(endpoint); });
 }
 
-// The work is nothing but to give the context up. Calls that were given up close it later.
+// The work only lets go of the context. Where a call that was given up still has it, that closes it later.
 Session::~Session() {
     {
         std::unique_lock lock(AllCalls().mutex);
@@ -327,6 +327,10 @@ void Session::Cancel() {
             call->changed.notify_one();
         }
     }
+}
+
+bool Session::IsParents() const {
+    return false;
 }
 
 bool Session::InCallback() const {

@@ -15,6 +15,7 @@
 #include <string>
 #include <thread>
 #include <type_traits>
+#include <utility>
 
 #include "session.h"
 #include "zorvalis_procedures.h"
@@ -130,6 +131,9 @@ class Use {
 public:
     explicit Use(ZorvalisClient* client) {
         Require(client != nullptr, "the client is null");
+        if (client->session.IsParents()) {
+            throw Failure("the client is the parent process's: a child opens its own", ZORVALIS_LOST);
+        }
         const std::lock_guard lock(client->users->mutex);
         if (client->users->closing) {
             throw Failure("the client is being closed", ZORVALIS_CANCELLED);
@@ -211,13 +215,15 @@ std::int32_t ZorvalisOpen(const ZorvalisOptions* options, const ZorvalisCallback
 
 std::int32_t ZorvalisClose(ZorvalisClient* client) {
     return Caught([&] {
-        if (client == nullptr) {
+        if (client == nullptr || client->session.IsParents()) {
             return;
         }
         RefuseInCallback(*client, "ZorvalisClose");
         {
             std::unique_lock lock(client->users->mutex);
-            client->users->closing = true;
+            if (std::exchange(client->users->closing, true)) {
+                throw Failure("another thread closes the client", ZORVALIS_CANCELLED);
+            }
             // More than once, since a call may be counted here and not yet known to the session.
             while (client->users->count != 0) {
                 client->session.Cancel();

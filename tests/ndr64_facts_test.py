@@ -17,6 +17,7 @@ from support import cases
 TESTS = pathlib.Path(__file__).resolve().parent
 sys.path.insert(0, str(TESTS.parent / "tools"))
 import rpc_ndr64  # noqa: E402
+import rpc_tables  # noqa: E402
 
 # These grow with the parameters, so that few values are shown; any shown value of the same unit proves their rule.
 COUNTED = {"StackSize", "ConstantClientBufferSize", "ConstantServerBufferSize", "NumberOfParams", "StackOffset",
@@ -28,13 +29,14 @@ class Described:
     """`numbers`: per "Procedure" or "Procedure.parameter" the members of its structures. `units`: what its kind is
     called, so that parameters of one kind prove each other."""
 
-    def __init__(self, text):
-        self.fragments, contexts = rpc_ndr64.fragments(text), rpc_ndr64.read_contexts(text)
+    def __init__(self, path):
+        idl, acf = path.with_suffix(".idl").read_text(), path.with_suffix(".acf").read_text()
+        self.fragments, contexts = rpc_ndr64.fragments(idl, acf), rpc_tables.contexts(idl, acf)
         self.numbers, self.units = {}, {}
-        for callback, name, parameters in rpc_ndr64.read(text):
+        for _, callback, name, parameters in rpc_tables.declarations(idl):
             names = [parameter.name for parameter in parameters]
             for parameter in parameters:
-                kind = ("parallel " * bool(contexts[parameter.type]) + "context"
+                kind = ("parallel " * contexts[parameter.type] + "context"
                         if parameter.type in contexts else parameter.type) + "*" * parameter.pointer
                 words = re.sub(r"size_is\((\w+)\)", lambda size: "size " + (
                     "before" if names.index(size[1]) < names.index(parameter.name) else "behind"),
@@ -90,7 +92,7 @@ def is_stub(fact):
 
 def shown():
     """Compares each fact; returns what the facts prove, and the facts that differ."""
-    shapes, proved, wrong = Described((TESTS / "ndr64" / "shapes.idl").read_text()), set(), []
+    shapes, proved, wrong = Described(TESTS / "ndr64" / "shapes"), set(), []
     facts = [fact for fact in rows("facts.csv") if not is_stub(fact)]
     returns = {fact["shape"]: int(fact["value"]) for fact in facts if fact["structure"] == "return"}
     for fact in facts:
@@ -127,8 +129,7 @@ def stubs_point_to_them_as_public_ones():
 
 
 def what_no_public_table_shows_is_listed():
-    sdk, proved = TESTS.parent / "sdk", shown()[0]
-    ours = Described("".join(path.read_text() for path in (sdk / "zorvalis.idl", *sdk.glob("zorvalis.acf"))))
+    ours, proved = Described(TESTS.parent / "sdk" / "zorvalis"), shown()[0]
     used = {(ours.unit(key, structure), structure, field, None if field in COUNTED else value)
             for key, numbers in ours.numbers.items() for (structure, field), value in numbers.items()}
     assert len(used) > 60, used

@@ -169,10 +169,8 @@ TEST(Sdk, TellsAFaultFromWhatIsNoAnswer) {
         {R"({"jsonrpc":"2.0","id":2,"error":{"code":0,"message":"no code"}})", 1728, "no code"},
         {R"({"jsonrpc":"2.0","id":null,"error":{"code":0,"message":"none"}})", 1728, "none"},
         {R"({"jsonrpc":"2.0","id":2,"result":{"output":5}})", 1728, "GetUUID"},
-        {R"({"jsonrpc":"2.0","id":9,"result":null})", 1728, "to no call"},
-        {R"({"jsonrpc":"2.0","id":2,"error":7})", 1728, "no message"},
+        {R"({"jsonrpc":"2.0","id":2e0,"result":{"output":""}})", 1728, "no message: a number is"},
         {R"({"method":"CallbackText","params":{"result":1,"function":0,"cookie":1}})", 1728, "no message"},
-        {"HTTP/1.1 400 Bad Request", 1728, "no message"},
         {std::string(100000, '['), 1728, "no message"},
         {std::string(17 << 20, 'x'), 1728, "no message"},
     };
@@ -295,6 +293,8 @@ TEST(Sdk, IsCancelledAndNotClosedByItsCallbackAndRefusesNulls) {
     const ZorvalisOptions options = {sizeof options, 0, 0, path.c_str()};
     auto& [client, closed] = self;
     ASSERT_EQ(ZorvalisOpen(&options, &callbacks, &client), 0);
+    EXPECT_EXIT(std::_Exit(ZorvalisCancel(client) == ZORVALIS_LOST ? ZorvalisClose(client) : 1),
+                testing::ExitedWithCode(0), "");
     EXPECT_EQ(ZorvalisGetBatteryHealthMode(client, 4), ZORVALIS_CANCELLED);
     EXPECT_EQ(closed, ZORVALIS_IN_CALLBACK);
     EXPECT_EQ(ZorvalisSetAppFolder(client, nullptr, 4), ZORVALIS_BAD_ARGUMENT);

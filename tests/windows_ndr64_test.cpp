@@ -27,7 +27,7 @@ constexpr wchar_t kAnswer[kRoom] = L"answer";
 template <class Character>
 constexpr Character kText[] = {'a', 'b', Character(0xe4), 0};
 
-// A value that a client passes: of whatever is to be answered, none.
+// A value that a client passes; null where the answer is to go.
 template <class Value>
 Value value_of(std::int64_t seed) {
     if constexpr (std::is_same_v<Value, const wchar_t*> || std::is_same_v<Value, const char*>) {

@@ -198,6 +198,16 @@ TEST(RpcGuard, TakesWhateverTheOtherEndRaisesButNotTheProcessorsOwn) {
     EXPECT_TRUE(seen);
 }
 
+template <class Call>
+std::int32_t status_of(Call call) {
+    try {
+        call();
+        return 0;
+    } catch (const Error& error) {
+        return error.status;
+    }
+}
+
 // Wine knows neither of them: the first is ignored there, the second refused for want of an authentication.
 TEST(RpcClient, IsIdentifiedOnlyAndExpectsLocalSystemAtTheServicesEndpoint) {
     static std::wstring name;
@@ -223,12 +233,7 @@ TEST(RpcClient, IsIdentifiedOnlyAndExpectsLocalSystemAtTheServicesEndpoint) {
     const auto open = [](RPC_STATUS status, const char* endpoint) {
         asked = 0;
         answer = status;
-        try {
-            const Client client({}, endpoint);
-            return std::int32_t{0};
-        } catch (const Error& error) {
-            return error.status;
-        }
+        return status_of([&] { Client({}, endpoint); });
     };
     EXPECT_EQ(open(ERROR_ACCESS_DENIED, ""), ERROR_ACCESS_DENIED);
     EXPECT_EQ(name, L"ncalrpc:[ZorvHelpRpcEndpoint,Security=Identification Static True]");
@@ -236,16 +241,6 @@ TEST(RpcClient, IsIdentifiedOnlyAndExpectsLocalSystemAtTheServicesEndpoint) {
     EXPECT_EQ(asked, 1);
     EXPECT_EQ(open(RPC_S_OK, "ZorvNobody"), RPC_S_SERVER_UNAVAILABLE);
     EXPECT_EQ(asked, 0) << "whose another endpoint is, its maker knows";
-}
-
-template <class Call>
-std::int32_t status_of(Call call) {
-    try {
-        call();
-        return 0;
-    } catch (const Error& error) {
-        return error.status;
-    }
 }
 
 constexpr auto kPatience = std::chrono::seconds(20);
@@ -282,7 +277,10 @@ protected:
         procedures.GetModelName = call_back;
         ASSERT_EQ(RpcEndpoint({name.c_str(), kPackage, 10, 1234}, procedures).status(), 0U);
     }
-    static void TearDownTestSuite() { stop_rpc_endpoint(); }
+    static void TearDownTestSuite() {
+        stop_rpc_endpoint();
+        EXPECT_EQ(status_of([] { Client({}, endpoint); }), RPC_S_SERVER_UNAVAILABLE);
+    }
 
     static void expect_closed() { EXPECT_TRUE(closedContexts.try_acquire_for(kPatience)); }
 

@@ -9,6 +9,8 @@ import re
 import sys
 import typing
 
+import rpc_tables
+
 FC_CONF_ARRAY, FC_CONF_CHAR_STRING, FC_CONF_WCHAR_STRING = 0x41, 0x63, 0x64
 FC_BIND_CONTEXT, FC_BIND_PRIMITIVE = 0x70, 0x72
 FC_EXPR_VAR = 3
@@ -44,41 +46,11 @@ class Reference(str):
     """A member that points to the fragment of this name."""
 
 
-class Parameter(typing.NamedTuple):
-    attributes: list
-    type: str
-    pointer: bool
-    name: str
-    offset: int  # on the stack, 8 bytes each
-
-    def has(self, attribute):
-        return attribute in self.attributes
-
-
-def read(idl):
-    """Each procedure of the description: whether it is a callback, its name, and its parameters."""
-    plain = re.sub(r"//.*", "", idl)
-    for callback, name, text in re.findall(r"(\[callback\]\s*)?\bvoid\s+(\w+)\s*\(([^;]*)\)\s*;", plain):
-        found = re.findall(r"\[([^\]]*)\]\s*(?:const\s+)?(\w[\w ]*?)\s*(\*?)\s*(\w+)\s*(?:,|$)", text)
-        if len(found) != text.count("["):
-            sys.exit(f"{name}: its parameters are written in a way that tools/rpc_ndr64.py does not read")
-        yield bool(callback), name, [Parameter(re.findall(r"\w+(?:\(\w+\))?", attributes), kind, bool(star), own, 8 * i)
-                                     for i, (attributes, kind, star, own) in enumerate(found)]
-
-
-def read_contexts(description):
-    """The types of context handles, with the flags of their own. An attribute file may follow the description."""
-    plain = re.sub(r"//.*", "", description)
-    named = re.findall(r"\[\s*context_handle\w*\s*\]\s*void\s*\*\s*(\w+)", plain)
-    own = r"\[\s*context_handle_noserialize\s*\]\s*(?:void\s*\*\s*)?"
-    return {name: NO_SERIALIZE if re.search(rf"{own}{name}\b", plain) else 0 for name in named}
-
-
 class Table:
-    """Collects the fragments of one description."""
+    """Collects the fragments of one description. `contexts`: its types of contexts, as rpc_tables reads them."""
 
-    def __init__(self, description):
-        self.contexts = read_contexts(description)
+    def __init__(self, contexts):
+        self.contexts = contexts
         self.fragments = {}
 
     def base(self, kind):
@@ -90,7 +62,7 @@ class Table:
         """Shared by all procedures that have it in the same direction."""
         ways = [way for way in ("in", "out") if parameter.has(way)]
         flags = (IN | NOT_NULL if parameter.has("in") else 0) | (OUT if parameter.has("out") else 0)
-        flags |= (VIA_POINTER if parameter.pointer else 0) | self.contexts[parameter.type]
+        flags |= (VIA_POINTER if parameter.pointer else 0) | (NO_SERIALIZE if self.contexts[parameter.type] else 0)
         name = "_".join([parameter.type] + ways)
         self.fragments[name] = Fragment("NDR64_CONTEXT_HANDLE_FORMAT", {
             "FormatCode": FC_BIND_CONTEXT, "ContextFlags": flags, "RundownRoutineIndex": 0, "Ordinal": 0})
@@ -175,10 +147,10 @@ class Table:
         self.fragments |= described
 
 
-def fragments(description):
+def fragments(idl, acf):
     """All that the tables of a description say: a table of Fragment by name. Parts of one thing follow each other."""
-    table = Table(description)
-    for procedure in read(description):
+    table = Table(rpc_tables.contexts(idl, acf))
+    for _, *procedure in rpc_tables.declarations(idl):
         table.procedure(*procedure)
     return table.fragments
 
@@ -222,19 +194,19 @@ def variables(described):
         yield f'_Static_assert(sizeof ndr64_{whole} == {size}, "has no gaps");'
 
 
-def source(description):
+def source(idl, acf):
     """The tables in C, and what the service's stubs need of them."""
-    interface = re.search(r"\binterface (\w+)", description).group(1)
-    if len(read_contexts(description)) != 1:
+    interface = re.search(r"^interface (\w+)", idl, re.M).group(1)
+    if len(rpc_tables.contexts(idl, acf)) != 1:
         sys.exit("tools/rpc_ndr64.py knows one type of contexts only, whose rundown routine is the first")
     lists = {False: [], True: []}
-    for callback, name, _ in read(description):
+    for _, callback, name, _ in rpc_tables.declarations(idl):
         lists[callback].append(f"    &ndr64_{name},")
     count = len(lists[False])
     return "\n".join([
         "/* Made of the interface description by tools/rpc_ndr64.py: who changes this file loses the change. */",
         "#include <windows.h>", "#include <rpc.h>", "#include <rpcndr.h>", "#include <ndr64types.h>", "",
-        *variables(fragments(description)), "",
+        *variables(fragments(idl, acf)), "",
         f"const FormatInfoRef {interface}_Ndr64ProcTable[] = {{", *lists[False], "};",
         f"const FormatInfoRef {interface}Callback_Ndr64ProcTable[] = {{", *lists[True], "};", "",
         "void __RPC_STUB zorv_serve_by_ndr64(PRPC_MESSAGE message);",

@@ -88,7 +88,7 @@ def mend_arrays(stub, procedures):
               r"\1        NdrFcShort(0x0),\t/* Corr flags: */\n\2        0x5c, 0x5c,\t/* FC_PAD */\n")
 
 
-def mend_procedures(stub, procedures, serialized):
+def mend_procedures(stub, procedures, at_once):
     # A binding handle is no data: without its entry among the parameters both ends agree with every other client. Six
     # bytes that nobody reads keep the places of the later procedures.
     start, end = stub.procedures(len(procedures))[0]
@@ -105,10 +105,9 @@ def mend_procedures(stub, procedures, serialized):
     # Calls on one context run at once only with a flag, which the attribute file asks for and widl does not know; and
     # none may be null where one comes in. Both belong to the types and to the handles of the calls: out, in and out, in.
     calls = 2 * sum(procedure.on_context for procedure in procedures)
-    at_once = 0 if serialized else CONTEXT_NO_SERIALIZE
     for flags, count, more in ((0xa0, 1, 0), (0xe0, 2, CONTEXT_NOT_NULL), (0x41, calls, CONTEXT_NOT_NULL)):
         stub.mend(count, rf"(0x30,\t/\* FC_BIND_CONTEXT \*/\n {{8}})0x{flags:02x},",
-                  rf"\g<1>0x{flags | more | at_once:02x},")
+                  rf"\g<1>0x{flags | more | (CONTEXT_NO_SERIALIZE if at_once else 0):02x},")
 
 
 def mend_server(stub):
@@ -172,7 +171,7 @@ def main():
     acf = idl.with_suffix(".acf").read_text()
     idl = idl.read_text()
     procedures, callbacks = rpc_tables.read(idl)
-    serialized = "ClientContext" not in rpc_tables.unserialized_contexts(idl, acf)
+    at_once = rpc_tables.contexts(idl, acf)["ClientContext"]
     check_attributes(acf, halves(idl)[0], widl)
     stubs = {}
     # In the second half the service is the caller.
@@ -185,7 +184,7 @@ def main():
             stubs[output] = Stub(folder / output)
 
     for side in ("client", "server"):
-        mend_procedures(stubs[f"zorvalis_rpc_{side}.c"], procedures, serialized)
+        mend_procedures(stubs[f"zorvalis_rpc_{side}.c"], procedures, at_once)
         mend_sizes(stubs[f"zorvalis_rpc_{side}.c"], procedures)
         mend_arrays(stubs[f"zorvalis_rpc_{side}.c"], procedures)
         mend_sizes(stubs[f"zorvalis_rpc_{side}_callback.c"], callbacks)
@@ -199,7 +198,7 @@ def main():
     if "--ndr64" in sys.argv:
         rpc_ndr64.mend_server(stubs["zorvalis_rpc_server.c"], len(procedures))
         rpc_ndr64.mend_server_callback(stubs["zorvalis_rpc_server_callback.c"], len(callbacks))
-        (folder / "zorvalis_rpc_ndr64.c").write_text(rpc_ndr64.source(idl + acf))
+        (folder / "zorvalis_rpc_ndr64.c").write_text(rpc_ndr64.source(idl, acf))
     for stub in stubs.values():
         stub.write()
 

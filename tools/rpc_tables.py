@@ -10,6 +10,7 @@ import pathlib
 import re
 import sys
 import textwrap
+import typing
 
 # A type of the description: that of the service, and those of the application in C++ and C, which gets text in UTF-8.
 TYPES = {
@@ -23,12 +24,24 @@ TYPES = {
 }
 
 
+class Parameter(typing.NamedTuple):
+    attributes: list  # "size_is(room)" with its argument
+    const: bool
+    type: str
+    pointer: bool
+    name: str
+    offset: int  # on the stack, 8 bytes each
+
+    def has(self, attribute):
+        return attribute in self.attributes
+
+
 class Procedure:
     """`parameters` are pairs of type and name, without the context."""
 
     def __init__(self, comment, callback, name, parameters):
         self.comment, self.callback, self.name = comment, callback, name
-        found = re.findall(r"\[[^\]]*\]\s*([\w ]+?\*?)\s*(\w+)\s*(?:,|$)", parameters)
+        found = [("const " * each.const + each.type + "*" * each.pointer, each.name) for each in parameters]
         self.on_context = found[0] == ("ClientContext", "context")
         self.parameters = found[1:] if self.on_context else found
         if self.on_context or callback:
@@ -85,23 +98,33 @@ class Procedure:
         return arguments
 
 
+def declarations(idl):
+    """Each procedure and callback: the words above it, whether it is a callback, its name, and its parameters."""
+    for comment, callback, name, text in re.findall(
+            r"((?:^ *//.*\n)*)^ *(\[callback\]\s*)?void\s+(\w+)\s*\(([^;]*)\)\s*;", idl, re.M):
+        found = re.findall(r"\[([^\]]*)\]\s*(const\s+)?(\w[\w ]*?)\s*(\*?)\s*(\w+)\s*(?:,|$)", text)
+        if len(found) != text.count("["):
+            sys.exit(f"{name}: its parameters are written in a way that tools/rpc_tables.py does not read")
+        yield re.sub(r"^ *// ?", "", comment, flags=re.M).split(), bool(callback), name, [
+            Parameter(re.findall(r"\w+(?:\(\w+\))?", attributes), bool(const), kind, bool(star), own, 8 * i)
+            for i, (attributes, const, kind, star, own) in enumerate(found)]
+
+
 def read(idl):
     """The procedures, in the order of their numbers, and the callbacks."""
-    rows = [Procedure(re.sub(r"^ *// ?", "", comment, flags=re.M).split(), bool(callback), name, parameters)
-            for comment, callback, name, parameters in
-            re.findall(r"((?:^ *//.*\n)*)^ *(\[callback\] *)?void (\w+)\(([^;]*)\);", idl, re.M)]
+    rows = [Procedure(*declaration) for declaration in declarations(idl)]
     return [row for row in rows if not row.callback], [row for row in rows if row.callback]
 
 
-def unserialized_contexts(idl, acf):
-    """The types of contexts on which several calls run at once: all that the attribute file may say."""
+def contexts(idl, acf):
+    """The types of contexts, and whether several calls on one may run at once: all that the attribute file may say."""
     whole = re.fullmatch(r"\s*interface (\w+)\s*\{((?:\s*typedef \[context_handle_noserialize\] \w+;)*)\s*\}\s*",
                          re.sub(r"//.*", "", acf))
-    types = re.findall(r"(\w+);", whole.group(2)) if whole else []
-    contexts = re.findall(r"typedef \[context_handle\] void\* (\w+);", idl)
-    if not whole or not re.search(rf"^interface {whole.group(1)}$", idl, re.M) or not set(types) <= set(contexts):
+    at_once = re.findall(r"(\w+);", whole.group(2)) if whole else []
+    types = re.findall(r"typedef \[context_handle\] void\* (\w+);", idl)
+    if not whole or not re.search(rf"^interface {whole.group(1)}$", idl, re.M) or not set(at_once) <= set(types):
         sys.exit("the attribute file says what the interface description has not, or what tools/rpc_tables.py cannot read")
-    return types
+    return {name: name in at_once for name in types}
 
 
 def wrap(text, width, indent, further):

@@ -200,7 +200,7 @@ void AddCallCommands(CLI::App& app) {
         Print(answer);
         Require(direct || IsSuccess(answer), "");
     });
-    call->footer("It fails when the answer's status is an error.");
+    call->footer("A JSON call fails when its answer's status is an error. Ctrl-C gives up waiting for a busy service.");
     const auto direct = std::make_shared<bool>(false);
     AddGetCommands(app);
     AddSetCommands(app, direct);
