@@ -4,7 +4,7 @@
 bool UsesEachKind(const zorvalis_client::Options& options);
 
 bool UsesEachKind(const zorvalis_client::Options& options) {
-    zorvalis_client::Client client(zorvalis_client::Callbacks(), options);
+    zorvalis_client::Client client(zorvalis_client::Callbacks(), options), other({}, {}), named({}, "socket"), plain;
     client.SetLimit(std::chrono::seconds(1));
     client.GetModelName(1);
     client.Cancel();
