@@ -1,6 +1,6 @@
 # The libraries that the project uses. For Linux they are Debian's packages. For Windows the header-only ones are the
-# same packages, seen through a folder of links, since all of Debian's include folder would hide mingw's headers; SQLite
-# is compiled from a pinned source. That and the charts of zorvctl's page are what ./dev puts into ZORV_DEPS.
+# same packages, seen through a folder of links, since all of Debian's include folder would hide mingw's headers. SQLite
+# is compiled from a pinned source, for both. That and the charts of zorvctl's page are what ./dev puts into ZORV_DEPS.
 
 find_package(Threads REQUIRED)
 
@@ -28,22 +28,18 @@ if(NOT EXISTS ${ZORV_UPLOT}/dist/uPlot.iife.min.js)
     message(FATAL_ERROR "${ZORV_UPLOT}/dist/uPlot.iife.min.js is missing: run ./dev setup")
 endif()
 
-add_library(zorv_sqlite INTERFACE)
-if(WIN32)
-    set(sqlite_source ${ZORV_DEPS}/sqlite3)
-    if(NOT EXISTS ${sqlite_source}/sqlite3.c)
-        message(FATAL_ERROR "${sqlite_source}/sqlite3.c is missing: run ./dev setup windows")
-    endif()
-    add_library(sqlite3_static STATIC ${sqlite_source}/sqlite3.c)
-    target_compile_options(sqlite3_static PRIVATE -w -O2)
-    target_compile_definitions(sqlite3_static PRIVATE SQLITE_OMIT_LOAD_EXTENSION)
-    target_include_directories(zorv_sqlite SYSTEM INTERFACE ${sqlite_source})
-    target_link_libraries(zorv_sqlite INTERFACE sqlite3_static)
-else()
-    # The static archive, so that the executable is one file.
-    find_library(SQLITE3_ARCHIVE NAMES libsqlite3.a REQUIRED)
-    target_link_libraries(zorv_sqlite INTERFACE ${SQLITE3_ARCHIVE} m ${CMAKE_DL_LIBS} Threads::Threads)
+set(sqlite_source ${ZORV_DEPS}/sqlite3)
+if(NOT EXISTS ${sqlite_source}/sqlite3.c)
+    message(FATAL_ERROR "${sqlite_source}/sqlite3.c is missing: run ./dev setup")
 endif()
+add_library(zorv_sqlite STATIC ${sqlite_source}/sqlite3.c)
+target_compile_options(zorv_sqlite PRIVATE -w -O2 $<$<BOOL:${ZORV_SANITIZER}>:-fno-sanitize=all>)
+# Any thread may use it, a database file brings no code, and its schema calls no function that could do harm. The
+# mathematical functions are for who asks zorvctl.
+target_compile_definitions(zorv_sqlite PRIVATE
+    SQLITE_THREADSAFE=1 SQLITE_OMIT_LOAD_EXTENSION SQLITE_TRUSTED_SCHEMA=0 SQLITE_ENABLE_MATH_FUNCTIONS)
+target_include_directories(zorv_sqlite SYSTEM INTERFACE ${sqlite_source})
+target_link_libraries(zorv_sqlite INTERFACE Threads::Threads m)
 
 if(ZORV_TESTS)
     if(WIN32)

@@ -2,16 +2,16 @@
 # Sourced by ./dev.
 # shellcheck shell=bash disable=SC2154
 
-linux_packages=(g++ cmake ninja-build ccache libsqlite3-dev nlohmann-json3-dev libasio-dev libcli11-dev googletest
+linux_packages=(g++ cmake ninja-build ccache nlohmann-json3-dev libasio-dev libcli11-dev googletest
                 libgtest-dev libcurl4-openssl-dev libssl-dev libcpp-httplib-dev clang-format python3
                 chromium chromium-driver make pkgconf mono-mcs mono-runtime)
 windows_packages=(g++-mingw-w64-x86-64-posix mingw-w64-tools wine wine64)
 
-# What Debian has not: SQLite for mingw-w64, and uPlot, which draws the charts of zorvctl's report. These packages of a
-# registry carry the sources; the sums say which.
-sqlite_package=better-sqlite3@8.7.0
-sqlite_sums="f5be70b2a4b79337743701d6e5674dfb33d12ec9b2b28772eb09d33ba9ef757b  sqlite3.c
-5f864e05f3268d6976c16c34d1a7803d69f604c89ac0e867893f9bb5bf1ab6b5  sqlite3.h"
+# What Debian has not: a current SQLite, and uPlot, which draws the charts of zorvctl's report. These packages of a
+# registry carry the sources; the sums say which. SQLite is 3.50.4.
+sqlite_package=better-sqlite3@12.4.1
+sqlite_sums="90b7189566ea710ee18361b25d893f5cda3fcf43033223a16384762f53e99a85  sqlite3.c
+abd1514e0351f79393d1be882830afdb40a8099e8257f311f0bfdf8486f11bea  sqlite3.h"
 uplot_package=uplot@1.6.32
 uplot_sums="19c8d4c6ad88929a79f4ae49d6f7161566dfd0ba3d15cc495e974f787eb78f1f  dist/uPlot.iife.min.js
 8f989229699b4fe2f1a0432d0e9edc338a8a911e250e2d1b01ecd770a5f5b1bd  LICENSE
@@ -72,12 +72,12 @@ setup() {
     case ${1:-all} in
         linux)
             install_packages "${linux_packages[@]}"
+            setup_source sqlite3 "$sqlite_package" deps/sqlite3 "$sqlite_sums"
             setup_source uplot "$uplot_package" . "$uplot_sums"
             ;;
         windows)
             setup linux
             install_packages "${windows_packages[@]}"
-            setup_source sqlite3 "$sqlite_package" deps/sqlite3 "$sqlite_sums"
             ;;
         all) setup windows ;;
         *) fail "set up what? linux or windows" ;;
