@@ -29,7 +29,6 @@ namespace {
 
 constexpr std::size_t kMiB = 1 << 20;
 constexpr std::size_t kChunk = 16384;
-constexpr double kPause = 200;  // milliseconds before each chunk and before the finish
 
 [[noreturn]] void Fail(const std::string& text) {
     std::fprintf(stderr, "upload-bench: %s\n", text.c_str());

@@ -33,7 +33,10 @@ if(NOT EXISTS ${sqlite_source}/sqlite3.c)
     message(FATAL_ERROR "${sqlite_source}/sqlite3.c is missing: run ./dev setup")
 endif()
 add_library(zorv_sqlite STATIC ${sqlite_source}/sqlite3.c)
-target_compile_options(zorv_sqlite PRIVATE -w -O2 $<$<BOOL:${ZORV_SANITIZER}>:-fno-sanitize=all>)
+target_compile_options(zorv_sqlite PRIVATE -w -O2)
+if(ZORV_SANITIZER)
+    target_compile_options(zorv_sqlite PRIVATE -fno-sanitize=all)  # they look for faults of ours
+endif()
 # Any thread may use it, a database file brings no code, and its schema calls no function that could do harm. The
 # mathematical functions are for who asks zorvctl.
 target_compile_definitions(zorv_sqlite PRIVATE
