@@ -12,8 +12,10 @@
 #include <chrono>
 #include <cstdarg>
 #include <functional>
+#include <sstream>
 
 #include "common/log.h"
+#include "common/version.h"
 #include "platform/clock.h"
 #include "platform/event_log.h"
 #include "platform/files.h"
@@ -21,6 +23,7 @@
 #include "platform/registry.h"
 #include "support/machine.h"
 #include "windows/recorded_calls.h"
+#include "zorvalis.h"
 
 namespace platform {
 namespace {
@@ -272,6 +275,43 @@ TEST(EventLog, WritesOneEntryOfTwoTextsOrLosesItQuietly) {
     failing = 0;
     EXPECT_TRUE(calls_of([] { zorvalis::ReportServiceEvent(L"", zorvalis::kInformation); })[1].starts_with(
         "ReportEventW 1 4 "));
+}
+
+TEST(EventLog, HasATextInTheExecutableForItsEntries) {
+    const ImportHook hooks[] = {FAKE(RegisterEventSourceW), FAKE(ReportEventW), FAKE(DeregisterEventSource)};
+    const Calls steps = calls_of([] { zorvalis::ReportServiceEvent(L"UP", zorvalis::kWarning); });
+    DWORD id = 1;
+    ASSERT_EQ(std::sscanf(steps.at(1).c_str(), "ReportEventW 1 2 0 %lx", &id), 1) << steps[1];
+    const HMODULE file = ::LoadLibraryExA(built("ZorvalisWinService.exe").c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);
+    wchar_t product[] = L"Zorvalis", what[] = L"UP SUCCESS", text[100] = L"", *strings[] = {product, what};
+    ::FormatMessageW(FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_ARGUMENT_ARRAY, file, id, 0, text, 100,
+                     reinterpret_cast<va_list*>(strings));
+    EXPECT_STREQ(text, L"Zorvalis: UP SUCCESS\r\n");
+    ::FreeLibrary(file);
+}
+
+TEST(ExecutableFiles, TellTheirVersionAndTheProducts) {
+    const std::string service = zorvalis::kServiceVersion, client = "1." + std::to_string(ZORVALIS_VERSION) + ".0.0";
+    for (const auto& [name, version] : {std::pair{std::string("ZorvalisWinService.exe"), service},
+                                        {"zorvctl.exe", service},
+                                        {"zorvalis_client.dll", client}}) {
+        std::string data(::GetFileVersionInfoSizeA(built(name).c_str(), nullptr), '\0');
+        ::GetFileVersionInfoA(built(name).c_str(), 0, static_cast<DWORD>(data.size()), data.data());
+        const auto value = [&data](const std::string& block) {
+            char* found = nullptr;
+            UINT size = 0;
+            ::VerQueryValueA(data.data(), block.c_str(), reinterpret_cast<void**>(&found), &size);
+            return found;
+        };
+        const std::string texts = "\\StringFileInfo\\040904B0\\";
+        EXPECT_STREQ(value(texts + "FileVersion"), version.c_str()) << name;
+        EXPECT_STREQ(value(texts + "ProductVersion"), service.c_str()) << name;
+        const auto* const words = reinterpret_cast<const WORD*>(value("\\"));  // of VS_FIXEDFILEINFO
+        ASSERT_NE(words, nullptr) << name;
+        std::ostringstream numbers;
+        numbers << words[5] << '.' << words[4] << '.' << words[7] << '.' << words[6];
+        EXPECT_EQ(numbers.str(), version) << name;
+    }
 }
 
 }  // namespace

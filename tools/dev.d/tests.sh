@@ -176,6 +176,7 @@ test_windows() {
     at_exit stop_wine
     if step setup-windows ./dev setup windows && step start-wine start_wine && step start-server start_test_server; then
         test_side windows wine
+        run_script windows-headers windows_headers_test build/windows
         run_script windows-ndr64 ndr64_facts_test build/windows/generated/rpc
         run_script windows-sdk sdk_package_test build/windows
     else
