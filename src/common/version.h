@@ -4,6 +4,6 @@
 
 namespace zorvalis {
 
-inline constexpr char kServiceVersion[] = "@ZORV_SERVICE_VERSION@";
+inline constexpr char kServiceVersion[] = "2.0.6.0";
 
 }  // namespace zorvalis
