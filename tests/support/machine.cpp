@@ -163,7 +163,10 @@ ToolResult run_zorvctl(const std::string& arguments, const std::string& tool) {
     const std::string output = zorvalis::getCurrentPath() + "output", errors = zorvalis::getCurrentPath() + "errors";
     const std::string rest = "\" >\"" + output + "\" 2>\"" + errors + "\" " + arguments;
 #ifdef _WIN32  // a shell that tries endings does not always find it
-    const int code = std::system(("\"\"" + tool + ".exe" + rest + "\"").c_str());
+    int code = -1;
+    for (int tries = 0; tries < 3 && !fs::exists(output); ++tries) {  // Wine may start no shell, which makes the file
+        code = std::system(("\"\"" + tool + ".exe" + rest + "\"").c_str());
+    }
 #else
     const int code = WEXITSTATUS(std::system(("\"" + tool + rest).c_str()));
 #endif
