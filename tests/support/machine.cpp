@@ -163,9 +163,10 @@ ToolResult run_zorvctl(const std::string& arguments, const std::string& tool) {
     const std::string output = zorvalis::getCurrentPath() + "output", errors = zorvalis::getCurrentPath() + "errors";
     const std::string rest = "\" >\"" + output + "\" 2>\"" + errors + "\" " + arguments;
 #ifdef _WIN32  // a shell that tries endings does not always find it
-    int code = -1;
-    for (int tries = 0; tries < 3 && !fs::exists(output); ++tries) {  // Wine may start no shell, which makes the file
-        code = std::system(("\"\"" + tool + ".exe" + rest + "\"").c_str());
+    const std::string command = "\"\"" + tool + ".exe" + rest + "\"";
+    int code = std::system(command.c_str());
+    for (int tries = 0; tries < 2 && code == -1 && !fs::exists(output); ++tries) {
+        code = std::system(command.c_str());  // Wine had started no shell, which makes the file before the tool runs
     }
 #else
     const int code = WEXITSTATUS(std::system(("\"" + tool + rest).c_str()));
