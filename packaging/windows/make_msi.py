@@ -54,18 +54,18 @@ STEPS = [
     (3600, "RemoveFolders", ""),
     (3700, "CreateFolders", ""),
     (4000, "InstallFiles", ""),
+    (4500, "InstallExecuteAgain", ""),
+    # Late: the older package finds its files taken over, and its service as well. What it may still remove is put right
+    # by the steps behind it.
+    (4501, "RemoveExistingProducts", ""),
+    (4510, "UndoConfigure", IN, UNDO, "undo"),
+    (4511, "Configure", IN, DO, f"configure {FOLDER}"),
+    (4520, "UndoStart", IN, UNDO, "stop"),
+    (4521, "Start", IN, DO, "start"),
     (6000, "RegisterUser", ""),
     (6100, "RegisterProduct", ""),
     (6300, "PublishFeatures", ""),
     (6400, "PublishProduct", ""),
-    (6500, "InstallExecuteAgain", ""),
-    # Late: the older package finds its files taken over, and its service as well. What it may still remove is put right
-    # by the steps behind it.
-    (6501, "RemoveExistingProducts", ""),
-    (6510, "UndoConfigure", IN, UNDO, "undo"),
-    (6511, "Configure", IN, DO, f"configure {FOLDER}"),
-    (6520, "UndoStart", IN, UNDO, "stop"),
-    (6521, "Start", IN, DO, "start"),
     (6590, "Purge", f"{OUT} AND PURGE=1", LAST, "remove --purge"),
     (6600, "InstallFinalize", ""),
 ]
