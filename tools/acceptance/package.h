@@ -19,6 +19,12 @@ std::uint32_t Installer(Findings& findings, const std::string& verb, const std::
 bool ExpectInstaller(Findings& findings, std::uint32_t wanted, const std::string& verb, const std::string& package,
                      const std::string& words = "");
 
+// The exit code where a step of the package has failed, which Wine's installer says otherwise.
+std::uint32_t InstallFailure();
+
+// The code of the installed package.
+std::string InstalledCode();
+
 // Ends the step as not possible where the kit has not both packages.
 void NeedPackages(Findings& findings);
 

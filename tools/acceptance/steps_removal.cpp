@@ -71,7 +71,8 @@ void FindsRecordsAgain(Findings& findings) {
 
 void LeavesNothing(Findings& findings) {
     NeedKitsProduct(findings);
-    ExpectInstaller(findings, 0, "/x", NewPackage(), "PURGE=1");
+    const std::string code = InstalledCode();
+    ExpectInstaller(findings, 0, "/x", code, "PURGE=1");
     ExpectNoTraces(findings);
     std::error_code ignored;
     // Folders and keys above stay only for what others have put there.
@@ -89,14 +90,7 @@ void LeavesNothing(Findings& findings) {
     if (!IsRegistered()) {
         Forget(kOwnInstallation);
     }
-}
-
-void IsUnknownAfterwards(Findings& findings) {
-    NeedOwnInstallation(findings);
-    if (IsRegistered()) {
-        findings.Impossible("the product is still installed");
-    }
-    ExpectInstaller(findings, kUnknownProduct, "/x", NewPackage());
+    ExpectInstaller(findings, kUnknownProduct, "/x", code);  // a second time
 }
 
 }  // namespace
@@ -106,8 +100,8 @@ std::vector<Step> RemovalSteps() {
         {"8.1", "a removal leaves records and settings, and nothing else", KeepsRecords, kSeconds},
         {"8.2", "a new installation goes on with the records that are there", FindsRecordsAgain, kSeconds, nullptr,
          false},
-        {"8.3", "a removal with PURGE=1 leaves nothing", LeavesNothing, kSeconds, nullptr, false},
-        {"8.4", "a second removal ends with 1605", IsUnknownAfterwards, 60, nullptr, false},
+        {"8.3", "a removal with PURGE=1 leaves nothing, and a second one ends with 1605", LeavesNothing, kSeconds,
+         nullptr, false},
     };
 }
 
