@@ -26,6 +26,8 @@ namespace fs = std::filesystem;
 constexpr int kInstallerSeconds = 170;
 constexpr wchar_t kPrograms[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall";
 constexpr wchar_t kEnvironment[] = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Environment";
+constexpr const char* kWrittenByService[] = {"ISSERVICERUNNING", "NEEDRELOAD_SETTING_FILE", "SERVICEVERSION",
+                                             "SKIP_ONPOWEREVENT", "WMIEVENTID"};
 constexpr const char* kHardware[] = {"ZorvWinIo64.dll", "hardware.json"};
 
 fs::path PathOf(const std::string& folder, const char* name) {
@@ -191,14 +193,15 @@ std::map<std::string, std::string> Records() {
     return records;
 }
 
-std::map<std::string, std::string> Settings(const std::vector<std::string>& without) {
+std::map<std::string, std::string> Settings() {
     std::map<std::string, std::string> settings;
     std::vector<std::wstring> keys;
     std::vector<platform::RegistryValue> values;
     platform::list_registry_key(kLocalMachine, kProductKey, keys, values);
     for (const platform::RegistryValue& value : values) {
         const std::string name = WideToUtf8(value.name);
-        if (std::find(without.begin(), without.end(), name) == without.end()) {
+        if (std::find(std::begin(kWrittenByService), std::end(kWrittenByService), name) ==
+            std::end(kWrittenByService)) {
             settings[name] = WideToUtf8(value.type + L" " + value.data);
         }
     }

@@ -44,9 +44,10 @@ std::vector<std::string> TracesOfProduct();
 // The folder of the maker, above the data folder.
 std::string MakersFolder();
 
-// Names with contents: the files below the data folder, and the values of the product's key but those in `without`.
+// Names with contents: the files below the data folder, and the values of the product's key but those that the service
+// writes by itself at its start and two minutes later.
 std::map<std::string, std::string> Records();
-std::map<std::string, std::string> Settings(const std::vector<std::string>& without);
+std::map<std::string, std::string> Settings();
 
 // What was recorded of the user's behaviour, as the installed zorvctl reads it: the numbers of JobTrigger, " 10 14".
 std::string Behavior(Findings& findings);
