@@ -1,0 +1,117 @@
+// Where libraries are loaded from.
+#include <windows.h>
+
+#include <string>
+#include <vector>
+
+#include "kit.h"
+#include "part.h"
+#include "platform/http.h"
+#include "platform/library.h"
+#include "platform/windows/wide.h"
+#include "running_program.h"
+#include "steps_machine.h"
+#include "work_folder.h"
+
+namespace zorvalis::acceptance {
+namespace {
+
+std::string PathOfLibrary(const wchar_t* name) {
+    wchar_t path[MAX_PATH] = {};
+    const HMODULE library = ::GetModuleHandleW(name);
+    return library != nullptr && ::GetModuleFileNameW(library, path, MAX_PATH) != 0 ? platform::to_utf8(path) : "";
+}
+
+// Prints the path of each library that can be opened by its bare name, or an empty line.
+int OpenLibraries(const std::vector<std::string>& names) {
+    for (const std::string& name : names) {
+        const platform::SharedLibrary library(platform::to_wide(name).c_str());
+        Say(library.is_open() ? PathOfLibrary(platform::to_wide(name).c_str()) : "");
+    }
+    return 0;
+}
+const Part kOpenLibraries("library-open", OpenLibraries);
+
+// Puts a false copy of the network's libraries beside this program, once it runs, and lets the product load them.
+int LoadLate(const std::vector<std::string>& arguments) {
+    for (const wchar_t* name : {L"winhttp.dll", L"wininet.dll"}) {
+        if (::GetModuleHandleW(name) != nullptr ||
+            ::CopyFileW(platform::to_wide(arguments.at(0)).c_str(),
+                        (platform::to_wide(KitFolder() + "\\") + name).c_str(), TRUE) == FALSE) {
+            return 3;
+        }
+    }
+    platform::HttpExchange().open(L"zorv-acceptance");
+    platform::is_online();
+    Say(PathOfLibrary(L"winhttp.dll"));
+    Say(PathOfLibrary(L"wininet.dll"));
+    return 0;
+}
+const Part kLoadLate("library-late", LoadLate);
+
+// Any small library that needs no other one: the stand-in of the hardware's, else one of Windows' own.
+std::string SomeLibrary() {
+    wchar_t system[MAX_PATH] = {};
+    ::GetSystemDirectoryW(system, MAX_PATH);
+    for (const std::string& path : {KitFolder() + "\\ZorvWinIo64.dll", ProgramFolder() + "\\ZorvWinIo64.dll"}) {
+        if (::GetFileAttributesW(platform::to_wide(path).c_str()) != INVALID_FILE_ATTRIBUTES) {
+            return path;
+        }
+    }
+    return platform::to_utf8(system) + "\\version.dll";
+}
+
+bool Copy(const std::string& from, const std::string& to) {
+    return ::CopyFileW(platform::to_wide(from).c_str(), platform::to_wide(to).c_str(), FALSE) != FALSE;
+}
+
+void Search(Findings& findings) {
+    const WorkFolder folder;
+    for (const char* name : {"bin", "current", "path"}) {
+        ::CreateDirectoryW(platform::to_wide(WorkFolder::Path(name)).c_str(), nullptr);
+    }
+    const std::string program = WorkFolder::Path("bin\\zorv-acceptance.exe");
+    const std::string library = SomeLibrary();
+    if (!Copy(KitFolder() + "\\zorv-acceptance.exe", program) ||
+        !Copy(library, WorkFolder::Path("bin\\zorv-beside.dll")) ||
+        !Copy(library, WorkFolder::Path("current\\zorv-current.dll")) ||
+        !Copy(library, WorkFolder::Path("path\\zorv-path.dll"))) {
+        findings.Fail("copies cannot be made: " + ErrorText(::GetLastError()));
+    }
+    std::wstring path(32767, L'\0');
+    path.resize(::GetEnvironmentVariableW(L"PATH", path.data(), static_cast<DWORD>(path.size())));
+    ::SetEnvironmentVariableW(L"PATH", (platform::to_wide(WorkFolder::Path("path")) + L";" + path).c_str());
+    RunningProgram child(PartCommand("library-open", {"zorv-beside.dll", "zorv-current.dll", "zorv-path.dll"}, program),
+                         nullptr, WorkFolder::Path("current"));
+    findings.Expect(child.Line() == WorkFolder::Path("bin\\zorv-beside.dll"),
+                    "a library beside the executable is loaded");
+    findings.ExpectText(child.Line(), "", "one in the current folder is not");
+    findings.ExpectText(child.Line(), "", "one in a folder of PATH is not");
+    std::string output;
+    DWORD code = 1;
+    findings.Expect(child.Wait(20, output, code) && code == 0, "the program that tried it has ended well");
+
+    RunningProgram late(PartCommand("library-late", {library}, program));
+    const std::string winhttp = late.Line();
+    const std::string wininet = late.Line();
+    if (late.Wait(20, output, code) && code == 3) {
+        findings.Impossible("this kit has the network's libraries loaded from its start");
+    }
+    wchar_t system[MAX_PATH] = {};
+    ::GetSystemDirectoryW(system, MAX_PATH);
+    const std::string from = platform::to_utf8(system) + "\\";
+    findings.Expect(::CompareStringOrdinal(platform::to_wide(winhttp).c_str(), -1,
+                                           platform::to_wide(from + "winhttp.dll").c_str(), -1, TRUE) == CSTR_EQUAL &&
+                        ::CompareStringOrdinal(platform::to_wide(wininet).c_str(), -1,
+                                               platform::to_wide(from + "wininet.dll").c_str(), -1, TRUE) == CSTR_EQUAL,
+                    "false copies beside the executable are left alone: " + winhttp + ", " + wininet);
+}
+
+}  // namespace
+
+std::vector<Step> LibrarySteps() {
+    return {{"7.20", "Libraries come from beside the executable, the network's from System32, none from PATH", Search,
+             60, RemoveWorkFolder, false}};
+}
+
+}  // namespace zorvalis::acceptance
