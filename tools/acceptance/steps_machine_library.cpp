@@ -4,11 +4,12 @@
 #include <string>
 #include <vector>
 
+#include "base/json.h"
 #include "kit.h"
 #include "part.h"
-#include "platform/http.h"
 #include "platform/library.h"
 #include "platform/windows/wide.h"
+#include "process.h"
 #include "running_program.h"
 #include "steps_machine.h"
 #include "work_folder.h"
@@ -32,22 +33,21 @@ int OpenLibraries(const std::vector<std::string>& names) {
 }
 const Part kOpenLibraries("library-open", OpenLibraries);
 
-// Puts a false copy of the network's libraries beside this program, once it runs, and lets the product load them.
-int LoadLate(const std::vector<std::string>& arguments) {
-    for (const wchar_t* name : {L"winhttp.dll", L"wininet.dll"}) {
-        if (::GetModuleHandleW(name) != nullptr ||
-            ::CopyFileW(platform::to_wide(arguments.at(0)).c_str(),
-                        (platform::to_wide(KitFolder() + "\\") + name).c_str(), TRUE) == FALSE) {
-            return 3;
+// What the product's own tool says about the network, by both of its libraries.
+std::string NetworkWords(Findings& findings, const std::string& program) {
+    const Ended run = RunProgram(Quoted(program) + " status --json", 60);
+    std::string words;
+    try {
+        for (const Json& link : Json::parse(run.output).at("links")) {
+            const auto name = link.at("link").get<std::string>();
+            words +=
+                name == "network" || name == "server" ? name + ": " + link.at("why").get<std::string>() + "; " : "";
         }
+    } catch (const std::exception& exception) {
+        findings.Fail(program + " prints no status: " + exception.what() + ": " + run.output);
     }
-    platform::HttpExchange().open(L"zorv-acceptance");
-    platform::is_online();
-    Say(PathOfLibrary(L"winhttp.dll"));
-    Say(PathOfLibrary(L"wininet.dll"));
-    return 0;
+    return words;
 }
-const Part kLoadLate("library-late", LoadLate);
 
 // Any small library that needs no other one: the stand-in of the hardware's, else one of Windows' own.
 std::string SomeLibrary() {
@@ -90,28 +90,31 @@ void Search(Findings& findings) {
     std::string output;
     DWORD code = 1;
     findings.Expect(child.Wait(20, output, code) && code == 0, "the program that tried it has ended well");
+}
 
-    RunningProgram late(PartCommand("library-late", {library}, program));
-    const std::string winhttp = late.Line();
-    const std::string wininet = late.Line();
-    if (late.Wait(20, output, code) && code == 3) {
-        findings.Impossible("this kit has the network's libraries loaded from its start");
+void LateLibraries(Findings& findings) {
+    const WorkFolder folder;
+    const std::string program = WorkFolder::Path("zorvctl.exe");
+    const std::string library = SomeLibrary();
+    if (!Copy(ProgramFolder() + "\\zorvctl.exe", program) || !Copy(library, WorkFolder::Path("winhttp.dll")) ||
+        !Copy(library, WorkFolder::Path("wininet.dll"))) {
+        findings.Fail("copies cannot be made: " + ErrorText(::GetLastError()));
     }
-    wchar_t system[MAX_PATH] = {};
-    ::GetSystemDirectoryW(system, MAX_PATH);
-    const std::string from = platform::to_utf8(system) + "\\";
-    findings.Expect(::CompareStringOrdinal(platform::to_wide(winhttp).c_str(), -1,
-                                           platform::to_wide(from + "winhttp.dll").c_str(), -1, TRUE) == CSTR_EQUAL &&
-                        ::CompareStringOrdinal(platform::to_wide(wininet).c_str(), -1,
-                                               platform::to_wide(from + "wininet.dll").c_str(), -1, TRUE) == CSTR_EQUAL,
-                    "false copies beside the executable are left alone: " + winhttp + ", " + wininet);
+    const std::string wanted = NetworkWords(findings, ProgramFolder() + "\\zorvctl.exe");
+    findings.Expect(wanted.find("network: ") != std::string::npos && wanted.find("server: ") != std::string::npos,
+                    "zorvctl asks both libraries");
+    findings.ExpectText(NetworkWords(findings, program), wanted, "false copies of them beside it change nothing");
 }
 
 }  // namespace
 
 std::vector<Step> LibrarySteps() {
-    return {{"7.20", "Libraries come from beside the executable, the network's from System32, none from PATH", Search,
-             60, RemoveWorkFolder, false}};
+    return {
+        {"7.20", "Libraries come from beside the executable, and not from PATH or the current folder", Search, 60,
+         RemoveWorkFolder, false},
+        {"7.21", "The network's libraries come from System32, whatever lies beside the executable", LateLibraries, 150,
+         RemoveWorkFolder},
+    };
 }
 
 }  // namespace zorvalis::acceptance

@@ -170,9 +170,9 @@ void Executables(Findings& findings) {
 
 std::vector<Step> ToolSteps() {
     return {
-        {"7.27", "zorvctl status tells an administrator all and an ordinary user nothing false", StatusByBoth, 200},
-        {"7.28", "PowerShell completes the commands of zorvctl", Completion, 120, RemoveWorkFolder},
-        {"7.29", "The executables have the product's version; signature and scan", Executables, 150},
+        {"7.28", "zorvctl status tells an administrator all and an ordinary user nothing false", StatusByBoth, 200},
+        {"7.29", "PowerShell completes the commands of zorvctl", Completion, 120, RemoveWorkFolder},
+        {"7.30", "The executables have the product's version; signature and scan", Executables, 150},
     };
 }
 
