@@ -38,7 +38,8 @@ std::string NetworkWords(Findings& findings, const std::string& program) {
     const Ended run = RunProgram(Quoted(program) + " status --json", 60);
     std::string words;
     try {
-        for (const Json& link : Json::parse(run.output).at("links")) {
+        const Json status = Json::parse(run.output);
+        for (const Json& link : status.at("links")) {
             const auto name = link.at("link").get<std::string>();
             words +=
                 name == "network" || name == "server" ? name + ": " + link.at("why").get<std::string>() + "; " : "";

@@ -55,10 +55,19 @@ SystemPart::SystemPart(const std::string& file, const std::string& part, const s
     std::vector<std::string> all = {file, part};
     all.insert(all.end(), arguments.begin(), arguments.end());
     const OwnedService manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CREATE_SERVICE));
-    service_.reset(::CreateServiceW(manager.get(), kName, kName, SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS,
-                                    SERVICE_DEMAND_START, SERVICE_ERROR_IGNORE,
-                                    platform::to_wide(PartCommand("system-service", all)).c_str(), nullptr, nullptr,
-                                    nullptr, nullptr, nullptr));
+    const std::wstring command = platform::to_wide(PartCommand("system-service", all));
+    // A service of this name that has just been deleted may still be there for a moment.
+    for (int tries = 0; service_ == nullptr && tries < 50; ++tries) {
+        service_.reset(::CreateServiceW(manager.get(), kName, kName, SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS,
+                                        SERVICE_DEMAND_START, SERVICE_ERROR_IGNORE, command.c_str(), nullptr, nullptr,
+                                        nullptr, nullptr, nullptr));
+        if (const DWORD error = ::GetLastError(); service_ == nullptr && error != ERROR_SERVICE_MARKED_FOR_DELETE &&
+                                                  error != ERROR_SERVICE_EXISTS &&
+                                                  error != ERROR_DUPLICATE_SERVICE_NAME) {
+            break;
+        }
+        ::Sleep(service_ == nullptr ? 100 : 0);
+    }
     if (service_ == nullptr || ::StartServiceW(service_.get(), 0, nullptr) == FALSE) {
         error_ = ::GetLastError();
     }

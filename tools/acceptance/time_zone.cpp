@@ -94,8 +94,9 @@ void RestoreZone() {
     DYNAMIC_TIME_ZONE_INFORMATION zone = {};
     if (bytes.size() == sizeof zone) {
         std::memcpy(&zone, bytes.data(), sizeof zone);
-        acceptance::Set(zone);
-        Forget(kJournal);
+        if (acceptance::Set(zone) == ERROR_SUCCESS) {
+            Forget(kJournal);
+        }
     }
 }
 
