@@ -11,31 +11,15 @@
 #include "kit.h"
 #include "platform/thread_pool.h"
 #include "platform/windows/handles.h"
-#include "platform/windows/wide.h"
 #include "process.h"
+#include "product_service.h"
 #include "running_program.h"
-#include "service/service_install.h"
 #include "steps_machine.h"
 
 namespace zorvalis::acceptance {
 namespace {
 
 using platform::OwnedHandle;
-
-// The running service, or null.
-OwnedHandle ServiceProcess() {
-    using OwnedService = platform::Owned<::CloseServiceHandle, SC_HANDLE>;
-    const OwnedService manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
-    const OwnedService service(::OpenServiceW(manager.get(), kServiceName, SERVICE_QUERY_STATUS));
-    SERVICE_STATUS_PROCESS status = {};
-    DWORD size = 0;
-    if (::QueryServiceStatusEx(service.get(), SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status), sizeof status,
-                               &size) == FALSE ||
-        status.dwProcessId == 0) {
-        return nullptr;
-    }
-    return OwnedHandle(::OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE, status.dwProcessId));
-}
 
 template <class Policy>
 bool Ask(HANDLE process, PROCESS_MITIGATION_POLICY which, Policy& policy) {
@@ -70,12 +54,19 @@ void LookAt(Findings& findings, HANDLE process, const std::string& name) {
                                                                      : "not known: " + ErrorText(::GetLastError())));
 }
 
+// Ends the step where the service cannot run.
+OwnedHandle RunningService(Findings& findings) {
+    StartProduct(findings);
+    OwnedHandle process = ProductProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ);
+    if (process == nullptr) {
+        findings.Fail("the service's process cannot be looked at: " + ErrorText(::GetLastError()));
+    }
+    return process;
+}
+
 void Protection(Findings& findings) {
     LookAt(findings, ::GetCurrentProcess(), "the kit");
-    const OwnedHandle service = ServiceProcess();
-    if (service == nullptr) {
-        findings.Impossible("the service does not run, or may not be looked at: " + ErrorText(::GetLastError()));
-    }
+    const OwnedHandle service = RunningService(findings);
     LookAt(findings, service.get(), "the service");
 }
 
@@ -152,10 +143,7 @@ void Passes(Findings& findings) {
 }
 
 void Growth(Findings& findings) {
-    const OwnedHandle service = ServiceProcess();
-    if (service == nullptr) {
-        findings.Impossible("the service does not run, or may not be looked at: " + ErrorText(::GetLastError()));
-    }
+    const OwnedHandle service = RunningService(findings);
     DWORD handles = 0;
     PROCESS_MEMORY_COUNTERS memory = {};
     ::GetProcessMemoryInfo(service.get(), &memory, sizeof memory);
