@@ -25,7 +25,8 @@ if(WIN32)
     add_compile_definitions($<$<CONFIG:Release>:_FORTIFY_SOURCE=2>)
     # Functions and lines, which cmake/windows_binary.cmake moves into a file of their own; the same in each checkout.
     add_compile_options(-g1 -fdebug-prefix-map=${PROJECT_SOURCE_DIR}=.)
-    add_link_options(-fstack-protector-strong -Wl,--dynamicbase,--high-entropy-va,--nxcompat)  # the first links libssp
+    # The first links libssp; without a time the same sources make the same bytes.
+    add_link_options(-fstack-protector-strong -Wl,--dynamicbase,--high-entropy-va,--nxcompat,--no-insert-timestamp)
 else()
     add_link_options(-Wl,-z,now)
 endif()
