@@ -10,8 +10,8 @@ if(WIN32)
     install(TARGETS zorvsetup RUNTIME DESTINATION . COMPONENT setup EXCLUDE_FROM_ALL)
     install(FILES packaging/windows/install.cmd packaging/windows/remove.cmd
         DESTINATION . COMPONENT setup EXCLUDE_FROM_ALL)
-    install(TARGETS zorv-acceptance zorv_hardware DESTINATION . COMPONENT acceptance EXCLUDE_FROM_ALL)
-    install(FILES tools/hardware/hardware.json tools/acceptance/README.txt
+    install(TARGETS zorv_acceptance zorv_hardware DESTINATION . COMPONENT acceptance EXCLUDE_FROM_ALL)
+    install(FILES tools/hardware/hardware.json packaging/acceptance/README.txt
         DESTINATION . COMPONENT acceptance EXCLUDE_FROM_ALL)
     return()
 endif()
@@ -48,8 +48,6 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Stand-in machine, tools and client librar
 set(CPACK_PACKAGE_FILE_NAME zorvalis-${ZORV_SERVICE_VERSION}-linux-${CMAKE_SYSTEM_PROCESSOR})
 set(CPACK_GENERATOR DEB TGZ)
 set(CPACK_STRIP_FILES ON)
-set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
-    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
 set(CPACK_DEBIAN_PACKAGE_SECTION devel)
