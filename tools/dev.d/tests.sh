@@ -134,7 +134,7 @@ setup_package() { (install_packages osslsigncode openssl unzip); }
 
 test_package() {
     if step setup-package setup_package && step package ./dev package linux-debug; then
-        run_script package-contents package_test build/windows build/linux-debug build/package
+        run_script package-contents package_test build/windows build/linux-debug build/test-package
     else
         failed=$((failed + 1))
     fi
