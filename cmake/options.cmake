@@ -14,8 +14,9 @@ set(ZORV_TEST_SERVER test.zorvcore.example CACHE STRING "Host that is spoken to 
 
 find_program(ZORV_CCACHE ccache)
 if(ZORV_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-    set(CMAKE_C_COMPILER_LAUNCHER ${ZORV_CCACHE})
-    set(CMAKE_CXX_COMPILER_LAUNCHER ${ZORV_CCACHE})
+    # It makes paths relative to this folder, so the same ones get into debug information in each checkout.
+    set(CMAKE_C_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_BASEDIR=${PROJECT_SOURCE_DIR} ${ZORV_CCACHE})
+    set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_C_COMPILER_LAUNCHER})
 endif()
 
 # Overruns of buffers on the stack end the process. _FORTIFY_SOURCE is for Windows only: on Linux it would take the
