@@ -62,7 +62,7 @@ def contents(folder):
 def make_zip(path, *folders):
     """Everything is below one folder with the archive's name."""
     date = time.gmtime(max(int(os.environ["SOURCE_DATE_EPOCH"]), 315532800))[:6]  # an archive's dates begin in 1980
-    with zipfile.ZipFile(path, "x", zipfile.ZIP_DEFLATED, compresslevel=9) as archive:
+    with zipfile.ZipFile(path, "x", zipfile.ZIP_DEFLATED) as archive:
         for name, file in sorted((file.relative_to(folder).as_posix(), file) for folder in folders
                                  for file in contents(folder)):
             entry = zipfile.ZipInfo(f"{path.stem}/{name}", date)
