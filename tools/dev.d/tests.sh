@@ -182,10 +182,10 @@ start_test_server() {
         PATH=$PWD/build/linux-debug/bin:$PATH start_server "$ZORV_TEST_SERVER"
 }
 
-# The acceptance kit takes a machine that never had the product.
+# The acceptance kit as test_package has made it, on a machine that never had the product.
 test_acceptance() {
     if step fresh-wine start_wine; then
-        run_script windows-acceptance acceptance_test build/windows
+        run_script windows-acceptance acceptance_test build/test-package
     else
         failed=$((failed + 1))
     fi
