@@ -1,9 +1,22 @@
-#include "step.h"
+// Group 4: events. Some steps run in the kit's own process, with the product's code.
+#include "steps_event.h"
+
+#include "trace_session.h"
 
 namespace zorvalis::acceptance {
 
 std::vector<Step> EventSteps() {
-    return {};
+    return {
+        {"4.1", "The event log's source names a file with the text of its entries", TextOfMessageFile},
+        {"4.2", "An entry stands in the event log with the text that Event Viewer shows", EntriesOfEventLog},
+        {"4.3", "A trace session that numbers messages gets both kinds, by level and flags", TraceOfNumberedSession, 90,
+         TraceSession::Remove, false},
+        {"4.4", "So does a trace session that does not", TraceOfPlainSession, 90, TraceSession::Remove, false},
+        {"4.5", "A trace session gets the lines of an installed program's pass", TraceOfInstalledProgram, 120,
+         TraceSession::Remove},
+        {"4.6", "A trace session gets the texts of the service's event provider", TextsOfServiceEvents, 60,
+         TraceSession::Remove, false},
+    };
 }
 
 }  // namespace zorvalis::acceptance
