@@ -16,6 +16,12 @@ std::vector<Step> EventSteps() {
          TraceSession::Remove},
         {"4.6", "A trace session gets the texts of the service's event provider", TextsOfServiceEvents, 60,
          TraceSession::Remove, false},
+        {"4.7", "An event of Windows' own WMI reaches the product's receiver, and none after its end", EventOfWindows,
+         90, nullptr, false},
+        {"4.8", "Events of the firmware's class reach it, each with its number, several in one call",
+         EventsOfStandInClass, 150, RestoreWmi, false},
+        {"4.9", "The installed service collects for an event of the firmware's class", EventsAtService, 300,
+         RestoreWmi},
     };
 }
 

@@ -19,5 +19,6 @@ void TextsOfServiceEvents(Findings& findings);
 void EventOfWindows(Findings& findings);
 void EventsOfStandInClass(Findings& findings);
 void EventsAtService(Findings& findings);
+void RestoreWmi();
 
 }  // namespace zorvalis::acceptance
