@@ -17,6 +17,7 @@
 #include "process.h"
 #include "product_service.h"
 #include "saved_value.h"
+#include "status_text.h"
 #include "steps_event.h"
 #include "trace_session.h"
 #include "wmi_stand_in.h"

@@ -6,11 +6,8 @@
 
 #include <wbemprov.h>
 
-#include <cstdio>
-
-#include "kit.h"
-#include "platform/text.h"
 #include "platform/windows/com.h"
+#include "status_text.h"
 
 namespace zorvalis::acceptance {
 namespace {
@@ -127,12 +124,6 @@ VARIANT Number(VARTYPE type, std::int32_t number) {
 }
 
 }  // namespace
-
-std::string StatusText(std::int32_t status) {
-    char number[16] = {};
-    std::snprintf(number, sizeof number, "0x%08lX", static_cast<unsigned long>(status));
-    return std::string(number) + ", " + ErrorText(static_cast<unsigned long>(status));
-}
 
 // Released from the last to the first.
 struct WmiStandIn::State {

@@ -4,15 +4,11 @@
 
 #include <cstdint>
 #include <memory>
-#include <string>
 #include <vector>
 
 #include "step.h"
 
 namespace zorvalis::acceptance {
-
-// An HRESULT for the report.
-std::string StatusText(std::int32_t status);
 
 class WmiStandIn {
 public:
