@@ -18,9 +18,11 @@ std::vector<Step> EventSteps() {
          TraceSession::Remove, false},
         {"4.7", "An event of Windows' own WMI reaches the product's receiver, and none after its end", EventOfWindows,
          90, nullptr, false},
-        {"4.8", "Events of the firmware's class reach it, each with its number, several in one call",
-         EventsOfStandInClass, 150, RestoreWmi, false},
-        {"4.9", "The installed service collects for an event of the firmware's class", EventsAtService, 300,
+        {"4.8", "Without the firmware's class the receiver hears that there is none", SetUpWithoutClass, 60, nullptr,
+         false},
+        {"4.9", "Events of the firmware's class reach it, each with its number, several in one call",
+         EventsOfStandInClass, 150, RestoreWmi},
+        {"4.10", "The installed service collects for an event of the firmware's class", EventsAtService, 300,
          RestoreWmi},
     };
 }

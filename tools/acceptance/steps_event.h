@@ -17,6 +17,7 @@ void TextsOfServiceEvents(Findings& findings);
 
 // steps_event_wmi.cpp
 void EventOfWindows(Findings& findings);
+void SetUpWithoutClass(Findings& findings);
 void EventsOfStandInClass(Findings& findings);
 void EventsAtService(Findings& findings);
 void RestoreWmi();

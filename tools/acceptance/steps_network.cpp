@@ -120,6 +120,8 @@ std::vector<Step> NetworkSteps() {
          RestoreTls, false},
         {"6.14", "The machine counts as connected while it has a network", OnlineState, 60, nullptr, false},
         {"6.15", "The server's name is read from the registry for each request", ServersName, 60, RestoreServersName},
+        {"6.16", "The installed zorvctl meets a trusted server, and gives an untrusted one nothing",
+         QueryOfInstalledProgram, 120, RestoreTls},
     };
 }
 

@@ -63,6 +63,7 @@ void WronglyNamedServer(Findings& findings);
 void ExpiredServer(Findings& findings);
 void RevokedServer(Findings& findings);
 void AnswersOverTls(Findings& findings);
+void QueryOfInstalledProgram(Findings& findings);
 void RestoreTls();
 
 // steps_network_proxy.cpp

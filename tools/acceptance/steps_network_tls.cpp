@@ -1,6 +1,7 @@
 // Group 6: TLS, on port 443 of this machine.
 #include "certificates.h"
 #include "kit.h"
+#include "process.h"
 #include "status_text.h"
 #include "steps_network.h"
 #include "trace_session.h"
@@ -151,6 +152,29 @@ void AnswersOverTls(Findings& findings) {
     findings.ExpectText(led.result, kTransportError, "a redirection out of TLS is a failure");
     findings.Saw("status " + std::to_string(led.report.status) + ", error " + std::to_string(led.report.error));
     findings.ExpectNumber(static_cast<long long>(plain.heard().size()), 0, "requests that came without TLS");
+    SawHandshakes(findings, server);
+}
+
+void QueryOfInstalledProgram(Findings& findings) {
+    const DefaultProxy none(findings, "");
+    Authority authority;
+    const OwnedCertificate certificate = authority.Issue(kHost, -2, 2);
+    NeedTls(findings, certificate.get());
+    const LoopbackServer server(
+        kPort, [](Connection& client, const Request&) { client.Write(HttpAnswer(200, R"({"status": "NONE"})")); },
+        certificate.get());
+    NeedListening(findings, server);
+    const auto test = [&findings] {
+        const Ended ended = RunProgram(Quoted(ProgramFolder() + "\\zorvctl.exe") + " server test localhost", 90);
+        findings.Expect(ended.started && ended.in_time, "zorvctl server test runs");
+        findings.Saw(ended.output);
+        return ended.code;
+    };
+    findings.ExpectNumber(test(), 1, "its exit code for an unknown authority");
+    findings.ExpectNumber(static_cast<long long>(server.bytes()), 0, "bytes of the request at that server");
+    authority.Trust();
+    findings.ExpectNumber(test(), 0, "its exit code for the same server when the authority is trusted");
+    findings.ExpectText(FirstLines(server), "POST /api/FS/query HTTP/1.1", "what the server was asked");
     SawHandshakes(findings, server);
 }
 

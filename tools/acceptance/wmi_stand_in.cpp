@@ -125,6 +125,19 @@ VARIANT Number(VARTYPE type, std::int32_t number) {
 
 }  // namespace
 
+void NeedNoClass(Findings& findings) {
+    platform::Apartment apartment;
+    ComPointer<IWbemServices> services;
+    HRESULT status = apartment.enter();
+    if (FAILED(status) || FAILED(status = Connect(services.put()))) {
+        findings.Fail(Failure("connecting to ROOT\\WMI", status));
+    }
+    if (OwnerOfClass(services.get()) == Owner::maker) {
+        findings.Impossible("this machine has the firmware's own class");
+    }
+    RemoveDefinitions(services.get());
+}
+
 // Released from the last to the first.
 struct WmiStandIn::State {
     platform::Apartment apartment;
@@ -156,11 +169,8 @@ WmiStandIn::WmiStandIn(Findings& findings) : state_(new State) {
     // What WMI's page about such providers asks for. RPC_E_TOO_LATE when something was called before.
     ::CoInitializeSecurity(nullptr, -1, nullptr, nullptr, RPC_C_AUTHN_LEVEL_DEFAULT, RPC_C_IMP_LEVEL_IMPERSONATE,
                            nullptr, EOAC_DYNAMIC_CLOAKING, nullptr);
+    NeedNoClass(findings);
     need("connecting to ROOT\\WMI", Connect(services.put()));
-    if (OwnerOfClass(services.get()) == Owner::maker) {
-        findings.Impossible("this machine has the firmware's own class");
-    }
-    RemoveDefinitions(services.get());
     defined = true;
     Define(findings);
     need("making a provider", ::CoCreateInstance(__uuidof(WbemDecoupledBasicEventProvider), nullptr,

@@ -10,9 +10,12 @@
 
 namespace zorvalis::acceptance {
 
+// Says Impossible where this machine has the maker's own class; takes away one that the kit has left.
+void NeedNoClass(Findings& findings);
+
 class WmiStandIn {
 public:
-    // Says Impossible where this machine has the maker's own class, or a WMI that takes no classes.
+    // Says Impossible where this machine has the maker's own class, or its WMI takes none.
     explicit WmiStandIn(Findings& findings);
     ~WmiStandIn();
     WmiStandIn(const WmiStandIn&) = delete;
