@@ -47,6 +47,14 @@ SOCKET ConnectedTo(std::uint16_t port) {
 
 }  // namespace
 
+std::string Request::one_line() const {
+    std::string text = head;
+    for (std::size_t end = text.find("\r\n"); end != std::string::npos; end = text.find("\r\n")) {
+        text.replace(end, 2, " | ");
+    }
+    return text + ", and " + std::to_string(body.size()) + " bytes";
+}
+
 LoopbackServer::LoopbackServer(std::uint16_t port, Answer answer, PCCERT_CONTEXT certificate)
     : answer_(std::move(answer)), certificate_(certificate), port_(port) {
     StartSockets();

@@ -18,6 +18,7 @@ struct Request {
     std::string head;  // all lines before the empty one
     std::string body;
 
+    std::string one_line() const;  // for the report
     std::string first_line() const { return head.substr(0, head.find('\r')); }
     // Whether a line begins so; with its line's end, whether it is that line.
     bool has(const std::string& begin) const { return (head + "\r\n").find("\r\n" + begin) != std::string::npos; }

@@ -239,7 +239,7 @@ void EventsAtService(Findings& findings) {
         std::string text;
     } cases[] = {{154, " [WmiEventManager] WMI 1 ( DGPU )"}, {155, " [WmiEventManager] WMI 2 ( connector )"}};
     unsigned long error = 0;
-    std::string problem;
+    std::int32_t raised = 0;
     TraceSession session;
     session.Start(true);
     session.Enable(kTraceProvider, 4, 1);
@@ -252,13 +252,14 @@ void EventsAtService(Findings& findings) {
             const auto now = std::chrono::steady_clock::now();
             if (now - last > std::chrono::seconds(5)) {  // what comes between two subscriptions is lost
                 last = now;
-                stand_in.Raise({one.number});
+                raised = stand_in.Raise({one.number});
             }
             return EntriesWith(one.text, error).size() > before;
         });
         findings.Expect(collected, "the service collects for event " + std::to_string(one.number));
         limit = 30;
     }
+    findings.Saw("raising the last event: " + StatusText(raised) + "; asking the event log: " + ErrorText(error));
     Until(5, [] { return ReadRegDword(kLocalMachine, kProductKey, kPendingEvent) == L"0"; });
     findings.ExpectText(platform::to_utf8(ReadRegDword(kLocalMachine, kProductKey, kPendingEvent)), "0",
                         "the number is settled");

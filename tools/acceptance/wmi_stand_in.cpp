@@ -31,7 +31,7 @@ class ZorvQelWmiEvent : ZorvAcceptanceEvent
     string Word;
     uint32 Nothing;
 };
-instance of __Win32Provider as $Provider
+instance of __Win32Provider
 {
     Name = "zorv-acceptance";
     ClsId = "{54D8502C-527D-43f7-A506-A9DA075E229C}";
@@ -39,7 +39,7 @@ instance of __Win32Provider as $Provider
 };
 instance of __EventProviderRegistration
 {
-    Provider = $Provider;
+    Provider = "__Win32Provider.Name=\"zorv-acceptance\"";
     EventQueryList = {"SELECT * FROM ZorvQelWmiEvent"};
 };
 )";
