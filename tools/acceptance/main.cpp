@@ -10,9 +10,11 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 
 #include "children.h"
 #include "kit.h"
+#include "part.h"
 #include "platform/entry.h"
 #include "platform/text.h"
 #include "platform/windows/wide.h"
@@ -53,7 +55,7 @@ int RunOne(const std::string& number, const std::string& file) {
         std::printf("There is no step %s; --list shows all.\n", number.c_str());
         return 2;
     }
-    const Findings findings = FindingsOf(step->run);
+    const Findings findings = FindingsOf(step->run, !file.empty());
     if (file.empty()) {
         Result result = {step->number, step->what, findings.verdict(), findings.lines(), 0};
         std::fputs(ReportText({result}).c_str(), stdout);
@@ -92,8 +94,9 @@ Result RunInProcess(const Step& step, const std::string& folder) {
         result.lines = {!ended.started   ? "FAILED: its process cannot be started: " + ErrorText(ended.code)
                         : !ended.in_time ? "FAILED: it did not end within " + std::to_string(step.limit) + " s"
                                          : "FAILED: its process ended early, with " + std::to_string(ended.code)};
-        if (!ended.output.empty()) {
-            result.lines.push_back(ended.output);
+        std::istringstream saw(ended.output);
+        for (std::string line; std::getline(saw, line);) {
+            result.lines.push_back(line);
         }
         Restore(step, "undoing what it left: ");
     }
@@ -233,5 +236,6 @@ int program_main(int argc, const wchar_t* const* argv) {
     for (int i = 1; i < argc; ++i) {
         arguments.push_back(platform::to_utf8(argv[i]));
     }
-    return zorvalis::acceptance::Run(std::move(arguments));
+    int code = 0;
+    return zorvalis::acceptance::RunPart(arguments, code) ? code : zorvalis::acceptance::Run(std::move(arguments));
 }

@@ -9,6 +9,7 @@
 #include "process.h"
 #include "product_service.h"
 #include "service/power_settings.h"
+#include "state_reports.h"
 #include "steps_service.h"
 
 namespace zorvalis::acceptance {
@@ -124,9 +125,10 @@ void RemoveOwnService() {
 void EndsAHungMain(Findings& findings) {
     EnableRight(L"SeDebugPrivilege");
     OwnServiceRun run(findings, "hang");
-    findings.Expect(run.Stop(), "a stop is answered");
     const ULONGLONG start = ::GetTickCount64();
-    findings.Expect(WaitForState(run.service.get(), SERVICE_STOPPED, 10), "the service manager hears of STOPPED");
+    findings.ExpectText(
+        StatesAfter(findings, kOwnService, SERVICE_STOPPED, [&] { findings.Expect(run.Stop(), "a stop is answered"); }),
+        "STOPPED", "what the service manager tells of it");
     findings.Expect(::WaitForSingleObject(run.process.get(), 60000) == WAIT_OBJECT_0,
                     "the process ends, although its ServiceMain does not");
     DWORD code = STILL_ACTIVE;

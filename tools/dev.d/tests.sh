@@ -171,6 +171,15 @@ start_test_server() {
         PATH=$PWD/build/linux-debug/bin:$PATH start_server "$ZORV_TEST_SERVER"
 }
 
+# The acceptance kit takes a machine that never had the product.
+test_acceptance() {
+    if step fresh-wine start_wine; then
+        run_script windows-acceptance acceptance_test build/windows
+    else
+        failed=$((failed + 1))
+    fi
+}
+
 test_windows() {
     wine_environment
     at_exit stop_wine
@@ -179,6 +188,7 @@ test_windows() {
         run_script windows-headers windows_headers_test build/windows
         run_script windows-ndr64 ndr64_facts_test build/windows/generated/rpc
         run_script windows-sdk sdk_package_test build/windows
+        test_acceptance
     else
         say "windows: cannot be run here, for the reason above"
         failed=$((failed + 1))
