@@ -261,16 +261,16 @@ void IsDeleted(Findings& findings) {
 
 std::vector<Step> TaskSteps() {
     return {
-        {"3.1", "two minutes after its start the service has made its task", IsMadeByTheService, 250},
-        {"3.2", "an ordinary user hears that the task takes an administrator", IsHiddenFromUsers, 150},
-        {"3.3", "the task shows each field in Task Scheduler, and can be made over itself",
+        {"3.1", "Two minutes after its start the service has made its task", IsMadeByTheService, 250},
+        {"3.2", "An ordinary user hears that the task takes an administrator", IsHiddenFromUsers, 150},
+        {"3.3", "The task shows each field in Task Scheduler, and can be made over itself",
          IsMadeByTheProductsFunction},
-        {"3.4", "a disabled task stays registered, and is enabled when it is made again", IsDisabledAndMadeAgain},
-        {"3.5", "the task runs a pass when Task Scheduler is asked to", RunsAPassWhenAsked, 150},
-        {"3.6", "a task runs a pass when its time has come", RunsAPassByItsTrigger, 150, TakeOwnTask},
-        {"3.7", "the task's start stays a local time when the time zone changes", KeepsLocalTimeInAnotherZone, 60,
+        {"3.4", "A disabled task stays registered, and is enabled when it is made again", IsDisabledAndMadeAgain},
+        {"3.5", "The task runs a pass when Task Scheduler is asked to", RunsAPassWhenAsked, 150},
+        {"3.6", "A task runs a pass when its time has come", RunsAPassByItsTrigger, 150, TakeOwnTask},
+        {"3.7", "The task's start stays a local time when the time zone changes", KeepsLocalTimeInAnotherZone, 60,
          RestoreZone},
-        {"3.8", "a deleted task is gone", IsDeleted, 150},
+        {"3.8", "A deleted task is gone", IsDeleted, 150},
     };
 }
 
