@@ -11,6 +11,7 @@
 #include <iterator>
 
 #include "kit.h"
+#include "part.h"
 #include "platform/entry.h"
 #include "platform/text.h"
 #include "platform/windows/wide.h"
@@ -189,5 +190,6 @@ int program_main(int argc, const wchar_t* const* argv) {
     for (int i = 1; i < argc; ++i) {
         arguments.push_back(platform::to_utf8(argv[i]));
     }
-    return zorvalis::acceptance::Run(std::move(arguments));
+    int code = 0;
+    return zorvalis::acceptance::RunPart(arguments, code) ? code : zorvalis::acceptance::Run(std::move(arguments));
 }
