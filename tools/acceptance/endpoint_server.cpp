@@ -28,6 +28,7 @@ namespace {
 constexpr wchar_t kPackage[] = L"Zorv.Zorvinfo_k7rt2xw94hmpa";
 constexpr auto kMeeting = std::chrono::seconds(5);
 constexpr DWORD kHold = 30000;
+constexpr char kHeld[] = "-held";  // behind a gate's name
 constexpr int kLife = 300;  // seconds
 
 struct Seen {
@@ -108,14 +109,10 @@ std::string Meet(int wanted) {
 
 std::string Hold(const std::string& name) {
     const platform::OwnedHandle gate(::OpenEventW(SYNCHRONIZE, FALSE, platform::to_wide(name).c_str()));
-    {
-        const std::lock_guard lock(Own().mutex);
-        Own().most = std::max(Own().most, ++Own().meeting);
-    }
-    const DWORD waited = ::WaitForSingleObject(gate.get(), kHold);
-    const std::lock_guard lock(Own().mutex);
-    --Own().meeting;
-    return waited == WAIT_OBJECT_0 ? "late" : "nobody opened";
+    const platform::OwnedHandle held(
+        ::OpenSemaphoreW(SEMAPHORE_MODIFY_STATE, FALSE, platform::to_wide(name + kHeld).c_str()));
+    ::ReleaseSemaphore(held.get(), 1, nullptr);
+    return ::WaitForSingleObject(gate.get(), kHold) == WAIT_OBJECT_0 ? "late" : "nobody opened";
 }
 
 // Whether the middle of the room for the answer takes memory although nobody has written there, and is zero.
@@ -273,7 +270,10 @@ bool EchoServer::Until(const char* member, int wanted) {
     return true;
 }
 
-Gate::Gate() : name_(NewName("gate")), event_(::CreateEventW(nullptr, TRUE, FALSE, platform::to_wide(name_).c_str())) {}
+Gate::Gate()
+    : name_(NewName("gate")),
+      event_(::CreateEventW(nullptr, TRUE, FALSE, platform::to_wide(name_).c_str())),
+      held_(::CreateSemaphoreW(nullptr, 0, MAXLONG, platform::to_wide(name_ + kHeld).c_str())) {}
 
 void ImpossibleUnderWine(Findings& findings, bool refused, const std::string& why) {
     if (refused && IsWine()) {

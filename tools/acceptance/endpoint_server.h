@@ -44,7 +44,7 @@ private:
     ClientContext control_ = nullptr;
 };
 
-// An event by name, which lets the server's "hold NAME" go on.
+// What calls of "hold NAME" wait for in the server.
 class Gate {
 public:
     Gate();
@@ -52,9 +52,13 @@ public:
     void Open() { ::SetEvent(event_.get()); }
     std::string Words() const { return "hold " + name_; }
 
+    // Whether one more call comes to wait within this time.
+    bool HoldsOneMore(DWORD milliseconds) { return ::WaitForSingleObject(held_.get(), milliseconds) == WAIT_OBJECT_0; }
+
 private:
     const std::string name_;
     platform::OwnedHandle event_;
+    platform::OwnedHandle held_;
 };
 
 // Ends the step where this Windows is Wine and its runtime refuses what Windows does; elsewhere that is a failure, which
