@@ -5,7 +5,7 @@
 #include <string>
 
 #include "base/json.h"
-#include "child.h"
+#include "part_process.h"
 #include "endpoint_client.h"
 #include "step.h"
 
@@ -34,13 +34,13 @@ public:
     // Until a number of the state is what is wanted, twenty seconds at most.
     bool Until(const char* member, int wanted);
 
-    Child& Process() { return child_; }
+    PartProcess& Process() { return child_; }
 
 private:
     void Forget();
 
     const std::string endpoint_;
-    Child child_;
+    PartProcess child_;
     ClientContext control_ = nullptr;
 };
 

@@ -78,7 +78,7 @@ void TwoCloses(Findings& findings) {
     server.Ask("slow");
     constexpr int kTimes = 10;
     for (int i = 1; i <= kTimes; ++i) {
-        Child child(findings, kCloseTwice.name, {server.Endpoint()});
+        PartProcess child(findings, kCloseTwice.name, {server.Endpoint()});
         DWORD code = 0;
         if (!child.WaitForEnd(20, code)) {
             findings.Fail("the client's two closes do not return");
@@ -103,7 +103,7 @@ const Part kHoldContext("rpc-hold-context", HoldContext);
 
 void KilledClient(Findings& findings) {
     EchoServer server(findings);
-    Child child(findings, kHoldContext.name, {server.Endpoint()});
+    PartProcess child(findings, kHoldContext.name, {server.Endpoint()});
     findings.ExpectNumber(server.State().at("closed").get<int>(), 0, "the client's context is open");
     child.Kill();
     findings.Expect(server.Until("closed", 1), "the context of a client that was killed is closed");

@@ -11,16 +11,16 @@
 
 namespace zorvalis::acceptance {
 
-class Child {
+class PartProcess {
 public:
     // Starts the part with the words behind those that TellReady takes, and waits until it is ready. A part that is not
     // ready within half a minute ends the step.
-    Child(Findings& findings, const std::string& part, const std::vector<std::string>& arguments);
+    PartProcess(Findings& findings, const std::string& part, const std::vector<std::string>& arguments);
 
     // Ends the process, whatever it does.
-    ~Child();
-    Child(const Child&) = delete;
-    Child& operator=(const Child&) = delete;
+    ~PartProcess();
+    PartProcess(const PartProcess&) = delete;
+    PartProcess& operator=(const PartProcess&) = delete;
 
     // As the task manager ends it, without a word to anybody. It has ended when this returns.
     void Kill();

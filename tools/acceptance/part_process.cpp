@@ -1,4 +1,4 @@
-#include "child.h"
+#include "part_process.h"
 
 #include <atomic>
 
@@ -14,7 +14,7 @@ constexpr DWORD kEndLimit = 10000;
 
 }  // namespace
 
-Child::Child(Findings& findings, const std::string& part, const std::vector<std::string>& arguments) {
+PartProcess::PartProcess(Findings& findings, const std::string& part, const std::vector<std::string>& arguments) {
     static std::atomic<int> count = 0;
     const std::string name = "zorv-acceptance-" + std::to_string(::GetCurrentProcessId()) + "-" + std::to_string(++count);
     const platform::OwnedHandle ready(::CreateEventW(nullptr, TRUE, FALSE, platform::to_wide(name).c_str()));
@@ -39,16 +39,16 @@ Child::Child(Findings& findings, const std::string& part, const std::vector<std:
     }
 }
 
-Child::~Child() {
+PartProcess::~PartProcess() {
     Kill();
 }
 
-void Child::Kill() {
+void PartProcess::Kill() {
     ::TerminateProcess(process_.get(), ERROR_PROCESS_ABORTED);
     ::WaitForSingleObject(process_.get(), kEndLimit);
 }
 
-bool Child::WaitForEnd(int seconds, DWORD& code) {
+bool PartProcess::WaitForEnd(int seconds, DWORD& code) {
     return ::WaitForSingleObject(process_.get(), static_cast<DWORD>(seconds) * 1000) == WAIT_OBJECT_0 &&
            ::GetExitCodeProcess(process_.get(), &code) != FALSE;
 }
