@@ -10,7 +10,8 @@ import zlib
 
 from support import cases
 
-BUILD, NAMES = pathlib.Path(sys.argv[1]), sys.argv[2:] or ["ZorvalisWinService.exe", "zorvctl.exe", "zorvalis_client.dll"]
+BUILD, NAMES = pathlib.Path(sys.argv[1]), sys.argv[2:] or ["ZorvalisWinService.exe", "zorvctl.exe", "zorvsetup.exe",
+                                              "zorvalis_client.dll"]
 # Windows takes these from System32 whatever lies beside the application: its list KnownDLLs has them.
 KNOWN = {"advapi32.dll", "kernel32.dll", "msvcrt.dll", "ole32.dll", "oleaut32.dll", "rpcrt4.dll", "user32.dll"}
 # Protected: random addresses of 64 bits (0x20), random addresses (0x40), no execution of data (0x100).

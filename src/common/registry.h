@@ -19,6 +19,7 @@ inline constexpr wchar_t ERROR_READREG[] = L"ERROR_READREG";
 // Keys under HKEY_LOCAL_MACHINE.
 inline constexpr wchar_t kProductKey[] = L"SOFTWARE\\Zorv\\Zorvcore\\Zorvalis";
 inline constexpr wchar_t kConfigKey[] = L"SOFTWARE\\Zorv\\Config";
+inline constexpr const wchar_t* kOwnConfigValues[] = {L"RandomUUID", L"SN", L"NvramFail"};  // the service's own there
 inline constexpr wchar_t kFactoryConfigKey[] = L"SOFTWARE\\Zorv\\FactoryConfig";
 inline constexpr wchar_t kSetupStateKey[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Setup\\State";
 

@@ -4,12 +4,14 @@
 #include <windows.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 
+#include "children.h"
 #include "kit.h"
 #include "part.h"
 #include "platform/entry.h"
@@ -61,6 +63,17 @@ int RunOne(const std::string& number, const std::string& file) {
     return WriteAll(file, ToJson(findings)) ? 0 : 2;
 }
 
+// In this process, so it must neither hang nor throw: what it does throw is told.
+void Restore(const Step& step, const char* words) {
+    try {
+        if (step.restore != nullptr) {
+            step.restore();
+        }
+    } catch (const std::exception& exception) {
+        std::printf("%s: %s%s\n", step.number, words, exception.what());
+    }
+}
+
 Result RunInProcess(const Step& step, const std::string& folder) {
     Result result = {step.number, step.what, Verdict::failed, {}, 0};
     if (step.needs_installed && !IsRegistered()) {
@@ -70,6 +83,8 @@ Result RunInProcess(const Step& step, const std::string& folder) {
     }
     const auto start = std::chrono::steady_clock::now();
     const std::string file = folder + "\\step-" + step.number + ".json";
+    std::error_code ignored;
+    std::filesystem::remove(PathOf(file), ignored);  // of a kit that was ended
     const Ended ended = RunProgram(
         Quoted(KitFolder() + "\\zorv-acceptance.exe") + " --step " + step.number + " --result " + Quoted(file),
         step.limit);
@@ -81,11 +96,8 @@ Result RunInProcess(const Step& step, const std::string& folder) {
         if (!ended.output.empty()) {
             result.lines.push_back(ended.output);
         }
-        if (step.restore != nullptr) {
-            step.restore();
-        }
+        Restore(step, "undoing what it left: ");
     }
-    std::error_code ignored;
     std::filesystem::remove(PathOf(file), ignored);
     result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return result;
@@ -99,7 +111,23 @@ bool IsChosen(const Step& step, const std::vector<std::string>& chosen) {
             return true;
         }
     }
-    return chosen.empty();
+    return chosen.empty() && !step.by_hand;
+}
+
+// A run that was broken off, or of some groups alone, leaves the product installed.
+void TellOfProduct() {
+    if (!Kept(kOwnInstallation).empty()) {
+        std::puts(
+            "The kit's Zorvalis is still on this machine; `zorv-acceptance --only 8` removes it with its records.");
+    }
+}
+
+int RestoreAll() {
+    for (const Step& step : AllSteps()) {
+        Restore(step, "cannot be undone: ");
+    }
+    TellOfProduct();
+    return 0;
 }
 
 int RunAll(const std::vector<std::string>& chosen, const std::string& folder) {
@@ -108,11 +136,17 @@ int RunAll(const std::vector<std::string>& chosen, const std::string& folder) {
         return 2;
     }
     if (chosen.empty() && IsRegistered()) {
-        std::puts("Zorvalis is installed on this machine. Take one without it: the kit would remove its records.");
+        std::puts(Kept(kOwnInstallation).empty()
+                      ? "Zorvalis is installed on this machine. Take one without it: the kit would remove its records."
+                      : "A run of the kit was broken off. Start `zorv-acceptance --restore`, then `--only 8`.");
         return 2;
     }
     std::error_code error;
     std::filesystem::create_directories(PathOf(folder), error);
+    if (!WriteAll(folder + "\\report.txt", "The run has not ended.\n")) {
+        std::printf("%s cannot be written to; name another folder by --report.\n", folder.c_str());
+        return 2;
+    }
     std::vector<Result> results;
     for (const Step& step : AllSteps()) {
         if (!IsChosen(step, chosen)) {
@@ -124,6 +158,7 @@ int RunAll(const std::vector<std::string>& chosen, const std::string& folder) {
         std::printf("%s\n", VerdictText(results.back().verdict).c_str());
         std::fflush(stdout);
     }
+    TellOfProduct();
     const bool written = WriteAll(folder + "\\report.txt", ReportText(results)) &&
                          WriteAll(folder + "\\report.json", ReportJson(results));
     std::printf("%s %s\\report.txt and report.json\n", written ? "Written:" : "CANNOT BE WRITTEN:", folder.c_str());
@@ -135,7 +170,20 @@ int RunAll(const std::vector<std::string>& chosen, const std::string& folder) {
     return results.empty() ? 2 : 0;
 }
 
+// The third process: what a step needs another one for.
+int RunChild(const std::vector<std::string>& arguments) {
+    for (const Child& child : AllChildren()) {
+        if (arguments.size() > 1 && arguments[1] == child.name) {
+            return child.run({arguments.begin() + 2, arguments.end()});
+        }
+    }
+    return 2;
+}
+
 int Run(std::vector<std::string> arguments) {
+    if (!arguments.empty() && arguments[0] == "--child") {
+        return RunChild(arguments);
+    }
     CLI::App app("Tries Zorvalis on this Windows, changes nothing for good, and writes a report.", "zorv-acceptance");
     std::vector<std::string> chosen;
     std::string step;
@@ -145,8 +193,9 @@ int Run(std::vector<std::string> arguments) {
     bool restore = false;
     app.add_option("--only", chosen, "These steps (5.3) or groups (5) alone; the product stays as it is between them");
     app.add_option("--report", folder, "The folder for report.txt and report.json")->capture_default_str();
-    app.add_flag("--list", list, "Names all steps");
-    app.add_flag("--restore", restore, "Undoes what a kit that was ended may have left, but the product");
+    app.add_flag("--list", list, "Names all steps; those of group 9 run only when they are chosen");
+    app.add_flag("--restore", restore,
+                 "Undoes what a kit that was ended may have left, and says how to remove the product");
     app.add_option("--step", step, "Runs one step in this process");
     app.add_option("--result", result, "Where --step leaves what it found")->needs("--step");
     std::reverse(arguments.begin(), arguments.end());
@@ -172,12 +221,7 @@ int Run(std::vector<std::string> arguments) {
         return 0;
     }
     if (restore) {
-        for (const Step& each : AllSteps()) {
-            if (each.restore != nullptr) {
-                each.restore();
-            }
-        }
-        return 0;
+        return RestoreAll();
     }
     return step.empty() ? RunAll(chosen, folder) : RunOne(step, result);
 }

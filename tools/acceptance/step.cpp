@@ -63,7 +63,7 @@ const std::vector<Step>& AllSteps() {
     static const std::vector<Step> steps = [] {
         std::vector<Step> all;
         for (auto* group : {PackageSteps, ServiceSteps, TaskSteps, EventSteps, EndpointSteps, NetworkSteps,
-                            MachineSteps, RemovalSteps}) {
+                            MachineSteps, RemovalSteps, ByHandSteps}) {
             const std::vector<Step> its = group();
             all.insert(all.end(), its.begin(), its.end());
         }

@@ -43,7 +43,8 @@ struct Step {
     void (*run)(Findings&);
     int limit = 60;               // seconds
     void (*restore)() = nullptr;  // undoes what a step that was ended may have left; may run when nothing is left
-    bool needs_installed = true;  // not tried where the product is not installed by the kit
+    bool needs_installed = true;  // not tried where the service is not registered
+    bool by_hand = false;         // needs somebody at the machine: it runs only when it is chosen
 };
 
 // Runs a step to its end in this process. A step that throws has failed, and so has one that checked nothing.
@@ -61,5 +62,6 @@ std::vector<Step> EndpointSteps();  // 5: RPC
 std::vector<Step> NetworkSteps();   // 6: TLS and proxy
 std::vector<Step> MachineSteps();   // 7: files, registry, time, access
 std::vector<Step> RemovalSteps();   // 8: removal and purge
+std::vector<Step> ByHandSteps();    // 9: what somebody does at the machine
 
 }  // namespace zorvalis::acceptance

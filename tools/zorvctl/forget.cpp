@@ -35,9 +35,6 @@ constexpr std::size_t kDeepest = 32;  // folders within folders; the product mak
 // Kept by the deletion: the user's answer, without which collecting would begin anew, and the administrator's server.
 constexpr const wchar_t* kStay[] = {L"MainSwitch", L"BGSERVER_URL"};
 
-// The values that the service writes to a key that is not its own.
-constexpr const wchar_t* kOfConfig[] = {L"RandomUUID", L"SN", L"NvramFail"};
-
 struct FoundFile {
     std::string path;  // as the core writes it
     bool folder, link;
@@ -111,7 +108,7 @@ Found Find() {
     FindValues(
         kProductKey, [](const std::wstring& name) { return !IsAmong(name, kStay); }, found.values);
     FindValues(
-        kConfigKey, [](const std::wstring& name) { return IsAmong(name, kOfConfig); }, found.values);
+        kConfigKey, [](const std::wstring& name) { return IsAmong(name, kOwnConfigValues); }, found.values);
     found.device = FindDevice();
     return found;
 }

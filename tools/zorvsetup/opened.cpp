@@ -1,0 +1,74 @@
+#include "opened.h"
+
+#include "platform/windows/busy_file.h"
+#include "report.h"
+
+namespace zorvalis {
+
+using platform::OwnedHandle;
+
+OwnedHandle OpenItself(const std::wstring& path, DWORD access, DWORD sharing) {
+    OwnedHandle opened;
+    platform::done_in_time(path, [&] {
+        const HANDLE file = ::CreateFileW(path.c_str(), access, sharing, nullptr, OPEN_EXISTING,
+                                          FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+        opened.reset(file != INVALID_HANDLE_VALUE ? file : nullptr);
+        return opened != nullptr;
+    });
+    return opened;
+}
+
+OwnedHandle OpenIfThere(const std::wstring& path, DWORD access, DWORD sharing) {
+    OwnedHandle opened = OpenItself(path, access, sharing);
+    if (opened == nullptr && ::GetLastError() != ERROR_FILE_NOT_FOUND && ::GetLastError() != ERROR_PATH_NOT_FOUND) {
+        Fail(path, "cannot be opened");
+    }
+    return opened;
+}
+
+BY_HANDLE_FILE_INFORMATION InformationOf(HANDLE opened, const std::wstring& path) {
+    BY_HANDLE_FILE_INFORMATION information{};
+    if (!::GetFileInformationByHandle(opened, &information)) {
+        Fail(path, "does not tell what it is");
+    }
+    return information;
+}
+
+std::vector<std::wstring> EntriesOf(HANDLE folder, const std::wstring& path) {
+    std::vector<std::wstring> paths;
+    std::vector<std::uint64_t> block(8192);
+    auto kind = FileIdBothDirectoryRestartInfo;
+    while (::GetFileInformationByHandleEx(folder, kind, block.data(),
+                                          static_cast<DWORD>(block.size() * sizeof block[0]))) {
+        kind = FileIdBothDirectoryInfo;
+        const auto* bytes = reinterpret_cast<const BYTE*>(block.data());
+        for (DWORD step = 1; step != 0; bytes += step) {
+            const auto& entry = *reinterpret_cast<const FILE_ID_BOTH_DIR_INFO*>(bytes);
+            const std::wstring name(entry.FileName, entry.FileNameLength / sizeof(wchar_t));
+            if (name != L"." && name != L"..") {
+                paths.push_back(path + L"\\" + name);
+            }
+            step = entry.NextEntryOffset;
+        }
+    }
+    if (::GetLastError() != ERROR_NO_MORE_FILES) {
+        Fail(path, "cannot be listed");
+    }
+    return paths;
+}
+
+void TakeBackupRights() {
+    HANDLE token = nullptr;
+    if (!::OpenProcessToken(::GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES, &token)) {
+        return;
+    }
+    const OwnedHandle owned(token);
+    for (const wchar_t* name : {SE_BACKUP_NAME, SE_RESTORE_NAME, SE_TAKE_OWNERSHIP_NAME}) {
+        TOKEN_PRIVILEGES rights = {1, {{{}, SE_PRIVILEGE_ENABLED}}};
+        if (::LookupPrivilegeValueW(nullptr, name, &rights.Privileges[0].Luid)) {
+            ::AdjustTokenPrivileges(token, FALSE, &rights, 0, nullptr, nullptr);
+        }
+    }
+}
+
+}  // namespace zorvalis

@@ -1,0 +1,180 @@
+#include "setup.h"
+
+#include <windows.h>
+
+#include <set>
+
+#include "common/registry.h"
+#include "event_source.h"
+#include "folders.h"
+#include "notes.h"
+#include "passes.h"
+#include "platform/files.h"
+#include "platform/text.h"
+#include "platform/windows/wide.h"
+#include "purge.h"
+#include "report.h"
+#include "search_path.h"
+#include "service_entry.h"
+
+namespace zorvalis {
+namespace {
+
+using std::chrono::seconds;
+
+constexpr seconds kStart(60), kPass(60);
+constexpr char kRan[] = "ran", kService[] = "service", kSource[] = "source", kAdded[] = "addedToPath",
+               kRemoved[] = "removedFromPath";
+
+std::wstring FolderOf(const std::wstring& path) {
+    return path.substr(0, path.rfind(L'\\'));
+}
+
+// Of an empty text Windows would make the current folder.
+std::wstring FullFolder(const std::wstring& given) {
+    // A backslash before the closing quote of a command line is taken for a quote within the text.
+    const std::wstring plain = given.substr(0, given.find(L'"'));
+    wchar_t full[32768] = L"";
+    const DWORD length = ::GetFullPathNameW(plain.c_str(), static_cast<DWORD>(std::size(full)), full, nullptr);
+    std::wstring folder(full, length < std::size(full) ? length : 0);
+    while (!folder.empty() && folder.back() == L'\\') {
+        folder.pop_back();
+    }
+    return folder;
+}
+
+// All that may be running: what the service's entry names, and what the tasks start.
+std::set<std::wstring> Executables() {
+    std::set<std::wstring> paths = ExecutablesOfTasks();
+    if (const auto entry = ReadEntry()) {
+        paths.insert(ExecutableOf(entry->command));
+    }
+    return paths;
+}
+
+void EndAll(seconds limit) {
+    const std::set<std::wstring> executables = Executables();
+    StopService(limit);
+    DeleteTasks();
+    EndPasses(executables, std::min(limit, kPass));
+    DeleteTasks();
+}
+
+void NoteEntryAndSource(Notes& notes) {
+    const auto entry = ReadEntry();
+    notes.Add(kService, entry ? ToJson(*entry) : Json());
+    const auto source = ReadEventSource();
+    notes.Add(kSource, source ? Json(platform::to_utf8(*source)) : Json());
+}
+
+void TakeOutOfPath(const std::wstring& folder, Notes& notes) {
+    if (RemoveFromPath(folder)) {
+        notes.Add(kRemoved, platform::to_utf8(folder));
+    }
+}
+
+}  // namespace
+
+void CheckWindows() {
+    constexpr unsigned kOldest = 17763;  // Windows 10, version 1809
+    constexpr wchar_t kVersion[] = L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion";
+    std::wstring build;
+    platform::read_registry_string(kLocalMachine, kVersion, L"CurrentBuildNumber", build);
+    if (std::wcstoul(build.c_str(), nullptr, 10) < kOldest) {
+        Fail("Zorvalis needs a 64-bit Windows 10, version 1809 (build 17763), or later; this is build " +
+                 (build.empty() ? "unknown" : platform::to_utf8(build)),
+             ERROR_OLD_WIN_VERSION);
+    }
+    Say("this Windows, build " + platform::to_utf8(build) + ", will do");
+}
+
+void Stop(seconds limit) {
+    Notes notes;
+    // With a service that runs this is a new installation; else it may be one that was broken off, or made twice.
+    const bool runs = IsServiceRunning();
+    if (runs) {
+        notes.Clear();
+    }
+    notes.Add(kRan, runs);
+    EndAll(limit);
+}
+
+void Configure(std::wstring given) {
+    const std::wstring folder = FullFolder(given), executable = folder + L"\\" + ZORV_SERVICE_FILE;
+    if (!platform::file_exists(platform::to_utf8(executable))) {
+        Fail("there is no " + platform::to_utf8(executable), ERROR_FILE_NOT_FOUND);
+    }
+    PrepareFolders();
+    Notes notes;
+    NoteEntryAndSource(notes);
+    const auto old = ReadEntry();
+    WriteEntry(WantedEntry(executable));
+    Say("registered the service " + platform::to_utf8(executable));
+    if (old) {
+        const std::wstring before = FolderOf(ExecutableOf(old->command));
+        if (::CompareStringOrdinal(before.c_str(), -1, folder.c_str(), -1, TRUE) != CSTR_EQUAL) {
+            Say("the service was taken over from " + platform::to_utf8(old->command));
+            TakeOutOfPath(before, notes);
+        }
+    }
+    WriteEventSource(executable);
+    if (AddToPath(folder)) {
+        notes.Add(kAdded, platform::to_utf8(folder));
+    }
+}
+
+void Start() {
+    StartService(kStart);
+}
+
+void Remove(bool purge) {
+    Notes notes;
+    NoteEntryAndSource(notes);
+    const auto entry = ReadEntry();
+    const auto source = ReadEventSource();
+    const std::wstring executable = entry ? ExecutableOf(entry->command) : source.value_or(L"");
+    EndAll(kPass);
+    DeleteEntry();
+    DeleteEventSource();
+    if (!executable.empty()) {
+        TakeOutOfPath(FolderOf(executable), notes);
+    }
+    Say("removed the service, its tasks and its event source");
+    if (purge) {
+        PurgeRecords();
+        notes.Clear();
+    }
+}
+
+void Undo() {
+    Notes notes;
+    const auto each = [&](const char* name, const std::function<void(const Json&)>& restore) {
+        return [&notes, name, restore] {
+            if (notes.Has(name)) {
+                restore(notes.Get(name));
+            }
+        };
+    };
+    const auto folder = [](const Json& text) { return platform::to_wide(text.get<std::string>()); };
+    DoAll({[] { EndAll(kPass); },
+           each(kService, [](const Json& old) { old.is_null() ? DeleteEntry() : WriteEntry(FromJson(old)); }),
+           each(kSource, [&](const Json& old) { old.is_null() ? DeleteEventSource() : WriteEventSource(folder(old)); }),
+           each(kAdded, [&](const Json& added) { RemoveFromPath(folder(added)); }),
+           each(kRemoved, [&](const Json& removed) { AddToPath(folder(removed)); })});
+    Say(notes.Has(kService) ? "put service, event source and PATH back" : "there is nothing to put back");
+}
+
+void Resume() {
+    Notes notes;
+    const bool ran = notes.Has(kRan) && notes.Get(kRan) == true;
+    notes.Clear();
+    if (ran) {
+        StartService(kStart);
+    }
+}
+
+void Commit() {
+    Notes().Clear();
+}
+
+}  // namespace zorvalis
