@@ -27,14 +27,14 @@ namespace {
 
 constexpr wchar_t kPackage[] = L"Zorv.Zorvinfo_k7rt2xw94hmpa";
 constexpr auto kMeeting = std::chrono::seconds(5);
-constexpr DWORD kHold = 30000;
+constexpr int kHold = 30;  // seconds
 constexpr char kHeld[] = "-held";  // behind a gate's name
 constexpr int kLife = 300;  // seconds
 
 struct Seen {
     std::mutex mutex;
     std::condition_variable changed;
-    std::string words;
+    std::string words, caller = "{}";
     bool byNdr64 = false;
     std::uint32_t callback = 0;
     int opened = 0, closed = 0, meeting = 0, most = 0;
@@ -91,7 +91,7 @@ std::string StateText() {
     DWORD handles = 0;
     ::GetProcessHandleCount(::GetCurrentProcess(), &handles);
     const std::lock_guard lock(own.mutex);
-    return Json{{"seen", own.words},     {"ndr64", own.byNdr64},   {"callback", own.callback}, {"opened", own.opened},
+    return Json{{"seen", own.words}, {"caller", own.caller}, {"ndr64", own.byNdr64},   {"callback", own.callback}, {"opened", own.opened},
                 {"closed", own.closed}, {"meeting", own.meeting}, {"most", own.most},         {"handles", handles}}
         .dump();
 }
@@ -108,11 +108,10 @@ std::string Meet(int wanted) {
 }
 
 std::string Hold(const std::string& name) {
-    const platform::OwnedHandle gate(::OpenEventW(SYNCHRONIZE, FALSE, platform::to_wide(name).c_str()));
     const platform::OwnedHandle held(
         ::OpenSemaphoreW(SEMAPHORE_MODIFY_STATE, FALSE, platform::to_wide(name + kHeld).c_str()));
     ::ReleaseSemaphore(held.get(), 1, nullptr);
-    return ::WaitForSingleObject(gate.get(), kHold) == WAIT_OBJECT_0 ? "late" : "nobody opened";
+    return Gate::WaitFor(name, kHold) ? "late" : "nobody opened";
 }
 
 // Whether the middle of the room for the answer takes memory although nobody has written there, and is zero.
@@ -141,6 +140,10 @@ std::string Answer(const std::string& words, const wchar_t* output, std::int32_t
         return Pages(output, size);
     } else if (what == "caller") {
         return CallerOfThisCall();
+    } else if (what == "note") {
+        const std::string caller = CallerOfThisCall();
+        const std::lock_guard lock(Own().mutex);
+        Own().caller = caller;
     } else if (what == "forget") {
         // As if the client had closed this context, by its number, while it still has it.
         input >> number;
@@ -274,6 +277,11 @@ Gate::Gate()
     : name_(NewName("gate")),
       event_(::CreateEventW(nullptr, TRUE, FALSE, platform::to_wide(name_).c_str())),
       held_(::CreateSemaphoreW(nullptr, 0, MAXLONG, platform::to_wide(name_ + kHeld).c_str())) {}
+
+bool Gate::WaitFor(const std::string& name, int seconds) {
+    const platform::OwnedHandle gate(::OpenEventW(SYNCHRONIZE, FALSE, platform::to_wide(name).c_str()));
+    return ::WaitForSingleObject(gate.get(), static_cast<DWORD>(seconds) * 1000) == WAIT_OBJECT_0;
+}
 
 void ImpossibleUnderWine(Findings& findings, bool refused, const std::string& why) {
     if (refused && IsWine()) {

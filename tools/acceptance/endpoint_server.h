@@ -28,7 +28,8 @@ public:
     std::string Ask(const std::string& words);
 
     // What it has counted: "seen", the last procedure with its arguments; "ndr64", whether that came by NDR64;
-    // "callback", the status of its last callback; "opened", "closed", contexts; "most", calls at once of "meet".
+    // "callback", the status of its last callback; "opened", "closed", contexts; "most", calls at once of "meet";
+    // "caller", who made the last call of "note" (caller.h).
     Json State();
 
     // Until a number of the state is what is wanted, twenty seconds at most.
@@ -50,7 +51,11 @@ public:
     Gate();
     ~Gate() { Open(); }
     void Open() { ::SetEvent(event_.get()); }
+    const std::string& Name() const { return name_; }
     std::string Words() const { return "hold " + name_; }
+
+    // In another process: until the gate of this name is open.
+    static bool WaitFor(const std::string& name, int seconds);
 
     // Whether one more call comes to wait within this time.
     bool HoldsOneMore(DWORD milliseconds) { return ::WaitForSingleObject(held_.get(), milliseconds) == WAIT_OBJECT_0; }

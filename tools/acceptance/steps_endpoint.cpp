@@ -4,7 +4,7 @@ namespace zorvalis::acceptance {
 
 std::vector<Step> EndpointSteps() {
     std::vector<Step> all;
-    for (auto* part : {WireSteps, CallSteps, FalseServiceSteps}) {
+    for (auto* part : {InstalledEndpointSteps, WireSteps, CallSteps, FalseServiceSteps, CallerSteps}) {
         const std::vector<Step> its = part();
         all.insert(all.end(), its.begin(), its.end());
     }

@@ -4,6 +4,7 @@
 
 #include <rpc.h>
 
+#include "differences.h"
 #include "endpoint_server.h"
 #include "kit.h"
 #include "platform/text.h"
@@ -18,20 +19,6 @@ using Offer = Client64::Offer;
 
 constexpr std::int64_t kCookie = INT64_C(0x7766554433221100);
 constexpr char kText[] = "J\u00fcrgen \u20ac \U0001f980";  // one, three and four bytes, and two units of UTF-16
-
-// What was different, in words; empty when nothing was.
-class Differences {
-public:
-    void Compare(const std::string& name, const std::string& value, const std::string& wanted) {
-        if (value != wanted) {
-            text_ += " " + name + ": it is \"" + value + "\", not \"" + wanted + "\";";
-        }
-    }
-    void Report(Findings& findings, const std::string& what) const { findings.Expect(text_.empty(), what + text_); }
-
-private:
-    std::string text_;
-};
 
 // Makes every call once, and compares what arrived at the server and what came back.
 template <class Caller>
@@ -150,6 +137,13 @@ void Ndr64(Findings& findings) {
     heard.Take();
     client.GetModelName(kCookie);
     findings.ExpectText(heard.Take(), ExpectedCallbacks(), "and the one of NDR64 after it (both-clients)");
+
+    zorvalis_client::Callbacks refusing;
+    refusing.integer = [](std::int32_t, std::int32_t, std::int64_t) { ::RpcRaiseException(ERROR_PORT_UNREACHABLE); };
+    Client64 refuser(refusing, server.Endpoint(), Offer::both);
+    findings.ExpectNumber(StatusOf([&] { refuser.GetModelName(kCookie); }), 0, "a call ends well whose callback is refused");
+    findings.Expect(server.State().at("callback").get<unsigned long>() != 0,
+                    "the server sees the refusal: " + ErrorText(server.State().at("callback").get<unsigned long>()));
 }
 
 void OnlyNdr64(Findings& findings) {
