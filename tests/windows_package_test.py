@@ -31,7 +31,8 @@ SERVICE, SOURCE, PACKAGES, *_ = KEYS = [
 # Never to be changed: by its identity Windows knows which file of an older package it is.
 COMPONENTS = {"": 8, "ZorvalisWinService.exe": 2, "default.json": 3, "zorvctl.exe": 4, "LICENSE": 5, "THIRD-PARTY-NOTICES.md": 6,
               "administrator.md": 7}
-DONE, WRITE_FAULT, SHARING, INVALID, SERVICE_CONTROL, OLD_WINDOWS, REFUSED, SAME_VERSION = 0, 29, 32, 87, 1052, 1150, 1603, 1638
+DONE, WRITE_FAULT, SHARING, INVALID, SERVICE_CONTROL, OLD_WINDOWS, REFUSED, SAME_VERSION, NO_FOLDER = (
+    0, 29, 32, 87, 1052, 1150, 1603, 1638, 267)
 # What Wine's installer ends with when a step fails, and when the package cannot be copied; Windows says 1603 and 1601.
 FAILED, NO_ROOM = 1627, 31
 
@@ -152,6 +153,18 @@ class Packages:
             assert time.monotonic() < until
         (DRIVE / "let-go").unlink()
 
+    @contextlib.contextmanager
+    def planted(self):
+        """A file lies in the place of the data folder, which the last step but one finds."""
+        folder, aside = DRIVE / "ProgramData/Zorv", DRIVE / "aside"
+        if there := folder.exists():
+            folder.rename(aside)
+        folder.write_text("a file")
+        yield
+        folder.unlink()
+        if there:
+            aside.rename(folder)
+
     def gets_in_the_way(self, act, words, code):
         """Of an installed service with records: nothing that happens changes anything."""
         with self.held(FOLDER / "default.json"):
@@ -232,6 +245,9 @@ class Packages:
         self.kept()
         self.collect()
         self.gets_in_the_way(self.script, ("older",), None)
+        TASK.unlink()  # which the service makes anew when it runs again
+        with self.planted():
+            self.stays(self.script, "older", expect=NO_FOLDER)
         self.gets_in_the_way(self.script, ("remove",), None)
         self.script("install")
         assert "cannot be copied" in self.stays(self.script, "older", most=4 << 20, expect=WRITE_FAULT)
@@ -251,13 +267,11 @@ class Packages:
         self.stays(self.msi, "/i", self.new, expect=REFUSED)
         assert "1809 (build 17763)" in (said := self.stays(self.script, "install", expect=OLD_WINDOWS)) and "17134" in said, said
         wine("reg", "add", WINDOWS, "/v", "CurrentBuildNumber", "/d", "17763", "/f", expect=DONE)
-        # A file in the place of the data folder, which the last steps but one find.
-        (DRIVE / "ProgramData/Zorv").write_text("a file")
-        for act, words, code in ((self.msi, ("/i", self.new), FAILED), (self.script, ("install",), None)):
-            self.stays(act, *words, expect=code)
-        (DRIVE / "ProgramData/Zorv").unlink()
+        with self.planted():
+            self.stays(self.msi, "/i", self.new, expect=FAILED)
+            self.stays(self.script, "install", expect=NO_FOLDER)
 
 
 if __name__ == "__main__":
     packages = Packages()
-    sys.exit(cases.run("Packages", cases.methods(packages)))
+    sys.exit(cases.run("Packages", [each for each in cases.methods(packages) if not sys.argv[2:] or each.__name__ in sys.argv[2:]]))
