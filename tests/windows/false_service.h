@@ -17,9 +17,9 @@ namespace false_service {
 
 constexpr int kProcedures = 20;
 
-inline std::string nextAnswer;          // to everything but the opening and closing of a context
-inline std::uint32_t nextFault = 0;     // raised in the place of that answer, when it is not 0
-inline std::atomic<int> calls = 0;      // those and the others
+inline std::string nextAnswer;                  // to everything but the opening and closing of a context
+inline std::uint32_t faults[kProcedures] = {};  // raised in the place of a procedure's answer, where it is not 0
+inline std::atomic<int> calls = 0;
 
 inline std::string number(std::uint32_t value) {
     return {reinterpret_cast<const char*>(&value), sizeof value};
@@ -33,8 +33,8 @@ inline std::string array(std::uint32_t count, const std::u16string& units) {
 inline void __RPC_STUB serve(RPC_MESSAGE* message) {
     ++calls;
     static const std::string opened = number(0) + std::string(16, 'c'), closed(20, '\0');
-    if (message->ProcNum > 1 && nextFault != 0) {
-        ::RpcRaiseException(static_cast<RPC_STATUS>(nextFault));
+    if (const std::uint32_t fault = faults[message->ProcNum % kProcedures]; fault != 0) {
+        ::RpcRaiseException(static_cast<RPC_STATUS>(fault));
     }
     const std::string& bytes = message->ProcNum == 0 ? opened : message->ProcNum == 1 ? closed : nextAnswer;
     message->BufferLength = static_cast<unsigned>(bytes.size());
@@ -73,8 +73,8 @@ private:
     RPC_STATUS status_;
 };
 
-// Bytes that a client may not take for an answer to GetUUID or BigDataServiceCall with room for four characters, and the
-// status that it gets under Wine.
+// Bytes that a client may not take for an answer to GetUUID or BigDataServiceCall with room for four characters, and
+// the status that it gets under Wine.
 struct FalseAnswer {
     const char* what;
     std::string bytes;

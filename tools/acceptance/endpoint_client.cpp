@@ -9,7 +9,6 @@
 #include "platform/windows/wide.h"
 #include "rpc/guard.h"
 #include "rpc/output_block.h"
-#include "sdk/context_windows.h"
 
 extern "C" {
 // By which proxy the stubs of tools/rpc_ndr64_client.py go out, and the two that there are.
@@ -60,6 +59,12 @@ struct Result {
     bool Answer() const { return result != 0; }
 };
 
+std::string FromAnsi(const char* text) {
+    wchar_t wide[4096] = {};  // what is longer comes out empty
+    platform::multi_byte_to_wide(platform::kCodePageAnsi, text, -1, wide, 4096);
+    return platform::to_utf8(wide);
+}
+
 template <class Callback, class... Values>
 void Deliver(Callback zorvalis_client::Callbacks::*member, const Values&... values) {
     if (inCall == nullptr) {
@@ -78,6 +83,13 @@ std::int32_t StatusOf(const std::function<void()>& call) {
     } catch (const zorvalis_client::Error& error) {
         return error.status;
     }
+}
+
+zorvalis_client::Options Patient() {
+    zorvalis_client::Options options;
+    options.wait = std::chrono::seconds(20);
+    options.limit = std::chrono::seconds(90);  // the service itself waits 60 for its jobs
+    return options;
 }
 
 zorvalis_client::Callbacks Heard::Callbacks() {
@@ -151,7 +163,8 @@ Binding::Binding(const std::string& endpoint, const std::string& options, const 
         return word.empty() ? nullptr : reinterpret_cast<RPC_WSTR>(word.data());
     };
     RPC_WSTR text = nullptr;
-    status = ::RpcStringBindingComposeW(nullptr, given(words[0]), given(words[1]), given(words[2]), given(words[3]), &text);
+    status =
+        ::RpcStringBindingComposeW(nullptr, given(words[0]), given(words[1]), given(words[2]), given(words[3]), &text);
     if (status == RPC_S_OK) {
         status = ::RpcBindingFromStringBindingW(text, &handle);
         ::RpcStringFreeW(&text);
@@ -177,7 +190,7 @@ void serve64_CallbackTestData(std::int64_t result, std::int64_t cookie) {
 }
 
 void serve64_CallbackText(const char* result, std::int32_t function, std::int64_t cookie) {
-    Deliver(&Callbacks::text, platform::to_utf8(zorvalis_client::Wide(CP_ACP, result)), function, cookie);
+    Deliver(&Callbacks::text, zorvalis::acceptance::FromAnsi(result), function, cookie);
 }
 
 void serve64_CallbackFlag(std::uint8_t result, std::int32_t function, std::int64_t cookie) {

@@ -20,6 +20,9 @@ namespace zorvalis::acceptance {
 // 0, or the status of the error that the call has thrown.
 std::int32_t StatusOf(const std::function<void()>& call);
 
+// For clients of the service itself, which listens a little after it runs.
+zorvalis_client::Options Patient();
+
 // Takes callbacks, one line each: "text Lumen 0 -1" is a text, its function and its cookie. Any thread.
 class Heard {
 public:
@@ -51,7 +54,9 @@ public:
     ZORVALIS_CALLS(DECLARE)
 #undef DECLARE
 
-    ClientContext Handle() const { return context_; }
+    ClientContext Handle() const {
+        return context_;
+    }
 
     // Callbacks that came on another thread than the one that was in the call.
     static int Strays();
@@ -66,8 +71,8 @@ private:
 
 // A binding without any options, for calls past the library; ended by RpcBindingFree.
 struct Binding {
-    explicit Binding(const std::string& endpoint, const std::string& options = "", const std::string& protocol = "ncalrpc",
-                     const std::string& address = "");
+    explicit Binding(const std::string& endpoint, const std::string& options = "",
+                     const std::string& protocol = "ncalrpc", const std::string& address = "");
     ~Binding();
     Binding(const Binding&) = delete;
     Binding& operator=(const Binding&) = delete;

@@ -26,10 +26,9 @@ namespace zorvalis::acceptance {
 namespace {
 
 constexpr wchar_t kPackage[] = L"Zorv.Zorvinfo_k7rt2xw94hmpa";
-constexpr auto kMeeting = std::chrono::seconds(5);
-constexpr int kHold = 30;  // seconds
+constexpr int kHold = 30;          // seconds
 constexpr char kHeld[] = "-held";  // behind a gate's name
-constexpr int kLife = 300;  // seconds
+constexpr int kLife = 300;         // seconds
 
 struct Seen {
     std::mutex mutex;
@@ -91,18 +90,20 @@ std::string StateText() {
     DWORD handles = 0;
     ::GetProcessHandleCount(::GetCurrentProcess(), &handles);
     const std::lock_guard lock(own.mutex);
-    return Json{{"seen", own.words}, {"caller", own.caller}, {"ndr64", own.byNdr64},   {"callback", own.callback}, {"opened", own.opened},
-                {"closed", own.closed}, {"meeting", own.meeting}, {"most", own.most},         {"handles", handles}}
+    return Json{{"seen", own.words},        {"caller", own.caller}, {"ndr64", own.byNdr64},
+                {"callback", own.callback}, {"opened", own.opened}, {"closed", own.closed},
+                {"meeting", own.meeting},   {"most", own.most},     {"handles", handles}}
         .dump();
 }
 
 // Waits until so many calls are in here, and says how many there were at most.
-std::string Meet(int wanted) {
+std::string Meet(int wanted, int seconds) {
     Seen& own = Own();
     std::unique_lock lock(own.mutex);
     own.most = std::max(own.most, ++own.meeting);
     own.changed.notify_all();
-    own.isMeetingOver |= !own.changed.wait_for(lock, kMeeting, [&] { return own.most >= wanted || own.isMeetingOver; });
+    own.isMeetingOver |= !own.changed.wait_for(lock, std::chrono::seconds(seconds),
+                                               [&] { return own.most >= wanted || own.isMeetingOver; });
     --own.meeting;
     return std::to_string(own.most);
 }
@@ -119,8 +120,9 @@ std::string Pages(const wchar_t* output, std::int32_t size) {
     PSAPI_WORKING_SET_EX_INFORMATION middle{const_cast<wchar_t*>(output + size / 2), {}};
     const bool asked = ::K32QueryWorkingSetEx(::GetCurrentProcess(), &middle, sizeof middle) != FALSE;
     const bool isZero = std::all_of(output, output + size, [](wchar_t each) { return each == 0; });
-    return !asked ? "not known" : std::string(middle.VirtualAttributes.Valid != 0 ? "taken" : "free") +
-                                      (isZero ? " and zero" : " and not zero");
+    return !asked ? "not known"
+                  : std::string(middle.VirtualAttributes.Valid != 0 ? "taken" : "free") +
+                        (isZero ? " and zero" : " and not zero");
 }
 
 std::string Answer(const std::string& words, const wchar_t* output, std::int32_t size, std::int64_t cookie) {
@@ -131,8 +133,9 @@ std::string Answer(const std::string& words, const wchar_t* output, std::int32_t
     if (what == "state") {
         return StateText();
     } else if (what == "meet") {
-        input >> number;
-        return Meet(number);
+        int seconds = 0;
+        input >> number >> seconds;
+        return Meet(number, seconds);
     } else if (what == "hold") {
         input >> name;
         return Hold(name);
@@ -222,8 +225,7 @@ std::string NewName(const char* what) {
 
 }  // namespace
 
-EchoServer::EchoServer(Findings& findings)
-    : endpoint_(NewName("rpc")), child_(findings, kServer.name, {endpoint_}) {}
+EchoServer::EchoServer(Findings& findings) : endpoint_(NewName("rpc")), child_(findings, kServer.name, {endpoint_}) {}
 
 EchoServer::~EchoServer() {
     Forget();
@@ -247,8 +249,8 @@ std::string EchoServer::Ask(const std::string& words) {
             status = zorvalis_rpc::Guarded([&] { call_RemoteOpen(binding.handle, &control_); });
         }
         if (control_ != nullptr) {
-            status = zorvalis_rpc::Guarded(
-                [&] { call_BigDataServiceCall(control_, input.c_str(), room.data(), kRoom, 0); });
+            status =
+                zorvalis_rpc::Guarded([&] { call_BigDataServiceCall(control_, input.c_str(), room.data(), kRoom, 0); });
         }
         if (status == 0) {
             return platform::to_utf8(room.c_str());

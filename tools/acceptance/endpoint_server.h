@@ -1,12 +1,12 @@
-// A server of the kit's own, in a process of its own: the product's endpoint on another name, with procedures that write
-// down what they get and make every callback. It is asked and told things by BigDataServiceCall.
+// A server of the kit's own, in a process of its own: the product's endpoint on another name, with procedures that
+// write down what they get and make every callback. It is asked and told things by BigDataServiceCall.
 #pragma once
 
 #include <string>
 
 #include "base/json.h"
-#include "part_process.h"
 #include "endpoint_client.h"
+#include "part_process.h"
 #include "step.h"
 
 namespace zorvalis::acceptance {
@@ -66,8 +66,8 @@ private:
     platform::OwnedHandle held_;
 };
 
-// Ends the step where this Windows is Wine and its runtime refuses what Windows does; elsewhere that is a failure, which
-// the caller's next check shows.
+// Ends the step where this Windows is Wine and its runtime refuses what Windows does; elsewhere that is a failure,
+// which the caller's next check shows.
 void ImpossibleUnderWine(Findings& findings, bool refused, const std::string& why);
 
 }  // namespace zorvalis::acceptance

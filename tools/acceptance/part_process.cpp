@@ -16,7 +16,8 @@ constexpr DWORD kEndLimit = 10000;
 
 PartProcess::PartProcess(Findings& findings, const std::string& part, const std::vector<std::string>& arguments) {
     static std::atomic<int> count = 0;
-    const std::string name = "zorv-acceptance-" + std::to_string(::GetCurrentProcessId()) + "-" + std::to_string(++count);
+    const std::string name =
+        "zorv-acceptance-" + std::to_string(::GetCurrentProcessId()) + "-" + std::to_string(++count);
     const platform::OwnedHandle ready(::CreateEventW(nullptr, TRUE, FALSE, platform::to_wide(name).c_str()));
     std::vector<std::string> words = {name, std::to_string(::GetCurrentProcessId())};
     words.insert(words.end(), arguments.begin(), arguments.end());

@@ -23,7 +23,7 @@ constexpr int kLowest = 0x2000;         // of the labels of ordinary programs
 int Call(const std::vector<std::string>& words) {
     const Json own = Json::parse(ThisProcess());
     const std::string& kind = words.at(0);
-    const bool isThat = kind == "other"  ? own.value("sid", "") != words.at(1)
+    const bool isThat = kind == "other" ? own.value("sid", "") != words.at(1)
                         : kind == "low" ? own.value("integrity", kLowest) < kLowest
                                         : own.value("container", false);
     if (!isThat) {
@@ -62,12 +62,13 @@ void TryStranger(Findings& findings, EchoServer& server, const OpenCopy& copy, c
                  Run run) {
     const auto expect = [&](const StrangersEnd& end, const char* whose) {
         NeedStranger(findings, end);
-        findings.Expect((end.code == 0) == isLetIn, std::string("its call to ") + whose + " ends with " + ErrorText(end.code));
+        findings.Expect((end.code == 0) == isLetIn,
+                        std::string("its call to ") + whose + " ends with " + ErrorText(end.code));
     };
     expect(run(CommandOf(copy, kind, server.Endpoint())), "the kit's server");
     if (IsRegistered()) {
         StartProduct(findings);
-        Client({}, {});  // listens
+        Client({}, Patient());
         expect(run(CommandOf(copy, kind, "")), "the service");
     }
 }

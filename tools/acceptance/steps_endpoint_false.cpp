@@ -6,6 +6,7 @@
 #include "caller.h"
 #include "endpoint_server.h"
 #include "kit.h"
+#include "part.h"
 #include "platform/text.h"
 #include "rpc/guard.h"
 #include "steps_endpoint.h"
@@ -16,8 +17,10 @@ namespace {
 
 using zorvalis_client::Client;
 
+constexpr int kGetModelName = 3;  // its number
+
 // The raised exceptions of this thread, before any handler looks at them.
-thread_local DWORD seenCode = 0, seenFlags = 0;
+thread_local DWORD seenCode = 0, seenFlags = 0;  // of the last one
 
 LONG CALLBACK SeeException(EXCEPTION_POINTERS* exception) {
     seenCode = exception->ExceptionRecord->ExceptionCode;
@@ -44,49 +47,66 @@ void FalseAnswers(Findings& findings) {
         false_service::nextAnswer = bytes;
         const std::int32_t first = StatusOf([&] { client.GetUUID(4); });
         const std::int32_t second = StatusOf([&] { client.BigDataServiceCall("{}", 4); });
-        findings.Expect(first != 0 && second != 0,
-                        std::string("an answer of ") + what + " is refused, with " +
-                            ErrorText(static_cast<unsigned long>(first)) + " and " + std::to_string(second) +
-                            "; under Wine with " + std::to_string(static_cast<std::int32_t>(known)));
+        findings.Expect(first != 0 && second != 0, std::string("an answer of ") + what + " is refused, with " +
+                                                       ErrorText(static_cast<unsigned long>(first)) + " and " +
+                                                       std::to_string(second) + "; under Wine with " +
+                                                       std::to_string(static_cast<std::int32_t>(known)));
     }
     false_service::nextAnswer = false_service::kTrueAnswer;
     findings.ExpectText(client.GetUUID(4), "abc", "the client goes on to take a true answer");
 }
 
-// What a call gets when the server raises the code, and how the runtime raised that here.
-std::uint32_t Raised(Findings& findings, const std::string& endpoint, std::uint32_t code) {
+// The words: the endpoint, and the number that GetModelName raises.
+int RaiseErrors(const std::vector<std::string>& words) {
+    const Readiness readiness(words);
+    ::SetErrorMode(SEM_NOGPFAULTERRORBOX);
+    const false_service::Server server(readiness.arguments.at(0));
+    if (server.status() != RPC_S_OK) {
+        return static_cast<int>(server.status());
+    }
+    false_service::faults[kGetModelName] = static_cast<std::uint32_t>(std::stoul(readiness.arguments.at(1)));
+    readiness.Tell();
+    readiness.WaitForParent(60);
+    return 0;
+}
+
+const Part kRaiseErrors("rpc-raise-errors", RaiseErrors);
+
+// What a call gets when the server raises that number; the server may end of it.
+std::uint32_t Raised(Findings& findings, std::uint32_t code) {
+    const std::string endpoint = NameOf("errors") + "-" + std::to_string(code);
+    PartProcess server(findings, kRaiseErrors.name, {endpoint, std::to_string(code)});
     const Binding binding(endpoint);
     ClientContext context = nullptr;
-    false_service::nextFault = 0;
     if (const std::uint32_t opened = zorvalis_rpc::Guarded([&] { call_RemoteOpen(binding.handle, &context); })) {
         findings.Fail("no context: " + ErrorText(opened));
     }
-    false_service::nextFault = code;
     seenCode = seenFlags = 0;
     const std::uint32_t status = zorvalis_rpc::Guarded([&] { call_GetModelName(context, 1); });
+    const DWORD lastCode = seenCode;
     zorvalis_rpc::Guarded([&] { ::RpcSsDestroyClientContext(&context); });
+    DWORD end = 0;
+    const bool hasEnded = server.WaitForEnd(0, end);
+    findings.Expect(status != 0 && lastCode == status, "a server that raises " + ErrorText(code) +
+                                                           " makes the call's error: " + ErrorText(status) +
+                                                           (hasEnded ? "; it has ended, with " + ErrorText(end) : ""));
     return status;
 }
 
 // The guard takes a stack overflow and a breakpoint for the other end's only when they cannot be continued; where the
 // runtime raised them in another way they would end this process.
 void FalseErrors(Findings& findings) {
-    const false_service::Server server(NameOf("errors"));
-    NeedServer(findings, server);
     ::AddVectoredExceptionHandler(1, SeeException);
-    for (const std::uint32_t code : {1702U, 1234U, 0xC0000005U, 0xE06D7363U}) {
-        const std::uint32_t status = Raised(findings, NameOf("errors"), code);
-        findings.Expect(status != 0 && seenCode == status,
-                        "a server that raises " + ErrorText(code) + " makes it the call's error: " + ErrorText(status));
-    }
-    const bool isFinal = (seenFlags & EXCEPTION_NONCONTINUABLE) != 0;
+    Raised(findings, 1702);
+    Raised(findings, 0xE06D7363);
+    DWORD flags = seenFlags;
+    const bool isFinal = (flags & EXCEPTION_NONCONTINUABLE) != 0;
+    Raised(findings, EXCEPTION_ACCESS_VIOLATION);
     ImpossibleUnderWine(findings, !isFinal, "this runtime raises a server's error as what could be continued");
     if (findings.Expect(isFinal, "the runtime raises it as what cannot be continued")) {
-        for (const std::uint32_t code : {0xC00000FDU, 0x80000003U}) {
-            const std::uint32_t status = Raised(findings, NameOf("errors"), code);
-            findings.Expect(status != 0, "a server that raises " + ErrorText(code) + " ends the call alone, with " +
-                                             ErrorText(status));
-        }
+        Raised(findings, EXCEPTION_STACK_OVERFLOW);
+        Raised(findings, EXCEPTION_BREAKPOINT);
+        findings.Saw("this process is still there");
     }
 }
 
@@ -113,7 +133,8 @@ void Identified(Findings& findings) {
     const Json own = Json::parse(ThisProcess());
     findings.ExpectNumber(free.value("level", -1), SecurityImpersonation,
                           "without options a server may act in its client's name");
-    findings.ExpectNumber(known.value("level", -1), SecurityIdentification, "a client of the library is identified alone");
+    findings.ExpectNumber(known.value("level", -1), SecurityIdentification,
+                          "a client of the library is identified alone");
     findings.ExpectText(known.value("sid", ""), own.value("sid", "?"), "as who it is");
 }
 
@@ -123,6 +144,7 @@ void Impersonating(Findings& findings) {
     const std::string own = Json::parse(ThisProcess()).value("sid", "?");
     Client client({}, server.Endpoint());
     if (::ImpersonateAnonymousToken(::GetCurrentThread()) == FALSE) {
+        ImpossibleUnderWine(findings, true, "this Windows has no anonymous token: " + ErrorText(::GetLastError()));
         findings.Fail("this thread cannot impersonate: " + ErrorText(::GetLastError()));
     }
     std::string seen = "{}", opened = "{}";
@@ -145,8 +167,9 @@ void NoInterface(Findings& findings) {
     }
     const Binding binding(name);
     ClientContext context = nullptr;
-    findings.ExpectNumber(zorvalis_rpc::Guarded([&] { call_RemoteOpen(binding.handle, &context); }), RPC_S_UNKNOWN_IF,
-                          "an endpoint without its interface refuses");
+    const std::uint32_t status = zorvalis_rpc::Guarded([&] { call_RemoteOpen(binding.handle, &context); });
+    findings.Expect(status == RPC_S_UNKNOWN_IF || status == RPC_S_NOT_LISTENING,
+                    "an endpoint without its interface refuses: " + ErrorText(status));
     findings.ExpectNumber(StatusOf([&] { Client({}, name); }), RPC_S_SERVER_UNAVAILABLE,
                           "which the library calls a service that does not run");
     findings.ExpectNumber(StatusOf([&] { Client({}, NameOf("nobody")); }), RPC_S_SERVER_UNAVAILABLE,
@@ -167,9 +190,8 @@ void OneProtocol(Findings& findings) {
     const auto opened = [&](const std::string& protocol, const std::string& address, const std::string& endpoint) {
         const Binding binding(endpoint, "", protocol, address);
         ClientContext context = nullptr;
-        return binding.status != RPC_S_OK
-                   ? static_cast<std::uint32_t>(binding.status)
-                   : zorvalis_rpc::Guarded([&] { call_RemoteOpen(binding.handle, &context); });
+        return binding.status != RPC_S_OK ? static_cast<std::uint32_t>(binding.status)
+                                          : zorvalis_rpc::Guarded([&] { call_RemoteOpen(binding.handle, &context); });
     };
     findings.ExpectNumber(opened("ncalrpc", "", server.Endpoint()), 0, "ncalrpc on this machine is served");
     const std::tuple<const char*, std::string, std::string> cases[] = {
@@ -182,7 +204,8 @@ void OneProtocol(Findings& findings) {
         if (std::string(protocol) == "ncalrpc") {
             ImpossibleUnderWine(findings, status == 0, "this runtime does not look at a machine's name");
         }
-        findings.Expect(status != 0, std::string("a call by ") + protocol + " to " + address + " is refused: " + ErrorText(status));
+        findings.Expect(status != 0,
+                        std::string("a call by ") + protocol + " to " + address + " is refused: " + ErrorText(status));
     }
 }
 

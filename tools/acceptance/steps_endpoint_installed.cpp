@@ -22,20 +22,11 @@ namespace zorvalis::acceptance {
 namespace {
 
 using zorvalis_client::Client;
-using zorvalis_client::Options;
 using Offer = Client64::Offer;
 
 constexpr char kEndpoint[] = "ZorvHelpRpcEndpoint";
 constexpr std::int64_t kCookie = INT64_MIN;
 constexpr char kVersionCall[] = R"({"function":9,"version":1})";
-
-// The service listens a little after it runs.
-Options Patient() {
-    Options options;
-    options.wait = std::chrono::seconds(20);
-    options.limit = std::chrono::seconds(90);  // the service itself waits 60 for its jobs
-    return options;
-}
 
 std::string Asked(int function) {
     return R"({"function":)" + std::to_string(function) + R"(,"version":1})";
@@ -55,7 +46,9 @@ std::string ValueOf(auto& client, int function) {
 // What a value of the registry was, put back.
 class SavedSwitch {
 public:
-    SavedSwitch() { isThere_ = ::RegGetValueW(HKEY_LOCAL_MACHINE, kKey, kValue, RRF_RT_REG_SZ, nullptr, text_, &size_) == 0; }
+    SavedSwitch() {
+        isThere_ = ::RegGetValueW(HKEY_LOCAL_MACHINE, kKey, kValue, RRF_RT_REG_SZ, nullptr, text_, &size_) == 0;
+    }
     ~SavedSwitch() {
         if (isThere_) {
             ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, kKey, kValue, REG_SZ, text_, size_);
@@ -114,10 +107,12 @@ void TryProduct(Findings& findings, Caller& client, Heard& heard) {
 
     client.GetTestDataFunc(41, kCookie);
     const std::string test = heard.Take();
-    findings.Expect(test == "testData -1" + cookie || test == "testData 42" + cookie, "GetTestDataFunc calls back: " + test);
-    answers.Compare("SetMyZorvPP with a refusal",
-                    client.SetMyZorvPP("zorv-acceptance", "zorv-acceptance", "1", "2026-01-02 03:04:05.006", false) ? "1" : "0",
-                    "0");
+    findings.Expect(test == "testData -1" + cookie || test == "testData 42" + cookie,
+                    "GetTestDataFunc calls back: " + test);
+    answers.Compare(
+        "SetMyZorvPP with a refusal",
+        client.SetMyZorvPP("zorv-acceptance", "zorv-acceptance", "1", "2026-01-02 03:04:05.006", false) ? "1" : "0",
+        "0");
     answers.Compare("GetUUID", client.GetUUID(64), ValueOf(client, 16));
     const std::string version = client.BigDataServiceCall(kVersionCall, 4096);
     const auto size = static_cast<std::int32_t>(version.size());
@@ -130,7 +125,8 @@ void EveryProcedure(Findings& findings) {
     StartProduct(findings);
     Heard heard;
     Client client(heard.Callbacks(), Patient());
-    findings.Saw("the library has opened a context at LocalSystem's endpoint, with an authentication that nobody registered");
+    findings.Saw(
+        "the library has opened a context at LocalSystem's endpoint, with an authentication that nobody registered");
     TryProduct(findings, client, heard);
 }
 
@@ -147,7 +143,8 @@ void JsonFunctions(Findings& findings) {
     Differences refused;
     const auto refuse = [&](const std::string& call, const std::string& words) {
         const Json answer = Json::parse(client.BigDataServiceCall(call), nullptr, false);
-        refused.Compare(call, answer.value("parameter", "none") + "/" + answer.value("status", "none"), words + "/Error");
+        refused.Compare(call, answer.value("parameter", "none") + "/" + answer.value("status", "none"),
+                        words + "/Error");
     };
     refuse(Asked(6), "Function not supported");
     refuse(Asked(19), "Function not supported");
@@ -163,11 +160,11 @@ void InstalledNdr64(Findings& findings) {
     Client({}, Patient());
     Heard heard;
     std::unique_ptr<Client64> client;
-    const std::int32_t status = StatusOf([&] {
-        client = std::make_unique<Client64>(heard.Callbacks(), kEndpoint, Offer::onlyNdr64);
-    });
+    const std::int32_t status =
+        StatusOf([&] { client = std::make_unique<Client64>(heard.Callbacks(), kEndpoint, Offer::onlyNdr64); });
     if (status != 0) {
-        findings.Fail("a client that offers NDR64 alone opens a context: " + ErrorText(static_cast<unsigned long>(status)));
+        findings.Fail("a client that offers NDR64 alone opens a context: " +
+                      ErrorText(static_cast<unsigned long>(status)));
     }
     TryProduct(findings, *client, heard);
     findings.ExpectNumber(Client64::Strays(), 0, "every callback came on the thread of its call");
@@ -198,15 +195,17 @@ void BothAtOnce(Findings& findings) {
     for (int thread = 1; thread <= kThreads; ++thread) {
         threads.emplace_back([&, thread] {
             failed += StatusOf([&] {
-                Heard heard;
-                if (thread % 2 == 0) {
-                    Client client(heard.Callbacks(), Patient());
-                    call(client, heard, thread);
-                } else {
-                    Client64 client(heard.Callbacks(), kEndpoint, Offer::both);
-                    call(client, heard, thread);
-                }
-            }) == 0 ? 0 : 1;
+                          Heard heard;
+                          if (thread % 2 == 0) {
+                              Client client(heard.Callbacks(), Patient());
+                              call(client, heard, thread);
+                          } else {
+                              Client64 client(heard.Callbacks(), kEndpoint, Offer::both);
+                              call(client, heard, thread);
+                          }
+                      }) == 0
+                          ? 0
+                          : 1;
         });
     }
     for (std::thread& thread : threads) {
@@ -277,7 +276,8 @@ void StopAndStart(Findings& findings) {
     const std::int32_t lost = StatusOf([&] { old.GetUUID(64); });
     findings.Expect(lost != 0, "a client of before gets an error: " + std::to_string(lost));
     StartProduct(findings);
-    findings.ExpectNumber(StatusOf([] { Client({}, Patient()).GetUUID(64); }), 0, "a new one is served when it runs again");
+    findings.ExpectNumber(StatusOf([] { Client({}, Patient()).GetUUID(64); }), 0,
+                          "a new one is served when it runs again");
     const std::int32_t after = StatusOf([&] { old.GetUUID(64); });
     findings.Expect(after != 0, "the old one is of no use any more: " + std::to_string(after));
 }
@@ -300,7 +300,8 @@ const Part kServeFalsely("rpc-serve-falsely", ServeFalsely);
 void WrongOwner(Findings& findings) {
     const Restarted restarted;
     StartProduct(findings);
-    findings.ExpectNumber(StatusOf([] { Client({}, Patient()); }), 0, "the library takes the service, which is LocalSystem");
+    findings.ExpectNumber(StatusOf([] { Client({}, Patient()); }), 0,
+                          "the library takes the service, which is LocalSystem");
     StopProduct(findings);
     Gate gate;
     PartProcess server(findings, kServeFalsely.name, {kEndpoint, gate.Name()});
@@ -335,8 +336,8 @@ void MappedProtocols(Findings& findings) {
     RPC_IF_ID interface_id{};
     ::RpcIfInqId(call_Zorvalis_v1_0_c_ifspec, &interface_id);
     RPC_EP_INQ_HANDLE inquiry = nullptr;
-    if (const RPC_STATUS status = ::RpcMgmtEpEltInqBegin(nullptr, RPC_C_EP_MATCH_BY_IF, &interface_id,
-                                                         RPC_C_VERS_ALL, nullptr, &inquiry);
+    if (const RPC_STATUS status =
+            ::RpcMgmtEpEltInqBegin(nullptr, RPC_C_EP_MATCH_BY_IF, &interface_id, RPC_C_VERS_ALL, nullptr, &inquiry);
         status != RPC_S_OK) {
         findings.Fail("the endpoint mapper cannot be asked: " + ErrorText(static_cast<unsigned long>(status)));
     }
@@ -355,7 +356,8 @@ void MappedProtocols(Findings& findings) {
         findings.Saw("registered: " + words);
     }
     ::RpcMgmtEpEltInqDone(&inquiry);
-    findings.Expect(local > 0 && others.empty(), "the interface is registered for ncalrpc and for nothing else" + others);
+    findings.Expect(local > 0 && others.empty(),
+                    "the interface is registered for ncalrpc and for nothing else" + others);
 }
 
 }  // namespace
@@ -367,7 +369,8 @@ std::vector<Step> InstalledEndpointSteps() {
         {"5.3", "The service answers every procedure by NDR64, with its callbacks", InstalledNdr64, 120},
         {"5.4", "Clients of both syntaxes call the service at once", BothAtOnce, 120},
         {"5.5", "Many calls leave no handles behind in the service", ManyCalls, 120},
-        {"5.6", "A client hears that the service has ended, and a new one finds it again", StopAndStart, 120, StartAgain},
+        {"5.6", "A client hears that the service has ended, and a new one finds it again", StopAndStart, 120,
+         StartAgain},
         {"5.7", "Only a service of LocalSystem is taken for it", WrongOwner, 120, StartAgain},
         {"5.8", "A second process on the service's endpoint is refused", SecondOnItsEndpoint},
         {"5.9", "The service's interface is offered to this machine alone", MappedProtocols},

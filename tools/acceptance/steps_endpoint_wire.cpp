@@ -1,5 +1,5 @@
-// Every procedure and every callback by each transfer syntax, and the numbers with which calls are refused. The server is
-// the kit's own, with the product's endpoint and stubs.
+// Every procedure and every callback by each transfer syntax, and the numbers with which calls are refused. The server
+// is the kit's own, with the product's endpoint and stubs.
 #include <windows.h>
 
 #include <rpc.h>
@@ -50,9 +50,8 @@ void TryEveryCall(Findings& findings, EchoServer& server, Caller& client) {
             [&] { texts.Compare("its result", client.SetMyZorvPP(text, "", "1", text, true) ? "1" : "0", "1"); });
     arrived(numbers, "GetUUID", "|241|0", [&] { texts.Compare("its answer", client.GetUUID(241), letters); });
     const std::string large(100000, 'x');
-    arrived(both, "BigDataServiceCall", "|100010|0", [&] {
-        both.Compare("its answer", client.BigDataServiceCall("text " + large, 100010), letters + large);
-    });
+    arrived(both, "BigDataServiceCall", "|100010|0",
+            [&] { both.Compare("its answer", client.BigDataServiceCall("text " + large, 100010), letters + large); });
     numbers.Report(findings, "procedures with numbers get them, and answer");
     bytes.Report(findings, "procedures with a flag get it");
     texts.Report(findings, "procedures with texts get them, and answer");
@@ -141,7 +140,8 @@ void Ndr64(Findings& findings) {
     zorvalis_client::Callbacks refusing;
     refusing.integer = [](std::int32_t, std::int32_t, std::int64_t) { ::RpcRaiseException(ERROR_PORT_UNREACHABLE); };
     Client64 refuser(refusing, server.Endpoint(), Offer::both);
-    findings.ExpectNumber(StatusOf([&] { refuser.GetModelName(kCookie); }), 0, "a call ends well whose callback is refused");
+    findings.ExpectNumber(StatusOf([&] { refuser.GetModelName(kCookie); }), 0,
+                          "a call ends well whose callback is refused");
     findings.Expect(server.State().at("callback").get<unsigned long>() != 0,
                     "the server sees the refusal: " + ErrorText(server.State().at("callback").get<unsigned long>()));
 }
@@ -155,8 +155,10 @@ void OnlyNdr64(Findings& findings) {
         client->GetModelName(kCookie);
     });
     const bool is64 = opened == 0 && server.State().at("ndr64").get<bool>();
-    ImpossibleUnderWine(findings, !is64, "this runtime has no NDR64: a client that offers nothing else reaches no "
-                                         "server, with status " + std::to_string(opened));
+    ImpossibleUnderWine(findings, !is64,
+                        "this runtime has no NDR64: a client that offers nothing else reaches no "
+                        "server, with status " +
+                            std::to_string(opened));
     findings.ExpectNumber(opened, 0, "a client that offers NDR64 alone opens a context and calls (context-ordinal)");
     TryEveryCall(findings, server, *client);
     findings.Saw(kNames);
@@ -206,7 +208,8 @@ void TryRefusals(Findings& findings, EchoServer& server, const Stubs& stubs) {
                           "a call on a null context is refused");
     findings.ExpectNumber(zorvalis_rpc::Guarded([&] { stubs.close(&none); }), RPC_X_SS_IN_NULL_CONTEXT,
                           "to close a null context is refused");
-    findings.ExpectNumber(zorvalis_rpc::Guarded([&] { stubs.call(first.context, 1); }), 0, "a context that is open serves");
+    findings.ExpectNumber(zorvalis_rpc::Guarded([&] { stubs.call(first.context, 1); }), 0,
+                          "a context that is open serves");
     server.Ask("forget 1");
     findings.ExpectNumber(zorvalis_rpc::Guarded([&] { stubs.call(first.context, 1); }), RPC_X_SS_CONTEXT_MISMATCH,
                           "a call on a context that the service has closed is refused");
@@ -244,8 +247,9 @@ void FaultKeepsContext(Findings& findings) {
     findings.ExpectNumber(StatusOf([&] { client.BigDataServiceCall("throw"); }), RPC_S_CALL_FAILED,
                           "an error in a procedure ends its call with a fault");
     const std::int32_t after = StatusOf([&] { client.GetModelName(kCookie); });
-    ImpossibleUnderWine(findings, after != 0, "this runtime closes the connection with a fault: the next call got " +
-                                                  ErrorText(static_cast<unsigned long>(after)));
+    ImpossibleUnderWine(findings, after != 0,
+                        "this runtime closes the connection with a fault: the next call got " +
+                            ErrorText(static_cast<unsigned long>(after)));
     findings.ExpectNumber(after, 0, "the context is served after the fault");
     findings.ExpectNumber(server.State().at("closed").get<int>(), 0, "no context was closed");
 }

@@ -1,10 +1,10 @@
 #include "stranger.h"
 
-#include <bcrypt.h>
 #include <lm.h>
 #include <sddl.h>
 
 #include <filesystem>
+#include <random>
 
 #include "kit.h"
 #include "platform/text.h"
@@ -21,19 +21,12 @@ StrangersEnd Failed(const char* where, DWORD error = ::GetLastError()) {
     return {where, error};
 }
 
-std::wstring CopyFolder() {
-    wchar_t data[MAX_PATH] = {};
-    ::GetEnvironmentVariableW(L"ProgramData", data, MAX_PATH);
-    return data + std::wstring(L"\\zorv-acceptance-copy");
-}
-
 // Of all four kinds that a rule for passwords may ask for.
 std::wstring NewPassword() {
-    BYTE bytes[32] = {};
-    ::BCryptGenRandom(nullptr, bytes, sizeof bytes, BCRYPT_USE_SYSTEM_PREFERRED_RNG);
     std::wstring password = L"aA1!";
-    for (const BYTE each : bytes) {
-        password += static_cast<wchar_t>(L'a' + each % 26);
+    std::random_device random;
+    for (int i = 0; i < 32; ++i) {
+        password += static_cast<wchar_t>(L'a' + random() % 26);
     }
     return password;
 }
@@ -64,17 +57,24 @@ StrangersEnd WaitForStranger(const PROCESS_INFORMATION& process) {
     return end;
 }
 
-OpenCopy::OpenCopy(Findings& findings) : program_(platform::to_utf8(CopyFolder()) + "\\zorv-acceptance.exe") {
+std::wstring OpenCopy::Folder() {
+    wchar_t data[MAX_PATH] = {};
+    ::GetEnvironmentVariableW(L"ProgramData", data, MAX_PATH);
+    return data + std::wstring(L"\\zorv-acceptance-copy");
+}
+
+OpenCopy::OpenCopy(Findings& findings) : program_(platform::to_utf8(OpenCopy::Folder()) + "\\zorv-acceptance.exe") {
     Remove();
     PSECURITY_DESCRIPTOR descriptor = nullptr;
     // Everybody and every container may read and run, administrators and LocalSystem do anything.
     constexpr wchar_t kAccess[] =
         L"D:P(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)(A;OICI;0x1200a9;;;WD)(A;OICI;0x1200a9;;;S-1-15-2-1)";
-    const BOOL made = ::ConvertStringSecurityDescriptorToSecurityDescriptorW(kAccess, SDDL_REVISION_1, &descriptor, nullptr);
+    const BOOL made =
+        ::ConvertStringSecurityDescriptorToSecurityDescriptorW(kAccess, SDDL_REVISION_1, &descriptor, nullptr);
     const platform::Owned<::LocalFree, HLOCAL> owned(descriptor);
     SECURITY_ATTRIBUTES attributes = {sizeof attributes, descriptor, FALSE};
     const std::wstring own = platform::to_wide(KitFolder() + "\\zorv-acceptance.exe");
-    if (made == FALSE || ::CreateDirectoryW(CopyFolder().c_str(), &attributes) == FALSE ||
+    if (made == FALSE || ::CreateDirectoryW(OpenCopy::Folder().c_str(), &attributes) == FALSE ||
         ::CopyFileW(own.c_str(), platform::to_wide(program_).c_str(), TRUE) == FALSE) {
         findings.Fail("the kit cannot be copied to where all may run it: " + ErrorText(::GetLastError()));
     }
@@ -82,7 +82,7 @@ OpenCopy::OpenCopy(Findings& findings) : program_(platform::to_utf8(CopyFolder()
 
 void OpenCopy::Remove() {
     std::error_code ignored;
-    std::filesystem::remove_all(CopyFolder(), ignored);
+    std::filesystem::remove_all(OpenCopy::Folder(), ignored);
 }
 
 OtherUser::OtherUser() : password_(NewPassword()) {
@@ -94,7 +94,8 @@ OtherUser::OtherUser() : password_(NewPassword()) {
     user.usri1_priv = USER_PRIV_USER;
     user.usri1_comment = comment.data();
     user.usri1_flags = UF_SCRIPT | UF_DONT_EXPIRE_PASSWD;
-    if (const DWORD status = ::NetUserAdd(nullptr, 1, reinterpret_cast<BYTE*>(&user), nullptr); status != NERR_Success) {
+    if (const DWORD status = ::NetUserAdd(nullptr, 1, reinterpret_cast<BYTE*>(&user), nullptr);
+        status != NERR_Success) {
         failure_ = "NetUserAdd: " + ErrorText(status);
         return;
     }
@@ -117,7 +118,7 @@ StrangersEnd OtherUser::Run(const std::string& command) const {
     PROCESS_INFORMATION process = {};
     std::wstring line = platform::to_wide(command);
     if (::CreateProcessWithLogonW(kName, L".", password_.c_str(), 0, nullptr, line.data(), CREATE_NO_WINDOW, nullptr,
-                                  CopyFolder().c_str(), &startup, &process) == FALSE) {
+                                  OpenCopy::Folder().c_str(), &startup, &process) == FALSE) {
         return Failed("CreateProcessWithLogonW");
     }
     return WaitForStranger(process);
@@ -145,7 +146,7 @@ StrangersEnd RunLow(const std::string& command) {
     PROCESS_INFORMATION process = {};
     std::wstring line = platform::to_wide(command);
     if (::CreateProcessAsUserW(token.get(), nullptr, line.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr,
-                               CopyFolder().c_str(), &startup, &process) == FALSE) {
+                               OpenCopy::Folder().c_str(), &startup, &process) == FALSE) {
         return Failed("CreateProcessAsUserW");
     }
     return WaitForStranger(process);

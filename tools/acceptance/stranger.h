@@ -27,6 +27,8 @@ public:
 
     const std::string& Program() const { return program_; }
 
+    static std::wstring Folder();
+
     // Deletes one that a kit that was ended has left.
     static void Remove();
 

@@ -18,9 +18,8 @@ using Derive = BOOL WINAPI(const wchar_t*, PSID**, DWORD*, PSID**, DWORD*);
 template <class Function>
 Function* Find(const wchar_t* library, const char* name) {
     const HMODULE loaded = ::LoadLibraryExW(library, nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
-    return loaded == nullptr
-               ? nullptr
-               : reinterpret_cast<Function*>(reinterpret_cast<void*>(::GetProcAddress(loaded, name)));
+    return loaded == nullptr ? nullptr
+                             : reinterpret_cast<Function*>(reinterpret_cast<void*>(::GetProcAddress(loaded, name)));
 }
 
 // A capability's identifiers, each and the arrays to be freed.
@@ -57,7 +56,8 @@ StrangersEnd RunContained(const std::string& command, const wchar_t* capability)
     }
     RemoveContainer();
     PSID container = nullptr;
-    if (const HRESULT result = create(kName, kName, L"Zorvalis acceptance kit", nullptr, 0, &container); FAILED(result)) {
+    if (const HRESULT result = create(kName, kName, L"Zorvalis acceptance kit", nullptr, 0, &container);
+        FAILED(result)) {
         return Failed("CreateAppContainerProfile", static_cast<DWORD>(result));
     }
     const platform::Owned<::FreeSid, PSID> ownedContainer(container);
@@ -85,7 +85,7 @@ StrangersEnd RunContained(const std::string& command, const wchar_t* capability)
                                     sizeof contained, nullptr, nullptr) != FALSE &&
         // Without a console, whose host a container may not reach.
         ::CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, EXTENDED_STARTUPINFO_PRESENT | DETACHED_PROCESS,
-                         nullptr, nullptr, &startup.StartupInfo, &process) != FALSE;
+                         nullptr, OpenCopy::Folder().c_str(), &startup.StartupInfo, &process) != FALSE;
     const DWORD error = ::GetLastError();
     ::DeleteProcThreadAttributeList(startup.lpAttributeList);
     return made == FALSE ? Failed("CreateProcessW", error) : WaitForStranger(process);
