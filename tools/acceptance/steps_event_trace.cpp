@@ -96,8 +96,9 @@ void TakesBothKinds(Findings& findings, bool numbered) {
     for (std::size_t i = 0; i < events.size() && i < std::size(wanted); ++i) {
         const TraceEvent& event = events[i];
         const std::string name = "\"" + wanted[i].text.substr(0, 30) + "\"";
-        findings.Expect(event.text == wanted[i].text,
-                        name + " arrives as it was logged, not as \"" + event.text.substr(0, 100) + "\"");
+        const bool same = event.text == wanted[i].text;
+        findings.Expect(
+            same, name + " arrives as it was logged" + (same ? "" : ", not as \"" + event.text.substr(0, 100) + "\""));
         findings.ExpectNumber(event.number, wanted[i].number, name + " has its number");
         findings.Expect(event.isMessage && event.source == kMessages, name + " has the GUID of the messages");
         findings.Saw(std::to_string(event.before) + " bytes stand in front of the text");
