@@ -2,18 +2,17 @@
 """The acceptance kit under Wine: every step is in its report, none has failed, those that Wine cannot show say why, and
 nothing of a run is left. The prefix is a fresh one.
 
-    acceptance_test.py BUILD
+    acceptance_test.py MADE     the folder that ./dev package made
 """
 import json
 import os
 import pathlib
-import shutil
 import subprocess
 import sys
+import zipfile
 
 from support import cases
 
-BUILD, ROOT = pathlib.Path(sys.argv[1]), pathlib.Path(__file__).resolve().parent.parent
 DRIVE = pathlib.Path(os.environ["WINEPREFIX"]) / "drive_c"
 # What a step says for why Wine cannot show it, and the steps that say so.
 IMPOSSIBLE = {
@@ -42,7 +41,6 @@ IMPOSSIBLE = {
     "no PowerShell that runs": "7.29",
 }
 MACHINE = "HKLM\\SOFTWARE\\Microsoft\\Windows"
-PACKAGED = {"bin/ZorvalisWinService.exe", "bin/zorvctl.exe", "bin/default.json"}
 
 
 def wine(*words):
@@ -65,16 +63,9 @@ def traces():
 class Kit:
     def __init__(self):
         self.place = cases.fresh_folder("kit")
-        (self.place / "payload").mkdir()
-        guide = ROOT / "docs/administrator.md"
-        for file in [*(BUILD / name for name in PACKAGED), ROOT / "LICENSE", ROOT / "THIRD-PARTY-NOTICES.md", guide]:
-            shutil.copy(file, self.place / "payload")
-        for version, name in (("2.0.6.0", "new"), ("2.0.5.0", "old")):
-            subprocess.run([sys.executable, ROOT / "packaging/windows/make_msi.py", "--payload", self.place / "payload",
-                            "--version", version, "--setup", BUILD / "bin/zorvsetup.exe", "--out",
-                            self.place / f"Zorvalis-{version}-{name}.msi"], check=True)
-        for name in ("zorv-acceptance.exe", "ZorvWinIo64.dll", "hardware.json"):
-            shutil.copy(BUILD / "bin" / name, self.place)
+        with zipfile.ZipFile(*pathlib.Path(sys.argv[1]).glob("zorvalis-acceptance-*.zip")) as archive:
+            archive.extractall(self.place)
+        (self.place,) = self.place.iterdir()
         for key, value, data in ((f"{MACHINE} NT\\CurrentVersion", "CurrentBuildNumber", "17763"),
                                  (f"{MACHINE}\\CurrentVersion\\Setup\\State", "ImageState", "IMAGE_STATE_COMPLETE")):
             assert wine("reg", "add", key, "/v", value, "/d", data, "/f")[0] == 0

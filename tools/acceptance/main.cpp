@@ -12,7 +12,6 @@
 #include <iterator>
 #include <sstream>
 
-#include "children.h"
 #include "kit.h"
 #include "part.h"
 #include "platform/entry.h"
@@ -172,20 +171,7 @@ int RunAll(const std::vector<std::string>& chosen, const std::string& folder) {
     return results.empty() ? 2 : 0;
 }
 
-// The third process: what a step needs another one for.
-int RunChild(const std::vector<std::string>& arguments) {
-    for (const Child& child : AllChildren()) {
-        if (arguments.size() > 1 && arguments[1] == child.name) {
-            return child.run({arguments.begin() + 2, arguments.end()});
-        }
-    }
-    return 2;
-}
-
 int Run(std::vector<std::string> arguments) {
-    if (!arguments.empty() && arguments[0] == "--child") {
-        return RunChild(arguments);
-    }
     CLI::App app("Tries Zorvalis on this Windows, changes nothing for good, and writes a report.", "zorv-acceptance");
     std::vector<std::string> chosen;
     std::string step;
