@@ -64,6 +64,12 @@ FILETIME InDays(int days) {
     return {ticks.LowPart, ticks.HighPart};
 }
 
+// With its container, which may be missing.
+void DeleteKey(const wchar_t* container) {
+    HCRYPTPROV none = 0;
+    ::CryptAcquireContextW(&none, container, kProvider, PROV_RSA_AES, CRYPT_MACHINE_KEYSET | CRYPT_DELETEKEYSET);
+}
+
 // The extensions of a certificate, with the bytes that they point to.
 class Extensions {
 public:
@@ -129,8 +135,8 @@ CERT_INFO Content(std::vector<BYTE>& issuer, std::vector<BYTE>& subject, std::ve
 
 }  // namespace
 
-Authority::Key::Key(const wchar_t* container) {
-    ::CryptAcquireContextW(&provider, container, kProvider, PROV_RSA_AES, CRYPT_MACHINE_KEYSET | CRYPT_DELETEKEYSET);
+Authority::Key::Key(const wchar_t* container) : container_(container) {
+    DeleteKey(container);
     Check(::CryptAcquireContextW(&provider, container, kProvider, PROV_RSA_AES, CRYPT_MACHINE_KEYSET | CRYPT_NEWKEYSET),
           "CryptAcquireContext");
     HCRYPTKEY key = 0;
@@ -147,6 +153,7 @@ Authority::Key::Key(const wchar_t* container) {
 
 Authority::Key::~Key() {
     ::CryptReleaseContext(provider, 0);
+    DeleteKey(container_);
 }
 
 Authority::Authority() : own_(kAuthorityKey), servers_(kServerKey) {
@@ -251,8 +258,7 @@ void Authority::Remove() {
         }
     }
     for (const wchar_t* container : {kAuthorityKey, kServerKey}) {
-        HCRYPTPROV none = 0;
-        ::CryptAcquireContextW(&none, container, kProvider, PROV_RSA_AES, CRYPT_MACHINE_KEYSET | CRYPT_DELETEKEYSET);
+        DeleteKey(container);
     }
 }
 

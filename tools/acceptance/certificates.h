@@ -39,14 +39,19 @@ public:
     static void Remove();
 
 private:
-    // A key in a container of this name.
-    struct Key {
-        HCRYPTPROV provider = 0;
-        std::vector<BYTE> public_info;  // a CERT_PUBLIC_KEY_INFO and what it points to
+    // A key in a container of this name, which goes with it.
+    class Key {
+    public:
         explicit Key(const wchar_t* container);
         ~Key();
         Key(const Key&) = delete;
         Key& operator=(const Key&) = delete;
+
+        HCRYPTPROV provider = 0;
+        std::vector<BYTE> public_info;  // a CERT_PUBLIC_KEY_INFO and what it points to
+
+    private:
+        const wchar_t* const container_;
     };
 
     std::string Sign(const char* type, const void* content) const;

@@ -122,6 +122,8 @@ std::vector<Step> NetworkSteps() {
         {"6.15", "The server's name is read from the registry for each request", ServersName, 60, RestoreServersName},
         {"6.16", "The installed zorvctl meets a trusted server, and gives an untrusted one nothing",
          QueryOfInstalledProgram, 120, RestoreTls},
+        {"6.17", "The proxy that is set for WinHTTP serves LocalSystem, too", ProxyOfSystem, 150, RestoreSystem, false},
+        {"6.18", "LocalSystem trusts the machine's authorities, and no other", TlsOfSystem, 300, RestoreSystem, false},
     };
 }
 

@@ -71,4 +71,9 @@ void PlainThroughProxy(Findings& findings);
 void TlsAsksProxy(Findings& findings);
 void TlsThroughProxy(Findings& findings);
 
+// steps_network_system.cpp
+void ProxyOfSystem(Findings& findings);
+void TlsOfSystem(Findings& findings);
+void RestoreSystem();
+
 }  // namespace zorvalis::acceptance
