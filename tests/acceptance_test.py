@@ -27,6 +27,7 @@ IMPOSSIBLE = {
     "diskpart makes no virtual disk": "7.12",
     "does not count this process's handles": "7.15",
     "time zone of Windows cannot be changed": "7.16 7.17",
+    "in the place of a false one": "7.21",
     "tells nothing about addresses": "7.22",
     "may make files in": "7.26",
     "has no DeriveCapabilitySidsFromName": "7.27",
