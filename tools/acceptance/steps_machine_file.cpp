@@ -329,18 +329,18 @@ void Digests(Findings& findings) {
 
 std::vector<Step> FileSteps() {
     return {
-        {"7.7", "names that Windows takes for something else are refused", Names, 60, nullptr, false},
-        {"7.8", "paths beyond 260 characters", LongPaths, 90,
+        {"7.7", "Names that Windows takes for something else are refused", Names, 60, nullptr, false},
+        {"7.8", "Paths beyond 260 characters", LongPaths, 90,
          [] {
              RestoreLongPaths();
              RemoveWorkFolder();
          },
          false},
-        {"7.9", "a file that another program holds is waited for a quarter of a second", HeldFiles, 90,
+        {"7.9", "A file that another program holds is waited for a quarter of a second", HeldFiles, 90,
          RemoveWorkFolder, false},
-        {"7.10", "a working copy that a connection holds is not deleted, and is written over", HeldWorkingCopy, 60,
+        {"7.10", "A working copy that a connection holds is not deleted, and is written over", HeldWorkingCopy, 60,
          RemoveWorkFolder, false},
-        {"7.11", "a new file goes with its process until its text is in it", KilledWriter, 120, RemoveWorkFolder,
+        {"7.11", "A new file goes with its process until its text is in it", KilledWriter, 120, RemoveWorkFolder,
          false},
         {"7.12", "Windows' provider computes the digests of files", Digests, 60, RemoveWorkFolder, false},
     };

@@ -120,9 +120,9 @@ void LateLibraries(Findings& findings) {
 
 std::vector<Step> LibrarySteps() {
     return {
-        {"7.21", "libraries come from beside the executable, and not from PATH or the current folder", Search, 60,
+        {"7.21", "Libraries come from beside the executable, and not from PATH or the current folder", Search, 60,
          RemoveWorkFolder, false},
-        {"7.22", "the network's libraries come from System32, whatever lies beside the executable", LateLibraries, 150,
+        {"7.22", "The network's libraries come from System32, whatever lies beside the executable", LateLibraries, 150,
          RemoveWorkFolder},
     };
 }

@@ -183,10 +183,10 @@ void LinksByUsers(Findings& findings) {
 
 std::vector<Step> LinkSteps() {
     return {
-        {"7.4", "junctions and symbolic links on the way to a file are seen", SeesLinks, 60, RemoveWorkFolder, false},
-        {"7.5", "a junction that an ordinary user has made is not followed", RedirectionTrust, 60, RemoveWorkFolder,
+        {"7.4", "Junctions and symbolic links on the way to a file are seen", SeesLinks, 60, RemoveWorkFolder, false},
+        {"7.5", "A junction that an ordinary user has made is not followed", RedirectionTrust, 60, RemoveWorkFolder,
          false},
-        {"7.6", "an ordinary user can put neither a hard nor a symbolic link in a file's place", LinksByUsers, 60,
+        {"7.6", "An ordinary user can put neither a hard nor a symbolic link in a file's place", LinksByUsers, 60,
          RemoveWorkFolder, false},
     };
 }

@@ -141,7 +141,7 @@ void Strangers(Findings& findings) {
 
 std::vector<Step> LockSteps() {
     return {
-        {"7.1", "the lock of a database file keeps processes apart, and goes with a process that is ended",
+        {"7.1", "The lock of a database file keeps processes apart, and goes with a process that is ended",
          BetweenProcesses, 60, nullptr, false},
         {"7.2", "LocalSystem and an administrator share the lock of a database file", WithLocalSystem, 150,
          [] {
@@ -149,7 +149,7 @@ std::vector<Step> LockSteps() {
              RemoveWorkFolder();
          },
          false},
-        {"7.3", "a lock's name that a stranger has taken is not waited for", Strangers, 60, nullptr, false},
+        {"7.3", "A lock's name that a stranger has taken is not waited for", Strangers, 60, nullptr, false},
     };
 }
 

@@ -193,7 +193,7 @@ std::vector<Step> ToolSteps() {
     return {
         {"7.29", "zorvctl status tells an administrator all and an ordinary user nothing false", StatusByBoth, 200},
         {"7.30", "PowerShell completes the commands of zorvctl", Completion, 120, RemoveWorkFolder},
-        {"7.31", "the executables have the product's version and protected headers; signature and scan", Executables,
+        {"7.31", "The executables have the product's version and protected headers; signature and scan", Executables,
          150},
     };
 }
