@@ -194,23 +194,23 @@ void RunsAtTheEnd(Findings& findings) {
 
 std::vector<Step> PackageSteps() {
     return {
-        {"1.1", "an installation that cannot be finished fails with 1603 and leaves nothing", FailsWithoutTraces,
+        {"1.1", "An installation that cannot be finished fails with 1603 and leaves nothing", FailsWithoutTraces,
          kInstallSeconds, TakeObstacle, false},
-        {"1.2", "the package installs silently: files, one entry among the programs", Installs, kInstallSeconds,
+        {"1.2", "The package installs silently: files, one entry among the programs", Installs, kInstallSeconds,
          nullptr, false},
-        {"1.3", "the service is registered as it should, its path in quotes", ExpectServiceEntry},
-        {"1.4", "a service that dies is to be restarted after 1, 5 and 15 minutes", ExpectRecovery},
-        {"1.5", "the data folder belongs to LocalSystem and administrators alone", ExpectAccessLists},
-        {"1.6", "the event source names a message file that is there", ExpectEventSource},
+        {"1.3", "The service is registered as it should, its path in quotes", ExpectServiceEntry},
+        {"1.4", "A service that dies is to be restarted after 1, 5 and 15 minutes", ExpectRecovery},
+        {"1.5", "The data folder belongs to LocalSystem and administrators alone", ExpectAccessLists},
+        {"1.6", "The event source names a message file that is there", ExpectEventSource},
         {"1.7", "zorvctl is found by the machine's PATH", ExpectPath},
-        {"1.8", "a pass of the installed executable makes records", RecordsByAPass},
-        {"1.9", "an upgrade keeps records and settings, and leaves one service and one entry", Upgrades,
+        {"1.8", "A pass of the installed executable makes records", RecordsByAPass},
+        {"1.9", "An upgrade keeps records and settings, and leaves one service and one entry", Upgrades,
          kInstallSeconds},
-        {"1.10", "a repair brings back files and the service's entry", Repairs, kInstallSeconds},
-        {"1.11", "a downgrade is refused with 1603 and changes nothing", RefusesDowngrade, kInstallSeconds},
-        {"1.12", "a file that is held open makes a repair fail with 1603, and nothing else", FailsWholeWhereAFileIsHeld,
+        {"1.10", "A repair brings back files and the service's entry", Repairs, kInstallSeconds},
+        {"1.11", "A downgrade is refused with 1603 and changes nothing", RefusesDowngrade, kInstallSeconds},
+        {"1.12", "A file that is held open makes a repair fail with 1603, and nothing else", FailsWholeWhereAFileIsHeld,
          2 * kInstallSeconds},
-        {"1.13", "the installed service runs", RunsAtTheEnd},
+        {"1.13", "The installed service runs", RunsAtTheEnd},
     };
 }
 

@@ -98,10 +98,10 @@ void LeavesNothing(Findings& findings) {
 
 std::vector<Step> RemovalSteps() {
     return {
-        {"8.1", "a removal leaves records and settings, and nothing else", KeepsRecords, kSeconds},
-        {"8.2", "a new installation goes on with the records that are there", FindsRecordsAgain, kSeconds, nullptr,
+        {"8.1", "A removal leaves records and settings, and nothing else", KeepsRecords, kSeconds},
+        {"8.2", "A new installation goes on with the records that are there", FindsRecordsAgain, kSeconds, nullptr,
          false},
-        {"8.3", "a removal with PURGE=1 leaves nothing, and a second one ends with 1605", LeavesNothing, kSeconds,
+        {"8.3", "A removal with PURGE=1 leaves nothing, and a second one ends with 1605", LeavesNothing, kSeconds,
          nullptr, false},
     };
 }

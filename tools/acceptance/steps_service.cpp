@@ -179,20 +179,20 @@ void BearsTenThousandEvents(Findings& findings) {
 
 std::vector<Step> ServiceSteps() {
     return {
-        {"2.1", "the executable started as a program refuses to be the service (1063)", RefusesToBeAProgram},
-        {"2.2", "the service starts, and RUNNING is its last report", Starts, 150},
-        {"2.3", "the service stops, and STOPPED is its last report", Stops, 180},
-        {"2.4", "pause and reserved controls are refused, others answered", TakesAndRefusesControls},
-        {"2.5", "the endpoint opens again after a restart of the service", OpensItsEndpointAgain, 240},
-        {"2.6", "the display's state, reported at the registration, becomes the record of a power-on", RecordsPowerOn,
+        {"2.1", "The executable started as a program refuses to be the service (1063)", RefusesToBeAProgram},
+        {"2.2", "The service starts, and RUNNING is its last report", Starts, 150},
+        {"2.3", "The service stops, and STOPPED is its last report", Stops, 180},
+        {"2.4", "Pause and reserved controls are refused, others answered", TakesAndRefusesControls},
+        {"2.5", "The endpoint opens again after a restart of the service", OpensItsEndpointAgain, 240},
+        {"2.6", "The display's state, reported at the registration, becomes the record of a power-on", RecordsPowerOn,
          150},
-        {"2.7", "a display that goes off and on is a power event of the service", HearsOfTheDisplay, 150},
-        {"2.8", "a ServiceMain that hangs is ended ten seconds after the stop", EndsAHungMain, 120, RemoveOwnService,
+        {"2.7", "A display that goes off and on is a power event of the service", HearsOfTheDisplay, 150},
+        {"2.8", "A ServiceMain that hangs is ended ten seconds after the stop", EndsAHungMain, 120, RemoveOwnService,
          false},
-        {"2.9", "a status handle given to UnregisterPowerSettingNotification does no harm", SurvivesUnregistration, 90,
+        {"2.9", "A status handle given to UnregisterPowerSettingNotification does no harm", SurvivesUnregistration, 90,
          RemoveOwnService, false},
-        {"2.10", "a service that died is started again after a minute", IsRestarted, 180},
-        {"2.11", "handles and memory bear ten thousand events of the registry", BearsTenThousandEvents, 270,
+        {"2.10", "A service that died is started again after a minute", IsRestarted, 180},
+        {"2.11", "Handles and memory bear ten thousand events of the registry", BearsTenThousandEvents, 270,
          TakeCounter},
     };
 }

@@ -2,8 +2,8 @@
 // does only when something is wrong.
 #include <windows.h>
 
-#include "children.h"
 #include "kit.h"
+#include "part.h"
 #include "platform/service.h"
 #include "platform/windows/wide.h"
 #include "process.h"
@@ -55,6 +55,14 @@ void Main(std::uint32_t, wchar_t**) {
     ::WaitForSingleObject(stopped, INFINITE);
 }
 
+int RunOwnService(const std::vector<std::string>& arguments) {
+    hangs = !arguments.empty() && arguments[0] == "hang";
+    stopped = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    return platform::run_service(kOwnService, Main) ? 0 : 1;
+}
+
+const Part kPart("own-service", RunOwnService);
+
 // Makes the service and starts it; it goes with the object.
 class OwnServiceRun {
 public:
@@ -63,7 +71,7 @@ public:
         const OwnedService manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT | SC_MANAGER_CREATE_SERVICE));
         service.reset(::CreateServiceW(manager.get(), kOwnService, kOwnService, SERVICE_ALL_ACCESS,
                                        SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START, SERVICE_ERROR_IGNORE,
-                                       platform::to_wide(ChildCommand("service", {mode})).c_str(), nullptr, nullptr,
+                                       platform::to_wide(PartCommand("own-service", {mode})).c_str(), nullptr, nullptr,
                                        nullptr, nullptr, nullptr));
         if (service == nullptr) {
             findings.Fail("a service of the kit can be made: " + ErrorText(::GetLastError()));
@@ -95,12 +103,6 @@ public:
 };
 
 }  // namespace
-
-int ServiceChild(const std::vector<std::string>& arguments) {
-    hangs = !arguments.empty() && arguments[0] == "hang";
-    stopped = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    return platform::run_service(kOwnService, Main) ? 0 : 1;
-}
 
 // Also the process of one that does not stop.
 void RemoveOwnService() {

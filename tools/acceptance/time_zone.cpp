@@ -7,7 +7,6 @@
 #include <string>
 
 #include "kit.h"
-#include "platform/windows/handles.h"
 
 namespace zorvalis::acceptance {
 namespace {
@@ -23,19 +22,6 @@ struct Rules {
     SYSTEMTIME daylight;
 };
 
-// Administrators have the privilege, but it is off at first. Without it, setting the zone fails.
-void EnablePrivilege() {
-    HANDLE opened = nullptr;
-    TOKEN_PRIVILEGES privileges = {};
-    privileges.PrivilegeCount = 1;
-    privileges.Privileges[0].Attributes = SE_PRIVILEGE_ENABLED;
-    if (::OpenProcessToken(::GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, &opened) != FALSE) {
-        const platform::OwnedHandle token(opened);
-        ::LookupPrivilegeValueW(nullptr, L"SeTimeZonePrivilege", &privileges.Privileges[0].Luid);
-        ::AdjustTokenPrivileges(opened, FALSE, &privileges, 0, nullptr, nullptr);
-    }
-}
-
 DWORD Set(const DYNAMIC_TIME_ZONE_INFORMATION& zone) {
     // Looked up, since Wine has none.
     const auto set = reinterpret_cast<decltype(&::SetDynamicTimeZoneInformation)>(reinterpret_cast<void*>(
@@ -43,7 +29,7 @@ DWORD Set(const DYNAMIC_TIME_ZONE_INFORMATION& zone) {
     if (set == nullptr) {
         return ERROR_CALL_NOT_IMPLEMENTED;
     }
-    EnablePrivilege();
+    EnableRight(L"SeTimeZonePrivilege");  // administrators have it, but it is off at first
     if (set(&zone) == FALSE) {
         return ::GetLastError();
     }
