@@ -163,8 +163,8 @@ void EndpointDescriptor(Findings& findings) {
 
 std::vector<Step> AccessSteps() {
     return {
-        {"7.26", "Ordinary users may neither change the programs nor see the records", Folders, 60},
-        {"7.27", "Everyone, and containers with one capability, may connect to the endpoint", EndpointDescriptor, 60,
+        {"7.27", "Ordinary users may neither change the programs nor see the records", Folders, 60},
+        {"7.28", "Everyone, and containers with one capability, may connect to the endpoint", EndpointDescriptor, 60,
          nullptr, false},
     };
 }

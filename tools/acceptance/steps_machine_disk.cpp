@@ -97,7 +97,7 @@ void FullDisk(Findings& findings) {
 }  // namespace
 
 std::vector<Step> DiskSteps() {
-    return {{"7.12", "A full disk leaves no half of a file", FullDisk, 150, Detach, false}};
+    return {{"7.13", "A full disk leaves no half of a file", FullDisk, 150, Detach, false}};
 }
 
 }  // namespace zorvalis::acceptance

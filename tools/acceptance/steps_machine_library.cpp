@@ -101,6 +101,15 @@ void LateLibraries(Findings& findings) {
         !Copy(library, WorkFolder::Path("wininet.dll"))) {
         findings.Fail("copies cannot be made: " + ErrorText(::GetLastError()));
     }
+    const HMODULE copy = ::LoadLibraryW(platform::to_wide(WorkFolder::Path("wininet.dll")).c_str());
+    if (copy == nullptr) {
+        findings.Fail("the false copy cannot be loaded: " + ErrorText(::GetLastError()));
+    }
+    const bool is_real = ::GetProcAddress(copy, "InternetGetConnectedState") != nullptr;
+    ::FreeLibrary(copy);
+    if (is_real) {
+        findings.Impossible("the true wininet.dll is loaded here in the place of a false one, whatever its path");
+    }
     const std::string wanted = NetworkWords(findings, ProgramFolder() + "\\zorvctl.exe");
     findings.Expect(wanted.find("network: ") != std::string::npos && wanted.find("server: ") != std::string::npos,
                     "zorvctl asks both libraries");
@@ -111,9 +120,9 @@ void LateLibraries(Findings& findings) {
 
 std::vector<Step> LibrarySteps() {
     return {
-        {"7.20", "Libraries come from beside the executable, and not from PATH or the current folder", Search, 60,
+        {"7.21", "Libraries come from beside the executable, and not from PATH or the current folder", Search, 60,
          RemoveWorkFolder, false},
-        {"7.21", "The network's libraries come from System32, whatever lies beside the executable", LateLibraries, 150,
+        {"7.22", "The network's libraries come from System32, whatever lies beside the executable", LateLibraries, 150,
          RemoveWorkFolder},
     };
 }

@@ -172,9 +172,9 @@ void Handles(Findings& findings) {
 
 std::vector<Step> RegistrySteps() {
     return {
-        {"7.13", "A waiter in the registry hears of other processes' changes", Notification, 60, RemoveKey, false},
-        {"7.14", "Thousands of writes at once lose no change", ManyWrites, 120, RemoveKey, false},
-        {"7.15", "Handles grow by one for each read or write that succeeds, and by none for a wait", Handles, 60,
+        {"7.14", "A waiter in the registry hears of other processes' changes", Notification, 60, RemoveKey, false},
+        {"7.15", "Thousands of writes at once lose no change", ManyWrites, 120, RemoveKey, false},
+        {"7.16", "Handles grow by one for each read or write that succeeds, and by none for a wait", Handles, 60,
          RemoveKey, false},
     };
 }

@@ -146,10 +146,10 @@ void CodePages(Findings& findings) {
 
 std::vector<Step> TimeSteps() {
     return {
-        {"7.16", "A running process follows a change of Windows' time zone", FollowsZone, 60, RestoreZone, false},
-        {"7.17", "Days of 23 and 25 hours, and one without a midnight", UnusualDays, 60, RestoreZone, false},
-        {"7.18", "Times before 1970 and after 3000 have no calendar form", FarTimes, 60, nullptr, false},
-        {"7.19", "A character that a code page lacks becomes the nearest one", CodePages, 60, nullptr, false},
+        {"7.17", "A running process follows a change of Windows' time zone", FollowsZone, 60, RestoreZone, false},
+        {"7.18", "Days of 23 and 25 hours, and one without a midnight", UnusualDays, 60, RestoreZone, false},
+        {"7.19", "Times before 1970 and after 3000 have no calendar form", FarTimes, 60, nullptr, false},
+        {"7.20", "A character that a code page lacks becomes the nearest one", CodePages, 60, nullptr, false},
     };
 }
 

@@ -147,10 +147,31 @@ LONG Trust(const std::string& path) {
     return ::WinVerifyTrust(static_cast<HWND>(INVALID_HANDLE_VALUE), &action, &data);
 }
 
+// What Windows' loader reads in the file's headers: whether addresses are random in 64 bits and data is not executed,
+// and no section is both written and executed.
+bool IsHardened(const std::string& path) {
+    constexpr WORD kWanted = IMAGE_DLLCHARACTERISTICS_HIGH_ENTROPY_VA | IMAGE_DLLCHARACTERISTICS_DYNAMIC_BASE |
+                             IMAGE_DLLCHARACTERISTICS_NX_COMPAT;
+    const std::string bytes = ReadText(path);
+    const auto* const dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(bytes.data());
+    if (bytes.size() < 4096 || dos->e_lfanew < 0 || dos->e_lfanew > 2048) {
+        return false;
+    }
+    const auto* const headers = reinterpret_cast<const IMAGE_NT_HEADERS64*>(bytes.data() + dos->e_lfanew);
+    const IMAGE_SECTION_HEADER* const sections = IMAGE_FIRST_SECTION(headers);
+    bool good = (headers->OptionalHeader.DllCharacteristics & kWanted) == kWanted;
+    for (WORD i = 0; i < headers->FileHeader.NumberOfSections && i < 24; ++i) {
+        constexpr DWORD kBoth = IMAGE_SCN_MEM_WRITE | IMAGE_SCN_MEM_EXECUTE;
+        good = good && (sections[i].Characteristics & kBoth) != kBoth;
+    }
+    return good;
+}
+
 void Executables(Findings& findings) {
     for (const char* name : kPrograms) {
         const std::string path = ProgramFolder() + "\\" + name;
         findings.ExpectText(FileVersion(path), kServiceVersion, std::string(name) + ": its version");
+        findings.Expect(IsHardened(path), std::string(name) + ": random addresses, no data is executed");
         char trust[16] = {};
         std::snprintf(trust, sizeof trust, "%08lX", static_cast<unsigned long>(Trust(path)));
         findings.Saw(std::string(name) + ": its signature: " + trust + " (0 is trusted, 800B0100 is none)");
@@ -170,9 +191,10 @@ void Executables(Findings& findings) {
 
 std::vector<Step> ToolSteps() {
     return {
-        {"7.28", "zorvctl status tells an administrator all and an ordinary user nothing false", StatusByBoth, 200},
-        {"7.29", "PowerShell completes the commands of zorvctl", Completion, 120, RemoveWorkFolder},
-        {"7.30", "The executables have the product's version; signature and scan", Executables, 150},
+        {"7.29", "zorvctl status tells an administrator all and an ordinary user nothing false", StatusByBoth, 200},
+        {"7.30", "PowerShell completes the commands of zorvctl", Completion, 120, RemoveWorkFolder},
+        {"7.31", "The executables have the product's version and protected headers; signature and scan", Executables,
+         150},
     };
 }
 

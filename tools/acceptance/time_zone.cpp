@@ -80,7 +80,9 @@ void RestoreZone() {
     DYNAMIC_TIME_ZONE_INFORMATION zone = {};
     if (bytes.size() == sizeof zone) {
         std::memcpy(&zone, bytes.data(), sizeof zone);
-        if (acceptance::Set(zone) == ERROR_SUCCESS) {
+        DYNAMIC_TIME_ZONE_INFORMATION now = {};
+        ::GetDynamicTimeZoneInformation(&now);
+        if (std::memcmp(&now, &zone, sizeof zone) == 0 || acceptance::Set(zone) == ERROR_SUCCESS) {
             Forget(kJournal);
         }
     }
