@@ -6,6 +6,7 @@
 
 #include "common/registry.h"
 #include "event_source.h"
+#include "files.h"
 #include "folders.h"
 #include "notes.h"
 #include "passes.h"
@@ -47,7 +48,9 @@ std::wstring FullFolder(const std::wstring& given) {
 std::set<std::wstring> Executables() {
     std::set<std::wstring> paths = ExecutablesOfTasks();
     if (const auto entry = ReadEntry()) {
-        paths.insert(ExecutableOf(entry->command));
+        const std::wstring executable = ExecutableOf(entry->command);
+        paths.insert(executable);
+        paths.insert(FolderOf(executable) + L"\\zorvctl.exe");
     }
     return paths;
 }
@@ -89,6 +92,12 @@ void CheckWindows() {
 }
 
 void Stop(seconds limit) {
+    if (const auto entry = ReadEntry()) {
+        const std::wstring executable = ExecutableOf(entry->command), folder = FolderOf(executable);
+        if (executable == folder + L"\\" + ZORV_SERVICE_FILE) {
+            RequireReplaceable(folder);
+        }
+    }
     Notes notes;
     // With a service that runs this is a new installation; else it may be one that was broken off, or made twice.
     const bool runs = IsServiceRunning();
@@ -148,6 +157,9 @@ void Remove(bool purge) {
 
 void Undo() {
     Notes notes;
+    if (!notes.Has(kService)) {
+        return Say("there is nothing to put back");
+    }
     const auto each = [&](const char* name, const std::function<void(const Json&)>& restore) {
         return [&notes, name, restore] {
             if (notes.Has(name)) {
@@ -161,7 +173,7 @@ void Undo() {
            each(kSource, [&](const Json& old) { old.is_null() ? DeleteEventSource() : WriteEventSource(folder(old)); }),
            each(kAdded, [&](const Json& added) { RemoveFromPath(folder(added)); }),
            each(kRemoved, [&](const Json& removed) { AddToPath(folder(removed)); })});
-    Say(notes.Has(kService) ? "put service, event source and PATH back" : "there is nothing to put back");
+    Say("put service, event source and PATH back");
 }
 
 void Resume() {
