@@ -31,7 +31,8 @@ SERVICE, SOURCE, PACKAGES, *_ = KEYS = [
 # Never to be changed: by its identity Windows knows which file of an older package it is.
 COMPONENTS = {"": 8, "ZorvalisWinService.exe": 2, "default.json": 3, "zorvctl.exe": 4, "LICENSE": 5, "THIRD-PARTY-NOTICES.md": 6,
               "administrator.md": 7}
-DONE, WRITE_FAULT, SHARING, INVALID, SERVICE_CONTROL, OLD_WINDOWS, REFUSED, SAME_VERSION = 0, 29, 32, 87, 1052, 1150, 1603, 1638
+DONE, WRITE_FAULT, SHARING, INVALID, SERVICE_CONTROL, OLD_WINDOWS, REFUSED, SAME_VERSION, NO_PROGRAM = (
+    0, 29, 32, 87, 1052, 1150, 1603, 1638, 193)
 # What Wine's installer ends with when a step fails, and when the package cannot be copied; Windows says 1603 and 1601.
 FAILED, NO_ROOM = 1627, 31
 
@@ -69,12 +70,13 @@ def differences(before, after):
 class Packages:
     def __init__(self):
         self.place = cases.fresh_folder("packages")
-        for name in ("older", "newer"):
+        for name in ("older", "newer", "broken"):
             (self.place / name).mkdir()
             for file in filter(None, COMPONENTS):
                 source = next(each for each in (BUILD / "bin" / file, ROOT / file, ROOT / "docs" / file) if each.exists())
                 shutil.copy(source, self.place / name)
             (self.place / name / "default.json").write_text(name)
+        (self.place / "broken/ZorvalisWinService.exe").write_text("no program, so that the last step fails: the start")
         self.setup, self.in_the_way = BUILD / "bin/zorvsetup.exe", BUILD / "tests/in-the-way.exe"
         self.old, self.new = self.make("older", "2.0.5.0"), self.make("newer", "2.0.6.0")
         wine("reg", "add", WINDOWS, "/v", "CurrentBuildNumber", "/d", "17763", "/f", expect=DONE)
@@ -93,13 +95,13 @@ class Packages:
         return log.read_bytes().replace(b"\0", b"").decode(errors="replace") if log.exists() else ""
 
     def script(self, name, *words, expect=DONE, **limits):
-        """install.cmd has the newer files in its folder; "older" installs the others."""
-        payload = "older" if name == "older" else "newer"
+        """install.cmd has the newer files in its folder; "older" and "broken" install those."""
+        payload = name if (self.place / name).exists() else "newer"
         folder = self.place / f"zip of {payload}"
         shutil.copytree(self.place / payload, folder, dirs_exist_ok=True)
         for file in (self.setup, ROOT / "packaging/windows/install.cmd", ROOT / "packaging/windows/remove.cmd"):
             shutil.copy(file, folder)
-        return wine("cmd", "/c", folder / f"{name.replace('older', 'install')}.cmd", *words, expect=expect, **limits)[1]
+        return wine("cmd", "/c", folder / ("remove.cmd" if name == "remove" else "install.cmd"), *words, expect=expect, **limits)[1]
 
     def stays(self, act, *words, **options):
         """An act that fails and leaves everything as it was. Returns what it said."""
@@ -232,6 +234,8 @@ class Packages:
         self.kept()
         self.collect()
         self.gets_in_the_way(self.script, ("older",), None)
+        TASK.unlink()  # which the service makes anew when it runs again
+        self.stays(self.script, "broken", expect=NO_PROGRAM)
         self.gets_in_the_way(self.script, ("remove",), None)
         self.script("install")
         assert "cannot be copied" in self.stays(self.script, "older", most=4 << 20, expect=WRITE_FAULT)
@@ -251,13 +255,10 @@ class Packages:
         self.stays(self.msi, "/i", self.new, expect=REFUSED)
         assert "1809 (build 17763)" in (said := self.stays(self.script, "install", expect=OLD_WINDOWS)) and "17134" in said, said
         wine("reg", "add", WINDOWS, "/v", "CurrentBuildNumber", "/d", "17763", "/f", expect=DONE)
-        # A file in the place of the data folder, which the last steps but one find.
-        (DRIVE / "ProgramData/Zorv").write_text("a file")
-        for act, words, code in ((self.msi, ("/i", self.new), FAILED), (self.script, ("install",), None)):
-            self.stays(act, *words, expect=code)
-        (DRIVE / "ProgramData/Zorv").unlink()
+        self.stays(self.msi, "/i", self.make("broken", "2.0.7.0"), expect=FAILED)
+        self.stays(self.script, "broken", expect=NO_PROGRAM)
 
 
 if __name__ == "__main__":
     packages = Packages()
-    sys.exit(cases.run("Packages", cases.methods(packages)))
+    sys.exit(cases.run("Packages", [each for each in cases.methods(packages) if not sys.argv[2:] or each.__name__ in sys.argv[2:]]))

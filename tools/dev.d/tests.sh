@@ -199,6 +199,7 @@ test_windows() {
         run_script windows-headers windows_headers_test build/windows
         run_script windows-ndr64 ndr64_facts_test build/windows/generated/rpc
         run_script windows-sdk sdk_package_test build/windows
+        run_script windows-setup windows_setup_test build/windows
         run_script windows-packages windows_package_test build/windows
         test_package
         test_acceptance
