@@ -7,6 +7,7 @@ widl knows no callback procedures, takes a binding handle for data, leaves out a
 the sizes checked that the other end sends. So it is given the interface in two halves, and what it makes is mended, each
 mend as often as it must be needed, or it fails. The mended bytes are those of Windows' own compiler (docs/windows.md).
 """
+import copy
 import pathlib
 import re
 import subprocess
@@ -14,6 +15,7 @@ import sys
 import tempfile
 
 import rpc_ndr64
+import rpc_ndr64_client
 import rpc_tables
 
 CALL, SERVE = "call_", "serve_"  # before a procedure's name where it is called, and where it is implemented
@@ -199,6 +201,11 @@ def main():
         rpc_ndr64.mend_server(stubs["zorvalis_rpc_server.c"], len(procedures))
         rpc_ndr64.mend_server_callback(stubs["zorvalis_rpc_server_callback.c"], len(callbacks))
         (folder / "zorvalis_rpc_ndr64.c").write_text(rpc_ndr64.source(idl, acf))
+        for end, mend, count in (("", rpc_ndr64_client.mend_client, len(procedures)),
+                                 ("_callback", rpc_ndr64_client.mend_client_callback, len(callbacks))):
+            both = stubs[f"zorvalis_rpc_client64{end}.c"] = copy.copy(stubs[f"zorvalis_rpc_client{end}.c"])
+            both.path = folder / f"zorvalis_rpc_client64{end}.c"
+            mend(both, count)
     for stub in stubs.values():
         stub.write()
 

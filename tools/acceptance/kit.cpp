@@ -14,6 +14,8 @@ namespace {
 
 using OwnedService = platform::Owned<::CloseServiceHandle, SC_HANDLE>;
 
+constexpr wchar_t kJournal[] = L"SOFTWARE\\zorv-acceptance";
+
 std::string Environment(const wchar_t* name) {
     wchar_t value[MAX_PATH] = {};
     const DWORD length = ::GetEnvironmentVariableW(name, value, MAX_PATH);
@@ -60,6 +62,34 @@ bool IsRegistered() {
     return OwnedService(::OpenServiceW(manager.get(), kServiceName, SERVICE_QUERY_STATUS)) != nullptr;
 }
 
+bool Keep(const std::string& name, const std::string& bytes) {
+    return ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, kJournal, platform::to_wide(name).c_str(), REG_BINARY, bytes.data(),
+                             static_cast<DWORD>(bytes.size())) == ERROR_SUCCESS;
+}
+
+std::string Kept(const std::string& name) {
+    std::string bytes(65536, '\0');
+    auto size = static_cast<DWORD>(bytes.size());
+    const LSTATUS status = ::RegGetValueW(HKEY_LOCAL_MACHINE, kJournal, platform::to_wide(name).c_str(),
+                                          RRF_RT_REG_BINARY, nullptr, bytes.data(), &size);
+    bytes.resize(status == ERROR_SUCCESS ? size : 0);
+    return bytes;
+}
+
+void Forget(const std::string& name) {
+    ::RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kJournal, platform::to_wide(name).c_str());
+    HKEY key = nullptr;
+    if (::RegOpenKeyExW(HKEY_LOCAL_MACHINE, kJournal, 0, KEY_READ, &key) == ERROR_SUCCESS) {
+        const platform::OwnedKey owned(key);
+        DWORD values = 1;
+        ::RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &values, nullptr, nullptr,
+                           nullptr, nullptr);
+        if (values == 0) {
+            ::RegDeleteKeyW(HKEY_LOCAL_MACHINE, kJournal);
+        }
+    }
+}
+
 bool IsAdministrator() {
     SID_IDENTIFIER_AUTHORITY authority = SECURITY_NT_AUTHORITY;
     PSID administrators = nullptr;
@@ -70,6 +100,18 @@ bool IsAdministrator() {
         ::FreeSid(administrators);
     }
     return is_member != FALSE;
+}
+
+bool EnableRight(const wchar_t* name) {
+    HANDLE token = nullptr;
+    if (::OpenProcessToken(::GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES, &token) == FALSE) {
+        return false;
+    }
+    const platform::OwnedHandle owned(token);
+    TOKEN_PRIVILEGES rights = {1, {{{}, SE_PRIVILEGE_ENABLED}}};
+    return ::LookupPrivilegeValueW(nullptr, name, &rights.Privileges[0].Luid) != FALSE &&
+           ::AdjustTokenPrivileges(token, FALSE, &rights, 0, nullptr, nullptr) != FALSE &&
+           ::GetLastError() == ERROR_SUCCESS;  // it succeeds, too, where the user lacks the right
 }
 
 bool IsWine() {

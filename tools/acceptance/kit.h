@@ -1,4 +1,4 @@
-// Where things lie, and what the machine is. Paths are UTF-8.
+// Where things lie, what the machine is, and what the kit keeps while it runs. Paths and texts are UTF-8.
 #pragma once
 
 #include <string>
@@ -8,7 +8,7 @@ namespace zorvalis::acceptance {
 // The folder of zorv-acceptance.exe, with the packages and the stand-in hardware library. It ends without a backslash.
 std::string KitFolder();
 
-// The package that is tried, and an older one; empty when the kit has none.
+// The package that is tried, and an older one, whose name ends with "-old.msi"; empty when the kit has none.
 std::string NewPackage();
 std::string OldPackage();
 
@@ -16,10 +16,23 @@ std::string OldPackage();
 std::string ProgramFolder();
 std::string DataFolder();
 
-// Whether the service database has the product; whether it runs from ProgramFolder() as this kit's package installs it.
+// Whether the service database has the product.
 bool IsRegistered();
 
+// What must outlive a step, and the kit if it is ended or the machine restarts: bytes by name, in the registry under
+// HKEY_LOCAL_MACHINE\SOFTWARE\zorv-acceptance. The key goes with the last name.
+bool Keep(const std::string& name, const std::string& bytes);
+std::string Kept(const std::string& name);  // empty when there is none
+void Forget(const std::string& name);
+
+// Kept while the product is on this machine because the kit has put it there: only then may the kit change or remove
+// it.
+inline constexpr char kOwnInstallation[] = "installed by the kit";
+
 bool IsAdministrator();
+
+// Switches a right on that this process's user has, L"SeDebugPrivilege".
+bool EnableRight(const wchar_t* name);
 
 // Wine stubs much of what the steps try. A step asks only where it cannot see that itself.
 bool IsWine();

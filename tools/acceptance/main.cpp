@@ -4,13 +4,16 @@
 #include <windows.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 
 #include "kit.h"
+#include "part.h"
 #include "platform/entry.h"
 #include "platform/text.h"
 #include "platform/windows/wide.h"
@@ -51,13 +54,24 @@ int RunOne(const std::string& number, const std::string& file) {
         std::printf("There is no step %s; --list shows all.\n", number.c_str());
         return 2;
     }
-    const Findings findings = FindingsOf(step->run);
+    const Findings findings = FindingsOf(step->run, !file.empty());
     if (file.empty()) {
         Result result = {step->number, step->what, findings.verdict(), findings.lines(), 0};
         std::fputs(ReportText({result}).c_str(), stdout);
         return findings.verdict() == Verdict::failed ? 1 : 0;
     }
     return WriteAll(file, ToJson(findings)) ? 0 : 2;
+}
+
+// In this process, so it must neither hang nor throw: what it does throw is told.
+void Restore(const Step& step, const char* words) {
+    try {
+        if (step.restore != nullptr) {
+            step.restore();
+        }
+    } catch (const std::exception& exception) {
+        std::printf("%s: %s%s\n", step.number, words, exception.what());
+    }
 }
 
 Result RunInProcess(const Step& step, const std::string& folder) {
@@ -69,6 +83,8 @@ Result RunInProcess(const Step& step, const std::string& folder) {
     }
     const auto start = std::chrono::steady_clock::now();
     const std::string file = folder + "\\step-" + step.number + ".json";
+    std::error_code ignored;
+    std::filesystem::remove(PathOf(file), ignored);  // of a kit that was ended
     const Ended ended = RunProgram(
         Quoted(KitFolder() + "\\zorv-acceptance.exe") + " --step " + step.number + " --result " + Quoted(file),
         step.limit);
@@ -77,14 +93,12 @@ Result RunInProcess(const Step& step, const std::string& folder) {
         result.lines = {!ended.started   ? "FAILED: its process cannot be started: " + ErrorText(ended.code)
                         : !ended.in_time ? "FAILED: it did not end within " + std::to_string(step.limit) + " s"
                                          : "FAILED: its process ended early, with " + std::to_string(ended.code)};
-        if (!ended.output.empty()) {
-            result.lines.push_back(ended.output);
+        std::istringstream saw(ended.output);
+        for (std::string line; std::getline(saw, line);) {
+            result.lines.push_back(line);
         }
-        if (step.restore != nullptr) {
-            step.restore();
-        }
+        Restore(step, "undoing what it left: ");
     }
-    std::error_code ignored;
     std::filesystem::remove(PathOf(file), ignored);
     result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return result;
@@ -98,7 +112,23 @@ bool IsChosen(const Step& step, const std::vector<std::string>& chosen) {
             return true;
         }
     }
-    return chosen.empty();
+    return chosen.empty() && !step.by_hand;
+}
+
+// A run that was broken off, or of some groups alone, leaves the product installed.
+void TellOfProduct() {
+    if (!Kept(kOwnInstallation).empty()) {
+        std::puts(
+            "The kit's Zorvalis is still on this machine; `zorv-acceptance --only 8` removes it with its records.");
+    }
+}
+
+int RestoreAll() {
+    for (const Step& step : AllSteps()) {
+        Restore(step, "cannot be undone: ");
+    }
+    TellOfProduct();
+    return 0;
 }
 
 int RunAll(const std::vector<std::string>& chosen, const std::string& folder) {
@@ -107,11 +137,17 @@ int RunAll(const std::vector<std::string>& chosen, const std::string& folder) {
         return 2;
     }
     if (chosen.empty() && IsRegistered()) {
-        std::puts("Zorvalis is installed on this machine. Take one without it: the kit would remove its records.");
+        std::puts(Kept(kOwnInstallation).empty()
+                      ? "Zorvalis is installed on this machine. Take one without it: the kit would remove its records."
+                      : "A run of the kit was broken off. Start `zorv-acceptance --restore`, then `--only 8`.");
         return 2;
     }
     std::error_code error;
     std::filesystem::create_directories(PathOf(folder), error);
+    if (!WriteAll(folder + "\\report.txt", "The run has not ended.\n")) {
+        std::printf("%s cannot be written to; name another folder by --report.\n", folder.c_str());
+        return 2;
+    }
     std::vector<Result> results;
     for (const Step& step : AllSteps()) {
         if (!IsChosen(step, chosen)) {
@@ -123,6 +159,7 @@ int RunAll(const std::vector<std::string>& chosen, const std::string& folder) {
         std::printf("%s\n", VerdictText(results.back().verdict).c_str());
         std::fflush(stdout);
     }
+    TellOfProduct();
     const bool written = WriteAll(folder + "\\report.txt", ReportText(results)) &&
                          WriteAll(folder + "\\report.json", ReportJson(results));
     std::printf("%s %s\\report.txt and report.json\n", written ? "Written:" : "CANNOT BE WRITTEN:", folder.c_str());
@@ -144,8 +181,9 @@ int Run(std::vector<std::string> arguments) {
     bool restore = false;
     app.add_option("--only", chosen, "These steps (5.3) or groups (5) alone; the product stays as it is between them");
     app.add_option("--report", folder, "The folder for report.txt and report.json")->capture_default_str();
-    app.add_flag("--list", list, "Names all steps");
-    app.add_flag("--restore", restore, "Undoes what a kit that was ended may have left, but the product");
+    app.add_flag("--list", list, "Names all steps; those of group 9 run only when they are chosen");
+    app.add_flag("--restore", restore,
+                 "Undoes what a kit that was ended may have left, and says how to remove the product");
     app.add_option("--step", step, "Runs one step in this process");
     app.add_option("--result", result, "Where --step leaves what it found")->needs("--step");
     std::reverse(arguments.begin(), arguments.end());
@@ -171,12 +209,7 @@ int Run(std::vector<std::string> arguments) {
         return 0;
     }
     if (restore) {
-        for (const Step& each : AllSteps()) {
-            if (each.restore != nullptr) {
-                each.restore();
-            }
-        }
-        return 0;
+        return RestoreAll();
     }
     return step.empty() ? RunAll(chosen, folder) : RunOne(step, result);
 }
@@ -189,5 +222,6 @@ int program_main(int argc, const wchar_t* const* argv) {
     for (int i = 1; i < argc; ++i) {
         arguments.push_back(platform::to_utf8(argv[i]));
     }
-    return zorvalis::acceptance::Run(std::move(arguments));
+    int code = 0;
+    return zorvalis::acceptance::RunPart(arguments, code) ? code : zorvalis::acceptance::Run(std::move(arguments));
 }

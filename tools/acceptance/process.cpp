@@ -2,41 +2,50 @@
 
 #include <windows.h>
 
-#include <thread>
+#include <algorithm>
 
+#include "platform/text.h"
 #include "platform/windows/handles.h"
 #include "platform/windows/wide.h"
 
 namespace zorvalis::acceptance {
 namespace {
 
-constexpr std::size_t kMostOutput = 1 << 20;
+constexpr DWORD kMostOutput = 1 << 20;
 
-// Ends when every process that has the pipe's other end has ended.
-void ReadAll(HANDLE pipe, std::string& output) {
-    char buffer[4096];
-    DWORD size = 0;
-    while (::ReadFile(pipe, buffer, sizeof buffer, &size, nullptr) != FALSE && size != 0) {
-        if (output.size() < kMostOutput) {
-            output.append(buffer, size);
-        }
+// A file for the output that goes with its last handle. A pipe would have to be read until whoever inherited it ends.
+platform::OwnedHandle OutputFile() {
+    wchar_t folder[MAX_PATH + 1] = {};
+    wchar_t path[MAX_PATH + 1] = {};
+    ::GetTempPathW(MAX_PATH + 1, folder);
+    if (::GetTempFileNameW(folder, L"zac", 0, path) == 0) {
+        return nullptr;
     }
+    SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
+    const HANDLE file = ::CreateFileW(path, GENERIC_READ | GENERIC_WRITE | DELETE,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, &inherited, CREATE_ALWAYS,
+                                      FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+    return platform::OwnedHandle(file == INVALID_HANDLE_VALUE ? nullptr : file);
+}
+
+std::string TextOf(HANDLE file) {
+    std::string text(std::min(::GetFileSize(file, nullptr), kMostOutput), '\0');
+    DWORD size = 0;
+    ::SetFilePointer(file, 0, nullptr, FILE_BEGIN);
+    ::ReadFile(file, text.data(), static_cast<DWORD>(text.size()), &size, nullptr);
+    text.resize(size);
+    return text;
 }
 
 }  // namespace
 
-Ended RunProgram(const std::string& command, int seconds) {
+Ended RunProgram(const std::string& command, int seconds, void* token) {
     Ended ended;
-    SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
-    HANDLE read = nullptr;
-    HANDLE write = nullptr;
-    if (::CreatePipe(&read, &write, &inherited, 0) == FALSE) {
+    const platform::OwnedHandle output = OutputFile();
+    if (output == nullptr) {
         ended.code = ::GetLastError();
         return ended;
     }
-    const platform::OwnedHandle reading(read);
-    platform::OwnedHandle writing(write);
-    ::SetHandleInformation(read, HANDLE_FLAG_INHERIT, 0);
     const platform::OwnedHandle job(::CreateJobObjectW(nullptr, nullptr));
     JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits = {};
     limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
@@ -45,12 +54,16 @@ Ended RunProgram(const std::string& command, int seconds) {
     STARTUPINFOW startup = {};
     startup.cb = sizeof startup;
     startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdOutput = write;
-    startup.hStdError = write;
+    startup.hStdOutput = output.get();
+    startup.hStdError = output.get();
     PROCESS_INFORMATION process = {};
     std::wstring line = platform::to_wide(command);
-    if (::CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, CREATE_SUSPENDED | CREATE_NO_WINDOW, nullptr,
-                         nullptr, &startup, &process) == FALSE) {
+    constexpr DWORD kFlags = CREATE_SUSPENDED | CREATE_NO_WINDOW;
+    const BOOL made = token == nullptr ? ::CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, kFlags, nullptr,
+                                                          nullptr, &startup, &process)
+                                       : ::CreateProcessAsUserW(token, nullptr, line.data(), nullptr, nullptr, TRUE,
+                                                                kFlags, nullptr, nullptr, &startup, &process);
+    if (made == FALSE) {
         ended.code = ::GetLastError();
         return ended;
     }
@@ -59,11 +72,8 @@ Ended RunProgram(const std::string& command, int seconds) {
     const platform::OwnedHandle thread(process.hThread);
     ::AssignProcessToJobObject(job.get(), process.hProcess);
     ::ResumeThread(process.hThread);
-    writing.reset();
-    std::thread reader(ReadAll, read, std::ref(ended.output));
     ended.in_time = ::WaitForSingleObject(process.hProcess, static_cast<DWORD>(seconds) * 1000) == WAIT_OBJECT_0;
-    // Also what the program has started and left behind, which may hold the pipe.
-    ::TerminateJobObject(job.get(), ERROR_TIMEOUT);
+    ::TerminateJobObject(job.get(), ERROR_TIMEOUT);  // also what the program has started and left behind
     if (!ended.in_time) {
         ::TerminateProcess(process.hProcess, ERROR_TIMEOUT);
         ::WaitForSingleObject(process.hProcess, 10000);
@@ -71,7 +81,7 @@ Ended RunProgram(const std::string& command, int seconds) {
     DWORD code = 0;
     ::GetExitCodeProcess(process.hProcess, &code);
     ended.code = code;
-    reader.join();
+    ended.output = TextOf(output.get());
     return ended;
 }
 
@@ -87,6 +97,12 @@ std::string Quoted(const std::string& word) {
     }
     quoted.append(backslashes, '\\');
     return quoted + "\"";
+}
+
+std::string SystemProgram(const std::string& name) {
+    wchar_t folder[MAX_PATH] = {};
+    const UINT length = ::GetSystemDirectoryW(folder, MAX_PATH);
+    return Quoted(platform::to_utf8({folder, length}) + "\\" + name);
 }
 
 }  // namespace zorvalis::acceptance

@@ -14,9 +14,13 @@ struct Ended {
 };
 
 // Waits for the program. `command` is a command line of Windows in UTF-8, its first word quoted where it has blanks.
-Ended RunProgram(const std::string& command, int seconds);
+// With a `token` (a HANDLE) it runs as the token's user.
+Ended RunProgram(const std::string& command, int seconds, void* token = nullptr);
 
 // A word of a command line, quoted as Windows' own parser reads it.
 std::string Quoted(const std::string& word);
+
+// A program of Windows' own, "msiexec.exe", with its path in quotes.
+std::string SystemProgram(const std::string& name);
 
 }  // namespace zorvalis::acceptance

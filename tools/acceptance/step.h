@@ -13,6 +13,9 @@ enum class Verdict { held, failed, impossible };
 // What a step saw. Texts are UTF-8.
 class Findings {
 public:
+    // With `tells` each line is also printed at once, so that it is not lost with a process that is ended.
+    explicit Findings(bool tells = false) : tells_(tells) {}
+
     // A fact for the report, "the service ended with 0".
     void Saw(const std::string& fact);
 
@@ -32,6 +35,7 @@ public:
     bool checked() const { return checked_; }  // whether anything was expected
 
 private:
+    const bool tells_;
     Verdict verdict_ = Verdict::held;
     bool checked_ = false;
     std::vector<std::string> lines_;
@@ -43,11 +47,12 @@ struct Step {
     void (*run)(Findings&);
     int limit = 60;               // seconds
     void (*restore)() = nullptr;  // undoes what a step that was ended may have left; may run when nothing is left
-    bool needs_installed = true;  // not tried where the product is not installed by the kit
+    bool needs_installed = true;  // not tried where the service is not registered
+    bool by_hand = false;         // needs somebody at the machine: it runs only when it is chosen
 };
 
 // Runs a step to its end in this process. A step that throws has failed, and so has one that checked nothing.
-Findings FindingsOf(void (*run)(Findings&));
+Findings FindingsOf(void (*run)(Findings&), bool tells);
 
 // All steps in the order in which they run.
 const std::vector<Step>& AllSteps();
@@ -61,5 +66,6 @@ std::vector<Step> EndpointSteps();  // 5: RPC
 std::vector<Step> NetworkSteps();   // 6: TLS and proxy
 std::vector<Step> MachineSteps();   // 7: files, registry, time, access
 std::vector<Step> RemovalSteps();   // 8: removal and purge
+std::vector<Step> ByHandSteps();    // 9: what somebody does at the machine
 
 }  // namespace zorvalis::acceptance

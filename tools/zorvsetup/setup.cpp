@@ -7,6 +7,7 @@
 
 #include "common/registry.h"
 #include "event_source.h"
+#include "files.h"
 #include "folders.h"
 #include "notes.h"
 #include "passes.h"
@@ -49,7 +50,9 @@ std::wstring FullFolder(const std::wstring& given) {
 std::set<std::wstring> Executables() {
     std::set<std::wstring> paths = ExecutablesOfTasks();
     if (const auto entry = ReadEntry()) {
-        paths.insert(ExecutableOf(entry->command));
+        const std::wstring executable = ExecutableOf(entry->command);
+        paths.insert(executable);
+        paths.insert(FolderOf(executable) + L"\\zorvctl.exe");
     }
     return paths;
 }
@@ -94,6 +97,12 @@ void CheckWindows() {
 }
 
 void Stop(seconds limit) {
+    if (const auto entry = ReadEntry()) {
+        const std::wstring executable = ExecutableOf(entry->command), folder = FolderOf(executable);
+        if (executable == folder + L"\\" + ZORV_SERVICE_FILE) {
+            RequireReplaceable(folder);
+        }
+    }
     Notes notes;
     // With a service that runs this is a new installation; else it may be one that was broken off, or made twice.
     const bool runs = IsServiceRunning();
@@ -164,6 +173,9 @@ void Remove(bool purge) {
 
 void Undo() {
     Notes notes;
+    if (!notes.Has(kService)) {
+        return Say("there is nothing to put back");
+    }
     Attempts all;
     const auto restore = [&](const char* name, const auto& step) {
         if (notes.Has(name)) {
@@ -184,7 +196,7 @@ void Undo() {
         DeleteEmptyFolders(folders);
     });
     all.Finish();
-    Say(notes.Has(kService) ? "put service, event source and PATH back" : "there is nothing to put back");
+    Say("put service, event source and PATH back");
 }
 
 void Resume() {
