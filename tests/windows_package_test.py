@@ -175,6 +175,8 @@ class Packages:
         assert {row[0] for row in tables(self.new, "Component")} == {row[1] for row in tables(self.new, "FeatureComponents")}
         old, new = (dict(tables(each, "Property")) for each in (self.old, self.new))
         assert old["ProductCode"] != new["ProductCode"] and old["UpgradeCode"] == new["UpgradeCode"] == new["UpgradeCode"].upper()
+        assert {"REINSTALLMODE": "amus", "MSIRESTARTMANAGERCONTROL": "Disable", "REBOOT": "ReallySuppress", "ALLUSERS": "1",
+                "SecureCustomProperties": "NEWERVERSION;OLDERVERSION;PURGE;WINDOWSBUILD"}.items() <= new.items()
         codes = [dict(tables(each, "_SummaryInformation"))["9"] for each in (self.old, self.new)]
         assert len({*codes, old["ProductCode"], new["ProductCode"]}) == 4
         steps = sorted(tables(self.new, "InstallExecuteSequence"), key=lambda row: int(row[2]))
