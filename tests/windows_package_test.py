@@ -86,6 +86,7 @@ class Packages:
         self.old, self.new = self.make("older", "2.0.5.0"), self.make("newer", "2.0.6.0")
         wine("reg", "add", WINDOWS, "/v", "CurrentBuildNumber", "/d", "17763", "/f", expect=DONE)
         wine(self.setup, "remove", "--purge", expect=DONE)
+        shutil.rmtree(FOLDER.parent, ignore_errors=True)  # other tests' leavings
         self.bare = machine()
 
     def make(self, payload, version, name="", **environment):
