@@ -1,0 +1,87 @@
+#include "kit.h"
+
+#include <windows.h>
+
+#include <filesystem>
+
+#include "platform/text.h"
+#include "platform/windows/handles.h"
+#include "platform/windows/wide.h"
+#include "service/service_install.h"
+
+namespace zorvalis::acceptance {
+namespace {
+
+using OwnedService = platform::Owned<::CloseServiceHandle, SC_HANDLE>;
+
+std::string Environment(const wchar_t* name) {
+    wchar_t value[MAX_PATH] = {};
+    const DWORD length = ::GetEnvironmentVariableW(name, value, MAX_PATH);
+    return length < MAX_PATH ? platform::to_utf8({value, length}) : "";
+}
+
+// The package whose name is, or is not, marked as the older one.
+std::string Package(bool old) {
+    for (const auto& entry : std::filesystem::directory_iterator(platform::to_wide(KitFolder()))) {
+        const std::wstring name = entry.path().filename().wstring();
+        if (entry.path().extension() == L".msi" && (name.find(L"-old.msi") != std::wstring::npos) == old) {
+            return platform::to_utf8(entry.path().wstring());
+        }
+    }
+    return "";
+}
+
+}  // namespace
+
+std::string KitFolder() {
+    std::wstring path(32768, L'\0');
+    path.resize(::GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
+    return platform::to_utf8(path.substr(0, path.find_last_of(L'\\')));
+}
+
+std::string NewPackage() {
+    return Package(false);
+}
+
+std::string OldPackage() {
+    return Package(true);
+}
+
+std::string ProgramFolder() {
+    return Environment(L"ProgramW6432") + "\\Zorv\\Zorvalis";
+}
+
+std::string DataFolder() {
+    return Environment(L"ProgramData") + "\\Zorv\\Zorvcore\\Zorvalis";
+}
+
+bool IsRegistered() {
+    const OwnedService manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
+    return OwnedService(::OpenServiceW(manager.get(), kServiceName, SERVICE_QUERY_STATUS)) != nullptr;
+}
+
+bool IsAdministrator() {
+    SID_IDENTIFIER_AUTHORITY authority = SECURITY_NT_AUTHORITY;
+    PSID administrators = nullptr;
+    BOOL is_member = FALSE;
+    if (::AllocateAndInitializeSid(&authority, 2, SECURITY_BUILTIN_DOMAIN_RID, DOMAIN_ALIAS_RID_ADMINS, 0, 0, 0, 0, 0,
+                                   0, &administrators) != FALSE) {
+        ::CheckTokenMembership(nullptr, administrators, &is_member);
+        ::FreeSid(administrators);
+    }
+    return is_member != FALSE;
+}
+
+bool IsWine() {
+    return ::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
+}
+
+std::string ErrorText(unsigned long error) {
+    wchar_t text[512] = {};
+    const DWORD length =
+        ::FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_MAX_WIDTH_MASK,
+                         nullptr, error, 0, text, 512, nullptr);
+    return std::to_string(error) + (length == 0 ? "" : " (" + platform::to_utf8({text, length}) + ")");
+}
+
+}  // namespace zorvalis::acceptance

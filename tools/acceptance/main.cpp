@@ -1,0 +1,193 @@
+// zorv-acceptance: tries on a real Windows what its tests elsewhere could not, and reports it. Started as administrator
+// on a machine without the product, it installs it, runs its steps one after another, each in a process of its own, and
+// removes it again. A failed step makes its exit code 1.
+#include <windows.h>
+
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "kit.h"
+#include "platform/entry.h"
+#include "platform/text.h"
+#include "platform/windows/wide.h"
+#include "process.h"
+#include "report.h"
+
+namespace zorvalis::acceptance {
+namespace {
+
+std::filesystem::path PathOf(const std::string& text) {
+    return platform::to_wide(text);
+}
+
+std::string ReadAll(const std::string& path) {
+    std::ifstream file(PathOf(path), std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+bool WriteAll(const std::string& path, const std::string& text) {
+    std::ofstream file(PathOf(path), std::ios::binary | std::ios::trunc);
+    file << text;
+    return file.flush().good();
+}
+
+const Step* Find(const std::string& number) {
+    for (const Step& step : AllSteps()) {
+        if (step.number == number) {
+            return &step;
+        }
+    }
+    return nullptr;
+}
+
+// The second process: runs one step and leaves what it found in a file.
+int RunOne(const std::string& number, const std::string& file) {
+    const Step* step = Find(number);
+    if (step == nullptr) {
+        std::printf("There is no step %s; --list shows all.\n", number.c_str());
+        return 2;
+    }
+    const Findings findings = FindingsOf(step->run);
+    if (file.empty()) {
+        Result result = {step->number, step->what, findings.verdict(), findings.lines(), 0};
+        std::fputs(ReportText({result}).c_str(), stdout);
+        return findings.verdict() == Verdict::failed ? 1 : 0;
+    }
+    return WriteAll(file, ToJson(findings)) ? 0 : 2;
+}
+
+Result RunInProcess(const Step& step, const std::string& folder) {
+    Result result = {step.number, step.what, Verdict::failed, {}, 0};
+    if (step.needs_installed && !IsRegistered()) {
+        result.verdict = Verdict::impossible;
+        result.lines = {"not possible here: the product is not installed"};
+        return result;
+    }
+    const auto start = std::chrono::steady_clock::now();
+    const std::string file = folder + "\\step-" + step.number + ".json";
+    const Ended ended = RunProgram(
+        Quoted(KitFolder() + "\\zorv-acceptance.exe") + " --step " + step.number + " --result " + Quoted(file),
+        step.limit);
+    if (!ended.started || !ended.in_time || !FromJson(ReadAll(file), result)) {
+        result.verdict = Verdict::failed;
+        result.lines = {!ended.started   ? "FAILED: its process cannot be started: " + ErrorText(ended.code)
+                        : !ended.in_time ? "FAILED: it did not end within " + std::to_string(step.limit) + " s"
+                                         : "FAILED: its process ended early, with " + std::to_string(ended.code)};
+        if (!ended.output.empty()) {
+            result.lines.push_back(ended.output);
+        }
+        if (step.restore != nullptr) {
+            step.restore();
+        }
+    }
+    std::error_code ignored;
+    std::filesystem::remove(PathOf(file), ignored);
+    result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return result;
+}
+
+// "5" chooses a group, "5.3" a step.
+bool IsChosen(const Step& step, const std::vector<std::string>& chosen) {
+    const std::string number = step.number;
+    for (const std::string& each : chosen) {
+        if (number == each || number.starts_with(each + ".")) {
+            return true;
+        }
+    }
+    return chosen.empty();
+}
+
+int RunAll(const std::vector<std::string>& chosen, const std::string& folder) {
+    if (!IsAdministrator()) {
+        std::puts("Start it as administrator: it installs a service and looks at what only administrators may see.");
+        return 2;
+    }
+    if (chosen.empty() && IsRegistered()) {
+        std::puts("Zorvalis is installed on this machine. Take one without it: the kit would remove its records.");
+        return 2;
+    }
+    std::error_code error;
+    std::filesystem::create_directories(PathOf(folder), error);
+    std::vector<Result> results;
+    for (const Step& step : AllSteps()) {
+        if (!IsChosen(step, chosen)) {
+            continue;
+        }
+        std::printf("%-5s %-90s ", step.number, step.what);
+        std::fflush(stdout);
+        results.push_back(RunInProcess(step, folder));
+        std::printf("%s\n", VerdictText(results.back().verdict).c_str());
+        std::fflush(stdout);
+    }
+    const bool written = WriteAll(folder + "\\report.txt", ReportText(results)) &&
+                         WriteAll(folder + "\\report.json", ReportJson(results));
+    std::printf("%s %s\\report.txt and report.json\n", written ? "Written:" : "CANNOT BE WRITTEN:", folder.c_str());
+    for (const Result& result : results) {
+        if (result.verdict == Verdict::failed || !written) {
+            return 1;
+        }
+    }
+    return results.empty() ? 2 : 0;
+}
+
+int Run(std::vector<std::string> arguments) {
+    CLI::App app("Tries Zorvalis on this Windows, changes nothing for good, and writes a report.", "zorv-acceptance");
+    std::vector<std::string> chosen;
+    std::string step;
+    std::string result;
+    std::string folder = KitFolder() + "\\report";
+    bool list = false;
+    bool restore = false;
+    app.add_option("--only", chosen, "These steps (5.3) or groups (5) alone; the product stays as it is between them");
+    app.add_option("--report", folder, "The folder for report.txt and report.json")->capture_default_str();
+    app.add_flag("--list", list, "Names all steps");
+    app.add_flag("--restore", restore, "Undoes what a kit that was ended may have left, but the product");
+    app.add_option("--step", step, "Runs one step in this process");
+    app.add_option("--result", result, "Where --step leaves what it found")->needs("--step");
+    std::reverse(arguments.begin(), arguments.end());
+    try {
+        app.parse(arguments);
+    } catch (const CLI::ParseError& exception) {
+        return app.exit(exception) == 0 ? 0 : 2;
+    }
+    for (const std::string& each : chosen) {
+        bool known = false;
+        for (const Step& candidate : AllSteps()) {
+            known = known || IsChosen(candidate, {each});
+        }
+        if (!known) {
+            std::printf("There is no step or group %s; --list shows all.\n", each.c_str());
+            return 2;
+        }
+    }
+    if (list) {
+        for (const Step& each : AllSteps()) {
+            std::printf("%-5s %s\n", each.number, each.what);
+        }
+        return 0;
+    }
+    if (restore) {
+        for (const Step& each : AllSteps()) {
+            if (each.restore != nullptr) {
+                each.restore();
+            }
+        }
+        return 0;
+    }
+    return step.empty() ? RunAll(chosen, folder) : RunOne(step, result);
+}
+
+}  // namespace
+}  // namespace zorvalis::acceptance
+
+int program_main(int argc, const wchar_t* const* argv) {
+    std::vector<std::string> arguments;
+    for (int i = 1; i < argc; ++i) {
+        arguments.push_back(platform::to_utf8(argv[i]));
+    }
+    return zorvalis::acceptance::Run(std::move(arguments));
+}

@@ -1,0 +1,9 @@
+#include "step.h"
+
+namespace zorvalis::acceptance {
+
+std::vector<Step> MachineSteps() {
+    return {};
+}
+
+}  // namespace zorvalis::acceptance
