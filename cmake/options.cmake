@@ -14,8 +14,9 @@ set(ZORV_TEST_SERVER test.zorvcore.example CACHE STRING "Host that is spoken to 
 
 find_program(ZORV_CCACHE ccache)
 if(ZORV_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-    set(CMAKE_C_COMPILER_LAUNCHER ${ZORV_CCACHE})
-    set(CMAKE_CXX_COMPILER_LAUNCHER ${ZORV_CCACHE})
+    # It makes paths relative to this folder, so the same ones get into debug information in each checkout.
+    set(CMAKE_C_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_BASEDIR=${PROJECT_SOURCE_DIR} ${ZORV_CCACHE})
+    set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_C_COMPILER_LAUNCHER})
 endif()
 
 # Overruns of buffers on the stack end the process. _FORTIFY_SOURCE is for Windows only: on Linux it would take the
@@ -25,7 +26,8 @@ if(WIN32)
     add_compile_definitions($<$<CONFIG:Release>:_FORTIFY_SOURCE=2>)
     # Functions and lines, which cmake/windows_binary.cmake moves into a file of their own; the same in each checkout.
     add_compile_options(-g1 -fdebug-prefix-map=${PROJECT_SOURCE_DIR}=.)
-    add_link_options(-fstack-protector-strong -Wl,--dynamicbase,--high-entropy-va,--nxcompat)  # the first links libssp
+    # The first links libssp; without a time the same sources make the same bytes.
+    add_link_options(-fstack-protector-strong -Wl,--dynamicbase,--high-entropy-va,--nxcompat,--no-insert-timestamp)
 else()
     add_link_options(-Wl,-z,now)
 endif()

@@ -56,8 +56,12 @@ function(zorv_windows_binary target)
     set(debug ${PROJECT_BINARY_DIR}/debug)
     add_custom_command(TARGET ${target} POST_BUILD
         COMMAND ${CMAKE_COMMAND} -E make_directory ${debug}
-        COMMAND ${CMAKE_OBJCOPY} --only-keep-debug $<TARGET_FILE:${target}> ${debug}/${BINARY_NAME}.debug
-        COMMAND ${CMAKE_OBJCOPY} --strip-all --add-gnu-debuglink=${debug}/${BINARY_NAME}.debug $<TARGET_FILE:${target}>
+        COMMAND ${CMAKE_OBJCOPY} --preserve-dates --only-keep-debug $<TARGET_FILE:${target}> ${debug}/${BINARY_NAME}.debug
+        COMMAND ${CMAKE_OBJCOPY} --preserve-dates --strip-all --add-gnu-debuglink=${debug}/${BINARY_NAME}.debug
+            $<TARGET_FILE:${target}>
         VERBATIM
     )
+    if(PROJECT_IS_TOP_LEVEL)
+        install(FILES ${debug}/${BINARY_NAME}.debug DESTINATION . COMPONENT debug EXCLUDE_FROM_ALL)
+    endif()
 endfunction()

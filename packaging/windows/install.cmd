@@ -21,7 +21,7 @@ for %%f in (ZorvalisWinService.exe zorvctl.exe default.json LICENSE THIRD-PARTY-
 if not %code%==0 goto unstage
 
 "%setup%" stop
-if not %errorlevel%==0 set "code=%errorlevel%" & goto unstage
+if not %errorlevel%==0 set "code=%errorlevel%" & goto restart
 if not exist "%folder%\" goto place
 move "%folder%" "%folder%.old" >nul
 if not %errorlevel%==0 set "code=32" & goto restart
@@ -32,6 +32,7 @@ if not %errorlevel%==0 set "code=5" & goto restore
 if not %errorlevel%==0 set "code=%errorlevel%" & goto unconfigure
 "%setup%" start
 if not %errorlevel%==0 set "code=%errorlevel%" & goto unconfigure
+"%setup%" commit
 if exist "%folder%.old\" rd /s /q "%folder%.old"
 if exist "%folder%.old\" echo %folder%.old is in use; delete it later.
 echo Zorvalis is installed in %folder%.
@@ -44,13 +45,12 @@ if not %errorlevel%==0 echo %1 cannot be copied to %folder%.new. & set "code=29"
 exit /b 0
 
 :unconfigure
-"%setup%" stop
 "%setup%" undo
 rd /s /q "%folder%"
 :restore
 if exist "%folder%.old\" move "%folder%.old" "%folder%" >nul
 :restart
-"%setup%" start
+"%setup%" resume
 :unstage
 if exist "%folder%.new\" rd /s /q "%folder%.new"
 rd "%ProgramW6432%\Zorv" 2>nul

@@ -43,9 +43,9 @@ STEPS = [
     (1200, "MigrateFeatureStates", ""),
     (1400, "InstallValidate", ""),
     (1500, "InstallInitialize", ""),
-    (1510, "UndoStop", EITHER, UNDO, "start"),
+    (1510, "UndoStop", EITHER, UNDO, "resume"),
     (1511, "Stop", EITHER, DO, "stop"),
-    (1520, "UndoRemove", OUT, UNDO, f"configure {FOLDER}"),
+    (1520, "UndoRemove", OUT, UNDO, "undo"),
     (1521, "Remove", OUT, DO, "remove"),
     (1550, "InstallExecute", ""),
     (1600, "ProcessComponents", ""),
@@ -58,14 +58,14 @@ STEPS = [
     # Late: the older package finds its files taken over, and its service as well. What it may still remove is put right
     # by the steps behind it.
     (4501, "RemoveExistingProducts", ""),
-    (4510, "UndoConfigure", IN, UNDO, "undo"),
+    (4510, "UndoConfigure", IN, UNDO, "undo"),  # ends what Start has started, too
     (4511, "Configure", IN, DO, f"configure {FOLDER}"),
-    (4520, "UndoStart", IN, UNDO, "stop"),
-    (4521, "Start", IN, DO, "start"),
+    (4512, "Start", IN, DO, "start"),
     (6000, "RegisterUser", ""),
     (6100, "RegisterProduct", ""),
     (6300, "PublishFeatures", ""),
     (6400, "PublishProduct", ""),
+    (6580, "Commit", EITHER, LAST, "commit"),
     (6590, "Purge", f"{OUT} AND PURGE=1", LAST, "remove --purge"),
     (6600, "InstallFinalize", ""),
 ]

@@ -12,7 +12,7 @@ if %errorlevel%==0 echo The MSI package of Zorvalis is installed: remove that. &
 
 if exist "%folder%.old\" rd /s /q "%folder%.old"
 "%setup%" stop
-if not %errorlevel%==0 set "code=%errorlevel%" & goto failed
+if not %errorlevel%==0 set "code=%errorlevel%" & goto restart
 if not exist "%folder%\" goto remove
 move "%folder%" "%folder%.old" >nul
 if not %errorlevel%==0 set "code=32" & goto restart
@@ -22,16 +22,14 @@ if not %errorlevel%==0 set "code=%errorlevel%" & goto restore
 if exist "%folder%.old\" rd /s /q "%folder%.old"
 if exist "%folder%.old\" echo %folder%.old is in use; delete it later.
 rd "%ProgramW6432%\Zorv" 2>nul
-if "%~1"=="" echo Zorvalis is removed; its records are kept. & exit /b 0
-"%setup%" remove --purge
+if not "%~1"=="" "%setup%" remove --purge
+if "%~1"=="" "%setup%" commit
 exit /b %errorlevel%
 
 :restore
-if not exist "%folder%.old\" goto restart
-move "%folder%.old" "%folder%" >nul
-"%setup%" configure "%folder%"
+if exist "%folder%.old\" move "%folder%.old" "%folder%" >nul
+"%setup%" undo
 :restart
-"%setup%" start
-:failed
+"%setup%" resume
 echo Zorvalis was not removed; the error is %code%.
 exit /b %code%

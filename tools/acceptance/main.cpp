@@ -10,8 +10,8 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 
-#include "children.h"
 #include "kit.h"
 #include "part.h"
 #include "platform/entry.h"
@@ -54,7 +54,7 @@ int RunOne(const std::string& number, const std::string& file) {
         std::printf("There is no step %s; --list shows all.\n", number.c_str());
         return 2;
     }
-    const Findings findings = FindingsOf(step->run);
+    const Findings findings = FindingsOf(step->run, !file.empty());
     if (file.empty()) {
         Result result = {step->number, step->what, findings.verdict(), findings.lines(), 0};
         std::fputs(ReportText({result}).c_str(), stdout);
@@ -93,8 +93,9 @@ Result RunInProcess(const Step& step, const std::string& folder) {
         result.lines = {!ended.started   ? "FAILED: its process cannot be started: " + ErrorText(ended.code)
                         : !ended.in_time ? "FAILED: it did not end within " + std::to_string(step.limit) + " s"
                                          : "FAILED: its process ended early, with " + std::to_string(ended.code)};
-        if (!ended.output.empty()) {
-            result.lines.push_back(ended.output);
+        std::istringstream saw(ended.output);
+        for (std::string line; std::getline(saw, line);) {
+            result.lines.push_back(line);
         }
         Restore(step, "undoing what it left: ");
     }
@@ -170,20 +171,7 @@ int RunAll(const std::vector<std::string>& chosen, const std::string& folder) {
     return results.empty() ? 2 : 0;
 }
 
-// The third process: what a step needs another one for.
-int RunChild(const std::vector<std::string>& arguments) {
-    for (const Child& child : AllChildren()) {
-        if (arguments.size() > 1 && arguments[1] == child.name) {
-            return child.run({arguments.begin() + 2, arguments.end()});
-        }
-    }
-    return 2;
-}
-
 int Run(std::vector<std::string> arguments) {
-    if (!arguments.empty() && arguments[0] == "--child") {
-        return RunChild(arguments);
-    }
     CLI::App app("Tries Zorvalis on this Windows, changes nothing for good, and writes a report.", "zorv-acceptance");
     std::vector<std::string> chosen;
     std::string step;

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "base/json.h"
 #include "common/registry.h"
 #include "common/wide_to_utf8.h"
 #include "jobs/task_scheduler_setting.h"
@@ -25,7 +26,13 @@ namespace fs = std::filesystem;
 constexpr int kInstallerSeconds = 170;
 constexpr wchar_t kPrograms[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall";
 constexpr wchar_t kEnvironment[] = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Environment";
+constexpr const char* kWrittenByService[] = {"ISSERVICERUNNING", "NEEDRELOAD_SETTING_FILE", "SERVICEVERSION",
+                                             "SKIP_ONPOWEREVENT", "WMIEVENTID"};
 constexpr const char* kHardware[] = {"ZorvWinIo64.dll", "hardware.json"};
+
+fs::path PathOf(const std::string& folder, const char* name) {
+    return platform::to_wide(folder + "\\" + name);
+}
 
 std::string LogPath() {
     wchar_t folder[MAX_PATH + 1] = {};
@@ -115,6 +122,15 @@ bool ExpectInstaller(Findings& findings, std::uint32_t wanted, const std::string
     return held;
 }
 
+std::uint32_t InstallFailure() {
+    return IsWine() ? ERROR_FUNCTION_FAILED : ERROR_INSTALL_FAILURE;
+}
+
+std::string InstalledCode() {
+    const auto programs = InstalledPrograms();
+    return programs.empty() ? "" : programs.front().key;
+}
+
 void NeedPackages(Findings& findings) {
     if (NewPackage().empty() || OldPackage().empty()) {
         findings.Impossible("the two packages (.msi) do not lie beside zorv-acceptance.exe");
@@ -177,14 +193,15 @@ std::map<std::string, std::string> Records() {
     return records;
 }
 
-std::map<std::string, std::string> Settings(const std::vector<std::string>& without) {
+std::map<std::string, std::string> Settings() {
     std::map<std::string, std::string> settings;
     std::vector<std::wstring> keys;
     std::vector<platform::RegistryValue> values;
     platform::list_registry_key(kLocalMachine, kProductKey, keys, values);
     for (const platform::RegistryValue& value : values) {
         const std::string name = WideToUtf8(value.name);
-        if (std::find(without.begin(), without.end(), name) == without.end()) {
+        if (std::find(std::begin(kWrittenByService), std::end(kWrittenByService), name) ==
+            std::end(kWrittenByService)) {
             settings[name] = WideToUtf8(value.type + L" " + value.data);
         }
     }
@@ -228,18 +245,22 @@ std::string MachineText(const std::wstring& key, const std::wstring& value) {
     return status == ERROR_SUCCESS ? platform::to_utf8(text.c_str()) : "";
 }
 
+// The library keeps the device's identity in hardware.json, where a notebook has a memory of its own for it.
 bool PutHardwareLibrary() {
-    bool put = true;
-    for (const char* name : kHardware) {
-        const std::string from = KitFolder() + "\\" + name, to = ProgramFolder() + "\\" + name;
-        put = ::CopyFileW(platform::to_wide(from).c_str(), platform::to_wide(to).c_str(), FALSE) != FALSE && put;
+    Json answers = Json::parse(BytesOf(PathOf(KitFolder(), kHardware[1])), nullptr, false);
+    if (!answers.is_object()) {
+        return false;
     }
-    return put;
+    answers["GPNV_RandomUUID"] = "2f6e7a1c-90b4-4d0e-8f35-6b7c1d2e3f40";
+    std::ofstream file(PathOf(ProgramFolder(), kHardware[1]), std::ios::binary);
+    file << answers.dump(4);
+    return file.flush().good() && ::CopyFileW(PathOf(KitFolder(), kHardware[0]).c_str(),
+                                              PathOf(ProgramFolder(), kHardware[0]).c_str(), FALSE) != FALSE;
 }
 
 void TakeHardwareLibrary() {
     for (const char* name : kHardware) {
-        ::DeleteFileW(platform::to_wide(ProgramFolder() + "\\" + name).c_str());
+        ::DeleteFileW(PathOf(ProgramFolder(), name).c_str());
     }
 }
 

@@ -19,6 +19,12 @@ std::uint32_t Installer(Findings& findings, const std::string& verb, const std::
 bool ExpectInstaller(Findings& findings, std::uint32_t wanted, const std::string& verb, const std::string& package,
                      const std::string& words = "");
 
+// The exit code where a step of the package has failed, which Wine's installer says otherwise.
+std::uint32_t InstallFailure();
+
+// The code of the installed package.
+std::string InstalledCode();
+
 // Ends the step as not possible where the kit has not both packages.
 void NeedPackages(Findings& findings);
 
@@ -38,9 +44,10 @@ std::vector<std::string> TracesOfProduct();
 // The folder of the maker, above the data folder.
 std::string MakersFolder();
 
-// Names with contents: the files below the data folder, and the values of the product's key but those in `without`.
+// Names with contents: the files below the data folder, and the values of the product's key but those that the service
+// writes by itself at its start and two minutes later.
 std::map<std::string, std::string> Records();
-std::map<std::string, std::string> Settings(const std::vector<std::string>& without);
+std::map<std::string, std::string> Settings();
 
 // What was recorded of the user's behaviour, as the installed zorvctl reads it: the numbers of JobTrigger, " 10 14".
 std::string Behavior(Findings& findings);

@@ -1,6 +1,7 @@
 #include "part.h"
 
-#include <cstdio>
+#include <windows.h>
+
 #include <exception>
 
 #include "kit.h"
@@ -20,6 +21,13 @@ const Part*& First() {
 
 Part::Part(const char* part_name, Run* part_run) : name(part_name), run(part_run), next(First()) {
     First() = this;
+}
+
+void Say(const std::string& line) {
+    // A service has no stdout of the C runtime, but can be given this handle.
+    const std::string text = line + "\n";
+    DWORD written = 0;
+    ::WriteFile(::GetStdHandle(STD_OUTPUT_HANDLE), text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
 }
 
 std::string PartCommand(const std::string& name, const std::vector<std::string>& arguments,
@@ -42,7 +50,7 @@ bool RunPart(const std::vector<std::string>& words, int& code) {
             try {
                 code = part->run({words.begin() + 2, words.end()});
             } catch (const std::exception& exception) {
-                std::printf("The part %s broke off: %s\n", part->name, exception.what());
+                Say(std::string("The part ") + part->name + " broke off: " + exception.what());
             }
         }
     }

@@ -17,6 +17,9 @@ struct Part {
     const Part* next;
 };
 
+// Prints a line at once, for a step that waits for it.
+void Say(const std::string& line);
+
 // The command line that runs it in a copy of this program, or in the kit's own.
 std::string PartCommand(const std::string& name, const std::vector<std::string>& arguments = {},
                         const std::string& program = "");

@@ -2,8 +2,6 @@
 
 #include <windows.h>
 
-#include <winsafer.h>
-
 #include <algorithm>
 
 #include "platform/text.h"
@@ -105,18 +103,6 @@ std::string SystemProgram(const std::string& name) {
     wchar_t folder[MAX_PATH] = {};
     const UINT length = ::GetSystemDirectoryW(folder, MAX_PATH);
     return Quoted(platform::to_utf8({folder, length}) + "\\" + name);
-}
-
-void* OrdinaryToken() {
-    SAFER_LEVEL_HANDLE level = nullptr;
-    HANDLE token = nullptr;
-    if (::SaferCreateLevel(SAFER_SCOPEID_USER, SAFER_LEVELID_NORMALUSER, SAFER_LEVEL_OPEN, &level, nullptr) != FALSE) {
-        if (::SaferComputeTokenFromLevel(level, nullptr, &token, 0, nullptr) == FALSE) {
-            token = nullptr;
-        }
-        ::SaferCloseLevel(level);
-    }
-    return token;
 }
 
 }  // namespace zorvalis::acceptance

@@ -23,8 +23,4 @@ std::string Quoted(const std::string& word);
 // A program of Windows' own, "msiexec.exe", with its path in quotes.
 std::string SystemProgram(const std::string& name);
 
-// A token of this user without an administrator's rights, as Windows makes it for programs that are not to have them.
-// The caller closes it; null when Windows makes none.
-void* OrdinaryToken();
-
 }  // namespace zorvalis::acceptance

@@ -1,5 +1,6 @@
 #include "step.h"
 
+#include <cstdio>
 #include <exception>
 
 namespace zorvalis::acceptance {
@@ -12,6 +13,10 @@ struct Ended {};
 
 void Findings::Saw(const std::string& fact) {
     lines_.push_back(fact);
+    if (tells_) {
+        std::printf("%s\n", fact.c_str());
+        std::fflush(stdout);
+    }
 }
 
 bool Findings::Expect(bool held, const std::string& what) {
@@ -45,8 +50,8 @@ void Findings::Fail(const std::string& why) {
     throw Ended();
 }
 
-Findings FindingsOf(void (*run)(Findings&)) {
-    Findings findings;
+Findings FindingsOf(void (*run)(Findings&), bool tells) {
+    Findings findings(tells);
     try {
         run(findings);
         if (!findings.checked()) {

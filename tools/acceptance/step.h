@@ -13,6 +13,9 @@ enum class Verdict { held, failed, impossible };
 // What a step saw. Texts are UTF-8.
 class Findings {
 public:
+    // With `tells` each line is also printed at once, so that it is not lost with a process that is ended.
+    explicit Findings(bool tells = false) : tells_(tells) {}
+
     // A fact for the report, "the service ended with 0".
     void Saw(const std::string& fact);
 
@@ -32,6 +35,7 @@ public:
     bool checked() const { return checked_; }  // whether anything was expected
 
 private:
+    const bool tells_;
     Verdict verdict_ = Verdict::held;
     bool checked_ = false;
     std::vector<std::string> lines_;
@@ -48,7 +52,7 @@ struct Step {
 };
 
 // Runs a step to its end in this process. A step that throws has failed, and so has one that checked nothing.
-Findings FindingsOf(void (*run)(Findings&));
+Findings FindingsOf(void (*run)(Findings&), bool tells);
 
 // All steps in the order in which they run.
 const std::vector<Step>& AllSteps();

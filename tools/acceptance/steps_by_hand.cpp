@@ -67,14 +67,14 @@ void ExpectRow(Findings& findings, JobTrigger trigger) {
 std::vector<Step> ByHandSteps() {
     constexpr int kLimit = kSeconds + 60;
     std::vector<Step> steps = {
-        {"9.1", "a restart of Windows is recorded (run it, restart, run it again)", RecordsARestart, 120},
-        {"9.2", "pull the power plug now: it is recorded",
+        {"9.1", "A restart of Windows is recorded (run it, restart, run it again)", RecordsARestart, 120},
+        {"9.2", "Pull the power plug now: it is recorded",
          [](Findings& findings) { ExpectRow(findings, JOB_TRIGGER_AC_OUT); }, kLimit},
-        {"9.3", "put the power plug in again now: it is recorded",
+        {"9.3", "Put the power plug in again now: it is recorded",
          [](Findings& findings) { ExpectRow(findings, JOB_TRIGGER_AC_IN); }, kLimit},
-        {"9.4", "close the lid and open it again now: it is recorded",
+        {"9.4", "Close the lid and open it again now: it is recorded",
          [](Findings& findings) { ExpectRow(findings, JOB_TRIGGER_LID_CLOSE); }, kLimit},
-        {"9.5", "let the machine sleep now, and wake it: it is recorded",
+        {"9.5", "Let the machine sleep now, and wake it: it is recorded",
          [](Findings& findings) { ExpectRow(findings, JOB_TRIGGER_SUSPEND); }, kLimit},
     };
     for (Step& step : steps) {

@@ -26,11 +26,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::uint32_t kInstallFailure = 1603;
+constexpr std::uint32_t kRefused = 1603;
 constexpr int kInstallSeconds = 180;
-
-// Registry values that each start of the service writes.
-const std::vector<std::string> kWrittenAtStart = {"ISSERVICERUNNING", "SERVICEVERSION", "SKIP_ONPOWEREVENT"};
 
 bool Is(const std::string& path, const std::string& text) {
     std::ifstream file(fs::path(platform::to_wide(path)), std::ios::binary);
@@ -53,7 +50,7 @@ void FailsWithoutTraces(Findings& findings) {
         ~Obstacle() { TakeObstacle(); }
     } const obstacle;
     std::ofstream(folder, std::ios::binary) << "zorv-acceptance";
-    ExpectInstaller(findings, kInstallFailure, "/i", OldPackage());
+    ExpectInstaller(findings, InstallFailure(), "/i", OldPackage());
     for (const std::string& trace : TracesOfProduct()) {
         findings.Expect(false, "the failed installation has taken back " + trace);
     }
@@ -104,7 +101,7 @@ public:
         findings_.Expect(
             !records_.empty() && Records() == records_,
             std::to_string(records_.size()) + " files below the data folder are as they were, byte by byte");
-        findings_.Expect(Settings(kWrittenAtStart) == settings_,
+        findings_.Expect(Settings() == settings_,
                          std::to_string(settings_.size()) + " values of the product's key are as they were");
     }
     Unchanged(const Unchanged&) = delete;
@@ -113,7 +110,7 @@ public:
 private:
     Findings& findings_;
     const std::map<std::string, std::string> records_ = Records();
-    const std::map<std::string, std::string> settings_ = Settings(kWrittenAtStart);
+    const std::map<std::string, std::string> settings_ = Settings();
 };
 
 void ExpectVersion(Findings& findings, bool newer) {
@@ -148,7 +145,7 @@ void Repairs(Findings& findings) {
                     "the quotes can be taken off the service's path, for the repair to put on");
     {
         const Unchanged unchanged(findings);
-        ExpectInstaller(findings, 0, "/fa", NewPackage());
+        ExpectInstaller(findings, 0, "/i", NewPackage(), "REINSTALL=ALL");
     }
     ExpectFiles(findings, {"ZorvWinIo64.dll", "hardware.json"});
     ExpectServiceEntry(findings);
@@ -158,7 +155,7 @@ void RefusesDowngrade(Findings& findings) {
     NeedOwnInstallation(findings);
     {
         const Unchanged unchanged(findings);
-        ExpectInstaller(findings, kInstallFailure, "/i", OldPackage());
+        ExpectInstaller(findings, kRefused, "/i", OldPackage());
     }
     ExpectVersion(findings, true);
     ExpectServiceEntry(findings);
@@ -177,12 +174,13 @@ void FailsWholeWhereAFileIsHeld(Findings& findings) {
                                           FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
         const platform::OwnedHandle owned(held == INVALID_HANDLE_VALUE ? nullptr : held);
         findings.Expect(owned != nullptr, "zorvctl.exe can be held open");
-        ExpectInstaller(findings, kInstallFailure, "/fa", NewPackage());  // and not 3010, which asks for a restart
+        ExpectInstaller(findings, InstallFailure(), "/i", NewPackage(),
+                        "REINSTALL=ALL");  // and not 3010, which asks for a restart
     }
     ExpectFiles(findings, {"ZorvWinIo64.dll", "hardware.json"});
     ExpectServiceEntry(findings);
     findings.ExpectNumber(running(), before, "the service's state is that of before");
-    ExpectInstaller(findings, 0, "/fa", NewPackage());
+    ExpectInstaller(findings, 0, "/i", NewPackage(), "REINSTALL=ALL");
 }
 
 void RunsAtTheEnd(Findings& findings) {
@@ -196,23 +194,23 @@ void RunsAtTheEnd(Findings& findings) {
 
 std::vector<Step> PackageSteps() {
     return {
-        {"1.1", "an installation that cannot be finished fails with 1603 and leaves nothing", FailsWithoutTraces,
+        {"1.1", "An installation that cannot be finished fails with 1603 and leaves nothing", FailsWithoutTraces,
          kInstallSeconds, TakeObstacle, false},
-        {"1.2", "the package installs silently: files, one entry among the programs", Installs, kInstallSeconds,
+        {"1.2", "The package installs silently: files, one entry among the programs", Installs, kInstallSeconds,
          nullptr, false},
-        {"1.3", "the service is registered as it should, its path in quotes", ExpectServiceEntry},
-        {"1.4", "a service that dies is to be restarted after 1, 5 and 15 minutes", ExpectRecovery},
-        {"1.5", "the data folder belongs to LocalSystem and administrators alone", ExpectAccessLists},
-        {"1.6", "the event source names a message file that is there", ExpectEventSource},
+        {"1.3", "The service is registered as it should, its path in quotes", ExpectServiceEntry},
+        {"1.4", "A service that dies is to be restarted after 1, 5 and 15 minutes", ExpectRecovery},
+        {"1.5", "The data folder belongs to LocalSystem and administrators alone", ExpectAccessLists},
+        {"1.6", "The event source names a message file that is there", ExpectEventSource},
         {"1.7", "zorvctl is found by the machine's PATH", ExpectPath},
-        {"1.8", "a pass of the installed executable makes records", RecordsByAPass},
-        {"1.9", "an upgrade keeps records and settings, and leaves one service and one entry", Upgrades,
+        {"1.8", "A pass of the installed executable makes records", RecordsByAPass},
+        {"1.9", "An upgrade keeps records and settings, and leaves one service and one entry", Upgrades,
          kInstallSeconds},
-        {"1.10", "a repair brings back files and the service's entry", Repairs, kInstallSeconds},
-        {"1.11", "a downgrade is refused with 1603 and changes nothing", RefusesDowngrade, kInstallSeconds},
-        {"1.12", "a file that is held open makes a repair fail with 1603, and nothing else", FailsWholeWhereAFileIsHeld,
+        {"1.10", "A repair brings back files and the service's entry", Repairs, kInstallSeconds},
+        {"1.11", "A downgrade is refused with 1603 and changes nothing", RefusesDowngrade, kInstallSeconds},
+        {"1.12", "A file that is held open makes a repair fail with 1603, and nothing else", FailsWholeWhereAFileIsHeld,
          2 * kInstallSeconds},
-        {"1.13", "the installed service runs", RunsAtTheEnd},
+        {"1.13", "The installed service runs", RunsAtTheEnd},
     };
 }
 

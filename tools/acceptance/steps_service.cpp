@@ -3,8 +3,7 @@
 
 #include <psapi.h>
 
-#include <algorithm>
-#include <vector>
+#include <tuple>
 
 #include "common/registry.h"
 #include "common/version.h"
@@ -13,57 +12,14 @@
 #include "platform/windows/wide.h"
 #include "process.h"
 #include "product_service.h"
+#include "service/service_install.h"
+#include "state_reports.h"
 #include "steps_service.h"
 
 namespace zorvalis::acceptance {
 namespace {
 
 constexpr wchar_t kCounter[] = L"zorv-acceptance";
-
-std::string StateName(DWORD state) {
-    constexpr const char* kNames[] = {"", "STOPPED", "START_PENDING", "STOP_PENDING", "RUNNING"};
-    return state < std::size(kNames) ? kNames[state] : std::to_string(state);
-}
-
-// The states that the service manager tells of, until `last` and two seconds more: "START_PENDING RUNNING". Each call
-// tells of one change, and of the present state at once when it has not been told yet.
-std::string Reports(Findings& findings, DWORD last) {
-    constexpr DWORD kAll = SERVICE_NOTIFY_STOPPED | SERVICE_NOTIFY_START_PENDING | SERVICE_NOTIFY_STOP_PENDING |
-                           SERVICE_NOTIFY_RUNNING | SERVICE_NOTIFY_PAUSED | SERVICE_NOTIFY_PAUSE_PENDING |
-                           SERVICE_NOTIFY_CONTINUE_PENDING;
-    struct Told {
-        SERVICE_NOTIFYW buffer = {};
-        bool called = false;
-    } told;
-    told.buffer.dwVersion = SERVICE_NOTIFY_STATUS_CHANGE;
-    told.buffer.pContext = &told;
-    told.buffer.pfnNotifyCallback = [](void* buffer) {
-        static_cast<Told*>(static_cast<SERVICE_NOTIFYW*>(buffer)->pContext)->called = true;
-    };
-    std::string reports;
-    OwnedService service = OpenProduct(SERVICE_QUERY_STATUS);
-    for (DWORD state = 0, waited = 0; waited < (state == last ? 2000U : 30000U);) {
-        if (told.called || reports.empty()) {
-            told.called = false;
-            const DWORD error = ::NotifyServiceStatusChangeW(service.get(), kAll, &told.buffer);
-            if (error != ERROR_SUCCESS) {
-                findings.Fail("the service manager tells of changes: " + ErrorText(error));
-            }
-            reports += reports.empty() ? " " : "";
-        }
-        ::SleepEx(100, TRUE);
-        waited += 100;
-        if (told.called) {
-            state = told.buffer.ServiceStatus.dwCurrentState;
-            reports += (reports == " " ? "" : " ") + StateName(state);
-            waited = 0;
-        }
-    }
-    service.reset();     // cancels the notification...
-    ::SleepEx(0, TRUE);  // ...and lets one that has just come run
-    return reports.substr(reports.find_first_not_of(' ') == std::string::npos ? reports.size()
-                                                                              : reports.find_first_not_of(' '));
-}
 
 void RefusesToBeAProgram(Findings& findings) {
     const Ended ended = RunProgram(Quoted(ProgramFolder() + "\\ZorvalisWinService.exe"), 30);
@@ -77,9 +33,10 @@ void Starts(Findings& findings) {
     StopProduct(findings);
     WriteRegString(kLocalMachine, kProductKey, L"SERVICEVERSION", L"before");
     const OwnedService service = OpenProduct(SERVICE_START | SERVICE_QUERY_STATUS);
-    findings.Expect(::StartServiceW(service.get(), 0, nullptr) != FALSE, "it can be started");
-    const std::string reports = Reports(findings, SERVICE_RUNNING);
-    findings.Expect(reports.ends_with("RUNNING") && reports.find("STOPPED ") == std::string::npos,
+    const std::string reports = StatesAfter(findings, kServiceName, SERVICE_RUNNING, [&] {
+        findings.Expect(::StartServiceW(service.get(), 0, nullptr) != FALSE, "it can be started");
+    });
+    findings.Expect(reports.ends_with("RUNNING") && reports.find("STOP") == std::string::npos,
                     "RUNNING is the last state that the service manager tells of: " + reports);
     const auto status = StatusOf(service.get());
     findings.ExpectNumber(status ? status->dwControlsAccepted : 0, 0x1C1,
@@ -98,9 +55,11 @@ void Stops(Findings& findings) {
     StartProduct(findings);
     const platform::OwnedHandle process = ProductProcess(SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION);
     const OwnedService service = OpenProduct(SERVICE_STOP | SERVICE_QUERY_STATUS);
-    SERVICE_STATUS answer = {};
-    findings.Expect(::ControlService(service.get(), SERVICE_CONTROL_STOP, &answer) != FALSE, "the stop is answered");
-    const std::string reports = Reports(findings, SERVICE_STOPPED);
+    const std::string reports = StatesAfter(findings, kServiceName, SERVICE_STOPPED, [&] {
+        SERVICE_STATUS answer = {};
+        findings.Expect(::ControlService(service.get(), SERVICE_CONTROL_STOP, &answer) != FALSE,
+                        "the stop is answered");
+    });
     findings.Expect(reports.ends_with("STOPPED") && reports.find("RUNNING") == std::string::npos,
                     "STOPPED is the last state that the service manager tells of: " + reports);
     const auto status = StatusOf(service.get());
@@ -220,20 +179,20 @@ void BearsTenThousandEvents(Findings& findings) {
 
 std::vector<Step> ServiceSteps() {
     return {
-        {"2.1", "the executable started as a program refuses to be the service (1063)", RefusesToBeAProgram},
-        {"2.2", "the service starts, and RUNNING is its last report", Starts, 150},
-        {"2.3", "the service stops, and STOPPED is its last report", Stops, 180},
-        {"2.4", "pause and reserved controls are refused, others answered", TakesAndRefusesControls},
-        {"2.5", "the endpoint opens again after a restart of the service", OpensItsEndpointAgain, 240},
-        {"2.6", "the display's state, reported at the registration, becomes the record of a power-on", RecordsPowerOn,
+        {"2.1", "The executable started as a program refuses to be the service (1063)", RefusesToBeAProgram},
+        {"2.2", "The service starts, and RUNNING is its last report", Starts, 150},
+        {"2.3", "The service stops, and STOPPED is its last report", Stops, 180},
+        {"2.4", "Pause and reserved controls are refused, others answered", TakesAndRefusesControls},
+        {"2.5", "The endpoint opens again after a restart of the service", OpensItsEndpointAgain, 240},
+        {"2.6", "The display's state, reported at the registration, becomes the record of a power-on", RecordsPowerOn,
          150},
-        {"2.7", "a display that goes off and on is a power event of the service", HearsOfTheDisplay, 150},
-        {"2.8", "a ServiceMain that hangs is ended ten seconds after the stop", EndsAHungMain, 120, RemoveOwnService,
+        {"2.7", "A display that goes off and on is a power event of the service", HearsOfTheDisplay, 150},
+        {"2.8", "A ServiceMain that hangs is ended ten seconds after the stop", EndsAHungMain, 120, RemoveOwnService,
          false},
-        {"2.9", "a status handle given to UnregisterPowerSettingNotification does no harm", SurvivesUnregistration, 90,
+        {"2.9", "A status handle given to UnregisterPowerSettingNotification does no harm", SurvivesUnregistration, 90,
          RemoveOwnService, false},
-        {"2.10", "a service that died is started again after a minute", IsRestarted, 180},
-        {"2.11", "handles and memory bear ten thousand events of the registry", BearsTenThousandEvents, 270,
+        {"2.10", "A service that died is started again after a minute", IsRestarted, 180},
+        {"2.11", "Handles and memory bear ten thousand events of the registry", BearsTenThousandEvents, 270,
          TakeCounter},
     };
 }

@@ -2,13 +2,14 @@
 // does only when something is wrong.
 #include <windows.h>
 
-#include "children.h"
 #include "kit.h"
+#include "part.h"
 #include "platform/service.h"
 #include "platform/windows/wide.h"
 #include "process.h"
 #include "product_service.h"
 #include "service/power_settings.h"
+#include "state_reports.h"
 #include "steps_service.h"
 
 namespace zorvalis::acceptance {
@@ -54,6 +55,14 @@ void Main(std::uint32_t, wchar_t**) {
     ::WaitForSingleObject(stopped, INFINITE);
 }
 
+int RunOwnService(const std::vector<std::string>& arguments) {
+    hangs = !arguments.empty() && arguments[0] == "hang";
+    stopped = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    return platform::run_service(kOwnService, Main) ? 0 : 1;
+}
+
+const Part kPart("own-service", RunOwnService);
+
 // Makes the service and starts it; it goes with the object.
 class OwnServiceRun {
 public:
@@ -62,7 +71,7 @@ public:
         const OwnedService manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT | SC_MANAGER_CREATE_SERVICE));
         service.reset(::CreateServiceW(manager.get(), kOwnService, kOwnService, SERVICE_ALL_ACCESS,
                                        SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START, SERVICE_ERROR_IGNORE,
-                                       platform::to_wide(ChildCommand("service", {mode})).c_str(), nullptr, nullptr,
+                                       platform::to_wide(PartCommand("own-service", {mode})).c_str(), nullptr, nullptr,
                                        nullptr, nullptr, nullptr));
         if (service == nullptr) {
             findings.Fail("a service of the kit can be made: " + ErrorText(::GetLastError()));
@@ -95,12 +104,6 @@ public:
 
 }  // namespace
 
-int ServiceChild(const std::vector<std::string>& arguments) {
-    hangs = !arguments.empty() && arguments[0] == "hang";
-    stopped = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    return platform::run_service(kOwnService, Main) ? 0 : 1;
-}
-
 // Also the process of one that does not stop.
 void RemoveOwnService() {
     EnableRight(L"SeDebugPrivilege");
@@ -124,9 +127,10 @@ void RemoveOwnService() {
 void EndsAHungMain(Findings& findings) {
     EnableRight(L"SeDebugPrivilege");
     OwnServiceRun run(findings, "hang");
-    findings.Expect(run.Stop(), "a stop is answered");
     const ULONGLONG start = ::GetTickCount64();
-    findings.Expect(WaitForState(run.service.get(), SERVICE_STOPPED, 10), "the service manager hears of STOPPED");
+    findings.ExpectText(
+        StatesAfter(findings, kOwnService, SERVICE_STOPPED, [&] { findings.Expect(run.Stop(), "a stop is answered"); }),
+        "STOPPED", "what the service manager tells of it");
     findings.Expect(::WaitForSingleObject(run.process.get(), 60000) == WAIT_OBJECT_0,
                     "the process ends, although its ServiceMain does not");
     DWORD code = STILL_ACTIVE;

@@ -78,6 +78,7 @@ void See(Visit& visit) {
     visit.number("LastTaskResult", visit.task.get(), &IRegisteredTask::get_LastTaskResult);
     visit.text("Author", information.get(), &IRegistrationInfo::get_Author);
     visit.text("UserId", principal.get(), &IPrincipal::get_UserId);
+    visit.text("GroupId", principal.get(), &IPrincipal::get_GroupId);
     visit.number("LogonType", principal.get(), &IPrincipal::get_LogonType);
     visit.number("RunLevel", principal.get(), &IPrincipal::get_RunLevel);
     visit.number("StartWhenAvailable", settings.get(), &ITaskSettings::get_StartWhenAvailable);

@@ -5,7 +5,8 @@
 linux_packages=(g++ cmake ninja-build ccache nlohmann-json3-dev libasio-dev libcli11-dev googletest
                 libgtest-dev libcurl4-openssl-dev libssl-dev libcpp-httplib-dev clang-format python3
                 chromium chromium-driver make pkgconf mono-mcs mono-runtime)
-windows_packages=(g++-mingw-w64-x86-64-posix mingw-w64-tools wine wine64)
+windows_packages=(g++-mingw-w64-x86-64-posix mingw-w64-tools wine wine64 wixl msitools)
+package_packages=(dpkg-dev file)
 
 # What Debian has not: a current SQLite, and uPlot, which draws the charts of zorvctl's report. These packages of a
 # registry carry the sources; the sums say which. SQLite is 3.50.4.

@@ -129,6 +129,17 @@ test_linux() {
     test_side linux-tsan "${steady[@]}" env TSAN_OPTIONS="$report:suppressions=$PWD/tools/dev.d/tsan.supp"
 }
 
+# What is handed out, made of the Windows build and of the Linux build that the tests have anyway.
+setup_package() { (install_packages osslsigncode openssl unzip); }
+
+test_package() {
+    if step setup-package setup_package && step package ./dev package linux-debug; then
+        run_script package-contents package_test build/windows build/linux-debug build/test-package
+    else
+        failed=$((failed + 1))
+    fi
+}
+
 # Wine's prefix, the machine that it shows to programs, is made once and copied for each run, so that every run starts
 # on the same machine. It asks for no display and no proxy.
 wine_environment() {
@@ -171,6 +182,15 @@ start_test_server() {
         PATH=$PWD/build/linux-debug/bin:$PATH start_server "$ZORV_TEST_SERVER"
 }
 
+# The acceptance kit as test_package has made it, on a machine that never had the product.
+test_acceptance() {
+    if step fresh-wine start_wine; then
+        run_script windows-acceptance acceptance_test build/test-package
+    else
+        failed=$((failed + 1))
+    fi
+}
+
 test_windows() {
     wine_environment
     at_exit stop_wine
@@ -179,6 +199,10 @@ test_windows() {
         run_script windows-headers windows_headers_test build/windows
         run_script windows-ndr64 ndr64_facts_test build/windows/generated/rpc
         run_script windows-sdk sdk_package_test build/windows
+        run_script windows-setup windows_setup_test build/windows
+        run_script windows-packages windows_package_test build/windows
+        test_package
+        test_acceptance
     else
         say "windows: cannot be run here, for the reason above"
         failed=$((failed + 1))

@@ -22,10 +22,10 @@ std::string TraceCommands(int level, std::uint32_t flags) {
                   id.data4[0], id.data4[1], id.data4[2], id.data4[3], id.data4[4], id.data4[5], id.data4[6],
                   id.data4[7]);
     char session[200];
-    std::snprintf(session, sizeof session, "`logman.exe start Zorvalis -p %s 0x%X %d -o zorvalis.etl -ets`", guid,
+    std::snprintf(session, sizeof session, "`logman.exe start Zorvalis -p \"%s\" 0x%X %d -o zorvalis.etl -ets`", guid,
                   static_cast<unsigned>(flags), level);
     return std::string(session) +
-           ", ended by `logman.exe stop Zorvalis -ets` and read by `tracerpt.exe zorvalis.etl -o zorvalis.xml -of XML`";
+           ", and ended by `logman.exe stop Zorvalis -ets`; administrator.md says how its texts are read";
 }
 
 std::string TaskCommand(const std::string& verb) {

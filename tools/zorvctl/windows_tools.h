@@ -11,7 +11,7 @@ namespace zorvalis {
 // The entries of the service, newest first; all for 0.
 std::string EventLogCommand(std::size_t last);
 
-// To begin a trace session, to end it, and to read its file.
+// To begin a trace session, and to end it.
 std::string TraceCommands(int level, std::uint32_t flags);
 
 // What schtasks does with the task that starts passes: "/query /v /fo LIST" or "/run".

@@ -10,6 +10,7 @@
 
 #include "common/files.h"
 #include "opened.h"
+#include "platform/files.h"
 #include "platform/text.h"
 #include "platform/windows/wide.h"
 #include "report.h"
@@ -22,9 +23,10 @@ using OwnedSecurity = platform::Owned<::LocalFree, PSECURITY_DESCRIPTOR>;
 
 constexpr int kDeepest = 32;      // folders within folders; the product makes two
 constexpr DWORD kLinkMet = 4395;  // ERROR_REPARSE_POINT_ENCOUNTERED, which the headers lack
-constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+constexpr int kDeepestPlanted = 500;
 constexpr DWORD kShareButDelete = FILE_SHARE_READ | FILE_SHARE_WRITE;
-constexpr DWORD kMend = kHold | READ_CONTROL | WRITE_DAC | WRITE_OWNER | DELETE;
+constexpr DWORD kMend = kHold | READ_CONTROL | WRITE_DAC | WRITE_OWNER;
+constexpr DWORD kMove = kMend | DELETE;
 
 // Owner Administrators (BA); SYSTEM (SY) and administrators may do all. Users (BU) may read the outer folders, which
 // other software of the maker may use. The last two are what a file and a folder inherit of the second one.
@@ -145,31 +147,37 @@ bool IsTight(const Security& security) {
     return true;
 }
 
-OwnedHandle MakeOrOpen(const std::wstring& path, const wchar_t* access) {
+struct Folder {
+    OwnedHandle handle;
+    bool made = false;
+};
+
+Folder MakeOrOpen(const std::wstring& path, const wchar_t* access, DWORD rights = kMend) {
+    Folder folder;
     const OwnedSecurity security = SecurityOf(access);
     SECURITY_ATTRIBUTES attributes = {sizeof attributes, security.get(), FALSE};
     if (::CreateDirectoryW(path.c_str(), &attributes)) {
-        Say("made " + Text(path));
+        folder.made = true;
     } else if (::GetLastError() != ERROR_ALREADY_EXISTS) {
         Fail(path, "cannot be made");
     }
-    OwnedHandle opened = OpenItself(path, kMend, kShareButDelete);
-    if (opened == nullptr) {
+    folder.handle = OpenItself(path, rights, kShareButDelete);
+    if (folder.handle == nullptr) {
         Fail(path, "cannot be opened");
     }
-    const DWORD kind = InformationOf(opened.get(), path).dwFileAttributes;
+    const DWORD kind = InformationOf(folder.handle.get(), path).dwFileAttributes;
     if (IsLink(kind)) {
         Fail(Text(path) + " is a link. Look who made it, and delete it", kLinkMet);
     }
     if (!IsFolder(kind)) {
         Fail(Text(path) + " is no folder. Look who made it, and delete it", ERROR_DIRECTORY);
     }
-    return opened;
+    return folder;
 }
 
 void MoveAside(HANDLE opened, const std::wstring& path, const char* why) {
-    const OwnedHandle folder = MakeOrOpen(AsideFolder(), kProduct);
-    SetSecurity(folder.get(), kProduct, AsideFolder());
+    const Folder aside = MakeOrOpen(AsideFolder(), kProduct);
+    SetSecurity(aside.handle.get(), kProduct, AsideFolder());
     const std::wstring name = path.substr(path.rfind(L'\\') + 1);
     std::wstring target;
     bool moved = false;
@@ -193,52 +201,59 @@ void MoveAside(HANDLE opened, const std::wstring& path, const char* why) {
 }
 
 void MendInside(HANDLE folder, const std::wstring& folderPath, int depth) {
-    for (const std::wstring& path : EntriesOf(folder, folderPath)) {
-        const OwnedHandle opened = OpenItself(path, kMend, kShareButDelete);
+    for (const Entry& entry : EntriesOf(folder, folderPath)) {
+        const std::wstring& path = entry.path;
+        const OwnedHandle opened = OpenItself(path, kMove, kShareButDelete);
         if (opened == nullptr) {
             Fail(path, "cannot be opened");
         }
         const BY_HANDLE_FILE_INFORMATION found = InformationOf(opened.get(), path);
         const bool isFolder = IsFolder(found.dwFileAttributes);
-        if (IsLink(found.dwFileAttributes)) {
+        if (IsLink(found.dwFileAttributes | entry.attributes)) {
             MoveAside(opened.get(), path, "is a link");
         } else if (!isFolder && found.nNumberOfLinks > 1) {
             // The other name may be that of any file: its access list must stay.
             MoveAside(opened.get(), path, "has a second name elsewhere");
         } else if (!IsOwnerTrusted(ReadSecurity(opened.get(), path))) {
             MoveAside(opened.get(), path, "belongs to an ordinary user");
+        } else if (isFolder && depth == kDeepest) {
+            MoveAside(opened.get(), path, "lies too deep");
         } else {
             SetSecurity(opened.get(), isFolder ? kFolderInside : kFileInside, path);
-            if (isFolder && depth == kDeepest) {
-                MoveAside(opened.get(), path, "lies too deep");
-            } else if (isFolder) {
+            if (isFolder) {
                 MendInside(opened.get(), path, depth + 1);
             }
         }
     }
 }
 
-void DeleteTree(const std::wstring& path, int depth) {
-    const OwnedHandle opened =
-        OpenIfThere(path, DELETE | FILE_READ_ATTRIBUTES | FILE_WRITE_ATTRIBUTES | FILE_LIST_DIRECTORY, kShareAll);
-    if (opened == nullptr) {
-        return;
-    }
-    const DWORD kind = InformationOf(opened.get(), path).dwFileAttributes;
-    if (IsFolder(kind) && depth < kDeepest) {
-        for (const std::wstring& each : EntriesOf(opened.get(), path)) {
-            DoAll({[&] { DeleteTree(each, depth + 1); }});
-        }
-    }
-    if ((kind & FILE_ATTRIBUTE_READONLY) != 0) {
+void Delete(HANDLE opened, const std::wstring& path, DWORD attributes) {
+    if ((attributes & FILE_ATTRIBUTE_READONLY) != 0) {
         FILE_BASIC_INFO plain{};
         plain.FileAttributes = FILE_ATTRIBUTE_NORMAL;
-        ::SetFileInformationByHandle(opened.get(), FileBasicInfo, &plain, sizeof plain);
+        ::SetFileInformationByHandle(opened, FileBasicInfo, &plain, sizeof plain);
     }
     FILE_DISPOSITION_INFO gone = {TRUE};
-    if (!::SetFileInformationByHandle(opened.get(), FileDispositionInfo, &gone, sizeof gone)) {
+    if (!::SetFileInformationByHandle(opened, FileDispositionInfo, &gone, sizeof gone)) {
         Fail(path, "cannot be deleted");
     }
+}
+
+// A folder is held while what is in it is deleted, so that nobody puts a link in its place meanwhile.
+void DeleteTree(const std::wstring& path, int depth, Attempts& all) {
+    all.Make([&] {
+        const OwnedHandle opened = OpenIfThere(path, kHold | DELETE | FILE_WRITE_ATTRIBUTES, kShareButDelete);
+        if (opened == nullptr) {
+            return;
+        }
+        const DWORD attributes = InformationOf(opened.get(), path).dwFileAttributes;
+        if (IsFolder(attributes) && depth < kDeepestPlanted && !platform::is_link(Text(path))) {
+            for (const Entry& entry : EntriesOf(opened.get(), path)) {
+                DeleteTree(entry.path, depth + 1, all);
+            }
+        }
+        Delete(opened.get(), path, attributes);
+    });
 }
 
 void RefuseLink() {
@@ -251,37 +266,51 @@ void RefuseLink() {
 
 }  // namespace
 
-void PrepareFolders() {
+std::vector<std::wstring> PrepareFolders() {
     TakeBackupRights();
     RefuseLink();
     const auto [first, second, product] = Folders();
-    std::vector<OwnedHandle> held;  // each keeps its folder in its place while those below are worked on
+    std::vector<std::wstring> made;
+    std::vector<Folder> held;  // each keeps its folder in its place while those below are worked on
+    const auto hold = [&](const std::wstring& path, const wchar_t* access) {
+        held.push_back(MakeOrOpen(path, access));
+        if (held.back().made) {
+            Say("made " + Text(path));
+            made.push_back(path);
+        }
+        return held.back().handle.get();
+    };
     for (const std::wstring& path : {first, second}) {
-        held.push_back(MakeOrOpen(path, kOuter));
-        const Security security = ReadSecurity(held.back().get(), path);
+        const HANDLE folder = hold(path, kOuter);
+        const Security security = ReadSecurity(folder, path);
         if (!IsOwnerTrusted(security) || !IsTight(security)) {
-            SetSecurity(held.back().get(), kOuter, path);
-            Say("mended the access list of " + Text(path));
+            SetSecurity(folder, kOuter, path);
+            Say("set the access list of " + Text(path));
         }
     }
-    OwnedHandle folder = MakeOrOpen(product, kProduct);
-    if (!IsOwnerTrusted(ReadSecurity(folder.get(), product))) {
-        MoveAside(folder.get(), product, "belongs to an ordinary user");
-        folder = MakeOrOpen(product, kProduct);
+    HANDLE folder = hold(product, kProduct);
+    if (!IsOwnerTrusted(ReadSecurity(folder, product))) {
+        held.pop_back();
+        MoveAside(MakeOrOpen(product, kProduct, kMove).handle.get(), product, "belongs to an ordinary user");
+        folder = hold(product, kProduct);
     }
-    SetSecurity(folder.get(), kProduct, product);
-    MendInside(folder.get(), product, 1);
+    SetSecurity(folder, kProduct, product);
+    MendInside(folder, product, 1);
+    return made;
 }
 
 void DeleteFolders() {
     TakeBackupRights();
     RefuseLink();
-    DoAll({[] { DeleteTree(ProductFolder(), 0); }, [] { DeleteTree(AsideFolder(), 0); }});
-    DeleteEmptyFolders();
+    Attempts all;
+    DeleteTree(ProductFolder(), 0, all);
+    DeleteTree(AsideFolder(), 0, all);
+    all.Finish();
+    const auto [first, second, product] = Folders();
+    DeleteEmptyFolders({first, second});
 }
 
-void DeleteEmptyFolders() {
-    const auto folders = Folders();
+void DeleteEmptyFolders(const std::vector<std::wstring>& folders) {
     for (auto folder = folders.rbegin(); folder != folders.rend(); ++folder) {
         ::RemoveDirectoryW(folder->c_str());  // refused while something is in it
     }

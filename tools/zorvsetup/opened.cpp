@@ -34,8 +34,8 @@ BY_HANDLE_FILE_INFORMATION InformationOf(HANDLE opened, const std::wstring& path
     return information;
 }
 
-std::vector<std::wstring> EntriesOf(HANDLE folder, const std::wstring& path) {
-    std::vector<std::wstring> paths;
+std::vector<Entry> EntriesOf(HANDLE folder, const std::wstring& path) {
+    std::vector<Entry> entries;
     std::vector<std::uint64_t> block(8192);
     auto kind = FileIdBothDirectoryRestartInfo;
     while (::GetFileInformationByHandleEx(folder, kind, block.data(),
@@ -46,7 +46,7 @@ std::vector<std::wstring> EntriesOf(HANDLE folder, const std::wstring& path) {
             const auto& entry = *reinterpret_cast<const FILE_ID_BOTH_DIR_INFO*>(bytes);
             const std::wstring name(entry.FileName, entry.FileNameLength / sizeof(wchar_t));
             if (name != L"." && name != L"..") {
-                paths.push_back(path + L"\\" + name);
+                entries.push_back({path + L"\\" + name, entry.FileAttributes});
             }
             step = entry.NextEntryOffset;
         }
@@ -54,7 +54,7 @@ std::vector<std::wstring> EntriesOf(HANDLE folder, const std::wstring& path) {
     if (::GetLastError() != ERROR_NO_MORE_FILES) {
         Fail(path, "cannot be listed");
     }
-    return paths;
+    return entries;
 }
 
 void TakeBackupRights() {

@@ -30,8 +30,13 @@ constexpr bool IsFolder(DWORD attributes) {
     return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 && !IsLink(attributes);
 }
 
-// The paths of what lies directly in the open folder.
-std::vector<std::wstring> EntriesOf(HANDLE folder, const std::wstring& path);
+struct Entry {
+    std::wstring path;
+    DWORD attributes;
+};
+
+// What lies directly in the open folder.
+std::vector<Entry> EntriesOf(HANDLE folder, const std::wstring& path);
 
 // The rights of a backup program, which reach what its owner has closed to administrators. A process that may not have
 // them goes on without.

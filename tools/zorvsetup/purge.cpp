@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <string>
+#include <vector>
 
 #include "common/registry.h"
 #include "folders.h"
@@ -34,16 +35,16 @@ void PurgeRegistry() {
     }
     DeleteIfEmpty(kProductKey);
     DeleteIfEmpty(kConfigKey);
-    Say("deleted the product's registry values");
 }
 
 }  // namespace
 
 void PurgeRecords() {
-    DoAll({PurgeRegistry, [] {
-               DeleteFolders();
-               Say("deleted the records");
-           }});
+    Attempts all;
+    all.Make(PurgeRegistry);
+    all.Make(DeleteFolders);
+    all.Finish();
+    Say("deleted the records. An identity in the machine's own storage stays: `zorvctl forget --yes` blanks that");
 }
 
 }  // namespace zorvalis

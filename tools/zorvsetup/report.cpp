@@ -3,7 +3,6 @@
 #include <windows.h>
 
 #include <cstdio>
-#include <optional>
 
 #include "platform/text.h"
 #include "platform/windows/handles.h"
@@ -69,21 +68,21 @@ void Fail(const std::wstring& path, const char* what) {
     Fail(platform::to_utf8(path) + " " + what, code);
 }
 
-void DoAll(std::initializer_list<std::function<void()>> steps) {
-    std::optional<Failure> first;
-    for (const auto& step : steps) {
-        try {
-            step();
-        } catch (const Failure& failure) {
-            if (first) {
-                Say(failure.text);
-            } else {
-                first = failure;
-            }
+void Attempts::Make(const std::function<void()>& step) {
+    try {
+        step();
+    } catch (const Failure& failure) {
+        if (first_) {
+            Say(failure.text);
+        } else {
+            first_ = failure;
         }
     }
-    if (first) {
-        throw *first;
+}
+
+void Attempts::Finish() const {
+    if (first_) {
+        throw *first_;
     }
 }
 

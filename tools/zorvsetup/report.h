@@ -4,7 +4,7 @@
 
 #include <cstdint>
 #include <functional>
-#include <initializer_list>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -31,7 +31,14 @@ std::string ErrorText(std::uint32_t code);
 [[noreturn]] void Fail(const std::string& what);
 [[noreturn]] void Fail(const std::wstring& path, const char* what);
 
-// Makes every step, also behind one that failed; then raises the first Failure. The words of the others are told.
-void DoAll(std::initializer_list<std::function<void()>> steps);
+// Steps that are all made, also behind one that failed.
+class Attempts {
+public:
+    void Make(const std::function<void()>& step);
+    void Finish() const;  // raises the first Failure; the words of the others have been told
+
+private:
+    std::optional<Failure> first_;
+};
 
 }  // namespace zorvalis

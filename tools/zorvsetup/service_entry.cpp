@@ -52,7 +52,10 @@ std::vector<std::uint64_t> Query(SC_HANDLE service, std::optional<DWORD> level) 
     const bool done =
         level ? ::QueryServiceConfig2W(service, *level, reinterpret_cast<BYTE*>(block.data()), size, &needed)
               : ::QueryServiceConfigW(service, reinterpret_cast<QUERY_SERVICE_CONFIGW*>(block.data()), size, &needed);
-    return done ? block : std::vector<std::uint64_t>();
+    if (!done) {
+        block.clear();
+    }
+    return block;  // moved and not copied: its texts are addresses within it
 }
 
 std::wstring OrEmpty(const wchar_t* text) {
@@ -297,6 +300,9 @@ void StartService(std::chrono::seconds limit) {
         Fail(kTheService + " cannot be started", ERROR_SERVICE_DOES_NOT_EXIST);
     }
     if (!::StartServiceW(opened.service.get(), 0, nullptr) && ::GetLastError() != ERROR_SERVICE_ALREADY_RUNNING) {
+        if (::GetLastError() == ERROR_SERVICE_DISABLED) {
+            return Say(kTheService + " is disabled, and is not started");
+        }
         Fail(kTheService + " cannot be started");
     }
     const auto deadline = Clock::now() + limit;

@@ -3,9 +3,11 @@
 #include <windows.h>
 
 #include <set>
+#include <vector>
 
 #include "common/registry.h"
 #include "event_source.h"
+#include "files.h"
 #include "folders.h"
 #include "notes.h"
 #include "passes.h"
@@ -24,7 +26,7 @@ using std::chrono::seconds;
 
 constexpr seconds kStart(60), kPass(60);
 constexpr char kRan[] = "ran", kService[] = "service", kSource[] = "source", kAdded[] = "addedToPath",
-               kRemoved[] = "removedFromPath";
+               kRemoved[] = "removedFromPath", kMade[] = "madeFolders";
 
 std::wstring FolderOf(const std::wstring& path) {
     return path.substr(0, path.rfind(L'\\'));
@@ -47,7 +49,9 @@ std::wstring FullFolder(const std::wstring& given) {
 std::set<std::wstring> Executables() {
     std::set<std::wstring> paths = ExecutablesOfTasks();
     if (const auto entry = ReadEntry()) {
-        paths.insert(ExecutableOf(entry->command));
+        const std::wstring executable = ExecutableOf(entry->command);
+        paths.insert(executable);
+        paths.insert(FolderOf(executable) + L"\\zorvctl.exe");
     }
     return paths;
 }
@@ -58,6 +62,9 @@ void EndAll(seconds limit) {
     DeleteTasks();
     EndPasses(executables, std::min(limit, kPass));
     DeleteTasks();
+    if (IsServiceRunning()) {
+        Fail("the service was started again meanwhile", ERROR_SERVICE_ALREADY_RUNNING);
+    }
 }
 
 void NoteEntryAndSource(Notes& notes) {
@@ -89,6 +96,12 @@ void CheckWindows() {
 }
 
 void Stop(seconds limit) {
+    if (const auto entry = ReadEntry()) {
+        const std::wstring executable = ExecutableOf(entry->command), folder = FolderOf(executable);
+        if (executable == folder + L"\\" + ZORV_SERVICE_FILE) {
+            RequireReplaceable(folder);
+        }
+    }
     Notes notes;
     // With a service that runs this is a new installation; else it may be one that was broken off, or made twice.
     const bool runs = IsServiceRunning();
@@ -104,11 +117,20 @@ void Configure(std::wstring given) {
     if (!platform::file_exists(platform::to_utf8(executable))) {
         Fail("there is no " + platform::to_utf8(executable), ERROR_FILE_NOT_FOUND);
     }
-    PrepareFolders();
     Notes notes;
     NoteEntryAndSource(notes);
+    Json made = Json::array();
+    for (const std::wstring& each : PrepareFolders()) {
+        made.push_back(platform::to_utf8(each));
+    }
+    notes.Add(kMade, made);
     const auto old = ReadEntry();
-    WriteEntry(WantedEntry(executable));
+    ServiceEntry entry = WantedEntry(executable);
+    if (old && old->startType == SERVICE_DISABLED) {
+        entry.startType = SERVICE_DISABLED;
+        Say("the service is disabled, and stays so");
+    }
+    WriteEntry(entry);
     Say("registered the service " + platform::to_utf8(executable));
     if (old) {
         const std::wstring before = FolderOf(ExecutableOf(old->command));
@@ -148,29 +170,38 @@ void Remove(bool purge) {
 
 void Undo() {
     Notes notes;
-    const auto each = [&](const char* name, const std::function<void(const Json&)>& restore) {
-        return [&notes, name, restore] {
-            if (notes.Has(name)) {
-                restore(notes.Get(name));
-            }
-        };
+    if (!notes.Has(kService)) {
+        return Say("there is nothing to put back");
+    }
+    Attempts all;
+    const auto restore = [&](const char* name, const auto& step) {
+        if (notes.Has(name)) {
+            all.Make([&] { step(notes.Get(name)); });
+        }
     };
-    const auto folder = [](const Json& text) { return platform::to_wide(text.get<std::string>()); };
-    DoAll({[] { EndAll(kPass); },
-           each(kService, [](const Json& old) { old.is_null() ? DeleteEntry() : WriteEntry(FromJson(old)); }),
-           each(kSource, [&](const Json& old) { old.is_null() ? DeleteEventSource() : WriteEventSource(folder(old)); }),
-           each(kAdded, [&](const Json& added) { RemoveFromPath(folder(added)); }),
-           each(kRemoved, [&](const Json& removed) { AddToPath(folder(removed)); })});
-    Say(notes.Has(kService) ? "put service, event source and PATH back" : "there is nothing to put back");
+    const auto text = [](const Json& json) { return platform::to_wide(json.get<std::string>()); };
+    all.Make([] { EndAll(kPass); });
+    restore(kService, [](const Json& old) { old.is_null() ? DeleteEntry() : WriteEntry(FromJson(old)); });
+    restore(kSource, [&](const Json& old) { old.is_null() ? DeleteEventSource() : WriteEventSource(text(old)); });
+    restore(kAdded, [&](const Json& added) { RemoveFromPath(text(added)); });
+    restore(kRemoved, [&](const Json& removed) { AddToPath(text(removed)); });
+    restore(kMade, [&](const Json& made) {
+        std::vector<std::wstring> folders;
+        for (const Json& folder : made) {
+            folders.push_back(text(folder));
+        }
+        DeleteEmptyFolders(folders);
+    });
+    all.Finish();
+    Say("put service, event source and PATH back");
 }
 
 void Resume() {
     Notes notes;
-    const bool ran = notes.Has(kRan) && notes.Get(kRan) == true;
-    notes.Clear();
-    if (ran) {
+    if (notes.Has(kRan) && notes.Get(kRan) == true) {
         StartService(kStart);
     }
+    notes.Clear();
 }
 
 void Commit() {

@@ -1,0 +1,91 @@
+#include "time_zone.h"
+
+#include <windows.h>
+
+#include <cstring>
+#include <cwchar>
+#include <string>
+
+#include "kit.h"
+
+namespace zorvalis::acceptance {
+namespace {
+
+constexpr char kJournal[] = "time zone";
+
+// How a zone's rules lie in its value TZI.
+struct Rules {
+    LONG bias;
+    LONG standard_bias;
+    LONG daylight_bias;
+    SYSTEMTIME standard;
+    SYSTEMTIME daylight;
+};
+
+DWORD Set(const DYNAMIC_TIME_ZONE_INFORMATION& zone) {
+    // Looked up, since Wine has none.
+    const auto set = reinterpret_cast<decltype(&::SetDynamicTimeZoneInformation)>(reinterpret_cast<void*>(
+        ::GetProcAddress(::GetModuleHandleW(L"kernel32.dll"), "SetDynamicTimeZoneInformation")));
+    if (set == nullptr) {
+        return ERROR_CALL_NOT_IMPLEMENTED;
+    }
+    EnableRight(L"SeTimeZonePrivilege");  // administrators have it, but it is off at first
+    if (set(&zone) == FALSE) {
+        return ::GetLastError();
+    }
+    DYNAMIC_TIME_ZONE_INFORMATION now = {};
+    ::GetDynamicTimeZoneInformation(&now);
+    return now.Bias == zone.Bias && now.DaylightDate.wMonth == zone.DaylightDate.wMonth ? ERROR_SUCCESS
+                                                                                        : ERROR_NOT_SUPPORTED;
+}
+
+}  // namespace
+
+ChangedZone::~ChangedZone() {
+    RestoreZone();
+}
+
+unsigned long ChangedZone::Set(const wchar_t* name) {
+    DYNAMIC_TIME_ZONE_INFORMATION zone = {};
+    if (Kept(kJournal).empty()) {
+        if (::GetDynamicTimeZoneInformation(&zone) == TIME_ZONE_ID_INVALID) {
+            return ::GetLastError();
+        }
+        if (!Keep(kJournal, std::string(reinterpret_cast<const char*>(&zone), sizeof zone))) {
+            return ERROR_CANTWRITE;
+        }
+    }
+    const std::wstring key = std::wstring(L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Time Zones\\") + name;
+    Rules rules = {};
+    DWORD size = sizeof rules;
+    const LSTATUS status =
+        ::RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), L"TZI", RRF_RT_REG_BINARY, nullptr, &rules, &size);
+    if (status != ERROR_SUCCESS) {
+        return status;
+    }
+    zone = {};
+    zone.Bias = rules.bias;
+    zone.StandardBias = rules.standard_bias;
+    zone.DaylightBias = rules.daylight_bias;
+    zone.StandardDate = rules.standard;
+    zone.DaylightDate = rules.daylight;
+    std::wcsncpy(zone.TimeZoneKeyName, name, std::size(zone.TimeZoneKeyName) - 1);
+    std::wcsncpy(zone.StandardName, name, std::size(zone.StandardName) - 1);
+    std::wcsncpy(zone.DaylightName, name, std::size(zone.DaylightName) - 1);
+    return acceptance::Set(zone);
+}
+
+void RestoreZone() {
+    const std::string bytes = Kept(kJournal);
+    DYNAMIC_TIME_ZONE_INFORMATION zone = {};
+    if (bytes.size() == sizeof zone) {
+        std::memcpy(&zone, bytes.data(), sizeof zone);
+        DYNAMIC_TIME_ZONE_INFORMATION now = {};
+        ::GetDynamicTimeZoneInformation(&now);
+        if (std::memcmp(&now, &zone, sizeof zone) == 0 || acceptance::Set(zone) == ERROR_SUCCESS) {
+            Forget(kJournal);
+        }
+    }
+}
+
+}  // namespace zorvalis::acceptance

@@ -1,0 +1,32 @@
+#include "files.h"
+
+#include <windows.h>
+
+#include <chrono>
+#include <filesystem>
+
+#include "report.h"
+
+namespace zorvalis {
+
+void RequireReplaceable(const std::wstring& folder) {
+    constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(3);
+    std::error_code error;
+    for (const auto& each : std::filesystem::directory_iterator(folder, error)) {
+        const std::wstring path = each.path().wstring();
+        while (each.is_regular_file(error)) {
+            const HANDLE opened = ::CreateFileW(path.c_str(), DELETE, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr);
+            if (opened != INVALID_HANDLE_VALUE) {
+                ::CloseHandle(opened);
+                break;
+            }
+            if (::GetLastError() != ERROR_SHARING_VIOLATION || std::chrono::steady_clock::now() >= deadline) {
+                Fail(path, "cannot be replaced");
+            }
+            ::Sleep(100);
+        }
+    }
+}
+
+}  // namespace zorvalis
