@@ -58,15 +58,14 @@ void FalseAnswers(Findings& findings) {
 
 // The words: the endpoint, and the number that GetModelName raises.
 int RaiseErrors(const std::vector<std::string>& words) {
-    const Readiness readiness(words);
     ::SetErrorMode(SEM_NOGPFAULTERRORBOX);
-    const false_service::Server server(readiness.arguments.at(0));
+    const false_service::Server server(words.at(0));
     if (server.status() != RPC_S_OK) {
         return static_cast<int>(server.status());
     }
-    false_service::faults[kGetModelName] = static_cast<std::uint32_t>(std::stoul(readiness.arguments.at(1)));
-    readiness.Tell();
-    readiness.WaitForParent(60);
+    false_service::faults[kGetModelName] = static_cast<std::uint32_t>(std::stoul(words.at(1)));
+    TellReady();
+    ::Sleep(60000);
     return 0;
 }
 
@@ -85,11 +84,10 @@ std::uint32_t Raised(Findings& findings, std::uint32_t code) {
     const std::uint32_t status = zorvalis_rpc::Guarded([&] { call_GetModelName(context, 1); });
     const DWORD lastCode = seenCode;
     zorvalis_rpc::Guarded([&] { ::RpcSsDestroyClientContext(&context); });
-    DWORD end = 0;
-    const bool hasEnded = server.WaitForEnd(0, end);
-    findings.Expect(status != 0 && lastCode == status, "a server that raises " + ErrorText(code) +
-                                                           " makes the call's error: " + ErrorText(status) +
-                                                           (hasEnded ? "; it has ended, with " + ErrorText(end) : ""));
+    const int end = server.CodeOf(0);
+    findings.Expect(status != 0 && lastCode == status,
+                    "a server that raises " + ErrorText(code) + " makes the call's error: " + ErrorText(status) +
+                        (end == -1 ? "" : "; it has ended, with " + ErrorText(static_cast<unsigned long>(end))));
     return status;
 }
 
