@@ -143,6 +143,7 @@ void JsonFunctions(Findings& findings) {
 
 // A client of NDR64 knows no owner: it only has to be served.
 void InstalledNdr64(Findings& findings) {
+    NeedOfferOfNdr64(findings);
     StartProduct(findings);
     Client({}, Patient());
     Heard heard;
