@@ -19,8 +19,8 @@ using zorvalis_client::Client;
 
 constexpr int kGetModelName = 3;  // its number
 
-// The raised exceptions of this thread, before any handler looks at them.
-thread_local DWORD seenCode = 0, seenFlags = 0;  // of the last one
+// Of the last exception that was raised on this thread, before any handler looked at it.
+thread_local DWORD seenCode = 0, seenFlags = 0;
 
 LONG CALLBACK SeeException(EXCEPTION_POINTERS* exception) {
     seenCode = exception->ExceptionRecord->ExceptionCode;
@@ -71,8 +71,8 @@ int RaiseErrors(const std::vector<std::string>& words) {
 
 const Part kRaiseErrors("rpc-raise-errors", RaiseErrors);
 
-// What a call gets when the server raises that number; the server may end of it.
-std::uint32_t Raised(Findings& findings, std::uint32_t code) {
+// A call to a server that raises that number, which may end the server.
+void Raised(Findings& findings, std::uint32_t code) {
     const std::string endpoint = NameOf("errors") + "-" + std::to_string(code);
     PartProcess server(findings, kRaiseErrors.name, {endpoint, std::to_string(code)});
     const Binding binding(endpoint);
@@ -88,7 +88,6 @@ std::uint32_t Raised(Findings& findings, std::uint32_t code) {
     findings.Expect(status != 0 && lastCode == status,
                     "a server that raises " + ErrorText(code) + " makes the call's error: " + ErrorText(status) +
                         (end == -1 ? "" : "; it has ended, with " + ErrorText(static_cast<unsigned long>(end))));
-    return status;
 }
 
 // The guard takes a stack overflow and a breakpoint for the other end's only when they cannot be continued; where the
@@ -97,8 +96,7 @@ void FalseErrors(Findings& findings) {
     ::AddVectoredExceptionHandler(1, SeeException);
     Raised(findings, 1702);
     Raised(findings, 0xE06D7363);
-    DWORD flags = seenFlags;
-    const bool isFinal = (flags & EXCEPTION_NONCONTINUABLE) != 0;
+    const bool isFinal = (seenFlags & EXCEPTION_NONCONTINUABLE) != 0;
     Raised(findings, EXCEPTION_ACCESS_VIOLATION);
     ImpossibleUnderWine(findings, !isFinal, "this runtime raises a server's error as what could be continued");
     if (findings.Expect(isFinal, "the runtime raises it as what cannot be continued")) {
