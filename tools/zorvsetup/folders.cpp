@@ -65,12 +65,10 @@ OwnedSecurity SecurityOf(const wchar_t* text) {
     return OwnedSecurity(security);
 }
 
+// Changes what is open and nothing below it.
 void SetSecurity(HANDLE opened, const wchar_t* text, const std::wstring& path) {
-    const DWORD inherits = text == kOuter || text == kProduct ? PROTECTED_DACL_SECURITY_INFORMATION
-                                                              : UNPROTECTED_DACL_SECURITY_INFORMATION;
-    // This call changes what is open and nothing below it.
-    if (!::SetKernelObjectSecurity(opened, OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION | inherits,
-                                   SecurityOf(text).get())) {
+    const OwnedSecurity security = SecurityOf(text);
+    if (!::SetKernelObjectSecurity(opened, OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION, security.get())) {
         Fail(path, "keeps its access list");
     }
 }

@@ -44,7 +44,8 @@ void PurgeRecords() {
     all.Make(PurgeRegistry);
     all.Make(DeleteFolders);
     all.Finish();
-    Say("deleted the records. An identity in the machine's own storage stays: `zorvctl forget --yes` blanks that");
+    Say("deleted the records. The log of setup stays, and so does an identity in the machine's own storage, which "
+        "`zorvctl forget --yes` blanks");
 }
 
 }  // namespace zorvalis

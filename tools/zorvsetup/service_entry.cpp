@@ -299,19 +299,23 @@ void StartService(std::chrono::seconds limit) {
     if (opened.service == nullptr) {
         Fail(kTheService + " cannot be started", ERROR_SERVICE_DOES_NOT_EXIST);
     }
-    if (!::StartServiceW(opened.service.get(), 0, nullptr) && ::GetLastError() != ERROR_SERVICE_ALREADY_RUNNING) {
-        if (::GetLastError() == ERROR_SERVICE_DISABLED) {
-            return Say(kTheService + " is disabled, and is not started");
-        }
-        Fail(kTheService + " cannot be started");
-    }
     const auto deadline = Clock::now() + limit;
-    for (;;) {
+    for (bool started = false;;) {
+        // One that still stops counts as running, and is asked again until it has stopped.
+        if (!started && !(started = ::StartServiceW(opened.service.get(), 0, nullptr))) {
+            const DWORD error = ::GetLastError();
+            if (error == ERROR_SERVICE_DISABLED) {
+                return Say(kTheService + " is disabled, and is not started");
+            }
+            if (error != ERROR_SERVICE_ALREADY_RUNNING) {
+                Fail(kTheService + " cannot be started", error);
+            }
+        }
         const SERVICE_STATUS_PROCESS status = StatusOf(opened.service.get());
         if (status.dwCurrentState == SERVICE_RUNNING) {
             return Say(kTheService + " is started");
         }
-        if (status.dwCurrentState == SERVICE_STOPPED) {
+        if (status.dwCurrentState == SERVICE_STOPPED && started) {
             if (status.dwWin32ExitCode != ERROR_SUCCESS) {
                 Fail(kTheService + " has failed at its start; the event log says why", status.dwWin32ExitCode);
             }

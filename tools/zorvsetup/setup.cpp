@@ -11,6 +11,7 @@
 #include "folders.h"
 #include "notes.h"
 #include "passes.h"
+#include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/text.h"
 #include "platform/windows/wide.h"
@@ -25,14 +26,14 @@ namespace {
 using std::chrono::seconds;
 
 constexpr seconds kStart(60), kPass(60);
-constexpr char kRan[] = "ran", kService[] = "service", kSource[] = "source", kAdded[] = "addedToPath",
-               kRemoved[] = "removedFromPath", kMade[] = "madeFolders";
+constexpr std::int64_t kDay = 24 * 60 * 60;
+constexpr char kSince[] = "since", kRan[] = "ran", kService[] = "service", kSource[] = "source",
+               kAdded[] = "addedToPath", kRemoved[] = "removedFromPath", kMade[] = "madeFolders";
 
 std::wstring FolderOf(const std::wstring& path) {
     return path.substr(0, path.rfind(L'\\'));
 }
 
-// Of an empty text Windows would make the current folder.
 std::wstring FullFolder(const std::wstring& given) {
     // A backslash before the closing quote of a command line is taken for a quote within the text.
     const std::wstring plain = given.substr(0, given.find(L'"'));
@@ -105,9 +106,11 @@ void Stop(seconds limit) {
     Notes notes;
     // With a service that runs this is a new installation; else it may be one that was broken off, or made twice.
     const bool runs = IsServiceRunning();
-    if (runs) {
+    const std::int64_t now = platform::now_seconds();
+    if (runs || !notes.Has(kSince) || std::abs(now - notes.Get(kSince).get<std::int64_t>()) > kDay) {
         notes.Clear();
     }
+    notes.Add(kSince, now);
     notes.Add(kRan, runs);
     EndAll(limit);
 }
