@@ -1,54 +1,45 @@
-// A process that a step starts and ends: a part of the kit that serves, or calls, while the step looks on.
+// A part of the kit that serves, or calls, while its step looks on.
 #pragma once
 
-#include <windows.h>
-
+#include <cstdio>
 #include <string>
 #include <vector>
 
-#include "platform/windows/handles.h"
+#include "kit.h"
+#include "part.h"
+#include "running_program.h"
 #include "step.h"
 
 namespace zorvalis::acceptance {
 
-class PartProcess {
+// In the part: lets its step go on.
+inline void TellReady() {
+    std::puts("ready");
+    std::fflush(stdout);
+}
+
+class PartProcess : public RunningProgram {
 public:
-    // Starts the part with the words behind those that TellReady takes, and waits until it is ready. A part that is not
-    // ready within half a minute ends the step.
-    PartProcess(Findings& findings, const std::string& part, const std::vector<std::string>& arguments);
+    // Waits until the part is ready; one that is not ends the step.
+    PartProcess(Findings& findings, const std::string& part, const std::vector<std::string>& arguments)
+        : RunningProgram(PartCommand(part, arguments)) {
+        if (!started()) {
+            findings.Fail("the part " + part + " cannot be started: " + ErrorText(error()));
+        }
+        if (const std::string line = Line(30); line != "ready") {
+            DWORD code = 0;
+            std::string rest;
+            Wait(1, rest, code);
+            findings.Fail("the part " + part + " is not ready: " + line + rest + ", " + ErrorText(code));
+        }
+    }
 
-    // Ends the process, whatever it does.
-    ~PartProcess();
-    PartProcess(const PartProcess&) = delete;
-    PartProcess& operator=(const PartProcess&) = delete;
-
-    // As the task manager ends it, without a word to anybody. It has ended when this returns.
-    void Kill();
-
-    // False when it still runs after this time.
-    bool WaitForEnd(int seconds, DWORD& code);
-
-    HANDLE process() const { return process_.get(); }
-
-private:
-    platform::OwnedHandle process_;
-};
-
-// In the part, with the words that it was started with: takes its own two off, and says that it is ready.
-class Readiness {
-public:
-    explicit Readiness(const std::vector<std::string>& arguments);
-
-    void Tell() const { ::SetEvent(event_.get()); }
-
-    // Until the process that has started the part has ended, which also ends the part.
-    void WaitForParent(int seconds) const;
-
-    std::vector<std::string> arguments;
-
-private:
-    platform::OwnedHandle event_;
-    platform::OwnedHandle parent_;
+    // Its exit code; -1 when it still runs after this time.
+    int CodeOf(int seconds) {
+        DWORD code = 0;
+        std::string output;
+        return Wait(seconds, output, code) ? static_cast<int>(code) : -1;
+    }
 };
 
 }  // namespace zorvalis::acceptance
