@@ -123,7 +123,8 @@ std::string ErrorText(unsigned long error) {
     const DWORD length =
         ::FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_MAX_WIDTH_MASK,
                          nullptr, error, 0, text, 512, nullptr);
-    return std::to_string(error) + (length == 0 ? "" : " (" + platform::to_utf8({text, length}) + ")");
+    const std::size_t end = std::wstring_view(text, length).find_last_not_of(L' ') + 1;
+    return std::to_string(error) + (end == 0 ? "" : " (" + platform::to_utf8({text, end}) + ")");
 }
 
 }  // namespace zorvalis::acceptance

@@ -64,13 +64,15 @@ int RunOne(const std::string& number, const std::string& file) {
 }
 
 // In this process, so it must neither hang nor throw: what it does throw is told.
-void Restore(const Step& step, const char* words) {
+bool Restore(const Step& step, const char* words) {
     try {
         if (step.restore != nullptr) {
             step.restore();
         }
+        return true;
     } catch (const std::exception& exception) {
         std::printf("%s: %s%s\n", step.number, words, exception.what());
+        return false;
     }
 }
 
@@ -123,19 +125,27 @@ void TellOfProduct() {
     }
 }
 
+bool MayRun() {
+    if (!IsAdministrator()) {
+        std::puts("Start it as administrator: it installs a service and looks at what only administrators may see.");
+        return false;
+    }
+    return true;
+}
+
 int RestoreAll() {
+    bool undone = true;
     for (const Step& step : AllSteps()) {
-        Restore(step, "cannot be undone: ");
+        undone = Restore(step, "cannot be undone: ") && undone;
+    }
+    if (undone) {
+        std::puts("What steps had changed is as it was.");
     }
     TellOfProduct();
-    return 0;
+    return undone ? 0 : 1;
 }
 
 int RunAll(const std::vector<std::string>& chosen, const std::string& folder) {
-    if (!IsAdministrator()) {
-        std::puts("Start it as administrator: it installs a service and looks at what only administrators may see.");
-        return 2;
-    }
     if (chosen.empty() && IsRegistered()) {
         std::puts(Kept(kOwnInstallation).empty()
                       ? "Zorvalis is installed on this machine. Take one without it: the kit would remove its records."
@@ -207,6 +217,9 @@ int Run(std::vector<std::string> arguments) {
             std::printf("%-5s %s\n", each.number, each.what);
         }
         return 0;
+    }
+    if (!MayRun()) {
+        return 2;
     }
     if (restore) {
         return RestoreAll();

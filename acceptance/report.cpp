@@ -64,6 +64,11 @@ std::string ReportText(const std::vector<Result>& results) {
         text += VerdictText(verdict) + ": " + std::to_string(CountOf(results, verdict)) + "\n";
     }
     for (const Result& result : results) {
+        if (result.verdict == Verdict::failed) {
+            text += "    " + result.number + " " + result.what + "\n";
+        }
+    }
+    for (const Result& result : results) {
         char took[32] = {};
         std::snprintf(took, sizeof took, "%.1f s", result.seconds);
         text += "\n" + result.number + " " + result.what + ": " + VerdictText(result.verdict) + " (" + took + ")\n";

@@ -12,9 +12,10 @@ struct Ended {};
 }  // namespace
 
 void Findings::Saw(const std::string& fact) {
-    lines_.push_back(fact);
+    // Output of programs and Windows' words for errors end with blanks.
+    lines_.push_back(fact.substr(0, fact.find_last_not_of(" \r\n") + 1));
     if (tells_) {
-        std::printf("%s\n", fact.c_str());
+        std::printf("%s\n", lines_.back().c_str());
         std::fflush(stdout);
     }
 }

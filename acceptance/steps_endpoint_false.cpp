@@ -47,10 +47,11 @@ void FalseAnswers(Findings& findings) {
         false_service::nextAnswer = bytes;
         const std::int32_t first = StatusOf([&] { client.GetUUID(4); });
         const std::int32_t second = StatusOf([&] { client.BigDataServiceCall("{}", 4); });
-        findings.Expect(first != 0 && second != 0, std::string("an answer of ") + what + " is refused, with " +
-                                                       ErrorText(static_cast<unsigned long>(first)) + " and " +
-                                                       std::to_string(second) + "; under Wine with " +
-                                                       std::to_string(static_cast<std::int32_t>(known)));
+        findings.Expect(first != 0 && second != 0,
+                        std::string("a false answer (") + what + ") is refused: a direct call ends with " +
+                            ErrorText(static_cast<unsigned long>(first)) + ", one in JSON with " +
+                            ErrorText(static_cast<unsigned long>(second)) + "; under Wine " +
+                            std::to_string(static_cast<std::uint32_t>(known)));
     }
     false_service::nextAnswer = false_service::kTrueAnswer;
     findings.ExpectText(client.GetUUID(4), "abc", "the client goes on to take a true answer");

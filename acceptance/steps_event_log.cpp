@@ -71,7 +71,7 @@ void EntriesOfEventLog(Findings& findings) {
             findings.Impossible("the log takes no entries; EvtQuery says " + ErrorText(error));
         }
         findings.Expect(error == 0, "the event log can be asked" + (error == 0 ? "" : ": " + ErrorText(error)));
-        if (!findings.Expect(entries.size() == 1, "one entry is in the log, not " + std::to_string(entries.size()))) {
+        if (!findings.ExpectNumber(static_cast<long long>(entries.size()), 1, "entries of that text in the log")) {
             continue;
         }
         const LogEntry& entry = entries.front();

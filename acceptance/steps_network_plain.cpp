@@ -48,7 +48,7 @@ void PlainExchanges(Findings& findings) {
                         "the answer to plain text");
     findings.ExpectText(HttpGet(kHost, "/get", 10000, 30000, 30000), "answer", "the answer to a GET");
     const std::vector<Request> heard = server.heard();
-    if (!findings.Expect(heard.size() == 3, "three requests have arrived, not " + std::to_string(heard.size()))) {
+    if (!findings.ExpectNumber(static_cast<long long>(heard.size()), 3, "requests that have arrived")) {
         return;
     }
     for (const Request& request : heard) {

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 
 #include "common/registry.h"
 #include "common/time.h"
@@ -40,8 +41,26 @@ void TakeObstacle() {
     }
 }
 
+void NeedBareMachine(Findings& findings) {
+    for (const std::string& trace : TracesOfProduct()) {
+        findings.Fail("the machine has nothing of the product before: " + trace + " is there");
+    }
+}
+
+// Of the kit's product, when somebody has removed it without the kit.
+void TakeForgottenLibrary() {
+    if (!IsRegistered() && !Kept(kOwnInstallation).empty()) {
+        Forget(kOwnInstallation);
+        TakeHardwareLibrary();
+        const fs::path folder = platform::to_wide(ProgramFolder());
+        ::RemoveDirectoryW(folder.c_str());  // refused while something is in it
+        ::RemoveDirectoryW(folder.parent_path().c_str());
+    }
+}
+
 void FailsWithoutTraces(Findings& findings) {
     NeedPackages(findings);
+    NeedBareMachine(findings);
     const fs::path folder = platform::to_wide(MakersFolder());
     if (fs::exists(folder)) {
         findings.Impossible(MakersFolder() + " is there, and a file is to take its place");
@@ -59,9 +78,7 @@ void FailsWithoutTraces(Findings& findings) {
 
 void Installs(Findings& findings) {
     NeedPackages(findings);
-    for (const std::string& trace : TracesOfProduct()) {
-        findings.Fail("the machine has nothing of the product before: " + trace);
-    }
+    NeedBareMachine(findings);
     Keep(kOwnInstallation, "1");
     if (!ExpectInstaller(findings, 0, "/i", OldPackage()) && !IsRegistered()) {
         Forget(kOwnInstallation);
@@ -83,9 +100,16 @@ void RecordsByAPass(Findings& findings) {
     const Ended pass = RunProgram(Quoted(ProgramFolder() + "\\ZorvalisWinService.exe") + " -j0", 60);
     findings.Expect(pass.in_time && pass.code == 0, "a pass ends in time, with 0");
     const auto records = Records();
-    findings.Expect(std::any_of(records.begin(), records.end(),
-                                [](const auto& file) { return file.first.find("\\data\\O_") != std::string::npos; }),
-                    "the pass has made a file of records below " + DataFolder());
+    const bool made = findings.Expect(
+        std::any_of(records.begin(), records.end(),
+                    [](const auto& file) { return file.first.find("\\data\\O_") != std::string::npos; }),
+        "the pass has made a file of records below " + DataFolder());
+    if (!made) {
+        std::istringstream why(RunProgram(Quoted(ProgramFolder() + "\\zorvctl.exe") + " status", 60).output);
+        for (std::string line; std::getline(why, line);) {
+            findings.Saw("zorvctl status: " + line);
+        }
+    }
     for (const auto& [path, bytes] : records) {
         findings.Saw(path + ", " + std::to_string(bytes.size()) + " bytes");
     }
@@ -98,9 +122,10 @@ class Unchanged {
 public:
     explicit Unchanged(Findings& findings) : findings_(findings) {}
     ~Unchanged() {
-        findings_.Expect(
-            !records_.empty() && Records() == records_,
-            std::to_string(records_.size()) + " files below the data folder are as they were, byte by byte");
+        findings_.Expect(!records_.empty() && Records() == records_,
+                         records_.empty() ? "there are records to keep, from step 1.8"
+                                          : std::to_string(records_.size()) +
+                                                " files below the data folder are as they were, byte by byte");
         findings_.Expect(Settings() == settings_,
                          std::to_string(settings_.size()) + " values of the product's key are as they were");
     }
@@ -203,7 +228,7 @@ std::vector<Step> PackageSteps() {
         {"1.5", "The data folder belongs to LocalSystem and administrators alone", ExpectAccessLists},
         {"1.6", "The event source names a message file that is there", ExpectEventSource},
         {"1.7", "zorvctl is found by the machine's PATH", ExpectPath},
-        {"1.8", "A pass of the installed executable makes records", RecordsByAPass},
+        {"1.8", "A pass of the installed executable makes records", RecordsByAPass, 130, TakeForgottenLibrary},
         {"1.9", "An upgrade keeps records and settings, and leaves one service and one entry", Upgrades,
          kInstallSeconds},
         {"1.10", "A repair brings back files and the service's entry", Repairs, kInstallSeconds},

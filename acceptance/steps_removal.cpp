@@ -45,7 +45,8 @@ void KeepsRecords(Findings& findings) {
     ExpectInstaller(findings, 0, "/x", NewPackage());
     ExpectNoTraces(findings);
     findings.Expect(!records.empty() && Records() == records,
-                    std::to_string(records.size()) + " files of records are as they were");
+                    records.empty() ? "there are records to keep, from step 1.8"
+                                    : std::to_string(records.size()) + " files of records are as they were");
     findings.Expect(Settings() == settings,
                     std::to_string(settings.size()) + " values of the product's key are as they were");
 }
@@ -73,6 +74,7 @@ void FindsRecordsAgain(Findings& findings) {
 void LeavesNothing(Findings& findings) {
     NeedKitsProduct(findings);
     const std::string code = InstalledCode();
+    TakeHardwareLibrary();
     ExpectInstaller(findings, 0, "/x", code, "PURGE=1");
     ExpectNoTraces(findings);
     std::error_code ignored;
