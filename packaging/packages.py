@@ -95,7 +95,10 @@ def main(windows, linux, out):
     sign([msi, old])
     shutil.copy(msi, acceptance)
 
-    shipped = {msi.name: [service]}  # which folders' files are in what is handed out
+    own = work / "own"  # what is in the package for itself alone
+    own.mkdir()
+    shutil.copy(setup / "zorvsetup.exe", own)
+    shipped = {msi.name: [service, own]}  # which folders' files are in what is handed out
     for name, folders in {f"Zorvalis-{product}": [service, setup], f"zorvalis-sdk-{library}": [sdk],
                           f"zorvalis-acceptance-{product}": [acceptance], f"zorvalis-debug-{product}": [debug]}.items():
         make_zip(made / f"{name}.zip", *folders)

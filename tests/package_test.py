@@ -28,7 +28,7 @@ DEBUG = {f"{name}.debug" for name in "ZorvalisWinService.exe zorvctl.exe zorvset
          "zorvalis_client.dll".split()}
 SDK = {"include/zorvalis.h", "share/doc/zorvalis/LICENSE", "share/zorvalis/csharp/Zorvalis.cs"}  # and more
 LINUX = SDK | {f"lib/zorvalis/{name}" for name in "zorvctl zorvserver ZorvWinIo64.so default.json hardware.json".split()}
-HOLDS = {MSI: SERVICE, f"Zorvalis-{PRODUCT}.zip": SERVICE | SETUP, f"zorvalis-acceptance-{PRODUCT}.zip": KIT,
+HOLDS = {MSI: SERVICE | {"zorvsetup.exe"}, f"Zorvalis-{PRODUCT}.zip": SERVICE | SETUP, f"zorvalis-acceptance-{PRODUCT}.zip": KIT,
          f"zorvalis-debug-{PRODUCT}.zip": DEBUG, f"zorvalis-sdk-{LIBRARY}.zip": SDK | {"lib/zorvalis_client.def"},
          f"zorvalis_{PRODUCT}_amd64.deb": LINUX, f"zorvalis-{PRODUCT}-linux-x86_64.tar.gz": LINUX}
 
@@ -56,6 +56,8 @@ class Tests:
         run(*{".zip": ("unzip", "-qod", place, path), ".msi": ("msiextract", "-C", place, path),
               ".deb": ("dpkg", "-x", path, place)}.get(path.suffix, ("tar", f"--one-top-level={place}", "-xf", path)))
         top = next(each for mark in ("bin", "zorvctl.exe", "README.txt", "*.debug") for each in place.rglob(mark)).parent
+        if path.suffix == ".msi":
+            run("sh", "-c", 'msiinfo extract "$1" Binary.Setup >"$2"', "sh", path, top / "zorvsetup.exe")
         return {str(each.relative_to(top)): each for each in top.rglob("*") if each.is_file() and not each.is_symlink()}
 
     def test_hold_what_they_should_and_sums_and_bill_say_so(self):

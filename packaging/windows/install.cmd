@@ -17,6 +17,7 @@ if exist "%folder%.old\" move "%folder%.old" "%folder%" >nul
 if exist "%folder%.new\" rd /s /q "%folder%.new"
 md "%folder%.new"
 set "code=0"
+if not exist "%folder%.new\" echo %folder%.new cannot be made. Run install.cmd as administrator. & set "code=5" & goto unstage
 for %%f in (ZorvalisWinService.exe zorvctl.exe default.json LICENSE THIRD-PARTY-NOTICES.md administrator.md) do call :bring %%f
 if not %code%==0 goto unstage
 

@@ -24,7 +24,9 @@ if exist "%folder%.old\" echo %folder%.old is in use; delete it later.
 rd "%ProgramW6432%\Zorv" 2>nul
 if not "%~1"=="" "%setup%" remove --purge
 if "%~1"=="" "%setup%" commit
-exit /b %errorlevel%
+if not %errorlevel%==0 exit /b %errorlevel%
+echo Zorvalis is removed.
+exit /b 0
 
 :restore
 if exist "%folder%.old\" move "%folder%.old" "%folder%" >nul

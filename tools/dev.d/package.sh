@@ -21,5 +21,6 @@ package() {
     step package-windows ./dev build windows zorvalis zorvctl zorvalis_client zorv_hardware zorvsetup zorv_acceptance &&
         step package-linux ./dev build "$linux" zorvalis zorvctl zorvserver zorvalis_client zorv_hardware &&
         step package-files python3 -B packaging/packages.py build/windows "build/$linux" $out || exit 1
-    (cd $out && sha256sum -- *)
+    say "made in $out:"
+    (cd $out && cat SHA256SUMS)
 }
