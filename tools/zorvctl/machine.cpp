@@ -76,8 +76,9 @@ void Init(const InitOptions& options) {
     WriteText(kSetupStateKey, L"ImageState", "IMAGE_STATE_COMPLETE");
     WriteText(kFactoryConfigKey, L"ManufacturingDate",
               options.manufactured.empty() ? DateText(platform::now_seconds() - 3 * kMonth) : options.manufactured);
-    Print("machine  " + ReadableText(machine) +
-          "\nReady to collect once the service is there: run its executable with -install, then\n"
+    Print("machine  " + ReadableText(machine) + "\nReady to collect once the service is there: `\"" +
+          OwnFile("zorvalis-agent-service") +
+          "\" -install`, then\n"
           "`zorvctl service start` and `zorvctl tasks run`; `zorvctl status` tells what is missing.\n");
 }
 
