@@ -258,7 +258,11 @@ private:
         ZorvWinIoDll hardware(false);  // writes no event log
         const std::wstring chassis = ChassisText(hardware);
         activation_ = ActivationText(hardware);
-        const std::string file = OwnFile(platform::machine_folder().empty() ? "ZorvWinIo64.dll" : "ZorvWinIo64.so");
+        const bool windows = platform::machine_folder().empty();
+        std::string file = OwnFile(windows ? "ZorvWinIo64.dll" : "ZorvWinIo64.so");
+        if (windows && !platform::file_exists(file)) {
+            file = "C:\\Windows\\System32\\ZorvWinIo64.dll";  // beside the executable a removal would leave it behind
+        }
         const std::string problem = HardwareProblem();
         const bool there = platform::file_exists(file);
         Add("library", library.is_open() ? LinkState::held : LinkState::broken,
@@ -285,7 +289,6 @@ private:
             Add("activation", LinkState::broken, "product activation bars this class of device");
         }
         const bool complete = ImageStateOf(facts_.imageState) == ImageState::complete;
-        const bool windows = platform::machine_folder().empty();
         Add("set-up", complete ? LinkState::held : LinkState::broken,
             complete ? "Windows is set up"
                      : "Windows' own setup is not complete: its state is " +
