@@ -168,6 +168,7 @@ class Packages:
         refusals = dict(tables(self.new, "LaunchCondition"))
         assert "1809 (build 17763)" in refusals["Installed OR WINDOWSBUILD >= 17763"]
         assert "newer version of Zorvalis" in refusals["Installed OR NOT NEWERVERSION"]
+        assert "Zorvalis-setup.log" in dict(tables(self.new, "Error"))["1722"]
         for sequence in ("InstallExecuteSequence", "InstallUISequence"):
             place = {name: int(number) for name, _, number in tables(self.new, sequence)}
             assert place["LaunchConditions"] > max(place["AppSearch"], place["FindRelatedProducts"])
