@@ -14,6 +14,7 @@ import resource
 import shutil
 import subprocess
 import sys
+import tempfile
 import time
 
 from support import cases
@@ -41,9 +42,11 @@ def wine(*words, most=None, expect=None):
     """Of the exit code only the lowest byte arrives. most: no file may get larger than this."""
     limit = most and (lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (most, most)))
     # Python ignores the signal of a file that is too large, and so does the child then: the write fails instead.
-    done = subprocess.run(["wine", *map(str, words)], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                          timeout=120, preexec_fn=limit, restore_signals=False)
-    text = done.stdout.decode(errors="replace").replace("\r", "")
+    with tempfile.TemporaryFile() as output:  # a desktop that Wine starts on the way would keep a pipe open
+        done = subprocess.run(["wine", *map(str, words)], stdin=subprocess.DEVNULL, stdout=output, stderr=output,
+                              timeout=120, preexec_fn=limit, restore_signals=False)
+        output.seek(0)
+        text = output.read().decode(errors="replace").replace("\r", "")
     assert expect is None or done.returncode == expect & 0xFF, (words, done.returncode, text)
     return done.returncode, text
 
@@ -176,7 +179,7 @@ class Packages:
         names, actions = [row[0] for row in steps], {row[0]: row for row in tables(self.new, "CustomAction")}
         for name, (_, kind, source, words, _) in actions.items():
             undo, last = name.startswith("Undo"), name in ("Commit", "Purge")
-            assert int(kind) == 2 | 0xC00 | 0x100 * undo | 0x200 * last and source == "Setup", (name, kind)
+            assert int(kind) == 2 | 0xC00 | 0x100 * undo | 0x240 * last and source == "Setup", (name, kind)
             assert not undo or names.index(name) + 1 == names.index(name[4:]), name
         refusals = dict(tables(self.new, "LaunchCondition"))
         assert "1809 (build 17763)" in refusals["Installed OR WINDOWSBUILD >= 17763"]
@@ -234,6 +237,11 @@ class Packages:
         self.kept()
         self.collect()
         self.gets_in_the_way(self.script, ("older",), None)
+        (left := FOLDER.with_name("Zorvalis.old")).mkdir()  # of an upgrade, by a program that still shows a file of it
+        (left / "LICENSE").write_text("in use")
+        with self.held(left / "LICENSE"):
+            self.stays(self.script, "older", expect=SHARING), self.stays(self.script, "remove", expect=SHARING)
+        shutil.rmtree(left)
         TASK.unlink()  # which the service makes anew when it runs again
         self.stays(self.script, "broken", expect=NO_PROGRAM)
         self.gets_in_the_way(self.script, ("remove",), None)
@@ -255,6 +263,7 @@ class Packages:
         self.stays(self.msi, "/i", self.new, expect=REFUSED)
         assert "1809 (build 17763)" in (said := self.stays(self.script, "install", expect=OLD_WINDOWS)) and "17134" in said, said
         wine("reg", "add", WINDOWS, "/v", "CurrentBuildNumber", "/d", "17763", "/f", expect=DONE)
+        self.stays(self.msi, "/i", self.new, "ALLUSERS=", expect=REFUSED)
         self.stays(self.msi, "/i", self.make("broken", "2.0.7.0"), expect=FAILED)
         self.stays(self.script, "broken", expect=NO_PROGRAM)
 
