@@ -11,7 +11,7 @@ if(WIN32)
     install(FILES packaging/windows/install.cmd packaging/windows/remove.cmd
         DESTINATION . COMPONENT setup EXCLUDE_FROM_ALL)
     install(TARGETS zorv_acceptance zorv_hardware DESTINATION . COMPONENT acceptance EXCLUDE_FROM_ALL)
-    install(FILES tools/hardware/hardware.json tools/acceptance/README.txt LICENSE THIRD-PARTY-NOTICES.md
+    install(FILES tools/hardware/hardware.json acceptance/README.txt LICENSE THIRD-PARTY-NOTICES.md
         DESTINATION . COMPONENT acceptance EXCLUDE_FROM_ALL)
     return()
 endif()

@@ -38,17 +38,25 @@ DONE, WRITE_FAULT, SHARING, INVALID, SERVICE_CONTROL, OLD_WINDOWS, REFUSED, SAME
 FAILED, NO_ROOM = 1627, 31
 
 
-def wine(*words, most=None, expect=None):
-    """Of the exit code only the lowest byte arrives. most: no file may get larger than this."""
-    limit = most and (lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (most, most)))
+def start(command, limit):
+    with tempfile.TemporaryFile() as out:  # no pipe, which Wine's desktop may inherit and keep open
+        code = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=out, stderr=subprocess.STDOUT, timeout=300,
+                              preexec_fn=limit, restore_signals=False).returncode
+        out.seek(0)
+        return code, out.read().decode(errors="replace").replace("\r", "")
+
+
+def wine(program, *words, most=None, expect=None):
+    """A file, or one of Wine's own programs. Of its exit code only the lowest byte arrives. most: no file may get larger
+    than this."""
+    program = program if "/" in str(program) else f"C:\\windows\\system32\\{program}.exe"
     # Python ignores the signal of a file that is too large, and so does the child then: the write fails instead.
-    with tempfile.TemporaryFile() as output:  # a desktop that Wine starts on the way would keep a pipe open
-        done = subprocess.run(["wine", *map(str, words)], stdin=subprocess.DEVNULL, stdout=output, stderr=output,
-                              timeout=120, preexec_fn=limit, restore_signals=False)
-        output.seek(0)
-        text = output.read().decode(errors="replace").replace("\r", "")
-    assert expect is None or done.returncode == expect & 0xFF, (words, done.returncode, text)
-    return done.returncode, text
+    limit = most and (lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (most, most)))
+    for _ in range(3):  # on a busy machine Wine now and then starts nothing, which is a 1 without a word
+        if (result := start(["wine", program, *map(str, words)], limit)) != (1, ""):
+            break
+    assert expect is None or result[0] == expect & 0xFF, (program, words, result)
+    return result
 
 
 def tables(package, name):
@@ -84,6 +92,7 @@ class Packages:
         self.old, self.new = self.make("older", "2.0.5.0"), self.make("newer", "2.0.6.0")
         wine("reg", "add", WINDOWS, "/v", "CurrentBuildNumber", "/d", "17763", "/f", expect=DONE)
         wine(self.setup, "remove", "--purge", expect=DONE)
+        shutil.rmtree(FOLDER.parent, ignore_errors=True)  # other tests' leavings
         self.bare = machine()
 
     def make(self, payload, version, name="", **environment):
@@ -173,6 +182,8 @@ class Packages:
         assert {row[0] for row in tables(self.new, "Component")} == {row[1] for row in tables(self.new, "FeatureComponents")}
         old, new = (dict(tables(each, "Property")) for each in (self.old, self.new))
         assert old["ProductCode"] != new["ProductCode"] and old["UpgradeCode"] == new["UpgradeCode"] == new["UpgradeCode"].upper()
+        assert {"REINSTALLMODE": "amus", "MSIRESTARTMANAGERCONTROL": "Disable", "REBOOT": "ReallySuppress", "ALLUSERS": "1",
+                "SecureCustomProperties": "NEWERVERSION;OLDERVERSION;PURGE;WINDOWSBUILD"}.items() <= new.items()
         codes = [dict(tables(each, "_SummaryInformation"))["9"] for each in (self.old, self.new)]
         assert len({*codes, old["ProductCode"], new["ProductCode"]}) == 4
         steps = sorted(tables(self.new, "InstallExecuteSequence"), key=lambda row: int(row[2]))

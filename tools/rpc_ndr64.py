@@ -195,23 +195,19 @@ def variables(described):
 
 
 def source(idl, acf):
-    """The tables in C, and what the service's stubs need of them."""
+    """The tables in C."""
     interface = re.search(r"^interface (\w+)", idl, re.M).group(1)
     if len(rpc_tables.contexts(idl, acf)) != 1:
         sys.exit("tools/rpc_ndr64.py knows one type of contexts only, whose rundown routine is the first")
     lists = {False: [], True: []}
     for _, callback, name, _ in rpc_tables.declarations(idl):
         lists[callback].append(f"    &ndr64_{name},")
-    count = len(lists[False])
     return "\n".join([
         "/* Made of the interface description by tools/rpc_ndr64.py: who changes this file loses the change. */",
         "#include <windows.h>", "#include <rpc.h>", "#include <rpcndr.h>", "#include <ndr64types.h>", "",
         *variables(fragments(idl, acf)), "",
         f"const FormatInfoRef {interface}_Ndr64ProcTable[] = {{", *lists[False], "};",
-        f"const FormatInfoRef {interface}Callback_Ndr64ProcTable[] = {{", *lists[True], "};", "",
-        "void __RPC_STUB zorv_serve_by_ndr64(PRPC_MESSAGE message);",
-        f"static RPC_DISPATCH_FUNCTION {interface}_Ndr64Table[] = {{" + "zorv_serve_by_ndr64, " * count + "0};",
-        f"RPC_DISPATCH_TABLE {interface}_Ndr64DispatchTable = {{{count}, {interface}_Ndr64Table}};", ""])
+        f"const FormatInfoRef {interface}Callback_Ndr64ProcTable[] = {{", *lists[True], "};", ""])
 
 
 def syntaxes(of, table, dispatch, dispatch64):
@@ -248,7 +244,9 @@ def mend_server(stub, count):
     stub.mend(1, r"(?=^static RPC_DISPATCH_FUNCTION Zorvalis_table)",
               "void __RPC_STUB zorv_serve_by_ndr(PRPC_MESSAGE message);\n")
     stub.mend(1, r"(?=^static const MIDL_SERVER_INFO Zorvalis_ServerInfo =)",
-              "extern RPC_DISPATCH_TABLE Zorvalis_Ndr64DispatchTable;\n" +
+              "void __RPC_STUB zorv_serve_by_ndr64(PRPC_MESSAGE message);\n"
+              "static RPC_DISPATCH_FUNCTION Zorvalis_Ndr64Table[] = {" + "zorv_serve_by_ndr64, " * count + "0};\n"
+              f"static RPC_DISPATCH_TABLE Zorvalis_Ndr64DispatchTable = {{{count}, Zorvalis_Ndr64Table}};\n" +
               syntaxes("Zorvalis", "Zorvalis_FormatStringOffsetTable", "&Zorvalis_v1_0_DispatchTable",
                        "&Zorvalis_Ndr64DispatchTable"))
     stub.mend(1, r"(    Zorvalis_FormatStringOffsetTable,\n    0,\n)    0,\n    0,\n    0\n",

@@ -197,15 +197,15 @@ def main():
     mend_server_callback(stubs["zorvalis_rpc_server_callback.c"], len(callbacks))
     merge_headers(stubs["zorvalis_rpc.h"], stubs.pop("zorvalis_rpc_callback.h"),
                   len(procedures) + len(callbacks))
+    (folder / "zorvalis_rpc_ndr64.c").write_text(rpc_ndr64.source(idl, acf))
+    for end, mend, count in (("", rpc_ndr64_client.mend_client, len(procedures)),
+                             ("_callback", rpc_ndr64_client.mend_client_callback, len(callbacks))):
+        both = stubs[f"zorvalis_rpc_client64{end}.c"] = copy.copy(stubs[f"zorvalis_rpc_client{end}.c"])
+        both.path = folder / f"zorvalis_rpc_client64{end}.c"
+        mend(both, count)
     if "--ndr64" in sys.argv:
         rpc_ndr64.mend_server(stubs["zorvalis_rpc_server.c"], len(procedures))
         rpc_ndr64.mend_server_callback(stubs["zorvalis_rpc_server_callback.c"], len(callbacks))
-        (folder / "zorvalis_rpc_ndr64.c").write_text(rpc_ndr64.source(idl, acf))
-        for end, mend, count in (("", rpc_ndr64_client.mend_client, len(procedures)),
-                                 ("_callback", rpc_ndr64_client.mend_client_callback, len(callbacks))):
-            both = stubs[f"zorvalis_rpc_client64{end}.c"] = copy.copy(stubs[f"zorvalis_rpc_client{end}.c"])
-            both.path = folder / f"zorvalis_rpc_client64{end}.c"
-            mend(both, count)
     for stub in stubs.values():
         stub.write()
 

@@ -49,7 +49,7 @@ STEPS = [
     (1511, "Stop", EITHER, DO, "stop"),
     (1520, "UndoRemove", OUT, UNDO, "undo"),
     (1521, "Remove", OUT, DO, "remove"),
-    (1550, "InstallExecute", ""),
+    (1550, "InstallExecute", ""),  # all stands still before the files are looked at
     (1600, "ProcessComponents", ""),
     (1800, "UnpublishFeatures", ""),
     (3500, "RemoveFiles", ""),
@@ -63,6 +63,7 @@ STEPS = [
     (4510, "UndoConfigure", IN, UNDO, "undo"),  # ends what Start has started, too
     (4511, "Configure", IN, DO, f"configure {FOLDER}"),
     (4512, "Start", IN, DO, "start"),
+    # Behind the older package, whose removal may take the registration of all versions with it.
     (6000, "RegisterUser", ""),
     (6100, "RegisterProduct", ""),
     (6300, "PublishFeatures", ""),
@@ -71,6 +72,7 @@ STEPS = [
     (6590, "Purge", f"{OUT} AND PURGE=1", LAST, "remove --purge"),
     (6600, "InstallFinalize", ""),
 ]
+# In the place of Windows Installer's words for error 1722, which tell to ask the maker.
 FAILED = r"Zorvalis: a step failed. C:\Windows\Logs\Zorvalis-setup.log says why. {{Action [2], location: [3], command: [4]}}"
 
 

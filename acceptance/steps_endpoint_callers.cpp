@@ -17,7 +17,8 @@ using zorvalis_client::Client;
 
 constexpr wchar_t kCapability[] = L"Zorv.Zorvinfo_k7rt2xw94hmpa";
 constexpr DWORD kNotThat = 0x20000001;  // the stranger is not what it was to be
-constexpr int kLowest = 0x2000;         // of the labels of ordinary programs
+constexpr DWORD kNoStatus = 0x10000;
+constexpr int kLowest = 0x2000;  // of the labels of ordinary programs
 
 // The words: "other", "low" or "container", what the first is not to be, and the endpoint; "" is the service's.
 int Call(const std::vector<std::string>& words) {
@@ -62,7 +63,9 @@ void TryStranger(Findings& findings, EchoServer& server, const OpenCopy& copy, c
                  Run run) {
     const auto expect = [&](const StrangersEnd& end, const char* whose) {
         NeedStranger(findings, end);
-        findings.Expect((end.code == 0) == isLetIn,
+        // A greater number is no call's: the program itself has failed.
+        const bool isRefused = end.code != 0 && end.code < kNoStatus;
+        findings.Expect(isLetIn ? end.code == 0 : isRefused,
                         std::string("its call to ") + whose + " ends with " + ErrorText(end.code));
     };
     expect(run(CommandOf(copy, kind, server.Endpoint())), "the kit's server");

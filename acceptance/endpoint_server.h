@@ -11,7 +11,7 @@
 
 namespace zorvalis::acceptance {
 
-// What the procedures answer and call back. The text is "\xe4" in the ANSI code page, whatever that makes of it.
+// What the procedures answer.
 constexpr std::int32_t kEchoNumber = -7;
 constexpr wchar_t kEchoText[] = L"answer \u00e4\u20ac";
 
@@ -34,8 +34,6 @@ public:
 
     // Until a number of the state is what is wanted, twenty seconds at most.
     bool Until(const char* member, int wanted);
-
-    PartProcess& Process() { return child_; }
 
 private:
     void Forget();

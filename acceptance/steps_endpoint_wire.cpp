@@ -119,6 +119,7 @@ constexpr char kNames[] =
     "callback-byte and callback-call";
 
 void Ndr64(Findings& findings) {
+    NeedOfferOfNdr64(findings);
     EchoServer server(findings);
     Heard heard;
     Client64 client(heard.Callbacks(), server.Endpoint(), Offer::both);
@@ -147,6 +148,7 @@ void Ndr64(Findings& findings) {
 }
 
 void OnlyNdr64(Findings& findings) {
+    NeedOfferOfNdr64(findings);
     EchoServer server(findings);
     Heard heard;
     std::unique_ptr<Client64> client;
@@ -232,6 +234,7 @@ void Refusals(Findings& findings) {
 }
 
 void Refusals64(Findings& findings) {
+    NeedOfferOfNdr64(findings);
     {
         EchoServer server(findings);
         Client64 client({}, server.Endpoint(), Offer::both);

@@ -76,6 +76,12 @@ void Deliver(Callback zorvalis_client::Callbacks::*member, const Values&... valu
 
 }  // namespace
 
+void NeedOfferOfNdr64(Findings& findings) {
+    if (!ZORV_OFFERS_NDR64) {
+        findings.Impossible("this build's service offers NDR 2.0 alone");
+    }
+}
+
 std::int32_t StatusOf(const std::function<void()>& call) {
     try {
         call();

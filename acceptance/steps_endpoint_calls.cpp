@@ -57,14 +57,13 @@ void OnManyContexts(Findings& findings) {
 
 // In a process of its own, since the client's own runtime may not survive it: two threads close one context.
 int CloseTwice(const std::vector<std::string>& words) {
-    const Readiness readiness(words);
     ::SetErrorMode(SEM_NOGPFAULTERRORBOX);
     ClientContext first = nullptr;
-    const Binding binding(readiness.arguments.at(0));
+    const Binding binding(words.at(0));
     if (const std::uint32_t status = zorvalis_rpc::Guarded([&] { call_RemoteOpen(binding.handle, &first); })) {
         return static_cast<int>(status);
     }
-    readiness.Tell();
+    TellReady();
     ClientContext second = first;
     auto other = std::async(std::launch::async, [&] { zorvalis_rpc::Guarded([&] { call_RemoteClose(&second); }); });
     zorvalis_rpc::Guarded([&] { call_RemoteClose(&first); });
@@ -80,11 +79,11 @@ void TwoCloses(Findings& findings) {
     constexpr int kTimes = 10;
     for (int i = 1; i <= kTimes; ++i) {
         PartProcess child(findings, kCloseTwice.name, {server.Endpoint()});
-        DWORD code = 0;
-        if (!child.WaitForEnd(20, code)) {
+        const int code = child.CodeOf(20);
+        if (code == -1) {
             findings.Fail("the client's two closes do not return");
         }
-        findings.Saw("the client ended with " + ErrorText(code));
+        findings.Saw("the client ended with " + ErrorText(static_cast<unsigned long>(code)));
         if (!server.Until("closed", i)) {
             findings.Fail("its context was not closed");
         }
@@ -94,10 +93,9 @@ void TwoCloses(Findings& findings) {
 }
 
 int HoldContext(const std::vector<std::string>& words) {
-    const Readiness readiness(words);
-    const Client client({}, readiness.arguments.at(0));
-    readiness.Tell();
-    readiness.WaitForParent(60);
+    const Client client({}, words.at(0));
+    TellReady();
+    ::Sleep(60000);
     return 0;
 }
 

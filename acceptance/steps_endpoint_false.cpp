@@ -19,8 +19,8 @@ using zorvalis_client::Client;
 
 constexpr int kGetModelName = 3;  // its number
 
-// The raised exceptions of this thread, before any handler looks at them.
-thread_local DWORD seenCode = 0, seenFlags = 0;  // of the last one
+// Of the last exception that was raised on this thread, before any handler looked at it.
+thread_local DWORD seenCode = 0, seenFlags = 0;
 
 LONG CALLBACK SeeException(EXCEPTION_POINTERS* exception) {
     seenCode = exception->ExceptionRecord->ExceptionCode;
@@ -58,22 +58,21 @@ void FalseAnswers(Findings& findings) {
 
 // The words: the endpoint, and the number that GetModelName raises.
 int RaiseErrors(const std::vector<std::string>& words) {
-    const Readiness readiness(words);
     ::SetErrorMode(SEM_NOGPFAULTERRORBOX);
-    const false_service::Server server(readiness.arguments.at(0));
+    const false_service::Server server(words.at(0));
     if (server.status() != RPC_S_OK) {
         return static_cast<int>(server.status());
     }
-    false_service::faults[kGetModelName] = static_cast<std::uint32_t>(std::stoul(readiness.arguments.at(1)));
-    readiness.Tell();
-    readiness.WaitForParent(60);
+    false_service::faults[kGetModelName] = static_cast<std::uint32_t>(std::stoul(words.at(1)));
+    TellReady();
+    ::Sleep(60000);
     return 0;
 }
 
 const Part kRaiseErrors("rpc-raise-errors", RaiseErrors);
 
-// What a call gets when the server raises that number; the server may end of it.
-std::uint32_t Raised(Findings& findings, std::uint32_t code) {
+// A call to a server that raises that number, which may end the server.
+void Raised(Findings& findings, std::uint32_t code) {
     const std::string endpoint = NameOf("errors") + "-" + std::to_string(code);
     PartProcess server(findings, kRaiseErrors.name, {endpoint, std::to_string(code)});
     const Binding binding(endpoint);
@@ -85,12 +84,10 @@ std::uint32_t Raised(Findings& findings, std::uint32_t code) {
     const std::uint32_t status = zorvalis_rpc::Guarded([&] { call_GetModelName(context, 1); });
     const DWORD lastCode = seenCode;
     zorvalis_rpc::Guarded([&] { ::RpcSsDestroyClientContext(&context); });
-    DWORD end = 0;
-    const bool hasEnded = server.WaitForEnd(0, end);
-    findings.Expect(status != 0 && lastCode == status, "a server that raises " + ErrorText(code) +
-                                                           " makes the call's error: " + ErrorText(status) +
-                                                           (hasEnded ? "; it has ended, with " + ErrorText(end) : ""));
-    return status;
+    const int end = server.CodeOf(0);
+    findings.Expect(status != 0 && lastCode == status,
+                    "a server that raises " + ErrorText(code) + " makes the call's error: " + ErrorText(status) +
+                        (end == -1 ? "" : "; it has ended, with " + ErrorText(static_cast<unsigned long>(end))));
 }
 
 // The guard takes a stack overflow and a breakpoint for the other end's only when they cannot be continued; where the
@@ -99,8 +96,7 @@ void FalseErrors(Findings& findings) {
     ::AddVectoredExceptionHandler(1, SeeException);
     Raised(findings, 1702);
     Raised(findings, 0xE06D7363);
-    DWORD flags = seenFlags;
-    const bool isFinal = (flags & EXCEPTION_NONCONTINUABLE) != 0;
+    const bool isFinal = (seenFlags & EXCEPTION_NONCONTINUABLE) != 0;
     Raised(findings, EXCEPTION_ACCESS_VIOLATION);
     ImpossibleUnderWine(findings, !isFinal, "this runtime raises a server's error as what could be continued");
     if (findings.Expect(isFinal, "the runtime raises it as what cannot be continued")) {

@@ -17,6 +17,9 @@
 
 namespace zorvalis::acceptance {
 
+// Ends the step where the service of this build does not offer NDR64.
+void NeedOfferOfNdr64(Findings& findings);
+
 // 0, or the status of the error that the call has thrown.
 std::int32_t StatusOf(const std::function<void()>& call);
 

@@ -12,12 +12,12 @@
 
 #include "caller.h"
 #include "kit.h"
-#include "part.h"
 #include "platform/rpc_callback.h"
 #include "platform/rpc_endpoint.h"
 #include "platform/text.h"
 #include "platform/windows/rpc_interface.h"
 #include "platform/windows/wide.h"
+#include "polling.h"
 #include "rpc/guard.h"
 #include "support/import_hook.h"
 #include "windows/double/capability.h"
@@ -28,7 +28,7 @@ namespace {
 constexpr wchar_t kPackage[] = L"Zorv.Zorvinfo_k7rt2xw94hmpa";
 constexpr int kHold = 30;          // seconds
 constexpr char kHeld[] = "-held";  // behind a gate's name
-constexpr int kLife = 300;         // seconds
+constexpr DWORD kLife = 150000;    // milliseconds
 
 struct Seen {
     std::mutex mutex;
@@ -179,7 +179,6 @@ FARPROC WINAPI Find(HMODULE library, const char* name) {
 }
 
 int Serve(const std::vector<std::string>& words) {
-    const Readiness readiness(words);
     static platform::RpcProcedures procedures{};
     procedures.RemoteOpen = []() -> platform::RpcContext {
         const std::lock_guard lock(Own().mutex);
@@ -199,7 +198,7 @@ int Serve(const std::vector<std::string>& words) {
         std::wstring_view(kEchoText).copy(output, static_cast<std::size_t>(size) - 1);
     };
     procedures.BigDataServiceCall = Control;
-    const std::wstring name = platform::to_wide(readiness.arguments.at(0));
+    const std::wstring name = platform::to_wide(words.at(0));
     const platform::RpcEndpointSettings settings = {name.c_str(), kPackage, 10, 1234};
     auto endpoint = std::make_unique<platform::RpcEndpoint>(settings, procedures);
     if (endpoint->status() == ERROR_PROC_NOT_FOUND && IsWine()) {
@@ -209,8 +208,8 @@ int Serve(const std::vector<std::string>& words) {
     if (endpoint->status() != 0) {
         return static_cast<int>(endpoint->status());
     }
-    readiness.Tell();
-    readiness.WaitForParent(kLife);
+    TellReady();
+    ::Sleep(kLife);  // until its step ends it
     platform::stop_rpc_endpoint();
     return 0;
 }
@@ -265,14 +264,7 @@ Json EchoServer::State() {
 }
 
 bool EchoServer::Until(const char* member, int wanted) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (State().at(member).get<int>() != wanted) {
-        if (std::chrono::steady_clock::now() > end) {
-            return false;
-        }
-        ::Sleep(20);
-    }
-    return true;
+    return acceptance::Until(20, [&] { return State().at(member).get<int>() == wanted; });
 }
 
 Gate::Gate()
