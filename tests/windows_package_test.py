@@ -161,7 +161,7 @@ class Packages:
         names, actions = [row[0] for row in steps], {row[0]: row for row in tables(self.new, "CustomAction")}
         for name, (_, kind, source, words, _) in actions.items():
             undo, last = name.startswith("Undo"), name in ("Commit", "Purge")
-            assert int(kind) == 2 | 0xC00 | 0x100 * undo | 0x200 * last and source == "Setup", (name, kind)
+            assert int(kind) == 2 | 0xC00 | 0x100 * undo | 0x240 * last and source == "Setup", (name, kind)
         for name, value in (("REINSTALLMODE", "amus"), ("MSIRESTARTMANAGERCONTROL", "Disable"), ("REBOOT", "ReallySuppress"), ("ALLUSERS", "1")):
             assert new[name] == value, name
         assert {"PURGE", "OLDERVERSION", "NEWERVERSION"} <= set(new["SecureCustomProperties"].split(";"))
@@ -222,6 +222,11 @@ class Packages:
         self.kept()
         self.collect()
         self.gets_in_the_way(self.script, ("older",), None)
+        (left := FOLDER.with_name("Zorvalis.old")).mkdir()  # of an upgrade, by a program that still shows a file of it
+        (left / "LICENSE").write_text("in use")
+        with wine.running(self.service, "-j0", HOME + ".old\\LICENSE"):
+            self.stays(self.script, "older", expect=SHARING), self.stays(self.script, "remove", expect=SHARING)
+        shutil.rmtree(left)
         for task in TASKS:
             task.unlink()  # which the service makes anew when it runs again
         with self.serving():
@@ -245,6 +250,7 @@ class Packages:
         self.stays(self.msi, "/i", self.new, expect=REFUSED)
         assert "1809 (build 17763)" in (said := self.stays(self.script, "install", expect=OLD_WINDOWS)) and "17134" in said, said
         wine.write(WINDOWS, "CurrentBuildNumber", "17763")
+        self.stays(self.msi, "/i", self.new, "ALLUSERS=", expect=REFUSED)
         self.stays(self.msi, "/i", self.make("broken", "2.0.7.0"), expect=FAILED)
         self.stays(self.script, "broken", expect=NO_PROGRAM)
 

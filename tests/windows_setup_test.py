@@ -150,6 +150,13 @@ class Tests:
                     assert ".cached.temp" in setup("stop", "--timeout", "1") and one.wait(60) is not None
             assert others.poll() is None
 
+    def test_leaves_programs_alone_that_others_run_too(self):
+        for command in ("C:\\windows\\system32\\cmd.exe /c none", "C:\\windows\\ZorvalisWinService.exe"):
+            wine.run("sc", "create", "Zorvalis", "binPath=", command)
+            with running("C:\\windows\\system32\\cmd.exe") as others:
+                setup("stop", "--timeout", "1"), setup("remove")
+                assert others.poll() is None and reg(ENVIRONMENT, "Path") == STANDARD
+
     def test_closes_the_data_folder_and_moves_aside_what_was_planted(self):
         theirs = make(OUTER / "Other/data.txt", 0o666)
         for folder in (theirs.parent, OUTER):
@@ -157,9 +164,9 @@ class Tests:
         kept = make(RECORDS / "data/O_1.db", 0o666)
         second = make(wine.DRIVE / "users/second")
         os.link(second, RECORDS / "data/second")
-        planted = make(RECORDS / "data/BGFS.db")
-        if os.geteuid() == 0:
-            os.chown(planted, STRANGER, -1)
+        planted = [make(RECORDS / "data" / name) for name in ("BGFS.db", "n" * 250)]
+        for path in planted if os.geteuid() == 0 else []:
+            os.chown(path, STRANGER, -1)
         told = setup("configure", HOME)
         assert OUTER.stat().st_mode & 2 == 0 and theirs.stat().st_mode & 0o777 == 0o666 and theirs.parent.stat().st_mode & 2
         assert kept.stat().st_mode & 7 == 0 and kept.parent.stat().st_mode & 7 == 0
@@ -167,7 +174,7 @@ class Tests:
         assert (aside / "1-second").exists() and second.stat().st_mode & 0o777 == 0o666 and not (kept.parent / "second").exists()
         if os.geteuid() != 0:
             return print("not tried without root: what an ordinary user owns")
-        assert not planted.exists() and (aside / "1-BGFS.db").exists() and "1-BGFS.db" in told
+        assert not any(path.exists() for path in planted) and (aside / "1-BGFS.db").exists() and "1-BGFS.db" in told
         os.chown(RECORDS, STRANGER, -1)
         setup("configure", HOME)
         assert not any(RECORDS.iterdir()) and (aside / "1-Zorvalis/data/O_1.db").exists() and RECORDS.stat().st_uid == 0
@@ -200,7 +207,8 @@ class Tests:
         write(PRODUCT, "MainSwitch", "0"), write(CONFIG, "RandomUUID", "1"), write(CONFIG, "Theirs", "2")
         make(RECORDS / "data/read-only", 0o444), make(RECORDS / "data/free")
         with running(OLD + "\\ZorvalisWinService.exe", "-j0", "C:\\ProgramData\\Zorv\\Zorvcore\\Zorvalis\\data\\held"):
-            assert "data\\held cannot be" in setup("remove", "--purge", error=32)
+            setup("stop")
+            assert "data\\held cannot be" in setup("remove", "--purge", error=32) and "nothing" in setup("undo")
             assert [p.name for p in (RECORDS / "data").iterdir()] == ["held"] and not wine.read(PRODUCT)
         assert reg(CONFIG, "Theirs") == "2" and not reg(CONFIG, "RandomUUID")
         wine.run("reg", "delete", CONFIG, "/v", "Theirs", "/f")
