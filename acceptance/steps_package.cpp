@@ -79,6 +79,9 @@ void FailsWithoutTraces(Findings& findings) {
 void Installs(Findings& findings) {
     NeedPackages(findings);
     NeedBareMachine(findings);
+    if (HasOthersRecords()) {
+        findings.Impossible("records or settings of an earlier installation lie here, and the kit would delete them");
+    }
     Keep(kOwnInstallation, "1");
     if (!ExpectInstaller(findings, 0, "/i", OldPackage()) && !IsRegistered()) {
         Forget(kOwnInstallation);
