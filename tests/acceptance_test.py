@@ -38,7 +38,6 @@ IMPOSSIBLE = {
     "CreateProcessWithLogonW fails": "5.40",
     "as the same user with the same rights": "5.41",
     "no app containers": "5.42 5.43",
-    "reads the cut as a normal end": "6.3",
     "waits for an answer's head": "6.4",
     "a server of TLS is made": "6.5 6.6 6.7 6.8 6.9 6.10 6.13 6.16 6.18",
     "says yes to every machine": "6.14",
