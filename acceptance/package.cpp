@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -252,6 +253,11 @@ bool PutHardwareLibrary() {
         return false;
     }
     answers["GPNV_RandomUUID"] = "2f6e7a1c-90b4-4d0e-8f35-6b7c1d2e3f40";
+    // Old enough to collect and young enough to do so still, whenever the kit is tried.
+    const std::time_t lastMonth = std::time(nullptr) - 30 * 24 * 60 * 60;
+    char made[32] = {};
+    std::strftime(made, sizeof made, "%Y-%m-%d %H:%M:%S", std::gmtime(&lastMonth));
+    answers["GPNV_ManufacturedTime"] = made;
     std::ofstream file(PathOf(ProgramFolder(), kHardware[1]), std::ios::binary);
     file << answers.dump(4);
     return file.flush().good() && ::CopyFileW(PathOf(KitFolder(), kHardware[0]).c_str(),

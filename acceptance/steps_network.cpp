@@ -22,6 +22,7 @@ void RestorePlain() {
 
 void RestoreServersName() {
     SavedValue::Restore(kProductKey, L"BGSERVER_URL");
+    TraceSession::Remove();
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include "platform/text.h"
 #include "platform/windows/handles.h"
 #include "platform/windows/wide.h"
+#include "polling.h"
 
 namespace zorvalis::acceptance {
 namespace {
@@ -81,9 +82,13 @@ OpenCopy::OpenCopy(Findings& findings) : program_(platform::to_utf8(OpenCopy::Fo
     }
 }
 
+// A scanner may still look at the program that has just ended.
 void OpenCopy::Remove() {
-    std::error_code ignored;
-    std::filesystem::remove_all(OpenCopy::Folder(), ignored);
+    Until(5, [] {
+        std::error_code error;
+        std::filesystem::remove_all(OpenCopy::Folder(), error);
+        return !error;
+    });
 }
 
 OtherUser::OtherUser() : password_(NewPassword()) {
