@@ -20,6 +20,7 @@
 #include "platform/task_scheduler.h"
 #include "platform/windows/handles.h"
 #include "platform/windows/wide.h"
+#include "polling.h"
 #include "process.h"
 
 namespace zorvalis::acceptance {
@@ -315,7 +316,9 @@ bool PutHardwareLibrary() {
 
 void TakeHardwareLibrary() {
     for (const char* name : kHardware) {
-        ::DeleteFileW(PathOf(ProgramFolder(), name).c_str());
+        const fs::path path = PathOf(ProgramFolder(), name);
+        // The service or a pass may have it loaded for a moment.
+        Until(10, [&] { return ::DeleteFileW(path.c_str()) != FALSE || ::GetLastError() != ERROR_ACCESS_DENIED; });
     }
 }
 

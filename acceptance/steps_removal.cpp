@@ -41,10 +41,10 @@ void ExpectNoTraces(Findings& findings) {
 
 void KeepsRecords(Findings& findings) {
     NeedKitsProduct(findings);
-    TakeHardwareLibrary();
     TaskSchedulerSetting().disableTask(kCollectionTask);  // no pass is to come between the looks, and none to run
     long status = 0;
     Until(60, [&] { return ViewTask(WideToUtf8(kCollectionTask), status)["LastTaskResult"] != kTaskRuns; });
+    TakeHardwareLibrary();
     const auto settings = Settings();
     const auto records = Records();
     ExpectInstaller(findings, 0, "/x", NewPackage());
