@@ -3,13 +3,12 @@
 #include <windows.h>
 
 #include <rpc.h>
-#include <sddl.h>
 
 #include <vector>
 
 #include "base/json.h"
-#include "platform/text.h"
 #include "platform/windows/handles.h"
+#include "user_token.h"
 
 namespace zorvalis::acceptance {
 namespace {
@@ -32,11 +31,7 @@ DWORD Number(HANDLE token, TOKEN_INFORMATION_CLASS what, DWORD otherwise) {
 Json Described(HANDLE token) {
     Json described;
     if (const auto user = Ask(token, TokenUser); !user.empty()) {
-        wchar_t* text = nullptr;
-        if (::ConvertSidToStringSidW(reinterpret_cast<const TOKEN_USER*>(user.data())->User.Sid, &text) != FALSE) {
-            described["sid"] = platform::to_utf8(text);
-            ::LocalFree(text);
-        }
+        described["sid"] = SidText(reinterpret_cast<const TOKEN_USER*>(user.data())->User.Sid);
     }
     if (const auto label = Ask(token, TokenIntegrityLevel); !label.empty()) {
         const PSID sid = reinterpret_cast<const TOKEN_MANDATORY_LABEL*>(label.data())->Label.Sid;

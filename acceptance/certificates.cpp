@@ -269,9 +269,11 @@ HRESULT VerdictOf(PCCERT_CONTEXT certificate, const std::string& host) {
     wanted.RequestedUsage.dwType = USAGE_MATCH_TYPE_AND;
     wanted.RequestedUsage.Usage = {1, &purpose};
     PCCERT_CHAIN_CONTEXT chain = nullptr;
-    // HCCE_LOCAL_MACHINE, whose roots are the machine's
-    Check(::CertGetCertificateChain(HCCE_LOCAL_MACHINE, certificate, nullptr, nullptr, &wanted, 0, nullptr, &chain),
-          "CertGetCertificateChain");
+    // By the machine's roots, without a search in the network.
+    constexpr DWORD kFlags = CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL | CERT_CHAIN_DISABLE_AUTH_ROOT_AUTO_UPDATE;
+    Check(
+        ::CertGetCertificateChain(HCCE_LOCAL_MACHINE, certificate, nullptr, nullptr, &wanted, kFlags, nullptr, &chain),
+        "CertGetCertificateChain");
     const OwnedChain owned(chain);
     std::wstring wide_host = platform::to_wide(host);
     HTTPSPolicyCallbackData server = {};

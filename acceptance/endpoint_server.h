@@ -6,7 +6,7 @@
 
 #include "base/json.h"
 #include "endpoint_client.h"
-#include "part_process.h"
+#include "running_program.h"
 #include "step.h"
 
 namespace zorvalis::acceptance {

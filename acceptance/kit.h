@@ -29,6 +29,9 @@ void Forget(const std::string& name);
 // it.
 inline constexpr char kOwnInstallation[] = "installed by the kit";
 
+// What step 9.1 keeps over a restart of Windows.
+inline constexpr char kBeforeRestart[] = "what was recorded before the restart";
+
 bool IsAdministrator();
 
 // Switches a right on that this process's user has, L"SeDebugPrivilege".

@@ -58,7 +58,7 @@ int RunOne(const std::string& number, const std::string& file) {
     const Findings findings = FindingsOf(step->run, !file.empty());
     if (file.empty()) {
         Result result = {step->number, step->what, findings.verdict(), findings.lines(), 0};
-        std::fputs(ReportText({result}).c_str(), stdout);
+        std::fputs(ReportText({result}, true).c_str(), stdout);
         return findings.verdict() == Verdict::failed ? 1 : 0;
     }
     return WriteAll(file, ToJson(findings)) ? 0 : 2;
@@ -146,6 +146,30 @@ int RestoreAll() {
     return undone ? 0 : 1;
 }
 
+bool WriteReport(const std::string& folder, const std::vector<Result>& results, bool ended) {
+    return WriteAll(folder + "\\report.txt", ReportText(results, ended)) &&
+           WriteAll(folder + "\\report.json", ReportJson(results, ended));
+}
+
+// The report is written after each step: it outlives a machine that stops in the middle.
+std::vector<Result> RunChosen(const std::vector<std::string>& chosen, const std::string& folder) {
+    std::vector<Result> results;
+    ::SetThreadExecutionState(ES_CONTINUOUS | ES_SYSTEM_REQUIRED);
+    for (const Step& step : AllSteps()) {
+        if (!IsChosen(step, chosen)) {
+            continue;
+        }
+        ::SetThreadExecutionState(ES_DISPLAY_REQUIRED);  // for this moment: a step switches the display off
+        std::printf("%-5s %-90s ", step.number, step.what);
+        std::fflush(stdout);
+        results.push_back(RunInProcess(step, folder));
+        WriteReport(folder, results, false);
+        std::printf("%s\n", VerdictText(results.back().verdict).c_str());
+        std::fflush(stdout);
+    }
+    return results;
+}
+
 int RunAll(const std::vector<std::string>& chosen, const std::string& folder) {
     if (chosen.empty() && IsRegistered()) {
         std::puts(Kept(kOwnInstallation).empty()
@@ -160,31 +184,17 @@ int RunAll(const std::vector<std::string>& chosen, const std::string& folder) {
     }
     std::error_code error;
     std::filesystem::create_directories(PathOf(folder), error);
-    if (!WriteAll(folder + "\\report.txt", "The run has not ended.\n")) {
+    if (!WriteReport(folder, {}, false)) {
         std::printf("%s cannot be written to; name another folder by --report.\n", folder.c_str());
         return 2;
     }
-    std::vector<Result> results;
-    for (const Step& step : AllSteps()) {
-        if (!IsChosen(step, chosen)) {
-            continue;
-        }
-        std::printf("%-5s %-90s ", step.number, step.what);
-        std::fflush(stdout);
-        results.push_back(RunInProcess(step, folder));
-        std::printf("%s\n", VerdictText(results.back().verdict).c_str());
-        std::fflush(stdout);
-    }
+    const std::vector<Result> results = RunChosen(chosen, folder);
     TellOfProduct();
-    const bool written = WriteAll(folder + "\\report.txt", ReportText(results)) &&
-                         WriteAll(folder + "\\report.json", ReportJson(results));
+    const bool written = WriteReport(folder, results, true);
     std::printf("%s %s\\report.txt and report.json\n", written ? "Written:" : "CANNOT BE WRITTEN:", folder.c_str());
-    for (const Result& result : results) {
-        if (result.verdict == Verdict::failed || !written) {
-            return 1;
-        }
-    }
-    return results.empty() ? 2 : 0;
+    const bool failed = std::any_of(results.begin(), results.end(),
+                                    [](const Result& result) { return result.verdict == Verdict::failed; });
+    return failed || !written ? 1 : results.empty() ? 2 : 0;
 }
 
 int Run(std::vector<std::string> arguments) {

@@ -3,9 +3,13 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <ctime>
+#include <deque>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 
 #include "base/json.h"
 #include "common/registry.h"
@@ -16,6 +20,7 @@
 #include "platform/task_scheduler.h"
 #include "platform/windows/handles.h"
 #include "platform/windows/wide.h"
+#include "polling.h"
 #include "process.h"
 
 namespace zorvalis::acceptance {
@@ -23,7 +28,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int kInstallerSeconds = 170;
+constexpr int kInstallerSeconds = 150;
 constexpr wchar_t kPrograms[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall";
 constexpr wchar_t kEnvironment[] = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Environment";
 constexpr const char* kWrittenByService[] = {"ISSERVICERUNNING", "NEEDRELOAD_SETTING_FILE", "SERVICEVERSION",
@@ -34,6 +39,11 @@ fs::path PathOf(const std::string& folder, const char* name) {
     return platform::to_wide(folder + "\\" + name);
 }
 
+std::string BytesOf(const fs::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
 std::string LogPath() {
     wchar_t folder[MAX_PATH + 1] = {};
     ::GetTempPathW(MAX_PATH + 1, folder);
@@ -42,14 +52,13 @@ std::string LogPath() {
 
 // Windows Installer writes UTF-16, Wine's the same.
 std::string LogText() {
-    std::ifstream file(fs::path(platform::to_wide(LogPath())), std::ios::binary);
-    const std::string bytes{std::istreambuf_iterator<char>(file), {}};
+    const std::string bytes = BytesOf(platform::to_wide(LogPath()));
     std::wstring wide(bytes.size() / sizeof(wchar_t), L'\0');
     std::copy_n(bytes.data(), wide.size() * sizeof(wchar_t), reinterpret_cast<char*>(wide.data()));
     return platform::to_utf8(wide);
 }
 
-// The lines that name a failure: "Return value 3", "Error 1722.", and the words of zorvsetup.
+// The lines that name a failure: "Return value 3", "Error 1722.", and the last ones of zorvsetup's own log.
 void ShowErrors(Findings& findings) {
     const std::string text = LogText();
     int shown = 0;
@@ -62,11 +71,31 @@ void ShowErrors(Findings& findings) {
         }
         start = end + 1;
     }
+    wchar_t windows[MAX_PATH] = {};
+    ::GetSystemWindowsDirectoryW(windows, MAX_PATH);
+    std::istringstream lines(BytesOf(PathOf(platform::to_utf8(windows), "Logs\\Zorvalis-setup.log")));
+    std::deque<std::string> last;
+    for (std::string line; std::getline(lines, line); last.push_back(line)) {
+        if (last.size() == 12) {
+            last.pop_front();
+        }
+    }
+    for (const std::string& line : last) {
+        findings.Saw("zorvsetup: " + line.substr(0, line.find('\r')));
+    }
 }
 
-std::string BytesOf(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+// Puts the log of a run that went wrong beside the report, where it stays.
+void KeepLog(Findings& findings) {
+    SYSTEMTIME now = {};
+    char name[32] = {};
+    ::GetLocalTime(&now);
+    std::snprintf(name, sizeof name, "msiexec-%02u%02u%02u.log", now.wHour, now.wMinute, now.wSecond);
+    const std::string folder = KitFolder() + "\\report", log = folder + "\\" + name;
+    ::CreateDirectoryW(platform::to_wide(folder).c_str(), nullptr);
+    const bool kept = ::MoveFileExW(platform::to_wide(LogPath()).c_str(), platform::to_wide(log).c_str(),
+                                    MOVEFILE_COPY_ALLOWED | MOVEFILE_REPLACE_EXISTING) != FALSE;
+    findings.Saw("its whole log: " + (kept ? log : LogPath()));
 }
 
 void ReadPrograms(REGSAM view, std::vector<Program>& programs) {
@@ -98,10 +127,19 @@ void ReadPrograms(REGSAM view, std::vector<Program>& programs) {
 
 std::uint32_t Installer(Findings& findings, const std::string& verb, const std::string& package,
                         const std::string& words) {
-    const Ended ended = RunProgram(SystemProgram("msiexec.exe") + " " + verb + " " + Quoted(package) +
-                                       " /qn /norestart /l*v " + Quoted(LogPath()) + (words.empty() ? "" : " " + words),
-                                   kInstallerSeconds);
+    // Without a restore point of Windows, which would stay.
+    const std::string command = SystemProgram("msiexec.exe") + " " + verb + " " + Quoted(package) +
+                                " /qn /norestart /l*v " + Quoted(LogPath()) + " MSIFASTINSTALL=1" +
+                                (words.empty() ? "" : " " + words);
+    Ended ended = RunProgram(command, kInstallerSeconds);
+    for (int tries = 0; ended.code == ERROR_INSTALL_ALREADY_RUNNING && tries < 6; ++tries) {
+        findings.Saw("another installation is running; msiexec is tried again in 10 s");
+        ::Sleep(10000);
+        ended = RunProgram(command, kInstallerSeconds);
+    }
     if (!ended.started || !ended.in_time) {
+        ShowErrors(findings);
+        KeepLog(findings);
         findings.Fail("msiexec " + verb + " ends within its time" +
                       (ended.started ? "" : ": " + ErrorText(ended.code)));
     }
@@ -115,7 +153,7 @@ bool ExpectInstaller(Findings& findings, std::uint32_t wanted, const std::string
     const bool held = findings.ExpectNumber(Installer(findings, verb, package, words), wanted, "its exit code");
     if (!held) {
         ShowErrors(findings);
-        findings.Saw("its whole log until the next run: " + LogPath());
+        KeepLog(findings);
     } else {
         ::DeleteFileW(platform::to_wide(LogPath()).c_str());
     }
@@ -216,6 +254,19 @@ std::map<std::string, std::string> Settings() {
     return settings;
 }
 
+void ExpectSame(Findings& findings, const std::map<std::string, std::string>& before,
+                const std::map<std::string, std::string>& after, const std::string& what) {
+    std::string other;
+    for (const auto& [name, content] : before) {
+        const auto now = after.find(name);
+        other += now == after.end() ? " gone: " + name + ";" : now->second != content ? " changed: " + name + ";" : "";
+    }
+    for (const auto& [name, content] : after) {
+        other += before.contains(name) ? "" : " new: " + name + ";";
+    }
+    findings.Expect(other.empty(), what + " (" + std::to_string(before.size()) + ")" + other);
+}
+
 std::string Behavior(Findings& findings) {
     const Ended ended = RunProgram(
         Quoted(ProgramFolder() + "\\zorvctl.exe") + " query --csv \"SELECT group_concat(freq, ' ') FROM UserBehavior\"",
@@ -260,6 +311,11 @@ bool PutHardwareLibrary() {
         return false;
     }
     answers["GPNV_RandomUUID"] = "2f6e7a1c-90b4-4d0e-8f35-6b7c1d2e3f40";
+    // Old enough to collect and young enough to do so still, whenever the kit is tried.
+    const std::time_t lastMonth = std::time(nullptr) - 30 * 24 * 60 * 60;
+    char made[32] = {};
+    std::strftime(made, sizeof made, "%Y-%m-%d %H:%M:%S", std::gmtime(&lastMonth));
+    answers["GPNV_ManufacturedTime"] = made;
     std::ofstream file(PathOf(ProgramFolder(), kHardware[1]), std::ios::binary);
     file << answers.dump(4);
     return file.flush().good() && ::CopyFileW(PathOf(KitFolder(), kHardware[0]).c_str(),
@@ -268,7 +324,9 @@ bool PutHardwareLibrary() {
 
 void TakeHardwareLibrary() {
     for (const char* name : kHardware) {
-        ::DeleteFileW(PathOf(ProgramFolder(), name).c_str());
+        const fs::path path = PathOf(ProgramFolder(), name);
+        // The service or a pass may have it loaded for a moment.
+        Until(10, [&] { return ::DeleteFileW(path.c_str()) != FALSE || ::GetLastError() != ERROR_ACCESS_DENIED; });
     }
 }
 

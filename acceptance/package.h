@@ -10,12 +10,12 @@
 
 namespace zorvalis::acceptance {
 
-// Runs Windows Installer silently, with `verb` such as "/i" and further words behind the package. Its exit code and the
-// place of its log are in the findings; a run that does not end is the step's failure and its end.
+// Runs Windows Installer silently, with `verb` such as "/i" and further words behind the package. Its exit code is in
+// the findings, and what its log says of an error; a run that does not end is the step's failure and its end.
 std::uint32_t Installer(Findings& findings, const std::string& verb, const std::string& package,
                         const std::string& words = "");
 
-// Expects the exit code; the last lines of the log that tell of an error are shown when it is another one.
+// Expects the exit code; with another one the findings tell of the errors in the log, and where the log is.
 bool ExpectInstaller(Findings& findings, std::uint32_t wanted, const std::string& verb, const std::string& package,
                      const std::string& words = "");
 
@@ -52,6 +52,10 @@ std::string MakersFolder();
 // writes by itself at its start and two minutes later.
 std::map<std::string, std::string> Records();
 std::map<std::string, std::string> Settings();
+
+// Expects that both are the same; names what is new, gone or changed.
+void ExpectSame(Findings& findings, const std::map<std::string, std::string>& before,
+                const std::map<std::string, std::string>& after, const std::string& what);
 
 // What was recorded of the user's behaviour, as the installed zorvctl reads it: the numbers of JobTrigger, " 10 14".
 std::string Behavior(Findings& findings);

@@ -39,7 +39,7 @@ std::string TextOf(HANDLE file) {
 
 }  // namespace
 
-Ended RunProgram(const std::string& command, int seconds, void* token) {
+Ended RunProgram(const std::string& command, int seconds) {
     Ended ended;
     const platform::OwnedHandle output = OutputFile();
     if (output == nullptr) {
@@ -58,11 +58,8 @@ Ended RunProgram(const std::string& command, int seconds, void* token) {
     startup.hStdError = output.get();
     PROCESS_INFORMATION process = {};
     std::wstring line = platform::to_wide(command);
-    constexpr DWORD kFlags = CREATE_SUSPENDED | CREATE_NO_WINDOW;
-    const BOOL made = token == nullptr ? ::CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, kFlags, nullptr,
-                                                          nullptr, &startup, &process)
-                                       : ::CreateProcessAsUserW(token, nullptr, line.data(), nullptr, nullptr, TRUE,
-                                                                kFlags, nullptr, nullptr, &startup, &process);
+    const BOOL made = ::CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE,
+                                       CREATE_SUSPENDED | CREATE_NO_WINDOW, nullptr, nullptr, &startup, &process);
     if (made == FALSE) {
         ended.code = ::GetLastError();
         return ended;

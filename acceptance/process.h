@@ -14,8 +14,8 @@ struct Ended {
 };
 
 // Waits for the program. `command` is a command line of Windows in UTF-8, its first word quoted where it has blanks.
-// With a `token` (a HANDLE) it runs as the token's user.
-Ended RunProgram(const std::string& command, int seconds, void* token = nullptr);
+// RunningProgram (running_program.h) is for one that runs beside the step, or as somebody else.
+Ended RunProgram(const std::string& command, int seconds);
 
 // A word of a command line, quoted as Windows' own parser reads it.
 std::string Quoted(const std::string& word);

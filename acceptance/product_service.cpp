@@ -12,8 +12,10 @@ constexpr int kStateSeconds = 30;
 constexpr std::int64_t kTicksPerMillisecond = 10000;
 constexpr std::int64_t kMillisecondsTo1970 = 11644473600000;
 
-std::int64_t TicksOf(const FILETIME& time) {
-    return static_cast<std::int64_t>(std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime);
+std::int64_t MillisecondsOf(const FILETIME& time) {
+    return static_cast<std::int64_t>(std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime) /
+               kTicksPerMillisecond -
+           kMillisecondsTo1970;
 }
 
 OwnedService OpenOrFail(Findings& findings, DWORD rights) {
@@ -104,18 +106,27 @@ platform::OwnedHandle ProductProcess(DWORD rights) {
         !status || status->dwProcessId == 0 ? nullptr : ::OpenProcess(rights, FALSE, status->dwProcessId));
 }
 
-std::int64_t WaitForLateStart(Findings& findings) {
-    constexpr std::int64_t kLate = 122000;  // milliseconds
-    StartProduct(findings);
+std::int64_t BeganAt(Findings& findings) {
     const platform::OwnedHandle process = ProductProcess(PROCESS_QUERY_LIMITED_INFORMATION);
-    FILETIME begun = {}, now = {}, other[3] = {};
+    FILETIME begun = {}, other[3] = {};
     if (process == nullptr || ::GetProcessTimes(process.get(), &begun, &other[0], &other[1], &other[2]) == FALSE) {
         findings.Fail("the service's process tells when it began: " + ErrorText(::GetLastError()));
     }
+    return MillisecondsOf(begun);
+}
+
+std::int64_t Milliseconds1970() {
+    FILETIME now = {};
     ::GetSystemTimeAsFileTime(&now);
-    const std::int64_t age = (TicksOf(now) - TicksOf(begun)) / kTicksPerMillisecond;
-    ::Sleep(static_cast<DWORD>(std::clamp<std::int64_t>(kLate - age, 0, kLate)));
-    return (TicksOf(begun) / kTicksPerMillisecond - kMillisecondsTo1970) / 1000;
+    return MillisecondsOf(now);
+}
+
+std::int64_t WaitForLateStart(Findings& findings) {
+    constexpr std::int64_t kLate = 122000;  // milliseconds
+    StartProduct(findings);
+    const std::int64_t begun = BeganAt(findings);
+    ::Sleep(static_cast<DWORD>(std::clamp<std::int64_t>(kLate - (Milliseconds1970() - begun), 0, kLate)));
+    return begun / 1000;
 }
 
 }  // namespace zorvalis::acceptance

@@ -36,6 +36,10 @@ void StopProduct(Findings& findings);
 // Once nothing else can change it: the service's process as a handle with these rights; null when it has none.
 platform::OwnedHandle ProductProcess(DWORD rights);
 
+// When the service's process began, in milliseconds since 1970; else the step has failed and ends.
+std::int64_t BeganAt(Findings& findings);
+std::int64_t Milliseconds1970();  // now
+
 // For a step that needs what the service begins two minutes after its start: waits for that long from the start of its
 // process, and two seconds more. Returns when that was, in seconds since 1970.
 std::int64_t WaitForLateStart(Findings& findings);

@@ -1,33 +1,17 @@
 #include "report.h"
 
-#include <windows.h>
-
 #include <array>
 #include <cstdio>
 #include <ctime>
 
 #include "base/json.h"
 #include "common/version.h"
-#include "kit.h"
+#include "machine.h"
 
 namespace zorvalis::acceptance {
 namespace {
 
 constexpr std::array<Verdict, 3> kVerdicts = {Verdict::held, Verdict::failed, Verdict::impossible};
-
-// What GetVersionEx no longer tells: RtlGetVersion's numbers.
-std::string WindowsVersion() {
-    OSVERSIONINFOW version = {};
-    version.dwOSVersionInfoSize = sizeof version;
-    using GetVersion = LONG(WINAPI*)(OSVERSIONINFOW*);
-    const auto get = reinterpret_cast<GetVersion>(
-        reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), "RtlGetVersion")));
-    if (get == nullptr || get(&version) != 0) {
-        return "unknown";
-    }
-    return std::to_string(version.dwMajorVersion) + "." + std::to_string(version.dwMinorVersion) + "." +
-           std::to_string(version.dwBuildNumber) + (IsWine() ? ", under Wine" : "");
-}
 
 std::string Moment() {
     const std::time_t now = std::time(nullptr);
@@ -44,6 +28,14 @@ int CountOf(const std::vector<Result>& results, Verdict verdict) {
     return count;
 }
 
+double SecondsOf(const std::vector<Result>& results) {
+    double seconds = 0;
+    for (const Result& result : results) {
+        seconds += result.seconds;
+    }
+    return seconds;
+}
+
 }  // namespace
 
 std::string VerdictText(Verdict verdict) {
@@ -57,11 +49,17 @@ std::string VerdictText(Verdict verdict) {
     }
 }
 
-std::string ReportText(const std::vector<Result>& results) {
-    std::string text =
-        std::string("Zorvalis ") + kServiceVersion + " on Windows " + WindowsVersion() + ", " + Moment() + "\n";
+std::string ReportText(const std::vector<Result>& results, bool ended) {
+    std::string text = std::string("Zorvalis ") + kServiceVersion + ", " + Moment() + ", after " +
+                       std::to_string(static_cast<int>(SecondsOf(results))) + " s\n";
+    if (!ended) {
+        text += "THE RUN HAS NOT ENDED: steps are missing.\n";
+    }
     for (const Verdict verdict : kVerdicts) {
         text += VerdictText(verdict) + ": " + std::to_string(CountOf(results, verdict)) + "\n";
+    }
+    for (const auto& [name, value] : MachineFacts()) {
+        text += name + ": " + value + "\n";
     }
     for (const Result& result : results) {
         if (result.verdict == Verdict::failed) {
@@ -79,8 +77,11 @@ std::string ReportText(const std::vector<Result>& results) {
     return text;
 }
 
-std::string ReportJson(const std::vector<Result>& results) {
-    Json report = {{"version", kServiceVersion}, {"windows", WindowsVersion()}, {"time", Moment()}};
+std::string ReportJson(const std::vector<Result>& results, bool ended) {
+    Json report = {{"version", kServiceVersion}, {"time", Moment()}, {"seconds", SecondsOf(results)}, {"ended", ended}};
+    for (const auto& [name, value] : MachineFacts()) {
+        report["machine"][name] = value;
+    }
     for (const Verdict verdict : kVerdicts) {
         report["count"][VerdictText(verdict)] = CountOf(results, verdict);
     }

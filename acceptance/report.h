@@ -18,9 +18,9 @@ struct Result {
 
 std::string VerdictText(Verdict verdict);
 
-// The machine's name is left out: a report is sent around.
-std::string ReportText(const std::vector<Result>& results);
-std::string ReportJson(const std::vector<Result>& results);
+// The machine's name is left out: a report is sent around. One that is written before all steps have run says so.
+std::string ReportText(const std::vector<Result>& results, bool ended);
+std::string ReportJson(const std::vector<Result>& results, bool ended);
 
 // One result between the processes of the kit.
 std::string ToJson(const Findings& findings);

@@ -1,21 +1,16 @@
-// A program that runs beside its step, as this administrator or as an ordinary user.
+// A program that runs beside its step, as this administrator or as somebody else, and a part of the kit that does.
 #pragma once
 
 #include <windows.h>
 
 #include <string>
+#include <vector>
 
+#include "part.h"
 #include "platform/windows/handles.h"
 #include "step.h"
 
 namespace zorvalis::acceptance {
-
-// A copy of this process's token without the rights of an administrator, such as Windows gives to the programs of an
-// administrator who has not been asked. What is made with it belongs to the user. Ends the step when there is none.
-platform::OwnedHandle UserToken(Findings& findings, TOKEN_TYPE type = TokenPrimary);
-
-// The user of a token, "S-1-5-21-...".
-std::wstring UserOf(HANDLE token);
 
 // Ends with its object. Its step's process ends it too.
 class RunningProgram {
@@ -47,5 +42,18 @@ private:
     std::string text_;
     DWORD error_ = 0;
 };
+
+// A part of the kit (part.h) that serves, or calls, while its step looks on.
+class PartProcess : public RunningProgram {
+public:
+    // Waits until the part is ready; one that is not ends the step.
+    PartProcess(Findings& findings, const std::string& part, const std::vector<std::string>& arguments);
+
+    // Its exit code; -1 when it still runs after this time.
+    int CodeOf(int seconds);
+};
+
+// In the part: lets its step go on.
+void TellReady();
 
 }  // namespace zorvalis::acceptance

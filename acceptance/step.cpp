@@ -68,8 +68,8 @@ Findings FindingsOf(void (*run)(Findings&), bool tells) {
 const std::vector<Step>& AllSteps() {
     static const std::vector<Step> steps = [] {
         std::vector<Step> all;
-        for (auto* group : {PackageSteps, ServiceSteps, TaskSteps, EventSteps, EndpointSteps, NetworkSteps,
-                            MachineSteps, RemovalSteps, ByHandSteps}) {
+        for (auto* group : {PackageSteps, ServiceSteps, MachineSteps, RecoverySteps, EventSteps, LoadSteps, TaskSteps,
+                            EndpointSteps, NetworkSteps, InstalledSteps, RemovalSteps, ByHandSteps}) {
             const std::vector<Step> its = group();
             all.insert(all.end(), its.begin(), its.end());
         }

@@ -57,15 +57,20 @@ Findings FindingsOf(void (*run)(Findings&), bool tells);
 // All steps in the order in which they run.
 const std::vector<Step>& AllSteps();
 
-// The groups, each in a file of its own.
-std::vector<Step> PackageSteps();   // 1: install, repair, upgrade
-std::vector<Step> ServiceSteps();   // 2: the service manager
-std::vector<Step> TaskSteps();      // 3: the task scheduler
-std::vector<Step> EventSteps();     // 4: WMI, event log, trace
-std::vector<Step> EndpointSteps();  // 5: RPC
-std::vector<Step> NetworkSteps();   // 6: TLS and proxy
-std::vector<Step> MachineSteps();   // 7: files, registry, time, access
-std::vector<Step> RemovalSteps();   // 8: removal and purge
-std::vector<Step> ByHandSteps();    // 9: what somebody does at the machine
+// The groups in the order in which they run, which is not that of their numbers: a service that died comes back after a
+// minute, and makes its task and hears of hardware two minutes after its start. Other steps run meanwhile, and each
+// wait is waited for once.
+std::vector<Step> PackageSteps();    // 1: install, repair, upgrade
+std::vector<Step> ServiceSteps();    // 2: the service manager; the last one ends the service's process
+std::vector<Step> MachineSteps();    // 7: files, registry, time; none needs the running service
+std::vector<Step> RecoverySteps();   // 2: the service is there again
+std::vector<Step> EventSteps();      // 4: event log, trace, WMI; the last one leaves a service of more than two minutes
+std::vector<Step> LoadSteps();       // 2: what that service bears
+std::vector<Step> TaskSteps();       // 3: the task scheduler, with that service; the last one starts another
+std::vector<Step> EndpointSteps();   // 5: RPC
+std::vector<Step> NetworkSteps();    // 6: TLS and proxy
+std::vector<Step> InstalledSteps();  // 7: processes, access lists and tools of what is installed
+std::vector<Step> RemovalSteps();    // 8: removal and purge
+std::vector<Step> ByHandSteps();     // 9: what somebody does at the machine
 
 }  // namespace zorvalis::acceptance

@@ -14,7 +14,6 @@
 namespace zorvalis::acceptance {
 namespace {
 
-constexpr char kRestart[] = "what was recorded before the restart";
 constexpr int kSeconds = 120;
 
 // When Windows began, in seconds since 1601, which differs by seconds between two looks at the same start.
@@ -27,14 +26,14 @@ long long StartOfWindows() {
 
 // The first try notes what is recorded, the second one, after a restart, what has come.
 void RecordsARestart(Findings& findings) {
-    const std::string kept = Kept(kRestart);
+    const std::string kept = Kept(kBeforeRestart);
     const long long begun = StartOfWindows();
     if (kept.empty() || std::llabs(begun - std::atoll(kept.c_str())) < 60) {
         StartProduct(findings);
-        Keep(kRestart, std::to_string(begun) + ":" + Behavior(findings));
+        Keep(kBeforeRestart, std::to_string(begun) + ":" + Behavior(findings));
         findings.Impossible("restart Windows now (not: shut down), and run this step again");
     }
-    Forget(kRestart);
+    Forget(kBeforeRestart);
     const OwnedService service = OpenProduct(SERVICE_QUERY_STATUS);
     findings.Expect(WaitForState(service.get(), SERVICE_RUNNING, 60), "the service has started with Windows");
     const std::string before = kept.substr(kept.find(':') + 1);
@@ -67,7 +66,8 @@ void ExpectRow(Findings& findings, JobTrigger trigger) {
 std::vector<Step> ByHandSteps() {
     constexpr int kLimit = kSeconds + 60;
     std::vector<Step> steps = {
-        {"9.1", "A restart of Windows is recorded (run it, restart, run it again)", RecordsARestart, 120},
+        {"9.1", "A restart of Windows is recorded (run it, restart, run it again)", RecordsARestart, 120,
+         [] { Forget(kBeforeRestart); }},
         {"9.2", "Pull the power plug now: it is recorded",
          [](Findings& findings) { ExpectRow(findings, JOB_TRIGGER_AC_OUT); }, kLimit},
         {"9.3", "Put the power plug in again now: it is recorded",

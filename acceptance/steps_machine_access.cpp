@@ -16,6 +16,7 @@
 #include "platform/windows/wide.h"
 #include "running_program.h"
 #include "steps_machine.h"
+#include "user_token.h"
 #include "work_folder.h"
 
 namespace zorvalis::acceptance {
@@ -105,6 +106,9 @@ void Folders(Findings& findings) {
                 OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION, nullptr, nullptr,
                 nullptr, nullptr, &descriptor);
             const OwnedMemory memory(descriptor);
+            if (status == ERROR_FILE_NOT_FOUND) {
+                continue;  // a working copy that has gone since
+            }
             DWORD allowed = 0;
             if (status != ERROR_SUCCESS ||
                 !Allowed(descriptor, token.get(),

@@ -59,13 +59,17 @@ void Fill(const std::string& path) {
 void FullDisk(Findings& findings) {
     Detach();
     const WorkFolder folder;
-    struct Detached {
-        ~Detached() { Detach(); }
-    } const detached;
     const std::string drive = FreeDrive();
     if (drive.empty()) {
         findings.Impossible("no letter is free for a drive");
     }
+    struct Detached {
+        const std::string root;
+        ~Detached() {
+            ::DeleteVolumeMountPointW(platform::to_wide(root).c_str());  // else Windows remembers the letter
+            Detach();
+        }
+    } const detached{drive + "\\"};
     const Ended made = DiskPart("create vdisk file=\"" + Image() +
                                 "\" maximum=64 type=fixed\r\nattach vdisk\r\ncreate partition primary\r\n"
                                 "format fs=ntfs label=zorv-acceptance quick\r\nassign letter=" +

@@ -14,6 +14,7 @@
 #include "platform/windows/wide.h"
 #include "running_program.h"
 #include "steps_machine.h"
+#include "user_token.h"
 #include "work_folder.h"
 
 namespace zorvalis::acceptance {

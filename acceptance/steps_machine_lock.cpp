@@ -15,6 +15,7 @@
 #include "running_program.h"
 #include "steps_machine.h"
 #include "system_part.h"
+#include "user_token.h"
 #include "work_folder.h"
 
 namespace zorvalis::acceptance {
@@ -42,7 +43,7 @@ const Part kHold("lock-hold", Hold);
 // Makes the mutex before the product does, lets everybody open it, and keeps it.
 int Take(const std::vector<std::string>&) {
     PSECURITY_DESCRIPTOR descriptor = nullptr;
-    const std::wstring text = L"O:" + UserOf(::GetCurrentProcessToken()) + L"D:(A;;GA;;;WD)";
+    const std::wstring text = L"O:" + platform::to_wide(UserOf(::GetCurrentProcessToken())) + L"D:(A;;GA;;;WD)";
     ::ConvertStringSecurityDescriptorToSecurityDescriptorW(text.c_str(), SDDL_REVISION_1, &descriptor, nullptr);
     const platform::Owned<::LocalFree, void*> memory(descriptor);
     SECURITY_ATTRIBUTES attributes = {sizeof attributes, descriptor, FALSE};
@@ -68,13 +69,9 @@ void BetweenProcesses(Findings& findings) {
 std::string OwnOwner() {
     alignas(8) BYTE owner[sizeof(TOKEN_OWNER) + SECURITY_MAX_SID_SIZE];
     DWORD size = 0;
-    wchar_t* name = nullptr;
-    if (::GetTokenInformation(::GetCurrentProcessToken(), TokenOwner, owner, sizeof owner, &size) == FALSE ||
-        ::ConvertSidToStringSidW(reinterpret_cast<TOKEN_OWNER*>(owner)->Owner, &name) == FALSE) {
-        return ErrorText(::GetLastError());
-    }
-    const platform::Owned<::LocalFree, void*> memory(name);
-    return platform::to_utf8(name);
+    return ::GetTokenInformation(::GetCurrentProcessToken(), TokenOwner, owner, sizeof owner, &size) == FALSE
+               ? ErrorText(::GetLastError())
+               : SidText(reinterpret_cast<TOKEN_OWNER*>(owner)->Owner);
 }
 
 void WithLocalSystem(Findings& findings) {

@@ -16,6 +16,7 @@
 #include "process.h"
 #include "running_program.h"
 #include "steps_machine.h"
+#include "user_token.h"
 #include "work_folder.h"
 
 namespace zorvalis::acceptance {

@@ -48,6 +48,10 @@ void NeedTls(Findings& findings, PCCERT_CONTEXT certificate);
 
 std::string FirstLines(const LoopbackServer& server);
 
+// The answer had a tenth of its length and then an end. Whether WinHTTP takes that for an error is its own affair.
+// `call` is the product's, as it names itself in its log.
+void ExpectCut(Findings& findings, const Exchange& exchange, const std::string& call);
+
 // steps_network_plain.cpp
 void PlainExchanges(Findings& findings);
 void Redirections(Findings& findings);

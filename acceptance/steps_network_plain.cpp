@@ -101,16 +101,7 @@ void CutAnswer(Findings& findings) {
         client.Write("HTTP/1.1 200 Said\r\nContent-Length: 100\r\n\r\n0123456789");
     });
     NeedListening(findings, server);
-    const Exchange exchange = Post(kHost, "/cut", "", false);
-    findings.ExpectText(exchange.result, "0123456789", "the result is what had come");
-    if (exchange.report.failed == HttpStep::none && IsWine()) {
-        findings.Impossible("WinHTTP reads the cut as a normal end");
-    }
-    findings.Expect(exchange.report.failed == HttpStep::body, "reading the body ends with an error");
-    findings.Expect(exchange.HasLine("[HttpPost][WinHttpQueryDataAvailable] Error: ") ||
-                        exchange.HasLine("[HttpPost][WinHttpReadData] Error: "),
-                    "which the log tells");
-    findings.Saw("the error is " + std::to_string(exchange.report.error));
+    ExpectCut(findings, Post(kHost, "/cut", "", false), "HttpPost");
 }
 
 void SilentServer(Findings& findings) {

@@ -24,7 +24,9 @@ struct ServerCase {
 
 void NeedVerdict(Findings& findings, PCCERT_CONTEXT certificate, HRESULT wanted) {
     const HRESULT verdict = VerdictOf(certificate, kHost);
-    if (verdict != wanted) {
+    // A chain that does not come to an end is, in Windows' words, also one that ends at an untrusted authority.
+    const bool is_untrusted = wanted == CERT_E_CHAINING && verdict == CERT_E_UNTRUSTEDROOT;
+    if (verdict != wanted && !is_untrusted) {
         findings.Fail("the kit's certificate is as the step wants it: Windows says " + StatusText(verdict));
     }
     findings.Saw("Windows' own check of the certificate says " + StatusText(verdict));
@@ -145,9 +147,7 @@ void AnswersOverTls(Findings& findings) {
         },
         certificate.get());
     NeedListening(findings, server);
-    const Exchange cut = Post(kHost, "/cut", kBody, true);
-    findings.ExpectText(cut.result, "0123456789", "a cut answer is what had come");
-    findings.Expect(cut.report.failed == HttpStep::body, "and an error: " + std::to_string(cut.report.error));
+    ExpectCut(findings, Post(kHost, "/cut", kBody, true), "HttpSSLPost");
     const Exchange led = Post(kHost, "/redirect", kBody, true);
     findings.ExpectText(led.result, kTransportError, "a redirection out of TLS is a failure");
     findings.Saw("status " + std::to_string(led.report.status) + ", error " + std::to_string(led.report.error));

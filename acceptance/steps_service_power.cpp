@@ -90,6 +90,16 @@ void SwitchDisplay(bool on) {
     }
 }
 
+// On a machine of Modern Standby a display that goes off is the beginning of sleep, from which only a person wakes it.
+bool SleepsWithItsDisplay() {
+    const HMODULE library = ::LoadLibraryExW(L"powrprof.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
+    const auto ask = reinterpret_cast<BOOLEAN(WINAPI*)(SYSTEM_POWER_CAPABILITIES*)>(
+        reinterpret_cast<void*>(library == nullptr ? nullptr : ::GetProcAddress(library, "GetPwrCapabilities")));
+    SYSTEM_POWER_CAPABILITIES can = {};
+    constexpr int kAoAc = 2;  // mingw's header has no name for this byte
+    return ask != nullptr && ask(&can) != FALSE && can.spare2[kAoAc] != FALSE;
+}
+
 // Whether the power-on that is owed becomes a row, which the registry shows.
 bool PowerOnIsSettled(int seconds) {
     for (int tenth = 0; tenth < 10 * seconds; ++tenth) {
@@ -120,6 +130,9 @@ void RecordsPowerOn(Findings& findings) {
 
 void HearsOfTheDisplay(Findings& findings) {
     StartProduct(findings);
+    if (SleepsWithItsDisplay()) {
+        findings.Impossible("this machine has Modern Standby: it would sleep, until somebody wakes it");
+    }
     const Display display;
     if (display.state() != 1) {
         findings.Impossible("the console's display is not on: Windows says " + std::to_string(display.state()));

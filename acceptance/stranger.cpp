@@ -2,6 +2,7 @@
 
 #include <lm.h>
 #include <sddl.h>
+#include <userenv.h>
 
 #include <filesystem>
 #include <random>
@@ -10,11 +11,12 @@
 #include "platform/text.h"
 #include "platform/windows/handles.h"
 #include "platform/windows/wide.h"
+#include "polling.h"
 
 namespace zorvalis::acceptance {
 namespace {
 
-constexpr DWORD kLimit = 20000;
+constexpr DWORD kLimit = 40000;  // a scanner may look at the new copy first
 constexpr wchar_t kName[] = L"zorv-acceptance";
 
 StrangersEnd Failed(const char* where, DWORD error = ::GetLastError()) {
@@ -50,7 +52,7 @@ StrangersEnd WaitForStranger(const PROCESS_INFORMATION& process) {
     const platform::OwnedHandle thread(process.hThread);
     if (::WaitForSingleObject(process.hProcess, kLimit) != WAIT_OBJECT_0) {
         ::TerminateProcess(process.hProcess, ERROR_TIMEOUT);
-        return Failed("its end within 20 seconds", ERROR_TIMEOUT);
+        return Failed("its end within 40 seconds", ERROR_TIMEOUT);
     }
     StrangersEnd end;
     ::GetExitCodeProcess(process.hProcess, &end.code);
@@ -80,9 +82,13 @@ OpenCopy::OpenCopy(Findings& findings) : program_(platform::to_utf8(OpenCopy::Fo
     }
 }
 
+// A scanner may still look at the program that has just ended.
 void OpenCopy::Remove() {
-    std::error_code ignored;
-    std::filesystem::remove_all(OpenCopy::Folder(), ignored);
+    Until(5, [] {
+        std::error_code error;
+        std::filesystem::remove_all(OpenCopy::Folder(), error);
+        return !error;
+    });
 }
 
 OtherUser::OtherUser() : password_(NewPassword()) {
@@ -107,11 +113,22 @@ OtherUser::OtherUser() : password_(NewPassword()) {
     }
 }
 
+// With the profile, should Windows have made one.
 void OtherUser::Remove() {
-    ::NetUserDel(nullptr, kName);
+    BYTE sid[SECURITY_MAX_SID_SIZE];
+    DWORD size = sizeof sid, length = 256;
+    wchar_t domain[256] = {};
+    wchar_t* text = nullptr;
+    SID_NAME_USE use{};
+    const bool isThere = ::LookupAccountNameW(nullptr, kName, sid, &size, domain, &length, &use) != FALSE &&
+                         use == SidTypeUser && ::ConvertSidToStringSidW(sid, &text) != FALSE;
+    const platform::Owned<::LocalFree, HLOCAL> owned(text);
+    if (isThere && ::NetUserDel(nullptr, kName) == NERR_Success) {
+        ::DeleteProfileW(text, nullptr, nullptr);
+    }
 }
 
-// Without a profile, so that none is left behind.
+// Asks for no profile.
 StrangersEnd OtherUser::Run(const std::string& command) const {
     STARTUPINFOW startup = {};
     startup.cb = sizeof startup;

@@ -39,6 +39,16 @@ DWORD Set(const DYNAMIC_TIME_ZONE_INFORMATION& zone) {
                                                                                         : ERROR_NOT_SUPPORTED;
 }
 
+// Windows tells the name in its language, but stores where it finds it: "@tzres.dll,-322". That is what is put back.
+void KeepNameAsStored(const wchar_t* value, wchar_t (&name)[32]) {
+    wchar_t stored[32] = {};
+    DWORD size = sizeof stored - sizeof(wchar_t);
+    if (::RegGetValueW(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Control\\TimeZoneInformation", value,
+                       RRF_RT_REG_SZ, nullptr, stored, &size) == ERROR_SUCCESS) {
+        std::memcpy(name, stored, sizeof stored);
+    }
+}
+
 }  // namespace
 
 ChangedZone::~ChangedZone() {
@@ -51,6 +61,8 @@ unsigned long ChangedZone::Set(const wchar_t* name) {
         if (::GetDynamicTimeZoneInformation(&zone) == TIME_ZONE_ID_INVALID) {
             return ::GetLastError();
         }
+        KeepNameAsStored(L"StandardName", zone.StandardName);
+        KeepNameAsStored(L"DaylightName", zone.DaylightName);
         if (!Keep(kJournal, std::string(reinterpret_cast<const char*>(&zone), sizeof zone))) {
             return ERROR_CANTWRITE;
         }
@@ -82,7 +94,9 @@ void RestoreZone() {
         std::memcpy(&zone, bytes.data(), sizeof zone);
         DYNAMIC_TIME_ZONE_INFORMATION now = {};
         ::GetDynamicTimeZoneInformation(&now);
-        if (std::memcmp(&now, &zone, sizeof zone) == 0 || acceptance::Set(zone) == ERROR_SUCCESS) {
+        const bool unchanged = std::wcscmp(now.TimeZoneKeyName, zone.TimeZoneKeyName) == 0 && now.Bias == zone.Bias &&
+                               now.DynamicDaylightTimeDisabled == zone.DynamicDaylightTimeDisabled;
+        if (unchanged || acceptance::Set(zone) == ERROR_SUCCESS) {
             Forget(kJournal);
         }
     }

@@ -14,7 +14,7 @@ from support.wine import CONTROL, DRIVE, ENVIRONMENT, PACKAGES, SERVICE, SOFTWAR
 
 # What a step says for why Wine cannot show it, and the steps that say so.
 IMPOSSIBLE = {
-    "without DeriveCapabilitySidsFromName": "1.13 2.2 2.3 2.4 2.5 2.6 2.7 2.10 2.11 3.1 3.2 4.10 "
+    "without DeriveCapabilitySidsFromName": "1.13 2.2 2.3 2.4 2.5 2.6 2.7 2.10 2.11 2.12 3.1 3.2 4.10 "
                                             "5.1 5.2 5.3 5.4 5.5 5.6 5.7 5.8 5.9 7.26",
     "Task Scheduler has no more than stubs": "3.3 3.4 3.5 3.6 3.7 3.8",
     "files do not keep the access lists": "1.5",
@@ -36,7 +36,6 @@ IMPOSSIBLE = {
     "CreateProcessWithLogonW fails": "5.40",
     "as the same user with the same rights": "5.41",
     "no app containers": "5.42 5.43",
-    "reads the cut as a normal end": "6.3",
     "waits for an answer's head": "6.4",
     "a server of TLS is made": "6.5 6.6 6.7 6.8 6.9 6.10 6.13 6.16 6.18",
     "says yes to every machine": "6.14",

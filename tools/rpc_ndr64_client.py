@@ -2,7 +2,8 @@
 and one of NDR64 alone.
 
 Both are made of widl's stubs for NDR 2.0, which tools/rpc_stubs.py has mended. Their functions are `call64_...`, and
-go out by the proxy that `zorv_client64_proxy` names; their callbacks arrive in `serve64_...`.
+go out by the proxy that `zorv_client64_proxy` names; their callbacks arrive in `serve64_...`, in the client of NDR64
+alone by NdrServerCallNdr64, as Windows' compiler has it for one syntax.
 """
 import re
 import sys
@@ -42,9 +43,9 @@ def mend_client(stub, count):
     stub.mend(1, r"(&Zorvalis64Callback_ServerInfo,\n    0x)04", r"\g<1>06")
     stub.mend(1, r"(?=^static const MIDL_STUB_DESC Zorvalis_StubDesc;)",
               f"extern const MIDL_SERVER_INFO {ONLY}Callback_ServerInfo;\n"
-              "extern RPC_DISPATCH_TABLE Zorvalis64Callback_Ndr64DispatchTable;\n"
+              f"extern RPC_DISPATCH_TABLE {ONLY}Callback_DispatchTable;\n"
               f"const RPC_CLIENT_INTERFACE {ONLY}___RpcClientInterface =\n{{\n"
-              f"    sizeof(RPC_CLIENT_INTERFACE), {identity} {rpc_ndr64.NDR64},\n    &Zorvalis64Callback_Ndr64DispatchTable, 0, 0, 0, "
+              f"    sizeof(RPC_CLIENT_INTERFACE), {identity} {rpc_ndr64.NDR64},\n    &{ONLY}Callback_DispatchTable, 0, 0, 0, "
               f"&{ONLY}Callback_ServerInfo, 0x04000000\n}};\nPMIDL_STUBLESS_PROXY_INFO zorv_client64_proxy;\n")
     describe_both(stub, "Zorvalis_StubDesc")
     stub.text += ("\nstatic const unsigned short Zorvalis_FormatStringOffsetTable[] = {" + ", ".join(offsets) + "};\n" +
@@ -71,6 +72,10 @@ def mend_client_callback(stub, count):
     describe_both(stub, "ZorvalisCallback_StubDesc")
     routines = "".join(f"void __cdecl {name}();\n" for name in re.findall(r"\(void \*\)(serve64_\w+)", stub.text))
     stub.mend(1, r"(?=^static const MIDL_STUB_DESC ZorvalisCallback_StubDesc;)", routines)
-    stub.text += (f"\nconst MIDL_SERVER_INFO {ONLY}Callback_ServerInfo =\n{{\n    &Only_StubDesc, "
+    stub.text += (f"\nstatic RPC_DISPATCH_FUNCTION Only_table[] = {{{'NdrServerCallNdr64, ' * count}0}};\n"
+                  f"RPC_DISPATCH_TABLE {ONLY}Callback_DispatchTable = {{{count}, Only_table}};\n"
+                  f"static MIDL_SYNTAX_INFO Only_SyntaxInfo =\n{{\n    {rpc_ndr64.NDR64}, &{ONLY}Callback_DispatchTable, "
+                  "0,\n    (const unsigned short *)ZorvalisCallback_Ndr64ProcTable, 0, 0, 0, 0\n};\n"
+                  f"const MIDL_SERVER_INFO {ONLY}Callback_ServerInfo =\n{{\n    &Only_StubDesc, "
                   "ZorvalisCallback_ServerRoutineTable, 0,\n    (const unsigned short *)ZorvalisCallback_Ndr64ProcTable, "
-                  "0,\n    &ZorvalisCallback_SyntaxInfo[1].TransferSyntax, 1, &ZorvalisCallback_SyntaxInfo[1]\n};\n")
+                  "0,\n    &Only_SyntaxInfo.TransferSyntax, 1, &Only_SyntaxInfo\n};\n")
