@@ -13,6 +13,7 @@
 #include <sstream>
 
 #include "kit.h"
+#include "package.h"
 #include "part.h"
 #include "platform/entry.h"
 #include "platform/text.h"
@@ -177,6 +178,11 @@ int RunAll(const std::vector<std::string>& chosen, const std::string& folder) {
         std::puts(Kept(kOwnInstallation).empty()
                       ? "Zorvalis is installed on this machine. Take one without it: the kit would remove its records."
                       : "A run of the kit was broken off. Start `zorv-acceptance --restore`, then `--only 8`.");
+        return 2;
+    }
+    if (chosen.empty() && HasOthersRecords()) {
+        std::puts(
+            "An earlier Zorvalis has left records or settings here, which the kit would delete. Take another one.");
         return 2;
     }
     std::error_code error;

@@ -214,6 +214,14 @@ std::vector<std::string> TracesOfProduct() {
     return traces;
 }
 
+bool HasOthersRecords() {
+    std::vector<std::wstring> keys;
+    std::vector<platform::RegistryValue> values;
+    std::error_code ignored;
+    return Kept(kOwnInstallation).empty() && (fs::exists(platform::to_wide(DataFolder()), ignored) ||
+                                              platform::list_registry_key(kLocalMachine, kProductKey, keys, values));
+}
+
 std::string MakersFolder() {
     return DataFolder().substr(0, DataFolder().find("\\Zorv\\") + 5);
 }

@@ -41,6 +41,10 @@ std::vector<Program> InstalledPrograms();
 // Records and registry values of the product are not among them.
 std::vector<std::string> TracesOfProduct();
 
+// Whether records or settings lie here that the kit has not made, as after a removal that keeps them. The kit would
+// delete them at its end.
+bool HasOthersRecords();
+
 // The folder of the maker, above the data folder.
 std::string MakersFolder();
 

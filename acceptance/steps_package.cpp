@@ -64,6 +64,9 @@ void Installs(Findings& findings) {
     for (const std::string& trace : TracesOfProduct()) {
         findings.Fail("the machine has nothing of the product before: " + trace);
     }
+    if (HasOthersRecords()) {
+        findings.Impossible("records or settings of an earlier installation lie here, and the kit would delete them");
+    }
     Keep(kOwnInstallation, "1");
     if (!ExpectInstaller(findings, 0, "/i", OldPackage()) && !IsRegistered()) {
         Forget(kOwnInstallation);

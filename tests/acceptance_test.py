@@ -5,15 +5,13 @@ nothing of a run is left. The prefix is a fresh one.
     acceptance_test.py MADE     the folder that ./dev package made
 """
 import json
-import os
 import pathlib
-import subprocess
 import sys
 import zipfile
 
-from support import cases
+from support import cases, wine
+from support.wine import CONTROL, DRIVE, ENVIRONMENT, PACKAGES, SERVICE, SOFTWARE, SOURCE, WINDOWS
 
-DRIVE = pathlib.Path(os.environ["WINEPREFIX"]) / "drive_c"
 # What a step says for why Wine cannot show it, and the steps that say so.
 IMPOSSIBLE = {
     "without DeriveCapabilitySidsFromName": "1.13 2.2 2.3 2.4 2.5 2.6 2.7 2.10 2.11 2.12 3.1 3.2 4.10 "
@@ -54,23 +52,14 @@ IMPOSSIBLE = {
     "has all rights": "7.29",
     "no PowerShell that runs": "7.30",
 }
-MACHINE = "HKLM\\SOFTWARE\\Microsoft\\Windows"
-
-
-def wine(*words):
-    """Exit code and output; only eight bits of the code come through."""
-    done = subprocess.run(["wine", *words], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, timeout=500)
-    return done.returncode, done.stdout.decode(errors="replace").replace("\r", "")
 
 
 def traces():
     """What there is of the product and of the kit, and what both change."""
-    keys = ["HKLM\\SOFTWARE\\Zorv", "HKLM\\SOFTWARE\\zorv-acceptance", f"{MACHINE}\\CurrentVersion\\Uninstall"]
-    keys += ["HKLM\\SYSTEM\\CurrentControlSet\\" + key for key in (
-        "Services\\Zorvalis", "Services\\zorv-acceptance", "Services\\EventLog\\Application\\Zorvalis",
-        "Control\\Session Manager\\Environment", "Control\\TimeZoneInformation")]
+    keys = [f"{SOFTWARE}\\Zorv", f"{SOFTWARE}\\zorv-acceptance", f"{CONTROL}\\Services\\zorv-acceptance",
+            f"{CONTROL}\\Control\\TimeZoneInformation", PACKAGES, SERVICE, SOURCE, ENVIRONMENT]
     folders = ["Program Files", "ProgramData", "windows/system32/tasks", "users/*/Temp"]
-    return {key: wine("reg", "query", key, "/s") for key in keys} | {
+    return {key: wine.run("reg", "query", key, "/s") for key in keys} | {
         folder: sorted(str(path) for each in DRIVE.glob(folder) for path in each.rglob("*")) for folder in folders}
 
 
@@ -80,12 +69,11 @@ class Kit:
         with zipfile.ZipFile(*pathlib.Path(sys.argv[1]).glob("zorvalis-acceptance-*.zip")) as archive:
             archive.extractall(self.place)
         (self.place,) = self.place.iterdir()
-        for key, value, data in ((f"{MACHINE} NT\\CurrentVersion", "CurrentBuildNumber", "17763"),
-                                 (f"{MACHINE}\\CurrentVersion\\Setup\\State", "ImageState", "IMAGE_STATE_COMPLETE")):
-            assert wine("reg", "add", key, "/v", value, "/d", data, "/f")[0] == 0
+        wine.write(WINDOWS, "CurrentBuildNumber", "17763")
+        wine.write(f"{SOFTWARE}\\Microsoft\\Windows\\CurrentVersion\\Setup\\State", "ImageState", "IMAGE_STATE_COMPLETE")
 
     def run(self, *words):
-        return wine(self.place / "zorv-acceptance.exe", *words)
+        return wine.run(self.place / "zorv-acceptance.exe", *words)
 
     def test_tries_all_that_wine_can_show_and_leaves_nothing(self):
         before = traces()
@@ -106,6 +94,10 @@ class Kit:
 
     def test_goes_on_after_a_run_that_was_broken_off(self):
         before = traces()
+        (records := DRIVE / "ProgramData/Zorv/Zorvcore/Zorvalis").mkdir(parents=True)  # a removal keeps them
+        assert "would delete" in self.run()[1] and "--only 8" not in self.run("--only", "1.2")[1]
+        for folder in (records, *records.parents[:2]):
+            folder.rmdir()
         code, output = self.run("--only", "1.2")
         assert code == 0 and "--only 8" in output, output
         code, output = self.run()

@@ -27,7 +27,8 @@ KIT = {"zorv-acceptance.exe", "ZorvWinIo64.dll", "hardware.json", "README.txt", 
 DEBUG = {f"{name}.debug" for name in "ZorvalisWinService.exe zorvctl.exe zorvsetup.exe zorv-acceptance.exe "
          "zorvalis_client.dll".split()}
 SDK = {"include/zorvalis.h", "share/doc/zorvalis/LICENSE", "share/zorvalis/csharp/Zorvalis.cs"}  # and more
-LINUX = SDK | {f"lib/zorvalis/{name}" for name in "zorvctl zorvserver ZorvWinIo64.so default.json hardware.json".split()}
+LINUX = SDK | {f"lib/zorvalis/{name}" for name in "zorvctl zorvserver ZorvWinIo64.so default.json hardware.json".split()} | {
+    "share/man/man1/zorvctl.1", "share/bash-completion/completions/zorvctl"}
 HOLDS = {MSI: SERVICE, f"Zorvalis-{PRODUCT}.zip": SERVICE | SETUP, f"zorvalis-acceptance-{PRODUCT}.zip": KIT,
          f"zorvalis-debug-{PRODUCT}.zip": DEBUG, f"zorvalis-sdk-{LIBRARY}.zip": SDK | {"lib/zorvalis_client.def"},
          f"zorvalis_{PRODUCT}_amd64.deb": LINUX, f"zorvalis-{PRODUCT}-linux-x86_64.tar.gz": LINUX}
@@ -72,6 +73,9 @@ class Tests:
                     for each in part["components"]}
             assert expected <= found.keys() and (SDK <= expected or expected == found.keys()), f"{name}: {found.keys()}"
             assert {file: packages.sha256(path) for file, path in found.items()} == told, name
+            for file in filter(re.compile(r"\.msi$").search, found):
+                version = re.search(r"-([\d.]+)(-old)?\.msi", file)[1]
+                assert f"ProductVersion\t{version}" in run("msiinfo", "export", found[file], "Property"), file
             for data in (path.read_bytes() for path in found.values() if expected is not LINUX):
                 assert str(ROOT).encode() not in data, f"{name} tells where it was built"
                 header = struct.unpack_from("<I", data, 0x3C)[0] if data[:2] == b"MZ" else None
@@ -98,7 +102,9 @@ class Tests:
             assert told in self.make(out, fails=True, ZORV_SIGN=command) and not out.exists(), command
 
     def test_for_linux_run_where_they_are_unpacked(self):
-        run("dpkg", "-x", next(self.made.glob("*.deb")), self.folder / "un packed")
+        package = next(self.made.glob("*.deb"))
+        assert "libcurl4" in run("dpkg", "-f", package, "Depends")
+        run("dpkg", "-x", package, self.folder / "un packed")
         run("cmake", "--install", self.linux, "--prefix", self.folder / "installed", "--component", "tools")
         for prefix in (self.folder / "un packed/usr", self.folder / "installed"):
             machine, zorvctl = {"ZORV_MACHINE": prefix / "machine"}, prefix / "bin/zorvctl"

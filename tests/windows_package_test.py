@@ -10,25 +10,16 @@ import hashlib
 import os
 import pathlib
 import re
-import resource
 import shutil
 import subprocess
 import sys
-import tempfile
 import time
 
-from support import cases
+from support import cases, wine
+from support.wine import DRIVE, ENVIRONMENT, FOLDER, HOME, PACKAGES, PRODUCT, RECORDS, SERVICE, SOURCE, TASKS, WINDOWS, running
 
 ROOT, BUILD = pathlib.Path(__file__).resolve().parent.parent, pathlib.Path(sys.argv[1]).resolve()
-DRIVE = pathlib.Path(os.environ["WINEPREFIX"]).resolve() / "drive_c"
-FOLDER, DATA = DRIVE / "Program Files/Zorv/Zorvalis", DRIVE / "ProgramData/Zorv/Zorvcore/Zorvalis"
-TASK = DRIVE / "windows/system32/tasks/Zorvalis_754F3273-0563-4F20-B12F-826510B07474"
-WINDOWS = r"HKLM\SOFTWARE\Microsoft\Windows NT\CurrentVersion"
-PRODUCT = r"HKLM\SOFTWARE\Zorv\Zorvcore\Zorvalis"
-SERVICE, SOURCE, PACKAGES, *_ = KEYS = [
-    r"HKLM\SYSTEM\CurrentControlSet\Services\Zorvalis", r"HKLM\SYSTEM\CurrentControlSet\Services\EventLog\Application\Zorvalis",
-    r"HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\Uninstall", r"HKLM\SOFTWARE\Zorv",
-    r"HKLM\SYSTEM\CurrentControlSet\Control\Session Manager\Environment"]
+KEYS = [SERVICE, SOURCE, PACKAGES, "HKLM\\SOFTWARE\\Zorv", ENVIRONMENT]
 # Never to be changed: by its identity Windows knows which file of an older package it is.
 COMPONENTS = {"": 8, "ZorvalisWinService.exe": 2, "default.json": 3, "zorvctl.exe": 4, "LICENSE": 5, "THIRD-PARTY-NOTICES.md": 6,
               "administrator.md": 7}
@@ -38,27 +29,6 @@ DONE, WRITE_FAULT, SHARING, INVALID, SERVICE_CONTROL, OLD_WINDOWS, REFUSED, SAME
 FAILED, NO_ROOM = 1627, 31
 
 
-def start(command, limit):
-    with tempfile.TemporaryFile() as out:  # no pipe, which Wine's desktop may inherit and keep open
-        code = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=out, stderr=subprocess.STDOUT, timeout=300,
-                              preexec_fn=limit, restore_signals=False).returncode
-        out.seek(0)
-        return code, out.read().decode(errors="replace").replace("\r", "")
-
-
-def wine(program, *words, most=None, expect=None):
-    """A file, or one of Wine's own programs. Of its exit code only the lowest byte arrives. most: no file may get larger
-    than this."""
-    program = program if "/" in str(program) else f"C:\\windows\\system32\\{program}.exe"
-    # Python ignores the signal of a file that is too large, and so does the child then: the write fails instead.
-    limit = most and (lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (most, most)))
-    for _ in range(3):  # on a busy machine Wine now and then starts nothing, which is a 1 without a word
-        if (result := start(["wine", program, *map(str, words)], limit)) != (1, ""):
-            break
-    assert expect is None or result[0] == expect & 0xFF, (program, words, result)
-    return result
-
-
 def tables(package, name):
     lines = subprocess.run(["msiinfo", "export", package, name], capture_output=True, check=True).stdout.decode()
     return [line.split("\t") for line in lines.replace("\r", "").split("\n")[3:] if line]
@@ -66,8 +36,8 @@ def tables(package, name):
 
 def machine():
     """All that a package touches."""
-    found = {key: wine("reg", "query", key, "/s")[1] for key in KEYS}
-    for folder in (DRIVE / "Program Files/Zorv", DRIVE / "ProgramData/Zorv", TASK.parent):
+    found = {key: wine.run("reg", "query", key, "/s")[1] for key in KEYS} | {"runs": wine.service_is("RUNNING")}
+    for folder in (DRIVE / "Program Files/Zorv", DRIVE / "ProgramData/Zorv", TASKS[0].parent):
         for path in folder.rglob("*"):
             found[str(path)] = hashlib.sha256(path.read_bytes()).hexdigest() if path.is_file() else "folder"
     return found
@@ -88,11 +58,11 @@ class Packages:
                 shutil.copy(source, self.place / name)
             (self.place / name / "default.json").write_text(name)
         (self.place / "broken/ZorvalisWinService.exe").write_text("no program, so that the last step fails: the start")
-        self.setup, self.in_the_way = BUILD / "bin/zorvsetup.exe", BUILD / "tests/in-the-way.exe"
+        self.setup, self.service = BUILD / "bin/zorvsetup.exe", BUILD / "tests/setup-service.exe"
         self.old, self.new = self.make("older", "2.0.5.0"), self.make("newer", "2.0.6.0")
-        wine("reg", "add", WINDOWS, "/v", "CurrentBuildNumber", "/d", "17763", "/f", expect=DONE)
-        wine(self.setup, "remove", "--purge", expect=DONE)
-        shutil.rmtree(FOLDER.parent, ignore_errors=True)  # other tests' leavings
+        wine.write(WINDOWS, "CurrentBuildNumber", "17763")
+        wine.run(self.setup, "remove", "--purge", expect=DONE)
+        shutil.rmtree(FOLDER.parent, True)  # what other tests have left
         self.bare = machine()
 
     def make(self, payload, version, name="", **environment):
@@ -103,7 +73,7 @@ class Packages:
 
     def msi(self, *words, expect=DONE, **limits):
         log = self.place / "log.txt"
-        wine("msiexec", *words, "/qn", "/l*v", log, expect=expect, **limits)
+        wine.run("msiexec", *words, "/qn", "/l*v", log, expect=expect, **limits)
         return log.read_bytes().replace(b"\0", b"").decode(errors="replace") if log.exists() else ""
 
     def script(self, name, *words, expect=DONE, **limits):
@@ -113,7 +83,7 @@ class Packages:
         shutil.copytree(self.place / payload, folder, dirs_exist_ok=True)
         for file in (self.setup, ROOT / "packaging/windows/install.cmd", ROOT / "packaging/windows/remove.cmd"):
             shutil.copy(file, folder)
-        return wine("cmd", "/c", folder / ("remove.cmd" if name == "remove" else "install.cmd"), *words, expect=expect, **limits)[1]
+        return wine.run("cmd", "/c", folder / ("remove.cmd" if name == "remove" else "install.cmd"), *words, expect=expect, **limits)[1]
 
     def stays(self, act, *words, **options):
         """An act that fails and leaves everything as it was. Returns what it said."""
@@ -128,49 +98,50 @@ class Packages:
         assert sorted(path.name for path in FOLDER.iterdir()) == sorted(filter(None, COMPONENTS))
         assert (FOLDER / "default.json").read_text() == settings
         assert tuple(re.findall(r"DisplayVersion +REG_SZ +(\S+)", found[PACKAGES])) == versions, found[PACKAGES]
-        executable = "C:\\Program Files\\Zorv\\Zorvalis\\ZorvalisWinService.exe"
+        executable = HOME + "\\ZorvalisWinService.exe"
         for key, value in ((SERVICE, f'ImagePath    REG_SZ    "{executable}"\n'), (SERVICE, "Start    REG_DWORD    0x2\n"),
                            (SERVICE, "PreshutdownTimeout    REG_DWORD    0x2bf20\n"), (SERVICE, "REG_SZ    LocalSystem\n"),
                            (SOURCE, f"{executable}\n"), (SOURCE, "TypesSupported    REG_DWORD    0x7\n"),
-                           (KEYS[-1], executable.rpartition("\\")[0])):
+                           (ENVIRONMENT, HOME)):
             assert value in found[key], (key, value, found[key])
-        assert found[str(DATA)] == "folder"
+        assert found[str(RECORDS)] == "folder"
 
     def collect(self):
         """Records, identity and a task, as the service leaves them."""
-        (DATA / "data").mkdir(exist_ok=True)
-        (DATA / "data/O_device_11_V1-0.db").write_bytes(b"rows")
-        TASK.write_text("a task")
-        wine("reg", "add", PRODUCT, "/v", "DeviceUUID", "/d", "identity", "/f", expect=DONE)
+        (RECORDS / "data").mkdir(exist_ok=True)
+        (RECORDS / "data/O_device_11_V1-0.db").write_bytes(b"rows")
+        for task in TASKS:
+            task.write_text("a task")
+        wine.write(PRODUCT, "DeviceUUID", "identity")
 
     def kept(self):
-        assert (DATA / "data/O_device_11_V1-0.db").read_bytes() == b"rows" and not TASK.exists()
-        assert "identity" in wine("reg", "query", PRODUCT, "/v", "DeviceUUID", expect=DONE)[1]
+        assert (RECORDS / "data/O_device_11_V1-0.db").read_bytes() == b"rows" and not any(task.exists() for task in TASKS)
+        assert wine.read(PRODUCT, "DeviceUUID") == ("REG_SZ", "identity")
 
     @contextlib.contextmanager
-    def held(self, path):
-        with subprocess.Popen(["wine", self.in_the_way, path], stdin=subprocess.PIPE, stdout=subprocess.PIPE) as holder:
-            assert holder.stdout.readline().strip() == b"held"
-            yield
-            holder.stdin.close()
-
-    @contextlib.contextmanager
-    def stubborn(self):
-        """The service runs and takes no stop."""
-        shutil.copy(self.in_the_way, FOLDER / "ZorvalisWinService.exe")
-        wine("sc", "start", "Zorvalis", expect=DONE)
+    def serving(self, *files):
+        """The service is one that runs. A file `stubborn` beside it keeps it from stopping."""
+        shutil.copy(self.service, FOLDER / "ZorvalisWinService.exe")
+        for name in files:
+            (FOLDER / name).touch()
+        wine.run("sc", "start", "Zorvalis", expect=DONE)
+        self.wait_for("RUNNING")
         yield
-        (DRIVE / "let-go").touch()
+        (FOLDER / "end").touch()
+        self.wait_for("STOPPED")
+        for name in (*files, "end"):
+            (FOLDER / name).unlink()
+
+    def wait_for(self, state):
         until = time.monotonic() + 60
-        while "STOPPED" not in wine("sc", "query", "Zorvalis")[1]:
-            assert time.monotonic() < until
-        (DRIVE / "let-go").unlink()
+        while not wine.service_is(state):
+            assert time.monotonic() < until, state
 
     def gets_in_the_way(self, act, words, code):
         """Of an installed service with records: nothing that happens changes anything."""
-        with self.held(FOLDER / "default.json"):
+        with running(self.service, "-j0", FOLDER / "default.json"):
             self.stays(act, *words, expect=code or SHARING)
-        with self.stubborn():
+        with self.serving("stubborn"):
             self.stays(act, *words, expect=code or SERVICE_CONTROL)
 
     def test_tables_of_the_package_are_the_wanted_ones(self):
@@ -190,23 +161,26 @@ class Packages:
         names, actions = [row[0] for row in steps], {row[0]: row for row in tables(self.new, "CustomAction")}
         for name, (_, kind, source, words, _) in actions.items():
             undo, last = name.startswith("Undo"), name in ("Commit", "Purge")
-            assert int(kind) == 2 | 0xC00 | 0x100 * undo | 0x200 * last and source == "Setup", (name, kind)
-            assert not undo or names.index(name) + 1 == names.index(name[4:]), name
+            assert int(kind) == 2 | 0xC00 | 0x100 * undo | 0x240 * last and source == "Setup", (name, kind)
+        for name, value in (("REINSTALLMODE", "amus"), ("MSIRESTARTMANAGERCONTROL", "Disable"), ("REBOOT", "ReallySuppress"), ("ALLUSERS", "1")):
+            assert new[name] == value, name
+        assert {"PURGE", "OLDERVERSION", "NEWERVERSION"} <= set(new["SecureCustomProperties"].split(";"))
         refusals = dict(tables(self.new, "LaunchCondition"))
         assert "1809 (build 17763)" in refusals["Installed OR WINDOWSBUILD >= 17763"]
         assert "newer version of Zorvalis" in refusals["Installed OR NOT NEWERVERSION"]
+        assert "Zorvalis-setup.log" in dict(tables(self.new, "Error"))["1722"]
         for sequence in ("InstallExecuteSequence", "InstallUISequence"):
             place = {name: int(number) for name, _, number in tables(self.new, sequence)}
             assert place["LaunchConditions"] > max(place["AppSearch"], place["FindRelatedProducts"])
         assert names[names.index("RemoveExistingProducts") - 1].startswith("InstallExecute")
         for properties, wanted in (
-                ({}, "stop RemoveFiles InstallFiles RemoveExistingProducts configure start commit"),
-                ({"Installed": 1, "REINSTALL": "ALL"}, "stop RemoveFiles InstallFiles RemoveExistingProducts configure start commit"),
+                ({}, "resume stop RemoveFiles InstallFiles RemoveExistingProducts undo configure start commit"),
+                ({"Installed": 1, "REINSTALL": "ALL"}, "resume stop RemoveFiles InstallFiles RemoveExistingProducts undo configure start commit"),
                 ({"REMOVE": "ALL", "UPGRADINGPRODUCTCODE": "{}", "PURGE": 1}, "RemoveFiles InstallFiles RemoveExistingProducts"),
-                ({"REMOVE": "ALL"}, "stop remove RemoveFiles InstallFiles RemoveExistingProducts commit"),
-                ({"REMOVE": "ALL", "PURGE": 1}, "stop remove RemoveFiles InstallFiles RemoveExistingProducts commit remove --purge")):
+                ({"REMOVE": "ALL"}, "resume stop undo remove RemoveFiles InstallFiles RemoveExistingProducts commit"),
+                ({"REMOVE": "ALL", "PURGE": 1}, "resume stop undo remove RemoveFiles InstallFiles RemoveExistingProducts commit remove --purge")):
             run = [actions[name][3].split(" \"")[0] if name in actions else name for name, condition, _ in steps
-                   if not name.startswith("Undo") and (name in actions or name in wanted.split()) and (not condition or eval(
+                   if (name in actions or name in wanted.split()) and (not condition or eval(
                        condition.replace("=", "==").replace("NOT", "not").replace("AND", "and"), {}, collections.defaultdict(str, properties)))]
             assert " ".join(run) == wanted, run
 
@@ -219,7 +193,7 @@ class Packages:
         self.kept()
         (FOLDER / "LICENSE").unlink()
         (FOLDER / "default.json").write_text("spoilt")
-        wine("reg", "delete", SOURCE, "/f", expect=DONE)
+        wine.run("reg", "delete", SOURCE, "/f", expect=DONE)
         self.msi("/i", self.new, "REINSTALL=ALL")
         self.installed("newer", "2.0.6.0")
         self.msi("/i", self.make("older", "2.0.6.0", "rebuilt"))
@@ -248,8 +222,15 @@ class Packages:
         self.kept()
         self.collect()
         self.gets_in_the_way(self.script, ("older",), None)
-        TASK.unlink()  # which the service makes anew when it runs again
-        self.stays(self.script, "broken", expect=NO_PROGRAM)
+        (left := FOLDER.with_name("Zorvalis.old")).mkdir()  # of an upgrade, by a program that still shows a file of it
+        (left / "LICENSE").write_text("in use")
+        with wine.running(self.service, "-j0", HOME + ".old\\LICENSE"):
+            self.stays(self.script, "older", expect=SHARING), self.stays(self.script, "remove", expect=SHARING)
+        shutil.rmtree(left)
+        for task in TASKS:
+            task.unlink()  # which the service makes anew when it runs again
+        with self.serving():
+            self.stays(self.script, "broken", expect=NO_PROGRAM)
         self.gets_in_the_way(self.script, ("remove",), None)
         self.script("install")
         assert "cannot be copied" in self.stays(self.script, "older", most=4 << 20, expect=WRITE_FAULT)
@@ -265,10 +246,11 @@ class Packages:
         assert not (left := differences(self.bare, machine())), left
 
     def test_refused_or_failed_leaves_a_bare_machine(self):
-        wine("reg", "add", WINDOWS, "/v", "CurrentBuildNumber", "/d", "17134", "/f", expect=DONE)
+        wine.write(WINDOWS, "CurrentBuildNumber", "17134")
         self.stays(self.msi, "/i", self.new, expect=REFUSED)
         assert "1809 (build 17763)" in (said := self.stays(self.script, "install", expect=OLD_WINDOWS)) and "17134" in said, said
-        wine("reg", "add", WINDOWS, "/v", "CurrentBuildNumber", "/d", "17763", "/f", expect=DONE)
+        wine.write(WINDOWS, "CurrentBuildNumber", "17763")
+        self.stays(self.msi, "/i", self.new, "ALLUSERS=", expect=REFUSED)
         self.stays(self.msi, "/i", self.make("broken", "2.0.7.0"), expect=FAILED)
         self.stays(self.script, "broken", expect=NO_PROGRAM)
 

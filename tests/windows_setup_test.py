@@ -3,60 +3,37 @@
 
     windows_setup_test.py BUILD
 """
-import contextlib
 import os
 import pathlib
-import re
 import shutil
 import subprocess
 import sys
-import tempfile
 
-from support import cases
+from support import cases, wine
+from support.wine import ENVIRONMENT, HOME, PRODUCT, RECORDS, SERVICE, SOURCE, TASKS, WINDOWS, running, write
 
-BUILD, C = pathlib.Path(sys.argv[1]).absolute(), pathlib.Path(os.environ["WINEPREFIX"]) / "drive_c"
-HOME, OLD = "C:\\Program Files\\Zorv\\Zorvalis", "C:\\Old Place"
-ENTRY, ENVIRONMENT = "HKLM\\SYSTEM\\CurrentControlSet\\Services\\Zorvalis", "HKLM\\SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Environment"
-SOURCE, PRODUCT = "HKLM\\SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application\\Zorvalis", "HKLM\\SOFTWARE\\Zorv\\Zorvcore\\Zorvalis"
-WINDOWS, CONFIG = "HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion", "HKLM\\SOFTWARE\\Zorv\\Config"
-OUTER, RECORDS = C / "ProgramData/Zorv", C / "ProgramData/Zorv/Zorvcore/Zorvalis"
-TASKS = C / "windows/system32/tasks"
-TASK, OTHERS_TASK = TASKS / "Zorvalis_754F3273-0563-4F20-B12F-826510B07474", TASKS / "Another"
+BUILD, OLD = pathlib.Path(sys.argv[1]).absolute(), "C:\\Old Place"
+CONFIG, OUTER = "HKLM\\SOFTWARE\\Zorv\\Config", wine.DRIVE / "ProgramData/Zorv"
+OTHERS_TASK = TASKS[0].with_name("Another")
+LOG = wine.DRIVE / "windows/logs/Zorvalis-setup.log"
 STANDARD = "%SystemRoot%\\system32;%SystemRoot%;C:\\tools"
 STRANGER = 12345  # a user of Linux whom Wine shows as somebody else
 
 
 def place(folder, name=""):
-    return C / folder[3:].replace("\\", "/") / name
-
-
-def wine(program, *words):
-    """`program` is a file, or one of Wine's own, which PATH may not name."""
-    command = ["wine", program if "/" in str(program) else f"C:\\windows\\system32\\{program}.exe", *map(str, words)]
-    with tempfile.TemporaryFile("w+") as output:  # a desktop that Wine starts on the way would keep a pipe open
-        code = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=output, stderr=output, timeout=300, check=False).returncode
-        output.seek(0)
-        return subprocess.CompletedProcess(command, code, output.read())
+    return wine.DRIVE / folder[3:].replace("\\", "/") / name
 
 
 def setup(*words, error=0):
-    """What it said. `error` is the Windows error that it must end with; Wine passes the lowest byte on."""
-    done = wine(BUILD / "bin/zorvsetup.exe", *words)
-    assert done.returncode == error & 255 and (not error or f"(error {error})" in done.stdout), (words, done)
-    return done.stdout
+    """What it said. `error` is the Windows error that it must end with."""
+    said = wine.run(BUILD / "bin/zorvsetup.exe", *words, expect=error)[1]
+    assert not error or f"(error {error})" in said, (words, said)
+    assert LOG.read_text().rstrip().endswith(said.splitlines()[-1].rstrip()), said
+    return said
 
 
-def reg(key, value=None):
-    """The data of a value, or whether there is the key."""
-    done = wine("reg", "query", key, *(["/v", value] if value else []))
-    if not value:
-        return done.returncode == 0
-    found = re.search(rf"^ +{value} +REG_\w+ +(.*)$", done.stdout, re.M)
-    return found and found.group(1).rstrip("\r\n")
-
-
-def write(key, value, data, kind="REG_SZ"):
-    assert wine("reg", "add", key, "/v", value, "/t", kind, "/d", data, "/f").returncode == 0
+def reg(key, value):
+    return (wine.read(key, value) or ("", None))[1]
 
 
 def make(path, mode=0o666, text="x"):
@@ -66,29 +43,17 @@ def make(path, mode=0o666, text="x"):
     return path
 
 
-@contextlib.contextmanager
-def running(*words):
-    """A program that has printed its first line and waits for the end of its input."""
-    process = subprocess.Popen(["wine", *words], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
-    try:
-        assert process.stdout.readline()
-        yield process
-    finally:
-        process.stdin.close()
-        process.wait(60)
-
-
 def same(now, before):
     assert now == before, (now, before)
 
 
 def is_running():
-    return "RUNNING" in wine("sc", "query", "Zorvalis").stdout
+    return wine.service_is("RUNNING")
 
 
 def state():
     """All that configure, remove and their undoing may change outside of the folders."""
-    return [reg(ENTRY, name) for name in ("ImagePath", "Start", "Description", "PreshutdownTimeout")] + [
+    return [reg(SERVICE, name) for name in ("ImagePath", "Start", "Description", "PreshutdownTimeout")] + [
         reg(SOURCE, "EventMessageFile"), reg(ENVIRONMENT, "Path")]
 
 
@@ -103,9 +68,10 @@ class Tests:
         shutil.rmtree(OUTER, True)
         OUTER.unlink(True)
         write(ENVIRONMENT, "Path", STANDARD, "REG_EXPAND_SZ")
-        make(TASK), make(OTHERS_TASK)
+        for task in (*TASKS, OTHERS_TASK):
+            make(task)
         setup("remove", "--purge")
-        assert not TASK.exists() and OTHERS_TASK.exists() and not reg(ENTRY) and not OUTER.exists()
+        assert not any(task.exists() for task in TASKS) and OTHERS_TASK.exists() and not wine.read(SERVICE) and not OUTER.exists()
 
     def test_refuses_an_old_windows(self):
         for build, error in (("17762", 1150), ("none", 1150), ("17763", 0), ("26100", 0)):
@@ -122,11 +88,14 @@ class Tests:
             image, start, words, shutdown, source, path = state()
             assert [image, start, shutdown, source] == [f'"{executable}"', "0x2", "0x2bf20", executable] and "zorvctl" in words
             assert path == f"{STANDARD};{HOME}" and reg(SOURCE, "TypesSupported") == "0x7"
-            assert reg(ENTRY, "ObjectName") == "LocalSystem" and not any(p.stat().st_mode & 7 for p in (OUTER, RECORDS))
+            assert reg(SERVICE, "ObjectName") == "LocalSystem" and not any(p.stat().st_mode & 7 for p in (OUTER, RECORDS))
         assert "is started" in setup("start") and is_running() and "is started" in setup("start")
         installed = state()
-        setup("commit"), make(RECORDS / "setting.json")
-        setup("stop"), setup("remove"), setup("remove")
+        setup("stop")  # of the next one: the first was broken off before its commit
+        assert "nothing" in setup("undo")
+        setup("configure", HOME), setup("start"), setup("commit"), make(RECORDS / "setting.json")
+        assert "nothing" in setup("undo")
+        setup("stop"), setup("stop"), setup("remove"), setup("remove")
         assert state() == before and (RECORDS / "setting.json").exists()
         setup("undo")  # the removal
         same(state(), installed), same(is_running(), False)
@@ -138,7 +107,7 @@ class Tests:
 
     def test_takes_an_older_installation_over_and_gives_it_back(self):
         executable = OLD + "\\ZorvalisWinService.exe"  # as -install leaves it
-        wine("sc", "create", "Zorvalis", "binPath=", executable, "start=", "demand")
+        wine.run("sc", "create", "Zorvalis", "binPath=", executable, "start=", "demand")
         write(ENVIRONMENT, "Path", f"{OLD}\\;{STANDARD}", "REG_EXPAND_SZ")
         setup("start")
         before = state()
@@ -147,18 +116,20 @@ class Tests:
         assert state()[0].startswith(f'"{HOME}') and state()[-1] == f"{STANDARD};{HOME}"
         setup("start"), setup("undo"), setup("resume")
         assert state()[:-1] == before[:-1] and state()[-1] == f"{STANDARD};{OLD}" and is_running()
-        write(ENTRY, "Start", 4, "REG_DWORD")
+        write(SERVICE, "Start", 4, "REG_DWORD")
         subprocess.run(["wineserver", "-k"], check=False)  # Wine's service manager reads it at its start
         subprocess.run(["wineserver", "-w"], check=False)
         subprocess.run(["wineserver", "-p"], check=True)
-        assert "stays so" in setup("configure", HOME) and reg(ENTRY, "Start") == "0x4" and "not started" in setup("start")
+        assert "stays so" in setup("configure", HOME) and reg(SERVICE, "Start") == "0x4" and "not started" in setup("start")
 
     def test_leaves_all_as_it_is_when_the_service_does_not_stop(self):
         setup("configure", HOME), setup("start")
-        make(TASK), make(place(HOME, "stubborn"))
+        make(TASKS[0]), make(place(HOME, "stubborn"))
         setup("stop", "--timeout", "1", error=1053)
-        assert is_running() and TASK.exists() and reg(ENTRY, "ImagePath")
-        assert wine("sc", "delete", "Zorvalis").returncode == 0
+        with running(BUILD / "tests/setup-service.exe", "-j0", HOME + "\\default.json"):
+            assert "default.json cannot be replaced" in setup("stop", error=32)
+        assert is_running() and TASKS[0].exists() and reg(SERVICE, "ImagePath")
+        wine.run("sc", "delete", "Zorvalis", expect=0)
         assert "Services window" in setup("configure", HOME, error=1072)
         make(place(HOME, "end"))
         assert any(not is_running() for _ in range(1000))
@@ -173,20 +144,29 @@ class Tests:
                     assert line, "it did not wait"
                 one.stdin.close()
                 assert "ended" not in waits.communicate(timeout=300)[0] and waits.returncode == 0
-            with running(HOME + "\\zorvalisWINservice.exe", "-j1") as one:
-                assert ".cached.temp" in setup("stop", "--timeout", "1") and one.wait(60) is not None
+            shutil.copy(place(HOME, "ZorvalisWinService.exe"), place(HOME, "zorvctl.exe"))
+            for name in ("zorvalisWINservice.exe", "zorvctl.exe"):
+                with running(f"{HOME}\\{name}", "-j1") as one:
+                    assert ".cached.temp" in setup("stop", "--timeout", "1") and one.wait(60) is not None
             assert others.poll() is None
+
+    def test_leaves_programs_alone_that_others_run_too(self):
+        for command in ("C:\\windows\\system32\\cmd.exe /c none", "C:\\windows\\ZorvalisWinService.exe"):
+            wine.run("sc", "create", "Zorvalis", "binPath=", command)
+            with running("C:\\windows\\system32\\cmd.exe") as others:
+                setup("stop", "--timeout", "1"), setup("remove")
+                assert others.poll() is None and reg(ENVIRONMENT, "Path") == STANDARD
 
     def test_closes_the_data_folder_and_moves_aside_what_was_planted(self):
         theirs = make(OUTER / "Other/data.txt", 0o666)
         for folder in (theirs.parent, OUTER):
             folder.chmod(0o777)
         kept = make(RECORDS / "data/O_1.db", 0o666)
-        second = make(C / "users/second")
+        second = make(wine.DRIVE / "users/second")
         os.link(second, RECORDS / "data/second")
-        planted = make(RECORDS / "data/BGFS.db")
-        if os.geteuid() == 0:
-            os.chown(planted, STRANGER, -1)
+        planted = [make(RECORDS / "data" / name) for name in ("BGFS.db", "n" * 250)]
+        for path in planted if os.geteuid() == 0 else []:
+            os.chown(path, STRANGER, -1)
         told = setup("configure", HOME)
         assert OUTER.stat().st_mode & 2 == 0 and theirs.stat().st_mode & 0o777 == 0o666 and theirs.parent.stat().st_mode & 2
         assert kept.stat().st_mode & 7 == 0 and kept.parent.stat().st_mode & 7 == 0
@@ -194,7 +174,7 @@ class Tests:
         assert (aside / "1-second").exists() and second.stat().st_mode & 0o777 == 0o666 and not (kept.parent / "second").exists()
         if os.geteuid() != 0:
             return print("not tried without root: what an ordinary user owns")
-        assert not planted.exists() and (aside / "1-BGFS.db").exists() and "1-BGFS.db" in told
+        assert not any(path.exists() for path in planted) and (aside / "1-BGFS.db").exists() and "1-BGFS.db" in told
         os.chown(RECORDS, STRANGER, -1)
         setup("configure", HOME)
         assert not any(RECORDS.iterdir()) and (aside / "1-Zorvalis/data/O_1.db").exists() and RECORDS.stat().st_uid == 0
@@ -202,8 +182,8 @@ class Tests:
         assert theirs.exists() and not RECORDS.parent.exists()
 
     def test_follows_no_link(self):
-        target = make(C / "users/target/Zorvcore/Zorvalis/setting.json", 0o644)
-        OUTER.symlink_to(C / "users/target")
+        target = make(wine.DRIVE / "users/target/Zorvcore/Zorvalis/setting.json", 0o644)
+        OUTER.symlink_to(wine.DRIVE / "users/target")
         before = state()
         for command in (["configure", HOME], ["remove", "--purge"]):
             assert "link" in setup(*command, error=4395) and state() == before
@@ -218,21 +198,22 @@ class Tests:
                 ("REG_DWORD", "7", "0x7", "0x7")):
             write(ENVIRONMENT, "Path", text, kind)
             told = setup("configure", HOME)
-            assert reg(ENVIRONMENT, "Path") == (there or text) and ("left alone" in told) == (gone in (None, "0x7")), told
+            assert wine.read(ENVIRONMENT, "Path") == (kind, there or text) and ("left alone" in told) == (gone in (None, "0x7")), told
             setup("remove")
-            assert reg(ENVIRONMENT, "Path") == (gone or text)
+            assert wine.read(ENVIRONMENT, "Path") == (kind, gone or text)
 
     def test_purges_its_own_and_tells_what_stays(self):
         setup("configure", HOME)
         write(PRODUCT, "MainSwitch", "0"), write(CONFIG, "RandomUUID", "1"), write(CONFIG, "Theirs", "2")
         make(RECORDS / "data/read-only", 0o444), make(RECORDS / "data/free")
         with running(OLD + "\\ZorvalisWinService.exe", "-j0", "C:\\ProgramData\\Zorv\\Zorvcore\\Zorvalis\\data\\held"):
-            assert "data\\held cannot be" in setup("remove", "--purge", error=32)
-            assert [p.name for p in (RECORDS / "data").iterdir()] == ["held"] and not reg(PRODUCT)
+            setup("stop")
+            assert "data\\held cannot be" in setup("remove", "--purge", error=32) and "nothing" in setup("undo")
+            assert [p.name for p in (RECORDS / "data").iterdir()] == ["held"] and not wine.read(PRODUCT)
         assert reg(CONFIG, "Theirs") == "2" and not reg(CONFIG, "RandomUUID")
-        wine("reg", "delete", CONFIG, "/v", "Theirs", "/f")
+        wine.run("reg", "delete", CONFIG, "/v", "Theirs", "/f")
         setup("remove", "--purge")
-        assert not OUTER.exists() and not reg("HKLM\\SOFTWARE\\Zorv") and not reg(SOURCE) and not reg(ENTRY)
+        assert not OUTER.exists() and not wine.read("HKLM\\SOFTWARE\\Zorv") and not wine.read(SOURCE) and not wine.read(SERVICE)
 
 
 def each(tests, test):

@@ -25,9 +25,10 @@ FILE_VERSION = b"\xbd\x04\xef\xfe"  # begins the numbers in a binary's version r
 
 # The order of an installation. Windows Installer writes the steps behind InstallInitialize into a script and runs it at
 # InstallExecute and InstallFinalize. A step of kind UNDO only runs when a later one fails, then from the last backwards,
-# files in between: so each stands before the step that it undoes. A step of kind LAST runs when nothing can fail any more.
+# files in between: so each stands before the step that it undoes. A step of kind LAST runs when nothing can fail any more;
+# what it ends with is not heeded, since Windows Installer would put the files back that a purge has left without a service.
 # All are zorvsetup with these words, as LocalSystem.
-DO, UNDO, LAST = 0xC02, 0xD02, 0xE02
+DO, UNDO, LAST = 0xC02, 0xD02, 0xE42
 IN = "NOT REMOVE"  # first installation, repair, and the newer package of an upgrade
 OUT = 'REMOVE="ALL" AND NOT UPGRADINGPRODUCTCODE'  # removal; an upgrade removes the older package by its files alone
 EITHER = "NOT UPGRADINGPRODUCTCODE"
@@ -38,6 +39,7 @@ STEPS = [
     (100, "LaunchConditions", ""),
     (700, "ValidateProductID", ""),
     (800, "CostInitialize", ""),
+    (850, "ResolveSource", IN),  # a repair that has no files to bring fails here, before the service is stopped
     (900, "FileCost", ""),
     (1000, "CostFinalize", ""),
     (1200, "MigrateFeatureStates", ""),

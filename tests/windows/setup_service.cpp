@@ -1,6 +1,6 @@
-// Stands in for the service in tests of zorvsetup. A file `stubborn` beside it keeps it from stopping, a file `end`
-// ends it without the service manager. With an argument it is a pass, which runs until its standard
-// input ends, and holds the file that a second one names.
+// Stands in for the service in tests of what installs it. A file `stubborn` beside it keeps it from stopping, and one
+// that is there at its start keeps it from being asked; a file `end` ends it without the service manager. With an
+// argument it is a pass, which runs until its standard input ends, and holds the file that a second one names.
 #include <windows.h>
 
 #include <atomic>
@@ -20,7 +20,8 @@ bool HasFile(const wchar_t* name) {
 }
 
 void Report(DWORD state) {
-    SERVICE_STATUS status = {SERVICE_WIN32_OWN_PROCESS, state, SERVICE_ACCEPT_STOP, 0, 0, 0, 0};
+    static const DWORD accepted = HasFile(L"stubborn") ? 0 : SERVICE_ACCEPT_STOP;
+    SERVICE_STATUS status = {SERVICE_WIN32_OWN_PROCESS, state, accepted, 0, 0, 0, 0};
     SetServiceStatus(handle, &status);
 }
 
@@ -42,8 +43,9 @@ void WINAPI Main(DWORD, wchar_t**) {
 
 int wmain(int argc, wchar_t** argv) {
     if (argc > 1) {
-        if (argc > 2) {
-            CreateFileW(argv[2], GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS, 0, nullptr);  // until its end
+        if (argc > 2 &&
+            CreateFileW(argv[2], GENERIC_READ, 0, nullptr, OPEN_ALWAYS, 0, nullptr) == INVALID_HANDLE_VALUE) {
+            return 1;
         }
         std::puts("runs");
         std::fflush(stdout);

@@ -2,12 +2,19 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 
 #include "report.h"
 
 namespace zorvalis {
+
+bool IsOfWindows(const std::wstring& folder) {
+    wchar_t windows[MAX_PATH] = L"";
+    const UINT length = std::min<UINT>(::GetSystemWindowsDirectoryW(windows, MAX_PATH), MAX_PATH);
+    return ::CompareStringOrdinal(folder.substr(0, length).c_str(), -1, windows, -1, TRUE) == CSTR_EQUAL;
+}
 
 void RequireReplaceable(const std::wstring& folder) {
     constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;

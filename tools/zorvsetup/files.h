@@ -6,6 +6,9 @@
 
 namespace zorvalis {
 
+// Windows' own folder, or one below. An earlier installation may lie there, among files that are not ours.
+bool IsOfWindows(const std::wstring& folder);
+
 // Raises a Failure with the name of a file that somebody holds so that it cannot even be renamed. Virus scanners get a
 // few seconds. A program that runs, or is shown by Event Viewer, can be renamed.
 void RequireReplaceable(const std::wstring& folder);

@@ -21,8 +21,7 @@ namespace {
 using platform::OwnedHandle;
 using OwnedSecurity = platform::Owned<::LocalFree, PSECURITY_DESCRIPTOR>;
 
-constexpr int kDeepest = 32;      // folders within folders; the product makes two
-constexpr DWORD kLinkMet = 4395;  // ERROR_REPARSE_POINT_ENCOUNTERED, which the headers lack
+constexpr int kDeepest = 32;  // folders within folders; the product makes two
 constexpr int kDeepestPlanted = 500;
 constexpr DWORD kShareButDelete = FILE_SHARE_READ | FILE_SHARE_WRITE;
 constexpr DWORD kMend = kHold | READ_CONTROL | WRITE_DAC | WRITE_OWNER;
@@ -176,11 +175,11 @@ Folder MakeOrOpen(const std::wstring& path, const wchar_t* access, DWORD rights 
 void MoveAside(HANDLE opened, const std::wstring& path, const char* why) {
     const Folder aside = MakeOrOpen(AsideFolder(), kProduct);
     SetSecurity(aside.handle.get(), kProduct, AsideFolder());
-    const std::wstring name = path.substr(path.rfind(L'\\') + 1);
+    const std::wstring name = path.substr(path.rfind(L'\\') + 1).substr(0, 200);  // with a number it is one still
     std::wstring target;
     bool moved = false;
     for (int number = 1; !moved && number < 10000; ++number) {
-        target = AsideFolder() + L"\\" + std::to_wstring(number) + L"-" + name;
+        target = L"\\\\?\\" + AsideFolder() + L"\\" + std::to_wstring(number) + L"-" + name;
         const std::size_t bytes = target.size() * sizeof(wchar_t);
         std::vector<std::uint64_t> block((sizeof(FILE_RENAME_INFO) + bytes) / sizeof(std::uint64_t) + 1);
         auto& rename = *reinterpret_cast<FILE_RENAME_INFO*>(block.data());
@@ -195,7 +194,7 @@ void MoveAside(HANDLE opened, const std::wstring& path, const char* why) {
     if (!moved) {
         Fail(path, "is not as the product made it, and cannot be moved aside");
     }
-    Say(Text(path) + " " + why + ": moved to " + Text(target));
+    Say(Text(path) + " " + why + ": moved to " + Text(target.substr(4)));
 }
 
 void MendInside(HANDLE folder, const std::wstring& folderPath, int depth) {
@@ -281,9 +280,13 @@ std::vector<std::wstring> PrepareFolders() {
     for (const std::wstring& path : {first, second}) {
         const HANDLE folder = hold(path, kOuter);
         const Security security = ReadSecurity(folder, path);
-        if (!IsOwnerTrusted(security) || !IsTight(security)) {
+        const bool trusted = IsOwnerTrusted(security);
+        if (!trusted || !IsTight(security)) {
             SetSecurity(folder, kOuter, path);
-            Say("set the access list of " + Text(path));
+            Say("set the access list of " + Text(path) +
+                (trusted ? ""
+                         : ", which belonged to an ordinary user. A program that holds it open can change that "
+                           "again: restart Windows"));
         }
     }
     HANDLE folder = hold(product, kProduct);

@@ -1,7 +1,10 @@
 // zorvsetup: what an installer of the service does beside moving files. Windows Installer runs it as LocalSystem, the
 // scripts of the ZIP as an administrator. The exit code is 0 or a Windows error number.
 
+#include <windows.h>
+
 #include <CLI/CLI.hpp>
+#include <cstdio>
 #include <exception>
 #include <sstream>
 #include <string>
@@ -65,10 +68,19 @@ int RunCommand(std::vector<std::string> arguments) {
     }
 }
 
+// This program has no console of its own (CMakeLists.txt): it writes into that of the script, or where that directs it.
+void UseConsoleOfCaller() {
+    const HANDLE output = ::GetStdHandle(STD_OUTPUT_HANDLE);
+    if ((output == nullptr || ::GetFileType(output) == FILE_TYPE_UNKNOWN) && ::AttachConsole(ATTACH_PARENT_PROCESS)) {
+        std::freopen("CONOUT$", "w", stdout);
+    }
+}
+
 }  // namespace
 }  // namespace zorvalis
 
 int program_main(int argc, const wchar_t* const* argv) {
+    zorvalis::UseConsoleOfCaller();
     std::vector<std::string> arguments;
     for (int i = 1; i < argc; ++i) {
         arguments.push_back(platform::to_utf8(argv[i]));

@@ -1,5 +1,7 @@
 #include "opened.h"
 
+#include <algorithm>
+
 #include "platform/windows/busy_file.h"
 #include "report.h"
 
@@ -7,14 +9,37 @@ namespace zorvalis {
 
 using platform::OwnedHandle;
 
+namespace {
+
+// Whether Windows has come to what is open by the folders of its path alone. C:\ProgramData itself may be a link.
+bool LiesAt(HANDLE opened, const std::wstring& path) {
+    const std::wstring tail = path.substr(std::min(path.size(), std::wstring(L"C:\\ProgramData").size()));
+    std::vector<std::uint64_t> block(16384);  // 128 KiB, more than any path takes
+    if (!::GetFileInformationByHandleEx(opened, FileNameInfo, block.data(),
+                                        static_cast<DWORD>(block.size() * sizeof block[0]))) {
+        return false;
+    }
+    const auto& found = *reinterpret_cast<const FILE_NAME_INFO*>(block.data());  // without the drive
+    const std::wstring way(found.FileName, found.FileNameLength / sizeof(wchar_t));
+    return way.size() >= tail.size() &&
+           ::CompareStringOrdinal(way.c_str() + way.size() - tail.size(), -1, tail.c_str(), -1, TRUE) == CSTR_EQUAL;
+}
+
+}  // namespace
+
 OwnedHandle OpenItself(const std::wstring& path, DWORD access, DWORD sharing) {
     OwnedHandle opened;
-    platform::done_in_time(path, [&] {
-        const HANDLE file = ::CreateFileW(path.c_str(), access, sharing, nullptr, OPEN_EXISTING,
+    const std::wstring name = L"\\\\?\\" + path;  // so that it may be long, or end with a point
+    platform::done_in_time(name, [&] {
+        const HANDLE file = ::CreateFileW(name.c_str(), access, sharing, nullptr, OPEN_EXISTING,
                                           FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
         opened.reset(file != INVALID_HANDLE_VALUE ? file : nullptr);
         return opened != nullptr;
     });
+    if (opened != nullptr && !LiesAt(opened.get(), path)) {
+        opened.reset();
+        ::SetLastError(kLinkMet);
+    }
     return opened;
 }
 

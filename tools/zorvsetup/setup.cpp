@@ -46,13 +46,22 @@ std::wstring FullFolder(const std::wstring& given) {
     return folder;
 }
 
+// By its name. Somebody may have the service, or the task, run another program that starts ours; that one many others
+// may run as well, and it may lie in a folder that PATH must keep.
+bool IsOurs(const std::wstring& executable) {
+    const std::wstring wanted = FolderOf(executable) + L"\\" + ZORV_SERVICE_FILE;
+    return ::CompareStringOrdinal(executable.c_str(), -1, wanted.c_str(), -1, TRUE) == CSTR_EQUAL;
+}
+
 // All that may be running: what the service's entry names, and what the tasks start.
 std::set<std::wstring> Executables() {
     std::set<std::wstring> paths = ExecutablesOfTasks();
     if (const auto entry = ReadEntry()) {
-        const std::wstring executable = ExecutableOf(entry->command);
-        paths.insert(executable);
-        paths.insert(FolderOf(executable) + L"\\zorvctl.exe");
+        paths.insert(ExecutableOf(entry->command));
+    }
+    std::erase_if(paths, [](const std::wstring& path) { return !IsOurs(path); });
+    for (const std::wstring& path : std::set(paths)) {
+        paths.insert(FolderOf(path) + L"\\zorvctl.exe");
     }
     return paths;
 }
@@ -75,8 +84,9 @@ void NoteEntryAndSource(Notes& notes) {
     notes.Add(kSource, source ? Json(platform::to_utf8(*source)) : Json());
 }
 
-void TakeOutOfPath(const std::wstring& folder, Notes& notes) {
-    if (RemoveFromPath(folder)) {
+void TakeOutOfPath(const std::wstring& executable, Notes& notes) {
+    const std::wstring folder = FolderOf(executable);
+    if (IsOurs(executable) && !IsOfWindows(folder) && RemoveFromPath(folder)) {
         notes.Add(kRemoved, platform::to_utf8(folder));
     }
 }
@@ -99,7 +109,7 @@ void CheckWindows() {
 void Stop(seconds limit) {
     if (const auto entry = ReadEntry()) {
         const std::wstring executable = ExecutableOf(entry->command), folder = FolderOf(executable);
-        if (executable == folder + L"\\" + ZORV_SERVICE_FILE) {
+        if (IsOurs(executable) && !IsOfWindows(folder)) {
             RequireReplaceable(folder);
         }
     }
@@ -136,8 +146,8 @@ void Configure(std::wstring given) {
     WriteEntry(entry);
     Say("registered the service " + platform::to_utf8(executable));
     if (old) {
-        const std::wstring before = FolderOf(ExecutableOf(old->command));
-        if (::CompareStringOrdinal(before.c_str(), -1, folder.c_str(), -1, TRUE) != CSTR_EQUAL) {
+        const std::wstring before = ExecutableOf(old->command);
+        if (::CompareStringOrdinal(FolderOf(before).c_str(), -1, folder.c_str(), -1, TRUE) != CSTR_EQUAL) {
             Say("the service was taken over from " + platform::to_utf8(old->command));
             TakeOutOfPath(before, notes);
         }
@@ -161,13 +171,11 @@ void Remove(bool purge) {
     EndAll(kPass);
     DeleteEntry();
     DeleteEventSource();
-    if (!executable.empty()) {
-        TakeOutOfPath(FolderOf(executable), notes);
-    }
+    TakeOutOfPath(executable, notes);
     Say("removed the service, its tasks and its event source");
     if (purge) {
+        notes.Clear();  // no later step may put the service back, even when something cannot be deleted
         PurgeRecords();
-        notes.Clear();
     }
 }
 
