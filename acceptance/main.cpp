@@ -151,9 +151,18 @@ bool WriteReport(const std::string& folder, const std::vector<Result>& results, 
            WriteAll(folder + "\\report.json", ReportJson(results, ended));
 }
 
+// On a thread of Windows' own; the kit ends behind it, and its step with it.
+BOOL WINAPI Interrupted(DWORD) {
+    std::puts(
+        "\nBroken off. `zorv-acceptance --restore` puts back what the step has left, `--only 8` removes the product.");
+    std::fflush(stdout);
+    return FALSE;
+}
+
 // The report is written after each step: it outlives a machine that stops in the middle.
 std::vector<Result> RunChosen(const std::vector<std::string>& chosen, const std::string& folder) {
     std::vector<Result> results;
+    ::SetConsoleCtrlHandler(Interrupted, TRUE);
     ::SetThreadExecutionState(ES_CONTINUOUS | ES_SYSTEM_REQUIRED);
     for (const Step& step : AllSteps()) {
         if (!IsChosen(step, chosen)) {

@@ -19,6 +19,7 @@
 #include "platform/clock.h"
 #include "platform/windows/handles.h"
 #include "platform/windows/wide.h"
+#include "polling.h"
 #include "process.h"
 #include "product_service.h"
 
@@ -70,6 +71,7 @@ void FailsWithoutTraces(Findings& findings) {
     } const obstacle;
     std::ofstream(folder, std::ios::binary) << "zorv-acceptance";
     ExpectInstaller(findings, InstallFailure(), "/i", OldPackage());
+    Until(10, [] { return TracesOfProduct().empty(); });  // others may look at the service at this moment
     for (const std::string& trace : TracesOfProduct()) {
         findings.Expect(false, "the failed installation has taken back " + trace);
     }
