@@ -71,9 +71,7 @@ void ShowErrors(Findings& findings) {
         }
         start = end + 1;
     }
-    wchar_t windows[MAX_PATH] = {};
-    ::GetSystemWindowsDirectoryW(windows, MAX_PATH);
-    std::istringstream lines(BytesOf(PathOf(platform::to_utf8(windows), "Logs\\Zorvalis-setup.log")));
+    std::istringstream lines(SetupLog());
     std::deque<std::string> last;
     for (std::string line; std::getline(lines, line); last.push_back(line)) {
         if (last.size() == 12) {
@@ -124,6 +122,12 @@ void ReadPrograms(REGSAM view, std::vector<Program>& programs) {
 }
 
 }  // namespace
+
+std::string SetupLog() {
+    wchar_t windows[MAX_PATH] = {};
+    ::GetSystemWindowsDirectoryW(windows, MAX_PATH);
+    return BytesOf(PathOf(platform::to_utf8(windows), "Logs\\Zorvalis-setup.log"));
+}
 
 std::uint32_t Installer(Findings& findings, const std::string& verb, const std::string& package,
                         const std::string& words) {

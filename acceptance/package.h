@@ -19,6 +19,9 @@ std::uint32_t Installer(Findings& findings, const std::string& verb, const std::
 bool ExpectInstaller(Findings& findings, std::uint32_t wanted, const std::string& verb, const std::string& package,
                      const std::string& words = "");
 
+// The log of zorvsetup, which does the packages' steps; all that was written until now.
+std::string SetupLog();
+
 // The exit code where a step of the package has failed, which Wine's installer says otherwise.
 std::uint32_t InstallFailure();
 

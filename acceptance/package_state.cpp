@@ -37,24 +37,6 @@ std::vector<BYTE> Further(DWORD level) {
     return bytes;
 }
 
-// Owner and access list in Windows' words, "O:BAD:PAI(A;OICI;FA;;;SY)...".
-std::string AccessText(const std::string& path) {
-    PSECURITY_DESCRIPTOR descriptor = nullptr;
-    wchar_t* text = nullptr;
-    constexpr SECURITY_INFORMATION kParts = OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
-    if (::GetNamedSecurityInfoW(platform::to_wide(path).c_str(), SE_FILE_OBJECT, kParts, nullptr, nullptr, nullptr,
-                                nullptr, &descriptor) != ERROR_SUCCESS) {
-        return "";
-    }
-    const OwnedMemory owned(descriptor);
-    if (::ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor, SDDL_REVISION_1, kParts, &text, nullptr) ==
-        FALSE) {
-        return "";
-    }
-    const OwnedMemory owned_text(text);
-    return platform::to_utf8(text);
-}
-
 // Whether files keep the access lists that they are given, which Wine's do not.
 bool KeepsAccessLists() {
     constexpr wchar_t kList[] = L"D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)";
@@ -107,6 +89,23 @@ bool IsClosed(const std::string& text, bool alone) {
 }
 
 }  // namespace
+
+std::string AccessText(const std::string& path) {
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    wchar_t* text = nullptr;
+    constexpr SECURITY_INFORMATION kParts = OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
+    if (::GetNamedSecurityInfoW(platform::to_wide(path).c_str(), SE_FILE_OBJECT, kParts, nullptr, nullptr, nullptr,
+                                nullptr, &descriptor) != ERROR_SUCCESS) {
+        return "";
+    }
+    const OwnedMemory owned(descriptor);
+    if (::ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor, SDDL_REVISION_1, kParts, &text, nullptr) ==
+        FALSE) {
+        return "";
+    }
+    const OwnedMemory owned_text(text);
+    return platform::to_utf8(text);
+}
 
 void ExpectFiles(Findings& findings, const std::vector<std::string>& more) {
     std::vector<std::string> wanted = kFiles, found;

@@ -22,6 +22,7 @@
 #include "polling.h"
 #include "process.h"
 #include "product_service.h"
+#include "steps_package.h"
 
 namespace zorvalis::acceptance {
 namespace {
@@ -29,7 +30,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::uint32_t kRefused = 1603;
-constexpr int kInstallSeconds = 240;
 
 bool Is(const std::string& path, const std::string& text) {
     std::ifstream file(fs::path(platform::to_wide(path)), std::ios::binary);
@@ -221,6 +221,17 @@ std::vector<Step> PackageSteps() {
     return {
         {"1.1", "An installation that cannot be finished fails with 1603 and leaves nothing", FailsWithoutTraces,
          kInstallSeconds, TakeObstacle, false},
+        {"1.14", "The executable registers and removes itself, with its words", InstallsItself, 120, RemoveOwnEntry,
+         false},
+        {"1.15", "Its -remove deletes both scheduled tasks", RemovesTasks, 120, RemoveOwnEntry, false},
+        {"1.16", "A data folder that an ordinary user holds makes the installation fail in words", RefusesHeldFolder,
+         2 * kInstallSeconds, TakePlanted, false},
+        {"1.17", "A junction in the data folder's place makes the installation fail in words", RefusesJunction,
+         2 * kInstallSeconds, TakePlanted, false},
+        {"1.18", "Links in the data folder are moved aside, and what they lead to stays as it is", MovesLinksAside,
+         2 * kInstallSeconds, TakePlanted, false},
+        {"1.19", "LocalSystem's installation moves an ordinary user's data folder aside", MovesUsersFolderAside,
+         2 * kInstallSeconds, TakePlanted, false},
         {"1.2", "The package installs silently: files, one entry among the programs", Installs, kInstallSeconds,
          nullptr, false},
         {"1.3", "The service is registered as it should, its path in quotes", ExpectServiceEntry},
@@ -229,6 +240,8 @@ std::vector<Step> PackageSteps() {
         {"1.6", "The event source names a message file that is there", ExpectEventSource},
         {"1.7", "zorvctl is found by the machine's PATH", ExpectPath},
         {"1.8", "A pass of the installed executable makes records", RecordsByAPass, 130, TakeForgottenLibrary},
+        {"1.20", "An upgrade that fails at its last step leaves the older package whole", TakesUpgradeBack,
+         kInstallSeconds, PutMarkedFileBack},
         {"1.9", "An upgrade keeps records and settings, and leaves one service and one entry", Upgrades,
          kInstallSeconds},
         {"1.10", "A repair brings back files and the service's entry", Repairs, kInstallSeconds},

@@ -75,7 +75,11 @@ std::string WorkFolder::MakeOpen(const std::string& name) {
 }
 
 void RemoveWorkFolder() {
-    RemoveTree(L"\\\\?\\" + platform::to_wide(kFolder));
+    RemoveFolder(kFolder);
+}
+
+void RemoveFolder(const std::string& path) {
+    RemoveTree(L"\\\\?\\" + platform::to_wide(path));
 }
 
 bool WriteText(const std::string& path, const std::string& text) {

@@ -19,8 +19,9 @@ public:
     static std::string MakeOpen(const std::string& name);
 };
 
-// Deletes the folder with all that is in it, but follows no link. It may be missing.
+// Deletes the folder, or another, with all that is in it, but follows no link. It may be missing.
 void RemoveWorkFolder();
+void RemoveFolder(const std::string& path);
 
 // A file with that text. False when it cannot be written.
 bool WriteText(const std::string& path, const std::string& text);

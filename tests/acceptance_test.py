@@ -16,7 +16,7 @@ from support.wine import CONTROL, DRIVE, ENVIRONMENT, PACKAGES, SERVICE, SOFTWAR
 IMPOSSIBLE = {
     "without DeriveCapabilitySidsFromName": "1.13 2.2 2.3 2.4 2.5 2.6 2.7 2.10 2.11 2.12 3.1 3.2 4.10 "
                                             "5.1 5.2 5.3 5.4 5.5 5.6 5.7 5.8 5.9 7.26",
-    "Task Scheduler has no more than stubs": "3.3 3.4 3.5 3.6 3.7 3.8",
+    "Task Scheduler has no more than stubs": "1.15 3.3 3.4 3.5 3.6 3.7 3.8",
     "files do not keep the access lists": "1.5",
     "tells of no recovery": "1.4",
     "tells of nothing": "2.9",
@@ -39,7 +39,9 @@ IMPOSSIBLE = {
     "waits for an answer's head": "6.4",
     "a server of TLS is made": "6.5 6.6 6.7 6.8 6.9 6.10 6.13 6.16 6.18",
     "says yes to every machine": "6.14",
-    "junctions cannot be made": "7.4 7.5",
+    "junctions cannot be made": "1.17 7.4 7.5",
+    "LocalSystem is the same user": "1.19",
+    "does not keep the files that it replaces": "1.20",
     "CreateSymbolicLink makes nothing": "7.6",
     "diskpart makes no virtual disk": "7.13",
     "does not count this process's handles": "7.16",
