@@ -71,7 +71,6 @@ TEST(Text, IsSplitWithEmptyFieldsInsideButNotAtItsEnd) {
 TEST(Text, ThatCannotBeConvertedIsEmpty) {
     EXPECT_EQ(Utf82Unicode("gr\xFC"), L"");
     EXPECT_EQ(Utf82Unicode("gr\xC3\xBC\xC3\x9F"), L"gr\u00FC\u00DF") << "an earlier failure does not linger";
-    EXPECT_EQ(Utf82Unicode("\xF8\x90\x80\x80"), L"") << "no character has five bytes";
     EXPECT_EQ(WideByte2Ansi(L"gr\u00FC\u20AC"), "gr\xFC\x80");
     EXPECT_EQ(Utf8ToAnsi("\xC3\xBC"), "\xFC");
     EXPECT_EQ(Utf8ToAnsi("\xFC"), "");
