@@ -23,7 +23,7 @@ MSI = f"Zorvalis-{PRODUCT}.msi"
 SERVICE = {"ZorvalisWinService.exe", "zorvctl.exe", "default.json", "LICENSE", "THIRD-PARTY-NOTICES.md", "administrator.md"}
 SETUP = {"zorvsetup.exe", "install.cmd", "remove.cmd"}
 KIT = {"zorv-acceptance.exe", "ZorvWinIo64.dll", "hardware.json", "README.txt", "LICENSE", "THIRD-PARTY-NOTICES.md", MSI,
-       "Zorvalis-1.0.0.0-old.msi"}
+       f"Zorvalis-{packages.OLD}-old.msi"}
 DEBUG = {f"{name}.debug" for name in "ZorvalisWinService.exe zorvctl.exe zorvsetup.exe zorv-acceptance.exe "
          "zorvalis_client.dll".split()}
 SDK = {"include/zorvalis.h", "share/doc/zorvalis/LICENSE", "share/zorvalis/csharp/Zorvalis.cs"}  # and more

@@ -162,9 +162,6 @@ class Packages:
         for name, (_, kind, source, words, _) in actions.items():
             undo, last = name.startswith("Undo"), name in ("Commit", "Purge")
             assert int(kind) == 2 | 0xC00 | 0x100 * undo | 0x240 * last and source == "Setup", (name, kind)
-        for name, value in (("REINSTALLMODE", "amus"), ("MSIRESTARTMANAGERCONTROL", "Disable"), ("REBOOT", "ReallySuppress"), ("ALLUSERS", "1")):
-            assert new[name] == value, name
-        assert {"PURGE", "OLDERVERSION", "NEWERVERSION"} <= set(new["SecureCustomProperties"].split(";"))
         refusals = dict(tables(self.new, "LaunchCondition"))
         assert "1809 (build 17763)" in refusals["Installed OR WINDOWSBUILD >= 17763"]
         assert "newer version of Zorvalis" in refusals["Installed OR NOT NEWERVERSION"]

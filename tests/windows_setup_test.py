@@ -73,10 +73,11 @@ class Tests:
         setup("remove", "--purge")
         assert not any(task.exists() for task in TASKS) and OTHERS_TASK.exists() and not wine.read(SERVICE) and not OUTER.exists()
 
-    def test_refuses_an_old_windows(self):
+    def test_refuses_an_old_windows_and_unknown_words(self):
+        assert "frob is not known" in wine.run(BUILD / "bin/zorvsetup.exe", "frob", expect=87)[1]
         for build, error in (("17762", 1150), ("none", 1150), ("17763", 0), ("26100", 0)):
             write(WINDOWS, "CurrentBuildNumber", build)
-            assert error == 0 or build in setup("check", error=error)
+            assert build in setup("check", error=error)
 
     def test_installs_undoes_and_removes(self):
         setup("configure", "C:\\nowhere", error=2)

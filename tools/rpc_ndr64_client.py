@@ -23,7 +23,7 @@ def rename(stub):
 def describe_both(stub, name):
     """Gives the stub's description both syntaxes, and a copy of it the second alone."""
     start, end, said = rpc_ndr64.mend_description(stub, name, "Zorvalis64_ProxyInfo")
-    only = said.replace(name, "Only_StubDesc").replace("Zorvalis64_", ONLY + "_").replace("Zorvalis64__", ONLY + "__")
+    only = said.replace(name, "Only_StubDesc").replace("Zorvalis64_", ONLY + "_")
     stub.text = (stub.text[:start] + "extern MIDL_STUBLESS_PROXY_INFO Zorvalis64_ProxyInfo, "
                  f"{ONLY}_ProxyInfo;\nextern const RPC_CLIENT_INTERFACE {ONLY}___RpcClientInterface;\n"
                  + said + "};\n\n" + only + stub.text[end:])

@@ -2,9 +2,9 @@
 """Makes the package for Windows: zorvalis.wxs by wixl, and what wixl cannot say by tables of our own. The same input makes
 the same bytes; SOURCE_DATE_EPOCH is the date in it.
 
-    make_msi.py --payload DIR --version V --out FILE [--setup zorvsetup.exe]
+    make_msi.py --payload DIR --setup zorvsetup.exe --version V --out FILE
 
-DIR has the files that zorvalis.wxs names and no other. Without --setup the program lies in DIR as well.
+DIR has the files that zorvalis.wxs names and no other.
 """
 import argparse
 import datetime
@@ -88,7 +88,7 @@ def run(folder, *words):
 def stage(payload, setup, folder, date):
     """The files by the names and with the date that the package gives them."""
     wanted = set(re.findall(r' Source="([^"]+)"', SOURCE.read_text()))
-    found = {path.name for path in payload.iterdir()} - {setup.name}
+    found = {path.name for path in payload.iterdir()}
     if wanted != found:
         sys.exit(f"make_msi: {payload} lacks {sorted(wanted - found)} and has {sorted(found - wanted)}")
     for path in [*(payload / name for name in sorted(wanted)), setup, SOURCE]:
@@ -162,15 +162,13 @@ def build(payload, setup, version, out):
 
 def main():
     options = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
-    options.add_argument("--payload", type=pathlib.Path, required=True)
-    options.add_argument("--version", required=True)
-    options.add_argument("--out", type=pathlib.Path, required=True)
-    options.add_argument("--setup", type=pathlib.Path)
+    for name, kind in (("payload", pathlib.Path), ("setup", pathlib.Path), ("version", str), ("out", pathlib.Path)):
+        options.add_argument(f"--{name}", type=kind, required=True)
     given = options.parse_args()
     numbers = given.version.split(".") if re.fullmatch(r"\d{1,5}(\.\d{1,5}){2,3}", given.version) else ["256"]
     if any(int(number) > most for number, most in zip(numbers, (255, 255, 65535, 65535))):
         sys.exit(f"make_msi: {given.version} is no version such as 2.0.6.0, at most 255.255.65535")
-    build(given.payload, given.setup or given.payload / "zorvsetup.exe", given.version, given.out)
+    build(given.payload, given.setup, given.version, given.out)
 
 
 if __name__ == "__main__":

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <filesystem>
 
+#include "platform/windows/handles.h"
 #include "report.h"
 
 namespace zorvalis {
@@ -23,9 +24,9 @@ void RequireReplaceable(const std::wstring& folder) {
     for (const auto& each : std::filesystem::directory_iterator(folder, error)) {
         const std::wstring path = each.path().wstring();
         while (each.is_regular_file(error)) {
-            const HANDLE opened = ::CreateFileW(path.c_str(), DELETE, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr);
-            if (opened != INVALID_HANDLE_VALUE) {
-                ::CloseHandle(opened);
+            const platform::OwnedHandle opened(
+                ::CreateFileW(path.c_str(), DELETE, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr));
+            if (opened.get() != INVALID_HANDLE_VALUE) {
                 break;
             }
             if (::GetLastError() != ERROR_SHARING_VIOLATION || std::chrono::steady_clock::now() >= deadline) {

@@ -23,7 +23,6 @@ using OwnedSecurity = platform::Owned<::LocalFree, PSECURITY_DESCRIPTOR>;
 
 constexpr int kDeepest = 32;  // folders within folders; the product makes two
 constexpr int kDeepestPlanted = 500;
-constexpr DWORD kShareButDelete = FILE_SHARE_READ | FILE_SHARE_WRITE;
 constexpr DWORD kMend = kHold | READ_CONTROL | WRITE_DAC | WRITE_OWNER;
 constexpr DWORD kMove = kMend | DELETE;
 
@@ -158,7 +157,7 @@ Folder MakeOrOpen(const std::wstring& path, const wchar_t* access, DWORD rights 
     } else if (::GetLastError() != ERROR_ALREADY_EXISTS) {
         Fail(path, "cannot be made");
     }
-    folder.handle = OpenItself(path, rights, kShareButDelete);
+    folder.handle = OpenItself(path, rights);
     if (folder.handle == nullptr) {
         Fail(path, "cannot be opened");
     }
@@ -200,7 +199,7 @@ void MoveAside(HANDLE opened, const std::wstring& path, const char* why) {
 void MendInside(HANDLE folder, const std::wstring& folderPath, int depth) {
     for (const Entry& entry : EntriesOf(folder, folderPath)) {
         const std::wstring& path = entry.path;
-        const OwnedHandle opened = OpenItself(path, kMove, kShareButDelete);
+        const OwnedHandle opened = OpenItself(path, kMove);
         if (opened == nullptr) {
             Fail(path, "cannot be opened");
         }
@@ -239,7 +238,7 @@ void Delete(HANDLE opened, const std::wstring& path, DWORD attributes) {
 // A folder is held while what is in it is deleted, so that nobody puts a link in its place meanwhile.
 void DeleteTree(const std::wstring& path, int depth, Attempts& all) {
     all.Make([&] {
-        const OwnedHandle opened = OpenIfThere(path, kHold | DELETE | FILE_WRITE_ATTRIBUTES, kShareButDelete);
+        const OwnedHandle opened = OpenIfThere(path, kHold | DELETE | FILE_WRITE_ATTRIBUTES);
         if (opened == nullptr) {
             return;
         }

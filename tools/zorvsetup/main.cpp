@@ -20,7 +20,7 @@
 namespace zorvalis {
 namespace {
 
-constexpr int kInvalidParameter = 87, kUnhandled = 574;  // ERROR_INVALID_PARAMETER, ERROR_UNHANDLED_EXCEPTION
+constexpr int kUnhandled = 574;  // ERROR_UNHANDLED_EXCEPTION, which the headers lack
 
 int RunCommand(std::vector<std::string> arguments) {
     CLI::App app("Sets the Zorvalis service up on this machine, and takes it off again.", "zorvsetup");
@@ -55,10 +55,16 @@ int RunCommand(std::vector<std::string> arguments) {
         app.parse(std::move(reversed));
         return 0;
     } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() != 0) {
+            const std::vector<std::string> rest = app.remaining(true);
+            Say("FAILED: " + (rest.empty() ? error.what() : rest.front() + " is not known here") +
+                "\nTry: zorvsetup --help");
+            return ERROR_INVALID_PARAMETER;
+        }
         std::ostringstream words;
-        const int code = app.exit(error, words, words);
+        app.exit(error, words, words);
         Say(words.str());
-        return code == 0 ? 0 : kInvalidParameter;
+        return 0;
     } catch (const Failure& failure) {
         Say("FAILED: " + failure.text);
         return static_cast<int>(failure.code);

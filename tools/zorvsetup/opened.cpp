@@ -27,12 +27,13 @@ bool LiesAt(HANDLE opened, const std::wstring& path) {
 
 }  // namespace
 
-OwnedHandle OpenItself(const std::wstring& path, DWORD access, DWORD sharing) {
+OwnedHandle OpenItself(const std::wstring& path, DWORD access) {
     OwnedHandle opened;
     const std::wstring name = L"\\\\?\\" + path;  // so that it may be long, or end with a point
     platform::done_in_time(name, [&] {
-        const HANDLE file = ::CreateFileW(name.c_str(), access, sharing, nullptr, OPEN_EXISTING,
-                                          FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+        const HANDLE file =
+            ::CreateFileW(name.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                          FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
         opened.reset(file != INVALID_HANDLE_VALUE ? file : nullptr);
         return opened != nullptr;
     });
@@ -43,8 +44,8 @@ OwnedHandle OpenItself(const std::wstring& path, DWORD access, DWORD sharing) {
     return opened;
 }
 
-OwnedHandle OpenIfThere(const std::wstring& path, DWORD access, DWORD sharing) {
-    OwnedHandle opened = OpenItself(path, access, sharing);
+OwnedHandle OpenIfThere(const std::wstring& path, DWORD access) {
+    OwnedHandle opened = OpenItself(path, access);
     if (opened == nullptr && ::GetLastError() != ERROR_FILE_NOT_FOUND && ::GetLastError() != ERROR_PATH_NOT_FOUND) {
         Fail(path, "cannot be opened");
     }

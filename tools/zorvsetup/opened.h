@@ -12,18 +12,18 @@
 
 namespace zorvalis {
 
-// The access that lets Windows keep others from renaming or deleting what is open.
+// The access that it takes for Windows to keep others from renaming or deleting what is open.
 constexpr DWORD kHold = FILE_LIST_DIRECTORY | FILE_READ_ATTRIBUTES;  // FILE_LIST_DIRECTORY is FILE_READ_DATA of a file
 
 constexpr DWORD kLinkMet = 4395;  // ERROR_REPARSE_POINT_ENCOUNTERED, which the headers lack
 
 // Opens a file, a folder or a link itself, below C:\ProgramData; with the rights of a backup program, where this
-// process has them. Null on failure, with its cause in GetLastError: kLinkMet when a folder on the way is a link, even
-// one that somebody has made just now.
-platform::OwnedHandle OpenItself(const std::wstring& path, DWORD access, DWORD sharing);
+// process has them. Others may read and write it meanwhile. Null on failure, with its cause in GetLastError: kLinkMet
+// when a folder on the way is a link, even one that somebody has made just now.
+platform::OwnedHandle OpenItself(const std::wstring& path, DWORD access);
 
 // Null for what is not there.
-platform::OwnedHandle OpenIfThere(const std::wstring& path, DWORD access, DWORD sharing);
+platform::OwnedHandle OpenIfThere(const std::wstring& path, DWORD access);
 
 BY_HANDLE_FILE_INFORMATION InformationOf(HANDLE opened, const std::wstring& path);
 constexpr bool IsLink(DWORD attributes) {

@@ -46,8 +46,8 @@ std::wstring FullFolder(const std::wstring& given) {
     return folder;
 }
 
-// By its name. Somebody may have the service, or the task, run another program that starts ours; that one many others
-// may run as well, and it may lie in a folder that PATH must keep.
+// Whether the file has the name of our service's. Service or task may have been changed to run another program that
+// starts ours, such as cmd.exe: that one is not to be ended, and its folder is to stay on PATH.
 bool IsOurs(const std::wstring& executable) {
     const std::wstring wanted = FolderOf(executable) + L"\\" + ZORV_SERVICE_FILE;
     return ::CompareStringOrdinal(executable.c_str(), -1, wanted.c_str(), -1, TRUE) == CSTR_EQUAL;
