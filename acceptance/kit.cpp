@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <filesystem>
+#include <stdexcept>
 
 #include "platform/text.h"
 #include "platform/windows/handles.h"
@@ -62,9 +63,13 @@ bool IsRegistered() {
     return OwnedService(::OpenServiceW(manager.get(), kServiceName, SERVICE_QUERY_STATUS)) != nullptr;
 }
 
-bool Keep(const std::string& name, const std::string& bytes) {
-    return ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, kJournal, platform::to_wide(name).c_str(), REG_BINARY, bytes.data(),
-                             static_cast<DWORD>(bytes.size())) == ERROR_SUCCESS;
+void Keep(const std::string& name, const std::string& bytes) {
+    const LSTATUS status = ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, kJournal, platform::to_wide(name).c_str(), REG_BINARY,
+                                             bytes.data(), static_cast<DWORD>(bytes.size()));
+    if (status != ERROR_SUCCESS) {
+        throw std::runtime_error("\"" + name +
+                                 "\" cannot be kept in the registry: " + ErrorText(static_cast<unsigned long>(status)));
+    }
 }
 
 std::string Kept(const std::string& name) {

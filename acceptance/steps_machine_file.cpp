@@ -17,6 +17,7 @@
 #include "platform/windows/wide.h"
 #include "polling.h"
 #include "running_program.h"
+#include "saved_value.h"
 #include "steps_machine.h"
 #include "store/db_file.h"
 #include "upload/chunk_hash.h"
@@ -89,46 +90,25 @@ const Part kTellFolder("file-folder", TellFolder);
 
 constexpr wchar_t kFileSystem[] = L"SYSTEM\\CurrentControlSet\\Control\\FileSystem";
 constexpr wchar_t kLongPaths[] = L"LongPathsEnabled";
-constexpr char kJournal[] = "LongPathsEnabled";
 
-// The setting's number, or "none".
-std::string LongPathsSetting() {
-    DWORD value = 0;
-    DWORD size = sizeof value;
-    return ::RegGetValueW(HKEY_LOCAL_MACHINE, kFileSystem, kLongPaths, RRF_RT_REG_DWORD, nullptr, &value, &size) ==
-                   ERROR_SUCCESS
-               ? std::to_string(value)
-               : "none";
-}
-
-bool SetLongPaths(DWORD value) {
-    return ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, kFileSystem, kLongPaths, REG_DWORD, &value, sizeof value) ==
-           ERROR_SUCCESS;
+void SetLongPaths(Findings& findings, DWORD value) {
+    const LSTATUS status =
+        ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, kFileSystem, kLongPaths, REG_DWORD, &value, sizeof value);
+    if (status != ERROR_SUCCESS) {
+        findings.Fail("LongPathsEnabled can be set: " + ErrorText(static_cast<unsigned long>(status)));
+    }
 }
 
 void RestoreLongPaths() {
-    const std::string before = Kept(kJournal);
-    if (before == "none") {
-        ::RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kFileSystem, kLongPaths);
-    } else if (!before.empty()) {
-        SetLongPaths(std::stoul(before));
-    }
-    Forget(kJournal);
+    SavedValue::Restore(kFileSystem, kLongPaths);
+    RemoveWorkFolder();
 }
 
 void LongPaths(Findings& findings) {
     const WorkFolder folder;
-    RestoreLongPaths();
-    struct Restored {
-        ~Restored() { RestoreLongPaths(); }
-    } const restored;
-    if (!Keep(kJournal, LongPathsSetting())) {
-        findings.Fail("the present setting cannot be noted");
-    }
+    const SavedValue saved(kFileSystem, kLongPaths);
     for (const DWORD allowed : {0, 1}) {
-        if (!SetLongPaths(allowed)) {
-            findings.Fail("LongPathsEnabled cannot be set");
-        }
+        SetLongPaths(findings, allowed);
         for (const int length : {259, 260, 300, 1000}) {
             // A process asks for the setting once.
             RunningProgram child(PartCommand("file-long", {std::to_string(length)}));
@@ -338,12 +318,7 @@ void Digests(Findings& findings) {
 std::vector<Step> FileSteps() {
     return {
         {"7.7", "Names that Windows takes for something else are refused", Names, 60, nullptr, false},
-        {"7.8", "Paths beyond 260 characters", LongPaths, 90,
-         [] {
-             RestoreLongPaths();
-             RemoveWorkFolder();
-         },
-         false},
+        {"7.8", "Paths beyond 260 characters", LongPaths, 90, RestoreLongPaths, false},
         {"7.9", "A file that another program holds is waited for a quarter of a second", HeldFiles, 90,
          RemoveWorkFolder, false},
         {"7.10", "A working copy that a connection holds is not deleted, and is written over", HeldWorkingCopy, 60,

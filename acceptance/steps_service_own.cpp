@@ -27,13 +27,21 @@ void Report(std::uint32_t state) {
     platform::set_service_status(status_handle, {SERVICE_WIN32_OWN_PROCESS, state, kAcceptStopAndPower, 0, 0, 0, 0});
 }
 
+// For the step, from threads that no exception may leave. It misses what cannot be kept.
+void Tell(const std::string& words) {
+    try {
+        Keep(kTold, Kept(kTold) + words);
+    } catch (const std::exception&) {
+    }
+}
+
 std::uint32_t Handle(std::uint32_t control, std::uint32_t type, void* data, void*) {
     if (control == SERVICE_CONTROL_STOP) {
         Report(SERVICE_STOPPED);
         ::SetEvent(stopped);
     } else if (control == SERVICE_CONTROL_POWEREVENT && type == PBT_POWERSETTINGCHANGE && data != nullptr) {
         const auto& change = *static_cast<const platform::PowerSettingChange*>(data);
-        Keep(kTold, Kept(kTold) + "display " + std::to_string(change.data) + "; ");
+        Tell("display " + std::to_string(change.data) + "; ");
     }
     return NO_ERROR;
 }
@@ -47,11 +55,11 @@ void Main(std::uint32_t, wchar_t**) {
     }
     const bool registered = platform::register_power_setting(status_handle, GUID_CONSOLE_DISPLAY_STATE) != 0;
     ::Sleep(3000);  // the present state comes on the dispatcher's thread
-    Keep(kTold, Kept(kTold) + (registered ? "registered; " : "not registered; "));
+    Tell(registered ? "registered; " : "not registered; ");
     ::SetLastError(NO_ERROR);
     const bool unregistered = platform::unregister_power_setting(status_handle);
-    Keep(kTold,
-         Kept(kTold) + "unregistered: " + (unregistered ? "true" : "false") + ", " + ErrorText(::GetLastError()) + ".");
+    const DWORD error = ::GetLastError();
+    Tell(std::string("unregistered: ") + (unregistered ? "true" : "false") + ", " + ErrorText(error) + ".");
     ::WaitForSingleObject(stopped, INFINITE);
 }
 

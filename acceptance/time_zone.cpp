@@ -63,9 +63,7 @@ unsigned long ChangedZone::Set(const wchar_t* name) {
         }
         KeepNameAsStored(L"StandardName", zone.StandardName);
         KeepNameAsStored(L"DaylightName", zone.DaylightName);
-        if (!Keep(kJournal, std::string(reinterpret_cast<const char*>(&zone), sizeof zone))) {
-            return ERROR_CANTWRITE;
-        }
+        Keep(kJournal, std::string(reinterpret_cast<const char*>(&zone), sizeof zone));
     }
     const std::wstring key = std::wstring(L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Time Zones\\") + name;
     Rules rules = {};
