@@ -1,7 +1,6 @@
 #include "certificates.h"
 
 #include <cstring>
-#include <ctime>
 #include <stdexcept>
 
 #include "kit.h"

@@ -8,12 +8,10 @@
 #include "platform/text.h"
 #include "platform/windows/handles.h"
 #include "platform/windows/wide.h"
-#include "service/service_install.h"
+#include "product_service.h"
 
 namespace zorvalis::acceptance {
 namespace {
-
-using OwnedService = platform::Owned<::CloseServiceHandle, SC_HANDLE>;
 
 constexpr wchar_t kJournal[] = L"SOFTWARE\\zorv-acceptance";
 
@@ -59,8 +57,7 @@ std::string DataFolder() {
 }
 
 bool IsRegistered() {
-    const OwnedService manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
-    return OwnedService(::OpenServiceW(manager.get(), kServiceName, SERVICE_QUERY_STATUS)) != nullptr;
+    return OpenProduct(SERVICE_QUERY_STATUS) != nullptr;
 }
 
 void Keep(const std::string& name, const std::string& bytes) {

@@ -8,8 +8,6 @@
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <sstream>
 
 #include "kit.h"
@@ -20,23 +18,13 @@
 #include "platform/windows/wide.h"
 #include "process.h"
 #include "report.h"
+#include "work_folder.h"
 
 namespace zorvalis::acceptance {
 namespace {
 
 std::filesystem::path PathOf(const std::string& text) {
     return platform::to_wide(text);
-}
-
-std::string ReadAll(const std::string& path) {
-    std::ifstream file(PathOf(path), std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-bool WriteAll(const std::string& path, const std::string& text) {
-    std::ofstream file(PathOf(path), std::ios::binary | std::ios::trunc);
-    file << text;
-    return file.flush().good();
 }
 
 const Step* Find(const std::string& number) {
@@ -61,7 +49,7 @@ int RunOne(const std::string& number, const std::string& file) {
         std::fputs(ReportText({result}, true).c_str(), stdout);
         return findings.verdict() == Verdict::failed ? 1 : 0;
     }
-    return WriteAll(file, ToJson(findings)) ? 0 : 2;
+    return WriteText(file, ToJson(findings)) ? 0 : 2;
 }
 
 // In this process, so it must neither hang nor throw: what it does throw is told.
@@ -91,7 +79,7 @@ Result RunInProcess(const Step& step, const std::string& folder) {
     const Ended ended = RunProgram(
         Quoted(KitFolder() + "\\zorv-acceptance.exe") + " --step " + step.number + " --result " + Quoted(file),
         step.limit);
-    if (!ended.started || !ended.in_time || !FromJson(ReadAll(file), result)) {
+    if (!ended.started || !ended.in_time || !FromJson(ReadText(file), result)) {
         result.verdict = Verdict::failed;
         result.lines = {!ended.started   ? "FAILED: its process cannot be started: " + ErrorText(ended.code)
                         : !ended.in_time ? "FAILED: it did not end within " + std::to_string(step.limit) + " s"
@@ -147,8 +135,8 @@ int RestoreAll() {
 }
 
 bool WriteReport(const std::string& folder, const std::vector<Result>& results, bool ended) {
-    return WriteAll(folder + "\\report.txt", ReportText(results, ended)) &&
-           WriteAll(folder + "\\report.json", ReportJson(results, ended));
+    return WriteText(folder + "\\report.txt", ReportText(results, ended)) &&
+           WriteText(folder + "\\report.json", ReportJson(results, ended));
 }
 
 // On a thread of Windows' own; the kit ends behind it, and its step with it.

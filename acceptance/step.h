@@ -2,7 +2,6 @@
 // that it started when its time is over; the others go on.
 #pragma once
 
-#include <stdexcept>
 #include <string>
 #include <vector>
 

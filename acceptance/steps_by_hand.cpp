@@ -5,7 +5,6 @@
 #include <cstdlib>
 
 #include "collection/triggers.h"
-#include "common/registry.h"
 #include "kit.h"
 #include "package.h"
 #include "process.h"

@@ -5,7 +5,6 @@
 
 #include "common/files.h"
 #include "kit.h"
-#include "part.h"
 #include "platform/files.h"
 #include "platform/windows/wide.h"
 #include "process.h"

@@ -318,13 +318,13 @@ void Digests(Findings& findings) {
 std::vector<Step> FileSteps() {
     return {
         {"7.7", "Names that Windows takes for something else are refused", Names, 60, nullptr, false},
-        {"7.8", "Paths beyond 260 characters", LongPaths, 90, RestoreLongPaths, false},
+        {"7.8", "Paths beyond 260 characters work where LongPathsEnabled is 1", LongPaths, 90, RestoreLongPaths, false},
         {"7.9", "A file that another program holds is waited for a quarter of a second", HeldFiles, 90,
          RemoveWorkFolder, false},
         {"7.10", "A working copy that a connection holds is not deleted, and is written over", HeldWorkingCopy, 60,
          RemoveWorkFolder, false},
-        {"7.11", "A new file goes with its process until its text is in it", KilledWriter, 120, RemoveWorkFolder,
-         false},
+        {"7.11", "A new file goes when its process is ended before the text is in it", KilledWriter, 120,
+         RemoveWorkFolder, false},
         {"7.12", "Windows' provider computes the digests of files", Digests, 60, RemoveWorkFolder, false},
     };
 }

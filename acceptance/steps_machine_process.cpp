@@ -159,7 +159,7 @@ std::vector<Step> ProcessSteps() {
     return {
         {"7.23", "The process is protected as its headers ask", Protection, 60},
         {"7.24", "The pool of threads goes on when all its threads are busy", BusyPool, 120, nullptr, false},
-        {"7.25", "Passes one after the other end well, and what one costs", Passes, 200},
+        {"7.25", "Passes one after the other end well, and the report has what one costs", Passes, 200},
         {"7.26", "The running service keeps to its size", Growth, 60},
     };
 }

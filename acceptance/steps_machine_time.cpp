@@ -3,7 +3,6 @@
 
 #include <cstring>
 #include <ctime>
-#include <iterator>
 #include <string>
 
 #include "base/text.h"

@@ -6,7 +6,6 @@
 
 #include "collection/triggers.h"
 #include "common/registry.h"
-#include "kit.h"
 #include "package.h"
 #include "platform/service.h"
 #include "platform/windows/guid.h"

@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <cwchar>
+#include <stdexcept>
 #include <string>
 
 #include "kit.h"
@@ -49,10 +50,29 @@ void KeepNameAsStored(const wchar_t* value, wchar_t (&name)[32]) {
     }
 }
 
+// Nothing kept is a success.
+DWORD PutBack() {
+    const std::string bytes = Kept(kJournal);
+    DYNAMIC_TIME_ZONE_INFORMATION zone = {};
+    if (bytes.size() != sizeof zone) {
+        return ERROR_SUCCESS;
+    }
+    std::memcpy(&zone, bytes.data(), sizeof zone);
+    DYNAMIC_TIME_ZONE_INFORMATION now = {};
+    ::GetDynamicTimeZoneInformation(&now);
+    const bool unchanged = std::wcscmp(now.TimeZoneKeyName, zone.TimeZoneKeyName) == 0 && now.Bias == zone.Bias &&
+                           now.DynamicDaylightTimeDisabled == zone.DynamicDaylightTimeDisabled;
+    const DWORD error = unchanged ? ERROR_SUCCESS : Set(zone);
+    if (error == ERROR_SUCCESS) {
+        Forget(kJournal);
+    }
+    return error;
+}
+
 }  // namespace
 
 ChangedZone::~ChangedZone() {
-    RestoreZone();
+    PutBack();  // what cannot be put back stays kept, for --restore
 }
 
 unsigned long ChangedZone::Set(const wchar_t* name) {
@@ -86,17 +106,8 @@ unsigned long ChangedZone::Set(const wchar_t* name) {
 }
 
 void RestoreZone() {
-    const std::string bytes = Kept(kJournal);
-    DYNAMIC_TIME_ZONE_INFORMATION zone = {};
-    if (bytes.size() == sizeof zone) {
-        std::memcpy(&zone, bytes.data(), sizeof zone);
-        DYNAMIC_TIME_ZONE_INFORMATION now = {};
-        ::GetDynamicTimeZoneInformation(&now);
-        const bool unchanged = std::wcscmp(now.TimeZoneKeyName, zone.TimeZoneKeyName) == 0 && now.Bias == zone.Bias &&
-                               now.DynamicDaylightTimeDisabled == zone.DynamicDaylightTimeDisabled;
-        if (unchanged || acceptance::Set(zone) == ERROR_SUCCESS) {
-            Forget(kJournal);
-        }
+    if (const DWORD error = PutBack(); error != ERROR_SUCCESS) {
+        throw std::runtime_error("the time zone cannot be put back: " + ErrorText(error));
     }
 }
 
