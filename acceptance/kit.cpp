@@ -95,13 +95,13 @@ void Forget(const std::string& name) {
 bool IsAdministrator() {
     SID_IDENTIFIER_AUTHORITY authority = SECURITY_NT_AUTHORITY;
     PSID administrators = nullptr;
-    BOOL is_member = FALSE;
+    BOOL isMember = FALSE;
     if (::AllocateAndInitializeSid(&authority, 2, SECURITY_BUILTIN_DOMAIN_RID, DOMAIN_ALIAS_RID_ADMINS, 0, 0, 0, 0, 0,
                                    0, &administrators) != FALSE) {
-        ::CheckTokenMembership(nullptr, administrators, &is_member);
+        ::CheckTokenMembership(nullptr, administrators, &isMember);
         ::FreeSid(administrators);
     }
-    return is_member != FALSE;
+    return isMember != FALSE;
 }
 
 bool EnableRight(const wchar_t* name) {

@@ -67,7 +67,7 @@ bool Restore(const Step& step, const char* words) {
 
 Result RunInProcess(const Step& step, const std::string& folder) {
     Result result = {step.number, step.what, Verdict::failed, {}, 0};
-    if (step.needs_installed && !IsRegistered()) {
+    if (step.needsInstalled && !IsRegistered()) {
         result.verdict = Verdict::impossible;
         result.lines = {"not possible here: the product is not installed"};
         return result;
@@ -79,11 +79,11 @@ Result RunInProcess(const Step& step, const std::string& folder) {
     const Ended ended = RunProgram(
         Quoted(KitFolder() + "\\zorv-acceptance.exe") + " --step " + step.number + " --result " + Quoted(file),
         step.limit);
-    if (!ended.started || !ended.in_time || !FromJson(ReadText(file), result)) {
+    if (!ended.started || !ended.inTime || !FromJson(ReadText(file), result)) {
         result.verdict = Verdict::failed;
-        result.lines = {!ended.started   ? "FAILED: its process cannot be started: " + ErrorText(ended.code)
-                        : !ended.in_time ? "FAILED: it did not end within " + std::to_string(step.limit) + " s"
-                                         : "FAILED: its process ended early, with " + std::to_string(ended.code)};
+        result.lines = {!ended.started  ? "FAILED: its process cannot be started: " + ErrorText(ended.code)
+                        : !ended.inTime ? "FAILED: it did not end within " + std::to_string(step.limit) + " s"
+                                        : "FAILED: its process ended early, with " + std::to_string(ended.code)};
         std::istringstream saw(ended.output);
         for (std::string line; std::getline(saw, line);) {
             result.lines.push_back(line);
@@ -103,7 +103,7 @@ bool IsChosen(const Step& step, const std::vector<std::string>& chosen) {
             return true;
         }
     }
-    return chosen.empty() && !step.by_hand;
+    return chosen.empty() && !step.byHand;
 }
 
 // A run that was broken off, or of some groups alone, leaves the product installed.

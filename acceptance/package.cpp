@@ -132,7 +132,7 @@ std::uint32_t Installer(Findings& findings, const std::string& verb, const std::
         ::Sleep(10000);
         ended = RunProgram(command, kInstallerSeconds);
     }
-    if (!ended.started || !ended.in_time) {
+    if (!ended.started || !ended.inTime) {
         ShowErrors(findings);
         KeepLog(findings);
         findings.Fail("msiexec " + verb + " ends within its time" +
@@ -285,7 +285,7 @@ std::string Behavior(Findings& findings) {
         return "";
     }
     const std::size_t line = ended.output.find('\n');  // the first one names the column
-    if (!ended.in_time || ended.code != 0 || line == std::string::npos) {
+    if (!ended.inTime || ended.code != 0 || line == std::string::npos) {
         findings.Fail("zorvctl reads the rows: " + ended.output.substr(0, 300));
     }
     const std::string numbers = ended.output.substr(line + 1, ended.output.find_first_of("\r\n", line + 1) - line - 1);

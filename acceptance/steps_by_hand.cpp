@@ -77,7 +77,7 @@ std::vector<Step> ByHandSteps() {
          [](Findings& findings) { ExpectRow(findings, JOB_TRIGGER_SUSPEND); }, kLimit},
     };
     for (Step& step : steps) {
-        step.by_hand = true;
+        step.byHand = true;
     }
     return steps;
 }

@@ -139,6 +139,25 @@ void LongPaths(Findings& findings) {
                     "a program whose path is too long for the product goes on without it (" + line + ")");
 }
 
+// A file that is deleted while others have it open keeps its name until they close it.
+void NameOfDeletedFile(Findings& findings, const std::string& path, const std::string& other) {
+    WriteText(path, "text");
+    WriteText(other, "text");
+    OwnedHandle held = Open(other, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
+    FILE_DISPOSITION_INFO disposition = {TRUE};
+    if (held == nullptr ||
+        ::SetFileInformationByHandle(held.get(), FileDispositionInfo, &disposition, sizeof disposition) == FALSE) {
+        findings.Impossible("a file cannot be marked for deletion: " + ErrorText(::GetLastError()));
+    }
+    // Newer versions of Windows may give the name at once. Either is well: the text is never lost.
+    const bool given = platform::rename_file(path, other);
+    findings.Saw(given ? "a name that a deleted file still has is given at once"
+                       : "a name that a deleted file still has is not given");
+    held.reset();
+    findings.Expect((given || platform::rename_file(path, other)) && ReadText(other) == "text",
+                    "it is given at the latest when that file is closed, and the text is under it");
+}
+
 void HeldFiles(Findings& findings) {
     const WorkFolder folder;
     const std::string path = WorkFolder::Path("held.txt");
@@ -175,8 +194,8 @@ void HeldFiles(Findings& findings) {
         }
         findings.Saw("it took " + std::to_string(took) + " ms");
         // Let go while the product waits: it may come too late for that, so there are several tries.
-        bool in_time = false;
-        for (int tries = 0; tries < 20 && !in_time; ++tries) {
+        bool inTime = false;
+        for (int tries = 0; tries < 20 && !inTime; ++tries) {
             WriteText(path, "text");
             platform::remove_file(other);
             std::atomic<bool> gone = false;
@@ -186,28 +205,13 @@ void HeldFiles(Findings& findings) {
                 gone = true;
                 held.reset();
             });
-            const bool was_held = !gone;
-            in_time = act.act(path, other) && was_held;
+            const bool wasHeld = !gone;
+            inTime = act.act(path, other) && wasHeld;
             holder.join();
         }
-        findings.Expect(in_time, std::string("it is ") + act.what + " when the other lets go meanwhile");
+        findings.Expect(inTime, std::string("it is ") + act.what + " when the other lets go meanwhile");
     }
-    // A file that is deleted while others have it open keeps its name until they close it.
-    WriteText(path, "text");
-    WriteText(other, "text");
-    OwnedHandle held = Open(other, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
-    FILE_DISPOSITION_INFO disposition = {TRUE};
-    if (held == nullptr ||
-        ::SetFileInformationByHandle(held.get(), FileDispositionInfo, &disposition, sizeof disposition) == FALSE) {
-        findings.Impossible("a file cannot be marked for deletion: " + ErrorText(::GetLastError()));
-    }
-    // Newer versions of Windows may give the name at once. Either is well: the text is never lost.
-    const bool given = platform::rename_file(path, other);
-    findings.Saw(given ? "a name that a deleted file still has is given at once"
-                       : "a name that a deleted file still has is not given");
-    held.reset();
-    findings.Expect((given || platform::rename_file(path, other)) && ReadText(other) == "text",
-                    "it is given at the latest when that file is closed, and the text is under it");
+    NameOfDeletedFile(findings, path, other);
 }
 
 void HeldWorkingCopy(Findings& findings) {
@@ -216,13 +220,13 @@ void HeldWorkingCopy(Findings& findings) {
     handle.path = WorkFolder::Path("zorv-acceptance.db");
     decryptDBFast(handle, kDbKey);
     sqlite3* database = nullptr;
-    const auto is_made = [&] {
+    const auto isMade = [&] {
         return sqlite3_open(handle.cachedPath.c_str(), &database) == SQLITE_OK &&
                sqlite3_exec(database, "CREATE TABLE made(a); INSERT INTO made VALUES(7)", nullptr, nullptr, nullptr) ==
                    SQLITE_OK &&
                sqlite3_close(database) == SQLITE_OK;
     };
-    if (!is_made()) {
+    if (!isMade()) {
         findings.Fail("a database cannot be made in " + handle.cachedPath);
     }
     encryptDBFast(handle, kDbKey);

@@ -130,9 +130,9 @@ void Passes(Findings& findings) {
         const ULONGLONG begin = ::GetTickCount64();
         const Ended pass = RunProgram(command, 60);
         times.push_back(::GetTickCount64() - begin);
-        if (!pass.started || !pass.in_time || pass.code != 0) {
+        if (!pass.started || !pass.inTime || pass.code != 0) {
             good = false;
-            findings.Saw("a pass ended with " + std::to_string(pass.code) + (pass.in_time ? "" : ", not in time"));
+            findings.Saw("a pass ended with " + std::to_string(pass.code) + (pass.inTime ? "" : ", not in time"));
             break;
         }
     }

@@ -51,12 +51,12 @@ bool Exchange::HasLine(const std::string& begin) const {
 }
 
 Exchange Post(const std::string& host, const std::string& path, const std::string& body, bool secure,
-              std::int32_t receive_timeout) {
+              std::int32_t receiveTimeout) {
     Exchange exchange;
     const auto post = [&] {
         auto* const call = secure ? HttpSSLPost : HttpPost;
         exchange.result =
-            call(host, path, body, kJsonContent, kConnectTimeout, kTransferTimeout, receive_timeout, &exchange.report);
+            call(host, path, body, kJsonContent, kConnectTimeout, kTransferTimeout, receiveTimeout, &exchange.report);
     };
     if (IsWine()) {  // whose trace sessions take nothing
         post();
@@ -91,7 +91,7 @@ void NeedTls(Findings& findings, PCCERT_CONTEXT certificate) {
 std::string FirstLines(const LoopbackServer& server) {
     std::string text;
     for (const Request& request : server.heard()) {
-        text += (text.empty() ? "" : "; ") + request.first_line();
+        text += (text.empty() ? "" : "; ") + request.firstLine();
     }
     return text;
 }

@@ -93,7 +93,7 @@ void RecordsByAPass(Findings& findings) {
     WriteRegString(kLocalMachine, kProductKey, L"FakeManufacturingDate", date);
     WriteRegString(kLocalMachine, kProductKey, L"BGSERVER_URL", L"localhost");
     const Ended pass = RunProgram(Quoted(ProgramFolder() + "\\ZorvalisWinService.exe") + " -j0", 60);
-    findings.Expect(pass.in_time && pass.code == 0, "a pass ends in time, with 0");
+    findings.Expect(pass.inTime && pass.code == 0, "a pass ends in time, with 0");
     const auto records = Records();
     const bool made = findings.Expect(
         std::any_of(records.begin(), records.end(),

@@ -39,7 +39,7 @@ public:
         const Ended ended = RunProgram(Quoted(path) + " " + option, 60);
         std::string output = ended.output;
         std::erase_if(output, [](char each) { return each == '\r' || each == '\n'; });
-        findings_.Expect(ended.started && ended.in_time, std::string(option) + " ends in time");
+        findings_.Expect(ended.started && ended.inTime, std::string(option) + " ends in time");
         findings_.ExpectNumber(ended.code, 0, std::string("the exit code of ") + option);
         findings_.ExpectText(output, words, "its words");
     }

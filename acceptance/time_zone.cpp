@@ -17,8 +17,8 @@ constexpr char kJournal[] = "time zone";
 // How a zone's rules lie in its value TZI.
 struct Rules {
     LONG bias;
-    LONG standard_bias;
-    LONG daylight_bias;
+    LONG standardBias;
+    LONG daylightBias;
     SYSTEMTIME standard;
     SYSTEMTIME daylight;
 };
@@ -95,8 +95,8 @@ unsigned long ChangedZone::Set(const wchar_t* name) {
     }
     zone = {};
     zone.Bias = rules.bias;
-    zone.StandardBias = rules.standard_bias;
-    zone.DaylightBias = rules.daylight_bias;
+    zone.StandardBias = rules.standardBias;
+    zone.DaylightBias = rules.daylightBias;
     zone.StandardDate = rules.standard;
     zone.DaylightDate = rules.daylight;
     std::wcsncpy(zone.TimeZoneKeyName, name, std::size(zone.TimeZoneKeyName) - 1);
