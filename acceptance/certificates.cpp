@@ -1,7 +1,6 @@
 #include "certificates.h"
 
 #include <cstring>
-#include <ctime>
 #include <stdexcept>
 
 #include "kit.h"
@@ -145,9 +144,9 @@ Authority::Key::Key(const wchar_t* container) : container_(container) {
     DWORD size = 0;
     Check(::CryptExportPublicKeyInfo(provider, AT_KEYEXCHANGE, X509_ASN_ENCODING, nullptr, &size),
           "CryptExportPublicKeyInfo");
-    public_info.resize(size);
+    publicInfo.resize(size);
     Check(::CryptExportPublicKeyInfo(provider, AT_KEYEXCHANGE, X509_ASN_ENCODING,
-                                     reinterpret_cast<CERT_PUBLIC_KEY_INFO*>(public_info.data()), &size),
+                                     reinterpret_cast<CERT_PUBLIC_KEY_INFO*>(publicInfo.data()), &size),
           "CryptExportPublicKeyInfo");
 }
 
@@ -159,7 +158,7 @@ Authority::Key::~Key() {
 Authority::Authority() : own_(kAuthorityKey), servers_(kServerKey) {
     // A name of its own, lest Windows take it for one that it has seen with another key.
     name_ = Name((std::wstring(L"CN=") + kAuthorityName + L" " + std::to_wstring(::GetTickCount64())).c_str());
-    CERT_INFO info = Content(name_, name_, own_.public_info, serial_);
+    CERT_INFO info = Content(name_, name_, own_.publicInfo, serial_);
     info.NotBefore = InDays(-30);
     info.NotAfter = InDays(30);
     CERT_BASIC_CONSTRAINTS2_INFO constraints = {TRUE, FALSE, 0};
@@ -192,28 +191,28 @@ void Authority::Trust() {
           "CertAddCertificateContextToStore");
 }
 
-OwnedCertificate Authority::Issue(const std::string& host, int from_day, int to_day, const std::string& revocations) {
+OwnedCertificate Authority::Issue(const std::string& host, int fromDay, int toDay, const std::string& revocations) {
     std::vector<BYTE> subject = Name((L"CN=\"zorv-acceptance server of " + platform::to_wide(host) + L"\"").c_str());
     ++serial_;
-    CERT_INFO info = Content(name_, subject, servers_.public_info, serial_);
-    info.NotBefore = InDays(from_day);
-    info.NotAfter = InDays(to_day);
+    CERT_INFO info = Content(name_, subject, servers_.publicInfo, serial_);
+    info.NotBefore = InDays(fromDay);
+    info.NotAfter = InDays(toDay);
 
     Extensions extensions;
     extensions.AddUsage(CERT_DIGITAL_SIGNATURE_KEY_USAGE | CERT_KEY_ENCIPHERMENT_KEY_USAGE);
     char* purpose = const_cast<char*>(szOID_PKIX_KP_SERVER_AUTH);
     CERT_ENHKEY_USAGE purposes = {1, &purpose};
     extensions.Add(szOID_ENHANCED_KEY_USAGE, false, X509_ENHANCED_KEY_USAGE, &purposes);
-    std::wstring wide_host = platform::to_wide(host);
-    CERT_ALT_NAME_ENTRY host_entry = Alternative(CERT_ALT_NAME_DNS_NAME, wide_host);
-    CERT_ALT_NAME_INFO hosts = {1, &host_entry};
+    std::wstring wideHost = platform::to_wide(host);
+    CERT_ALT_NAME_ENTRY hostEntry = Alternative(CERT_ALT_NAME_DNS_NAME, wideHost);
+    CERT_ALT_NAME_INFO hosts = {1, &hostEntry};
     extensions.Add(szOID_SUBJECT_ALT_NAME2, false, X509_ALTERNATE_NAME, &hosts);
     if (!revocations.empty()) {
         std::wstring address = platform::to_wide(revocations);
-        CERT_ALT_NAME_ENTRY address_entry = Alternative(CERT_ALT_NAME_URL, address);
+        CERT_ALT_NAME_ENTRY addressEntry = Alternative(CERT_ALT_NAME_URL, address);
         CRL_DIST_POINT point = {};
         point.DistPointName.dwDistPointNameChoice = CRL_DIST_POINT_FULL_NAME;
-        point.DistPointName.FullName = {1, &address_entry};
+        point.DistPointName.FullName = {1, &addressEntry};
         CRL_DIST_POINTS_INFO points = {1, &point};
         extensions.Add(szOID_CRL_DIST_POINTS, false, X509_CRL_DIST_POINTS, &points);
     }
@@ -275,11 +274,11 @@ HRESULT VerdictOf(PCCERT_CONTEXT certificate, const std::string& host) {
         ::CertGetCertificateChain(HCCE_LOCAL_MACHINE, certificate, nullptr, nullptr, &wanted, kFlags, nullptr, &chain),
         "CertGetCertificateChain");
     const OwnedChain owned(chain);
-    std::wstring wide_host = platform::to_wide(host);
+    std::wstring wideHost = platform::to_wide(host);
     HTTPSPolicyCallbackData server = {};
     server.cbStruct = sizeof server;
     server.dwAuthType = AUTHTYPE_SERVER;
-    server.pwszServerName = wide_host.data();
+    server.pwszServerName = wideHost.data();
     CERT_CHAIN_POLICY_PARA policy = {};
     policy.cbSize = sizeof policy;
     policy.pvExtraPolicyPara = &server;

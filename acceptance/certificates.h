@@ -30,7 +30,7 @@ public:
 
     // A server's certificate for `host`, valid from and to so many days from now. `revocations` is the address of the
     // list that names the certificates that were revoked.
-    OwnedCertificate Issue(const std::string& host, int from_day, int to_day, const std::string& revocations = "");
+    OwnedCertificate Issue(const std::string& host, int fromDay, int toDay, const std::string& revocations = "");
 
     // That list, with this certificate in it; as bytes.
     std::string RevocationList(PCCERT_CONTEXT revoked);
@@ -48,7 +48,7 @@ private:
         Key& operator=(const Key&) = delete;
 
         HCRYPTPROV provider = 0;
-        std::vector<BYTE> public_info;  // a CERT_PUBLIC_KEY_INFO and what it points to
+        std::vector<BYTE> publicInfo;  // a CERT_PUBLIC_KEY_INFO and what it points to
 
     private:
         const wchar_t* const container_;

@@ -175,12 +175,12 @@ private:
                                   ASC_REQ_EXTENDED_ERROR | ASC_REQ_ALLOCATE_MEMORY | ASC_REQ_STREAM;
         SecBuffer in[2] = {BufferOf(SECBUFFER_TOKEN, received_.data(), received_.size()), BufferOf(SECBUFFER_EMPTY)};
         SecBuffer out[1] = {BufferOf(SECBUFFER_TOKEN)};
-        SecBufferDesc in_message = {SECBUFFER_VERSION, 2, in};
-        SecBufferDesc out_message = {SECBUFFER_VERSION, 1, out};
+        SecBufferDesc inMessage = {SECBUFFER_VERSION, 2, in};
+        SecBufferDesc outMessage = {SECBUFFER_VERSION, 1, out};
         ULONG given = 0;
         const SECURITY_STATUS status =
-            ::AcceptSecurityContext(&credentials_.handle, made_ ? &context_ : nullptr, &in_message, kWanted, 0,
-                                    &context_, &out_message, &given, nullptr);
+            ::AcceptSecurityContext(&credentials_.handle, made_ ? &context_ : nullptr, &inMessage, kWanted, 0,
+                                    &context_, &outMessage, &given, nullptr);
         made_ = made_ || status == SEC_E_OK || status == SEC_I_CONTINUE_NEEDED;
         if (out[0].pvBuffer != nullptr) {
             below_->Write({static_cast<const char*>(out[0].pvBuffer), out[0].cbBuffer});
@@ -221,13 +221,13 @@ long TlsStatus(PCCERT_CONTEXT certificate) {
     char nonsense[] = "no hello of a client";
     SecBuffer in[2] = {BufferOf(SECBUFFER_TOKEN, nonsense, sizeof nonsense), BufferOf(SECBUFFER_EMPTY)};
     SecBuffer out[1] = {BufferOf(SECBUFFER_TOKEN)};
-    SecBufferDesc in_message = {SECBUFFER_VERSION, 2, in};
-    SecBufferDesc out_message = {SECBUFFER_VERSION, 1, out};
+    SecBufferDesc inMessage = {SECBUFFER_VERSION, 2, in};
+    SecBufferDesc outMessage = {SECBUFFER_VERSION, 1, out};
     CtxtHandle context = {};
     ULONG given = 0;
     const SECURITY_STATUS status =
-        ::AcceptSecurityContext(&credentials.handle, nullptr, &in_message, ASC_REQ_ALLOCATE_MEMORY | ASC_REQ_STREAM, 0,
-                                &context, &out_message, &given, nullptr);
+        ::AcceptSecurityContext(&credentials.handle, nullptr, &inMessage, ASC_REQ_ALLOCATE_MEMORY | ASC_REQ_STREAM, 0,
+                                &context, &outMessage, &given, nullptr);
     if (out[0].pvBuffer != nullptr) {
         ::FreeContextBuffer(out[0].pvBuffer);
     }

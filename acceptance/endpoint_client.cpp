@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <atomic>
 #include <tuple>
 #include <utility>
 

@@ -2,13 +2,11 @@
 // NDR64, which is made as Windows' own compiler makes one.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <vector>
 
 #include "step.h"
 #include "zorvalis_client.h"

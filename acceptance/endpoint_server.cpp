@@ -169,8 +169,8 @@ void Control(platform::RpcContext, const wchar_t* input, wchar_t* output, std::i
     }
 }
 
-BOOL WINAPI Derive(const wchar_t*, PSID** groups, DWORD* group_count, PSID** sids, DWORD* count) {
-    return doubles::derive_capabilities(1, groups, group_count, sids, count);
+BOOL WINAPI Derive(const wchar_t*, PSID** groups, DWORD* groupCount, PSID** sids, DWORD* count) {
+    return doubles::derive_capabilities(1, groups, groupCount, sids, count);
 }
 
 FARPROC WINAPI Find(HMODULE library, const char* name) {

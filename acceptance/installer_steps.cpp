@@ -5,8 +5,8 @@
 #include <tlhelp32.h>
 
 #include "kit.h"
+#include "platform/text.h"
 #include "platform/windows/handles.h"
-#include "platform/windows/wide.h"
 #include "user_token.h"
 
 namespace zorvalis::acceptance {

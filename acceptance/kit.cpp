@@ -3,16 +3,15 @@
 #include <windows.h>
 
 #include <filesystem>
+#include <stdexcept>
 
 #include "platform/text.h"
 #include "platform/windows/handles.h"
 #include "platform/windows/wide.h"
-#include "service/service_install.h"
+#include "product_service.h"
 
 namespace zorvalis::acceptance {
 namespace {
-
-using OwnedService = platform::Owned<::CloseServiceHandle, SC_HANDLE>;
 
 constexpr wchar_t kJournal[] = L"SOFTWARE\\zorv-acceptance";
 
@@ -58,13 +57,16 @@ std::string DataFolder() {
 }
 
 bool IsRegistered() {
-    const OwnedService manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
-    return OwnedService(::OpenServiceW(manager.get(), kServiceName, SERVICE_QUERY_STATUS)) != nullptr;
+    return OpenProduct(SERVICE_QUERY_STATUS) != nullptr;
 }
 
-bool Keep(const std::string& name, const std::string& bytes) {
-    return ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, kJournal, platform::to_wide(name).c_str(), REG_BINARY, bytes.data(),
-                             static_cast<DWORD>(bytes.size())) == ERROR_SUCCESS;
+void Keep(const std::string& name, const std::string& bytes) {
+    const LSTATUS status = ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, kJournal, platform::to_wide(name).c_str(), REG_BINARY,
+                                             bytes.data(), static_cast<DWORD>(bytes.size()));
+    if (status != ERROR_SUCCESS) {
+        throw std::runtime_error("\"" + name +
+                                 "\" cannot be kept in the registry: " + ErrorText(static_cast<unsigned long>(status)));
+    }
 }
 
 std::string Kept(const std::string& name) {
@@ -93,13 +95,13 @@ void Forget(const std::string& name) {
 bool IsAdministrator() {
     SID_IDENTIFIER_AUTHORITY authority = SECURITY_NT_AUTHORITY;
     PSID administrators = nullptr;
-    BOOL is_member = FALSE;
+    BOOL isMember = FALSE;
     if (::AllocateAndInitializeSid(&authority, 2, SECURITY_BUILTIN_DOMAIN_RID, DOMAIN_ALIAS_RID_ADMINS, 0, 0, 0, 0, 0,
                                    0, &administrators) != FALSE) {
-        ::CheckTokenMembership(nullptr, administrators, &is_member);
+        ::CheckTokenMembership(nullptr, administrators, &isMember);
         ::FreeSid(administrators);
     }
-    return is_member != FALSE;
+    return isMember != FALSE;
 }
 
 bool EnableRight(const wchar_t* name) {

@@ -21,8 +21,8 @@ bool IsRegistered();
 
 // What must outlive a step, and the kit if it is ended or the machine restarts: bytes by name, in the registry under
 // HKEY_LOCAL_MACHINE\SOFTWARE\zorv-acceptance. The key goes with the last name.
-bool Keep(const std::string& name, const std::string& bytes);
-std::string Kept(const std::string& name);  // empty when there is none
+void Keep(const std::string& name, const std::string& bytes);  // raises std::runtime_error when it cannot
+std::string Kept(const std::string& name);                     // empty when there is none
 void Forget(const std::string& name);
 
 // Kept while the product is on this machine because the kit has put it there: only then may the kit change or remove

@@ -47,7 +47,7 @@ SOCKET ConnectedTo(std::uint16_t port) {
 
 }  // namespace
 
-std::string Request::one_line() const {
+std::string Request::oneLine() const {
     std::string text = head;
     for (std::size_t end = text.find("\r\n"); end != std::string::npos; end = text.find("\r\n")) {
         text.replace(end, 2, " | ");
@@ -166,8 +166,8 @@ void LoopbackServer::ServeOne(SOCKET socket) {
     answer_(*client, request);
 }
 
-std::string HttpAnswer(int status, const std::string& body, const std::string& more_lines) {
-    return "HTTP/1.1 " + std::to_string(status) + " Said\r\nConnection: close\r\n" + more_lines +
+std::string HttpAnswer(int status, const std::string& body, const std::string& moreLines) {
+    return "HTTP/1.1 " + std::to_string(status) + " Said\r\nConnection: close\r\n" + moreLines +
            (status == 204 ? "" : "Content-Length: " + std::to_string(body.size()) + "\r\n") + "\r\n" + body;
 }
 

@@ -18,8 +18,8 @@ struct Request {
     std::string head;  // all lines before the empty one
     std::string body;
 
-    std::string one_line() const;  // for the report
-    std::string first_line() const { return head.substr(0, head.find('\r')); }
+    std::string oneLine() const;  // for the report
+    std::string firstLine() const { return head.substr(0, head.find('\r')); }
     // Whether a line begins so; with its line's end, whether it is that line.
     bool has(const std::string& begin) const { return (head + "\r\n").find("\r\n" + begin) != std::string::npos; }
 };
@@ -62,7 +62,7 @@ private:
 };
 
 // An answer as a server of HTTP gives it, with its length.
-std::string HttpAnswer(int status, const std::string& body, const std::string& more_lines = "");
+std::string HttpAnswer(int status, const std::string& body, const std::string& moreLines = "");
 
 // Carries bytes both ways between the client and a port of this machine until one of them ends.
 void LeadTo(Connection& client, std::uint16_t port);

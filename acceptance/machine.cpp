@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "kit.h"
-#include "platform/windows/wide.h"
+#include "platform/text.h"
 
 namespace zorvalis::acceptance {
 namespace {

@@ -8,8 +8,6 @@
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <sstream>
 
 #include "kit.h"
@@ -20,23 +18,13 @@
 #include "platform/windows/wide.h"
 #include "process.h"
 #include "report.h"
+#include "work_folder.h"
 
 namespace zorvalis::acceptance {
 namespace {
 
 std::filesystem::path PathOf(const std::string& text) {
     return platform::to_wide(text);
-}
-
-std::string ReadAll(const std::string& path) {
-    std::ifstream file(PathOf(path), std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-bool WriteAll(const std::string& path, const std::string& text) {
-    std::ofstream file(PathOf(path), std::ios::binary | std::ios::trunc);
-    file << text;
-    return file.flush().good();
 }
 
 const Step* Find(const std::string& number) {
@@ -61,7 +49,7 @@ int RunOne(const std::string& number, const std::string& file) {
         std::fputs(ReportText({result}, true).c_str(), stdout);
         return findings.verdict() == Verdict::failed ? 1 : 0;
     }
-    return WriteAll(file, ToJson(findings)) ? 0 : 2;
+    return WriteText(file, ToJson(findings)) ? 0 : 2;
 }
 
 // In this process, so it must neither hang nor throw: what it does throw is told.
@@ -79,7 +67,7 @@ bool Restore(const Step& step, const char* words) {
 
 Result RunInProcess(const Step& step, const std::string& folder) {
     Result result = {step.number, step.what, Verdict::failed, {}, 0};
-    if (step.needs_installed && !IsRegistered()) {
+    if (step.needsInstalled && !IsRegistered()) {
         result.verdict = Verdict::impossible;
         result.lines = {"not possible here: the product is not installed"};
         return result;
@@ -91,11 +79,11 @@ Result RunInProcess(const Step& step, const std::string& folder) {
     const Ended ended = RunProgram(
         Quoted(KitFolder() + "\\zorv-acceptance.exe") + " --step " + step.number + " --result " + Quoted(file),
         step.limit);
-    if (!ended.started || !ended.in_time || !FromJson(ReadAll(file), result)) {
+    if (!ended.started || !ended.inTime || !FromJson(ReadText(file), result)) {
         result.verdict = Verdict::failed;
-        result.lines = {!ended.started   ? "FAILED: its process cannot be started: " + ErrorText(ended.code)
-                        : !ended.in_time ? "FAILED: it did not end within " + std::to_string(step.limit) + " s"
-                                         : "FAILED: its process ended early, with " + std::to_string(ended.code)};
+        result.lines = {!ended.started  ? "FAILED: its process cannot be started: " + ErrorText(ended.code)
+                        : !ended.inTime ? "FAILED: it did not end within " + std::to_string(step.limit) + " s"
+                                        : "FAILED: its process ended early, with " + std::to_string(ended.code)};
         std::istringstream saw(ended.output);
         for (std::string line; std::getline(saw, line);) {
             result.lines.push_back(line);
@@ -115,7 +103,7 @@ bool IsChosen(const Step& step, const std::vector<std::string>& chosen) {
             return true;
         }
     }
-    return chosen.empty() && !step.by_hand;
+    return chosen.empty() && !step.byHand;
 }
 
 // A run that was broken off, or of some groups alone, leaves the product installed.
@@ -147,8 +135,8 @@ int RestoreAll() {
 }
 
 bool WriteReport(const std::string& folder, const std::vector<Result>& results, bool ended) {
-    return WriteAll(folder + "\\report.txt", ReportText(results, ended)) &&
-           WriteAll(folder + "\\report.json", ReportJson(results, ended));
+    return WriteText(folder + "\\report.txt", ReportText(results, ended)) &&
+           WriteText(folder + "\\report.json", ReportJson(results, ended));
 }
 
 // On a thread of Windows' own; the kit ends behind it, and its step with it.

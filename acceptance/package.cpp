@@ -7,7 +7,6 @@
 #include <ctime>
 #include <deque>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <sstream>
 
@@ -22,6 +21,7 @@
 #include "platform/windows/wide.h"
 #include "polling.h"
 #include "process.h"
+#include "work_folder.h"
 
 namespace zorvalis::acceptance {
 namespace {
@@ -33,16 +33,7 @@ constexpr wchar_t kPrograms[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\
 constexpr wchar_t kEnvironment[] = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Environment";
 constexpr const char* kWrittenByService[] = {"ISSERVICERUNNING", "NEEDRELOAD_SETTING_FILE", "SERVICEVERSION",
                                              "SKIP_ONPOWEREVENT", "WMIEVENTID"};
-constexpr const char* kHardware[] = {"ZorvWinIo64.dll", "hardware.json"};
-
-fs::path PathOf(const std::string& folder, const char* name) {
-    return platform::to_wide(folder + "\\" + name);
-}
-
-std::string BytesOf(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
+constexpr const char* kHardware[] = {"\\ZorvWinIo64.dll", "\\hardware.json"};
 
 std::string LogPath() {
     wchar_t folder[MAX_PATH + 1] = {};
@@ -52,7 +43,7 @@ std::string LogPath() {
 
 // Windows Installer writes UTF-16, Wine's the same.
 std::string LogText() {
-    const std::string bytes = BytesOf(platform::to_wide(LogPath()));
+    const std::string bytes = ReadText(LogPath());
     std::wstring wide(bytes.size() / sizeof(wchar_t), L'\0');
     std::copy_n(bytes.data(), wide.size() * sizeof(wchar_t), reinterpret_cast<char*>(wide.data()));
     return platform::to_utf8(wide);
@@ -126,7 +117,7 @@ void ReadPrograms(REGSAM view, std::vector<Program>& programs) {
 std::string SetupLog() {
     wchar_t windows[MAX_PATH] = {};
     ::GetSystemWindowsDirectoryW(windows, MAX_PATH);
-    return BytesOf(PathOf(platform::to_utf8(windows), "Logs\\Zorvalis-setup.log"));
+    return ReadText(platform::to_utf8(windows) + "\\Logs\\Zorvalis-setup.log");
 }
 
 std::uint32_t Installer(Findings& findings, const std::string& verb, const std::string& package,
@@ -141,7 +132,7 @@ std::uint32_t Installer(Findings& findings, const std::string& verb, const std::
         ::Sleep(10000);
         ended = RunProgram(command, kInstallerSeconds);
     }
-    if (!ended.started || !ended.in_time) {
+    if (!ended.started || !ended.inTime) {
         ShowErrors(findings);
         KeepLog(findings);
         findings.Fail("msiexec " + verb + " ends within its time" +
@@ -176,6 +167,13 @@ std::string InstalledCode() {
 void NeedPackages(Findings& findings) {
     if (NewPackage().empty() || OldPackage().empty()) {
         findings.Impossible("the two packages (.msi) do not lie beside zorv-acceptance.exe");
+    }
+}
+
+void NeedNoProduct(Findings& findings) {
+    NeedPackages(findings);
+    for (const std::string& trace : TracesOfProduct()) {
+        findings.Impossible("the machine has of the product already: " + trace);
     }
 }
 
@@ -219,6 +217,13 @@ std::vector<std::string> TracesOfProduct() {
     return traces;
 }
 
+void ExpectTakenBack(Findings& findings) {
+    Until(10, [] { return TracesOfProduct().empty(); });  // others may look at the service at this moment
+    for (const std::string& trace : TracesOfProduct()) {
+        findings.Expect(false, "the failed installation has taken back " + trace);
+    }
+}
+
 bool HasOthersRecords() {
     std::vector<std::wstring> keys;
     std::vector<platform::RegistryValue> values;
@@ -237,7 +242,8 @@ std::map<std::string, std::string> Records() {
     for (fs::recursive_directory_iterator entry(platform::to_wide(DataFolder()), error), end; !error && entry != end;
          entry.increment(error)) {
         if (entry->is_regular_file()) {
-            records[platform::to_utf8(entry->path().wstring())] = BytesOf(entry->path());
+            const std::string path = platform::to_utf8(entry->path().wstring());
+            records[path] = ReadText(path);
         }
     }
     return records;
@@ -279,7 +285,7 @@ std::string Behavior(Findings& findings) {
         return "";
     }
     const std::size_t line = ended.output.find('\n');  // the first one names the column
-    if (!ended.in_time || ended.code != 0 || line == std::string::npos) {
+    if (!ended.inTime || ended.code != 0 || line == std::string::npos) {
         findings.Fail("zorvctl reads the rows: " + ended.output.substr(0, 300));
     }
     const std::string numbers = ended.output.substr(line + 1, ended.output.find_first_of("\r\n", line + 1) - line - 1);
@@ -310,7 +316,7 @@ std::string MachineText(const std::wstring& key, const std::wstring& value) {
 
 // The library keeps the device's identity in hardware.json, where a notebook has a memory of its own for it.
 bool PutHardwareLibrary() {
-    Json answers = Json::parse(BytesOf(PathOf(KitFolder(), kHardware[1])), nullptr, false);
+    Json answers = Json::parse(ReadText(KitFolder() + kHardware[1]), nullptr, false);
     if (!answers.is_object()) {
         return false;
     }
@@ -320,15 +326,14 @@ bool PutHardwareLibrary() {
     char made[32] = {};
     std::strftime(made, sizeof made, "%Y-%m-%d %H:%M:%S", std::gmtime(&lastMonth));
     answers["GPNV_ManufacturedTime"] = made;
-    std::ofstream file(PathOf(ProgramFolder(), kHardware[1]), std::ios::binary);
-    file << answers.dump(4);
-    return file.flush().good() && ::CopyFileW(PathOf(KitFolder(), kHardware[0]).c_str(),
-                                              PathOf(ProgramFolder(), kHardware[0]).c_str(), FALSE) != FALSE;
+    return WriteText(ProgramFolder() + kHardware[1], answers.dump(4)) &&
+           ::CopyFileW(platform::to_wide(KitFolder() + kHardware[0]).c_str(),
+                       platform::to_wide(ProgramFolder() + kHardware[0]).c_str(), FALSE) != FALSE;
 }
 
 void TakeHardwareLibrary() {
     for (const char* name : kHardware) {
-        const fs::path path = PathOf(ProgramFolder(), name);
+        const std::wstring path = platform::to_wide(ProgramFolder() + name);
         // The service or a pass may have it loaded for a moment.
         Until(10, [&] { return ::DeleteFileW(path.c_str()) != FALSE || ::GetLastError() != ERROR_ACCESS_DENIED; });
     }

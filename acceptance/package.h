@@ -31,6 +31,9 @@ std::string InstalledCode();
 // Ends the step as not possible where the kit has not both packages.
 void NeedPackages(Findings& findings);
 
+// The same, and where something of the product is on the machine.
+void NeedNoProduct(Findings& findings);
+
 // Ends the step as not possible where the product is there, but was not put there by the kit.
 void NeedOwnInstallation(Findings& findings);
 
@@ -43,6 +46,9 @@ std::vector<Program> InstalledPrograms();
 // What of the product is on the machine, a line each: files, service, event source, folder on the PATH, program entry.
 // Records and registry values of the product are not among them.
 std::vector<std::string> TracesOfProduct();
+
+// Expects that a failed installation has left none of them.
+void ExpectTakenBack(Findings& findings);
 
 // Whether records or settings lie here that the kit has not made, as after a removal that keeps them. The kit would
 // delete them at its end.

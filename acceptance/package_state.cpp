@@ -103,7 +103,7 @@ std::string AccessText(const std::string& path) {
         FALSE) {
         return "";
     }
-    const OwnedMemory owned_text(text);
+    const OwnedMemory ownedText(text);
     return platform::to_utf8(text);
 }
 
@@ -207,7 +207,7 @@ void ExpectEventSource(Findings& findings) {
 void ExpectPath(Findings& findings) {
     findings.ExpectNumber(TimesOnPath(), 1, "times that the machine's PATH has the folder");
     const Ended version = RunProgram(Quoted(ProgramFolder() + "\\zorvctl.exe") + " --version", 30);
-    findings.Expect(version.in_time && version.code == 0, "zorvctl runs: " + version.output.substr(0, 100));
+    findings.Expect(version.inTime && version.code == 0, "zorvctl runs: " + version.output.substr(0, 100));
 }
 
 }  // namespace zorvalis::acceptance

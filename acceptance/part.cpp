@@ -19,7 +19,7 @@ const Part*& First() {
 
 }  // namespace
 
-Part::Part(const char* part_name, Run* part_run) : name(part_name), run(part_run), next(First()) {
+Part::Part(const char* partName, Run* partRun) : name(partName), run(partRun), next(First()) {
     First() = this;
 }
 

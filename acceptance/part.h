@@ -10,7 +10,7 @@ namespace zorvalis::acceptance {
 struct Part {
     using Run = int(const std::vector<std::string>& arguments);
 
-    Part(const char* part_name, Run* part_run);
+    Part(const char* partName, Run* partRun);
 
     const char* name;
     Run* run;

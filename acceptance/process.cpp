@@ -69,9 +69,9 @@ Ended RunProgram(const std::string& command, int seconds) {
     const platform::OwnedHandle thread(process.hThread);
     ::AssignProcessToJobObject(job.get(), process.hProcess);
     ::ResumeThread(process.hThread);
-    ended.in_time = ::WaitForSingleObject(process.hProcess, static_cast<DWORD>(seconds) * 1000) == WAIT_OBJECT_0;
+    ended.inTime = ::WaitForSingleObject(process.hProcess, static_cast<DWORD>(seconds) * 1000) == WAIT_OBJECT_0;
     ::TerminateJobObject(job.get(), ERROR_TIMEOUT);  // also what the program has started and left behind
-    if (!ended.in_time) {
+    if (!ended.inTime) {
         ::TerminateProcess(process.hProcess, ERROR_TIMEOUT);
         ::WaitForSingleObject(process.hProcess, 10000);
     }

@@ -8,7 +8,7 @@ namespace zorvalis::acceptance {
 
 struct Ended {
     bool started = false;
-    bool in_time = false;    // else it was ended, with all that it had started
+    bool inTime = false;     // else it was ended, with all that it had started
     std::uint32_t code = 0;  // its exit code; the Windows error when it could not be started
     std::string output;      // both streams, as bytes, at most a megabyte
 };

@@ -9,7 +9,6 @@
 
 #include "kit.h"
 #include "platform/text.h"
-#include "platform/windows/handles.h"
 
 namespace zorvalis::acceptance {
 namespace {
@@ -36,33 +35,44 @@ std::string Read(const std::wstring& key, const std::wstring& value) {
     return std::string(reinterpret_cast<const char*>(&type), sizeof type) + std::string(data.data(), size);
 }
 
+// What is kept goes only when the value is as it was. Nothing kept is a success.
+LSTATUS PutBack(const std::wstring& key, const std::wstring& value) {
+    const std::string kept = Kept(NameOf(value));
+    DWORD type = 0;
+    if (kept.size() < sizeof type) {
+        return ERROR_SUCCESS;
+    }
+    std::memcpy(&type, kept.data(), sizeof type);
+    LSTATUS status = ERROR_SUCCESS;
+    if (type != kMissing) {
+        status = ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, key.c_str(), value.c_str(), type, kept.data() + sizeof type,
+                                   static_cast<DWORD>(kept.size() - sizeof type));
+    } else if (status = ::RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, key.c_str(), value.c_str());
+               status == ERROR_FILE_NOT_FOUND) {
+        status = ERROR_SUCCESS;
+    }
+    if (status == ERROR_SUCCESS) {
+        Forget(NameOf(value));
+    }
+    return status;
+}
+
 }  // namespace
 
 SavedValue::SavedValue(std::wstring key, std::wstring value) : key_(std::move(key)), value_(std::move(value)) {
     Restore(key_, value_);
-    if (!Keep(NameOf(value_), Read(key_, value_))) {
-        throw std::runtime_error("a registry value cannot be kept: " + ErrorText(::GetLastError()));
-    }
+    Keep(NameOf(value_), Read(key_, value_));
 }
 
 SavedValue::~SavedValue() {
-    Restore(key_, value_);
+    PutBack(key_, value_);  // what cannot be put back stays kept, for --restore
 }
 
 void SavedValue::Restore(const std::wstring& key, const std::wstring& value) {
-    const std::string kept = Kept(NameOf(value));
-    DWORD type = 0;
-    if (kept.size() < sizeof type) {
-        return;
+    if (const LSTATUS status = PutBack(key, value); status != ERROR_SUCCESS) {
+        throw std::runtime_error("the " + NameOf(value) +
+                                 " cannot be put back: " + ErrorText(static_cast<unsigned long>(status)));
     }
-    std::memcpy(&type, kept.data(), sizeof type);
-    if (type == kMissing) {
-        ::RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, key.c_str(), value.c_str());
-    } else {
-        ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, key.c_str(), value.c_str(), type, kept.data() + sizeof type,
-                          static_cast<DWORD>(kept.size() - sizeof type));
-    }
-    Forget(NameOf(value));
 }
 
 }  // namespace zorvalis::acceptance

@@ -14,7 +14,8 @@ public:
     SavedValue(const SavedValue&) = delete;
     SavedValue& operator=(const SavedValue&) = delete;
 
-    // Puts back what a kit that was ended has left changed, for the values that the steps of this group save.
+    // Puts back what a kit that was ended has left changed, for the values that the steps of this group save. Raises
+    // std::runtime_error when it cannot; the value then stays kept.
     static void Restore(const std::wstring& key, const std::wstring& value);
 
 private:

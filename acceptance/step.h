@@ -2,7 +2,6 @@
 // that it started when its time is over; the others go on.
 #pragma once
 
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -47,8 +46,8 @@ struct Step {
     void (*run)(Findings&);
     int limit = 60;               // seconds
     void (*restore)() = nullptr;  // undoes what a step that was ended may have left; may run when nothing is left
-    bool needs_installed = true;  // not tried where the service is not registered
-    bool by_hand = false;         // needs somebody at the machine: it runs only when it is chosen
+    bool needsInstalled = true;   // not tried where the service is not registered
+    bool byHand = false;          // needs somebody at the machine: it runs only when it is chosen
 };
 
 // Runs a step to its end in this process. A step that throws has failed, and so has one that checked nothing.

@@ -5,7 +5,6 @@
 #include <cstdlib>
 
 #include "collection/triggers.h"
-#include "common/registry.h"
 #include "kit.h"
 #include "package.h"
 #include "process.h"
@@ -78,7 +77,7 @@ std::vector<Step> ByHandSteps() {
          [](Findings& findings) { ExpectRow(findings, JOB_TRIGGER_SUSPEND); }, kLimit},
     };
     for (Step& step : steps) {
-        step.by_hand = true;
+        step.byHand = true;
     }
     return steps;
 }

@@ -1,7 +1,6 @@
 // The parts of the endpoint's group: each gives its steps in the order of their numbers.
 #pragma once
 
-#include <string>
 #include <vector>
 
 #include "step.h"

@@ -1,8 +1,6 @@
 // Servers that are not the service: false answers, false errors, and what the library tells of a server and of itself.
 #include <windows.h>
 
-#include <set>
-
 #include "caller.h"
 #include "endpoint_server.h"
 #include "kit.h"
@@ -213,7 +211,8 @@ std::vector<Step> FalseServiceSteps() {
         {"5.30", "A false server cannot write behind the room for an answer", FalseAnswers, 60, nullptr, false},
         {"5.31", "A server's errors of any number end their call alone", FalseErrors, 60, nullptr, false},
         {"5.32", "A server learns who calls and may not act in the caller's name", Identified, 60, nullptr, false},
-        {"5.33", "An endpoint without its interface is a service that does not run", NoInterface, 60, nullptr, false},
+        {"5.33", "An endpoint without its interface counts as a service that does not run", NoInterface, 60, nullptr,
+         false},
         {"5.34", "A second process on an endpoint is refused", SecondProcess, 60, nullptr, false},
         {"5.35", "Another machine and other protocols do not reach the endpoint", OneProtocol, 90, nullptr, false},
         {"5.36", "A thread that impersonates calls in the name of its process", Impersonating, 60, nullptr, false},

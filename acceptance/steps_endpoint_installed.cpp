@@ -326,18 +326,18 @@ void SecondOnItsEndpoint(Findings& findings) {
 void MappedProtocols(Findings& findings) {
     StartProduct(findings);
     Client({}, Patient());
-    RPC_IF_ID interface_id{};
-    ::RpcIfInqId(call_Zorvalis_v1_0_c_ifspec, &interface_id);
+    RPC_IF_ID interfaceId{};
+    ::RpcIfInqId(call_Zorvalis_v1_0_c_ifspec, &interfaceId);
     RPC_EP_INQ_HANDLE inquiry = nullptr;
     if (const RPC_STATUS status =
-            ::RpcMgmtEpEltInqBegin(nullptr, RPC_C_EP_MATCH_BY_IF, &interface_id, RPC_C_VERS_ALL, nullptr, &inquiry);
+            ::RpcMgmtEpEltInqBegin(nullptr, RPC_C_EP_MATCH_BY_IF, &interfaceId, RPC_C_VERS_ALL, nullptr, &inquiry);
         status != RPC_S_OK) {
         findings.Fail("the endpoint mapper cannot be asked: " + ErrorText(static_cast<unsigned long>(status)));
     }
     int local = 0;
     std::string others;
     RPC_BINDING_HANDLE binding = nullptr;
-    while (::RpcMgmtEpEltInqNextW(inquiry, &interface_id, &binding, nullptr, nullptr) == RPC_S_OK) {
+    while (::RpcMgmtEpEltInqNextW(inquiry, &interfaceId, &binding, nullptr, nullptr) == RPC_S_OK) {
         RPC_WSTR text = nullptr;
         ::RpcBindingToStringBindingW(binding, &text);
         const std::string words = platform::to_utf8(reinterpret_cast<wchar_t*>(text));

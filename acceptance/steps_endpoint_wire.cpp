@@ -277,7 +277,8 @@ std::vector<Step> WireSteps() {
         {"5.12", "A client that offers both syntaxes calls by NDR64, beside one of NDR 2.0", Ndr64, 60, nullptr, false},
         {"5.13", "A client that offers NDR64 alone gets answers and callbacks", OnlyNdr64, 60, nullptr, false},
         {"5.14", "By NDR 2.0 null and closed contexts and impossible sizes are refused", Refusals, 60, nullptr, false},
-        {"5.15", "By NDR64 they are refused too", Refusals64, 60, nullptr, false},
+        {"5.15", "By NDR64 null and closed contexts and impossible sizes are refused, too", Refusals64, 60, nullptr,
+         false},
         {"5.16", "A fault ends its call and leaves the context open", FaultKeepsContext, 60, nullptr, false},
         {"5.17", "A procedure gets the room for its answer as zeros", RoomIsZero, 60, nullptr, false},
     };

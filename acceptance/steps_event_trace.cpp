@@ -56,6 +56,32 @@ void Start(Findings& findings, TraceSession& session, bool numbered) {
     }
 }
 
+// What TakesBothKinds has logged while the session asked for it.
+void ExpectBothKinds(Findings& findings, TraceSession& session) {
+    std::vector<TraceEvent> events = Received(findings, session);
+    OfThisProcess(findings, events);
+    const struct {
+        std::uint16_t number;
+        std::string text;
+    } wanted[] = {{10, "narrow"},
+                  {11, "wide \u00fc\u20ac"},
+                  {10, "more than asked for"},
+                  {10, std::string(3000, 'x') + " end"},
+                  {10, "registered again"}};
+    findings.ExpectNumber(static_cast<long long>(events.size()), static_cast<long long>(std::size(wanted)),
+                          "only what the session asked for has arrived of this process");
+    for (std::size_t i = 0; i < events.size() && i < std::size(wanted); ++i) {
+        const TraceEvent& event = events[i];
+        const std::string name = "\"" + wanted[i].text.substr(0, 30) + "\"";
+        const bool same = event.text == wanted[i].text;
+        findings.Expect(
+            same, name + " arrives as it was logged" + (same ? "" : ", not as \"" + event.text.substr(0, 100) + "\""));
+        findings.ExpectNumber(event.number, wanted[i].number, name + " has its number");
+        findings.Expect(event.isMessage && event.source == kMessages, name + " has the GUID of the messages");
+        findings.Saw(std::to_string(event.before) + " bytes stand in front of the text");
+    }
+}
+
 void TakesBothKinds(Findings& findings, bool numbered) {
     TraceSession session;
     Start(findings, session, numbered);
@@ -93,28 +119,7 @@ void TakesBothKinds(Findings& findings, bool numbered) {
         const Registered registered;  // the session is there already when the provider comes
         LogMessage("registered again");
     }
-    std::vector<TraceEvent> events = Received(findings, session);
-    OfThisProcess(findings, events);
-    const struct {
-        std::uint16_t number;
-        std::string text;
-    } wanted[] = {{10, "narrow"},
-                  {11, "wide \u00fc\u20ac"},
-                  {10, "more than asked for"},
-                  {10, std::string(3000, 'x') + " end"},
-                  {10, "registered again"}};
-    findings.ExpectNumber(static_cast<long long>(events.size()), static_cast<long long>(std::size(wanted)),
-                          "only what the session asked for has arrived of this process");
-    for (std::size_t i = 0; i < events.size() && i < std::size(wanted); ++i) {
-        const TraceEvent& event = events[i];
-        const std::string name = "\"" + wanted[i].text.substr(0, 30) + "\"";
-        const bool same = event.text == wanted[i].text;
-        findings.Expect(
-            same, name + " arrives as it was logged" + (same ? "" : ", not as \"" + event.text.substr(0, 100) + "\""));
-        findings.ExpectNumber(event.number, wanted[i].number, name + " has its number");
-        findings.Expect(event.isMessage && event.source == kMessages, name + " has the GUID of the messages");
-        findings.Saw(std::to_string(event.before) + " bytes stand in front of the text");
-    }
+    ExpectBothKinds(findings, session);
 }
 
 }  // namespace
@@ -133,7 +138,7 @@ void TraceOfInstalledProgram(Findings& findings) {
     Start(findings, session, true);
     Need(findings, session.Enable(kTraceProvider, 4, 1), "enabled before the program runs");
     const Ended pass = RunProgram(Quoted(ProgramFolder() + "\\ZorvalisWinService.exe") + " -j0", 90);
-    findings.Expect(pass.started && pass.in_time && pass.code == 0,
+    findings.Expect(pass.started && pass.inTime && pass.code == 0,
                     "a pass of the installed program runs, and ends with " + std::to_string(pass.code));
     std::vector<TraceEvent> lines;
     std::uint32_t process = 0;

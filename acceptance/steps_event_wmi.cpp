@@ -201,7 +201,7 @@ void SetUpWithoutClass(Findings& findings) {
 
 void EventsOfStandInClass(Findings& findings) {
     const StoppedMeanwhile stopped(findings);
-    WmiStandIn stand_in(findings);
+    WmiStandIn standIn(findings);
     const SavedValue pending(kProductKey, kPendingEvent);
     const auto recorder = std::make_shared<Recorder>(std::make_shared<EventSink>(154, 155));
     const platform::EventSubscription subscription(true, L"ROOT\\WMI", kProductQuery, recorder);
@@ -210,7 +210,7 @@ void EventsOfStandInClass(Findings& findings) {
     std::int32_t raised = 0;
     const auto hasCome = [&] { return !recorder->events().empty(); };
     const bool first = Until(30, [&] {
-        raised = stand_in.Raise({1});
+        raised = standIn.Raise({1});
         return raised < 0 || Until(1, hasCome);
     });
     findings.Expect(raised >= 0, "the provider's events are taken: " + StatusText(raised));
@@ -221,8 +221,8 @@ void EventsOfStandInClass(Findings& findings) {
     const std::size_t begin = recorder->events().size();
     WriteRegDword(kLocalMachine, kProductKey, kPendingEvent, 0);
     const std::vector<std::int32_t> sent = {153, 155, 156, 154, -1};
-    stand_in.Raise({153, 155, 156});
-    stand_in.Raise({154, -1});
+    standIn.Raise({153, 155, 156});
+    standIn.Raise({154, -1});
     Until(10, [&] { return recorder->events().size() >= begin + sent.size(); });
     const std::vector<Recorder::Event> events = recorder->events();
     std::vector<std::int32_t> numbers = recorder->Numbers(L"EventID");
@@ -247,7 +247,7 @@ void EventsOfStandInClass(Findings& findings) {
     }
     const std::size_t before = recorder->events().size();
     for (int i = 0; i < 20; ++i) {
-        stand_in.Raise(std::vector<std::int32_t>(100, 1000 + i));
+        standIn.Raise(std::vector<std::int32_t>(100, 1000 + i));
     }
     Until(30, [&] { return recorder->events().size() >= before + 2000; });
     findings.ExpectNumber(static_cast<long long>(recorder->events().size() - before), 2000, "2,000 events arrive");
@@ -255,10 +255,10 @@ void EventsOfStandInClass(Findings& findings) {
 
 void EventsAtService(Findings& findings) {
     NeedRunnable(findings);
-    const SavedValue main_switch(kProductKey, L"MainSwitch");
+    const SavedValue mainSwitch(kProductKey, L"MainSwitch");
     const SavedValue pending(kProductKey, kPendingEvent);
     StopProduct(findings);
-    WmiStandIn stand_in(findings);
+    WmiStandIn standIn(findings);
     WriteRegString(kLocalMachine, kProductKey, L"MainSwitch", L"1");
     const struct {
         std::int32_t number;
@@ -278,7 +278,7 @@ void EventsAtService(Findings& findings) {
             const auto now = std::chrono::steady_clock::now();
             if (now - last > std::chrono::seconds(5)) {  // what comes between two subscriptions is lost
                 last = now;
-                raised = stand_in.Raise({one.number});
+                raised = standIn.Raise({one.number});
             }
             return EntriesWith(one.text, error).size() > before;
         });

@@ -17,7 +17,6 @@
 #include "running_program.h"
 #include "steps_machine.h"
 #include "user_token.h"
-#include "work_folder.h"
 
 namespace zorvalis::acceptance {
 namespace {

@@ -5,7 +5,6 @@
 
 #include "common/files.h"
 #include "kit.h"
-#include "part.h"
 #include "platform/files.h"
 #include "platform/windows/wide.h"
 #include "process.h"
@@ -78,23 +77,23 @@ void FullDisk(Findings& findings) {
         findings.Impossible("diskpart makes no virtual disk: " +
                             (made.started ? std::to_string(made.code) + " " + made.output : ErrorText(made.code)));
     }
-    const std::string old_text(200000, 'o');
+    const std::string oldText(200000, 'o');
     const std::string settings = drive + "\\setting.json";
     TelemetryDb database;
     database.path = drive + "\\zorv-acceptance.db";
-    const bool prepared = platform::replace_text(settings, old_text) && WriteText(database.path, old_text) &&
+    const bool prepared = platform::replace_text(settings, oldText) && WriteText(database.path, oldText) &&
                           decryptDBFast(database, kDbKey);
     findings.Expect(prepared, "there is room at first");
     Fill(drive + "\\filler");
     ULARGE_INTEGER free = {};
     ::GetDiskFreeSpaceExW(platform::to_wide(drive + "\\").c_str(), &free, nullptr, nullptr);
     findings.Saw(std::to_string(free.QuadPart) + " bytes are free");
-    const std::string long_text(4 << 20, 'n');
-    findings.Expect(!platform::replace_text(drive + "\\new.json", long_text), "a new text is not written");
+    const std::string longText(4 << 20, 'n');
+    findings.Expect(!platform::replace_text(drive + "\\new.json", longText), "a new text is not written");
     findings.Expect(!platform::file_exists(drive + "\\new.json"), "and leaves no file");
     encryptDBFast(database, kDbKey);
-    findings.Expect(ReadText(database.path) == old_text, "a database that cannot be written back stays as it was");
-    findings.Expect(!platform::replace_text(settings, long_text) && !platform::file_exists(settings),
+    findings.Expect(ReadText(database.path) == oldText, "a database that cannot be written back stays as it was");
+    findings.Expect(!platform::replace_text(settings, longText) && !platform::file_exists(settings),
                     "settings that do not fit in the place of the old ones are deleted, and not cut short");
 }
 

@@ -17,6 +17,7 @@
 #include "platform/windows/wide.h"
 #include "polling.h"
 #include "running_program.h"
+#include "saved_value.h"
 #include "steps_machine.h"
 #include "store/db_file.h"
 #include "upload/chunk_hash.h"
@@ -89,46 +90,25 @@ const Part kTellFolder("file-folder", TellFolder);
 
 constexpr wchar_t kFileSystem[] = L"SYSTEM\\CurrentControlSet\\Control\\FileSystem";
 constexpr wchar_t kLongPaths[] = L"LongPathsEnabled";
-constexpr char kJournal[] = "LongPathsEnabled";
 
-// The setting's number, or "none".
-std::string LongPathsSetting() {
-    DWORD value = 0;
-    DWORD size = sizeof value;
-    return ::RegGetValueW(HKEY_LOCAL_MACHINE, kFileSystem, kLongPaths, RRF_RT_REG_DWORD, nullptr, &value, &size) ==
-                   ERROR_SUCCESS
-               ? std::to_string(value)
-               : "none";
-}
-
-bool SetLongPaths(DWORD value) {
-    return ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, kFileSystem, kLongPaths, REG_DWORD, &value, sizeof value) ==
-           ERROR_SUCCESS;
+void SetLongPaths(Findings& findings, DWORD value) {
+    const LSTATUS status =
+        ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, kFileSystem, kLongPaths, REG_DWORD, &value, sizeof value);
+    if (status != ERROR_SUCCESS) {
+        findings.Fail("LongPathsEnabled can be set: " + ErrorText(static_cast<unsigned long>(status)));
+    }
 }
 
 void RestoreLongPaths() {
-    const std::string before = Kept(kJournal);
-    if (before == "none") {
-        ::RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kFileSystem, kLongPaths);
-    } else if (!before.empty()) {
-        SetLongPaths(std::stoul(before));
-    }
-    Forget(kJournal);
+    SavedValue::Restore(kFileSystem, kLongPaths);
+    RemoveWorkFolder();
 }
 
 void LongPaths(Findings& findings) {
     const WorkFolder folder;
-    RestoreLongPaths();
-    struct Restored {
-        ~Restored() { RestoreLongPaths(); }
-    } const restored;
-    if (!Keep(kJournal, LongPathsSetting())) {
-        findings.Fail("the present setting cannot be noted");
-    }
+    const SavedValue saved(kFileSystem, kLongPaths);
     for (const DWORD allowed : {0, 1}) {
-        if (!SetLongPaths(allowed)) {
-            findings.Fail("LongPathsEnabled cannot be set");
-        }
+        SetLongPaths(findings, allowed);
         for (const int length : {259, 260, 300, 1000}) {
             // A process asks for the setting once.
             RunningProgram child(PartCommand("file-long", {std::to_string(length)}));
@@ -157,6 +137,25 @@ void LongPaths(Findings& findings) {
     DWORD code = 1;
     findings.Expect(child.Wait(20, rest, code) && code == 0 && line.starts_with("0 "),
                     "a program whose path is too long for the product goes on without it (" + line + ")");
+}
+
+// A file that is deleted while others have it open keeps its name until they close it.
+void NameOfDeletedFile(Findings& findings, const std::string& path, const std::string& other) {
+    WriteText(path, "text");
+    WriteText(other, "text");
+    OwnedHandle held = Open(other, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
+    FILE_DISPOSITION_INFO disposition = {TRUE};
+    if (held == nullptr ||
+        ::SetFileInformationByHandle(held.get(), FileDispositionInfo, &disposition, sizeof disposition) == FALSE) {
+        findings.Impossible("a file cannot be marked for deletion: " + ErrorText(::GetLastError()));
+    }
+    // Newer versions of Windows may give the name at once. Either is well: the text is never lost.
+    const bool given = platform::rename_file(path, other);
+    findings.Saw(given ? "a name that a deleted file still has is given at once"
+                       : "a name that a deleted file still has is not given");
+    held.reset();
+    findings.Expect((given || platform::rename_file(path, other)) && ReadText(other) == "text",
+                    "it is given at the latest when that file is closed, and the text is under it");
 }
 
 void HeldFiles(Findings& findings) {
@@ -195,8 +194,8 @@ void HeldFiles(Findings& findings) {
         }
         findings.Saw("it took " + std::to_string(took) + " ms");
         // Let go while the product waits: it may come too late for that, so there are several tries.
-        bool in_time = false;
-        for (int tries = 0; tries < 20 && !in_time; ++tries) {
+        bool inTime = false;
+        for (int tries = 0; tries < 20 && !inTime; ++tries) {
             WriteText(path, "text");
             platform::remove_file(other);
             std::atomic<bool> gone = false;
@@ -206,28 +205,13 @@ void HeldFiles(Findings& findings) {
                 gone = true;
                 held.reset();
             });
-            const bool was_held = !gone;
-            in_time = act.act(path, other) && was_held;
+            const bool wasHeld = !gone;
+            inTime = act.act(path, other) && wasHeld;
             holder.join();
         }
-        findings.Expect(in_time, std::string("it is ") + act.what + " when the other lets go meanwhile");
+        findings.Expect(inTime, std::string("it is ") + act.what + " when the other lets go meanwhile");
     }
-    // A file that is deleted while others have it open keeps its name until they close it.
-    WriteText(path, "text");
-    WriteText(other, "text");
-    OwnedHandle held = Open(other, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
-    FILE_DISPOSITION_INFO disposition = {TRUE};
-    if (held == nullptr ||
-        ::SetFileInformationByHandle(held.get(), FileDispositionInfo, &disposition, sizeof disposition) == FALSE) {
-        findings.Impossible("a file cannot be marked for deletion: " + ErrorText(::GetLastError()));
-    }
-    // Newer versions of Windows may give the name at once. Either is well: the text is never lost.
-    const bool given = platform::rename_file(path, other);
-    findings.Saw(given ? "a name that a deleted file still has is given at once"
-                       : "a name that a deleted file still has is not given");
-    held.reset();
-    findings.Expect((given || platform::rename_file(path, other)) && ReadText(other) == "text",
-                    "it is given at the latest when that file is closed, and the text is under it");
+    NameOfDeletedFile(findings, path, other);
 }
 
 void HeldWorkingCopy(Findings& findings) {
@@ -236,13 +220,13 @@ void HeldWorkingCopy(Findings& findings) {
     handle.path = WorkFolder::Path("zorv-acceptance.db");
     decryptDBFast(handle, kDbKey);
     sqlite3* database = nullptr;
-    const auto is_made = [&] {
+    const auto isMade = [&] {
         return sqlite3_open(handle.cachedPath.c_str(), &database) == SQLITE_OK &&
                sqlite3_exec(database, "CREATE TABLE made(a); INSERT INTO made VALUES(7)", nullptr, nullptr, nullptr) ==
                    SQLITE_OK &&
                sqlite3_close(database) == SQLITE_OK;
     };
-    if (!is_made()) {
+    if (!isMade()) {
         findings.Fail("a database cannot be made in " + handle.cachedPath);
     }
     encryptDBFast(handle, kDbKey);
@@ -338,18 +322,13 @@ void Digests(Findings& findings) {
 std::vector<Step> FileSteps() {
     return {
         {"7.7", "Names that Windows takes for something else are refused", Names, 60, nullptr, false},
-        {"7.8", "Paths beyond 260 characters", LongPaths, 90,
-         [] {
-             RestoreLongPaths();
-             RemoveWorkFolder();
-         },
-         false},
+        {"7.8", "Paths beyond 260 characters work where LongPathsEnabled is 1", LongPaths, 90, RestoreLongPaths, false},
         {"7.9", "A file that another program holds is waited for a quarter of a second", HeldFiles, 90,
          RemoveWorkFolder, false},
         {"7.10", "A working copy that a connection holds is not deleted, and is written over", HeldWorkingCopy, 60,
          RemoveWorkFolder, false},
-        {"7.11", "A new file goes with its process until its text is in it", KilledWriter, 120, RemoveWorkFolder,
-         false},
+        {"7.11", "A new file goes when its process is ended before the text is in it", KilledWriter, 120,
+         RemoveWorkFolder, false},
         {"7.12", "Windows' provider computes the digests of files", Digests, 60, RemoveWorkFolder, false},
     };
 }

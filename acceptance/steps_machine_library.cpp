@@ -105,9 +105,9 @@ void LateLibraries(Findings& findings) {
     if (copy == nullptr) {
         findings.Fail("the false copy cannot be loaded: " + ErrorText(::GetLastError()));
     }
-    const bool is_real = ::GetProcAddress(copy, "InternetGetConnectedState") != nullptr;
+    const bool isReal = ::GetProcAddress(copy, "InternetGetConnectedState") != nullptr;
     ::FreeLibrary(copy);
-    if (is_real) {
+    if (isReal) {
         findings.Impossible("the true wininet.dll is loaded here in the place of a false one, whatever its path");
     }
     const std::string wanted = NetworkWords(findings, ProgramFolder() + "\\zorvctl.exe");

@@ -28,10 +28,10 @@ struct Junction {
     DWORD tag;
     WORD length;
     WORD reserved;
-    WORD target_offset;
-    WORD target_length;
-    WORD shown_offset;
-    WORD shown_length;
+    WORD targetOffset;
+    WORD targetLength;
+    WORD shownOffset;
+    WORD shownLength;
     wchar_t text[MAX_PATH * 2];
 };
 
@@ -41,12 +41,12 @@ DWORD MakeJunction(const std::string& link, const std::string& target) {
     const std::wstring path = L"\\??\\" + shown;
     Junction junction = {};
     junction.tag = IO_REPARSE_TAG_MOUNT_POINT;
-    junction.target_length = static_cast<WORD>(path.size() * 2);
-    junction.shown_offset = static_cast<WORD>(junction.target_length + 2);
-    junction.shown_length = static_cast<WORD>(shown.size() * 2);
-    junction.length = static_cast<WORD>(junction.shown_offset + junction.shown_length + 2 + 8);
-    std::memcpy(junction.text, path.c_str(), junction.target_length);
-    std::memcpy(junction.text + path.size() + 1, shown.c_str(), junction.shown_length);
+    junction.targetLength = static_cast<WORD>(path.size() * 2);
+    junction.shownOffset = static_cast<WORD>(junction.targetLength + 2);
+    junction.shownLength = static_cast<WORD>(shown.size() * 2);
+    junction.length = static_cast<WORD>(junction.shownOffset + junction.shownLength + 2 + 8);
+    std::memcpy(junction.text, path.c_str(), junction.targetLength);
+    std::memcpy(junction.text + path.size() + 1, shown.c_str(), junction.shownLength);
     if (::CreateDirectoryW(platform::to_wide(link).c_str(), nullptr) == FALSE) {
         return ::GetLastError();
     }

@@ -106,7 +106,7 @@ void WithLocalSystem(Findings& findings) {
 
 void Strangers(Findings& findings) {
     const platform::OwnedHandle ordinary = UserToken(findings);
-    const auto refused_soon = [&](const std::string& what) {
+    const auto refusedSoon = [&](const std::string& what) {
         const ULONGLONG start = ::GetTickCount64();
         const bool held = FileLock(kLock, 20000).held();
         const ULONGLONG took = ::GetTickCount64() - start;
@@ -118,11 +118,11 @@ void Strangers(Findings& findings) {
         if (const std::string line = stranger.Line(); line != "taken") {
             findings.Fail("an ordinary user cannot take the name: " + line + " " + ErrorText(stranger.error()));
         }
-        refused_soon("a mutex of that name that an ordinary user has made first");
+        refusedSoon("a mutex of that name that an ordinary user has made first");
     }
     {
         const platform::OwnedHandle event(::CreateEventW(nullptr, TRUE, FALSE, kMutex));
-        refused_soon("an event of that name");
+        refusedSoon("an event of that name");
     }
     findings.Expect(FileLock(kLock, 0).held(), "the lock is there again once the strangers are gone");
     RunningProgram after(PartCommand("lock-hold", {"0", "0"}), ordinary.get());

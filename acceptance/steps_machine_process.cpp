@@ -130,9 +130,9 @@ void Passes(Findings& findings) {
         const ULONGLONG begin = ::GetTickCount64();
         const Ended pass = RunProgram(command, 60);
         times.push_back(::GetTickCount64() - begin);
-        if (!pass.started || !pass.in_time || pass.code != 0) {
+        if (!pass.started || !pass.inTime || pass.code != 0) {
             good = false;
-            findings.Saw("a pass ended with " + std::to_string(pass.code) + (pass.in_time ? "" : ", not in time"));
+            findings.Saw("a pass ended with " + std::to_string(pass.code) + (pass.inTime ? "" : ", not in time"));
             break;
         }
     }
@@ -159,7 +159,7 @@ std::vector<Step> ProcessSteps() {
     return {
         {"7.23", "The process is protected as its headers ask", Protection, 60},
         {"7.24", "The pool of threads goes on when all its threads are busy", BusyPool, 120, nullptr, false},
-        {"7.25", "Passes one after the other end well, and what one costs", Passes, 200},
+        {"7.25", "Passes one after the other end well, and the report has what one costs", Passes, 200},
         {"7.26", "The running service keeps to its size", Growth, 60},
     };
 }

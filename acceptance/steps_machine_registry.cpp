@@ -49,12 +49,12 @@ const Part kWrite("registry-write", Write);
 // Whether a watch that is armed now wakes a waiter within some seconds, who begins to wait before or after `change`.
 // One that does not wake is woken by a change of another value.
 template <class Change>
-bool Wakes(Change change, bool waits_first = true) {
+bool Wakes(Change change, bool waitsFirst = true) {
     platform::RegistryWatch watch;
     if (!watch.arm(kRoot, kKey)) {
         return false;
     }
-    if (!waits_first) {
+    if (!waitsFirst) {
         change();
     }
     std::promise<void> woken;
@@ -63,7 +63,7 @@ bool Wakes(Change change, bool waits_first = true) {
         watch.wait();
         woken.set_value();
     });
-    if (waits_first) {
+    if (waitsFirst) {
         change();
     }
     const bool woke = wake.wait_for(std::chrono::seconds(5)) == std::future_status::ready;
@@ -142,22 +142,22 @@ void Handles(Findings& findings) {
     const Key key;
     constexpr int kCalls = 2000;
     constexpr long long kOthers = 50;  // Windows opens some of its own meanwhile
-    const auto grown_by = [](auto call) {
+    const auto grownBy = [](auto call) {
         const DWORD before = HandleCount();
         for (int i = 0; i < kCalls; ++i) {
             call(i);
         }
         return static_cast<long long>(HandleCount()) - before;
     };
-    const auto waits = grown_by([](int i) {
+    const auto waits = grownBy([](int i) {
         platform::RegistryWatch watch;
         watch.arm(kRoot, kKey);
         platform::write_registry_dword(kRoot, kKey, L"Number", i);
         watch.wait();
     });
     std::wstring text;
-    const auto reads = grown_by([&](int) { platform::read_registry_string(kRoot, kKey, L"Text", text); });
-    const auto failures = grown_by([&](int) { platform::read_registry_string(kRoot, kKey, L"Missing", text); });
+    const auto reads = grownBy([&](int) { platform::read_registry_string(kRoot, kKey, L"Text", text); });
+    const auto failures = grownBy([&](int) { platform::read_registry_string(kRoot, kKey, L"Missing", text); });
     // Kept: a call that succeeds leaves its key open.
     const auto tell = [&](long long grown, long long wanted, const std::string& what) {
         findings.Expect(grown >= wanted && grown < wanted + kOthers,

@@ -3,7 +3,6 @@
 
 #include <cstring>
 #include <ctime>
-#include <iterator>
 #include <string>
 
 #include "base/text.h"
@@ -92,7 +91,7 @@ void FarTimes(Findings& findings) {
     struct {
         const char* what;
         std::int64_t seconds;
-        bool has_date;
+        bool hasDate;
     } const times[] = {{"a day before 1970", -86400 - 14 * kHour, false},
                        {"1970-01-03", 172800, true},
                        {"2999-12-31", 32503593600, true},
@@ -102,10 +101,10 @@ void FarTimes(Findings& findings) {
     for (const auto& time : times) {
         std::tm local = {};
         local.tm_mon = 77;
-        const bool has_date = platform::local_time(time.seconds, local);
+        const bool hasDate = platform::local_time(time.seconds, local);
         findings.Expect(
-            has_date == time.has_date && (has_date || local.tm_mon == 0),
-            std::string(time.what) + (time.has_date ? " has a local time" : " has none, and all fields are zero"));
+            hasDate == time.hasDate && (hasDate || local.tm_mon == 0),
+            std::string(time.what) + (time.hasDate ? " has a local time" : " has none, and all fields are zero"));
     }
     std::tm before = {};
     before.tm_year = 60;

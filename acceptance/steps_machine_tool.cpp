@@ -61,7 +61,7 @@ std::string LinksThatAre(const std::string& wanted, const Status& status) {
 
 void StatusByBoth(Findings& findings) {
     const Ended text = RunProgram(Zorvctl() + " status", 60);
-    findings.Expect(text.started && text.in_time && text.code <= 2 && text.output.find("service") != std::string::npos,
+    findings.Expect(text.started && text.inTime && text.code <= 2 && text.output.find("service") != std::string::npos,
                     "an administrator gets a status as text");
     const Ended json = RunProgram(Zorvctl() + " status --json", 60);
     findings.Saw("as administrator:");
@@ -183,7 +183,7 @@ void Executables(Findings& findings) {
     const Ended scan = RunProgram(
         Quoted(scanner) + " -Scan -ScanType 3 -File " + Quoted(ProgramFolder()) + " -DisableRemediation", 90);
     findings.Saw(!scan.started ? "Defender is not here: " + ErrorText(scan.code)
-                 : !scan.in_time
+                 : !scan.inTime
                      ? "Defender has not ended within 90 s"
                      : "Defender ended with " + std::to_string(scan.code) + " (2 is a finding): " + scan.output);
 }

@@ -51,12 +51,12 @@ bool Exchange::HasLine(const std::string& begin) const {
 }
 
 Exchange Post(const std::string& host, const std::string& path, const std::string& body, bool secure,
-              std::int32_t receive_timeout) {
+              std::int32_t receiveTimeout) {
     Exchange exchange;
     const auto post = [&] {
         auto* const call = secure ? HttpSSLPost : HttpPost;
         exchange.result =
-            call(host, path, body, kJsonContent, kConnectTimeout, kTransferTimeout, receive_timeout, &exchange.report);
+            call(host, path, body, kJsonContent, kConnectTimeout, kTransferTimeout, receiveTimeout, &exchange.report);
     };
     if (IsWine()) {  // whose trace sessions take nothing
         post();
@@ -91,7 +91,7 @@ void NeedTls(Findings& findings, PCCERT_CONTEXT certificate) {
 std::string FirstLines(const LoopbackServer& server) {
     std::string text;
     for (const Request& request : server.heard()) {
-        text += (text.empty() ? "" : "; ") + request.first_line();
+        text += (text.empty() ? "" : "; ") + request.firstLine();
     }
     return text;
 }
@@ -114,7 +114,7 @@ std::vector<Step> NetworkSteps() {
         {"6.1", "A request reaches a server on port 80 as it was made, and its answer comes back", PlainExchanges, 90,
          RestorePlain, false},
         {"6.2", "Windows follows a redirection", Redirections, 60, RestorePlain, false},
-        {"6.3", "An answer that is cut short is what had come", CutAnswer, 60, RestorePlain, false},
+        {"6.3", "Of an answer that is cut short the product gets what had come", CutAnswer, 60, RestorePlain, false},
         {"6.4", "A server that is silent is given up after the limit", SilentServer, 60, RestorePlain, false},
         {"6.5", "A server with a trusted certificate gets the request over TLS", TrustedServer, 120, RestoreTls, false},
         {"6.6", "A server with a certificate of an unknown authority gets nothing", UntrustedServer, 120, RestoreTls,
@@ -123,13 +123,13 @@ std::vector<Step> NetworkSteps() {
         {"6.8", "A server with an expired certificate gets nothing", ExpiredServer, 120, RestoreTls, false},
         {"6.9", "A revoked certificate is taken, since nobody asks for revocations", RevokedServer, 120, RestoreTls,
          false},
-        {"6.10", "Over TLS, too, a cut answer is what had come, and no redirection leads out of TLS", AnswersOverTls,
+        {"6.10", "Over TLS, too, the product gets what had come, and no redirection leads out of TLS", AnswersOverTls,
          120, RestoreTls, false},
         {"6.11", "A request goes through the proxy that is set for WinHTTP", PlainThroughProxy, 60, RestorePlain,
          false},
-        {"6.12", "A request over TLS asks that proxy for a way to port 443, and tells it nothing else", TlsAsksProxy,
-         60, RestorePlain, false},
-        {"6.13", "And it goes through it, with the certificate checked against the server's name", TlsThroughProxy, 120,
+        {"6.12", "A request over TLS asks WinHTTP's proxy for a way to port 443, and tells it nothing else",
+         TlsAsksProxy, 60, RestorePlain, false},
+        {"6.13", "Through the proxy, too, the certificate is checked against the server's name", TlsThroughProxy, 120,
          RestoreTls, false},
         {"6.14", "The machine counts as connected while it has a network", OnlineState, 60, nullptr, false},
         {"6.15", "The server's name is read from the registry for each request", ServersName, 60, RestoreServersName},

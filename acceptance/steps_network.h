@@ -38,7 +38,7 @@ struct Exchange {
 };
 
 Exchange Post(const std::string& host, const std::string& path, const std::string& body, bool secure,
-              std::int32_t receive_timeout = kTransferTimeout);
+              std::int32_t receiveTimeout = kTransferTimeout);
 
 // Ends the step where the port is not free on this machine.
 void NeedListening(Findings& findings, const LoopbackServer& server);

@@ -26,7 +26,7 @@ std::string LongText() {
 }
 
 std::string Path(const Request& request) {
-    const std::string line = request.first_line();
+    const std::string line = request.firstLine();
     const std::size_t begin = line.find(' ') + 1;
     return line.substr(begin, line.find(' ', begin) - begin);
 }
@@ -52,16 +52,16 @@ void PlainExchanges(Findings& findings) {
         return;
     }
     for (const Request& request : heard) {
-        findings.Saw(request.one_line());
+        findings.Saw(request.oneLine());
         findings.Expect(request.has("User-Agent: ZORV Zorvalis/1.0\r\n") && request.has("Host: localhost"),
                         "it names the program and the host");
         findings.Expect(!request.has("Accept:") && !request.has("Expect:"), "it has no line that nobody asked for");
     }
-    findings.ExpectText(heard[0].first_line(), "POST /json HTTP/1.1", "the first line of a POST");
+    findings.ExpectText(heard[0].firstLine(), "POST /json HTTP/1.1", "the first line of a POST");
     findings.Expect(heard[0].body == body, "its body arrives byte by byte");
     findings.Expect(heard[0].has("Content-Type: application/json\r\n"), "JSON is called so");
     findings.Expect(heard[1].has("Content-Type: text/plain\r\n"), "and anything else plain text");
-    findings.ExpectText(heard[2].first_line(), "GET /get HTTP/1.1", "the first line of a GET");
+    findings.ExpectText(heard[2].firstLine(), "GET /get HTTP/1.1", "the first line of a GET");
     findings.Expect(heard[2].body.empty() && !heard[2].has("Content-Type:"), "a GET has no body and no type of one");
 
     findings.ExpectText(Post(kHost, "/empty", "", false).result, "", "an empty answer is empty");
@@ -91,7 +91,7 @@ void Redirections(Findings& findings) {
     }
     findings.ExpectText(Post(kHost, "/307", "body", false).result, "moved", "a POST ends where 307 leads");
     for (const Request& request : server.heard()) {
-        findings.Saw(request.one_line());
+        findings.Saw(request.oneLine());
     }
 }
 
@@ -107,9 +107,9 @@ void CutAnswer(Findings& findings) {
 void SilentServer(Findings& findings) {
     const DefaultProxy none(findings, "");
     std::atomic<bool> returned{false};
-    std::atomic<bool> given_up{false};
+    std::atomic<bool> givenUp{false};
     const LoopbackServer server(
-        kPort, [&](Connection&, const Request&) { given_up = Until(8, [&] { return returned.load(); }); });
+        kPort, [&](Connection&, const Request&) { givenUp = Until(8, [&] { return returned.load(); }); });
     NeedListening(findings, server);
     const auto begin = std::chrono::steady_clock::now();
     const Exchange exchange = Post(kHost, "/silent", "", false, 2000);
@@ -121,8 +121,8 @@ void SilentServer(Findings& findings) {
         findings.Impossible("WinHTTP waits for an answer's head without this limit");
     }
     findings.ExpectNumber(exchange.report.error, ERROR_WINHTTP_TIMEOUT, "its error");
-    Until(10, [&] { return given_up.load(); });
-    findings.Expect(given_up, "the client gives up, not the server");
+    Until(10, [&] { return givenUp.load(); });
+    findings.Expect(givenUp, "the client gives up, not the server");
     findings.Expect(took >= std::chrono::milliseconds(1900), "and not before its limit of two seconds");
 }
 

@@ -1,7 +1,6 @@
 // Group 6: the proxy that an administrator sets for WinHTTP. Names under .test exist nowhere, so nothing but the proxy
 // can lead to them.
 #include "certificates.h"
-#include "kit.h"
 #include "steps_network.h"
 
 namespace zorvalis::acceptance {

@@ -1,6 +1,5 @@
 // Group 6: exchanges of LocalSystem, as which the service and the scheduled passes run: a proxy or an authority that
 // holds for the administrator alone would not serve them.
-#include <cstdio>
 
 #include "certificates.h"
 #include "kit.h"

@@ -17,16 +17,16 @@ constexpr char kAnswer[] = "{\"answer\": 1}";
 struct ServerCase {
     bool trusted = true;
     const char* name = kHost;
-    int from_day = -2;
-    int to_day = 2;
+    int fromDay = -2;
+    int toDay = 2;
     HRESULT verdict = S_OK;  // of Windows' own check; without one a client has to take it
 };
 
 void NeedVerdict(Findings& findings, PCCERT_CONTEXT certificate, HRESULT wanted) {
     const HRESULT verdict = VerdictOf(certificate, kHost);
     // A chain that does not come to an end is, in Windows' words, also one that ends at an untrusted authority.
-    const bool is_untrusted = wanted == CERT_E_CHAINING && verdict == CERT_E_UNTRUSTEDROOT;
-    if (verdict != wanted && !is_untrusted) {
+    const bool isUntrusted = wanted == CERT_E_CHAINING && verdict == CERT_E_UNTRUSTEDROOT;
+    if (verdict != wanted && !isUntrusted) {
         findings.Fail("the kit's certificate is as the step wants it: Windows says " + StatusText(verdict));
     }
     findings.Saw("Windows' own check of the certificate says " + StatusText(verdict));
@@ -43,7 +43,7 @@ void ExpectAccepted(Findings& findings, const LoopbackServer& server, const Exch
     findings.ExpectNumber(exchange.report.error, 0, "without an error");
     const std::vector<Request> heard = server.heard();
     findings.Expect(heard.size() == 1 && heard[0].body == kBody, "the server got the request, once and whole");
-    findings.Expect(heard.size() == 1 && heard[0].first_line() == "POST /api/FS/query HTTP/1.1", "as it was made");
+    findings.Expect(heard.size() == 1 && heard[0].firstLine() == "POST /api/FS/query HTTP/1.1", "as it was made");
     findings.Expect(exchange.HasLine("[HttpSSLPost][ResponseCode] Error: 200"), "and the log has its status");
 }
 
@@ -60,7 +60,7 @@ void ExpectRefused(Findings& findings, const LoopbackServer& server, const Excha
 void Try(Findings& findings, const ServerCase& one) {
     const DefaultProxy none(findings, "");
     Authority authority;
-    const OwnedCertificate certificate = authority.Issue(one.name, one.from_day, one.to_day);
+    const OwnedCertificate certificate = authority.Issue(one.name, one.fromDay, one.toDay);
     NeedTls(findings, certificate.get());
     if (one.trusted) {
         authority.Trust();
@@ -98,7 +98,7 @@ void WronglyNamedServer(Findings& findings) {
 }
 
 void ExpiredServer(Findings& findings) {
-    Try(findings, {.from_day = -20, .to_day = -2, .verdict = CERT_E_EXPIRED});
+    Try(findings, {.fromDay = -20, .toDay = -2, .verdict = CERT_E_EXPIRED});
 }
 
 void RevokedServer(Findings& findings) {
@@ -141,7 +141,7 @@ void AnswersOverTls(Findings& findings) {
         kPort,
         [&](Connection& client, const Request& request) {
             const std::string address = "http://localhost:" + std::to_string(plain.port()) + "/";
-            client.Write(request.first_line().starts_with("POST /cut ")
+            client.Write(request.firstLine().starts_with("POST /cut ")
                              ? "HTTP/1.1 200 Said\r\nContent-Length: 100\r\n\r\n0123456789"
                              : HttpAnswer(302, "", "Location: " + address + "\r\n"));
         },
@@ -166,7 +166,7 @@ void QueryOfInstalledProgram(Findings& findings) {
     NeedListening(findings, server);
     const auto test = [&findings] {
         const Ended ended = RunProgram(Quoted(ProgramFolder() + "\\zorvctl.exe") + " server test localhost", 90);
-        findings.Expect(ended.started && ended.in_time, "zorvctl server test runs");
+        findings.Expect(ended.started && ended.inTime, "zorvctl server test runs");
         findings.Saw(ended.output);
         return ended.code;
     };

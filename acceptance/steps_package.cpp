@@ -5,14 +5,11 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <sstream>
 
 #include "common/registry.h"
 #include "common/time.h"
 #include "common/version.h"
-#include "common/wide_to_utf8.h"
 #include "kit.h"
 #include "package.h"
 #include "package_state.h"
@@ -23,6 +20,7 @@
 #include "process.h"
 #include "product_service.h"
 #include "steps_package.h"
+#include "work_folder.h"
 
 namespace zorvalis::acceptance {
 namespace {
@@ -31,13 +29,8 @@ namespace fs = std::filesystem;
 
 constexpr std::uint32_t kRefused = 1603;
 
-bool Is(const std::string& path, const std::string& text) {
-    std::ifstream file(fs::path(platform::to_wide(path)), std::ios::binary);
-    return std::string{std::istreambuf_iterator<char>(file), {}} == text;
-}
-
 void TakeObstacle() {
-    if (Is(MakersFolder(), "zorv-acceptance")) {
+    if (ReadText(MakersFolder()) == "zorv-acceptance") {
         ::DeleteFileW(platform::to_wide(MakersFolder()).c_str());
     }
 }
@@ -69,13 +62,10 @@ void FailsWithoutTraces(Findings& findings) {
     struct Obstacle {
         ~Obstacle() { TakeObstacle(); }
     } const obstacle;
-    std::ofstream(folder, std::ios::binary) << "zorv-acceptance";
+    WriteText(MakersFolder(), "zorv-acceptance");
     ExpectInstaller(findings, InstallFailure(), "/i", OldPackage());
-    Until(10, [] { return TracesOfProduct().empty(); });  // others may look at the service at this moment
-    for (const std::string& trace : TracesOfProduct()) {
-        findings.Expect(false, "the failed installation has taken back " + trace);
-    }
-    findings.Expect(Is(MakersFolder(), "zorv-acceptance"), "the file that was in the way is as it was");
+    ExpectTakenBack(findings);
+    findings.Expect(ReadText(MakersFolder()) == "zorv-acceptance", "the file that was in the way is as it was");
 }
 
 void Installs(Findings& findings) {
@@ -103,7 +93,7 @@ void RecordsByAPass(Findings& findings) {
     WriteRegString(kLocalMachine, kProductKey, L"FakeManufacturingDate", date);
     WriteRegString(kLocalMachine, kProductKey, L"BGSERVER_URL", L"localhost");
     const Ended pass = RunProgram(Quoted(ProgramFolder() + "\\ZorvalisWinService.exe") + " -j0", 60);
-    findings.Expect(pass.in_time && pass.code == 0, "a pass ends in time, with 0");
+    findings.Expect(pass.inTime && pass.code == 0, "a pass ends in time, with 0");
     const auto records = Records();
     const bool made = findings.Expect(
         std::any_of(records.begin(), records.end(),
@@ -223,7 +213,7 @@ std::vector<Step> PackageSteps() {
          kInstallSeconds, TakeObstacle, false},
         {"1.14", "The executable registers and removes itself, with its words", InstallsItself, 120, RemoveOwnEntry,
          false},
-        {"1.15", "Its -remove deletes both scheduled tasks", RemovesTasks, 120, RemoveOwnEntry, false},
+        {"1.15", "The executable's -remove deletes both scheduled tasks", RemovesTasks, 120, RemoveOwnEntry, false},
         {"1.16", "A data folder that an ordinary user holds makes the installation fail in words", RefusesHeldFolder,
          2 * kInstallSeconds, TakePlanted, false},
         {"1.17", "A junction in the data folder's place makes the installation fail in words", RefusesJunction,

@@ -8,7 +8,7 @@
 #include "package_copy.h"
 #include "platform/clock.h"
 #include "platform/task_scheduler.h"
-#include "platform/windows/wide.h"
+#include "platform/text.h"
 #include "polling.h"
 #include "process.h"
 #include "product_service.h"
@@ -19,13 +19,6 @@ namespace zorvalis::acceptance {
 namespace {
 
 constexpr char kKept[] = "registered by -install";
-
-void NeedBareMachine(Findings& findings) {
-    NeedPackages(findings);
-    for (const std::string& trace : TracesOfProduct()) {
-        findings.Impossible("the machine has of the product already: " + trace);
-    }
-}
 
 // The work folder with the executable in it, and the marks of its -install, which go with the object.
 class Copy {
@@ -46,7 +39,7 @@ public:
         const Ended ended = RunProgram(Quoted(path) + " " + option, 60);
         std::string output = ended.output;
         std::erase_if(output, [](char each) { return each == '\r' || each == '\n'; });
-        findings_.Expect(ended.started && ended.in_time, std::string(option) + " ends in time");
+        findings_.Expect(ended.started && ended.inTime, std::string(option) + " ends in time");
         findings_.ExpectNumber(ended.code, 0, std::string("the exit code of ") + option);
         findings_.ExpectText(output, words, "its words");
     }
@@ -99,7 +92,7 @@ platform::TaskResult MakeTask(const wchar_t* name, const std::string& path) {
 }  // namespace
 
 void InstallsItself(Findings& findings) {
-    NeedBareMachine(findings);
+    NeedNoProduct(findings);
     const Copy copy(findings);
     copy.Expect("-install", "Zorvalis is installed.");
     ExpectEntry(findings, copy.path);
@@ -112,7 +105,7 @@ void InstallsItself(Findings& findings) {
 }
 
 void RemovesTasks(Findings& findings) {
-    NeedBareMachine(findings);
+    NeedNoProduct(findings);
     const Copy copy(findings);
     for (const wchar_t* name : {kCollectionTask, kActivationTask}) {
         const platform::TaskResult made = MakeTask(name, copy.path);

@@ -43,10 +43,7 @@ std::string Aside(const std::string& name) {
 class Planting {
 public:
     explicit Planting(Findings& findings) : findings_(findings) {
-        NeedPackages(findings);
-        for (const std::string& trace : TracesOfProduct()) {
-            findings.Impossible("the machine has of the product already: " + trace);
-        }
+        NeedNoProduct(findings);
         if (IsThere(MakersFolder()) || HasOthersRecords()) {
             findings.Impossible("folders or settings of the maker are here, which the kit would delete");
         }
@@ -74,10 +71,7 @@ public:
             Purge();
         }
         Forget(kOwnInstallation);
-        Until(10, [] { return TracesOfProduct().empty(); });  // others may look at the service at this moment
-        for (const std::string& trace : TracesOfProduct()) {
-            findings_.Expect(false, "the failed installation has taken back " + trace);
-        }
+        ExpectTakenBack(findings_);
     }
 
     // Expects that nothing is left, of what was planted either.

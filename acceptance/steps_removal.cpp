@@ -65,7 +65,7 @@ void FindsRecordsAgain(Findings& findings) {
     DeleteRegValue(kLocalMachine, kProductKey, L"GetThermal");
     const Ended pass = RunProgram(Quoted(ProgramFolder() + "\\ZorvalisWinService.exe") + " -j0", 60);
     TakeHardwareLibrary();
-    findings.Expect(pass.in_time && pass.code == 0, "a pass ends in time, with 0");
+    findings.Expect(pass.inTime && pass.code == 0, "a pass ends in time, with 0");
     int grown = 0;
     const auto after = Records();
     for (const auto& [path, bytes] : records) {

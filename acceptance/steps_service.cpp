@@ -25,7 +25,7 @@ constexpr wchar_t kCounter[] = L"zorv-acceptance";
 
 void RefusesToBeAProgram(Findings& findings) {
     const Ended ended = RunProgram(Quoted(ProgramFolder() + "\\ZorvalisWinService.exe"), 30);
-    findings.Expect(ended.in_time && ended.code == 0, "it ends within half a minute, with 0");
+    findings.Expect(ended.inTime && ended.code == 0, "it ends within half a minute, with 0");
     findings.Expect(ended.output.find("Service failed to run w/err 0x00000427") != std::string::npos,
                     "it says that nobody started it as a service (1063): " + ended.output.substr(0, 200));
 }

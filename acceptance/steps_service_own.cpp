@@ -19,12 +19,20 @@ constexpr wchar_t kOwnService[] = L"zorv-acceptance";
 constexpr char kTold[] = "what the kit's service was told";
 constexpr std::uint32_t kAcceptStopAndPower = SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_POWEREVENT;
 
-platform::ServiceStatusHandle status_handle = 0;
+platform::ServiceStatusHandle statusHandle = 0;
 bool hangs = false;
 HANDLE stopped = nullptr;
 
 void Report(std::uint32_t state) {
-    platform::set_service_status(status_handle, {SERVICE_WIN32_OWN_PROCESS, state, kAcceptStopAndPower, 0, 0, 0, 0});
+    platform::set_service_status(statusHandle, {SERVICE_WIN32_OWN_PROCESS, state, kAcceptStopAndPower, 0, 0, 0, 0});
+}
+
+// For the step, from threads that no exception may leave. It misses what cannot be kept.
+void Tell(const std::string& words) {
+    try {
+        Keep(kTold, Kept(kTold) + words);
+    } catch (const std::exception&) {
+    }
 }
 
 std::uint32_t Handle(std::uint32_t control, std::uint32_t type, void* data, void*) {
@@ -33,25 +41,25 @@ std::uint32_t Handle(std::uint32_t control, std::uint32_t type, void* data, void
         ::SetEvent(stopped);
     } else if (control == SERVICE_CONTROL_POWEREVENT && type == PBT_POWERSETTINGCHANGE && data != nullptr) {
         const auto& change = *static_cast<const platform::PowerSettingChange*>(data);
-        Keep(kTold, Kept(kTold) + "display " + std::to_string(change.data) + "; ");
+        Tell("display " + std::to_string(change.data) + "; ");
     }
     return NO_ERROR;
 }
 
 // As the product's: the display is registered for, and what ends the object unregisters by the status handle.
 void Main(std::uint32_t, wchar_t**) {
-    status_handle = platform::register_service_handler(kOwnService, Handle, nullptr);
+    statusHandle = platform::register_service_handler(kOwnService, Handle, nullptr);
     Report(SERVICE_RUNNING);
     if (hangs) {
         ::Sleep(INFINITE);
     }
-    const bool registered = platform::register_power_setting(status_handle, GUID_CONSOLE_DISPLAY_STATE) != 0;
+    const bool registered = platform::register_power_setting(statusHandle, GUID_CONSOLE_DISPLAY_STATE) != 0;
     ::Sleep(3000);  // the present state comes on the dispatcher's thread
-    Keep(kTold, Kept(kTold) + (registered ? "registered; " : "not registered; "));
+    Tell(registered ? "registered; " : "not registered; ");
     ::SetLastError(NO_ERROR);
-    const bool unregistered = platform::unregister_power_setting(status_handle);
-    Keep(kTold,
-         Kept(kTold) + "unregistered: " + (unregistered ? "true" : "false") + ", " + ErrorText(::GetLastError()) + ".");
+    const bool unregistered = platform::unregister_power_setting(statusHandle);
+    const DWORD error = ::GetLastError();
+    Tell(std::string("unregistered: ") + (unregistered ? "true" : "false") + ", " + ErrorText(error) + ".");
     ::WaitForSingleObject(stopped, INFINITE);
 }
 

@@ -6,7 +6,6 @@
 
 #include "collection/triggers.h"
 #include "common/registry.h"
-#include "kit.h"
 #include "package.h"
 #include "platform/service.h"
 #include "platform/windows/guid.h"
@@ -138,13 +137,13 @@ void HearsOfTheDisplay(Findings& findings) {
         findings.Impossible("the console's display is not on: Windows says " + std::to_string(display.state()));
     }
     SwitchDisplay(false);
-    const bool went_off = display.Becomes(0, 15);
+    const bool wentOff = display.Becomes(0, 15);
     WriteRegDword(kLocalMachine, kProductKey, L"ISPOWERON", 1);
     SwitchDisplay(true);
-    const bool went_on = display.Becomes(1, 15);
-    if (!went_off || !went_on) {
+    const bool wentOn = display.Becomes(1, 15);
+    if (!wentOff || !wentOn) {
         WriteRegDword(kLocalMachine, kProductKey, L"ISPOWERON", 0);
-        findings.Impossible(went_off ? "the display did not go on again" : "the display did not go off when asked to");
+        findings.Impossible(wentOff ? "the display did not go on again" : "the display did not go off when asked to");
     }
     findings.Expect(PowerOnIsSettled(20), "the service clears ISPOWERON when the display goes on");
 }

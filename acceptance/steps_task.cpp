@@ -201,7 +201,7 @@ void RunsAPassByItsTrigger(Findings& findings) {
     NeedScheduler(findings);
     struct OwnTask {
         ~OwnTask() { TakeOwnTask(); }
-    } const own_task;
+    } const ownTask;
     DeleteRegValue(kLocalMachine, kProductKey, L"GetThermal");
     const platform::TaskResult result = RegisterOwn(15);
     findings.Expect(result.status >= 0, "a task that starts in 15 s can be registered: " + Number(result.status));
@@ -220,7 +220,7 @@ void KeepsLocalTimeInAnotherZone(Findings& findings) {
     const std::string boundary = ViewTask(Collection(), status)["StartBoundary"];
     struct Task {
         ~Task() { MakeTask(); }  // with the zone of before
-    } const made_again;
+    } const madeAgain;
     ChangedZone zone;
     TIME_ZONE_INFORMATION before = {};
     ::GetTimeZoneInformation(&before);

@@ -3,17 +3,14 @@
 #include <windows.h>
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include "part.h"
 #include "platform/service.h"
 #include "platform/windows/wide.h"
+#include "work_folder.h"
 
 namespace zorvalis::acceptance {
 namespace {
-
-using OwnedService = platform::Owned<::CloseServiceHandle, SC_HANDLE>;
 
 constexpr wchar_t kName[] = L"zorv-acceptance-system";
 
@@ -106,14 +103,11 @@ bool SystemPart::Wait(int seconds) const {
 }
 
 std::string SystemPart::output() const {
-    std::ifstream file(std::filesystem::path(platform::to_wide(file_)), std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    return ReadText(file_);
 }
 
 void RemoveSystemService() {
-    const OwnedService manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
-    const OwnedService service(::OpenServiceW(manager.get(), kName, DELETE | SERVICE_STOP));
-    if (service != nullptr) {
+    if (const OwnedService service = OpenTheService(kName, DELETE); service != nullptr) {
         ::DeleteService(service.get());
     }
 }

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/windows/handles.h"
+#include "product_service.h"
 
 namespace zorvalis::acceptance {
 
@@ -28,7 +28,7 @@ public:
 
 private:
     std::string file_;
-    platform::Owned<::CloseServiceHandle, SC_HANDLE> service_;
+    OwnedService service_;
     unsigned long error_ = 0;
 };
 

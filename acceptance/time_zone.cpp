@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <cwchar>
+#include <stdexcept>
 #include <string>
 
 #include "kit.h"
@@ -16,8 +17,8 @@ constexpr char kJournal[] = "time zone";
 // How a zone's rules lie in its value TZI.
 struct Rules {
     LONG bias;
-    LONG standard_bias;
-    LONG daylight_bias;
+    LONG standardBias;
+    LONG daylightBias;
     SYSTEMTIME standard;
     SYSTEMTIME daylight;
 };
@@ -49,10 +50,29 @@ void KeepNameAsStored(const wchar_t* value, wchar_t (&name)[32]) {
     }
 }
 
+// Nothing kept is a success.
+DWORD PutBack() {
+    const std::string bytes = Kept(kJournal);
+    DYNAMIC_TIME_ZONE_INFORMATION zone = {};
+    if (bytes.size() != sizeof zone) {
+        return ERROR_SUCCESS;
+    }
+    std::memcpy(&zone, bytes.data(), sizeof zone);
+    DYNAMIC_TIME_ZONE_INFORMATION now = {};
+    ::GetDynamicTimeZoneInformation(&now);
+    const bool unchanged = std::wcscmp(now.TimeZoneKeyName, zone.TimeZoneKeyName) == 0 && now.Bias == zone.Bias &&
+                           now.DynamicDaylightTimeDisabled == zone.DynamicDaylightTimeDisabled;
+    const DWORD error = unchanged ? ERROR_SUCCESS : Set(zone);
+    if (error == ERROR_SUCCESS) {
+        Forget(kJournal);
+    }
+    return error;
+}
+
 }  // namespace
 
 ChangedZone::~ChangedZone() {
-    RestoreZone();
+    PutBack();  // what cannot be put back stays kept, for --restore
 }
 
 unsigned long ChangedZone::Set(const wchar_t* name) {
@@ -63,9 +83,7 @@ unsigned long ChangedZone::Set(const wchar_t* name) {
         }
         KeepNameAsStored(L"StandardName", zone.StandardName);
         KeepNameAsStored(L"DaylightName", zone.DaylightName);
-        if (!Keep(kJournal, std::string(reinterpret_cast<const char*>(&zone), sizeof zone))) {
-            return ERROR_CANTWRITE;
-        }
+        Keep(kJournal, std::string(reinterpret_cast<const char*>(&zone), sizeof zone));
     }
     const std::wstring key = std::wstring(L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Time Zones\\") + name;
     Rules rules = {};
@@ -77,8 +95,8 @@ unsigned long ChangedZone::Set(const wchar_t* name) {
     }
     zone = {};
     zone.Bias = rules.bias;
-    zone.StandardBias = rules.standard_bias;
-    zone.DaylightBias = rules.daylight_bias;
+    zone.StandardBias = rules.standardBias;
+    zone.DaylightBias = rules.daylightBias;
     zone.StandardDate = rules.standard;
     zone.DaylightDate = rules.daylight;
     std::wcsncpy(zone.TimeZoneKeyName, name, std::size(zone.TimeZoneKeyName) - 1);
@@ -88,17 +106,8 @@ unsigned long ChangedZone::Set(const wchar_t* name) {
 }
 
 void RestoreZone() {
-    const std::string bytes = Kept(kJournal);
-    DYNAMIC_TIME_ZONE_INFORMATION zone = {};
-    if (bytes.size() == sizeof zone) {
-        std::memcpy(&zone, bytes.data(), sizeof zone);
-        DYNAMIC_TIME_ZONE_INFORMATION now = {};
-        ::GetDynamicTimeZoneInformation(&now);
-        const bool unchanged = std::wcscmp(now.TimeZoneKeyName, zone.TimeZoneKeyName) == 0 && now.Bias == zone.Bias &&
-                               now.DynamicDaylightTimeDisabled == zone.DynamicDaylightTimeDisabled;
-        if (unchanged || acceptance::Set(zone) == ERROR_SUCCESS) {
-            Forget(kJournal);
-        }
+    if (const DWORD error = PutBack(); error != ERROR_SUCCESS) {
+        throw std::runtime_error("the time zone cannot be put back: " + ErrorText(error));
     }
 }
 

@@ -15,7 +15,7 @@ public:
     unsigned long Set(const wchar_t* name);
 };
 
-// Sets the zone that a step has left changed.
+// Sets the zone that a step has left changed. Raises std::runtime_error when it cannot.
 void RestoreZone();
 
 }  // namespace zorvalis::acceptance

@@ -10,7 +10,6 @@
 #undef StartTrace  // the product has functions of these names
 #undef StopTrace
 
-#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <string_view>
