@@ -40,6 +40,13 @@ std::string Number(long status) {
     return text;
 }
 
+// A pass starts every five minutes.
+void ExpectNextStart(Findings& findings, const std::string& which, const platform::RegisteredTask& task,
+                     std::int64_t now) {
+    findings.Expect(task.next_start > now && task.next_start <= now + 6 * 60,
+                    which + " starts next in " + std::to_string(task.next_start - now) + " s, within six minutes");
+}
+
 // A task of the kit's own, once, in the given number of seconds.
 platform::TaskResult RegisterOwn(int seconds) {
     std::tm local{};
@@ -125,8 +132,7 @@ void ExpectTask(Findings& findings) {
     findings.Expect(found.status >= 0 && task.enabled && task.interval == kPassSeconds && task.path == Executable() &&
                         task.arguments == "-j0",
                     "zorvctl's function finds the same");
-    findings.Expect(task.next_start > now && task.next_start <= now + 6 * 60,
-                    "its next start is " + std::to_string(task.next_start - now) + " s from now, within six minutes");
+    ExpectNextStart(findings, "it", task, now);
 }
 
 // The process that runs has made it: a task's start lies behind the moment of its making.
@@ -234,8 +240,7 @@ void KeepsLocalTimeInAnotherZone(Findings& findings) {
     platform::RegisteredTask task;
     const std::int64_t now = platform::now_seconds();
     platform::find_task(Collection(), now, task);
-    findings.Expect(task.next_start > now && task.next_start <= now + 6 * 60,
-                    "a task that is made in the other zone starts in " + std::to_string(task.next_start - now) + " s");
+    ExpectNextStart(findings, "a task that is made in the other zone", task, now);
 }
 
 // The task of 3.1: one that an administrator makes may be that user's to see.

@@ -14,7 +14,8 @@ namespace zorvalis {
 bool IsOfWindows(const std::wstring& folder) {
     wchar_t windows[MAX_PATH] = L"";
     const UINT length = std::min<UINT>(::GetSystemWindowsDirectoryW(windows, MAX_PATH), MAX_PATH);
-    return ::CompareStringOrdinal(folder.substr(0, length).c_str(), -1, windows, -1, TRUE) == CSTR_EQUAL;
+    const bool ends = folder.size() <= length || folder[length] == L'\\';  // else it is C:\Windows.old, say
+    return ends && ::CompareStringOrdinal(folder.substr(0, length).c_str(), -1, windows, -1, TRUE) == CSTR_EQUAL;
 }
 
 void RequireReplaceable(const std::wstring& folder) {
