@@ -105,9 +105,8 @@ bool decryptDBFast(TelemetryDb& handle, std::uint8_t key) {
     }
     LogMessage("[decryptDBFast] " + handle.path + " exist");
     const platform::File copy = platform::open_file(cached, "wb+");
-    return copy != nullptr && CopyTransformed(resting.get(), copy.get(), key) &&
-           !platform::path_exists(
-               journal);  // another process has put one back, and SQLite would replay it into the copy
+    // Another process may have put a journal back, which SQLite would replay into the copy.
+    return copy != nullptr && CopyTransformed(resting.get(), copy.get(), key) && !platform::path_exists(journal);
 }
 
 void encryptDBFast(TelemetryDb& handle, std::uint8_t key) {

@@ -178,8 +178,8 @@ std::string key_path(const KeyParts& parts) {
 }
 
 Descriptor open_key(const KeyParts& parts, bool make) {
-    const std::string registry = machine_path(kRegistryFolder);
     Descriptor key = open_folder(AT_FDCWD, key_path(parts).c_str());  // mostly the names are in the case of the folders
+    const std::string registry = key ? "" : machine_path(kRegistryFolder);
     if (key || (make && !make_folders(registry))) {
         return key;
     }
