@@ -15,6 +15,7 @@
 #include "collection/collectors.h"
 #include "collection/dispatch.h"
 #include "common/registry.h"
+#include "common/time.h"
 #include "measure.h"
 #include "results.h"
 #include "store/db_file.h"
@@ -41,8 +42,8 @@ fs::path TrivialPrograms() {
     return Bench() / "trivial";
 }
 
-// Makes the file of this machine and month with `rows` rows of each timed kind, or as many as its table takes. Returns
-// its name.
+// Makes the file of this machine and month with `rows` rows of each timed kind, or as many as its table takes, and the
+// registry values that come with its rows. Returns its name.
 std::string FillFile(int rows) {
     const std::string name = "O_" + getAutoDBFileName() + ".db";
     for (const CollectionKind kind : kKinds) {
@@ -56,6 +57,9 @@ std::string FillFile(int rows) {
             sql += buildInsert(collector.tableName, collector.rows, row, collector.columnCount);
         }
         insert(name, "BEGIN;" + sql + "COMMIT;");
+        if (kind == CollectionKind::SysInfo) {
+            updateSystemInfoRegistry(row);
+        }
     }
     return name;
 }
@@ -90,12 +94,13 @@ public:
     }
 
     Cost Floor() const {
-        const fs::path spare = Bench() / "floor.db";
-        fs::remove(spare);
-        if (!file_.empty()) {
-            fs::copy_file(machine_ / "ProgramData/Zorv/Zorvcore/Zorvalis/data" / file_, spare);
-        }
-        return RunProcess({Bench() / "floor-pass", spare, Bench() / "trivial" / "ZorvWinIo64.so"}, Steps());
+        CopyFile();
+        return RunProcess(FloorCommand(), Steps());
+    }
+
+    std::size_t FloorCalls() const {
+        CopyFile();
+        return SystemCalls(FloorCommand(), Steps()).size();
     }
 
     // Writes what floor-pass reads, in the order in which a pass does it. Returns how often a pass loads the library.
@@ -131,6 +136,19 @@ public:
 
 private:
     static fs::path Steps() { return Bench() / "steps.txt"; }
+    static fs::path Spare() { return Bench() / "floor.db"; }
+
+    static std::vector<std::string> FloorCommand() {
+        return {Bench() / "floor-pass", Spare(), Bench() / "trivial" / "ZorvWinIo64.so"};
+    }
+
+    // The database file alone, for floor-pass.
+    void CopyFile() const {
+        fs::remove(Spare());
+        if (!file_.empty()) {
+            fs::copy_file(machine_ / "ProgramData/Zorv/Zorvcore/Zorvalis/data" / file_, Spare());
+        }
+    }
 
     fs::path programs_;
     fs::path machine_;
@@ -184,7 +202,8 @@ void MeasureSizes(const std::vector<Library>& libraries, int runs) {
             memory = std::max(memory, pass.memory);
             if (rows == 0) {
                 results.Text(library.name + ": a pass loads it " + std::to_string(loads) + " times; one sensor read (" +
-                             "load, ask, unload) takes " + Digits(ReadCost(), 0) + " us");
+                             "load, ask, unload) takes " + Digits(ReadCost(), 0) + " us. The floor makes " +
+                             std::to_string(start.FloorCalls()) + " system calls");
             }
         }
         results.Aim(library.name + ": processor time of a pass, by that of the same work, at the worst size", worst,
@@ -210,7 +229,16 @@ void MeasureSteps(const Library& library, int runs) {
         {"battery and power are due", start_timers({L"GetThermal", L"GetSystemInfo"})},
         {"temperatures too", start_timers({L"GetSystemInfo"})},
         {"how the machine is built too", [] {}},
-        {"and uploads; no file is of age", [] { DeleteRegValue(kLocalMachine, kProductKey, L"upload"); }},
+        {"and uploads; no file is of age",
+         [] {
+             DeleteRegValue(kLocalMachine, kProductKey, L"upload");
+             BG_FILESTATUS_CONTROLLER controller;
+             controller.setFileName("O_" + getAutoDBFileName() + ".db");
+             controller.setFileType(1);
+             controller.setFileCreateDate(NowTimeString().substr(0, 10));
+             controller.fopenDB(kStatusDb);
+             controller.commit();
+         }},
     };
     std::vector<Start> starts;
     for (const Step& step : steps) {

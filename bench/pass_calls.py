@@ -17,6 +17,7 @@ LIBRARIES = ("trivial library", "stand-in library")
 SQLITE, LOADER, HARDWARE, START = "SQLite", "the loader", "the stand-in library", "the process's start and end"
 NOT_OURS = (SQLITE, LOADER)
 MOST = 900
+SMALL = 10  # parts with fewer calls share a row
 # Sources of which others are made: their calls count for who asked.
 HELPERS = {"whole_file.cpp", "machine_path.cpp", "machine.cpp"}
 FRAME = re.compile(r" > (.+?)\((.*)\+0x[0-9a-f]+\) \[0x([0-9a-f]+)\]$")
@@ -85,8 +86,10 @@ def main():
     program = Program()
     made = [calls(BUILD / "bench" / f"{library}.calls", program) for library in LIBRARIES]
     counts = [collections.Counter(part for _, part, _ in one) for one in made]
+    large = [part for part in counts[0] | counts[1] if max(count[part] for count in counts) >= SMALL]
     rows = [[part, *(str(count[part]) for count in counts)]
-            for part in sorted(counts[0] | counts[1], key=lambda part: -max(count[part] for count in counts))]
+            for part in sorted(large, key=lambda part: -max(count[part] for count in counts))]
+    rows.append(["other sources", *(str(sum(count.values()) - sum(count[part] for part in large)) for count in counts)])
     own = [sum(n for part, n in count.items() if part not in NOT_OURS) for count in counts]
     rows.append(["all but SQLite's and the loader's", *map(str, own)])
     aims = [{"what": f"{library}: system calls of a first pass but SQLite's and the loader's", "value": n, "limit": MOST,
