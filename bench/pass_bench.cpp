@@ -10,6 +10,7 @@
 #include <fstream>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "collection/collectors.h"
@@ -33,6 +34,10 @@ constexpr int kUsualRows = 24;
 fs::path Bench() {
     return BuildFolder() / "bench";
 }
+
+// Where the machines are: in memory, where the file system adds the least to what the programs do.
+const fs::path kMemory = "/dev/shm/zorvalis-pass-bench";
+fs::path work = kMemory;
 
 // The folder of the library whose exports are constants; the executable takes the one beside itself.
 fs::path TrivialPrograms() {
@@ -69,7 +74,7 @@ class Start {
 public:
     // In a folder that no other start has: this process may still hold open what it used in one.
     Start(const std::string& name, const fs::path& programs, int rows)
-        : programs_(programs), machine_(Bench() / "starts" / name) {
+        : programs_(programs), machine_(work / "starts" / name) {
         MakeMachine(machine_, programs_);
         if (rows > 0) {
             file_ = FillFile(rows);
@@ -78,10 +83,9 @@ public:
 
     // Makes the copy that the next process runs on.
     void Copy() const {
-        const fs::path copy = Bench() / "machine";
-        fs::remove_all(copy);
-        fs::copy(machine_, copy, fs::copy_options::recursive);
-        setenv("ZORV_MACHINE", copy.c_str(), 1);
+        fs::remove_all(Machine());
+        fs::copy(machine_, Machine(), fs::copy_options::recursive);
+        setenv("ZORV_MACHINE", Machine().c_str(), 1);
     }
 
     std::vector<std::string> Command(const char* option = "-j0") const {
@@ -94,12 +98,12 @@ public:
     }
 
     Cost Floor() const {
-        CopyFile();
+        Copy();
         return RunProcess(FloorCommand(), Steps());
     }
 
     std::size_t FloorCalls() const {
-        CopyFile();
+        Copy();
         return SystemCalls(FloorCommand(), Steps()).size();
     }
 
@@ -136,18 +140,14 @@ public:
 
 private:
     static fs::path Steps() { return Bench() / "steps.txt"; }
-    static fs::path Spare() { return Bench() / "floor.db"; }
+    static fs::path Machine() { return work / "machine"; }
 
-    static std::vector<std::string> FloorCommand() {
-        return {Bench() / "floor-pass", Spare(), Bench() / "trivial" / "ZorvWinIo64.so"};
-    }
-
-    // The database file alone, for floor-pass.
-    void CopyFile() const {
-        fs::remove(Spare());
-        if (!file_.empty()) {
-            fs::copy_file(machine_ / "ProgramData/Zorv/Zorvcore/Zorvalis/data" / file_, Spare());
-        }
+    // In the machine's own folder: there the file system does for both what it does for one.
+    std::vector<std::string> FloorCommand() const {
+        const fs::path data = Machine() / "ProgramData/Zorv/Zorvcore/Zorvalis/data";
+        fs::create_directories(data);
+        return {Bench() / "floor-pass", data / (file_.empty() ? "new.db" : file_),
+                Bench() / "trivial" / "ZorvWinIo64.so"};
     }
 
     fs::path programs_;
@@ -172,6 +172,20 @@ double ReadCost() {
     return time.count() / kReads;
 }
 
+// A row of the table: a pass and its floor by turns, so that a slow moment hits both.
+std::pair<Cost, Cost> MeasureSize(Results& results, const std::string& what, const Start& start, int runs) {
+    std::vector<Cost> passes, floors;
+    for (int run = 0; run < runs; ++run) {
+        floors.push_back(start.Floor());
+        passes.push_back(start.Pass());
+    }
+    const Cost pass = Median(passes), floor = Median(floors);
+    results.Row({what, Digits(pass.wall, 1), Digits(pass.cpu, 1), Digits(pass.instructions, 1), Digits(pass.memory, 1),
+                 Digits(floor.wall, 1), Digits(floor.cpu, 1), Digits(floor.instructions, 1), Digits(floor.memory, 1),
+                 Digits(pass.wall / floor.wall, 2), Digits(pass.cpu / floor.cpu, 2)});
+    return {pass, floor};
+}
+
 void MeasureSizes(const std::vector<Library>& libraries, int runs) {
     Results results("1-pass",
                     "A pass, beside the same work with files and a library whose exports are constants. Median of " +
@@ -182,20 +196,11 @@ void MeasureSizes(const std::vector<Library>& libraries, int runs) {
     double memory = 0;
     for (const Library& library : libraries) {
         double worst = 0;
-        for (const int rows : {0, 24, 48, 96, 288}) {
+        for (const int rows : {0, kUsualRows, 48, 96, 288}) {
             const Start start(library.name + std::to_string(rows), library.programs, rows);
             const int loads = start.WriteSteps();
-            std::vector<Cost> passes, floors;
-            for (int run = 0; run < runs; ++run) {
-                floors.push_back(start.Floor());
-                passes.push_back(start.Pass());
-            }
-            const Cost pass = Median(passes), floor = Median(floors);
-            results.Row({library.name + ", " + (rows == 0 ? "new file" : std::to_string(rows) + " rows of a kind"),
-                         Digits(pass.wall, 1), Digits(pass.cpu, 1), Digits(pass.instructions, 1),
-                         Digits(pass.memory, 1), Digits(floor.wall, 1), Digits(floor.cpu, 1),
-                         Digits(floor.instructions, 1), Digits(floor.memory, 1), Digits(pass.wall / floor.wall, 2),
-                         Digits(pass.cpu / floor.cpu, 2)});
+            const std::string size = rows == 0 ? "new file" : std::to_string(rows) + " rows of a kind";
+            const auto [pass, floor] = MeasureSize(results, library.name + ", " + size, start, runs);
             results.Point("a pass, " + library.name, rows, pass.cpu);
             results.Point("the same work, " + library.name, rows, floor.cpu);
             worst = std::max(worst, pass.cpu / floor.cpu);
@@ -210,6 +215,16 @@ void MeasureSizes(const std::vector<Library>& libraries, int runs) {
                     library.mostCpu);
     }
     results.Aim("peak memory of a pass, MiB", memory, 5);
+    // What a file system does on a disk depends on what was deleted there in the last minutes, so no aim is set for it.
+    work = Bench() / "machines";
+    fs::remove_all(work);
+    for (const Library& library : libraries) {
+        const Start start("disk " + library.name, library.programs, kUsualRows);
+        start.WriteSteps();
+        MeasureSize(results, library.name + ", " + std::to_string(kUsualRows) + " rows, on the build's disk", start,
+                    runs);
+    }
+    work = kMemory;
 }
 
 // What a step of a pass costs, as the difference between runs that have it and runs that do not.
@@ -273,7 +288,7 @@ void MeasureSteps(const Library& library, int runs) {
 
 int main(int argc, char** argv) {
     const int runs = 5 * (argc > 1 ? std::atoi(argv[1]) : 15);
-    fs::remove_all(Bench() / "starts");
+    fs::remove_all(work);
     const std::vector<Library> libraries = {{"trivial library", TrivialPrograms(), 1.25},
                                             {"stand-in library", BuildFolder() / "bin", 1.5}};
     MeasureSizes(libraries, runs);
@@ -283,5 +298,6 @@ int main(int argc, char** argv) {
         start.Copy();
         SystemCalls(start.Command(), "", Bench() / (library.name + ".calls"));
     }
+    fs::remove_all(work);
     return 0;
 }
