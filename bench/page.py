@@ -1,0 +1,163 @@
+#!/usr/bin/env python3
+"""Makes docs/cost.md and docs/cost.svg of what the benches have kept. Every number of the page is theirs, or reckoned of
+theirs here.
+
+    page.py BUILD DOCS      BUILD: the folder of the build that was measured; its bench/results/*.json are read
+
+A bench that was not run has no part of the page. plots.py draws.
+"""
+import datetime
+import json
+import pathlib
+import re
+import sys
+
+import plots
+
+DAY = 24 * 60 * 60
+PASSES_OF_A_DAY = DAY // 300  # the scheduled task starts one every five minutes
+
+
+class Missing(Exception):
+    """A bench was not run, or keeps its figures otherwise than this page expects."""
+
+
+class Results:
+    """All tables, by their names and in the order of these."""
+
+    def __init__(self, folder):
+        self.files = sorted(folder.glob("*.json"), key=lambda file: file.stem)
+        self.tables = {file.stem: json.loads(file.read_text(encoding="utf-8")) for file in self.files}
+
+    def number(self, name, row, column):
+        """The first number in a cell: of the row and the column whose heads begin like that."""
+        table = self.tables.get(name, {"rows": [], "columns": []})
+        for cells in (cells for cells in table["rows"] if cells[0].startswith(row)):
+            for head, cell in zip(table["columns"], cells):
+                found = re.search(r"-?[\d,]*\.?\d+", cell)
+                if head.startswith(column) and found:
+                    return float(found.group().replace(",", ""))
+        raise Missing(f"{name} has no {column!r} in a row {row!r}")
+
+    def dates(self):
+        days = [datetime.date.fromtimestamp(file.stat().st_mtime) for file in self.files]
+        return str(min(days)) if min(days) == max(days) else f"{min(days)} to {max(days)}"
+
+
+def first(pattern, text, otherwise):
+    found = re.search(pattern, text, re.M)
+    return found.group(1) if found else otherwise
+
+
+def machine(build):
+    """What was measured on, without a name that is one computer's."""
+    cpu = pathlib.Path("/proc/cpuinfo").read_text(encoding="utf-8")
+    kernel = pathlib.Path("/proc/sys/kernel/osrelease").read_text(encoding="utf-8")
+    memory = pathlib.Path("/proc/meminfo").read_text(encoding="utf-8")
+    compiler = "".join(f.read_text(encoding="utf-8") for f in build.glob("CMakeFiles/*/CMakeCXXCompiler.cmake"))
+    kind = first(r"^CMAKE_BUILD_TYPE:\w+=(\w+)", (build / "CMakeCache.txt").read_text(encoding="utf-8"), "unknown")
+    cores, gib = len(re.findall(r"^processor\s*:", cpu, re.M)), int(first(r"^MemTotal:\s*(\d+)", memory, "0")) / 2**20
+    model, release = first(r"^model name.*: (.+)", cpu, "unknown processor"), first(r"^([0-9.]+)", kernel, "")
+    made_by = [first(rf"CMAKE_CXX_COMPILER_{what} .([\w.]+)", compiler, "") for what in ("ID", "VERSION")]
+    return f"{cores} cores, {model}, {gib:.0f} GiB, Linux {release}, {' '.join(made_by)}, {kind} build"
+
+
+def pass_words(results):
+    new, full = (results.number("1-pass", row, "cpu") for row in ("new file", "288 rows"))
+    seconds = new * PASSES_OF_A_DAY / 1e3
+    return (f"**A pass** takes {new:.1f} ms of a processor when it stores a row of each kind in a new file, and "
+            f"{full:.1f} ms when the file has 288 rows of each already. The scheduled task starts one every five minutes, "
+            f"{PASSES_OF_A_DAY} a day: {seconds:.1f} s of one core's {DAY:,}, one part in {DAY / seconds:,.0f}, and most "
+            f"of them find nothing due. What a millisecond less in a pass buys is {PASSES_OF_A_DAY / 1e3:.2f} s of a core "
+            "a day, so what is left to be saved is no longer battery: it is that a pass ends before anyone could notice it.")
+
+
+def upload_words(results):
+    small = results.number("3-upload", "4 MiB", "cpu")
+    large = results.number("3-upload", "32 MiB", "cpu")
+    each = (large - small) / 28
+    return (f"**An upload** of 4 MiB takes {small:,.0f} ms of a processor, and each further MiB {each:,.0f} ms. It happens "
+            "two or three times a month, to files of some 20 KiB; it is measured at sizes where the requests weigh more "
+            "than the start. A millisecond less for a MiB is nothing on a notebook, but each request saved is one that a "
+            "server of a fleet does not get ([fleet.md](fleet.md)).")
+
+
+def call_words(results):
+    one = results.number("4-calls", "one client", "p50")
+    rate = results.number("4-calls", "one client", "calls")
+    return (f"**A call** of an application is answered in {one:.3f} ms (the median, of one client; {rate:,.0f} a second). An "
+            "application that asks at its start and draws sixty pictures a second has 16.7 ms for each, so the answer is "
+            "there before the next one. What a hundredth of a millisecond less buys is room for many at once.")
+
+
+WORDS = [pass_words, upload_words, call_words]
+
+
+def paragraphs(results):
+    for words in WORDS:
+        try:
+            yield words(results)
+        except Missing as missing:
+            print(f"page.py: left out: {missing}", file=sys.stderr)
+
+
+def table(rows, right):
+    """Markdown; all columns but the first to the right, or those in `right`."""
+    heads = rows[0]
+    line = ["---:" if right(i) else "---" for i in range(len(heads))]
+    return ["| " + " | ".join(str(c).replace("|", "\\|") for c in cells) + " |" for cells in [heads, line, *rows[1:]]]
+
+
+def shown(number):
+    return f"{number:,.0f}" if abs(number) >= 100 else f"{number:,.2f}".rstrip("0").rstrip(".")
+
+
+def aim_rows(aims):
+    for aim in aims:
+        limit = ("at least " if aim["atLeast"] else "at most ") + shown(aim["limit"])
+        yield [aim["what"], limit, shown(aim["value"]), "held" if aim["held"] else "**missed**"]
+
+
+def page(results, build):
+    aims = [aim for part in results.tables.values() for aim in part["aims"]]
+    missed = [aim["what"] for aim in aims if not aim["held"]]
+    lines = ["# What it costs", "",
+             "What a pass, an upload and a call take of a notebook, beside plain programs that do the same work and nothing "
+             "else, as `./dev bench` measures it. All figures and the picture are the benches' own: this page is made by "
+             "`bench/page.py`, so change it there.", "",
+             f"Measured on {machine(build)}, {results.dates()}. Times are wall times unless they say processor; figures "
+             "of another machine differ, ratios to the plain program hardly.", ""]
+    for words in paragraphs(results):
+        lines += [words, ""]
+    if aims:
+        lines += [f"Of {len(aims)} aims {len(aims) - len(missed)} are held" +
+                  ("." if not missed else "; missed: " + "; ".join(missed) + "."), ""]
+    lines += ["![All plots of this page: " + "; ".join(p["title"] for p in all_plots(results)) + "](cost.svg)", "",
+              "    ./dev bench [RUNS [DIR]]         all of it, and this page anew",
+              "    ./dev bench PART [RUNS [DIR]]    pass, idle, upload, calls, windows, records, programs or growth alone",
+              "    ./dev bench page                 this page of what was measured last", ""]
+    for part in results.tables.values():
+        lines += ["## " + part["title"], ""] + table([part["columns"], *part["rows"]], lambda i: i > 0) + [""]
+        for text in part["texts"]:
+            lines += ["- " + text]
+        lines += [""] if part["texts"] else []
+        if part["aims"]:
+            lines += table([["Wanted", "", "Measured", ""], *aim_rows(part["aims"])], lambda i: i == 2) + [""]
+    return "\n".join(lines).rstrip() + "\n"
+
+
+def all_plots(results):
+    return [plot for part in results.tables.values() for plot in part["plots"] if plot["curves"]]
+
+
+def main():
+    build, docs = map(pathlib.Path, sys.argv[1:3])
+    results = Results(build / "bench" / "results")
+    if not results.tables:
+        sys.exit("page.py: no bench has left its figures")
+    (docs / "cost.md").write_text(page(results, build), encoding="utf-8")
+    (docs / "cost.svg").write_text(plots.picture(all_plots(results)), encoding="utf-8")
+
+
+if __name__ == "__main__":
+    main()
