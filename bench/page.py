@@ -29,15 +29,15 @@ class Results:
         self.files = sorted(folder.glob("*.json"), key=lambda file: file.stem)
         self.tables = {file.stem: json.loads(file.read_text(encoding="utf-8")) for file in self.files}
 
-    def number(self, name, row, column):
-        """The first number in a cell: of the row and the column whose heads begin like that."""
+    def numbers(self, name, row, column):
+        """The rows whose first cells match, each with the number in the first column whose head begins like that."""
         table = self.tables.get(name, {"rows": [], "columns": []})
-        for cells in (cells for cells in table["rows"] if cells[0].startswith(row)):
-            for head, cell in zip(table["columns"], cells):
-                found = re.search(r"-?[\d,]*\.?\d+", cell)
-                if head.startswith(column) and found:
-                    return float(found.group().replace(",", ""))
-        raise Missing(f"{name} has no {column!r} in a row {row!r}")
+        at = next((i for i, head in enumerate(table["columns"]) if head.startswith(column)), None)
+        found = [(cells[0], float(re.search(r"-?[\d.]+", cells[at].replace(",", "")).group()))
+                 for cells in table["rows"] if at is not None and re.search(row, cells[0])]
+        if not found:
+            raise Missing(f"{name} has no {column!r} in a row like {row!r}")
+        return found
 
     def dates(self):
         days = [datetime.date.fromtimestamp(file.stat().st_mtime) for file in self.files]
@@ -63,31 +63,33 @@ def machine(build):
 
 
 def pass_words(results):
-    new, full = (results.number("1-pass", row, "cpu") for row in ("new file", "288 rows"))
-    seconds = new * PASSES_OF_A_DAY / 1e3
-    return (f"**A pass** takes {new:.1f} ms of a processor when it stores a row of each kind in a new file, and "
-            f"{full:.1f} ms when the file has 288 rows of each already. The scheduled task starts one every five minutes, "
-            f"{PASSES_OF_A_DAY} a day: {seconds:.1f} s of one core's {DAY:,}, one part in {DAY / seconds:,.0f}, and most "
-            f"of them find nothing due. What a millisecond less in a pass buys is {PASSES_OF_A_DAY / 1e3:.2f} s of a core "
-            "a day, so what is left to be saved is no longer battery: it is that a pass ends before anyone could notice it.")
+    (_, new), *_, (fullest, full) = results.numbers("1-pass", "^stand-in library", "ms cpu")
+    (_, nothing), = results.numbers("1-pass-steps", "nothing due", "ms cpu")
+    seconds = full * PASSES_OF_A_DAY / 1e3
+    return (f"**A pass** takes {new:.1f} ms of a processor when it stores a row of each kind in a new file, {full:.1f} ms "
+            f"when the file has {re.search('[0-9]+', fullest).group()} rows of a kind already, and {nothing:.1f} ms when "
+            f"nothing is due, as for most. One starts every five minutes: if all {PASSES_OF_A_DAY} of a day were of the "
+            f"dearest kind, they would take {seconds:.1f} s of one core, one part in {DAY / seconds:,.0f}. A millisecond "
+            f"less in each pass buys {PASSES_OF_A_DAY / 1e3:.2f} s of a core a day. No battery feels that; what it buys is "
+            "that a mistake shows: a pass that suddenly takes twice as long does something that it need not.")
 
 
 def upload_words(results):
-    small = results.number("3-upload", "4 MiB", "cpu")
-    large = results.number("3-upload", "32 MiB", "cpu")
-    each = (large - small) / 28
-    return (f"**An upload** of 4 MiB takes {small:,.0f} ms of a processor, and each further MiB {each:,.0f} ms. It happens "
-            "two or three times a month, to files of some 20 KiB; it is measured at sizes where the requests weigh more "
-            "than the start. A millisecond less for a MiB is nothing on a notebook, but each request saved is one that a "
-            "server of a fleet does not get ([fleet.md](fleet.md)).")
+    (least, start), *_, (most, end) = [(float(row.split()[0]), number) for row, number in
+                                       results.numbers("3-upload", r"^\d+ MiB, pass$", "ms processor")]
+    each = (end - start) / (most - least)
+    return (f"**An upload** of {least:.0f} MiB takes {start:,.0f} ms of a processor, and each further MiB {each:,.0f} ms. "
+            "A notebook's files are of kilobytes and go up once a month ([fleet.md](fleet.md)), so it pays for little more "
+            "than the connection; the sizes here show what a request costs and that nothing grows faster than the file.")
 
 
 def call_words(results):
-    one = results.number("4-calls", "one client", "p50")
-    rate = results.number("4-calls", "one client", "calls")
-    return (f"**A call** of an application is answered in {one:.3f} ms (the median, of one client; {rate:,.0f} a second). An "
-            "application that asks at its start and draws sixty pictures a second has 16.7 ms for each, so the answer is "
-            "there before the next one. What a hundredth of a millisecond less buys is room for many at once.")
+    (_, median), = results.numbers("4-calls", "^1 client", "median")
+    (_, rate), = results.numbers("4-calls", "^1 client", "service")
+    return (f"**A call** of an application is answered in {median * 1e3:,.0f} µs: the median of one client, which makes "
+            f"{rate:,.0f} a second so. An application asks a few times in its life, so its user waits for nothing. What a "
+            "microsecond less buys is room: of many clients at once each waits for all the others, since the service takes "
+            "one call at a time.")
 
 
 WORDS = [pass_words, upload_words, call_words]
@@ -137,9 +139,10 @@ def page(results, build):
               "    ./dev bench PART [RUNS [DIR]]    pass, idle, upload, calls, windows, records, programs or growth alone",
               "    ./dev bench page                 this page of what was measured last", ""]
     for part in results.tables.values():
-        lines += ["## " + part["title"], ""] + table([part["columns"], *part["rows"]], lambda i: i > 0) + [""]
-        for text in part["texts"]:
-            lines += ["- " + text]
+        head, _, rest = re.split(r"([,:.] |$)", part["title"], maxsplit=1)
+        lines += ["## " + head, ""] + ([rest[0].upper() + rest[1:] + ".", ""] if rest else [])
+        lines += table([part["columns"], *part["rows"]], lambda i: i > 0) + [""]
+        lines += [f"- {text.rstrip('.')}." for text in part["texts"]]
         lines += [""] if part["texts"] else []
         if part["aims"]:
             lines += table([["Wanted", "", "Measured", ""], *aim_rows(part["aims"])], lambda i: i == 2) + [""]

@@ -12,7 +12,7 @@ WIDE = 30  # a range from which on an axis is logarithmic
 
 # Colour, dashes and mark of each curve: each alone tells them apart.
 STYLES = [("a", "", "circle"), ("b", "6 3", "square"), ("c", "2 3", "triangle"), ("d", "9 3 2 3", "diamond"),
-          ("e", "1 4", "cross"), ("f", "12 4", "circle")]
+          ("e", "1 4", "cross"), ("f", "12 4", "plus")]
 HEAD = """<style>
 svg{background:#fff;font:12px sans-serif}text{fill:#333}.title{font-weight:bold;font-size:14px;fill:#111}
 .end{text-anchor:end}.middle{text-anchor:middle}path{fill:none;stroke-width:1.6;stroke-linejoin:round}
@@ -24,7 +24,7 @@ svg{background:#fff;font:12px sans-serif}text{fill:#333}.title{font-weight:bold;
 </style>
 """
 MARKS = {"circle": "m-3.5 0a3.5 3.5 0 1 0 7 0a3.5 3.5 0 1 0-7 0z", "square": "m-3-3h6v6h-6z", "triangle": "m0-4l4 7h-8z",
-         "diamond": "m0-4.5l4.5 4.5l-4.5 4.5l-4.5-4.5z", "cross": "m-3.5-3.5l7 7m0-7l-7 7"}
+         "diamond": "m0-4.5l4.5 4.5l-4.5 4.5l-4.5-4.5z", "cross": "m-3.5-3.5l7 7m0-7l-7 7", "plus": "m-4 0h8m-4-4v8"}
 
 
 def label(value):

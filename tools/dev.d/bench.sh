@@ -1,11 +1,14 @@
 # ./dev bench: the measurements, one or all, and the page that is made of them, docs/cost.md. Sourced by ./dev.
 # shellcheck shell=bash disable=SC2154
 
-# One part by its name, with the number of runs. Each is the last command of its shell, so its failure is seen.
+# One part by its name, with the number of runs; idle goes by minutes, and by its own number of them among all parts.
 bench_part() {
     local folder=build/linux-release/bench
     case $1 in
-        idle) idle ;;
+        pass)
+            install_packages strace && $folder/pass-bench "${@:2:1}" && python3 -B bench/pass_calls.py
+            ;;
+        idle) idle "${minutes[@]}" ;;
         calls) $folder/rpc-bench ;;
         windows) bench_windows ;;
         page) python3 -B bench/page.py build/linux-release docs ;;
@@ -32,7 +35,7 @@ build_windows_bench() {
 }
 
 bench() {
-    local all=(pass idle upload calls windows records programs growth page) parts=() part
+    local all=(pass idle upload calls windows records programs growth page) parts=() minutes=() part
     case ${1:-} in
         fleet)
             [ $# -eq 1 ] || fail "bench fleet takes nothing else"
@@ -48,6 +51,7 @@ bench() {
             ;;
     esac
     [ $# -eq 0 ] || require_count "$1" "bench for how many runs"
+    [ ${#parts[@]} -gt 1 ] || minutes=("$@")
     step build-linux-release ./dev build linux-release || exit 1
     for part in "${parts[@]}"; do
         (exit_commands='' && bench_part "$part" "$@") || fail "bench $part has failed"
