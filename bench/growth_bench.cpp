@@ -281,7 +281,8 @@ double ExponentOf(const Points& points) {
         x += number, y += cost, xx += number * number, xy += number * cost;
     }
     const auto count = static_cast<double>(logs.size());
-    return (count * xy - x * y) / (count * xx - x * x);
+    const double exponent = (count * xy - x * y) / (count * xx - x * x);
+    return exponent < 0.1 ? 0 : exponent;
 }
 
 std::string WordsFor(double exponent) {

@@ -63,12 +63,12 @@ def machine(build):
 
 
 def pass_words(results):
-    (_, new), *_, (fullest, full) = results.numbers("1-pass", "^stand-in library", "ms cpu")
+    (_, new), *_, (fullest, full) = results.numbers("1-pass", r"^stand-in library, (new file|\d+ rows of a kind)$", "ms cpu")
     (_, nothing), = results.numbers("1-pass-steps", "nothing due", "ms cpu")
     seconds = full * PASSES_OF_A_DAY / 1e3
     return (f"**A pass** takes {new:.1f} ms of a processor when it stores a row of each kind in a new file, {full:.1f} ms "
-            f"when the file has {re.search('[0-9]+', fullest).group()} rows of a kind already, and {nothing:.1f} ms when "
-            f"nothing is due, as for most. One starts every five minutes: if all {PASSES_OF_A_DAY} of a day were of the "
+            f"when the file has {re.search('[0-9]+', fullest).group()} rows of a kind already; with a library of constants "
+            f"it is {nothing:.1f} ms when nothing is due, as for most. One starts every five minutes: if all {PASSES_OF_A_DAY} of a day were of the "
             f"dearest kind, they would take {seconds:.1f} s of one core, one part in {DAY / seconds:,.0f}. A millisecond "
             f"less in each pass buys {PASSES_OF_A_DAY / 1e3:.2f} s of a core a day. No battery feels that; what it buys is "
             "that a mistake shows: a pass that suddenly takes twice as long does something that it need not.")
@@ -104,10 +104,11 @@ def paragraphs(results):
 
 
 def table(rows, right):
-    """Markdown; all columns but the first to the right, or those in `right`."""
-    heads = rows[0]
-    line = ["---:" if right(i) else "---" for i in range(len(heads))]
-    return ["| " + " | ".join(str(c).replace("|", "\\|") for c in cells) + " |" for cells in [heads, line, *rows[1:]]]
+    """Markdown. `right` says by its number whether a column stands to the right."""
+    def cell(text):
+        return f"{int(text):,}" if re.fullmatch(r"\d{5,}", text) else text.replace("|", "\\|")
+    line = ["---:" if right(i) else "---" for i in range(len(rows[0]))]
+    return ["| " + " | ".join(map(cell, cells)) + " |" for cells in [rows[0], line, *rows[1:]]]
 
 
 def shown(number):
@@ -128,12 +129,12 @@ def page(results, build):
              "else, as `./dev bench` measures it. All figures and the picture are the benches' own: this page is made by "
              "`bench/page.py`, so change it there.", "",
              f"Measured on {machine(build)}, {results.dates()}. Times are wall times unless they say processor; figures "
-             "of another machine differ, ratios to the plain program hardly.", ""]
+             "of another machine differ, and ratios to the plain program less.", ""]
     for words in paragraphs(results):
         lines += [words, ""]
     if aims:
-        lines += [f"Of {len(aims)} aims {len(aims) - len(missed)} are held" +
-                  ("." if not missed else "; missed: " + "; ".join(missed) + "."), ""]
+        lines += [f"Of {len(aims)} aims {len(aims) - len(missed)} are held" + (", all but these:" if missed else "."), ""]
+        lines += [f"- {what}" for what in missed] + ([""] if missed else [])
     lines += ["![All plots of this page: " + "; ".join(p["title"] for p in all_plots(results)) + "](cost.svg)", "",
               "    ./dev bench [RUNS [DIR]]         all of it, and this page anew",
               "    ./dev bench PART [RUNS [DIR]]    pass, idle, upload, calls, windows, records, programs or growth alone",
@@ -150,7 +151,11 @@ def page(results, build):
 
 
 def all_plots(results):
-    return [plot for part in results.tables.values() for plot in part["plots"] if plot["curves"]]
+    """Ours before what they are compared with, so that both look the same in each."""
+    plots_of_all = [plot for part in results.tables.values() for plot in part["plots"] if plot["curves"]]
+    for plot in plots_of_all:
+        plot["curves"] = dict(sorted(plot["curves"].items(), key=lambda c: bool(re.search("plain|bare|same|shell", c[0]))))
+    return plots_of_all
 
 
 def main():

@@ -11,6 +11,7 @@ bench_part() {
         idle) idle "${minutes[@]}" ;;
         calls) $folder/rpc-bench ;;
         windows) bench_windows ;;
+        programs) python3 -B bench/programs.py ;;
         page) python3 -B bench/page.py build/linux-release docs ;;
         *) "$folder/$1-bench" "${@:2}" ;;
     esac
