@@ -68,10 +68,11 @@ def pass_words(results):
     seconds = full * PASSES_OF_A_DAY / 1e3
     return (f"**A pass** takes {new:.1f} ms of a processor when it stores a row of each kind in a new file, {full:.1f} ms "
             f"when the file has {re.search('[0-9]+', fullest).group()} rows of a kind already; with a library of constants "
-            f"it is {nothing:.1f} ms when nothing is due, as for most. One starts every five minutes: if all {PASSES_OF_A_DAY} of a day were of the "
-            f"dearest kind, they would take {seconds:.1f} s of one core, one part in {DAY / seconds:,.0f}. A millisecond "
-            f"less in each pass buys {PASSES_OF_A_DAY / 1e3:.2f} s of a core a day. No battery feels that; what it buys is "
-            "that a mistake shows: a pass that suddenly takes twice as long does something that it need not.")
+            f"it is {nothing:.1f} ms when nothing is due, as for most. One starts every five minutes: if all "
+            f"{PASSES_OF_A_DAY} of a day were of the dearest kind, they would take {seconds:.1f} s of one core, one part in "
+            f"{DAY / seconds:,.0f}. A millisecond less in each pass buys {PASSES_OF_A_DAY / 1e3:.2f} s of a core a day. No "
+            "battery feels that; what it buys is that a mistake shows: a pass that suddenly takes twice as long does "
+            "something that it need not.")
 
 
 def upload_words(results):

@@ -36,7 +36,7 @@ build_windows_bench() {
 }
 
 bench() {
-    local all=(pass idle upload calls windows records programs growth page) parts=() minutes=() part
+    local all=(pass idle upload calls windows records programs growth page) parts=() minutes=() failed=() part
     case ${1:-} in
         fleet)
             [ $# -eq 1 ] || fail "bench fleet takes nothing else"
@@ -54,7 +54,8 @@ bench() {
     [ $# -eq 0 ] || require_count "$1" "bench for how many runs"
     [ ${#parts[@]} -gt 1 ] || minutes=("$@")
     step build-linux-release ./dev build linux-release || exit 1
-    for part in "${parts[@]}"; do
-        (exit_commands='' && bench_part "$part" "$@") || fail "bench $part has failed"
+    for part in "${parts[@]}"; do  # each in a shell of its own, and what fails does not keep the others back
+        (exit_commands='' && bench_part "$part" "$@") || failed+=("$part")
     done
+    [ ${#failed[@]} -eq 0 ] || fail "these parts of the bench have failed: ${failed[*]}"
 }
