@@ -36,11 +36,6 @@ std::string NameOf(const std::string& path) {
     return path.substr(path.find_last_of('\\') + 1);
 }
 
-// Whether anything has that name; a link counts even when it leads nowhere.
-bool IsThere(const std::string& path) {
-    return platform::file_exists(path) || platform::folder_exists(path) || platform::is_link(path);
-}
-
 // To the resting form and back: an exclusive or with the key undoes itself.
 bool CopyTransformed(std::FILE* from, std::FILE* to, std::uint8_t key) {
     constexpr std::int64_t kWhole = std::numeric_limits<std::int64_t>::max();
@@ -78,7 +73,7 @@ const wchar_t* RegistryValueOf(std::int32_t triggerType) {
 }  // namespace
 
 void CreateSqliteDBFolder() {
-    if (HasLink(kDataFolder)) {
+    if (platform::folder_exists(kDataFolder) || HasLink(kDataFolder)) {
         return;
     }
     CreateFolders({"C:\\ProgramData\\", "C:\\ProgramData\\Zorv\\", "C:\\ProgramData\\Zorv\\Zorvcore\\", kProductFolder,
@@ -101,7 +96,7 @@ bool decryptDBFast(TelemetryDb& handle, std::uint8_t key) {
         platform::remove_file(left);
         // Windows does not delete a working copy that a leaked connection of this process (a failed initDB's) holds
         // open. Writing over it works, so that does not end the cycle.
-        gone &= !IsThere(left) || OpenWorkingCopies().count(NameOf(left)) != 0;
+        gone &= !platform::is_there(left) || OpenWorkingCopies().count(NameOf(left)) != 0;
     }
     handle.cachedPath = cached;
     // Kept: a resting file that cannot be opened counts as absent. The cycle's end replaces it by a new database.
@@ -111,7 +106,7 @@ bool decryptDBFast(TelemetryDb& handle, std::uint8_t key) {
     LogMessage("[decryptDBFast] " + handle.path + " exist");
     const platform::File copy = platform::open_file(cached, "wb+");
     return copy != nullptr && CopyTransformed(resting.get(), copy.get(), key) &&
-           !IsThere(journal);  // another process has put one back, and SQLite would replay it into the copy
+           !platform::is_there(journal);  // another process has put one back, and SQLite would replay it into the copy
 }
 
 void encryptDBFast(TelemetryDb& handle, std::uint8_t key) {

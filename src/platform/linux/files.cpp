@@ -136,6 +136,11 @@ bool is_link(const std::string& path) {
     return ::lstat(folder_path(path).c_str(), &status) == 0 && S_ISLNK(status.st_mode);
 }
 
+bool is_there(const std::string& path) {
+    struct stat status {};
+    return ::lstat(native_path(path).c_str(), &status) == 0;
+}
+
 bool folder_exists(const std::string& path) {
     return S_ISDIR(mode_of(folder_path(path)));
 }

@@ -103,6 +103,10 @@ bool is_link(const std::string& path) {
     return has_attributes(link, FILE_ATTRIBUTE_REPARSE_POINT, FILE_ATTRIBUTE_REPARSE_POINT);
 }
 
+bool is_there(const std::string& path) {
+    return has_attributes(path, 0, 0);
+}
+
 bool create_folder(const std::string& path) {
     return ::CreateDirectoryW(to_wide(path).c_str(), nullptr) != FALSE;
 }
