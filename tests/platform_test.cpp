@@ -5,6 +5,7 @@
 #include <array>
 #include <atomic>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <limits>
 #include <thread>
@@ -272,10 +273,13 @@ TEST(Files, KeepFilesAndFoldersApart) {
 }
 
 TEST(SharedLibrary, HasNoSymbolsWhenMissingOrDamaged) {
-    const TestMachine machine;
+    TestMachine machine;
     EXPECT_FALSE(SharedLibrary(L"ZorvWinIo64.dll").is_open());
+    machine.install_library();
+    EXPECT_TRUE(SharedLibrary(L"ZorvWinIo64.dll").is_open());
     for (const char* name : {"ZorvWinIo64.dll", "ZorvWinIo64.so"}) {
-        write_text(machine.bin_folder() + name, "no library");
+        std::error_code other_side;
+        std::filesystem::resize_file(machine.bin_folder() + name, 30000, other_side);
     }
     const SharedLibrary damaged(L"ZorvWinIo64.dll");
     EXPECT_FALSE(damaged.is_open());

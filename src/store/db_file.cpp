@@ -73,7 +73,7 @@ const wchar_t* RegistryValueOf(std::int32_t triggerType) {
 }  // namespace
 
 void CreateSqliteDBFolder() {
-    if (HasLink(kDataFolder)) {
+    if (platform::folder_exists(kDataFolder) || HasLink(kDataFolder)) {
         return;
     }
     CreateFolders({"C:\\ProgramData\\", "C:\\ProgramData\\Zorv\\", "C:\\ProgramData\\Zorv\\Zorvcore\\", kProductFolder,

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <mutex>
+#include <string>
 #include <string_view>
 
 #include "platform/clock.h"
@@ -108,7 +109,8 @@ int Limit(sqlite3* database, const char**, const sqlite3_api_routines*) {
 }
 
 bool Register() {
-    system = sqlite3_vfs_find(nullptr);
+    // The one of SQLite's that takes no locks: LockDatabaseFile keeps others off a working copy.
+    system = sqlite3_vfs_find((std::string(sqlite3_vfs_find(nullptr)->zName) + "-none").c_str());
     static sqlite3_vfs vfs = *system;  // static: SQLite keeps a pointer to it
     vfs.zName = "machine";
     vfs.pNext = nullptr;

@@ -13,11 +13,13 @@ namespace zorvalis {
 bool AddMachineFolder(Line& path);
 bool AddOwnFolder(Line& path);
 
-// A regular file.
-bool FileExists(const char* path);
+// Reads a file of at most a megabyte into memory that the caller frees. False when there is none; `data` stays null
+// when it cannot be read or is larger.
+constexpr std::size_t kLargest = std::size_t{1} << 20;
+bool ReadWhole(const char* path, char*& data, std::size_t& size);
 
-// `mode` is "rb" or "wb".
-std::FILE* OpenFile(const char* path, const char* mode);
+// Opens a new file to be written; null on failure.
+std::FILE* Create(const char* path);
 
 // Puts `fresh` in the place of `path`, with the rights of the old file. Deletes `fresh` when that fails.
 bool MoveInto(const char* fresh, const char* path);

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 
 #include "file_place.h"
 #include "platform/stand_in/machine_place.h"
@@ -33,13 +34,23 @@ bool AddOwnFolder(Line& path) {
            path.Add(FolderOf(info.dli_fname)).whole();
 }
 
-bool FileExists(const char* path) {
+bool ReadWhole(const char* path, char*& data, std::size_t& size) {
+    const int file = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (file < 0) {
+        return errno == EACCES;
+    }
     struct stat status {};
-    return stat(path, &status) == 0 && S_ISREG(status.st_mode);
+    const bool regular = fstat(file, &status) == 0 && S_ISREG(status.st_mode);
+    const auto whole = static_cast<std::size_t>(status.st_size);
+    data = regular && whole <= kLargest ? static_cast<char*>(std::malloc(whole + 1)) : nullptr;
+    const ssize_t count = data != nullptr ? read(file, data, whole) : 0;
+    size = count > 0 ? static_cast<std::size_t>(count) : 0;
+    close(file);
+    return regular;
 }
 
-std::FILE* OpenFile(const char* path, const char* mode) {
-    return std::fopen(path, *mode == 'w' ? "we" : "re");
+std::FILE* Create(const char* path) {
+    return std::fopen(path, "we");
 }
 
 bool MoveInto(const char* fresh, const char* path) {

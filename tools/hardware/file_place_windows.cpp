@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <array>
+#include <cstdlib>
 #include <cwchar>
 
 #include "file_place.h"
@@ -44,12 +45,27 @@ bool AddOwnFolder(Line& path) {
     return AddFolder(path, file);
 }
 
-bool FileExists(const char* path) {
-    return (GetFileAttributesW(WideOf(path).data()) & FILE_ATTRIBUTE_DIRECTORY) == 0;
+bool ReadWhole(const char* path, char*& data, std::size_t& size) {
+    if ((GetFileAttributesW(WideOf(path).data()) & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+        return false;
+    }
+    std::FILE* const file = _wfopen(WideOf(path).data(), L"rb");
+    if (file == nullptr) {
+        return true;
+    }
+    std::fseek(file, 0, SEEK_END);
+    const long whole = std::ftell(file);
+    std::rewind(file);
+    data = whole >= 0 && static_cast<std::size_t>(whole) <= kLargest
+               ? static_cast<char*>(std::malloc(static_cast<std::size_t>(whole) + 1))
+               : nullptr;
+    size = data != nullptr ? std::fread(data, 1, static_cast<std::size_t>(whole), file) : 0;
+    std::fclose(file);
+    return true;
 }
 
-std::FILE* OpenFile(const char* path, const char* mode) {
-    return _wfopen(WideOf(path).data(), WideOf(mode).data());
+std::FILE* Create(const char* path) {
+    return _wfopen(WideOf(path).data(), L"wb");
 }
 
 bool MoveInto(const char* fresh, const char* path) {

@@ -6,35 +6,21 @@
 #include "file_place.h"
 
 namespace zorvalis {
-namespace {
-
-constexpr std::size_t kLargest = std::size_t{1} << 20;
-
-}  // namespace
-
 FileText::FileText(Purpose purpose) {
-    const auto find = [this](bool (*add)(Line&)) {
+    for (bool (*const add)(Line&) : {AddMachineFolder, AddOwnFolder}) {
         path_.Clear();
-        return add(path_) && path_.Add("hardware.json").whole() && FileExists(path_.c_str());
-    };
-    if (!find(AddMachineFolder) && !find(AddOwnFolder)) {
-        return;
-    }
-    turn_ = TakeTurn(purpose, path_.c_str());
-    std::FILE* const file = OpenFile(path_.c_str(), "rb");
-    if (file != nullptr) {
-        std::fseek(file, 0, SEEK_END);
-        const long size = std::ftell(file);
-        std::rewind(file);
-        data_ = size >= 0 && static_cast<std::size_t>(size) <= kLargest
-                    ? static_cast<char*>(std::malloc(static_cast<std::size_t>(size) + 1))
-                    : nullptr;
-        size_ = data_ != nullptr ? std::fread(data_, 1, static_cast<std::size_t>(size), file) : 0;
-        std::fclose(file);
-    }
-    if (purpose == Purpose::read) {
-        EndTurn(turn_);
-        turn_ = -1;
+        if (!add(path_) || !path_.Add("hardware.json").whole()) {
+            continue;
+        }
+        turn_ = TakeTurn(purpose, path_.c_str());
+        const bool found = ReadWhole(path_.c_str(), data_, size_);
+        if (!found || purpose == Purpose::read) {
+            EndTurn(turn_);
+            turn_ = -1;
+        }
+        if (found) {
+            return;
+        }
     }
 }
 
@@ -45,7 +31,7 @@ FileText::~FileText() {
 
 bool FileText::Replace(std::initializer_list<std::string_view> pieces) {
     Line fresh{path_.view(), ".new"};
-    std::FILE* const file = turn_ != -1 && fresh.whole() ? OpenFile(fresh.c_str(), "wb") : nullptr;
+    std::FILE* const file = turn_ != -1 && fresh.whole() ? Create(fresh.c_str()) : nullptr;
     if (file == nullptr) {
         return false;
     }

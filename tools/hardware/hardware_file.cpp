@@ -15,8 +15,9 @@ bool Holds(std::string_view object, std::string_view name) {
 }  // namespace
 
 Answer HardwareFile::Ask(std::string_view name, std::uint8_t flag) {
-    const std::string_view document = file_.text();
-    std::string_view value = FindMember(document, name);
+    std::array<Member, 3> document = {{{name, {}}, {"source", {}}, {"hostRoot", {}}}};
+    FindMembers(file_.text(), document);
+    std::string_view value = document[0].value;
     if (value.empty()) {
         return {};
     }
@@ -42,11 +43,11 @@ Answer HardwareFile::Ask(std::string_view name, std::uint8_t flag) {
         answer.value = {};
     }
     if (source.empty()) {
-        source = FindMember(document, "source");
+        source = document[1].value;
     }
     if (source == "\"host\"") {
         std::array<char, 256> root{};
-        CopyText(FindMember(document, "hostRoot"), root.data(), static_cast<int>(root.size()));
+        CopyText(document[2].value, root.data(), static_cast<int>(root.size()));
         host_.Clear();
         if (AskHost(root.data(), name, host_)) {
             answer.value = host_.view();

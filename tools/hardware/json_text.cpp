@@ -2,6 +2,8 @@
 // returns false when it is not valid.
 #include "json_text.h"
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 
 #include "json_cursor.h"
@@ -27,20 +29,26 @@ bool SkipEscape(Cursor& cursor) {
     return true;
 }
 
+// The bytes that stand for themselves in a text. A table, since most of a document is such bytes.
+constexpr auto kPlain = [] {
+    std::array<bool, 256> plain{};
+    for (int c = 0x20; c < 256; ++c) {
+        plain[c] = c != '"' && c != '\\';
+    }
+    return plain;
+}();
+
 bool SkipText(Cursor& cursor) {
     if (!cursor.Take('"')) {
         return false;
     }
-    while (!cursor.Is('"')) {
-        if (cursor.at == cursor.end || static_cast<unsigned char>(*cursor.at) < 0x20) {
-            return false;
+    do {
+        cursor.at = std::find_if_not(cursor.at, cursor.end, [](unsigned char c) { return kPlain[c]; });
+        if (cursor.Take('"')) {
+            return true;
         }
-        if (*cursor.at++ == '\\' && !SkipEscape(cursor)) {
-            return false;
-        }
-    }
-    ++cursor.at;
-    return true;
+    } while (cursor.Take('\\') && SkipEscape(cursor));
+    return false;
 }
 
 bool SkipDigits(Cursor& cursor) {
@@ -144,21 +152,32 @@ bool SkipValue(Cursor& cursor, int depth) {
 
 }  // namespace
 
-std::string_view FindMember(std::string_view text, std::string_view name) {
+void FindMembers(std::string_view text, std::span<Member> wanted) {
     constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
     if (BeginsWith(text, kByteOrderMark)) {
         text.remove_prefix(kByteOrderMark.size());
     }
     Cursor cursor = Over(text);
     cursor.SkipBlanks();
-    std::string_view found;
-    const bool sound = SkipObject(cursor, 0, [&](std::string_view member, std::string_view value) {
-        if (member == name) {
-            found = value;
+    const bool sound = SkipObject(cursor, 0, [&](std::string_view name, std::string_view value) {
+        for (Member& one : wanted) {
+            if (one.name == name) {
+                one.value = value;
+            }
         }
     });
     cursor.SkipBlanks();
-    return sound && cursor.at == cursor.end ? found : std::string_view();
+    if (!sound || cursor.at != cursor.end) {
+        for (Member& one : wanted) {
+            one.value = {};
+        }
+    }
+}
+
+std::string_view FindMember(std::string_view text, std::string_view name) {
+    Member member{name, {}};
+    FindMembers(text, {&member, 1});
+    return member.value;
 }
 
 bool ReadNumber(std::string_view raw, double& result) {

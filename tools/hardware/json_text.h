@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string_view>
 
 #include "line.h"
@@ -12,6 +13,12 @@ namespace zorvalis {
 // The raw value of a member of the object `text`. Empty when the member is absent, and always when the text as a whole
 // is not one valid object. When a name comes twice, the last one counts.
 std::string_view FindMember(std::string_view text, std::string_view name);
+
+// The same for several members in one walk.
+struct Member {
+    std::string_view name, value;
+};
+void FindMembers(std::string_view text, std::span<Member> wanted);
 
 // Read a number, or true and false as 1 and 0. An integer is taken modulo 2^32, its fraction is cut off. False for any
 // other value; `result` is unchanged then.

@@ -105,19 +105,6 @@ std::int64_t seek_to_end(std::FILE* file) {
     return ::fseeko(file, 0, SEEK_END) == 0 ? ::ftello(file) : -1;
 }
 
-bool copy_bytes(std::FILE* from, std::FILE* to, std::int64_t most, std::uint8_t key) {
-    for (std::int64_t copied = 0; copied < most; ++copied) {
-        const int byte = ::getc_unlocked(from);
-        if (byte == EOF) {
-            break;
-        }
-        if (::putc_unlocked(byte ^ key, to) == EOF) {
-            return false;
-        }
-    }
-    return std::ferror(from) == 0 && std::fflush(to) == 0;
-}
-
 bool replace_text(const std::string& path, const std::string& text) {
     const std::string name = native_path(path);
     const Descriptor file(retry([&] { return ::open(name.c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK); }));

@@ -11,6 +11,8 @@
 #include <climits>
 #include <mutex>
 #include <string>
+#include <tuple>
+#include <type_traits>
 #include <vector>
 
 #include "platform/linux/wide.h"
@@ -28,7 +30,7 @@ bool read_part(int file, Part* part, std::size_t count, ElfW(Off) offset) {
 
 // Whether the file holds all of its segments. dlopen maps a truncated file too, and the process would die by SIGBUS at
 // the first missing page.
-bool is_whole_library(const std::string& path) {
+bool holds_segments(const std::string& path) {
     const Descriptor file(retry([&] { return ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC); }));
     struct stat status {};
     ElfW(Ehdr) header;
@@ -46,6 +48,21 @@ bool is_whole_library(const std::string& path) {
         }
     }
     return true;
+}
+
+// The same, by one call when the file is the one that was found whole last: a pass loads the library some fifty times.
+// To be called under the lock of loader().
+bool is_whole_library(const std::string& path) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0) {
+        return false;
+    }
+    const std::tuple now(status.st_dev, status.st_ino, status.st_size, status.st_ctim.tv_sec, status.st_ctim.tv_nsec);
+    static std::remove_const_t<decltype(now)> whole;
+    if (now != whole && holds_segments(path)) {
+        whole = now;
+    }
+    return now == whole;
 }
 
 // dlopen locks by itself, but the thread sanitizer does not see that lock. Never destroyed.
@@ -66,8 +83,8 @@ SharedLibrary::SharedLibrary(const wchar_t* name) : handle_(nullptr) {
         path.replace(path.size() - 4, 4, ".so");
     }
     // For a name without a slash dlopen would search the host's library folders.
+    const std::lock_guard guard(loader());
     if (path.find('/') != std::string::npos && is_whole_library(path)) {
-        const std::lock_guard guard(loader());
         handle_ = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     }
 }

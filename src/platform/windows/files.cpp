@@ -55,19 +55,6 @@ std::int64_t seek_to_end(std::FILE* file) {
     return ::_fseeki64(file, 0, SEEK_END) == 0 ? ::_ftelli64(file) : -1;
 }
 
-bool copy_bytes(std::FILE* from, std::FILE* to, std::int64_t most, std::uint8_t key) {
-    for (std::int64_t copied = 0; copied < most; ++copied) {
-        const int byte = _getc_nolock(from);
-        if (byte == EOF) {
-            break;
-        }
-        if (_putc_nolock(byte ^ key, to) == EOF) {
-            return false;
-        }
-    }
-    return std::ferror(from) == 0 && std::fflush(to) == 0;
-}
-
 bool replace_text(const std::string& path, const std::string& text) {
     const std::wstring name = to_wide(path);
     OwnedHandle file;
