@@ -1,9 +1,10 @@
 // Plain conversions of text that need no code page and cannot fail.
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <span>
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -21,10 +22,10 @@ std::string Hexadecimal(std::span<const std::uint8_t> bytes);
 template <class Char>
 std::vector<std::basic_string<Char>> SplitString(const std::basic_string<Char>& text, Char separator) {
     std::vector<std::basic_string<Char>> fields;
-    std::basic_istringstream<Char> stream(text);
-    std::basic_string<Char> field;
-    while (std::getline(stream, field, separator)) {
-        fields.push_back(field);
+    for (std::size_t start = 0; start < text.size();) {
+        const std::size_t end = std::min(text.find(separator, start), text.size());
+        fields.push_back(text.substr(start, end - start));
+        start = end + 1;
     }
     return fields;
 }

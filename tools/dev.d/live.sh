@@ -86,18 +86,12 @@ service_process() {
     done 2>/dev/null
 }
 
-# ./dev bench --idle: what the service takes in a minute in which nothing happens. Fails for any processor time, or for
-# 8 MiB of memory.
+# ./dev bench --idle [MINUTES]: what the service takes while nothing happens (bench/idle.py).
 idle() {
-    local process before after memory
+    local minutes=${1:-10}
+    require_count "$minutes" "idle for how many minutes"
     start_service "$PWD/build/idle" 0.001
     rm -f "$ZORV_MACHINE/trace.json"
     sleep 5  # the work that the service puts off for two minutes is done
-    process=$(service_process)
-    before=$(awk '{print $14 + $15}' "/proc/$process/stat")
-    sleep 60
-    after=$(awk '{print $14 + $15}' "/proc/$process/stat")
-    memory=$(awk '/^VmRSS/ {print $2}' "/proc/$process/status")
-    say "idle: $(((after - before) * 10)) ms of processor time in a minute, $memory KiB"
-    [ "$after" -eq "$before" ] && [ "$memory" -lt 8192 ]
+    python3 -B bench/idle.py "$(service_process)" "$minutes"
 }

@@ -5,9 +5,9 @@
 # elsewhere. All files get the date of the last commit, or SOURCE_DATE_EPOCH where that is set: a tree without history
 # has a date of its own.
 package() {
-    local linux=${1:-linux-release} out=build/package
+    local linux=${1:-linux-release} out=build/package sizes=(windows)
     case $linux in
-        linux-release) ;;
+        linux-release) sizes+=(linux-release) ;;
         linux-debug) out=build/test-package ;;
         *) fail "package the Linux programs of which build? linux-release or linux-debug, not $linux" ;;
     esac
@@ -20,6 +20,7 @@ package() {
     install_packages "${package_packages[@]}"
     step package-windows ./dev build windows zorvalis zorvctl zorvalis_client zorv_hardware zorvsetup zorv_acceptance &&
         step package-linux ./dev build "$linux" zorvalis zorvctl zorvserver zorvalis_client zorv_hardware &&
+        step package-sizes python3 tools/sizes.py "${sizes[@]}" &&
         step package-files python3 -B packaging/packages.py build/windows "build/$linux" $out || exit 1
     say "made in $out:"
     (cd $out && cat SHA256SUMS)

@@ -309,7 +309,12 @@ struct LineServer::Loop {
                               }
                               settle(peer);
                           });
-        watch(peer);
+        // What the kernel took at once needs no timer: asio, once it has had one, wakes every five minutes for ever.
+        asio::post(context, [this, peer] {
+            if (peer->is_unread()) {
+                watch(peer);
+            }
+        });
     }
 
     // epoll calls a Unix socket writable only when most of its buffer is free, so ask the kernel how much is unread.
