@@ -42,6 +42,11 @@ std::string LowerName(std::string name) {
     return name;
 }
 
+int OpenForOneThread(const std::string& path, sqlite3*& connection) {
+    constexpr int kFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
+    return sqlite3_open_v2(path.c_str(), &connection, kFlags, nullptr);
+}
+
 DatabaseReader::DatabaseReader(const std::string& path) try
     : path_(path), plain_(ReadWholeFile(path, kLargestDatabase + 1)) {
     Check(!plain_.empty(), " is empty");
@@ -55,23 +60,28 @@ DatabaseReader::DatabaseReader(const std::string& path) try
     Check(plain_.starts_with(kHeader) && plain_.size() >= kHeaderSize,
           " is damaged or no database file: it holds neither a resting database nor a plain one");
 
-    image_ = plain_;
     // SQLite opens an image in memory only when its header does not ask for a write-ahead log, a file beside it (2).
-    if (image_[kReadVersion] == 2) {
+    if (plain_[kReadVersion] == 2) {
+        image_ = plain_;
         image_[kWriteVersion] = image_[kReadVersion] = 1;
     }
+    std::string& image = image_.empty() ? plain_ : image_;
     sqlite3* connection = nullptr;
-    int result = sqlite3_open(":memory:", &connection);
+    int result = OpenForOneThread(":memory:", connection);
     connection_.reset(connection);
     if (result == SQLITE_OK) {
-        Harden(connection, image_.size() * 2);  // a UTF-16 text can grow
-        const auto size = static_cast<sqlite3_int64>(image_.size());
-        result = sqlite3_deserialize(connection, "main", reinterpret_cast<unsigned char*>(image_.data()), size, size,
+        Harden(connection, image.size() * 2);  // a UTF-16 text can grow
+        const auto size = static_cast<sqlite3_int64>(image.size());
+        result = sqlite3_deserialize(connection, "main", reinterpret_cast<unsigned char*>(image.data()), size, size,
                                      SQLITE_DESERIALIZE_READONLY);
     }
     Check(result == SQLITE_OK, std::string(" cannot be opened in memory: ") + sqlite3_errstr(result));
     const std::vector<std::string> health = Texts("PRAGMA integrity_check(1)");
     Check(health == std::vector<std::string>{"ok"}, " is damaged: " + (health.empty() ? "" : ReadableText(health[0])));
+    // A virtual table has no page of its own; reading it would run the module that the file names.
+    tables_ = Texts(
+        "SELECT name FROM sqlite_schema WHERE type = 'table' AND rootpage > 0 AND name NOT LIKE 'sqlite!_%' "
+        "ESCAPE '!'");
 } catch (const BadDatabase&) {
     throw;
 } catch (const Failure& failure) {  // of ReadWholeFile
@@ -125,20 +135,15 @@ std::vector<std::string> DatabaseReader::Texts(const std::string& sql) const {
     return texts;
 }
 
-std::vector<std::string> DatabaseReader::TableNames() const {
-    // A virtual table has no page of its own; reading it would run the module that the file names.
-    return Texts(
-        "SELECT name FROM sqlite_schema WHERE type = 'table' AND rootpage > 0 AND name NOT LIKE 'sqlite!_%' "
-        "ESCAPE '!'");
-}
-
-std::vector<Column> DatabaseReader::Columns(const std::string& table) const {
-    // Not the function pragma_table_info: a file can hold a table or view of that name.
-    std::vector<Column> columns;
-    for (const Row& row : Query("PRAGMA table_info(" + QuotedName(table) + ")")) {
-        columns.push_back({row[1].text, row[2].text});
+const std::vector<Column>& DatabaseReader::Columns(const std::string& table) const {
+    const auto [known, isNew] = columns_.try_emplace(table);
+    if (isNew) {
+        // Not the function pragma_table_info: a file can hold a table or view of that name.
+        for (const Row& row : Query("PRAGMA table_info(" + QuotedName(table) + ")")) {
+            known->second.push_back({row[1].text, row[2].text});
+        }
     }
-    return columns;
+    return known->second;
 }
 
 std::vector<std::string> DatabaseReader::ColumnNames(const std::string& table) const {

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -34,6 +35,9 @@ struct Cell {
 };
 using Row = std::vector<Cell>;
 
+// As sqlite3_open, without a lock around each cell that is read.
+int OpenForOneThread(const std::string& path, sqlite3*& connection);
+
 // The statement's present row.
 Row ReadRow(sqlite3_stmt* statement);
 
@@ -52,8 +56,8 @@ public:
     // Throws BadDatabase for a file that is missing, empty, damaged or not a database; so do all reads.
     explicit DatabaseReader(const std::string& path);
 
-    std::vector<std::string> TableNames() const;
-    std::vector<Column> Columns(const std::string& table) const;
+    const std::vector<std::string>& TableNames() const { return tables_; }
+    const std::vector<Column>& Columns(const std::string& table) const;  // none of a table that is not there
     std::vector<std::string> ColumnNames(const std::string& table) const;
 
     // The `last` newest rows, all for 0, of those whose column `local_time` is not before `since`. An empty `since` is
@@ -76,8 +80,11 @@ private:
 
     std::string path_;
     std::string plain_;
-    std::string image_;  // the connection's memory; declared before it, so that it lives longer
+    std::string image_;  // the connection's memory where it differs from `plain_`; declared before the connection, so
+                         // that it lives longer
     bool resting_ = false;
+    std::vector<std::string> tables_;
+    mutable std::map<std::string, std::vector<Column>> columns_;  // of tables that were asked for
     std::unique_ptr<sqlite3, int (*)(sqlite3*)> connection_{nullptr, sqlite3_close};
 };
 

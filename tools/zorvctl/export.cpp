@@ -13,20 +13,17 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <cstdio>
 #include <map>
 #include <memory>
-#include <regex>
 
 #include "base/json.h"
-#include "collection/metric_catalogue.h"
 #include "commands.h"
+#include "export_rows.h"
 #include "output.h"
 #include "platform/digest.h"
 #include "platform/files.h"
 #include "records.h"
-#include "table_view.h"
 
 namespace zorvalis {
 
@@ -35,66 +32,6 @@ namespace {
 constexpr int kBatchFiles = 1000;
 constexpr std::size_t kMostParts = 64;      // that are open at a time, where the files of a batch are of many months
 constexpr int kApplicationId = 0x5A455850;  // of _export.db
-const std::regex kName("^[OEW]_[^_]+_([0-9]{6})_");
-constexpr std::array kKinds = {CollectionKind::Battery_Power, CollectionKind::SysInfo, CollectionKind::Thermal,
-                               CollectionKind::UserBehavior};
-
-// The types of the data set's columns, in the words of Spark's schema files and of DuckDB.
-struct Type {
-    const char *spark, *duckdb;
-};
-constexpr Type kText = {"string", "VARCHAR"}, kInteger = {"long", "BIGINT"}, kReal = {"double", "DOUBLE"};
-
-const Type& TypeOf(const MetricRow& column) {
-    return column.typeWord == "INTEGER" ? kInteger : column.typeWord == "DOUBLE" ? kReal : kText;
-}
-
-struct OutColumn {
-    std::string name;
-    const Type* type;
-};
-
-// The columns of a table of the data set: those of the catalogue between two of its own and `other`.
-std::vector<OutColumn> OutColumns(CollectionKind kind) {
-    std::vector<OutColumn> columns = {{"file", &kText}, {"device", &kText}};
-    for (const MetricRow& column : CatalogueOf(kind)) {
-        columns.push_back({column.columnName, &TypeOf(column)});
-    }
-    columns.push_back({"other", &kText});
-    return columns;
-}
-
-// The cell as JSON of the column's type; nothing for a value of another type, such as text in a column of integers.
-std::string TypedCell(sqlite3_stmt* row, int at, const Type& type) {
-    const int stored = sqlite3_column_type(row, at);
-    if (stored == SQLITE_NULL) {
-        return "null";
-    }
-    if (&type == &kText && stored != SQLITE_BLOB) {
-        const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(row, at));
-        return JsonText({text, static_cast<std::size_t>(sqlite3_column_bytes(row, at))});
-    }
-    if (&type == &kInteger && stored == SQLITE_INTEGER) {
-        return std::to_string(sqlite3_column_int64(row, at));
-    }
-    const double number = sqlite3_column_double(row, at);
-    return &type == &kReal && stored == SQLITE_FLOAT && std::isfinite(number) ? DumpJson(Json(number)) : "";
-}
-
-// A cell that fits nowhere, for the column `other`: a blob in the form of SQL.
-Json OtherCell(sqlite3_stmt* row, int at) {
-    const std::string typed = TypedCell(row, at, kText);
-    if (!typed.empty()) {
-        return ParseJson(typed);
-    }
-    std::string text = "X'";
-    const auto* bytes = static_cast<const unsigned char*>(sqlite3_column_blob(row, at));
-    for (int i = 0; i < sqlite3_column_bytes(row, at); ++i) {
-        constexpr char kDigits[] = "0123456789ABCDEF";
-        text += {kDigits[bytes[i] >> 4], kDigits[bytes[i] & 15]};
-    }
-    return text + "'";
-}
 
 // Which files the data set holds. One process has it open at a time; SQLite's lock ends with the process.
 class Ledger {
@@ -169,8 +106,6 @@ private:
     void WriteSchema();
     std::string New(const std::string& place) const;
     void AddRows(const RecordFile& file, const std::string& name);
-    std::size_t AddTable(const RecordFile& file, const std::string& name, CollectionKind kind, std::string& text);
-    std::string MonthOf(const RecordFile& file, const std::string& name) const;
     void Append(const std::string& place, const std::string& text);
 
     std::string out_;
@@ -223,8 +158,8 @@ void Export::Claim() {
                 "a new folder",
             kWrongUsage);
     std::string schema;
-    for (const CollectionKind kind : kKinds) {
-        for (const OutColumn& column : OutColumns(kind)) {
+    for (const CollectionKind kind : kExportedKinds) {
+        for (const ExportColumn& column : ExportColumns(kind)) {
             schema += std::string(TableName(kind)) + "." + column.name + " " + column.type->duckdb + "\n";
         }
     }
@@ -283,11 +218,11 @@ void Export::RemoveLeftovers() {
 // For Spark a file for each table, for DuckDB a view for each table that has rows.
 void Export::WriteSchema() {
     std::string views = "-- Run with OUT as the present folder.\n";
-    for (const CollectionKind kind : kKinds) {
+    for (const CollectionKind kind : kExportedKinds) {
         const std::string table = TableName(kind);
         Json fields = Json::array();
         std::string list;
-        for (const OutColumn& column : OutColumns(kind)) {
+        for (const ExportColumn& column : ExportColumns(kind)) {
             fields.push_back({{"name", column.name},
                               {"type", column.type->spark},
                               {"nullable", true},
@@ -324,7 +259,7 @@ bool Export::Add(const std::string& path) {
         return true;
     }
     const bool known = !ledger_->Run("SELECT name FROM files WHERE name = ?", {name}).empty();
-    if (known && std::regex_search(name, kName)) {
+    if (known && !MonthOfName(name).empty()) {
         Complain(ReadableText(path) +
                  " is there already with other bytes, so that its rows would be there twice: "
                  "export the newer file into a new folder");
@@ -340,37 +275,9 @@ bool Export::Add(const std::string& path) {
     return bad == 0;
 }
 
-// The month of the file's name, or of the first row that has a time.
-std::string Export::MonthOf(const RecordFile& file, const std::string& name) const {
-    std::smatch found;
-    if (std::regex_search(name, found, kName)) {
-        return found[1];
-    }
-    std::string month;
-    for (const CollectionKind kind : kKinds) {
-        const std::vector<std::string> columns = file.database.ColumnNames(TableName(kind));
-        if (month.empty() && std::find(columns.begin(), columns.end(), "local_time") != columns.end()) {
-            file.database.ForEachRow("SELECT substr(local_time, 1, 4) || substr(local_time, 6, 2) FROM " +
-                                         QuotedName(TableName(kind)) +
-                                         " WHERE local_time GLOB '[0-9][0-9][0-9][0-9]-[0-9][0-9]-*' LIMIT 1",
-                                     [&](sqlite3_stmt* row) { month = ReadRow(row)[0].text; });
-        }
-    }
-    if (month.empty()) {
-        throw BadDatabase{Failure{ReadableText(file.path) + " tells no month, neither by its name nor by a row"}};
-    }
-    return month;
-}
-
 // All rows of the file, or none: they enter the parts when the whole file has been read.
 void Export::AddRows(const RecordFile& file, const std::string& name) {
-    std::map<std::string, std::string> texts;
-    for (const CollectionKind kind : kKinds) {
-        std::string text;
-        if (AddTable(file, name, kind, text) > 0) {
-            texts[TableName(kind)] = std::move(text);
-        }
-    }
+    const std::map<std::string, std::string> texts = ExportRows(file, name);
     if (texts.empty()) {
         ++empty_;
         return;
@@ -380,57 +287,6 @@ void Export::AddRows(const RecordFile& file, const std::string& name) {
         Append("table=" + table + "/month=" + month, text);
     }
     ++files_;
-}
-
-std::size_t Export::AddTable(const RecordFile& file, const std::string& name, CollectionKind kind, std::string& text) {
-    const std::vector<std::string> tables = file.database.TableNames();
-    if (std::find(tables.begin(), tables.end(), TableName(kind)) == tables.end()) {
-        return 0;
-    }
-    const std::vector<std::string> present = file.database.ColumnNames(TableName(kind));
-    const std::vector<OutColumn> columns = OutColumns(kind);
-    std::vector<int> positions(columns.size(), -1);  // in the file's table, by the data set's column
-    std::vector<std::pair<std::string, int>> strangers;
-    for (std::size_t i = 0; i < present.size(); ++i) {
-        const std::string lower = LowerName(present[i]);
-        if (lower == "file" || lower == "device") {
-            throw BadDatabase{
-                Failure{ReadableText(file.path) + " is a merged database: export the files that it was made of"}};
-        }
-        const auto found = std::find_if(columns.begin(), columns.end() - 1,
-                                        [&](const OutColumn& column) { return column.name == lower; });
-        if (found != columns.end() - 1) {
-            positions[static_cast<std::size_t>(found - columns.begin())] = static_cast<int>(i);
-        } else {
-            strangers.emplace_back(ReadableText(present[i], false), static_cast<int>(i));
-        }
-    }
-    const std::string start = "{\"file\":" + JsonText(name) + ",\"device\":" + JsonText(file.device);
-    std::string selected;
-    for (const std::string& column : present) {
-        selected += (selected.empty() ? "" : ", ") + QuotedName(column);
-    }
-    std::size_t rows = 0;
-    file.database.ForEachRow("SELECT " + selected + " FROM " + QuotedName(TableName(kind)), [&](sqlite3_stmt* row) {
-        Json other;
-        text += start;
-        for (std::size_t i = 2; i + 1 < columns.size(); ++i) {
-            std::string cell = positions[i] < 0 ? "null" : TypedCell(row, positions[i], *columns[i].type);
-            if (cell.empty()) {
-                other[columns[i].name] = OtherCell(row, positions[i]);
-                cell = "null";
-            }
-            text += ",\"" + columns[i].name + "\":" + cell;
-        }
-        for (const auto& [column, at] : strangers) {
-            if (sqlite3_column_type(row, at) != SQLITE_NULL) {
-                other[column] = OtherCell(row, at);
-            }
-        }
-        text += ",\"other\":" + (other.is_null() ? "null" : JsonText(DumpJson(other))) + "}\n";
-        ++rows;
-    });
-    return rows;
 }
 
 void Export::Append(const std::string& folder, const std::string& text) {

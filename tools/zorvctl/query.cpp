@@ -88,7 +88,7 @@ namespace {
 
 void Query(const QueryOptions& options) {
     const RecordFiles files = FindRecords(options.files);
-    RecordDatabase records;
+    RecordDatabase records(":memory:", options.sql);
     const std::size_t bad = VisitRecords(files.paths, [&](const RecordFile& file) { records.Add(file); });
     Require(bad < files.paths.size(), "none of the files could be read");
     Table table = RunQuery(records.Connection(), options.sql);

@@ -1,6 +1,7 @@
 #include "records.h"
 
 #include <algorithm>
+#include <cstring>
 #include <filesystem>
 #include <unordered_set>
 
@@ -166,10 +167,17 @@ void ForEachRecord(const RecordFile& file, const std::string& table, const std::
     }
 }
 
-RecordDatabase::RecordDatabase(const std::string& path) {
+RecordDatabase::RecordDatabase(const std::string& path, const std::string& statement)
+    : statement_(LowerName(statement)) {
+    // Besides by its name a column is only read by these; a multiplication is taken for one of them.
+    std::string rest = statement_;
+    for (std::size_t at = 0; (at = rest.find("count(*)", at)) != std::string::npos;) {
+        rest.erase(at, std::strlen("count(*)"));
+    }
+    everyColumn_ =
+        statement_.empty() || rest.find('*') != std::string::npos || rest.find("natural") != std::string::npos;
     sqlite3* connection = nullptr;
-    const int result =
-        sqlite3_open(path == ":memory:" ? path.c_str() : platform::native_path(path).c_str(), &connection);
+    const int result = OpenForOneThread(path == ":memory:" ? path : platform::native_path(path), connection);
     connection_.reset(connection);
     // A file that is not written to its end is thrown away, so that it needs no journal on disk.
     Require(result == SQLITE_OK && sqlite3_exec(connection, "PRAGMA journal_mode = MEMORY; PRAGMA synchronous = OFF",
@@ -204,13 +212,25 @@ void RecordDatabase::Run(const RecordFile& file, const std::string& sql) const {
     Step(file, Prepare(file, sql).get());
 }
 
-std::set<std::string> RecordDatabase::LowerColumns(const RecordFile& file, const std::string& quotedTable) const {
-    std::set<std::string> columns;
-    const Statement present = Prepare(file, "PRAGMA table_info(" + quotedTable + ")");
-    while (sqlite3_step(present.get()) == SQLITE_ROW) {
-        columns.insert(LowerName(ReadRow(present.get())[1].text));
+std::set<std::string>& RecordDatabase::LowerColumns(const RecordFile& file, const std::string& table) {
+    const auto [known, isNew] = columns_.try_emplace(LowerName(table));
+    if (isNew) {
+        const Statement present = Prepare(file, "PRAGMA table_info(" + QuotedName(table) + ")");
+        while (sqlite3_step(present.get()) == SQLITE_ROW) {
+            known->second.insert(LowerName(ReadRow(present.get())[1].text));
+        }
     }
-    return columns;
+    return known->second;
+}
+
+// A name with a quote in it can be written in several ways, so it counts as named.
+bool RecordDatabase::IsNamed(const std::string& lowerName) const {
+    return statement_.empty() || statement_.find(lowerName) != std::string::npos ||
+           lowerName.find_first_of("\"`]'") != std::string::npos;
+}
+
+bool RecordDatabase::IsRead(const std::string& lowerColumn) const {
+    return everyColumn_ || IsNamed(lowerColumn);
 }
 
 void RecordDatabase::Add(const RecordFile& file) {
@@ -222,50 +242,59 @@ void RecordDatabase::Add(const RecordFile& file) {
         Run(file, "COMMIT");
     } catch (...) {
         sqlite3_exec(connection_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
+        columns_.clear();
         throw;
     }
 }
 
 void RecordDatabase::AddTable(const RecordFile& file, const std::string& table) {
     const std::string name = QuotedName(table), add = "ALTER TABLE " + name + " ADD COLUMN ";
-    const std::vector<Column> columns = file.database.Columns(table);
-    std::set<std::string> known = LowerColumns(file, name);
+    std::set<std::string>& known = LowerColumns(file, table);
     const bool isNew = known.empty();
     std::string created = "file TEXT, device TEXT", inserted, selected, marks;
     std::set<std::string> own;
-    for (const Column& column : columns) {
+    const auto insertInto = [&](const std::string& column) {
+        inserted += (inserted.empty() ? "" : ", ") + column;
+        marks += marks.empty() ? "?" : ", ?";
+    };
+    int taken = 0;
+    for (const Column& column : file.database.Columns(table)) {
         const std::string quoted = QuotedName(column.name), lower = LowerName(column.name);
-        const std::string declared = quoted + " " + TypeWord(column.type);
         own.insert(lower);
-        inserted += quoted + ", ";
-        selected += quoted + ", ";
-        marks += "?, ";
         if (isNew && lower != "file" && lower != "device") {
-            created += ", " + declared;
+            created += ", " + quoted + " " + TypeWord(column.type);
         } else if (!isNew && !known.contains(lower)) {
-            Run(file, add + declared);
+            Run(file, add + quoted + " " + TypeWord(column.type));
+        }
+        if (lower == "device" || IsRead(lower)) {
+            insertInto(quoted);
+            selected += quoted + ", ";
+            ++taken;
         }
     }
     if (isNew) {
         Run(file, "CREATE TABLE " + name + " (" + created + ")");
+        known = {"file", "device"};
     }
-    const std::pair<const char*, const std::string&> added[] = {{"file", file.path}, {"device", file.device}};
-    for (const auto& [column, value] : added) {
-        if (!own.contains(column)) {
-            inserted.append(column).append(", ");
-            marks += "?, ";
-        }
+    known.insert(own.begin(), own.end());
+    if (!IsNamed(LowerName(table))) {
+        return;
     }
-    const Statement insert = Prepare(file, "INSERT INTO " + name + " (" + inserted.substr(0, inserted.size() - 2) +
-                                               ") VALUES (" + marks.substr(0, marks.size() - 2) + ")");
-    int at = static_cast<int>(columns.size());
-    for (const auto& [column, value] : added) {
-        if (!own.contains(column)) {
-            sqlite3_bind_text(insert.get(), ++at, value.c_str(), static_cast<int>(value.size()), SQLITE_STATIC);
-        }
+    std::vector<const std::string*> added;
+    if (!own.contains("file") && IsRead("file")) {
+        insertInto("file");
+        added.push_back(&file.path);
+    }
+    if (!own.contains("device")) {  // in any case, so that no row is without a value to insert
+        insertInto("device");
+        added.push_back(&file.device);
+    }
+    const Statement insert = Prepare(file, "INSERT INTO " + name + " (" + inserted + ") VALUES (" + marks + ")");
+    for (int at = taken; const std::string* value : added) {
+        sqlite3_bind_text(insert.get(), ++at, value->c_str(), static_cast<int>(value->size()), SQLITE_STATIC);
     }
     file.database.ForEachRow("SELECT " + selected + "NULL FROM " + QuotedName(table), [&](sqlite3_stmt* row) {
-        for (int column = 0; column < static_cast<int>(columns.size()); ++column) {
+        for (int column = 0; column < taken; ++column) {
             sqlite3_bind_value(insert.get(), column + 1, sqlite3_column_value(row, column));
         }
         Step(file, insert.get());

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -50,8 +51,9 @@ void ForEachRecord(const RecordFile& file, const std::string& table, const std::
 // what stands there.
 class RecordDatabase {
 public:
-    // In memory, or a new file. Throws a Failure.
-    explicit RecordDatabase(const std::string& path = ":memory:");
+    // In memory, or a new file. Throws a Failure. With the text of a statement it answers that statement only: all
+    // tables have all their columns, but those that the text does not name have no rows, and such columns have NULL.
+    explicit RecordDatabase(const std::string& path = ":memory:", const std::string& statement = "");
 
     // All tables of the file or, when it throws BadDatabase, none. Throws a Failure when the database is full.
     void Add(const RecordFile& file);
@@ -62,13 +64,18 @@ private:
     using Statement = std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)>;
 
     void AddTable(const RecordFile& file, const std::string& table);
-    std::set<std::string> LowerColumns(const RecordFile& file, const std::string& quotedTable) const;
+    std::set<std::string>& LowerColumns(const RecordFile& file, const std::string& table);
+    bool IsNamed(const std::string& lowerName) const;
+    bool IsRead(const std::string& lowerColumn) const;
     Statement Prepare(const RecordFile& file, const std::string& sql) const;
     void Step(const RecordFile& file, sqlite3_stmt* statement) const;
     void Run(const RecordFile& file, const std::string& sql) const;
     [[noreturn]] void Fail(const RecordFile& file) const;
 
     std::unique_ptr<sqlite3, int (*)(sqlite3*)> connection_{nullptr, sqlite3_close};
+    std::string statement_;  // in small letters; empty when everything is needed
+    bool everyColumn_ = true;
+    std::map<std::string, std::set<std::string>> columns_;  // that tables have, all in small letters
 };
 
 // The result of one SELECT. Anything else, and an error in it, throws a Failure in words with kWrongUsage.

@@ -156,7 +156,13 @@ Table ReadMerged(sqlite3* records, const ShowOptions& options, Reading& reading)
 }
 
 void PrintCsv(const std::vector<std::string>& paths, const ShowOptions& options, Reading& reading, std::size_t& bad) {
-    RecordDatabase records;
+    std::string asked;  // all that ReadMerged will ask for
+    for (const Names& list : {options.tables, options.columns.empty() ? Names{"*"} : options.columns}) {
+        for (const std::string& name : list) {
+            asked += name + " ";
+        }
+    }
+    RecordDatabase records(":memory:", options.tables.empty() ? "" : asked + "local_time");
     std::vector<Table> tables;  // of a file that is alone
     bad += VisitRecords(paths, [&](const RecordFile& file) {
         if (paths.size() > 1) {

@@ -111,8 +111,9 @@ std::string ViewColumns(const Table& table, const std::vector<int>& widths, cons
 }
 
 std::string CsvField(const std::string& text) {
-    if (!text.empty() && text.find_first_of(",\"\r\n") == std::string::npos && text.front() != ' ' &&
-        text.back() != ' ') {
+    const bool special =
+        std::any_of(text.begin(), text.end(), [](char c) { return c == ',' || c == '"' || c == '\r' || c == '\n'; });
+    if (!text.empty() && !special && text.front() != ' ' && text.back() != ' ') {
         return text;
     }
     std::string quoted = "\"";
@@ -182,15 +183,21 @@ std::string TableAsCsv(const Table& table) {
 }
 
 std::string JsonText(const std::string& bytes) {
-    return DumpJson(Json(ReadableText(bytes, false)));
+    const bool plain =
+        std::all_of(bytes.begin(), bytes.end(), [](char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; });
+    return plain ? '"' + bytes + '"' : DumpJson(Json(ReadableText(bytes, false)));
 }
 
 std::string TableAsJson(const Table& table) {
+    std::vector<std::string> starts;  // of the members
+    for (const std::string& column : table.columns) {
+        starts.push_back((starts.empty() ? "" : ", ") + JsonText(column) + ": ");
+    }
     std::string text = "[";
     for (const Row& row : table.rows) {
         text += text == "[" ? "\n    {" : ",\n    {";
         for (std::size_t i = 0; i < row.size(); ++i) {
-            text += (i > 0 ? ", " : "") + JsonText(table.columns[i]) + ": " + JsonCell(row[i]);
+            text.append(starts[i]).append(JsonCell(row[i]));
         }
         text += "}";
     }
