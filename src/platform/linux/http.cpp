@@ -10,6 +10,7 @@
 #include <new>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "platform/error.h"
 #include "platform/linux/curl_library.h"
@@ -187,10 +188,12 @@ struct HttpExchange::State {
         curl().easy_setopt(easy.get(), option, value);
     }
 
-    // Sets the request up. libcurl connects to `address`, but names and checks `host`.
-    void prepare(const wchar_t* header, const std::string& address) {
-        const std::string url = (secure ? "https://" : "http://") + host + ":" + std::to_string(port) + "/";
-        route.reset(curl().list_append(nullptr, (host + ":" + std::to_string(port) + ":" + address).c_str()));
+    std::string server() const { return host + ":" + std::to_string(port); }
+
+    // Sets the request up. libcurl connects to the network's address, but names and checks `host`.
+    void prepare(const wchar_t* header, Network network) {
+        const std::string url = (secure ? "https://" : "http://") + server() + "/";
+        route.reset(curl().list_append(nullptr, (server() + ":" + network.address).c_str()));
         // A name without a value removes libcurl's own header: WinHTTP sends none of these by itself.
         add_header(header != nullptr ? to_utf8(header) : "Content-Type:");
         add_header("Accept:");
@@ -216,9 +219,12 @@ struct HttpExchange::State {
             set(CURLOPT_READFUNCTION, &on_send);
             set(CURLOPT_READDATA, static_cast<void*>(this));
         }
-        const std::string authority = read_network().authority;
-        if (!authority.empty()) {
-            set(CURLOPT_CAINFO, authority.c_str());  // libcurl still trusts the host's folder of certificates
+        set(CURLOPT_SHARE, curl().sessions);
+        if (network.authority) {
+            // libcurl still trusts the host's folder of certificates. It resumes a session for the same options only:
+            // so it gets the certificates and not their file's name, which would stay when they change.
+            curl_blob certificates{network.authority->data(), network.authority->size(), CURL_BLOB_COPY};
+            set(CURLOPT_CAINFO_BLOB, &certificates);
         }
     }
 
@@ -298,14 +304,14 @@ bool HttpExchange::open_request(const wchar_t* verb, const std::wstring& path, b
 }
 
 bool HttpExchange::send(const wchar_t* header, const std::string& body) {
-    const std::string address = resolve_host(state_->host, state_->port);
-    if (address.empty()) {
+    State& state = *state_;
+    Network network = read_network(state.server());
+    if (network.address.empty()) {
         set_last_error(kNameNotResolved);
         return false;
     }
-    State& state = *state_;
     state.body = body;
-    state.prepare(header, address);
+    state.prepare(header, std::move(network));
     if (curl().multi_add(state.multi.get(), state.easy.get()) != CURLM_OK) {
         set_last_error(kInternalError);
         return false;
