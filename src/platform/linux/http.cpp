@@ -102,7 +102,7 @@ struct HttpExchange::State {
     std::unique_ptr<CURL, Release<&Curl::easy_cleanup>> easy;
 
     std::string body;
-    std::size_t sent = 0;
+    curl_off_t sent = 0;     // of it
     bool connected = false;  // TLS too: the certificate is accepted
     long status = 0;
     bool head_done = false;
@@ -142,12 +142,13 @@ struct HttpExchange::State {
         return CURL_PREREQFUNC_OK;
     }
 
-    static std::size_t on_send(char* buffer, std::size_t size, std::size_t count, void* context) {
+    // `sent` counts the body alone.
+    static int on_progress(void* context, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent) {
         auto& state = *static_cast<State*>(context);
-        const std::size_t piece = state.body.copy(buffer, size * count, state.sent);
-        state.sent += piece;
-        state.moved();
-        return piece;
+        if (std::exchange(state.sent, sent) != sent) {
+            state.moved();
+        }
+        return 0;
     }
 
     // Called for each line of the head. An empty line ends it, but not that of an interim answer (status 1xx).
@@ -214,10 +215,11 @@ struct HttpExchange::State {
         set(CURLOPT_WRITEFUNCTION, &on_body);
         set(CURLOPT_WRITEDATA, static_cast<void*>(this));
         if (verb == "POST") {
-            set(CURLOPT_POST, 1L);
             set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
-            set(CURLOPT_READFUNCTION, &on_send);
-            set(CURLOPT_READDATA, static_cast<void*>(this));
+            set(CURLOPT_POSTFIELDS, body.c_str());
+            set(CURLOPT_NOPROGRESS, 0L);
+            set(CURLOPT_XFERINFOFUNCTION, &on_progress);
+            set(CURLOPT_XFERINFODATA, static_cast<void*>(this));
         }
         set(CURLOPT_SHARE, curl().sessions);
         if (network.authority) {
@@ -316,7 +318,9 @@ bool HttpExchange::send(const wchar_t* header, const std::string& body) {
         set_last_error(kInternalError);
         return false;
     }
-    const auto is_sent = [&] { return state.head_done || (state.connected && state.sent == state.body.size()); };
+    const auto is_sent = [&] {
+        return state.head_done || (state.connected && std::cmp_equal(state.sent, state.body.size()));
+    };
     // While it connects, libcurl's own connect timeout ends it first; afterwards the send timeout holds for each piece.
     state.drive(state.connect_timeout + state.send_timeout, [&] { return state.connected; });
     state.drive(state.send_timeout, is_sent);
