@@ -1,6 +1,8 @@
-// plain-upload HOST ADDRESS CA FILE NAME: what upload-bench compares an upload with. It sends FILE to the server under
-// NAME as the product does, in the same pieces, with the same requests and headers and a connection for each. It keeps
-// no status row and no chunk file, so an upload cannot be cheaper. CA is the certificate of the server's authority.
+// plain-upload HOST ADDRESS CA FILE NAME [resume]: what upload-bench compares an upload with. It sends FILE to the
+// server under NAME as the product does, in the same pieces, with the same requests and headers and a connection for
+// each. It keeps no status row and no chunk file. With "resume" connections resume the TLS session of those before
+// them, and an upload cannot be cheaper; without, each makes a whole handshake. CA is the certificate of the server's
+// authority.
 #include <curl/curl.h>
 #include <openssl/evp.h>
 
@@ -14,6 +16,7 @@ namespace {
 constexpr std::size_t kChunk = 16384;
 
 std::string host, address, authority;  // as on the command line
+CURLSH* sessions = nullptr;            // the TLS sessions that are resumed
 
 [[noreturn]] void Fail(const std::string& text) {
     std::fprintf(stderr, "plain-upload: %s\n", text.c_str());
@@ -41,6 +44,7 @@ std::string Call(const std::string& path, const std::string& body) {
     curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
     curl_easy_setopt(easy, CURLOPT_CAINFO, authority.c_str());
+    curl_easy_setopt(easy, CURLOPT_SHARE, sessions);
     curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &Append);
     curl_easy_setopt(easy, CURLOPT_WRITEDATA, &answer);
     if (!body.empty()) {
@@ -90,8 +94,9 @@ void ForEachPiece(std::FILE* file, Piece piece) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 6) {
-        Fail("HOST ADDRESS CA FILE NAME");
+    const bool resumes = argc == 7 && std::string(argv[6]) == "resume";
+    if (argc != 6 && !resumes) {
+        Fail("HOST ADDRESS CA FILE NAME [resume]");
     }
     host = argv[1], address = argv[2], authority = argv[3];
     std::FILE* const file = std::fopen(argv[4], "rb");
@@ -99,6 +104,10 @@ int main(int argc, char** argv) {
         Fail(argv[4]);
     }
     curl_global_init(CURL_GLOBAL_DEFAULT);
+    if (resumes) {
+        sessions = curl_share_init();
+        curl_share_setopt(sessions, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+    }
     EVP_MD_CTX* const md5 = EVP_MD_CTX_new();
     std::size_t total = 0;
     EVP_DigestInit_ex(md5, EVP_md5(), nullptr);

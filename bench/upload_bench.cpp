@@ -1,6 +1,7 @@
-// upload-bench [RUNS [FOLDER]]: what it costs to send a file. A `-j0` pass in which only the upload is due stands
-// beside plain_upload.cpp, which makes the same requests. Both talk over TLS to one reference server on loopback, whose
-// own time is in the wall time of both. What arrived is compared with what was sent. FOLDER takes machine and server.
+// upload-bench [RUNS [FOLDER [MIB]]]: what it costs to send a file. A `-j0` pass in which only the upload is due stands
+// beside plain_upload.cpp, which makes the same requests. All talk over TLS to one reference server on loopback, whose
+// own time is in the wall time of each. What arrived is compared with what was sent. FOLDER takes machine and server,
+// MIB is the largest file.
 #include <signal.h>
 #include <sqlite3.h>
 #include <sys/prctl.h>
@@ -8,10 +9,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "collection/collectors.h"
@@ -19,6 +22,7 @@
 #include "common/files.h"
 #include "common/registry.h"
 #include "measure.h"
+#include "results.h"
 #include "store/telemetry_db.h"
 #include "upload/file_status.h"
 
@@ -145,10 +149,18 @@ public:
         return cost;
     }
 
-    Cost Plain() {
+    Cost Plain(bool resumes) {
         const std::string name = NextName("plain");
-        const Cost cost = RunProcess({BuildFolder() / "bench" / "plain-upload", deployment::DefaultServer,
-                                      server_.Address(), server_.Authority(), sample_, name});
+        std::vector<std::string> command = {BuildFolder() / "bench" / "plain-upload",
+                                            deployment::DefaultServer,
+                                            server_.Address(),
+                                            server_.Authority(),
+                                            sample_,
+                                            name};
+        if (resumes) {
+            command.push_back("resume");
+        }
+        const Cost cost = RunProcess(command);
         Compare(name);
         return cost;
     }
@@ -162,6 +174,7 @@ private:
     void Compare(const std::string& name) const {
         // In a process of its own: a child's peak memory is never less than that of this program.
         RunProcess({"/usr/bin/cmp", server_.File(name), sample_});
+        fs::remove(server_.File(name));
     }
 
     fs::path machine_;
@@ -171,33 +184,96 @@ private:
     int runs_ = 0;
 };
 
+// The straight line through the points that comes nearest to all in proportion, and how far the farthest lies off it.
+struct Line {
+    double start = 0, slope = 0, farthest = 0;
+};
+
+Line FitLine(const std::vector<std::pair<double, double>>& points) {
+    double n = 0, sx = 0, sy = 0, sxx = 0, sxy = 0;
+    for (const auto& [x, y] : points) {
+        const double weight = 1 / (y * y);
+        n += weight, sx += weight * x, sy += weight * y, sxx += weight * x * x, sxy += weight * x * y;
+    }
+    Line line;
+    line.slope = (n * sxy - sx * sy) / (n * sxx - sx * sx);
+    line.start = (sy - line.slope * sx) / n;
+    for (const auto& [x, y] : points) {
+        line.farthest = std::max(line.farthest, std::abs(y - line.start - line.slope * x) / y * 100);
+    }
+    return line;
+}
+
+constexpr const char* kPrograms[] = {"pass", "plain", "plain, resumes"};
+
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::setvbuf(stdout, nullptr, _IOLBF, 0);  // show each row at once
     const int runs = argc > 1 ? std::atoi(argv[1]) : 9;
     // A pass makes and deletes many small files, so the file system of the folder decides much: it can be chosen.
-    const fs::path folder = argc > 2 ? fs::path(argv[2]) : BuildFolder() / "bench";
+    const fs::path folder = argc > 2 ? fs::absolute(argv[2]) : BuildFolder() / "bench";
+    const std::size_t largest = argc > 3 ? std::strtoul(argv[3], nullptr, 10) : 256;
     const Server server(folder / "upload-server");
     UploadBench bench(folder, server);
-    std::printf("median of %d runs; ms wall, ms processor, MiB peak\n", runs);
-    std::printf("%-22s %23s   %23s   %11s\n", "", "-j0 pass that uploads", "same requests", "ratio");
-    for (const std::size_t size : {4 * kMiB, 32 * kMiB}) {
-        bench.Prepare(size);
-        std::vector<Cost> passes, plains;
-        for (int run = 0; run < (size == 4 * kMiB ? runs : 1); ++run) {
-            plains.push_back(bench.Plain());
-            passes.push_back(bench.Pass(false));
+    Results results("3-upload", "Upload: a `-j0` pass that sends a file, and a plain program with the same requests",
+                    {"", "ms wall", "ms processor", "MiB peak", "wall / plain", "processor / plain"});
+    results.Plot("An upload by the size of its file", "MiB", "ms");
+    std::vector<std::pair<double, double>> points;
+    double wall = 0, processor = 0, peak = 0;
+    for (const std::size_t size : {1, 4, 16, 64, 256}) {
+        if (size > largest) {
+            break;
         }
-        const Cost pass = Median(passes), plain = Median(plains);
-        std::printf("%3zu MiB without waits   %7.1f %7.1f %7.1f   %7.1f %7.1f %7.1f   %5.2f %5.2f\n", size / kMiB,
-                    pass.wall, pass.cpu, pass.memory, plain.wall, plain.cpu, plain.memory, pass.wall / plain.wall,
-                    pass.cpu / plain.cpu);
+        bench.Prepare(size * kMiB);
+        std::vector<Cost> costs[3];
+        for (int run = 0; run < std::max<int>(1, size <= 4 ? runs : runs * 4 / static_cast<int>(size)); ++run) {
+            for (std::size_t program = 3; program-- > 0;) {
+                if (program == 0 || size < 256) {  // the largest is for the line alone
+                    costs[program].push_back(program == 0 ? bench.Pass(false) : bench.Plain(program == 2));
+                }
+            }
+        }
+        const double whole = static_cast<double>(size);
+        const Cost plain = costs[1].empty() ? Cost{} : Median(costs[1]);
+        for (std::size_t program = 0; program < 3 && !costs[program].empty(); ++program) {
+            const Cost cost = Median(costs[program]);
+            std::vector<std::string> cells = {std::to_string(size) + " MiB, " + kPrograms[program]};
+            for (const double figure : {cost.wall, cost.cpu, cost.memory}) {
+                cells.push_back(Digits(figure, 1));
+            }
+            if (plain.wall > 0) {
+                cells.push_back(Digits(cost.wall / plain.wall, 2));
+                cells.push_back(Digits(cost.cpu / plain.cpu, 2));
+            }
+            results.Row(cells);
+            results.Point(std::string(kPrograms[program]) + ", wall", whole, cost.wall);
+            results.Point(std::string(kPrograms[program]) + ", processor", whole, cost.cpu);
+        }
+        const Cost pass = Median(costs[0]);
+        points.emplace_back(whole, pass.cpu);
+        peak = std::max(peak, pass.memory);
+        if (plain.wall > 0) {
+            wall = std::max(wall, pass.wall / plain.wall);
+            processor = std::max(processor, pass.cpu / plain.cpu);
+        }
     }
-    bench.Prepare(4 * kMiB);
+    bench.Prepare(kMiB);
     const double waits = kPause * static_cast<double>(bench.Chunks() + 1);
     const double whole = bench.Pass(true).wall;
-    std::printf("  4 MiB with its waits  %.2f s, %.1f s of them waits: %.0f ms above those\n", whole / 1e3, waits / 1e3,
-                whole - waits);
+    const Line line = FitLine(points);
+    results.Text("Medians of " + std::to_string(runs) +
+                 " runs up to 4 MiB, then of fewer. The product's waits (200 ms for each piece) are left out; with "
+                 "them 1 MiB takes " +
+                 Digits(whole / 1e3, 2) + " s, " + Digits(whole - waits, 0) + " ms above the waits.");
+    results.Text(
+        "Each request of the plain program makes a whole TLS handshake; where it resumes sessions, as a pass does, it "
+        "is "
+        "the floor.");
+    results.Text("A pass takes " + Digits(line.start, 1) + " ms of processor time and " + Digits(line.slope, 1) +
+                 " ms for each MiB.");
+    results.Aim("upload: wall time, times the plain program's, at the worst size", wall, 1.0);
+    results.Aim("upload: processor time, times the plain program's, at the worst size", processor, 1.1);
+    results.Aim("upload: peak memory at any size, MiB", peak, 12);
+    results.Aim("upload: processor time off a straight line at the worst size, percent", line.farthest, 10);
     return 0;
 }

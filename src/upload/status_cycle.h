@@ -11,7 +11,11 @@ namespace zorvalis {
 
 class StatusCycle {
 public:
-    explicit StatusCycle(const std::string& dbName) : result_(openDB(dbName, database_)) {}
+    explicit StatusCycle(const std::string& dbName) : result_(openDB(dbName, database_)) {
+        // Each of an upload's many rows would make and delete a journal, which nothing would ever replay: the next
+        // cycle deletes it with the working copy.
+        sqlite3_exec(Connection(), "PRAGMA journal_mode = MEMORY", nullptr, nullptr, nullptr);
+    }
     ~StatusCycle() {
         try {
             Close();

@@ -20,6 +20,11 @@ struct Curl {
     CURLMcode (*multi_poll)(CURLM*, curl_waitfd*, unsigned int, int, int*);
     CURLMsg* (*multi_info)(CURLM*, int*);
     CURLMcode (*multi_cleanup)(CURLM*);
+    CURLSH* (*share_init)();
+    CURLSHcode (*share_setopt)(CURLSH*, CURLSHoption, ...);
+    // TLS sessions that later requests resume, as Windows does for all requests of a process. Nothing else is shared: a
+    // connection ends with its request, since the product closes its session.
+    CURLSH* sessions;
     bool complete;
 };
 

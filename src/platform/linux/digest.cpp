@@ -16,7 +16,7 @@
 namespace platform {
 namespace {
 
-constexpr std::size_t kBlock = 1024;
+constexpr std::size_t kBlock = 16384;
 constexpr std::uint32_t kNoProvider = 0x8009001D;  // NTE_PROVIDER_DLL_FAIL
 constexpr std::uint32_t kBadHash = 0x80090002;     // NTE_BAD_HASH
 

@@ -10,6 +10,7 @@
 #include <new>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "platform/error.h"
 #include "platform/linux/curl_library.h"
@@ -101,7 +102,7 @@ struct HttpExchange::State {
     std::unique_ptr<CURL, Release<&Curl::easy_cleanup>> easy;
 
     std::string body;
-    std::size_t sent = 0;
+    curl_off_t sent = 0;     // of it
     bool connected = false;  // TLS too: the certificate is accepted
     long status = 0;
     bool head_done = false;
@@ -141,12 +142,13 @@ struct HttpExchange::State {
         return CURL_PREREQFUNC_OK;
     }
 
-    static std::size_t on_send(char* buffer, std::size_t size, std::size_t count, void* context) {
+    // `sent` counts the body alone.
+    static int on_progress(void* context, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent) {
         auto& state = *static_cast<State*>(context);
-        const std::size_t piece = state.body.copy(buffer, size * count, state.sent);
-        state.sent += piece;
-        state.moved();
-        return piece;
+        if (std::exchange(state.sent, sent) != sent) {
+            state.moved();
+        }
+        return 0;
     }
 
     // Called for each line of the head. An empty line ends it, but not that of an interim answer (status 1xx).
@@ -187,10 +189,12 @@ struct HttpExchange::State {
         curl().easy_setopt(easy.get(), option, value);
     }
 
-    // Sets the request up. libcurl connects to `address`, but names and checks `host`.
-    void prepare(const wchar_t* header, const std::string& address) {
-        const std::string url = (secure ? "https://" : "http://") + host + ":" + std::to_string(port) + "/";
-        route.reset(curl().list_append(nullptr, (host + ":" + std::to_string(port) + ":" + address).c_str()));
+    std::string server() const { return host + ":" + std::to_string(port); }
+
+    // Sets the request up. libcurl connects to the network's address, but names and checks `host`.
+    void prepare(const wchar_t* header, Network network) {
+        const std::string url = (secure ? "https://" : "http://") + server() + "/";
+        route.reset(curl().list_append(nullptr, (server() + ":" + network.address).c_str()));
         // A name without a value removes libcurl's own header: WinHTTP sends none of these by itself.
         add_header(header != nullptr ? to_utf8(header) : "Content-Type:");
         add_header("Accept:");
@@ -211,14 +215,18 @@ struct HttpExchange::State {
         set(CURLOPT_WRITEFUNCTION, &on_body);
         set(CURLOPT_WRITEDATA, static_cast<void*>(this));
         if (verb == "POST") {
-            set(CURLOPT_POST, 1L);
             set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
-            set(CURLOPT_READFUNCTION, &on_send);
-            set(CURLOPT_READDATA, static_cast<void*>(this));
+            set(CURLOPT_POSTFIELDS, body.c_str());
+            set(CURLOPT_NOPROGRESS, 0L);
+            set(CURLOPT_XFERINFOFUNCTION, &on_progress);
+            set(CURLOPT_XFERINFODATA, static_cast<void*>(this));
         }
-        const std::string authority = read_network().authority;
-        if (!authority.empty()) {
-            set(CURLOPT_CAINFO, authority.c_str());  // libcurl still trusts the host's folder of certificates
+        set(CURLOPT_SHARE, curl().sessions);
+        if (network.authority) {
+            // libcurl still trusts the host's folder of certificates. It resumes a session for the same options only:
+            // so it gets the certificates and not their file's name, which would stay when they change.
+            curl_blob certificates{network.authority->data(), network.authority->size(), CURL_BLOB_COPY};
+            set(CURLOPT_CAINFO_BLOB, &certificates);
         }
     }
 
@@ -298,19 +306,21 @@ bool HttpExchange::open_request(const wchar_t* verb, const std::wstring& path, b
 }
 
 bool HttpExchange::send(const wchar_t* header, const std::string& body) {
-    const std::string address = resolve_host(state_->host, state_->port);
-    if (address.empty()) {
+    State& state = *state_;
+    Network network = read_network(state.server());
+    if (network.address.empty()) {
         set_last_error(kNameNotResolved);
         return false;
     }
-    State& state = *state_;
     state.body = body;
-    state.prepare(header, address);
+    state.prepare(header, std::move(network));
     if (curl().multi_add(state.multi.get(), state.easy.get()) != CURLM_OK) {
         set_last_error(kInternalError);
         return false;
     }
-    const auto is_sent = [&] { return state.head_done || (state.connected && state.sent == state.body.size()); };
+    const auto is_sent = [&] {
+        return state.head_done || (state.connected && std::cmp_equal(state.sent, state.body.size()));
+    };
     // While it connects, libcurl's own connect timeout ends it first; afterwards the send timeout holds for each piece.
     state.drive(state.connect_timeout + state.send_timeout, [&] { return state.connected; });
     state.drive(state.send_timeout, is_sent);

@@ -3,19 +3,18 @@
 // thread.
 #pragma once
 
-#include <cstdint>
+#include <optional>
 #include <string>
 
 namespace platform {
 
 struct Network {
     bool online = true;
-    std::string authority;  // absolute path of a PEM file of certificates, or empty
+    std::string address;                   // "address:port" where the server lies; empty when it does not resolve
+    std::optional<std::string> authority;  // its certificates, as PEM; empty when their file cannot be read
 };
 
-Network read_network();
-
-// "address:port" for a host and port; empty when they do not resolve.
-std::string resolve_host(const std::string& host, std::uint16_t port);
+// `server` is "host:port"; without one only `online` is found out.
+Network read_network(const std::string& server = "");
 
 }  // namespace platform
