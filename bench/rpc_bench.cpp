@@ -18,6 +18,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <map>
 #include <string>
 #include <thread>
 #include <vector>
@@ -25,6 +26,7 @@
 #include "base/json.h"
 #include "measure.h"
 #include "platform/stand_in/service_control.h"
+#include "results.h"
 
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
@@ -222,6 +224,19 @@ public:
 
     long Threads() const { return std::distance(fs::directory_iterator(Process() / "task"), fs::directory_iterator()); }
 
+    // How often its threads have waited for something.
+    long Switches() const {
+        long sum = 0;
+        for (const auto& thread : fs::directory_iterator(Process() / "task")) {
+            std::ifstream file(thread.path() / "status");
+            for (std::string name; file >> name;) {
+                long number = 0;
+                sum += name == "voluntary_ctxt_switches:" && file >> number ? number : 0;
+            }
+        }
+        return sum;
+    }
+
     // The service closes its ends of our connections a little later, and ends a call's thread when that was idle for 20
     // seconds; how many there are says more about its memory than anything else. Waits half a minute at most: it may
     // also have opened other files for good.
@@ -237,58 +252,90 @@ private:
     pid_t child_ = -1;
 };
 
-void Row(const char* name, const Load& service, const Load& plain) {
-    std::printf("%-22s %9.0f %8.3f %8.3f   %9.0f %8.3f %8.3f   %5.1f %5.1f %5.1f\n", name, service.Rate(),
-                service.Share(0.5), service.Share(0.99), plain.Rate(), plain.Share(0.5), plain.Share(0.99),
-                plain.Rate() / service.Rate(), service.Share(0.5) / plain.Share(0.5),
-                service.Share(0.99) / plain.Share(0.99));
+void Row(Results& results, int clients, const Load& service, const Load& plain) {
+    std::vector<std::string> cells = {std::to_string(clients) + (clients == 1 ? " client" : " clients")};
+    for (const Load* const load : {&service, &plain}) {
+        cells.insert(cells.end(), {Digits(load->Rate(), 0), Digits(load->Share(0.5), 3), Digits(load->Share(0.99), 3)});
+    }
+    cells.push_back(Digits(service.Share(0.5) / plain.Share(0.5), 1));
+    cells.push_back(Digits(service.Share(0.99) / plain.Share(0.99), 1));
+    results.Row(cells);
+}
+
+// The path of a socket has at most 107 characters, and the build's folder may be longer.
+fs::path TemporaryFolder() {
+    static std::string folder = (fs::temp_directory_path() / "zorv-rpc-XXXXXX").string();
+    if (mkdtemp(folder.data()) == nullptr) {
+        Fail("no folder can be made in " + fs::temp_directory_path().string());
+    }
+    std::atexit([] { fs::remove_all(folder); });
+    return folder;
 }
 
 }  // namespace
 
 int main() {
     constexpr double kMostGrowth = 4;  // MiB, at rest
-    constexpr int kClients = 1000, kCallsOfEach = 100, kCallsAlone = 5000;
+    constexpr int kClients[] = {1, 10, 100, 1000, 4000}, kCalls = 40000, kMany = 1000, kCallsOfRound = 200000;
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
     limit.rlim_cur = limit.rlim_max;
     setrlimit(RLIMIT_NOFILE, &limit);
-    // The path of a socket has at most 107 characters, and the build's folder may be longer.
-    static std::string folder = (fs::temp_directory_path() / "zorv-rpc-XXXXXX").string();
-    if (mkdtemp(folder.data()) == nullptr) {
-        Fail("no folder can be made in " + fs::temp_directory_path().string());
-    }
-    std::atexit([] { fs::remove_all(folder); });
-    const fs::path machine = fs::path(folder) / "machine";
+    const fs::path folder = TemporaryFolder(), machine = folder / "machine";
     MakeMachine(machine);
-    const fs::path socket = machine / "run/ZorvHelpRpcEndpoint", plainSocket = fs::path(folder) / "plain";
-    long before = 0, after = 0;
-    double memory = 0, grown = 0;
-    Load one, many;
+    const fs::path socket = machine / "run/ZorvHelpRpcEndpoint", plainSocket = folder / "plain";
+    std::map<int, Load> service, plain;
+    struct Round {
+        double busy = 0, rest = 0;  // MiB: with all its threads still there, and with none
+        long descriptors = 0;
+    } rounds[2];
+    double switches = 0;
     {
-        const Server service({BuildFolder() / "bin" / "zorvalis-agent-service"}, socket);
-        const long idle = service.Descriptors(), threads = service.Threads();
-        one = Run(socket, 1, kCallsAlone, true);
-        Run(socket, kClients, kCallsOfEach, true);
-        service.WaitUntilIdle(idle, threads);
-        before = service.Descriptors();
-        memory = service.Memory();
-        many = Run(socket, kClients, kCallsOfEach, true);
-        service.WaitUntilIdle(idle, threads);
-        after = service.Descriptors();
-        grown = service.Memory() - memory;
+        const Server server({BuildFolder() / "bin" / "zorvalis-agent-service"}, socket);
+        const long descriptors = server.Descriptors(), threads = server.Threads();
+        for (const int clients : kClients) {
+            const long before = server.Switches();
+            service[clients] = Run(socket, clients, kCalls / clients, true);
+            switches = clients == 1 ? static_cast<double>(server.Switches() - before) / kCalls : switches;
+        }
+        for (Round& round : rounds) {
+            Run(socket, kMany, kCallsOfRound / kMany, true);
+            round.busy = server.Memory();
+            server.WaitUntilIdle(descriptors, threads);
+            round.rest = server.Memory();
+            round.descriptors = server.Descriptors();
+        }
     }
-    const Server plain({BuildFolder() / "bench" / "plain-server", plainSocket}, plainSocket);
-    const Load plainOne = Run(plainSocket, 1, kCallsAlone, false);
-    const Load plainMany = Run(plainSocket, kClients, kCallsOfEach, false);
-    std::printf("calls of applications, four in ten bad; calls a second, ms median, ms of all but one in a hundred\n");
-    std::printf("%-22s %27s   %27s   %17s\n", "", "service", "plain socket server", "ratio");
-    Row("one client", one, plainOne);
-    Row("1000 clients", many, plainMany);
-    std::printf("after 200,000 calls: %ld descriptors, %ld before the last 100,000; %.1f MiB, %+.1f by them\n", after,
-                before, memory + grown, grown);
-    if (after > before || grown > kMostGrowth) {
-        Fail("the service has grown");
+    {
+        const Server server({BuildFolder() / "bench" / "plain-server", plainSocket, folder / "plain.log"}, plainSocket);
+        for (const int clients : kClients) {
+            plain[clients] = Run(plainSocket, clients, kCalls / clients, false);
+        }
+    }
+    Results results("4-calls",
+                    "Calls of applications, four in ten of them bad, beside a plain server that writes the same log: "
+                    "calls a second, milliseconds median and of all but one in a hundred",
+                    {"", "service", "median", "99 %", "plain", "median", "99 %", "median", "99 %"});
+    results.Plot("What a call costs by the number of clients", "clients", "microseconds a call");
+    for (const int clients : kClients) {
+        Row(results, clients, service[clients], plain[clients]);
+        results.Point("the service", clients, 1e6 / service[clients].Rate());
+        results.Point("a plain server", clients, 1e6 / plain[clients].Rate());
+    }
+    results.Text("A call of one client takes " + Digits(switches, 2) + " waits of the service's threads.");
+    for (const Round& round : rounds) {
+        results.Text("After " + std::to_string(kCallsOfRound) + " calls of " + std::to_string(kMany) +
+                     " clients: " + Digits(round.busy, 1) + " MiB at once, " + Digits(round.rest, 1) + " MiB and " +
+                     std::to_string(round.descriptors) + " descriptors at rest.");
+    }
+    results.Aim("calls a second of one client", service[1].Rate(), 15000, true);
+    results.Aim("median of one client, times the plain server's", service[1].Share(0.5) / plain[1].Share(0.5), 3);
+    results.Aim("99 % of a thousand clients, times the plain server's",
+                service[kMany].Share(0.99) / plain[kMany].Share(0.99), 4);
+    results.Aim("MiB after a thousand clients", std::max(rounds[0].busy, rounds[1].busy), 24);
+    results.Aim("MiB at rest that the second 200,000 calls added", rounds[1].rest - rounds[0].rest, kMostGrowth);
+    if (rounds[1].descriptors > rounds[0].descriptors) {
+        Fail("the service has kept descriptors");
     }
     return 0;
 }

@@ -18,10 +18,10 @@
 #include <map>
 #include <mutex>
 #include <system_error>
-#include <thread>
 #include <tuple>
 #include <utility>
 
+#include "platform/linux/loop_thread.h"
 #include "platform/linux/machine_path.h"
 #include "platform/linux/windows_error.h"
 #include "platform/stand_in/machine_socket.h"
@@ -73,12 +73,15 @@ bool is_file(const std::string& path, const struct stat& file) {
 }  // namespace
 
 // All of it, but what the mutex guards, is the server thread's own.
-struct LineServer::Loop {
+struct LineServer::Loop final : LoopThread {
     explicit Loop(const LineLimits& limits_) : limits(limits_) {}
 
-    void run() {
+    void serve() override {
         while (!context.stopped()) {
             try {
+                if (const PeerHandle peer = std::exchange(called, nullptr)) {  // whose handler keeps another thread
+                    settle(peer);
+                }
                 await_peers();
                 context.run();
             } catch (const std::exception&) {  // no memory
@@ -244,6 +247,7 @@ struct LineServer::Loop {
                                    peer->reads = false;
                                    take(peer, failure, size);
                                    settle(peer);
+                                   leave_locks();
                                });
         peer->reads = true;
     }
@@ -271,11 +275,37 @@ struct LineServer::Loop {
             push(peer, limits.too_long);
         } else if (!is_over || !line.empty()) {  // the last line needs no end
             peer->last_use = ++uses;
-            const auto answer = handler(peer->number, line);
-            peer->waiting += answer ? 0 : 1;
-            peer->waiting_bytes += answer ? 0 : line.size();
-            push(peer, answer.value_or(""));
+            ++peer->waiting;
+            peer->waiting_bytes += line.size();
+            if (const auto answer = ask(peer, line)) {
+                --peer->waiting;
+                peer->waiting_bytes -= line.size();
+                push(peer, *answer);
+            }
         }
+    }
+
+    std::optional<std::string> ask(const PeerHandle& peer, const std::string& line) {
+        std::optional<std::string> answer;
+        called = peer;
+        begin_turn();
+        try {
+            answer = handler(peer->number, line);
+        } catch (const std::bad_alloc&) {  // no answer
+        }
+        if (!end_turn()) {
+            if (answer) {
+                post_answer(peer->number, std::move(*answer), line.size());
+            }
+            throw Replaced();
+        }
+        called = nullptr;
+        return answer;
+    }
+
+    void post_answer(Connection connection, std::string line, std::optional<std::size_t> answered) {
+        asio::post(context,
+                   [this, connection, line = std::move(line), answered] { answer(connection, line, answered); });
     }
 
     // Behind what is to go already; an empty line is none.
@@ -362,11 +392,10 @@ struct LineServer::Loop {
         path.clear();
     }
 
-    const LineLimits& limits;
+    const LineLimits limits;
     Handler handler;
     EndHandler ended;
-    std::thread thread;
-    asio::io_context context{1};
+    asio::io_context context;
     asio::executor_work_guard<asio::io_context::executor_type> guard{context.get_executor()};
     Protocol::acceptor listener{context};
     asio::steady_timer crowded{context};
@@ -375,6 +404,7 @@ struct LineServer::Loop {
     std::uint64_t last_connection = 0, uses = 0;
     std::size_t bytes = 0;  // of all peers
     bool finishing = false, stopping = false;
+    PeerHandle called;  // whose line the handler has
 
     std::mutex mutex;  // guards what follows
     std::string path;
@@ -388,7 +418,7 @@ LineServer::~LineServer() {
 }
 
 std::uint32_t LineServer::open(const std::string& name) try {
-    loop_ = loop_ != nullptr ? std::move(loop_) : std::make_unique<Loop>(limits_);
+    loop_ = loop_ != nullptr ? std::move(loop_) : std::make_shared<Loop>(limits_);
     Descriptor listener = listen_at(name, limits_.mode);
     const std::lock_guard guard(loop_->mutex);
     if (!listener || ::stat(machine_path(name).c_str(), &loop_->file) != 0) {
@@ -406,7 +436,7 @@ std::uint32_t LineServer::open(const std::string& name) try {
 std::uint32_t LineServer::start(Handler handler, EndHandler ended) try {
     loop_->handler = std::move(handler);
     loop_->ended = std::move(ended);
-    loop_->thread = std::thread(&Loop::run, loop_.get());
+    loop_->start(limits_.patient);
     return 0;
 } catch (const std::system_error&) {
     return kNotEnoughMemory;
@@ -420,12 +450,23 @@ bool LineServer::listens_at(const std::string& name) {
     return loop_->path == machine_path(name) && is_file(loop_->path, loop_->file);
 }
 
+bool LineServer::may_take_long() const {
+    return loop_->may_take_long();
+}
+
 void LineServer::answer(Connection connection, std::string line, std::size_t size) {
-    post([loop = loop_.get(), connection, line = std::move(line), size] { loop->answer(connection, line, size); });
+    loop_->post_answer(connection, std::move(line), size);
 }
 
 void LineServer::send(Connection connection, std::string line) {
-    post([loop = loop_.get(), connection, line = std::move(line)] { loop->answer(connection, line, std::nullopt); });
+    if (!loop_->end_turn()) {
+        return loop_->post_answer(connection, std::move(line), std::nullopt);
+    }
+    try {
+        loop_->answer(connection, line, std::nullopt);
+    } catch (const std::bad_alloc&) {  // the client waits in vain
+    }
+    loop_->begin_turn();
 }
 
 void LineServer::post(std::function<void()> action) {
@@ -438,9 +479,7 @@ void LineServer::finish() {
 }
 
 void LineServer::join() {
-    if (loop_->thread.joinable()) {
-        loop_->thread.join();
-    }
+    loop_->join();
 }
 
 void LineServer::stop() {

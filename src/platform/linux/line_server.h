@@ -1,6 +1,7 @@
 // A socket in the machine's run folder to which other programs send lines, which are answered by lines. One thread
 // serves all connections, so one that hangs, floods or does not read holds up nobody else; where there are too many,
-// whoever has been silent for longest is cut off.
+// whoever has been silent for longest is cut off. A handler that takes long keeps its thread, and another one serves
+// on.
 #pragma once
 
 #include <chrono>
@@ -25,6 +26,7 @@ struct LineLimits {
     std::chrono::milliseconds unread{10000};
     std::string too_long{};  // the last answer, to a line over the limit; none when empty
     unsigned mode = 0;       // of the socket's file, 0 for what the process' mask leaves
+    bool patient = false;    // handlers may take long, see `may_take_long`
 };
 
 class LineServer {
@@ -47,8 +49,11 @@ public:
     std::uint32_t start(Handler handler, EndHandler ended = {});
     bool listens_at(const std::string& name);  // and the socket's file is still its own
 
+    // For a handler of a patient server: false when it has to return soon, since another one takes long already.
+    bool may_take_long() const;
+
     // From any thread, also when the connection is gone. `size` is that of the line that is answered; `send` is for
-    // lines beside the answers.
+    // lines beside the answers, and inside a handler they go before its own.
     void answer(Connection connection, std::string line, std::size_t size);
     void send(Connection connection, std::string line);
 
@@ -66,7 +71,7 @@ private:
     struct Loop;
 
     const LineLimits limits_;
-    std::unique_ptr<Loop> loop_;  // the thread and what it serves; from the first opening on
+    std::shared_ptr<Loop> loop_;  // the thread and what it serves; from the first opening on
 };
 
 }  // namespace platform

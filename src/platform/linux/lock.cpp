@@ -14,8 +14,14 @@
 #include <vector>
 
 #include "platform/clock.h"
+#include "platform/linux/owned_locks.h"
 
 namespace platform {
+namespace {
+
+thread_local std::size_t owned_locks = 0;
+
+}  // namespace
 
 struct Lock::State {
     std::mutex mutex;
@@ -49,6 +55,10 @@ struct Lock::State {
 
 thread_local Lock::State::Owned Lock::State::owned;
 
+bool owns_locks() {
+    return owned_locks > 0;
+}
+
 // The owner's list may keep the state longer than the Lock.
 Lock::Lock() : state_(std::make_shared<State>()) {}
 
@@ -77,6 +87,7 @@ bool Lock::wait(std::uint32_t milliseconds) {
     state_->owner = caller;
     state_->count = 1;
     owned.push_back(state_);
+    ++owned_locks;
     return !std::exchange(state_->abandoned, false);
 }
 
@@ -91,6 +102,7 @@ void Lock::release() {
     if (entry != owned.end()) {
         last = std::move(*entry);
         owned.erase(entry);
+        --owned_locks;
     }
     state_->released.notify_one();
 }

@@ -1,5 +1,6 @@
-// The endpoint is a socket of lines (line_server.h). The server's thread takes the lines, RpcThreads make the calls
-// (rpc_call.h).
+// The endpoint is a socket of lines (line_server.h). The server's thread makes the calls (rpc_call.h) by itself, one
+// after the other, since most are shorter than waking another thread; as long as one takes long, RpcThreads make the
+// others.
 #include "platform/rpc_endpoint.h"
 
 #include <sys/resource.h>
@@ -50,7 +51,7 @@ struct Endpoint : std::enable_shared_from_this<Endpoint> {
 
     std::optional<std::string> take(LineServer::Connection connection, const std::string& line);
     void end(LineServer::Connection connection);
-    void call(LineServer::Connection connection, Session& session, const std::string& line);
+    std::string call(LineServer::Connection connection, Session& session, const std::string& line);
 
     RpcProcedures procedures{};
     bool listening = false;                                               // guarded by the mutex of Shared
@@ -72,31 +73,33 @@ Shared& shared() {
     return *state;
 }
 
-// On the server's thread: hands a line to a thread of the calls. Answers by itself only when there is none.
+// On the server's thread. Answers with an error when there is no thread for a call.
 std::optional<std::string> Endpoint::take(LineServer::Connection connection, const std::string& line) {
-    auto& session = sessions[connection];
-    if (session == nullptr) {
-        session = std::make_shared<Session>();
+    auto& entry = sessions[connection];
+    if (entry == nullptr) {
+        entry = std::make_shared<Session>();
     }
+    const auto session = entry;           // which may go during the call
     auto self = weak_from_this().lock();  // null while the endpoint is being destroyed
-    const bool taken =
-        self != nullptr && RpcThreads::get().submit([self = std::move(self), session = session, connection, line] {
-            self->call(connection, *session, line);
-        });
+    if (self != nullptr && server.may_take_long()) {
+        return call(connection, *session, line);
+    }
+    const bool taken = self != nullptr && RpcThreads::get().submit([self, session, connection, line] {
+        try {
+            self->server.answer(connection, self->call(connection, *session, line), line.size());
+        } catch (const std::bad_alloc&) {  // the client waits in vain
+        }
+    });
     return taken ? std::nullopt : std::optional(rpc_error_line(nullptr, kRpcFault, "no thread for the call"));
 }
 
-// On a thread of RpcThreads.
-void Endpoint::call(LineServer::Connection connection, Session& session, const std::string& line) {
-    std::string answer;
+// The answer, empty when the call ends without one.
+std::string Endpoint::call(LineServer::Connection connection, Session& session, const std::string& line) {
     try {
         const RpcSend send = [&](std::string callback) { server.send(connection, std::move(callback)); };
-        answer = session.gone ? "" : make_rpc_call(procedures, session.contexts, line, send);
-    } catch (...) {  // out of memory: the call ends without an answer
-    }
-    try {
-        server.answer(connection, std::move(answer), line.size());
-    } catch (const std::bad_alloc&) {  // the client waits in vain
+        return session.gone ? "" : make_rpc_call(procedures, session.contexts, line, send);
+    } catch (...) {  // out of memory
+        return "";
     }
 }
 
@@ -134,6 +137,7 @@ LineLimits line_limits(const RpcLimits& limits) {
     result.too_long =
         rpc_error_line(nullptr, kRpcInvalidRequest, "Invalid Request: a message has at most 4194304 bytes");
     result.mode = kEveryone;
+    result.patient = true;
     return result;
 }
 

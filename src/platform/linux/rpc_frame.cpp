@@ -19,12 +19,6 @@ Json parse(const std::string& line) {
     }
 }
 
-std::string answer_line(const Json& id, const char* name, Json value) {
-    Json answer = {{"jsonrpc", "2.0"}, {"id", id}};
-    answer[name] = std::move(value);
-    return zorvalis::DumpJson(answer);
-}
-
 }  // namespace
 
 RpcRequest parse_rpc_request(const std::string& line) {
@@ -54,17 +48,18 @@ RpcRequest parse_rpc_request(const std::string& line) {
 }
 
 std::string rpc_result_line(const Json& id, const Json& result) {
-    return answer_line(id, "result", result);
+    return R"({"id":)" + zorvalis::DumpJson(id) + R"(,"jsonrpc":"2.0","result":)" + zorvalis::DumpJson(result) + "}";
 }
 
 std::string rpc_error_line(const Json& id, int code, const std::string& message) {
     // Words of a library may be in any code page.
     const std::string text = to_wide(message) ? message : ansi_to_utf8(message.c_str());
-    return answer_line(id, "error", {{"code", code}, {"message", text}});
+    return R"({"error":{"code":)" + std::to_string(code) + R"(,"message":)" + zorvalis::DumpJson(text) + R"(},"id":)" +
+           zorvalis::DumpJson(id) + R"(,"jsonrpc":"2.0"})";
 }
 
 std::string rpc_notification_line(const char* method, const Json& params) {
-    return zorvalis::DumpJson({{"jsonrpc", "2.0"}, {"method", method}, {"params", params}});
+    return R"({"jsonrpc":"2.0","method":")" + std::string(method) + R"(","params":)" + zorvalis::DumpJson(params) + "}";
 }
 
 std::string ansi_to_utf8(const char* text) {

@@ -51,6 +51,14 @@ bool RpcThreads::add_thread() {
     }
 }
 
+void RpcThreads::work() {
+    {
+        const std::lock_guard guard(mutex_);
+        ++threads_;
+    }
+    run();
+}
+
 void RpcThreads::run() {
     Worker self;
     std::unique_lock guard(mutex_);

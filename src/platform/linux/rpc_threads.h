@@ -26,6 +26,9 @@ public:
     // False, and the task is destroyed, when there is no thread and none can be made.
     bool submit(Task task);
 
+    // The calling thread becomes one of them, until it ends as they do.
+    void work();
+
 private:
     struct Worker {
         std::condition_variable given;

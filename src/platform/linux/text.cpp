@@ -25,6 +25,7 @@ constexpr std::array<char16_t, 32> kAnsi = {
 
 std::wstring from_ansi(std::string_view text) {
     std::wstring result;
+    result.reserve(text.size());
     for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
         result += byte >= 0x80 && byte < 0xA0 ? static_cast<wchar_t>(kAnsi[byte - 0x80]) : static_cast<wchar_t>(byte);

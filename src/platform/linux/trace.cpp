@@ -38,7 +38,7 @@ struct Provider {
     TraceControl control = nullptr;
     void* context = nullptr;
     std::uint64_t logger = 0;  // 0 when no session is on
-    Descriptor changes;        // inotify, on the machine's folder
+    Descriptor changes;        // inotify, on the machine's folder and the session's file
     Descriptor stop;
     std::thread watcher;
 };
@@ -97,13 +97,22 @@ bool session_changed(int changes) {
         for (ssize_t offset = 0; offset < size;) {
             const auto* const event = reinterpret_cast<const inotify_event*>(buffer.data() + offset);
             const bool goes_away = (event->mask & (IN_DELETE | IN_MOVED_FROM)) != 0;
-            changed |= (event->mask & IN_Q_OVERFLOW) != 0 ||
+            changed |= (event->mask & (IN_Q_OVERFLOW | IN_CLOSE_WRITE)) != 0 ||
                        (event->len > 0 && (std::strcmp(event->name, kSessionFile) == 0 ||
                                            (goes_away && std::strcmp(event->name, kLogFile) == 0)));
             offset += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
         }
     }
     return changed;
+}
+
+// The folder tells what comes and goes, and the session's file when it was written: a folder that told of all writes
+// would wake the watcher for each entry of a log. False when nothing is watched.
+bool watch_session(int changes) {
+    constexpr std::uint32_t kNames = IN_CREATE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE;
+    const bool watched = ::inotify_add_watch(changes, machine_folder().c_str(), kNames) >= 0;
+    ::inotify_add_watch(changes, machine_path(kSessionFile).c_str(), IN_CLOSE_WRITE);  // fails while it is missing
+    return watched;
 }
 
 // Ending an inotify watch takes the kernel longer than a short pass runs. So a process starts to watch only when it has
@@ -116,15 +125,15 @@ void watch(Provider& provider) try {
     if (retry([&] { return ::poll(&stop, 1, kUnwatchedMilliseconds); }) != 0) {
         return;
     }
-    constexpr std::uint32_t kChanges = IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE;
     provider.changes = Descriptor(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
-    if (!provider.changes || ::inotify_add_watch(provider.changes.get(), machine_folder().c_str(), kChanges) < 0) {
+    if (!provider.changes || !watch_session(provider.changes.get())) {
         return;  // the session stays as it was at the registration
     }
     follow_session(provider);
     std::array<pollfd, 2> sources = {{{provider.stop.get(), POLLIN, 0}, {provider.changes.get(), POLLIN, 0}}};
     while (retry([&] { return ::poll(sources.data(), sources.size(), -1); }) > 0 && sources[0].revents == 0) {
         if (session_changed(provider.changes.get())) {
+            watch_session(provider.changes.get());  // a session's file that is new
             follow_session(provider);
         }
     }
