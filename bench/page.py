@@ -31,7 +31,9 @@ class Results:
 
     def numbers(self, name, row, column):
         """The rows whose first cells match, each with the number in the first column whose head begins like that."""
-        table = self.tables.get(name, {"rows": [], "columns": []})
+        if name not in self.tables:
+            raise Missing(f"{name} was not measured")
+        table = self.tables[name]
         at = next((i for i, head in enumerate(table["columns"]) if head.startswith(column)), None)
         found = [(cells[0], float(re.search(r"-?[\d.]+", cells[at].replace(",", "")).group()))
                  for cells in table["rows"] if at is not None and re.search(row, cells[0])]
@@ -134,7 +136,7 @@ def page(results, build):
     for words in paragraphs(results):
         lines += [words, ""]
     if aims:
-        lines += [f"Of {len(aims)} aims {len(aims) - len(missed)} are held" + (", all but these:" if missed else "."), ""]
+        lines += [f"{len(aims) - len(missed)} of {len(aims)} aims are held" + (", all but these:" if missed else "."), ""]
         lines += [f"- {what}" for what in missed] + ([""] if missed else [])
     lines += ["![All plots of this page: " + "; ".join(p["title"] for p in all_plots(results)) + "](cost.svg)", "",
               "    ./dev bench [RUNS [DIR]]         all of it, and this page anew",

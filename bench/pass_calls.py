@@ -6,11 +6,12 @@ A call belongs to the innermost function on the stack that is neither the C libr
 
 import bisect
 import collections
-import json
 import pathlib
 import re
 import subprocess
 import sys
+
+from results import Results
 
 BUILD = pathlib.Path(__file__).resolve().parent.parent / "build" / "linux-release"
 LIBRARIES = ("trivial library", "stand-in library")
@@ -87,21 +88,15 @@ def main():
     made = [calls(BUILD / "bench" / f"{library}.calls", program) for library in LIBRARIES]
     counts = [collections.Counter(part for _, part, _ in one) for one in made]
     large = [part for part in counts[0] | counts[1] if max(count[part] for count in counts) >= SMALL]
-    rows = [[part, *(str(count[part]) for count in counts)]
-            for part in sorted(large, key=lambda part: -max(count[part] for count in counts))]
-    rows.append(["other sources", *(str(sum(count.values()) - sum(count[part] for part in large)) for count in counts)])
+    results = Results("System calls of a first pass, by the part that makes them", ["", *LIBRARIES])
+    for part in sorted(large, key=lambda part: -max(count[part] for count in counts)):
+        results.row(part, *(str(count[part]) for count in counts))
+    results.row("other sources", *(str(sum(count.values()) - sum(count[part] for part in large)) for count in counts))
     own = [sum(n for part, n in count.items() if part not in NOT_OURS) for count in counts]
-    rows.append(["all but SQLite's and the loader's", *map(str, own)])
-    aims = [{"what": f"{library}: system calls of a first pass but SQLite's and the loader's", "value": n, "limit": MOST,
-             "atLeast": False, "held": n <= MOST} for library, n in zip(LIBRARIES, own)]
-    result = {"title": "System calls of a first pass, by the part that makes them", "columns": ["", *LIBRARIES],
-              "rows": rows, "texts": [], "aims": aims, "plots": []}
-    (BUILD / "bench" / "results" / "1-pass-calls.json").write_text(json.dumps(result, indent=1) + "\n")
-    print("\n" + result["title"])
-    for row in [result["columns"], *rows]:
-        print(f"{row[0]:40}" + "".join(f"{cell:>20}" for cell in row[1:]))
-    for aim in aims:
-        print(f"{aim['what']}: {aim['value']}, wanted at most {MOST}: {'held' if aim['held'] else 'MISSED'}")
+    results.row("all but SQLite's and the loader's", *map(str, own))
+    for library, n in zip(LIBRARIES, own):
+        results.aim(f"{library}: system calls of a first pass but SQLite's and the loader's", n, MOST)
+    results.keep("1-pass-calls", BUILD)
     if "--who" in sys.argv[1:]:
         for library, one in zip(LIBRARIES, made):
             print(f"\n{library}")

@@ -266,9 +266,8 @@ int main(int argc, char** argv) {
                  "them 1 MiB takes " +
                  Digits(whole / 1e3, 2) + " s, " + Digits(whole - waits, 0) + " ms above the waits.");
     results.Text(
-        "Each request of the plain program makes a whole TLS handshake; where it resumes sessions, as a pass does, it "
-        "is "
-        "the floor.");
+        "Each request of the plain program makes a whole TLS handshake; where it resumes sessions, as a pass does, "
+        "it is the floor.");
     results.Text("A pass takes " + Digits(line.start, 1) + " ms of processor time and " + Digits(line.slope, 1) +
                  " ms for each MiB.");
     results.Aim("upload: wall time, times the plain program's, at the worst size", wall, 1.0);

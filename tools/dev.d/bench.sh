@@ -11,6 +11,7 @@ bench_part() {
         idle) idle "${minutes[@]}" ;;
         calls) $folder/rpc-bench ;;
         windows) bench_windows ;;
+        records) install_packages sqlite3 && $folder/records-bench "${@:2:1}" ;;
         programs) python3 -B bench/programs.py ;;
         page) python3 -B bench/page.py build/linux-release docs ;;
         *) "$folder/$1-bench" "${@:2}" ;;
@@ -46,7 +47,7 @@ bench() {
             ;;
         "" | [0-9]*) parts=("${all[@]}") ;;
         *)
-            parts=("${1#--}")
+            parts=("$1")
             [[ " ${all[*]} " == *" ${parts[0]} "* ]] || fail "bench what? ${all[*]} or fleet"
             shift
             ;;
