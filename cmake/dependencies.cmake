@@ -39,7 +39,7 @@ if(ZORV_SANITIZER)
 endif()
 # Any thread may use it, a database file brings no code, and its schema calls no function that could do harm. The
 # mathematical functions are for who asks zorvctl. The cache takes its pages one by one, since a connection of the service
-# needs few of them. Nobody asks it how much memory it has, and each row would count.
+# needs few of them. It keeps no count of its memory: nobody asks for it, and each allocation would have to be counted.
 target_compile_definitions(zorv_sqlite PRIVATE
     SQLITE_THREADSAFE=1 SQLITE_OMIT_LOAD_EXTENSION SQLITE_TRUSTED_SCHEMA=0 SQLITE_ENABLE_MATH_FUNCTIONS
     SQLITE_DEFAULT_PCACHE_INITSZ=0 SQLITE_DEFAULT_MEMSTATUS=0 SQLITE_OMIT_DEPRECATED SQLITE_OMIT_SHARED_CACHE)

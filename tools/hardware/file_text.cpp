@@ -6,6 +6,7 @@
 #include "file_place.h"
 
 namespace zorvalis {
+
 FileText::FileText(Purpose purpose) {
     for (bool (*const add)(Line&) : {AddMachineFolder, AddOwnFolder}) {
         path_.Clear();

@@ -169,7 +169,8 @@ void ForEachRecord(const RecordFile& file, const std::string& table, const std::
 
 RecordDatabase::RecordDatabase(const std::string& path, const std::string& statement)
     : statement_(LowerName(statement)) {
-    // Besides by its name a column is only read by these; a multiplication is taken for one of them.
+    // A statement reads columns that it does not name only by a `*` or a NATURAL JOIN. A multiplication is taken for
+    // such a `*`.
     std::string rest = statement_;
     for (std::size_t at = 0; (at = rest.find("count(*)", at)) != std::string::npos;) {
         rest.erase(at, std::strlen("count(*)"));
