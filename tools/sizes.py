@@ -42,13 +42,13 @@ def main():
     wanted = sys.argv[1:] or BUDGET
     over = 0
     for build in wanted:
+        programs = {name: BUILDS / build / "bin" / name for name in BUDGET[build]}
+        missing = [name for name, program in programs.items() if not program.is_file()]
+        if missing:
+            print(f"{build}: not built, so not compared: {', '.join(missing)}")
+            over += len(sys.argv) > 1
         for name, limit in BUDGET[build].items():
-            program = BUILDS / build / "bin" / name
-            if not program.is_file():
-                print(f"{build}/{name}: not built, so not compared")
-                over += len(sys.argv) > 1
-                continue
-            bytes_ = size(program)
+            bytes_ = 0 if name in missing else size(programs[name])
             if bytes_ > limit:
                 print(f"{build}/{name}: {bytes_} bytes, {limit} are allowed (tools/sizes.py); if it is of older sources, "
                       f"`./dev build {build}` makes it anew")
