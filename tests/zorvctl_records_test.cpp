@@ -160,6 +160,8 @@ TEST(ZorvctlRecords, FromStrangersAttackNothingAndBadFilesAreNamed) {
              {"query \"SELECT 1\" in", 1, "", "wide.db cannot be merged: too many columns"},
              {"query \"SELECT a, device FROM T NATURAL JOIN T b WHERE file LIKE '%f16%'\" in --csv", 1,
               "\n\xC3\xA4,in/utf16.db\n"},
+             {"query \"SELECT a FROM T WHERE (file, device, a, '../../etc') IN T\" in/utf16.db --csv", 0,
+              "\n\xC3\xA4\n"},
              {"query \"SELECT * FROM V\" in", 2, "", "no such table: V"},
              {"show in/attack.db", 0, "T: 2 rows"},
              {"show in/names.db", 0, "\\x1B[2J\\xFF</script>"},

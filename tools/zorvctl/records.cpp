@@ -1,6 +1,7 @@
 #include "records.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
 #include <filesystem>
 #include <unordered_set>
@@ -97,6 +98,24 @@ std::string DeviceOf(const DatabaseReader& database, const std::string& path) {
     return device.empty() ? path : device;
 }
 
+// Whether a statement in small letters may read columns that it does not name: by a `*`, a NATURAL JOIN, or a table
+// behind IN, `(1, 2) IN T`. A multiplication, and those words in a text, are taken for them.
+bool MayReadUnnamed(std::string sql) {
+    for (std::size_t at = 0; (at = sql.find("count(*)", at)) != std::string::npos;) {
+        sql.erase(at, std::strlen("count(*)"));
+    }
+    const auto isLetter = [&](std::size_t at) {
+        return at < sql.size() && (std::isalnum(static_cast<unsigned char>(sql[at])) != 0 || sql[at] == '_');
+    };
+    for (std::size_t at = 0; (at = sql.find("in", at)) != std::string::npos; at += 2) {
+        const std::size_t next = sql.find_first_not_of(" \t\r\n", at + 2);
+        if (!isLetter(at - 1) && !isLetter(at + 2) && next != std::string::npos && sql[next] != '(') {
+            return true;
+        }
+    }
+    return sql.find('*') != std::string::npos || sql.find("natural") != std::string::npos;
+}
+
 }  // namespace
 
 RecordFiles FindRecords(const std::vector<std::string>& arguments) {
@@ -168,15 +187,7 @@ void ForEachRecord(const RecordFile& file, const std::string& table, const std::
 }
 
 RecordDatabase::RecordDatabase(const std::string& path, const std::string& statement)
-    : statement_(LowerName(statement)) {
-    // A statement reads columns that it does not name only by a `*` or a NATURAL JOIN. A multiplication is taken for
-    // such a `*`.
-    std::string rest = statement_;
-    for (std::size_t at = 0; (at = rest.find("count(*)", at)) != std::string::npos;) {
-        rest.erase(at, std::strlen("count(*)"));
-    }
-    everyColumn_ =
-        statement_.empty() || rest.find('*') != std::string::npos || rest.find("natural") != std::string::npos;
+    : statement_(LowerName(statement)), everyColumn_(statement.empty() || MayReadUnnamed(statement_)) {
     sqlite3* connection = nullptr;
     const int result = OpenForOneThread(path == ":memory:" ? path : platform::native_path(path), connection);
     connection_.reset(connection);

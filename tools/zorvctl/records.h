@@ -74,7 +74,7 @@ private:
 
     std::unique_ptr<sqlite3, int (*)(sqlite3*)> connection_{nullptr, sqlite3_close};
     std::string statement_;  // in small letters; empty when everything is needed
-    bool everyColumn_ = true;
+    bool everyColumn_;
     std::map<std::string, std::set<std::string>> columns_;  // that tables have, all in small letters
 };
 
