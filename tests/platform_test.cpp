@@ -45,8 +45,10 @@ TEST(Registry, BindsAValueToOneType) {
     EXPECT_EQ(number, 7U);
     EXPECT_TRUE(read_registry_dword(kRoot, kKey, L"Number", number));
     EXPECT_EQ(number, 4294967295U);
-    ASSERT_TRUE(write_registry_string(kRoot, kKey, L"Number", L"now text"));
-    EXPECT_EQ(read_text_value(L"Number"), L"now text");
+    ASSERT_TRUE(write_registry_string(kRoot, kKey, L"NUMBER", L"now text"));
+    EXPECT_EQ(read_text_value(L"number"), L"now text");
+    ASSERT_TRUE(write_registry_string(kRoot, kKey, L"gr\u00F6\u00DFe", L"12"));
+    EXPECT_EQ(read_text_value(L"GR\u00D6\u00DFE"), L"12");
 }
 
 TEST(Registry, GivesEveryTextBackUpTo254Units) {

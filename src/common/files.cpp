@@ -4,6 +4,7 @@
 #include <array>
 #include <cctype>
 #include <cstring>
+#include <iterator>
 #include <vector>
 
 #include "base/text.h"
@@ -33,6 +34,9 @@ bool IsDevice(std::string_view name) {
 }  // namespace
 
 void CreateFolders(std::initializer_list<const char*> folders, const char* words) {
+    if (platform::folder_exists(std::rbegin(folders)[0])) {
+        return;  // and so do those around it
+    }
     for (const char* folder : folders) {
         if (platform::folder_exists(folder)) {
             continue;

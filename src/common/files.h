@@ -13,8 +13,8 @@ namespace zorvalis {
 inline constexpr char kProductFolder[] = "C:\\ProgramData\\Zorv\\Zorvcore\\Zorvalis\\";
 inline constexpr char kDataFolder[] = "C:\\ProgramData\\Zorv\\Zorvcore\\Zorvalis\\data\\";
 
-// Makes those of `folders` that are missing, in that order, and traces `words` and the path for each; null traces
-// nothing. A failure is not reported: what is opened there next fails.
+// Makes those of `folders`, each inside the one before, that are missing, and traces `words` and the path for each;
+// null traces nothing. A failure is not reported: what is opened there next fails.
 void CreateFolders(std::initializer_list<const char*> folders, const char* words);
 
 // Whether the path, or a folder on its way below C:\ProgramData, is a link or junction. The service may write anywhere,

@@ -34,6 +34,7 @@ bool replace_text(const std::string& path, const std::string& text);
 
 bool file_exists(const std::string& path);                         // false for a folder
 bool folder_exists(const std::string& path);                       // a closing backslash is allowed
+bool path_exists(const std::string& path);                         // anything; a link, wherever it leads
 bool is_link(const std::string& path);                             // whether the last part is a link or junction
 bool create_folder(const std::string& path);                       // one level; false when it exists
 bool remove_file(const std::string& path);                         // false for a folder

@@ -36,11 +36,6 @@ std::string NameOf(const std::string& path) {
     return path.substr(path.find_last_of('\\') + 1);
 }
 
-// Whether anything has that name; a link counts even when it leads nowhere.
-bool IsThere(const std::string& path) {
-    return platform::file_exists(path) || platform::folder_exists(path) || platform::is_link(path);
-}
-
 // To the resting form and back: an exclusive or with the key undoes itself.
 bool CopyTransformed(std::FILE* from, std::FILE* to, std::uint8_t key) {
     constexpr std::int64_t kWhole = std::numeric_limits<std::int64_t>::max();
@@ -101,7 +96,7 @@ bool decryptDBFast(TelemetryDb& handle, std::uint8_t key) {
         platform::remove_file(left);
         // Windows does not delete a working copy that a leaked connection of this process (a failed initDB's) holds
         // open. Writing over it works, so that does not end the cycle.
-        gone &= !IsThere(left) || OpenWorkingCopies().count(NameOf(left)) != 0;
+        gone &= !platform::path_exists(left) || OpenWorkingCopies().count(NameOf(left)) != 0;
     }
     handle.cachedPath = cached;
     // Kept: a resting file that cannot be opened counts as absent. The cycle's end replaces it by a new database.
@@ -110,8 +105,8 @@ bool decryptDBFast(TelemetryDb& handle, std::uint8_t key) {
     }
     LogMessage("[decryptDBFast] " + handle.path + " exist");
     const platform::File copy = platform::open_file(cached, "wb+");
-    return copy != nullptr && CopyTransformed(resting.get(), copy.get(), key) &&
-           !IsThere(journal);  // another process has put one back, and SQLite would replay it into the copy
+    // Another process may have put a journal back, which SQLite would replay into the copy.
+    return copy != nullptr && CopyTransformed(resting.get(), copy.get(), key) && !platform::path_exists(journal);
 }
 
 void encryptDBFast(TelemetryDb& handle, std::uint8_t key) {

@@ -32,6 +32,8 @@ public:
     // The manager goes away; the process's exit code, as `WatchedProcess::wait`.
     DWORD end();
 
+    HANDLE process() const { return process_->handle(); }
+
 private:
     std::uint32_t request(const std::string& text);
     std::uint32_t send(std::uint32_t control, const std::string& data);

@@ -160,9 +160,8 @@ Json LogAsJson() {
 }
 
 void Report(const ReportOptions& options) {
-    Require(
-        !platform::file_exists(options.out) && !platform::folder_exists(options.out) && !platform::is_link(options.out),
-        options.out + " is there already and is not overwritten: give another name", kWrongUsage);
+    Require(!platform::path_exists(options.out),
+            options.out + " is there already and is not overwritten: give another name", kWrongUsage);
     const bool own = options.files.empty();
     RecordFiles found;
     if (own) {

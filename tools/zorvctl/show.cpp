@@ -179,8 +179,8 @@ void PrintCsv(const std::vector<std::string>& paths, const ShowOptions& options,
 
 void WriteSqlite(const std::vector<std::string>& paths, const ShowOptions& options, std::size_t& bad) {
     const std::string& out = options.sqlite;
-    Require(!platform::file_exists(out) && !platform::folder_exists(out) && !platform::is_link(out),
-            out + " is there already and is not overwritten: give another name", kWrongUsage);
+    Require(!platform::path_exists(out), out + " is there already and is not overwritten: give another name",
+            kWrongUsage);
     if (paths.size() == 1) {
         bad += VisitRecords(paths, [&](const RecordFile& file) { WriteWholeFile(out, file.database.Plain()); });
         return;

@@ -14,6 +14,7 @@
 namespace platform {
 namespace {
 
+constexpr char kClockFile[] = "clock.json";
 constexpr std::int64_t kMicroseconds = 1000000;
 constexpr std::uint64_t kTicksFrom1601 = 116444736000000000;  // to 1970, in units of 100 nanoseconds
 constexpr double kLargestOffset = 1e11;                       // seconds, about three thousand years
@@ -27,17 +28,19 @@ struct MachineClock {
     double factor = 1;
 };
 
-// clock.json is read at each use, since any program may change it at any time.
+// clock.json is looked for at each use, since any program may change it at any time. Most machines have none, and to
+// ask whether it is there is the cheapest call that shows a change at once.
 MachineClock read_machine_clock() {
     // Values of the last sound file: while an editor has written only half of it, the clock must not jump.
     static std::atomic<double> last_offset{0};
     static std::atomic<double> last_factor{1};
-    const auto json = read_machine_json("clock.json");
+    if (::access(machine_path(kClockFile).c_str(), F_OK) != 0) {
+        last_offset = 0;
+        last_factor = 1;
+        return {};
+    }
+    const auto json = read_machine_json(kClockFile);
     if (!json) {
-        if (::access(machine_path("clock.json").c_str(), F_OK) != 0) {
-            last_offset = 0;
-            last_factor = 1;
-        }
         return {last_offset, last_factor};
     }
     const auto number = [&json](const char* name, double missing) {

@@ -35,10 +35,13 @@ std::map<Owner, Held>& table() {
 // The file is made in run/, not beside the locked one: the data folder holds only database files at rest.
 Descriptor open_lock(std::string name) {
     std::replace(name.begin(), name.end(), '/', '_');
-    make_folders(machine_path("run"));
     const std::string path = machine_path("run/" + name + ".lock");
-    return Descriptor(
-        retry([&] { return ::open(path.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0666); }));
+    const auto open = [&] {
+        constexpr int kFlags = O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+        return retry([&] { return ::open(path.c_str(), kFlags, 0666); });
+    };
+    const int file = open();
+    return Descriptor(file < 0 && errno == ENOENT && make_folders(machine_path("run")) ? open() : file);
 }
 
 // Tries again each millisecond, since flock cannot wait with a limit.

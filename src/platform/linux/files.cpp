@@ -144,6 +144,11 @@ bool file_exists(const std::string& path) {
     return mode != 0 && !S_ISDIR(mode);
 }
 
+bool path_exists(const std::string& path) {
+    struct stat status {};
+    return ::lstat(folder_path(path).c_str(), &status) == 0;
+}
+
 bool is_link(const std::string& path) {
     struct stat status {};
     return ::lstat(folder_path(path).c_str(), &status) == 0 && S_ISLNK(status.st_mode);

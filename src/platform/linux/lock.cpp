@@ -53,7 +53,6 @@ thread_local Lock::State::Owned Lock::State::owned;
 Lock::Lock() : state_(std::make_shared<State>()) {}
 
 bool Lock::wait(std::uint32_t milliseconds) {
-    const std::int64_t limit = milliseconds == 0 ? 0 : scaled_wait(milliseconds);
     auto& owned = State::owned.states;
     // Before the lock is taken: push_back below must not fail.
     owned.reserve(owned.size() + 1);
@@ -67,8 +66,13 @@ bool Lock::wait(std::uint32_t milliseconds) {
     const auto unowned = [this] { return state_->count == 0; };
     if (milliseconds == 0) {
         state_->released.wait(guard, unowned);
-    } else if (!state_->released.wait_for(guard, std::chrono::microseconds(limit), unowned)) {
-        return false;
+    } else if (!unowned()) {
+        guard.unlock();  // scaled_wait reads the machine's clock, which nobody else is to wait for
+        const std::chrono::microseconds limit(scaled_wait(milliseconds));
+        guard.lock();
+        if (!state_->released.wait_for(guard, limit, unowned)) {
+            return false;
+        }
     }
     state_->owner = caller;
     state_->count = 1;

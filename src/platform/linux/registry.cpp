@@ -47,15 +47,12 @@ bool read_value(RegistryRoot root, const std::wstring& key, const std::wstring& 
     if (!parts || name.empty()) {
         return false;
     }
-    const Descriptor folder = open_key(*parts, false);
-    if (!folder) {
-        return false;
-    }
-    if (read_value_file(folder.get(), name, text)) {
+    if (read_value_file(AT_FDCWD, key_path(*parts) + "/" + name, text)) {
         return true;
     }
     // Perhaps it has the name in another case. That search lists the folder, which must not change meanwhile.
-    if (!lock_key_shared(folder.get())) {
+    const Descriptor folder = open_key(*parts, false);
+    if (!folder || !lock_key_shared(folder.get())) {
         return false;
     }
     const auto found = find_entry(folder.get(), name, KeyEntry::value);

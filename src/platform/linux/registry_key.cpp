@@ -1,6 +1,7 @@
 // Keys are found first by the path as it is given, and only then, part by part, in any case of letters.
 #include "platform/linux/registry_key.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <locale.h>
 #include <sys/file.h>
@@ -8,8 +9,7 @@
 #include <wctype.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <system_error>
+#include <array>
 
 #include "platform/linux/machine_path.h"
 #include "platform/linux/whole_file.h"
@@ -38,10 +38,27 @@ std::wstring folded(const std::string& name) {
     return text;
 }
 
+// In any case of letters. Names that differ in an ASCII letter, as most do, are told apart without the locale, which
+// takes a dozen calls to load.
+bool same_name(const std::string& a, const std::string& b) {
+    const auto upper = [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; };
+    const auto [x, y] = std::mismatch(a.begin(), a.end(), b.begin(), b.end(),
+                                      [&](char left, char right) { return upper(left) == upper(right); });
+    const auto is_ascii = [](auto at, auto end) { return at == end || static_cast<unsigned char>(*at) < 0x80; };
+    return is_ascii(x, a.end()) && is_ascii(y, b.end()) ? x == a.end() && y == b.end() : folded(a) == folded(b);
+}
+
 bool is_kind(int folder, const char* name, KeyEntry kind) {
     struct stat status {};
     return ::fstatat(folder, name, &status, 0) == 0 &&
            (kind == KeyEntry::subkey ? S_ISDIR(status.st_mode) : S_ISREG(status.st_mode));
+}
+
+// Asks the kernel about the entry itself only for a link, and where the file system's listings do not tell kinds.
+bool is_kind(int folder, const dirent64& entry, KeyEntry kind) {
+    return entry.d_type == DT_LNK || entry.d_type == DT_UNKNOWN
+               ? is_kind(folder, entry.d_name, kind)
+               : entry.d_type == (kind == KeyEntry::subkey ? DT_DIR : DT_REG);
 }
 
 Descriptor open_folder(int base, const char* name) {
@@ -97,35 +114,38 @@ std::string value_file(const std::wstring& value) {
 
 std::optional<std::vector<std::string>> key_entries(int folder, KeyEntry kind) {
     std::vector<std::string> names;
-    std::error_code error;
-    std::filesystem::directory_iterator entry("/proc/self/fd/" + std::to_string(folder), error);
-    for (const std::filesystem::directory_iterator end; !error && entry != end; entry.increment(error)) {
-        std::string name = entry->path().filename().string();
-        std::error_code unknown;
-        if (is_name(name) &&
-            (kind == KeyEntry::subkey ? entry->is_directory(unknown) : entry->is_regular_file(unknown))) {
-            names.push_back(std::move(name));
+    alignas(dirent64) std::array<char, 8192> buffer;
+    for (bool begun = false;;) {
+        const ssize_t size = ::getdents64(folder, buffer.data(), buffer.size());
+        if (size == 0 && !begun && ::lseek(folder, 0, SEEK_SET) == 0) {
+            begun = true;  // the descriptor has been listed before, and stood at the end
+            continue;
+        }
+        if (size <= 0) {
+            return size == 0 ? std::optional(std::move(names)) : std::nullopt;
+        }
+        begun = true;
+        for (ssize_t at = 0; at < size;) {
+            const auto& entry = *reinterpret_cast<const dirent64*>(buffer.data() + at);
+            at += entry.d_reclen;
+            if (is_name(entry.d_name) && is_kind(folder, entry, kind)) {
+                names.emplace_back(entry.d_name);
+            }
         }
     }
-    errno = error.value();
-    return error ? std::nullopt : std::optional(std::move(names));
 }
 
 std::optional<std::string> find_entry(int folder, const std::string& name, KeyEntry kind) {
-    if (is_kind(folder, name.c_str(), kind)) {
-        return name;
-    }
     const auto names = key_entries(folder, kind);
     if (!names) {
         return std::nullopt;
     }
-    const std::wstring wanted = folded(name);
-    for (const std::string& entry : *names) {
-        if (folded(entry) == wanted) {
-            return entry;
-        }
+    if (std::find(names->begin(), names->end(), name) != names->end()) {
+        return name;
     }
-    return "";
+    const auto found =
+        std::find_if(names->begin(), names->end(), [&](const auto& one) { return same_name(one, name); });
+    return found == names->end() ? "" : *found;
 }
 
 int write_entry(int folder, const std::string& name, const std::string& text) {
@@ -137,7 +157,9 @@ int write_entry(int folder, const std::string& name, const std::string& text) {
     if (!file) {
         return errno;
     }
-    const auto found = find_entry(folder, name, KeyEntry::value);
+    // Mostly the name is there as it is given, and the folder need not be listed.
+    const auto found =
+        is_kind(folder, name.c_str(), KeyEntry::value) ? name : find_entry(folder, name, KeyEntry::value);
     if (!found || !write_whole(file.get(), text) ||
         ::renameat(folder, kTemporary, folder, found->empty() ? name.c_str() : found->c_str()) != 0) {
         const int error = errno;
@@ -147,13 +169,17 @@ int write_entry(int folder, const std::string& name, const std::string& text) {
     return 0;
 }
 
-Descriptor open_key(const KeyParts& parts, bool make) {
-    const std::string registry = machine_path(kRegistryFolder);
-    std::string path = registry;
+std::string key_path(const KeyParts& parts) {
+    std::string path = machine_path(kRegistryFolder);
     for (const std::string& part : parts) {
         path.append("/").append(part);
     }
-    Descriptor key = open_folder(AT_FDCWD, path.c_str());  // mostly the names are in the case of the folders
+    return path;
+}
+
+Descriptor open_key(const KeyParts& parts, bool make) {
+    Descriptor key = open_folder(AT_FDCWD, key_path(parts).c_str());  // mostly the names are in the case of the folders
+    const std::string registry = key ? "" : machine_path(kRegistryFolder);
     if (key || (make && !make_folders(registry))) {
         return key;
     }

@@ -29,13 +29,16 @@ enum class KeyEntry { subkey, value };
 // The names of all subkeys or all values of an open key; nothing when the folder cannot be listed.
 std::optional<std::vector<std::string>> key_entries(int folder, KeyEntry kind);
 
-// The name in the case in which the folder holds it; empty when it does not. Nothing, with errno set, when the folder
-// cannot be listed.
+// The name as the folder holds it, in any case of letters; empty when it does not. Nothing, with errno set, when the
+// folder cannot be listed.
 std::optional<std::string> find_entry(int folder, const std::string& name, KeyEntry kind);
 
 // Locks the folder, until `folder` is closed, and makes or replaces a value's file. 0, or an errno; ENOENT means that
 // the folder has been deleted.
 int write_entry(int folder, const std::string& name, const std::string& text);
+
+// The path of a key whose folders have the names as they are given.
+std::string key_path(const KeyParts& parts);
 
 // Opens a key, without locking it. With `make`, missing keys are made; ENOENT then means that another program deleted
 // one at that moment, and the caller may try again.

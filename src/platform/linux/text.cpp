@@ -97,6 +97,10 @@ std::string to_utf8(std::wstring_view text) {
     result.reserve(text.size());
     for (const wchar_t wide : text) {
         const auto c = static_cast<char32_t>(wide);
+        if (c < 0x80) {  // nearly all: paths and names
+            result += static_cast<char>(c);
+            continue;
+        }
         char bytes[4];
         result.append(bytes,
                       zorvalis::EncodeUtf8(zorvalis::IsCharacter(c) ? c : zorvalis::kReplacementCharacter, bytes));

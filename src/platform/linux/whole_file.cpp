@@ -18,12 +18,15 @@ bool read_whole(int descriptor, std::string& text) {
     text.clear();
     for (;;) {
         const ssize_t count = retry([&] { return ::read(descriptor, buffer.data(), buffer.size()); });
-        if (count <= 0) {
-            return count == 0;
+        if (count < 0) {
+            return false;
         }
         text.append(buffer.data(), static_cast<std::size_t>(count));
         if (text.size() > kLargestFile) {
             return false;
+        }
+        if (count < static_cast<ssize_t>(buffer.size())) {
+            return true;  // Linux reads less of a file than was asked for only at its end
         }
     }
 }

@@ -18,12 +18,14 @@ inline MachinePlace machine_place() {
         const char* const value = std::getenv(name);
         return value != nullptr ? value : "";
     };
-    const std::string_view named = environment("ZORV_MACHINE"), state = environment("XDG_STATE_HOME"),
-                           home = environment("HOME");
-    return !named.empty()                           ? MachinePlace{named, ""}
-           : !state.empty() && state.front() == '/' ? MachinePlace{state, "/zorv-machine"}
-           : !home.empty()                          ? MachinePlace{home, "/.local/state/zorv-machine"}
-                                                    : MachinePlace{};
+    if (const std::string_view named = environment("ZORV_MACHINE"); !named.empty()) {
+        return {named, ""};
+    }
+    if (const std::string_view state = environment("XDG_STATE_HOME"); state.starts_with('/')) {
+        return {state, "/zorv-machine"};
+    }
+    const std::string_view home = environment("HOME");
+    return home.empty() ? MachinePlace{} : MachinePlace{home, "/.local/state/zorv-machine"};
 }
 
 }  // namespace platform

@@ -110,6 +110,10 @@ bool folder_exists(const std::string& path) {
     return has_attributes(path, FILE_ATTRIBUTE_DIRECTORY, FILE_ATTRIBUTE_DIRECTORY);
 }
 
+bool path_exists(const std::string& path) {
+    return has_attributes(path, 0, 0);
+}
+
 bool is_link(const std::string& path) {
     // With a backslash at the end Windows would look at the link's target.
     const std::string link = path.substr(0, path.find_last_not_of('\\') + 1);
