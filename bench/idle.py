@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What a running service takes while nothing happens: ./dev bench --idle starts it.
+"""What a running service takes while nothing happens: ./dev bench idle starts it.
 
     idle.py PROCESS MINUTES
 

@@ -1,5 +1,5 @@
 # What runs a service on a machine of its own under build/, with time shortened: ./dev run --live, ./dev soak and
-# ./dev bench --idle. Sourced by ./dev.
+# ./dev bench idle. Sourced by ./dev.
 # shellcheck shell=bash disable=SC2154
 
 # Makes a fresh machine in the folder $1, installs the service and starts it; it is stopped when the script ends. The
@@ -86,7 +86,7 @@ service_process() {
     done 2>/dev/null
 }
 
-# ./dev bench --idle [MINUTES]: what the service takes while nothing happens (bench/idle.py).
+# ./dev bench idle [MINUTES]: what the service takes while nothing happens (bench/idle.py).
 idle() {
     local minutes=${1:-10}
     require_count "$minutes" "idle for how many minutes"
