@@ -14,16 +14,16 @@ BUILDS = pathlib.Path(__file__).resolve().parent.parent / "build"
 BUDGET = {
     "linux-release": {
         "zorvalis-agent-service": 2_370_000,
-        "zorvctl": 3_780_000,
-        "zorvserver": 3_130_000,
+        "zorvctl": 3_885_000,
+        "zorvserver": 3_145_000,
         "libzorvalis_client.so.1": 433_000,
         "ZorvWinIo64.so": 72_000,
     },
     "windows": {
         "ZorvalisWinService.exe": 2_135_000,
-        "zorvctl.exe": 4_800_000,
-        "zorvsetup.exe": 1_800_000,
-        "zorv-acceptance.exe": 4_260_000,
+        "zorvctl.exe": 4_820_000,
+        "zorvsetup.exe": 1_810_000,
+        "zorv-acceptance.exe": 4_280_000,
         "zorvalis_client.dll": 277_000,
         "ZorvWinIo64.dll": 157_000,
     },

@@ -7,7 +7,9 @@
 namespace platform {
 
 bool copy_bytes(std::FILE* from, std::FILE* to, std::int64_t most, std::uint8_t key) {
-    std::array<std::uint8_t, 0x4000> step{};
+    // As many bytes as a stream's own buffer holds: no larger one is used, and the files see the reads and writes of a
+    // copy byte by byte.
+    std::array<std::uint8_t, 0x1000> step{};
     std::size_t count = step.size();
     for (std::int64_t rest = most; rest > 0 && count == step.size(); rest -= static_cast<std::int64_t>(count)) {
         const auto wanted = static_cast<std::size_t>(std::min<std::int64_t>(rest, step.size()));
