@@ -288,14 +288,16 @@ struct LineServer::Loop final : LoopThread {
     std::optional<std::string> ask(const PeerHandle& peer, const std::string& line) {
         std::optional<std::string> answer;
         called = peer;
-        begin_turn();
         try {
             answer = handler(peer->number, line);
         } catch (const std::bad_alloc&) {  // no answer
         }
         if (!end_turn()) {
-            if (answer) {
-                post_answer(peer->number, std::move(*answer), line.size());
+            try {
+                if (answer) {
+                    post_answer(peer->number, std::move(*answer), line.size());
+                }
+            } catch (const std::bad_alloc&) {  // the client waits in vain
             }
             throw Replaced();
         }
@@ -450,8 +452,8 @@ bool LineServer::listens_at(const std::string& name) {
     return loop_->path == machine_path(name) && is_file(loop_->path, loop_->file);
 }
 
-bool LineServer::may_take_long() const {
-    return loop_->may_take_long();
+bool LineServer::may_take_long() {
+    return loop_->begin_turn();
 }
 
 void LineServer::answer(Connection connection, std::string line, std::size_t size) {
@@ -459,14 +461,14 @@ void LineServer::answer(Connection connection, std::string line, std::size_t siz
 }
 
 void LineServer::send(Connection connection, std::string line) {
-    if (!loop_->end_turn()) {
+    if (!loop_->pause_turn()) {
         return loop_->post_answer(connection, std::move(line), std::nullopt);
     }
     try {
         loop_->answer(connection, line, std::nullopt);
     } catch (const std::bad_alloc&) {  // the client waits in vain
     }
-    loop_->begin_turn();
+    loop_->go_on();
 }
 
 void LineServer::post(std::function<void()> action) {

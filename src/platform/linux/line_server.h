@@ -49,8 +49,9 @@ public:
     std::uint32_t start(Handler handler, EndHandler ended = {});
     bool listens_at(const std::string& name);  // and the socket's file is still its own
 
-    // For a handler of a patient server: false when it has to return soon, since another one takes long already.
-    bool may_take_long() const;
+    // For a handler of a patient server, which may take long from here on, and beside which the next ones may run then.
+    // False when it has to return soon, since another one takes long already.
+    bool may_take_long();
 
     // From any thread, also when the connection is gone. `size` is that of the line that is answered; `send` is for
     // lines beside the answers, and inside a handler they go before its own.

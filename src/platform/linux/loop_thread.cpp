@@ -1,7 +1,7 @@
 #include "platform/linux/loop_thread.h"
 
 #include <chrono>
-#include <system_error>
+#include <exception>
 #include <utility>
 
 #include "platform/linux/owned_locks.h"
@@ -28,51 +28,71 @@ void LoopThread::join() {
     }
 }
 
-void LoopThread::begin_turn() {
+bool LoopThread::begin_turn() {
+    const bool begins = patient_ && away_ == 0;
+    if (begins) {
+        go_on();
+    }
+    return begins;
+}
+
+// A turn pauses and ends with the next number, which a thread sets that replaces this one.
+bool LoopThread::pause_turn() {
+    std::uint32_t mine = turn;
+    return caller == this && turns_.compare_exchange_strong(mine, mine + 1);
+}
+
+void LoopThread::go_on() {
     caller = this;
     turn = ++turns_;
     turns_.notify_all();  // no system call, but when `keep` sleeps
 }
 
-// The turn ends with the next number, which `keep` sets when it replaces the thread.
 bool LoopThread::end_turn() {
-    std::uint32_t mine = turn;
-    return std::exchange(caller, nullptr) == this && turns_.compare_exchange_strong(mine, mine + 1);
+    const bool serves = caller != this || pause_turn();
+    caller = nullptr;
+    return serves;
 }
 
+// Without a thread the caller stays, and tries again behind the next call.
 void LoopThread::leave_locks() {
-    if (patient_ && owns_locks()) {
-        ++away_;
-        start_thread();
+    if (patient_ && owns_locks() && start_thread(turns_)) {
         throw Replaced();
     }
 }
 
 // Replaces the loop's thread when a turn takes long. Sleeps while there are no turns.
 void LoopThread::keep() {
-    start_thread();
+    if (!start_thread(0)) {
+        run();  // RpcThreads make all calls, since away_ stays as it was
+    }
     for (std::uint32_t seen = 0; !over_;) {
         turns_.wait(seen);
         seen = turns_;
         std::this_thread::sleep_for(kLong);
-        if (seen % 2 != 0 && turns_ == seen) {
-            ++away_;
-            turns_.compare_exchange_strong(seen, seen + 1) ? start_thread() : static_cast<void>(--away_);
+        if (seen % 2 != 0 && turns_ == seen && !start_thread(seen)) {
+            --seen;  // tries again
         }
     }
 }
 
-// Where no thread can be had, the caller serves the loop.
-void LoopThread::start_thread() {
+// False when no thread can be had. The new one leaves the loop alone when the turn is over before it begins.
+bool LoopThread::start_thread(std::uint32_t replaced) {
     try {
-        std::thread([self = shared_from_this()] { self->run(); }).detach();
-    } catch (const std::system_error&) {
-        run();
+        std::thread([self = shared_from_this(), seen = replaced]() mutable {
+            if (self->turns_.compare_exchange_strong(seen, (seen | 1) + 1)) {
+                ++self->away_;
+                self->run();
+            }
+        }).detach();
+        return true;
+    } catch (const std::exception&) {
+        return false;
     }
 }
 
-// A thread that was replaced becomes one of RpcThreads. While it owns locks, handlers leave calls to those, which use
-// the same thread again before others.
+// A thread that was replaced ends, which abandons its locks. While it owns some it is first one of RpcThreads: handlers
+// leave calls to those, which use the same thread again before others.
 void LoopThread::run() {
     try {
         serve();
@@ -80,10 +100,10 @@ void LoopThread::run() {
         turns_ += 2;
         turns_.notify_all();
     } catch (const Replaced&) {
-        const bool owner = owns_locks();
-        away_ -= owner ? 0 : 1;
-        RpcThreads::get().work();
-        away_ -= owner ? 1 : 0;
+        if (owns_locks()) {
+            RpcThreads::get().work();
+        }
+        --away_;
     }
 }
 

@@ -15,13 +15,12 @@ public:
     void start(bool patient);
     void join();  // returns when the loop has ended
 
-    // Any thread. False while another handler keeps the thread that it had, so that the next ones had better not.
-    bool may_take_long() const { return patient_ && away_ == 0; }
-
-    // Around what may take long, on the loop's thread. The end is false when another thread serves the loop by now, and
-    // on any thread that is at nothing of this loop.
-    void begin_turn();
-    bool end_turn();
+    // The loop's thread may take long from here on, up to the end, and then has to leave the loop's things alone. False
+    // while another one that was replaced is not back, and in a loop that is not patient: then it has to be quick.
+    bool begin_turn();
+    bool pause_turn();  // for things of the loop; false on any thread that does not serve it, or is at no turn
+    void go_on();
+    bool end_turn();  // also where none was begun; false when another thread serves the loop by now
 
 protected:
     struct Replaced {};  // what `serve` throws on a thread that no longer serves the loop
@@ -35,13 +34,13 @@ protected:
 private:
     void run();
     void keep();
-    void start_thread();
+    bool start_thread(std::uint32_t replaced);
 
     std::thread thread_;
     bool patient_ = false;
     std::atomic<bool> over_{false};
     std::atomic<std::uint32_t> turns_{0};  // odd while one goes on
-    std::atomic<int> away_{0};             // replaced threads that are in their handlers, or own locks
+    std::atomic<int> away_{-1};  // replaced threads in their handlers, or with locks; the first thread replaces none
 };
 
 }  // namespace platform
