@@ -1,6 +1,7 @@
 // plain-server SOCKET LOG: what rpc-bench compares the service with. For each call it writes what the service writes
 // and does nothing else: a JSON call's two entries into a log that stays open, a getter's callback, and an answer that
-// is always the same. It has no threads, no lock, no hardware, no registry and no JSON, so a service cannot be cheaper.
+// is always the same of its kind. It has no threads, no lock, no hardware, no registry and no JSON, so a service cannot
+// be cheaper.
 #include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
@@ -26,6 +27,8 @@ constexpr std::string_view kCallback =
     "\n"
     R"({"id":1,"jsonrpc":"2.0","result":null})"
     "\n";
+constexpr std::string_view kUnknown = R"({"error":{"code":-32601,"message":"Method not found"},"id":1,"jsonrpc":"2.0"})"
+                                      "\n";
 
 }  // namespace
 
@@ -73,7 +76,7 @@ int main(int argc, char** argv) {
                     }
                 }
             } else if (line.find("\"Get") != line.npos) {
-                answer = kCallback;
+                answer = line.find("\"GetNothing") != line.npos ? kUnknown : kCallback;
             }
             send(peer, answer.data(), answer.size(), MSG_NOSIGNAL);
         }

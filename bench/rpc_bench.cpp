@@ -275,7 +275,7 @@ fs::path TemporaryFolder() {
 }  // namespace
 
 int main() {
-    constexpr double kMostGrowth = 4;  // MiB, at rest
+    constexpr double kMostGrowth = 1;  // MiB at rest, of 200,000 calls: no block of the heap for one call in six
     constexpr int kClients[] = {1, 10, 100, 1000, 4000}, kCalls = 40000, kMany = 1000, kCallsOfRound = 200000;
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);

@@ -33,8 +33,8 @@ Network read_network(const std::string& server) {
     network.address = text(*hosts, server);
     const std::string path = text(*json, "ca");
     if (!path.empty()) {
-        const Descriptor file(retry(
-            [&] { return ::open((path.starts_with('/') ? path : machine_path(path)).c_str(), O_RDONLY | O_CLOEXEC); }));
+        const std::string native = path.starts_with('/') ? path : machine_path(path);
+        const Descriptor file(retry([&] { return ::open(native.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC); }));
         if (!file || !read_whole(file.get(), network.authority.emplace())) {
             network.authority = "";
         }
