@@ -54,8 +54,8 @@ bool is_kind(int folder, const char* name, KeyEntry kind) {
            (kind == KeyEntry::subkey ? S_ISDIR(status.st_mode) : S_ISREG(status.st_mode));
 }
 
-// As in the entry, DT_DIR and so on. Asks the kernel about the entry itself only for a link, and where the file system's
-// listings do not tell kinds.
+// As in the entry, DT_DIR and so on. Asks the kernel about the entry itself only for a link, and where the file
+// system's listings do not tell kinds.
 unsigned kind_of(int folder, const dirent64& entry) {
     struct stat status {};
     const bool told = entry.d_type != DT_LNK && entry.d_type != DT_UNKNOWN;
