@@ -111,7 +111,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     sqlite3_initialize();
-    files = sqlite3_vfs_find("unix-none");  // a pass takes no locks of SQLite either
+    files = sqlite3_vfs_find(nullptr);
     sqlite3_vfs of_pass = *files;
     of_pass.zName = "pass";
     of_pass.xOpen = OpenWithoutFlush;

@@ -186,6 +186,18 @@ TEST(Sqlite, ObeysNoJournalThatNamesAnother) {
 }
 
 #ifndef _WIN32
+TEST(DatabaseFile, TakesNoRowInACycleThatAnotherProcessHasOvertaken) {
+    const TestMachine machine;
+    Init();
+    TelemetryDb handle;
+    ASSERT_EQ(openDB(kFile, handle), 0);
+    const std::string copy = read_text(handle.cachedPath);
+    ASSERT_TRUE(platform::remove_file(handle.cachedPath));
+    write_text(handle.cachedPath, copy);
+    EXPECT_EQ(sqlite3_exec(handle.db, "INSERT INTO T (freq) VALUES (1)", nullptr, nullptr, nullptr), SQLITE_READONLY);
+    closeDB(handle);
+}
+
 TEST(DatabaseFile, IsNotUsedThroughALink) {
     const TestMachine machine;
     Init();

@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <mutex>
-#include <string>
 #include <string_view>
 
 #include "platform/clock.h"
@@ -109,8 +108,9 @@ int Limit(sqlite3* database, const char**, const sqlite3_api_routines*) {
 }
 
 bool Register() {
-    // The one of SQLite's that takes no locks: LockDatabaseFile keeps others off a working copy.
-    system = sqlite3_vfs_find((std::string(sqlite3_vfs_find(nullptr)->zName) + "-none").c_str());
+    // Not the one without locks: on Linux only this one notices that a process which has waited too long for the file's
+    // lock has put its own copy in the place of this connection's. Its journal would be replayed into that copy.
+    system = sqlite3_vfs_find(nullptr);
     static sqlite3_vfs vfs = *system;  // static: SQLite keeps a pointer to it
     vfs.zName = "machine";
     vfs.pNext = nullptr;

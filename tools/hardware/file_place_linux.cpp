@@ -36,11 +36,12 @@ bool AddOwnFolder(Line& path) {
 
 bool ReadWhole(const char* path, char*& data, std::size_t& size) {
     const int file = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (file < 0) {
-        return errno == EACCES;
-    }
     struct stat status {};
-    const bool regular = fstat(file, &status) == 0 && S_ISREG(status.st_mode);
+    // A file that cannot be opened just now, say for want of descriptors, is there all the same.
+    const bool regular = (file >= 0 ? fstat(file, &status) : stat(path, &status)) == 0 && S_ISREG(status.st_mode);
+    if (file < 0) {
+        return regular;
+    }
     const auto whole = static_cast<std::size_t>(status.st_size);
     data = regular && whole <= kLargest ? static_cast<char*>(std::malloc(whole + 1)) : nullptr;
     const ssize_t count = data != nullptr ? read(file, data, whole) : 0;

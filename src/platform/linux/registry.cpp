@@ -153,13 +153,12 @@ bool delete_registry_key(RegistryRoot root, const std::wstring& key) {
     if (!folder || !lock_key(folder.get())) {
         return false;
     }
-    const auto subkeys = key_entries(folder.get(), KeyEntry::subkey);
-    const auto values = key_entries(folder.get(), KeyEntry::value);
-    if (!subkeys || !subkeys->empty() || !values) {
+    const auto entries = key_entries(folder.get());
+    if (!entries || !entries->subkeys.empty()) {
         return false;
     }
     ::unlinkat(folder.get(), kTemporary, 0);
-    for (const std::string& value : *values) {
+    for (const std::string& value : entries->values) {
         ::unlinkat(folder.get(), value.c_str(), 0);
     }
     return ::unlinkat(parent.get(), found->c_str(), AT_REMOVEDIR) == 0;
@@ -171,15 +170,14 @@ bool list_registry_key(RegistryRoot root, const std::wstring& key, std::vector<s
     values.clear();
     const auto parts = key_parts(root, key);
     const Descriptor folder = parts ? open_key(*parts, false) : Descriptor();
-    const auto keys = folder ? key_entries(folder.get(), KeyEntry::subkey) : std::nullopt;
-    const auto files = folder ? key_entries(folder.get(), KeyEntry::value) : std::nullopt;
-    if (!keys || !files) {
+    const auto entries = folder ? key_entries(folder.get()) : std::nullopt;
+    if (!entries) {
         return false;
     }
-    for (const std::string& name : *keys) {
+    for (const std::string& name : entries->subkeys) {
         subkeys.push_back(to_wide(name).value_or(L"?"));
     }
-    for (const std::string& name : *files) {
+    for (const std::string& name : entries->values) {
         ValueText text;
         if (read_value_file(folder.get(), name, text)) {
             const auto data = to_wide(text.data);

@@ -54,11 +54,12 @@ bool is_kind(int folder, const char* name, KeyEntry kind) {
            (kind == KeyEntry::subkey ? S_ISDIR(status.st_mode) : S_ISREG(status.st_mode));
 }
 
-// Asks the kernel about the entry itself only for a link, and where the file system's listings do not tell kinds.
-bool is_kind(int folder, const dirent64& entry, KeyEntry kind) {
-    return entry.d_type == DT_LNK || entry.d_type == DT_UNKNOWN
-               ? is_kind(folder, entry.d_name, kind)
-               : entry.d_type == (kind == KeyEntry::subkey ? DT_DIR : DT_REG);
+// As in the entry, DT_DIR and so on. Asks the kernel about the entry itself only for a link, and where the file
+// system's listings do not tell kinds.
+unsigned kind_of(int folder, const dirent64& entry) {
+    struct stat status {};
+    const bool told = entry.d_type != DT_LNK && entry.d_type != DT_UNKNOWN;
+    return told || ::fstatat(folder, entry.d_name, &status, 0) != 0 ? entry.d_type : IFTODT(status.st_mode);
 }
 
 Descriptor open_folder(int base, const char* name) {
@@ -112,8 +113,8 @@ std::string value_file(const std::wstring& value) {
     return is_name(name) ? name : "";
 }
 
-std::optional<std::vector<std::string>> key_entries(int folder, KeyEntry kind) {
-    std::vector<std::string> names;
+std::optional<KeyEntries> key_entries(int folder) {
+    KeyEntries entries;
     alignas(dirent64) std::array<char, 8192> buffer;
     for (bool begun = false;;) {
         const ssize_t size = ::getdents64(folder, buffer.data(), buffer.size());
@@ -122,30 +123,34 @@ std::optional<std::vector<std::string>> key_entries(int folder, KeyEntry kind) {
             continue;
         }
         if (size <= 0) {
-            return size == 0 ? std::optional(std::move(names)) : std::nullopt;
+            return size == 0 ? std::optional(std::move(entries)) : std::nullopt;
         }
         begun = true;
         for (ssize_t at = 0; at < size;) {
             const auto& entry = *reinterpret_cast<const dirent64*>(buffer.data() + at);
             at += entry.d_reclen;
-            if (is_name(entry.d_name) && is_kind(folder, entry, kind)) {
-                names.emplace_back(entry.d_name);
+            if (!is_name(entry.d_name)) {
+                continue;
+            }
+            const unsigned kind = kind_of(folder, entry);
+            if (kind == DT_DIR || kind == DT_REG) {
+                (kind == DT_DIR ? entries.subkeys : entries.values).emplace_back(entry.d_name);
             }
         }
     }
 }
 
 std::optional<std::string> find_entry(int folder, const std::string& name, KeyEntry kind) {
-    const auto names = key_entries(folder, kind);
-    if (!names) {
+    const auto entries = key_entries(folder);
+    if (!entries) {
         return std::nullopt;
     }
-    if (std::find(names->begin(), names->end(), name) != names->end()) {
+    const auto& names = kind == KeyEntry::subkey ? entries->subkeys : entries->values;
+    if (std::find(names.begin(), names.end(), name) != names.end()) {
         return name;
     }
-    const auto found =
-        std::find_if(names->begin(), names->end(), [&](const auto& one) { return same_name(one, name); });
-    return found == names->end() ? "" : *found;
+    const auto found = std::find_if(names.begin(), names.end(), [&](const auto& one) { return same_name(one, name); });
+    return found == names.end() ? "" : *found;
 }
 
 int write_entry(int folder, const std::string& name, const std::string& text) {

@@ -26,8 +26,12 @@ std::string value_file(const std::wstring& value);
 
 enum class KeyEntry { subkey, value };
 
-// The names of all subkeys or all values of an open key; nothing when the folder cannot be listed.
-std::optional<std::vector<std::string>> key_entries(int folder, KeyEntry kind);
+struct KeyEntries {
+    std::vector<std::string> subkeys, values;
+};
+
+// The names of all that an open key holds; nothing, with errno set, when the folder cannot be listed.
+std::optional<KeyEntries> key_entries(int folder);
 
 // The name as the folder holds it, in any case of letters; empty when it does not. Nothing, with errno set, when the
 // folder cannot be listed.

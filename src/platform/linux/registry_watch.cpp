@@ -25,11 +25,11 @@ bool watch_tree(int changes, int folder) {
     if (::inotify_add_watch(changes, path.c_str(), kOfValues | kOfSubkeys | IN_DELETE_SELF | IN_MOVE_SELF) < 0) {
         return false;
     }
-    const auto subkeys = key_entries(folder, KeyEntry::subkey);
-    if (!subkeys) {
+    const auto entries = key_entries(folder);
+    if (!entries) {
         return errno == ENOENT;  // deleted meanwhile, which the watch on its parent reports
     }
-    for (const std::string& name : *subkeys) {
+    for (const std::string& name : entries->subkeys) {
         const Descriptor subkey(::openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         if (subkey ? !watch_tree(changes, subkey.get()) : errno == EMFILE || errno == ENFILE) {
             return false;

@@ -152,7 +152,7 @@ TaskResult disable_task(const std::string& name) {
     if (result.status < 0 || !folder) {
         return result;
     }
-    auto files = key_entries(folder.get(), KeyEntry::value).value_or(std::vector<std::string>());
+    auto files = key_entries(folder.get()).value_or(KeyEntries()).values;
     std::erase_if(files, [](const std::string& file) { return !file.ends_with(kTaskEnding); });
     std::sort(files.begin(), files.end());
     for (std::int32_t index = 1; const std::string& file : files) {
