@@ -93,6 +93,7 @@ TEST(ZorvctlRecords, AreOneDatabaseInWhichEachRowKnowsFileAndDevice) {
              {"query \"SELECT device, 'a' || char(34) q, char(13) r, 'b ' s FROM Thermal WHERE extra = 'x'\" in --csv",
               0, "device,q,r,s\nin/a/older.DB,\"a\"\"\",\"\r\",\"b \"\n", "", true},
              {"query \"SELECT freq FROM Thermal WHERE freq > 9\" in", 0, "17 lid closed\n99\n"},
+             {"query \"SELECT * FROM Thermal WHERE local_time GLOB '*-03 *'\" in --json", 0, "\"cpu_temp\": 70"},
              {"query \"SELECT b FROM Other\" in in/a/named.txt --json", 0, "[]\n", "", true},
              {"query \"SELECT b FROM Other\" in", 2, "", "no such table: Other; there are: Thermal"},
              {"query \"SELECT bb FROM Thermal\" in --json", 2, "{\"error\": \"the statement", "no such column: bb"},
