@@ -37,8 +37,8 @@ TEST(Registry, BindsAValueToOneType) {
     const TestMachine machine;
     std::wstring text = L"kept";
     std::uint32_t number = 7;
-    EXPECT_FALSE(read_registry_string(kRoot, kKey, L"Text", text));
     ASSERT_TRUE(write_registry_string(kRoot, kKey, L"Text", L"1"));
+    EXPECT_FALSE(read_registry_string(kRoot, kKey, L"Texts", text));
     ASSERT_TRUE(write_registry_dword(kRoot, kKey, L"Number", 4294967295));
     EXPECT_FALSE(read_registry_string(kRoot, kKey, L"Number", text));
     EXPECT_FALSE(read_registry_dword(kRoot, kKey, L"Text", number));
@@ -270,6 +270,12 @@ TEST(Files, KeepFilesAndFoldersApart) {
     EXPECT_TRUE(entries[0].name == "sub" && entries[0].folder);
     EXPECT_TRUE(entries[1].name == "three" && !entries[1].folder);
     EXPECT_EQ(list_folder("C:\\ProgramData\\Zorv\\missing\\", entries), 3U);
+
+    std::error_code no_links;  // under Wine
+    std::filesystem::create_symlink("nowhere", native_path(folder + "link"), no_links);
+    EXPECT_EQ(path_exists(folder + "link"), !no_links);
+    const File written = open_file(folder + "three", "wb"), copy = open_file(folder + "copy", "wb");
+    EXPECT_FALSE(copy_bytes(written.get(), copy.get(), 1, 0)) << "what cannot be read is no shorter file";
 }
 
 TEST(SharedLibrary, HasNoSymbolsWhenMissingOrDamaged) {

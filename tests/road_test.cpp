@@ -100,7 +100,7 @@ TEST_F(Road, RefusesACertificateThatIsOutOfDateForAnotherHostOrNoLongerTrusted) 
     EXPECT_EQ(std::system((server.tool + " --make-ca " + server.folder() + "other").c_str()), 0);
     write_text(authority, read_text(server.folder() + "other/ca.pem"));
     EXPECT_EQ(Ask(), kRefused);
-    write_text(authority, trusted);
+    write_text(authority, std::string(9999, '\n') + trusted);
     EXPECT_EQ(Ask().at(1), "[HttpSSLPost][ResponseCode] Error: 200");
     SetValue(L"BGSERVER_URL", L"other.example");
     EXPECT_EQ(Ask(), kRefused);

@@ -25,20 +25,43 @@ namespace {
 
 namespace fs = std::filesystem;
 
-TEST(Trace, TakesLevel4AndFlagBit0) {
-    for (const auto& [level, flags, taken] :
-         {std::tuple{3, 1U, false}, {4, 1U, true}, {4, 0xFFFFFFFEU, false}, {5, 3U, true}, {255, 1U, true}}) {
-        const TestMachine machine;
-        SetSession(level, flags);
-        LogMessage("too early");
-        StartTrace();
-        LogMessage("narrow");
+// Each session that takes nothing replaces the file of the one before, which the next one writes over.
+TEST(Trace, FollowsASessionOfLevel4AndFlagBit0AndALogThatIsDeleted) {
+    const TestMachine machine;
+    const std::string session = platform::machine_folder() + "/trace.json", fresh = session + ".new";
+    const auto is_taken = [] {
+        const std::size_t before = TraceLines().size();
         LogMessageW(L"wide \u20AC");
-        StopTrace();
-        LogMessage("too late");
-        const auto expected = std::vector<std::string>{"narrow", "wide \xE2\x82\xAC"};
-        EXPECT_EQ(TraceLines(), taken ? expected : std::vector<std::string>()) << level << " " << flags;
+        return TraceLines().size() > before;
+    };
+    StartTrace();
+    for (const auto& [level, flags, taken] :
+         {std::tuple{4, 1, true}, {3, 1, false}, {5, 3, true}, {4, -2, false}, {255, 1, true}}) {
+        const std::string text = R"({"level": )" + std::to_string(level) + R"(, "flags": )" +
+                                 std::to_string(static_cast<unsigned>(flags)) + "}";
+        write_text(taken ? session : fresh, text);
+        if (!taken) {
+            fs::rename(fresh, session);
+        }
+        EXPECT_TRUE(Comes([&] { return is_taken() == taken; })) << text;
+        fs::remove(platform::machine_folder() + "/trace.log");
+        EXPECT_TRUE(!taken || Comes(is_taken)) << text;
     }
+    EXPECT_TRUE(read_text(platform::machine_folder() + "/trace.log").ends_with("\twide \xE2\x82\xAC\n"));
+    StopTrace();
+    EXPECT_FALSE(is_taken());
+}
+
+TEST(MachineClock, ShowsEachChangeOfItsFileAtOnce) {
+    const TestMachine machine;
+    const std::string file = platform::machine_folder() + "/clock.json";
+    const std::int64_t later = platform::now_seconds() + 1000000;
+    for (const char* text : {R"({"offset": 1000000})", "{"}) {  // half of it while an editor writes
+        write_text(file, text);
+        EXPECT_GE(platform::now_seconds(), later) << text;
+    }
+    fs::remove(file);
+    EXPECT_LT(platform::now_seconds(), later);
 }
 
 // D is the data folder, N the file's name, M its middle, T the time. The lines of a file's cycle are an upload's too,
@@ -204,14 +227,15 @@ TEST(Chunk, IsNotLeftBehindByHalf) {
     rlimit before{};
     ::getrlimit(RLIMIT_FSIZE, &before);
     const auto handler = std::signal(SIGXFSZ, SIG_IGN);
-    const rlimit small = {9000, before.rlim_max};  // as on a disk that is full
-    ::setrlimit(RLIMIT_FSIZE, &small);
     std::optional<std::string> chunk;
-    EXPECT_EQ(getMD5(path, 0, 16384, false, chunk), "");
+    for (const rlim_t full : {9000, 16384}) {  // as on a disk that is full: soon, and for the last bytes
+        const rlimit small = {full, before.rlim_max};
+        ::setrlimit(RLIMIT_FSIZE, &small);
+        EXPECT_EQ(getMD5(path, 0, 16390, false, chunk), "") << full;
+        EXPECT_FALSE(chunk || platform::file_exists(path + "_MD5_0_16390")) << full;
+    }
     ::setrlimit(RLIMIT_FSIZE, &before);
     std::signal(SIGXFSZ, handler);
-    EXPECT_FALSE(chunk);
-    EXPECT_FALSE(platform::file_exists(path + "_MD5_0_16384"));
 }
 
 }  // namespace

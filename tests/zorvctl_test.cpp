@@ -1,6 +1,7 @@
 // The built zorvctl as a process: what it prints, its exit codes, and the files that it touches or leaves alone.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -547,8 +548,12 @@ TEST(ZorvctlTrace, TurnsTheSessionOnAndOffAndReadsTheLogs) {
     write_text(folder + "/trace.log", "86400.500000\t42\t10\ta\\tb\\\\c\\nd\n");
     const std::string traced = run_zorvctl("trace --all --seconds 0.001").output;
     EXPECT_NE(traced.find(":00.500  42  a\\tb\\c\n    d\n"), std::string::npos) << traced;
-    platform::report_event(L"Zorvalis", platform::kEventInformation, L"Zorvalis", L"second");
-    EXPECT_NE(run_zorvctl("log").output.find("Information  Zorvalis  second\n"), std::string::npos);
+    for (const wchar_t* text : {L"\"", L"\\", L"\n", L"second"}) {
+        platform::report_event(L"Zorvalis", platform::kEventInformation, L"Zorvalis", text);
+    }
+    const std::string log = run_zorvctl("log").output;
+    EXPECT_EQ(std::count(log.begin(), log.end(), 'Z'), 4) << log;
+    EXPECT_NE(log.find("Information  Zorvalis  second\n"), std::string::npos);
 }
 #endif
 
