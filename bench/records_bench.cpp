@@ -293,7 +293,8 @@ private:
             shells.push_back(RunInto(shells_, {"/usr/bin/sqlite3"}, checking));
             ours.push_back(Zorvctl(work, folder));
             unchecked.push_back(RunInto(shells_, {"/usr/bin/sqlite3"}, script));
-            decodes.push_back(RunProcess({BuildFolder() / "bench" / "records-bench", "--decode", folder.string() + ".txt"}));
+            decodes.push_back(
+                RunProcess({BuildFolder() / "bench" / "records-bench", "--decode", folder.string() + ".txt"}));
         }
         if (!work.same()) {
             std::fprintf(stderr, "records-bench: %s gives out other rows than the shell\n", work.name);

@@ -236,6 +236,8 @@ TEST(Chunk, IsNotLeftBehindByHalf) {
     }
     ::setrlimit(RLIMIT_FSIZE, &before);
     std::signal(SIGXFSZ, handler);
+    const platform::File unreadable = platform::open_file(path, "wb"), copy = platform::open_file(path + "2", "wb");
+    EXPECT_FALSE(platform::copy_bytes(unreadable.get(), copy.get(), 1, 0)) << "what cannot be read is no short file";
 }
 
 }  // namespace
