@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "base/json.h"
+#include "base/json_text.h"
 #include "host.h"
 #include "output.h"
 
@@ -183,9 +184,7 @@ std::string TableAsCsv(const Table& table) {
 }
 
 std::string JsonText(const std::string& bytes) {
-    const bool plain =
-        std::all_of(bytes.begin(), bytes.end(), [](char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; });
-    return plain ? '"' + bytes + '"' : DumpJson(Json(ReadableText(bytes, false)));
+    return IsPlainJsonText(bytes) ? '"' + bytes + '"' : DumpJson(Json(ReadableText(bytes, false)));
 }
 
 std::string TableAsJson(const Table& table) {

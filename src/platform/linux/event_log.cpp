@@ -2,9 +2,9 @@
 // name takes as long.
 #include "platform/event_log.h"
 
-#include <algorithm>
 #include <string>
 
+#include "base/json_text.h"
 #include "platform/clock.h"
 #include "platform/linux/machine_json.h"
 #include "platform/linux/whole_file.h"
@@ -17,9 +17,7 @@ namespace {
 // their texts than the kernel takes to append the line.
 std::string quoted(const wchar_t* wide) {
     std::string text = to_utf8(wide);
-    const bool plain =
-        std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c < 0x7F && c != '"' && c != '\\'; });
-    return plain ? '"' + text + '"' : zorvalis::DumpJson(text);
+    return zorvalis::IsPlainJsonText(text) ? '"' + text + '"' : zorvalis::DumpJson(text);
 }
 
 }  // namespace
